@@ -1,0 +1,19 @@
+# Compiler settings that every target of this project shares, as the interface target orvo_settings.
+find_package(Threads REQUIRED)
+
+add_library(orvo_settings INTERFACE)
+target_link_libraries(orvo_settings INTERFACE Threads::Threads)
+target_compile_options(orvo_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow
+    # Results must not depend on what the compiler fuses: std::fma stands where a fused step is meant.
+    -ffp-contract=off
+    # Exported functions and objects must stay replaceable, also where the compiler sees their bodies.
+    -fsemantic-interposition)
+if(ORVO_WERROR)
+    target_compile_options(orvo_settings INTERFACE -Werror)
+endif()
+if(ORVO_SANITIZE)
+    target_compile_options(orvo_settings INTERFACE -fsanitize=${ORVO_SANITIZE}
+                           -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(orvo_settings INTERFACE -fsanitize=${ORVO_SANITIZE})
+endif()

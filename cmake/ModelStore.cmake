@@ -1,0 +1,41 @@
+# Packs and enciphers the models into sources that the library compiles in.
+#
+# pack_models runs on the build machine, so a cross build compiles it there in a build of its own.
+
+set(ORVO_STORE_DIR "${PROJECT_BINARY_DIR}/model_store")
+set(ORVO_STORE_SOURCES
+    "${ORVO_STORE_DIR}/align_store.cpp"
+    "${ORVO_STORE_DIR}/fr_store.cpp"
+    "${ORVO_STORE_DIR}/wb_decrypt_table.cpp")
+# The forward tables, for the host's stand-in of the sibling cipher library.
+set(ORVO_HOST_CIPHER_SOURCES "${ORVO_STORE_DIR}/wb_encrypt_table.cpp")
+
+if(CMAKE_CROSSCOMPILING)
+    include(ExternalProject)
+    ExternalProject_Add(host_pack_models
+        SOURCE_DIR "${PROJECT_SOURCE_DIR}/tools/pack_models"
+        BINARY_DIR "${PROJECT_BINARY_DIR}/host_pack_models"
+        CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release
+        BUILD_ALWAYS ON
+        INSTALL_COMMAND ""
+        BUILD_BYPRODUCTS "${PROJECT_BINARY_DIR}/host_pack_models/pack_models")
+    set(ORVO_PACK_MODELS "${PROJECT_BINARY_DIR}/host_pack_models/pack_models")
+    set(ORVO_PACK_MODELS_TARGET host_pack_models)
+else()
+    add_subdirectory(tools/pack_models)
+    set(ORVO_PACK_MODELS pack_models)
+    set(ORVO_PACK_MODELS_TARGET pack_models)
+endif()
+
+add_custom_command(
+    OUTPUT ${ORVO_STORE_SOURCES} ${ORVO_HOST_CIPHER_SOURCES}
+    COMMAND ${ORVO_PACK_MODELS}
+            --align "${FR_MODEL_DIR}/align.safetensors"
+            --fr "${FR_MODEL_DIR}/fr.safetensors"
+            --key "${FR_KEY_FILE}"
+            --out "${ORVO_STORE_DIR}"
+    DEPENDS ${ORVO_PACK_MODELS_TARGET} "${ORVO_PACK_MODELS}"
+            "${FR_MODEL_DIR}/align.safetensors" "${FR_MODEL_DIR}/fr.safetensors" "${FR_KEY_FILE}"
+    COMMENT "Packing and enciphering the models"
+    VERBATIM)
+add_custom_target(model_store DEPENDS ${ORVO_STORE_SOURCES} ${ORVO_HOST_CIPHER_SOURCES})
