@@ -81,8 +81,8 @@ ORVO_API int32_t wb_aes_decrypt_cbc(const uint8_t iv[16], const uint8_t* in, uin
                                     uint8_t* out, uint32_t* outLength);
 
 /** CBC decryption with the white-box tables, every byte kept; see wb_aes_decrypt_cbc(). */
-ORVO_API int32_t wb_aes_decrypt_cbc_no_pad(const uint8_t iv[16], const uint8_t* in,
-                                           uint32_t length, uint8_t* out);
+ORVO_API int32_t wb_aes_decrypt_cbc_no_pad(const uint8_t iv[16], const uint8_t* in, uint32_t length,
+                                           uint8_t* out);
 
 ORVO_C_END
 

@@ -23,13 +23,15 @@
 ORVO_C_BEGIN
 
 #define KOVA_FR_OK 0u
-#define KOVA_FR_ERR_ILLEGAL_PARAM 0xa03f8003u /**< a length, size or image field is out of range */
-#define KOVA_FR_ERR_EXIST 0xa03f8004u         /**< already initialised */
-#define KOVA_FR_ERR_UNEXIST 0xa03f8005u       /**< not initialised */
-#define KOVA_FR_ERR_NULL_PTR 0xa03f8006u      /**< null pointer, or the frame could not be mapped */
-#define KOVA_FR_ERR_NOT_READY 0xa03f8008u     /**< the core could not be initialised */
-#define KOVA_FR_ERR_NOMEM 0xa03f800cu         /**< no memory, or the core refused the block */
-#define KOVA_FR_ERR_RUN 0xa03f8041u           /**< the recognition run failed */
+#define KOVA_FR_ERR_ILLEGAL_PARAM                                                            \
+    0xa03f8003u                           /**< a length, size or image field is out of range \
+                                           */
+#define KOVA_FR_ERR_EXIST 0xa03f8004u     /**< already initialised */
+#define KOVA_FR_ERR_UNEXIST 0xa03f8005u   /**< not initialised */
+#define KOVA_FR_ERR_NULL_PTR 0xa03f8006u  /**< null pointer, or the frame could not be mapped */
+#define KOVA_FR_ERR_NOT_READY 0xa03f8008u /**< the core could not be initialised */
+#define KOVA_FR_ERR_NOMEM 0xa03f800cu     /**< no memory, or the core refused the block */
+#define KOVA_FR_ERR_RUN 0xa03f8041u       /**< the recognition run failed */
 
 /** Elements of a feature. Lengths in this interface count elements, not bytes. */
 #define KOVA_FR_FEATURE_LEN 128
@@ -81,13 +83,13 @@ ORVO_API uint32_t kova_fr_get_distance(const float* feature_a, int32_t feature_a
  * stretched to 256 x 256 by the hardware scaler into a temporary 65536-byte buffer named
  * "FR_RESIZE". With mem_type 1 and 256 x 256 no platform call is made at all: the fast path.
  *
- * @param obj_img      the picture; only read
+ * @param img          the picture; only read
  * @param feature_len  elements at @p feature; must be 128
  * @param feature      receives 128 floats of unit length, only if 0 is returned
  * @return 0; KOVA_FR_ERR_NULL_PTR; KOVA_FR_ERR_ILLEGAL_PARAM; KOVA_FR_ERR_UNEXIST;
  *         KOVA_FR_ERR_RUN; or the platform's own code if allocating or scaling failed
  */
-ORVO_API uint32_t kova_fr_extract_obj_feature(const obj_img* obj_img, uint32_t feature_len,
+ORVO_API uint32_t kova_fr_extract_obj_feature(const obj_img* img, uint32_t feature_len,
                                               float* feature);
 
 ORVO_C_END

@@ -26,7 +26,7 @@ ORVO_C_BEGIN
 typedef struct kova_video_frame {
     uint32_t width;
     uint32_t height;
-    uint32_t stride[3];   /**< bytes from one row to the next, per plane */
+    uint32_t stride[3]; /**< bytes from one row to the next, per plane */
     uint32_t pixel_format;
     uint64_t phy_addr[3];
     uint64_t vir_addr[3];

@@ -30,12 +30,13 @@ typedef struct ModelArray {
     uint32_t size;        /**< its length in bytes */
 } ModelArray;
 
-/** Every array of a model in the order of the layer numbers, a layer's weights before its biases. */
+/** Every array of a model in the order of the layer numbers, a layer's weights before its biases.
+ */
 ORVO_API extern ModelArray g_alignArray[76];
 ORVO_API extern ModelArray g_frArray[108];
 
-/* A model's AES-128 key, wrapped by the white-box cipher (CBC with padding); the IV of the wrapping;
- * the IV from which every array's CBC stream starts. Zeroed by OrvoFrInit(). */
+/* A model's AES-128 key, wrapped by the white-box cipher (CBC with padding); the IV of the
+ * wrapping; the IV from which every array's CBC stream starts. Zeroed by OrvoFrInit(). */
 ORVO_API extern uint8_t g_alignWb[32];
 ORVO_API extern uint8_t g_alignWbIv[16];
 ORVO_API extern uint8_t g_alignAesIv[16];
@@ -43,7 +44,8 @@ ORVO_API extern uint8_t g_frWb[32];
 ORVO_API extern uint8_t g_frWbIv[16];
 ORVO_API extern uint8_t g_frAesIv[16];
 
-/* ---- Alignment network ------------------------------------------------------------------------ */
+/* ---- Alignment network ------------------------------------------------------------------------
+ */
 
 ORVO_API extern int8_t g_alignWeights0[296];
 ORVO_API extern int32_t g_alignBias0[32];
@@ -122,7 +124,8 @@ ORVO_API extern int32_t g_alignBias55[68];
 ORVO_API extern int8_t g_alignWeights58[272];
 ORVO_API extern int32_t g_alignBias58[4];
 
-/* ---- Recognition network ---------------------------------------------------------------------- */
+/* ---- Recognition network ----------------------------------------------------------------------
+ */
 
 ORVO_API extern int8_t g_frWeights0[872];
 ORVO_API extern int32_t g_frBias0[32];

@@ -12,7 +12,8 @@
  * time, except for the distance functions, which read only their arguments and may run in any
  * thread at any time.
  *
- * Diagnostics: every failure prints one line to standard error, "[ERR] <source unit>:<line> <text>".
+ * Diagnostics: every failure prints one line to standard error, "[ERR] <source unit>:<line>
+ * <text>".
  */
 #ifndef ORVO_ORVO_FR_H
 #define ORVO_ORVO_FR_H
@@ -33,12 +34,12 @@ enum {
 };
 
 enum {
-    ORVO_FR_IMAGE_SIZE = 256,      /**< rows and columns of the input picture */
-    ORVO_FR_CROP_SIZE = 96,        /**< rows and columns of the face crop that is recognised */
-    ORVO_FR_ALIGN_SIZE = 24,       /**< rows and columns of what the alignment network sees */
-    ORVO_FR_FEATURE_LENGTH = 128,  /**< floats in a feature */
-    ORVO_FR_FEATURE_BYTES = 512,   /**< bytes in a feature */
-    ORVO_FR_MEMORY_SIZE = 1410052  /**< what OrvoFrGetMemorySize() returns */
+    ORVO_FR_IMAGE_SIZE = 256,     /**< rows and columns of the input picture */
+    ORVO_FR_CROP_SIZE = 96,       /**< rows and columns of the face crop that is recognised */
+    ORVO_FR_ALIGN_SIZE = 24,      /**< rows and columns of what the alignment network sees */
+    ORVO_FR_FEATURE_LENGTH = 128, /**< floats in a feature */
+    ORVO_FR_FEATURE_BYTES = 512,  /**< bytes in a feature */
+    ORVO_FR_MEMORY_SIZE = 1410052 /**< what OrvoFrGetMemorySize() returns */
 };
 
 /** One plane of 8-bit grey levels. The library only reads it. */
@@ -110,10 +111,12 @@ ORVO_API float OrvoFrGetDistance(const float* a, uint32_t aSize, const float* b,
 /** The inner product of two features of 128 floats, unchecked. */
 ORVO_API float FrCompare(const float* a, const float* b);
 
-/** Deciphers the alignment model in place. Called by OrvoFrInit() only. @return 0, or 1 on failure */
+/** Deciphers the alignment model in place. Called by OrvoFrInit() only. @return 0, or 1 on failure
+ */
 ORVO_API int32_t AlignDecrypt(void);
 
-/** Deciphers the recognition model in place. Called by OrvoFrInit() only. @return 0, or 1 on failure */
+/** Deciphers the recognition model in place. Called by OrvoFrInit() only. @return 0, or 1 on
+ * failure */
 ORVO_API int32_t FrDecrypt(void);
 
 /**

@@ -38,7 +38,8 @@ ORVO_C_BEGIN
  * @param weights      packed. A dot product runs over input channel, kernel row, kernel column.
  *                     Group g of four output channels starts at byte 4 * K * g: for each k the
  *                     weights of channels 4g .. 4g+3 side by side. The r-th of the dstChannels % 4
- *                     leftover channels starts at 4 * K * (dstChannels / 4 + r), K bytes in k order.
+ *                     leftover channels starts at 4 * K * (dstChannels / 4 + r), K bytes in k
+ * order.
  * @param pad          zero rows and columns before the first; positions beyond the right and
  *                     bottom edge read as zero too
  * @param stride       step between output positions
@@ -101,15 +102,14 @@ ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth
                                             int8_t* tmpBuffer);
 
 /**
- * arma_convolvedw_3x3_s1_chw_q7() with a rectifier after the saturation (results 0 .. 127). A failed
- * bounded copy of the padding is reported on standard error and ends the call.
+ * arma_convolvedw_3x3_s1_chw_q7() with a rectifier after the saturation (results 0 .. 127). A
+ * failed bounded copy of the padding is reported on standard error and ends the call.
  */
-ORVO_API void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth,
-                                           uint16_t srcHeight, uint16_t srcChannels,
-                                           const int8_t* weights, uint16_t dstChannels,
-                                           uint16_t kernelSize, uint16_t pad, uint16_t stride,
-                                           const int32_t* bias, uint16_t outShift, int8_t* dst,
-                                           uint16_t dstWidth, uint16_t dstHeight,
+ORVO_API void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeight,
+                                           uint16_t srcChannels, const int8_t* weights,
+                                           uint16_t dstChannels, uint16_t kernelSize, uint16_t pad,
+                                           uint16_t stride, const int32_t* bias, uint16_t outShift,
+                                           int8_t* dst, uint16_t dstWidth, uint16_t dstHeight,
                                            int8_t* tmpBuffer);
 
 /* ---- Reference convolutions in HWC order ----------------------------------------------------- */
@@ -120,7 +120,8 @@ ORVO_API void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth,
  *
  * With K = kernelSize^2 * srcChannels (below 65536) and N = dstWidth * dstHeight:
  *
- * @param weights        dstChannels rows of K bytes, in the order kernel row, kernel column, channel
+ * @param weights        dstChannels rows of K bytes, in the order kernel row, kernel column,
+ * channel
  * @param dst            N pixels of dstChannels bytes; must not overlap src or tmpBuffer
  * @param dstHeight      signed; below 1 nothing is written
  * @param tmpBuffer      scratch, receives the im2col matrix: N columns of K bytes
@@ -164,7 +165,8 @@ ORVO_API void MultAccumulate4(const int8_t* vec0, const int8_t* vec1, const int8
 /* ---- From a tensor to a vector --------------------------------------------------------------- */
 
 /**
- * Global depthwise convolution: dst[c] = requantised(bias[c] + sum of plane c times weight plane c).
+ * Global depthwise convolution: dst[c] = requantised(bias[c] + sum of plane c times weight plane
+ * c).
  *
  * @param weights   channels planes of width x height
  * @param outShift  only the low 8 bits count; 32 and more leaves the sign
@@ -172,9 +174,8 @@ ORVO_API void MultAccumulate4(const int8_t* vec0, const int8_t* vec1, const int8
  * @param scratch   ignored
  */
 ORVO_API void ArmAConvolveGlobalChwQ7(const int8_t* src, uint32_t width, uint32_t height,
-                                      uint32_t channels, const int8_t* weights,
-                                      const int32_t* bias, uint16_t outShift, int8_t* dst,
-                                      void* scratch);
+                                      uint32_t channels, const int8_t* weights, const int32_t* bias,
+                                      uint16_t outShift, int8_t* dst, void* scratch);
 
 /**
  * Fully connected layer: dst[j] = requantised(bias[j] + row j of weights times src).
@@ -189,7 +190,8 @@ ORVO_API void ArmAFcQ7(const int8_t* src, const int8_t* weights, uint32_t inCoun
                        uint32_t outCount, uint16_t outShift, const int32_t* bias, int8_t* dst,
                        void* scratch);
 
-/* ---- Pooling and sampling --------------------------------------------------------------------- */
+/* ---- Pooling and sampling ---------------------------------------------------------------------
+ */
 
 /**
  * 2 x 2 maximum with stride 2. A last odd row or column is ignored.
@@ -201,15 +203,14 @@ ORVO_API void ArmAFcQ7(const int8_t* src, const int8_t* weights, uint32_t inCoun
  *
  * A failed bounded copy of the padding is reported on standard error and leaves dst unwritten.
  */
-ORVO_API void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width,
-                                    uint32_t height, uint16_t channels, int32_t pad,
-                                    int8_t* scratch);
+ORVO_API void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint32_t height,
+                                    uint16_t channels, int32_t pad, int8_t* scratch);
 
 /**
  * 2 x 2 maximum with stride 1 and no padding.
  *
- * @param src      in and out: each row is replaced by its horizontal maxima (the last value of a row
- *                 stays); a caller that needs the input afterwards must copy it first
+ * @param src      in and out: each row is replaced by its horizontal maxima (the last value of a
+ * row stays); a caller that needs the input afterwards must copy it first
  * @param dst      channels planes of (height - 1) x (width - 1); must not overlap src
  * @param scratch  ignored
  */
@@ -237,7 +238,8 @@ ORVO_API void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, 
 ORVO_API void ArmAGapQ7Chw(const int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
                            uint16_t shift, void* scratch, int8_t* dst);
 
-/* ---- Element-wise ----------------------------------------------------------------------------- */
+/* ---- Element-wise -----------------------------------------------------------------------------
+ */
 
 /** Turns count grey levels into Q7 in place: each byte XOR 0x80, so that p becomes p - 128. */
 ORVO_API void ArmAXorQ7(uint8_t* data, int32_t count);

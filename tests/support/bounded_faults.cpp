@@ -29,7 +29,7 @@ int InjectedFault() {
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 void RecordBoundedCalls() {
     calls.clear();
@@ -37,7 +37,9 @@ void RecordBoundedCalls() {
     countdown = 0;
 }
 
-const std::vector<BoundedCall>& BoundedCalls() { return calls; }
+const std::vector<BoundedCall>& BoundedCalls() {
+    return calls;
+}
 
 void FailBoundedCall(int n, int code, bool forGood) {
     countdown = n;
@@ -50,7 +52,7 @@ void StopBoundedFaults() {
     countdown = 0;
 }
 
-}  // namespace orvo_test
+} // namespace orvo_test
 
 extern "C" int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
     using namespace orvo_test;

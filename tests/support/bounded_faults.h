@@ -29,4 +29,4 @@ void FailBoundedCall(int n, int code, bool forGood = false);
 // No faults, no recording.
 void StopBoundedFaults();
 
-}  // namespace orvo_test
+} // namespace orvo_test

@@ -18,9 +18,11 @@ void Require(bool ok, const char* what) {
     }
 }
 
-size_t PageSize() { return static_cast<size_t>(sysconf(_SC_PAGESIZE)); }
+size_t PageSize() {
+    return static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
 
-}  // namespace
+} // namespace
 
 GuardedBuffer::GuardedBuffer(size_t size, Place place) : size_(size) {
     const size_t page = PageSize();
@@ -38,7 +40,9 @@ GuardedBuffer::GuardedBuffer(size_t size, Place place) : size_(size) {
     }
 }
 
-GuardedBuffer::~GuardedBuffer() { munmap(mapping_, mappingSize_); }
+GuardedBuffer::~GuardedBuffer() {
+    munmap(mapping_, mappingSize_);
+}
 
 void GuardedBuffer::MakeReadOnly() {
     const size_t page = PageSize();
@@ -47,4 +51,4 @@ void GuardedBuffer::MakeReadOnly() {
     }
 }
 
-}  // namespace orvo_test
+} // namespace orvo_test

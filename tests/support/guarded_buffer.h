@@ -36,4 +36,4 @@ class GuardedBuffer {
     size_t size_;
 };
 
-}  // namespace orvo_test
+} // namespace orvo_test

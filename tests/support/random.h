@@ -37,4 +37,4 @@ class Random {
     uint64_t state_;
 };
 
-}  // namespace orvo_test
+} // namespace orvo_test

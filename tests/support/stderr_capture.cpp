@@ -39,4 +39,4 @@ std::string StderrCapture::text() {
     return all;
 }
 
-}  // namespace orvo_test
+} // namespace orvo_test

@@ -20,4 +20,4 @@ class StderrCapture {
     int file_;
 };
 
-}  // namespace orvo_test
+} // namespace orvo_test

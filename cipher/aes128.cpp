@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+// AES-128 by words: a column of the state is one 32-bit word, row 0 in its low byte. Substitution
+// goes through the two 256-byte boxes, column mixing works on the four bytes of a word at once.
+#include <cstring>
+
+#include "cipher/aes_tables.h"
+#include "cipher/wipe.h"
+#include "orvo/cipher.h"
+
+namespace orvo {
+namespace {
+
+constexpr uint32_t kBlockSize = 16;
+constexpr int kRounds = 10;
+
+static_assert(sizeof(AES_ctx) == 192);
+
+struct State {
+    uint32_t column[4];
+};
+
+uint32_t LoadWord(const uint8_t* bytes) {
+    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
+           static_cast<uint32_t>(bytes[3]) << 24;
+}
+
+void StoreWord(uint8_t* bytes, uint32_t word) {
+    bytes[0] = static_cast<uint8_t>(word);
+    bytes[1] = static_cast<uint8_t>(word >> 8);
+    bytes[2] = static_cast<uint8_t>(word >> 16);
+    bytes[3] = static_cast<uint8_t>(word >> 24);
+}
+
+uint32_t RotateRight(uint32_t word, unsigned bits) {
+    return (word >> bits) | (word << (32 - bits));
+}
+
+// TimesX() on the four bytes of a word.
+uint32_t TimesX4(uint32_t word) {
+    return ((word & 0x7f7f7f7fu) << 1) ^ (((word >> 7) & 0x01010101u) * 0x1bu);
+}
+
+uint32_t MixColumn(uint32_t a) {
+    const uint32_t b = RotateRight(a, 8);
+    return TimesX4(a ^ b) ^ b ^ RotateRight(a, 16) ^ RotateRight(a, 24);
+}
+
+// The inverse matrix is the forward one times a matrix that only adds 4 * (a[i] + a[i + 2]).
+uint32_t InverseMixColumn(uint32_t a) {
+    return MixColumn(a ^ TimesX4(TimesX4(a ^ RotateRight(a, 16))));
+}
+
+uint32_t Substitute(const uint8_t box[256], uint32_t row0, uint32_t row1, uint32_t row2,
+                    uint32_t row3) {
+    return box[row0 & 0xff] | static_cast<uint32_t>(box[(row1 >> 8) & 0xff]) << 8 |
+           static_cast<uint32_t>(box[(row2 >> 16) & 0xff]) << 16 |
+           static_cast<uint32_t>(box[row3 >> 24]) << 24;
+}
+
+// Substitution and row shift: row k of a column comes from the k-th column to the right.
+State SubstituteShift(const State& s) {
+    const uint8_t* box = kAesSboxes.forward;
+    const uint32_t* c = s.column;
+    return {{Substitute(box, c[0], c[1], c[2], c[3]), Substitute(box, c[1], c[2], c[3], c[0]),
+             Substitute(box, c[2], c[3], c[0], c[1]), Substitute(box, c[3], c[0], c[1], c[2])}};
+}
+
+// The inverse of both: row k of a column comes from the k-th column to the left.
+State InverseSubstituteShift(const State& s) {
+    const uint8_t* box = kAesSboxes.inverse;
+    const uint32_t* c = s.column;
+    return {{Substitute(box, c[0], c[3], c[2], c[1]), Substitute(box, c[1], c[0], c[3], c[2]),
+             Substitute(box, c[2], c[1], c[0], c[3]), Substitute(box, c[3], c[2], c[1], c[0])}};
+}
+
+void AddRoundKey(State* s, const uint8_t* roundKeys, int round) {
+    for (int i = 0; i < 4; ++i) {
+        s->column[i] ^= LoadWord(roundKeys + 16 * round + 4 * i);
+    }
+}
+
+State LoadBlock(const uint8_t* block) {
+    return {{LoadWord(block), LoadWord(block + 4), LoadWord(block + 8), LoadWord(block + 12)}};
+}
+
+void StoreBlock(uint8_t* block, const State& s) {
+    for (int i = 0; i < 4; ++i) {
+        StoreWord(block + 4 * i, s.column[i]);
+    }
+}
+
+void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
+    State s = LoadBlock(block);
+    AddRoundKey(&s, roundKeys, 0);
+    for (int round = 1; round < kRounds; ++round) {
+        s = SubstituteShift(s);
+        for (uint32_t& column : s.column) {
+            column = MixColumn(column);
+        }
+        AddRoundKey(&s, roundKeys, round);
+    }
+    s = SubstituteShift(s);
+    AddRoundKey(&s, roundKeys, kRounds);
+    StoreBlock(block, s);
+    Wipe(&s, sizeof s);
+}
+
+void DecryptBlock(const uint8_t* roundKeys, uint8_t* block) {
+    State s = LoadBlock(block);
+    AddRoundKey(&s, roundKeys, kRounds);
+    for (int round = kRounds - 1; round > 0; --round) {
+        s = InverseSubstituteShift(s);
+        AddRoundKey(&s, roundKeys, round);
+        for (uint32_t& column : s.column) {
+            column = InverseMixColumn(column);
+        }
+    }
+    s = InverseSubstituteShift(s);
+    AddRoundKey(&s, roundKeys, 0);
+    StoreBlock(block, s);
+    Wipe(&s, sizeof s);
+}
+
+void XorBlock(uint8_t* block, const uint8_t* other) {
+    for (uint32_t i = 0; i < kBlockSize; ++i) {
+        block[i] = static_cast<uint8_t>(block[i] ^ other[i]);
+    }
+}
+
+void ExpandKey(uint8_t* roundKeys, const uint8_t* key) {
+    std::memcpy(roundKeys, key, kBlockSize);
+    uint8_t roundConstant = 1;
+    for (int i = 4; i < 4 * (kRounds + 1); ++i) {
+        uint32_t word = LoadWord(roundKeys + 4 * (i - 1));
+        if (i % 4 == 0) {
+            word = RotateRight(word, 8);
+            word = Substitute(kAesSboxes.forward, word, word, word, word) ^ roundConstant;
+            roundConstant = TimesX(roundConstant);
+        }
+        StoreWord(roundKeys + 4 * i, word ^ LoadWord(roundKeys + 4 * (i - 4)));
+    }
+}
+
+// Adds 1 to the 128-bit big-endian counter.
+void Increment(uint8_t* counter) {
+    for (int i = 15; i >= 0 && ++counter[i] == 0; --i) {
+    }
+}
+
+} // namespace
+} // namespace orvo
+
+void AES_init_ctx(AES_ctx* ctx, const uint8_t key[16]) {
+    orvo::ExpandKey(ctx->roundKeys, key);
+}
+
+void AES_init_ctx_iv(AES_ctx* ctx, const uint8_t key[16], const uint8_t iv[16]) {
+    orvo::ExpandKey(ctx->roundKeys, key);
+    std::memcpy(ctx->iv, iv, sizeof ctx->iv);
+}
+
+void AES_ctx_set_iv(AES_ctx* ctx, const uint8_t iv[16]) {
+    std::memcpy(ctx->iv, iv, sizeof ctx->iv);
+}
+
+void AES_ECB_encrypt(const AES_ctx* ctx, uint8_t block[16]) {
+    orvo::EncryptBlock(ctx->roundKeys, block);
+}
+
+void AES_ECB_decrypt(const AES_ctx* ctx, uint8_t block[16]) {
+    orvo::DecryptBlock(ctx->roundKeys, block);
+}
+
+void AES_CBC_encrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
+    const uint8_t* chain = ctx->iv;
+    // 64-bit, since the step behind the last block may lie beyond 2^32.
+    for (uint64_t i = 0; i < length; i += orvo::kBlockSize) {
+        uint8_t* block = buffer + i;
+        orvo::XorBlock(block, chain);
+        orvo::EncryptBlock(ctx->roundKeys, block);
+        chain = block;
+    }
+    if (chain != ctx->iv) {
+        std::memcpy(ctx->iv, chain, sizeof ctx->iv);
+    }
+}
+
+void AES_CBC_decrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
+    for (uint64_t i = 0; i < length; i += orvo::kBlockSize) {
+        uint8_t* block = buffer + i;
+        uint8_t cipherBlock[orvo::kBlockSize];
+        std::memcpy(cipherBlock, block, sizeof cipherBlock);
+        orvo::DecryptBlock(ctx->roundKeys, block);
+        orvo::XorBlock(block, ctx->iv);
+        std::memcpy(ctx->iv, cipherBlock, sizeof ctx->iv);
+    }
+}
+
+void AES_CTR_xcrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
+    uint8_t keyStream[orvo::kBlockSize];
+    uint32_t position = orvo::kBlockSize;
+    for (uint32_t i = 0; i < length; ++i) {
+        if (position == orvo::kBlockSize) {
+            std::memcpy(keyStream, ctx->iv, sizeof keyStream);
+            orvo::EncryptBlock(ctx->roundKeys, keyStream);
+            orvo::Increment(ctx->iv);
+            position = 0;
+        }
+        buffer[i] = static_cast<uint8_t>(buffer[i] ^ keyStream[position]);
+        ++position;
+    }
+    orvo::Wipe(keyStream, sizeof keyStream);
+}

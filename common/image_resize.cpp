@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+//
+// Bilinear resize of an 8-bit plane in 14-bit fixed point, centre-aligned.
+//
+// When enlarging, the outermost output pixels have source positions outside the source. They form a
+// border of bx columns at the left and right and by rows at the top and bottom, in which the
+// nearest source column or row stands for both neighbours. When reducing, the border is empty.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "common/diagnostics.h"
+#include "orvo/bounded_memory.h"
+#include "orvo/image_tools.h"
+
+int16_t g_bilinLUT[32][32][4];
+
+namespace {
+
+constexpr char kUnit[] = "../common/image_tools";
+constexpr int32_t kLevels = 32;     // fractions of a pixel that the weight table knows
+constexpr int32_t kOne = 1 << 14;   // 1.0 in the table's fixed point
+constexpr int32_t kHalf = kOne / 2; // rounds the shift that takes a sum back to pixels
+constexpr double kLastLevel = kLevels - 1;
+
+// How one direction, columns or rows, maps to the source. The positions are single precision and
+// accumulated step by step, so the last bits depend on the order of the operations: keep it.
+struct Axis {
+    int32_t srcSize;
+    int32_t dstSize;
+    int32_t border; // output positions at each end that lie outside the source
+    float step;     // source pixels from one output position to the next
+    float start;    // source position of the first output position after the border
+};
+
+// A source position: the pixel at or before it, the pixel after it, and the fraction between them.
+struct Position {
+    int32_t pixel;
+    int32_t next;
+    int32_t level;
+};
+
+Axis MakeAxis(int32_t srcSize, int32_t dstSize) {
+    Axis axis;
+    axis.srcSize = srcSize;
+    axis.dstSize = dstSize;
+    axis.step = static_cast<float>(srcSize) / static_cast<float>(dstSize);
+    const float offset = (1.0f - axis.step) * 0.5f;
+    const double border = std::ceil(static_cast<double>(offset) / static_cast<double>(axis.step));
+    axis.border = static_cast<int32_t>(border);
+    axis.start = axis.step * static_cast<float>(axis.border) - offset;
+    return axis;
+}
+
+Position Locate(const Axis& axis, float position) {
+    const int64_t pixel = static_cast<int64_t>(position);
+    const double fraction = static_cast<double>(position - static_cast<float>(pixel));
+    const int32_t level = static_cast<int32_t>(fraction * kLastLevel + 0.5);
+    // Accumulated rounding may carry a position past the last pixel of a very large plane; nothing
+    // there may be read.
+    const int64_t last = axis.srcSize - 1;
+    return {static_cast<int32_t>(std::min(pixel, last)),
+            static_cast<int32_t>(std::min(pixel + 1, last)), level};
+}
+
+bool IsLevel(int32_t level) { return level >= 0 && level < kLevels; }
+
+uint8_t ToPixel(int32_t sum) { return static_cast<uint8_t>(std::clamp(sum >> 14, 0, 255)); }
+
+// A row in the top or bottom border: interpolated along one source row only.
+// Returns false, with a message, when a fraction leaves the weight table.
+bool ResizeBorderRow(const uint8_t* srcRow, const Axis& columns, uint8_t* dstRow) {
+    const int32_t middleEnd = columns.dstSize - columns.border;
+    int32_t x = 0;
+    for (; x < columns.border; ++x) {
+        dstRow[x] = srcRow[0];
+    }
+    float position = columns.start;
+    for (; x < middleEnd; ++x, position += columns.step) {
+        const Position p = Locate(columns, position);
+        if (!IsLevel(p.level)) {
+            ORVO_ERR(kUnit, "lutIdxX is %d out of array: [0, %d].\n\n", p.level, kLevels - 1);
+            return false;
+        }
+        const int16_t* w = g_bilinLUT[0][p.level];
+        dstRow[x] = ToPixel(w[0] * srcRow[p.pixel] + w[1] * srcRow[p.next] + kHalf);
+    }
+    for (; x < columns.dstSize; ++x) {
+        dstRow[x] = srcRow[columns.srcSize - 1];
+    }
+    return true;
+}
+
+// A row between the borders: interpolated between two source rows, and between columns where the
+// position lies inside the source.
+void ResizeMiddleRow(const uint8_t* upper, const uint8_t* lower, int32_t rowLevel,
+                     const Axis& columns, uint8_t* dstRow) {
+    const int32_t middleEnd = columns.dstSize - columns.border;
+    const int16_t* edge = g_bilinLUT[rowLevel][0];
+    int32_t x = 0;
+    for (; x < columns.border; ++x) {
+        dstRow[x] = ToPixel(edge[0] * upper[0] + edge[2] * lower[0] + kHalf);
+    }
+    float position = columns.start;
+    for (; x < middleEnd; ++x, position += columns.step) {
+        const Position p = Locate(columns, position);
+        const int16_t* w = g_bilinLUT[rowLevel][p.level];
+        dstRow[x] = ToPixel(w[0] * upper[p.pixel] + w[1] * upper[p.next] + w[2] * lower[p.pixel] +
+                            w[3] * lower[p.next] + kHalf);
+    }
+    const int32_t last = columns.srcSize - 1;
+    for (; x < columns.dstSize; ++x) {
+        dstRow[x] = ToPixel(edge[0] * upper[last] + edge[2] * lower[last] + kHalf);
+    }
+}
+
+} // namespace
+
+void ImageResizeInit(void) {
+    constexpr double kLevelSize = 1.0 / kLastLevel;
+    for (int32_t fy = 0; fy < kLevels; ++fy) {
+        for (int32_t fx = 0; fx < kLevels; ++fx) {
+            const double a = fx * kLevelSize;
+            const double b = fy * kLevelSize;
+            int16_t* w = g_bilinLUT[fy][fx];
+            w[0] = static_cast<int16_t>(std::round((1.0 - b) * kOne * (1.0 - a)));
+            w[1] = static_cast<int16_t>(std::round((1.0 - b) * kOne * a));
+            w[2] = static_cast<int16_t>(std::round(b * kOne * (1.0 - a)));
+            // Not rounded itself: the four must sum to 1.0, so that a constant image stays
+            // constant.
+            w[3] = static_cast<int16_t>(kOne - w[0] - w[1] - w[2]);
+        }
+    }
+}
+
+void ImageResizeBilin(const uint8_t* src, uint8_t* dst, int32_t srcHeight, int32_t srcWidth,
+                      int32_t srcStride, int32_t dstHeight, int32_t dstWidth) {
+    if (srcHeight < 1 || srcWidth < 1 || dstHeight < 1 || dstWidth < 1) {
+        return;
+    }
+    const Axis columns = MakeAxis(srcWidth, dstWidth);
+    const Axis rows = MakeAxis(srcHeight, dstHeight);
+    const size_t width = static_cast<size_t>(dstWidth);
+    uint8_t* const dstEnd = dst + width * static_cast<size_t>(dstHeight);
+    const auto srcRow = [=](int32_t y) { return src + static_cast<ptrdiff_t>(y) * srcStride; };
+    const auto dstRow = [=](int32_t y) { return dst + static_cast<size_t>(y) * width; };
+    const auto spaceFrom = [=](const uint8_t* at) { return static_cast<size_t>(dstEnd - at); };
+
+    if (rows.border > 0) {
+        if (!ResizeBorderRow(srcRow(0), columns, dst)) {
+            return;
+        }
+        for (int32_t y = 1; y < rows.border; ++y) {
+            const int ret = memcpy_s(dstRow(y), spaceFrom(dstRow(y)), dst, width);
+            if (ret != 0) {
+                ORVO_ERR(kUnit, "memcpy_s scaledImage failed: %d\n", ret);
+                return;
+            }
+        }
+    }
+
+    const int32_t bottom = dstHeight - rows.border;
+    float position = rows.start;
+    for (int32_t y = rows.border; y < bottom; ++y, position += rows.step) {
+        const Position p = Locate(rows, position);
+        ResizeMiddleRow(srcRow(p.pixel), srcRow(p.next), p.level, columns, dstRow(y));
+    }
+
+    if (rows.border > 0) {
+        uint8_t* const first = dstRow(bottom);
+        if (!ResizeBorderRow(srcRow(srcHeight - 1), columns, first)) {
+            return;
+        }
+        for (int32_t y = bottom + 1; y < dstHeight; ++y) {
+            const int ret = memcpy_s(dstRow(y), spaceFrom(dstRow(y)), first, width);
+            if (ret != 0) {
+                ORVO_ERR(kUnit, "memcpy_s failed: %d\n", ret);
+                return;
+            }
+        }
+    }
+}

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+//
+// Depthwise 3 x 3 convolution with rectifier; see depthwise_3x3.h.
+#include "common/diagnostics.h"
+#include "compute_a/depthwise_3x3.h"
+#include "orvo/bounded_memory.h"
+#include "orvo/q7_kernels.h"
+
+namespace {
+
+constexpr char kUnit[] = "../compute_a/arma_dwconv";
+
+// Writes the padded planes front to back, bounded by the scratch that is left. The lines that the
+// failures are reported with are fixed.
+struct PlaneWriter {
+    int8_t* to;
+    size_t left;
+
+    bool Zeros(size_t count, int line) {
+        const int ret = memset_s(to, left, 0, count);
+        if (ret != 0) {
+            ORVO_ERR_AT(kUnit, line, "memset_s dst failed: %d\n", ret);
+            return false;
+        }
+        Advance(count);
+        return true;
+    }
+
+    bool Copy(const int8_t* from, size_t count, int line) {
+        const int ret = memcpy_s(to, left, from, count);
+        if (ret != 0) {
+            ORVO_ERR_AT(kUnit, line, "memcpy_s dst failed: %d\n", ret);
+            return false;
+        }
+        Advance(count);
+        return true;
+    }
+
+    void Advance(size_t count) {
+        to += count;
+        left -= count;
+    }
+};
+
+bool PadPlane(const int8_t* src, const orvo::DepthwiseGeometry& g, PlaneWriter& out) {
+    for (size_t y = 0; y < g.pad; ++y) {
+        if (!out.Zeros(g.paddedWidth(), 66)) {
+            return false;
+        }
+    }
+    for (size_t y = 0; y < g.srcHeight; ++y, src += g.srcWidth) {
+        if (!out.Zeros(g.pad, 77) || !out.Copy(src, g.srcWidth, 85) || !out.Zeros(g.pad, 94)) {
+            return false;
+        }
+    }
+    for (size_t y = 0; y < g.pad; ++y) {
+        if (!out.Zeros(g.paddedWidth(), 104)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Copies the planes into zero-bordered ones. Gives up at the first failure.
+bool PadPlanes(const int8_t* src, const orvo::DepthwiseGeometry& g, int8_t* scratch) {
+    PlaneWriter out{scratch, g.srcChannels * g.paddedPlane()};
+    for (size_t c = 0; c < g.srcChannels; ++c) {
+        if (!PadPlane(src + c * g.srcWidth * g.srcHeight, g, out)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeight,
+                                  uint16_t srcChannels, const int8_t* weights, uint16_t dstChannels,
+                                  uint16_t kernelSize, uint16_t pad, uint16_t stride,
+                                  const int32_t* bias, uint16_t outShift, int8_t* dst,
+                                  uint16_t dstWidth, uint16_t dstHeight, int8_t* tmpBuffer) {
+    if (!orvo::IsDepthwise3x3s1(kernelSize, stride)) {
+        return;
+    }
+    const orvo::DepthwiseGeometry geometry{srcWidth, srcHeight, srcChannels, pad,
+                                           dstWidth, dstHeight, dstChannels};
+    if (pad > 0) {
+        if (!PadPlanes(src, geometry, tmpBuffer)) {
+            return;
+        }
+        src = tmpBuffer;
+    }
+    orvo::ConvolveDepthwise3x3(src, geometry, weights, bias, outShift, 0, dst);
+}

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+//
+// Kernels that shrink a tensor plane by plane: maximum, sampling, average.
+#include <algorithm>
+#include <cstddef>
+
+#include "common/diagnostics.h"
+#include "compute_a/requantise.h"
+#include "orvo/bounded_memory.h"
+#include "orvo/q7_kernels.h"
+
+namespace {
+
+constexpr char kUnit[] = "../compute_a/arma_pool";
+// The smallest Q7 value, so that the border never wins a maximum over real data.
+constexpr int kBorder = INT8_MIN;
+
+struct Border {
+    size_t width, height, pad;
+
+    size_t paddedWidth() const { return width + 2 * pad; }
+    size_t paddedHeight() const { return height + 2 * pad; }
+};
+
+// Writes the bordered planes front to back, bounded by the scratch that is left.
+struct PlaneWriter {
+    int8_t* to;
+    size_t left;
+
+    bool Fill(size_t count) {
+        const int ret = memset_s(to, left, kBorder, count);
+        if (ret != 0) {
+            ORVO_ERR(kUnit, "memset_s dst failed: %d\n", ret);
+            return false;
+        }
+        Advance(count);
+        return true;
+    }
+
+    bool Copy(const int8_t* from, size_t count) {
+        const int ret = memcpy_s(to, left, from, count);
+        if (ret != 0) {
+            ORVO_ERR(kUnit, "memcpy_s dst failed: %d\n", ret);
+            return false;
+        }
+        Advance(count);
+        return true;
+    }
+
+    void Advance(size_t count) {
+        to += count;
+        left -= count;
+    }
+};
+
+bool PadPlane(const int8_t* src, const Border& b, PlaneWriter& out) {
+    for (size_t y = 0; y < b.pad; ++y) {
+        if (!out.Fill(b.paddedWidth())) {
+            return false;
+        }
+    }
+    for (size_t y = 0; y < b.height; ++y, src += b.width) {
+        if (!out.Fill(b.pad) || !out.Copy(src, b.width) || !out.Fill(b.pad)) {
+            return false;
+        }
+    }
+    for (size_t y = 0; y < b.pad; ++y) {
+        if (!out.Fill(b.paddedWidth())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PadPlanes(const int8_t* src, size_t channels, const Border& b, int8_t* scratch) {
+    PlaneWriter out{scratch, channels * b.paddedWidth() * b.paddedHeight()};
+    for (size_t c = 0; c < channels; ++c) {
+        if (!PadPlane(src + c * b.width * b.height, b, out)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// dst[i] = max(a[i], b[i]); dst may be a.
+void MaxRows(const int8_t* a, const int8_t* b, size_t count, int8_t* dst) {
+    for (size_t i = 0; i < count; ++i) {
+        dst[i] = std::max(a[i], b[i]);
+    }
+}
+
+// The mean of the values, shifted left first, rounded half away from zero.
+int8_t ShiftedMean(const int8_t* plane, uint32_t count, uint32_t shift) {
+    uint32_t sum = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        sum += static_cast<uint32_t>(plane[i]);
+    }
+    const int32_t shifted = shift < 32 ? static_cast<int32_t>(sum << shift) : 0;
+    const int64_t divisor = static_cast<int32_t>(count);
+    const int64_t half = divisor >> 1;
+    // The numerator wraps at 32 bits like the sum before it.
+    const int32_t numerator = static_cast<int32_t>(shifted >= 0 ? shifted + half : shifted - half);
+    return orvo::SaturateQ7(static_cast<int32_t>(numerator / divisor));
+}
+
+} // namespace
+
+void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint32_t height,
+                           uint16_t channels, int32_t pad, int8_t* scratch) {
+    if (pad < 0) {
+        return;
+    }
+    const Border border{width, height, static_cast<size_t>(pad)};
+    if (pad != 0) {
+        if (!PadPlanes(src, channels, border, scratch)) {
+            return;
+        }
+        src = scratch;
+    }
+    const size_t pitch = border.paddedWidth();
+    const size_t rows = border.paddedHeight() / 2;
+    const size_t columns = pitch / 2;
+    for (size_t c = 0; c < channels; ++c, src += pitch * border.paddedHeight()) {
+        for (size_t y = 0; y < rows; ++y) {
+            const int8_t* upper = src + 2 * y * pitch;
+            const int8_t* lower = upper + pitch;
+            for (size_t x = 0; x < columns; ++x) {
+                *dst++ = std::max(std::max(upper[2 * x], upper[2 * x + 1]),
+                                  std::max(lower[2 * x], lower[2 * x + 1]));
+            }
+        }
+    }
+}
+
+void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
+                              int8_t* dst, void* /*scratch*/) {
+    if (width == 0 || height == 0) {
+        return;
+    }
+    const size_t pitch = width;
+    const size_t columns = width - 1;
+    for (uint32_t c = 0; c < channels; ++c, src += pitch * height) {
+        for (size_t y = 0; y < height; ++y) {
+            int8_t* row = src + y * pitch;
+            MaxRows(row, row + 1, columns, row);
+        }
+        for (size_t y = 0; y + 1 < height; ++y, dst += columns) {
+            MaxRows(src + y * pitch, src + (y + 1) * pitch, columns, dst);
+        }
+    }
+}
+
+void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
+                    int8_t* dst, void* /*scratch*/) {
+    for (uint32_t c = 0; c < channels; ++c) {
+        for (int32_t y = 0; y < height; ++y, src += width) {
+            if (y % 2 != 0) {
+                continue;
+            }
+            for (size_t x = 0; x < width; x += 2) {
+                *dst++ = src[x];
+            }
+        }
+    }
+}
+
+void ArmAGapQ7Chw(const int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
+                  uint16_t shift, void* /*scratch*/, int8_t* dst) {
+    const uint32_t count = width * height;
+    if (count == 0) {
+        return;
+    }
+    for (uint32_t c = 0; c < channels; ++c, src += count) {
+        dst[c] = ShiftedMean(src, count, shift & 0xFFu);
+    }
+}

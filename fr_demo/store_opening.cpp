@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include "fr_demo/store_opening.h"
+
+#include "cipher/wipe.h"
+#include "common/diagnostics.h"
+#include "orvo/bounded_memory.h"
+#include "orvo/cipher.h"
+
+namespace orvo {
+namespace {
+
+constexpr uint32_t kWrappedKeyBytes = 32;
+constexpr uint32_t kIvBytes = 16;
+constexpr uint32_t kKeyBytes = 16;
+
+// A damaged store may unwrap to as many bytes as went in, so the buffer holds twice the key.
+struct KeyBuffer {
+    uint8_t bytes[kWrappedKeyBytes] = {};
+    ~KeyBuffer() { Wipe(bytes, sizeof bytes); }
+};
+
+bool UnwrapKey(const StoredModel& model, KeyBuffer& key) {
+    uint32_t unwrappedLength = 0;
+    const int32_t ret = wb_aes_decrypt_cbc(model.wrapIv, model.wrappedKey, kWrappedKeyBytes,
+                                           key.bytes, &unwrappedLength);
+    if (ret != 0) {
+        ORVO_ERR(model.unit, "error in cbc_encryption.\n\n");
+        return false;
+    }
+    return true;
+}
+
+// Every array is a CBC stream of its own that starts from the same IV. The bytes after its last
+// whole block are stored plain.
+void DecipherArrays(const StoredModel& model, const KeyBuffer& key) {
+    AES_ctx context;
+    for (size_t i = 0; i < model.arrayCount; ++i) {
+        const ModelArray& array = model.arrays[i];
+        AES_init_ctx_iv(&context, key.bytes, model.arrayIv);
+        AES_CBC_decrypt_buffer(&context, static_cast<uint8_t*>(array.data), array.size & ~15u);
+    }
+    Wipe(&context, sizeof context);
+}
+
+// Wipes one object of the key material. `prefix` and `name` together name it in the message.
+bool WipeObject(const StoredModel& model, const char* prefix, const char* name, uint8_t* object,
+                uint32_t size) {
+    const int ret = memset_s(object, size, 0, size);
+    if (ret != 0) {
+        ORVO_ERR(model.unit, "memset_s %s%s failed: %d\n", prefix, name, ret);
+        return false;
+    }
+    return true;
+}
+
+bool WipeKeyMaterial(const StoredModel& model, KeyBuffer& key) {
+    return WipeObject(model, "", "array", key.bytes, kKeyBytes) &&
+           WipeObject(model, model.prefix, "WbIv", model.wrapIv, kIvBytes) &&
+           WipeObject(model, model.prefix, "Wb", model.wrappedKey, kWrappedKeyBytes) &&
+           WipeObject(model, model.prefix, "AesIv", model.arrayIv, kIvBytes);
+}
+
+} // namespace
+
+int32_t OpenStore(const StoredModel& model) {
+    KeyBuffer key;
+    if (!UnwrapKey(model, key)) {
+        return 1;
+    }
+    DecipherArrays(model, key);
+    return WipeKeyMaterial(model, key) ? 0 : 1;
+}
+
+} // namespace orvo
