@@ -26,7 +26,7 @@ void* ReserveAddresses(void* where, size_t size) {
 
 // Reserves `size` bytes that lie wholly below 4 GiB, for good. The first places asked for are the
 // same in every run, so that physical addresses usually are as well. @return 0 if there are none
-uint64_t ReserveBelowFourGiB(uint64_t size) {
+uint64_t ReserveBelowFourGiB(size_t size) {
     constexpr uint64_t kStep = uint64_t{1} << 28;
     for (uint64_t wanted = kStep; wanted + size <= kFourGiB; wanted += kStep) {
         void* const at =
@@ -54,7 +54,7 @@ MediaPool OpenMediaPool() {
     }
     // Where the address space is crowded or limited a smaller pool still serves.
     for (uint64_t size = kLargestPool; size >= kSmallestPool; size /= 2) {
-        const uint64_t low = ReserveBelowFourGiB(size);
+        const uint64_t low = ReserveBelowFourGiB(static_cast<size_t>(size));
         if (low != 0) {
             pool.base = kPhysicalMark | low;
             pool.size = ftruncate(pool.file, static_cast<off_t>(size)) == 0 ? size : 0;

@@ -83,9 +83,7 @@ size_t DenseWeights(const ConvShape& s) {
     return static_cast<size_t>(s.dstChannels) * DotLength(s);
 }
 
-size_t DepthwiseWeights(const ConvShape& s) {
-    return static_cast<size_t>(s.dstChannels) * 9;
-}
+size_t DepthwiseWeights(const ConvShape& s) { return static_cast<size_t>(s.dstChannels) * 9; }
 
 // Read-only bytes at a distance from the start of their guarded memory.
 class Input {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -144,9 +145,7 @@ TEST(Conv, StrideOfZeroReadsOnePositionForEveryPixel) {
     EXPECT_TRUE(Matches(s, 10));
 }
 
-TEST(Conv, EveryShift) {
-    CheckEveryShift(kGenericConv, Shape(5, 3, 2, 6, 3, 1, 1));
-}
+TEST(Conv, EveryShift) { CheckEveryShift(kGenericConv, Shape(5, 3, 2, 6, 3, 1, 1)); }
 
 TEST(Conv, AllInputsAndWeightsAtTheirEnds) {
     CheckUniformExtremes(kGenericConv, Shape(5, 3, 3, 7, 3, 1, 1));
@@ -168,9 +167,7 @@ TEST(Conv, LongestDotProductOfSmallestValues) {
     EXPECT_EQ(RunGuarded(kGenericConv, s, data, {}), std::vector<int8_t>(5, 127));
 }
 
-TEST(Conv, OddAddresses) {
-    CheckOddAddresses(kGenericConv, Shape(7, 5, 3, 7, 3, 1, 1));
-}
+TEST(Conv, OddAddresses) { CheckOddAddresses(kGenericConv, Shape(7, 5, 3, 7, 3, 1, 1)); }
 
 TEST(Conv, FewerThanFourOutputChannelsLieFourDotProductsApart) {
     // K = 2: channel r has its weights at byte 8 * r, whatever stands between.

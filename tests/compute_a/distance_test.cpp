@@ -49,9 +49,7 @@ Floats UnitFeature(uint64_t seed) {
     return values;
 }
 
-uint32_t Bits(float value) {
-    return std::bit_cast<uint32_t>(value);
-}
+uint32_t Bits(float value) { return std::bit_cast<uint32_t>(value); }
 
 TEST(InnerProduct, MatchesReferenceBitForBitAtEveryLength) {
     for (int32_t n = 1; n <= 130; ++n) {

@@ -441,9 +441,7 @@ TEST(Rescale, RightShiftRoundsHalfUp) {
     EXPECT_EQ(Rescaled({3, -3, 127, -128}, 1), (Q7{2, -1, 64, -64}));
 }
 
-TEST(Rescale, LeftShiftWraps) {
-    EXPECT_EQ(Rescaled({64, -65, 100}, -1), (Q7{-128, 126, -56}));
-}
+TEST(Rescale, LeftShiftWraps) { EXPECT_EQ(Rescaled({64, -65, 100}, -1), (Q7{-128, 126, -56})); }
 
 TEST(Rescale, ShiftZeroChangesNothing) {
     Random random(1);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "compute_a/chw_case.h"
@@ -99,9 +100,7 @@ TEST(Pointwise, OddSizes) {
     }
 }
 
-TEST(Pointwise, EveryShift) {
-    CheckEveryShift(kPointwiseConv, Shape(13, 1, 18, 6));
-}
+TEST(Pointwise, EveryShift) { CheckEveryShift(kPointwiseConv, Shape(13, 1, 18, 6)); }
 
 TEST(Pointwise, AllInputsAndWeightsAtTheirEnds) {
     CheckUniformExtremes(kPointwiseConv, Shape(13, 1, 35, 7));
@@ -121,9 +120,7 @@ TEST(Pointwise, LongestDotProductOfSmallestValues) {
     EXPECT_EQ(RunGuarded(kPointwiseConv, s, data, {}), std::vector<int8_t>(5, 127));
 }
 
-TEST(Pointwise, OddAddresses) {
-    CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7));
-}
+TEST(Pointwise, OddAddresses) { CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7)); }
 
 // Calls with one argument changed, and tells whether dst and scratch stayed as they were.
 bool Refused(void (*change)(ConvShape&)) {

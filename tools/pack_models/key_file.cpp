@@ -19,10 +19,10 @@ struct Entry {
 };
 
 std::vector<Entry> EntriesOf(KeyFile* keys) {
-    return {{"white_box_key", keys->whiteBoxKey},     {"seed", keys->seed},
-            {"align_key", keys->align.key},           {"align_wrap_iv", keys->align.wrapIv},
-            {"align_array_iv", keys->align.arrayIv},  {"fr_key", keys->fr.key},
-            {"fr_wrap_iv", keys->fr.wrapIv},          {"fr_array_iv", keys->fr.arrayIv}};
+    return {{"white_box_key", keys->whiteBoxKey},    {"seed", keys->seed},
+            {"align_key", keys->align.key},          {"align_wrap_iv", keys->align.wrapIv},
+            {"align_array_iv", keys->align.arrayIv}, {"fr_key", keys->fr.key},
+            {"fr_wrap_iv", keys->fr.wrapIv},         {"fr_array_iv", keys->fr.arrayIv}};
 }
 
 std::string_view Trim(std::string_view text) {
@@ -76,7 +76,7 @@ const Entry& FindEntry(const std::vector<Entry>& entries, std::string_view name,
     throw PackError(where + "unknown name before '='");
 }
 
-}  // namespace
+} // namespace
 
 KeyFile ReadKeyFile(const std::string& path) {
     std::ifstream file(path);
@@ -114,4 +114,4 @@ KeyFile ReadKeyFile(const std::string& path) {
     return keys;
 }
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

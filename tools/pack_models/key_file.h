@@ -27,4 +27,4 @@ struct KeyFile {
 // Messages name the file, the line and the entry, never a value.
 KeyFile ReadKeyFile(const std::string& path);
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

@@ -36,4 +36,4 @@ std::vector<int64_t> WeightShape(const Layer& layer);
 std::string WeightName(const Layer& layer);
 std::string BiasName(const Layer& layer);
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

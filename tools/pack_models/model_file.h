@@ -20,4 +20,4 @@ struct LayerParameters {
 // signed integer type, in range. Returns them in the order of `layers`.
 std::vector<LayerParameters> ReadModel(const std::string& path, std::span<const Layer> layers);
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

@@ -12,4 +12,4 @@ class PackError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

@@ -31,7 +31,7 @@ std::vector<uint8_t> Interleave(const std::vector<int32_t>& weights, size_t chan
     return packed;
 }
 
-}  // namespace
+} // namespace
 
 size_t PackedWeightSize(const Layer& layer) {
     const auto in = static_cast<size_t>(layer.in);
@@ -80,4 +80,4 @@ std::vector<uint8_t> PackBiases(const std::vector<int32_t>& biases) {
     return packed;
 }
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

@@ -19,4 +19,4 @@ std::vector<uint8_t> PackWeights(const Layer& layer, const std::vector<int32_t>&
 // Biases as the library keeps them: 32-bit, little-endian.
 std::vector<uint8_t> PackBiases(const std::vector<int32_t>& biases);
 
-}  // namespace orvo::pack
+} // namespace orvo::pack

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "device_api/device_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ostream>
+#include <regex>
+
+#include "support/random.h"
+#include "support/stderr_capture.h"
+
+namespace device_test {
+
+void PrintTo(const Outcome& outcome, std::ostream* out) {
+    *out << "0x" << std::hex << outcome.code << std::dec << "\n" << outcome.text;
+}
+
+Outcome Observe(const std::function<uint32_t()>& call) {
+    orvo_test::StderrCapture capture;
+    Outcome outcome;
+    outcome.code = call();
+    outcome.text = capture.text();
+    static const std::regex deviceLine(R"(\[Line\]:[1-9]\d* )");
+    static const std::regex coreLine(R"((\[ERR\] [^ :]+):[1-9]\d* )");
+    outcome.text = std::regex_replace(outcome.text, deviceLine, "[Line]:N ");
+    outcome.text = std::regex_replace(outcome.text, coreLine, "$1:N ");
+    return outcome;
+}
+
+std::string Device(const std::string& function, const std::string& message) {
+    return "[Func]:" + function + " [Line]:N [Info]:" + message;
+}
+
+std::string Core(const std::string& message) { return "[ERR] ../fr_demo/fr_api:N " + message; }
+
+std::vector<kova_mpi_host_call> Calls() {
+    std::vector<kova_mpi_host_call> calls(kova_mpi_host_call_count());
+    for (uint32_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(kova_mpi_host_get_call(i, &calls[i]), 0);
+    }
+    return calls;
+}
+
+std::vector<std::string> CallNames() {
+    std::vector<std::string> names;
+    for (const kova_mpi_host_call& call : Calls()) {
+        names.push_back(call.function);
+    }
+    return names;
+}
+
+void ExpectNothingInUse() {
+    const kova_mpi_host_usage usage = Usage();
+    EXPECT_EQ(usage.blocks, 0u);
+    EXPECT_EQ(usage.mappings, 0u);
+    EXPECT_EQ(usage.jobs, 0u);
+}
+
+Feature Untouched() {
+    Feature feature;
+    for (size_t i = 0; i < feature.size(); ++i) {
+        feature[i] = 1000.0f + static_cast<float>(i);
+    }
+    return feature;
+}
+
+bool SameBits(const Feature& a, const Feature& b) {
+    return std::memcmp(a.data(), b.data(), sizeof a) == 0;
+}
+
+std::vector<uint8_t> DrawFrame(uint32_t width, uint32_t height, uint32_t stride, uint64_t seed) {
+    orvo_test::Random random(seed);
+    const uint32_t cell = 24;
+    std::vector<uint8_t> patch(16 * 16);
+    random.Fill(patch.data(), patch.size());
+    std::vector<uint8_t> bytes(uint64_t{stride} * height);
+    random.Fill(bytes.data(), bytes.size()); // what lies behind a row's end is anything
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            const uint32_t coarse = patch[(y / cell % 16) * 16 + x / cell % 16];
+            bytes[uint64_t{y} * stride + x] =
+                static_cast<uint8_t>((coarse * 3 + random.Byte()) / 4);
+        }
+    }
+    return bytes;
+}
+
+MediaFrame::MediaFrame(uint32_t width, uint32_t height, uint32_t stride, uint64_t seed)
+    : memory_(Allocate(stride * height, "FRAME")), image_{} {
+    const std::vector<uint8_t> bytes = DrawFrame(width, height, stride, seed);
+    std::memcpy(memory_.vir, bytes.data(), bytes.size());
+    image_.phy_addr = memory_.phy;
+    image_.stride = stride;
+    image_.width = width;
+    image_.height = height;
+}
+
+MediaFrame::~MediaFrame() { EXPECT_EQ(KOVA_MPI_SYS_MmzFree(memory_.phy, memory_.vir), 0); }
+
+obj_img MediaFrame::image(uint32_t memType) const {
+    obj_img image = image_;
+    image.mem_type = memType;
+    image.vir_addr = memType == 1 ? reinterpret_cast<uintptr_t>(memory_.vir) : 0;
+    return image;
+}
+
+uint32_t Extract(const obj_img& image, Feature& feature) {
+    return kova_fr_extract_obj_feature(&image, KOVA_FR_FEATURE_LEN, feature.data());
+}
+
+Feature CoreFeature(const uint8_t* pixels, int32_t stride) {
+    const FrImage image = {pixels, 256, 256, stride};
+    Feature feature = Untouched();
+    EXPECT_EQ(OrvoFrRun(&image, feature.data(), ORVO_FR_FEATURE_BYTES), 0);
+    return feature;
+}
+
+InitialisedApi::InitialisedApi() {
+    const orvo_test::StderrCapture capture;
+    EXPECT_EQ(kova_fr_init(), KOVA_FR_OK);
+}
+
+InitialisedApi::~InitialisedApi() {
+    const orvo_test::StderrCapture capture;
+    kova_fr_deinit();
+}
+
+bool IsInitialised() {
+    const orvo_test::StderrCapture capture;
+    const Feature feature = {};
+    float distance = 0;
+    const uint32_t code =
+        kova_fr_get_distance(feature.data(), 128, feature.data(), 128, &distance);
+    EXPECT_TRUE(code == KOVA_FR_OK || code == KOVA_FR_ERR_UNEXIST);
+    return code == KOVA_FR_OK;
+}
+
+}  // namespace device_test

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace kova_cli {
+
+// Each adds one command to the program. The command runs while the command line is parsed.
+void AddCompareCommand(CLI::App& program);
+void AddExtractCommand(CLI::App& program);
+
+} // namespace kova_cli

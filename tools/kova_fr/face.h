@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "frame.h"
+#include "orvo/orvo_fr.h"
+
+namespace kova_cli {
+
+using Feature = std::array<float, KOVA_FR_FEATURE_LEN>;
+
+// What became of one picture.
+struct Face {
+    std::string path;
+    uint32_t pictureWidth = 0;
+    uint32_t pictureHeight = 0;
+    Box box; // the part that was the frame
+    Feature feature = {};
+    std::vector<uint8_t> crop; // what the recognition network saw, kCropSize rows and columns
+};
+
+inline constexpr uint32_t kCropSize = ORVO_FR_CROP_SIZE;
+
+// The device API, from its initialisation to its end.
+class Recogniser {
+  public:
+    Recogniser();
+    ~Recogniser();
+    Recogniser(const Recogniser&) = delete;
+    Recogniser& operator=(const Recogniser&) = delete;
+
+    // The Failure names the picture.
+    Face Recognise(const std::string& path, const std::optional<Box>& box) const;
+    float Distance(const Feature& a, const Feature& b) const;
+};
+
+} // namespace kova_cli

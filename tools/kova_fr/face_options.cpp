@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+#include "face_options.h"
+
+#include <charconv>
+#include <filesystem>
+
+namespace kova_cli {
+namespace {
+
+constexpr const char* kWholePicture = "all";
+
+std::optional<uint32_t> ParseNumber(const char*& at, const char* end) {
+    uint32_t number = 0;
+    const auto [next, error] = std::from_chars(at, end, number);
+    if (error != std::errc()) {
+        return std::nullopt;
+    }
+    at = next;
+    return number;
+}
+
+// "x,y,w,h", the last two not 0.
+std::optional<Box> ParseBox(const std::string& text) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    uint32_t numbers[4];
+    for (int i = 0; i < 4; ++i) {
+        if (i > 0 && (at == end || *at++ != ',')) {
+            return std::nullopt;
+        }
+        const std::optional<uint32_t> number = ParseNumber(at, end);
+        if (!number) {
+            return std::nullopt;
+        }
+        numbers[i] = *number;
+    }
+    if (at != end || numbers[2] == 0 || numbers[3] == 0) {
+        return std::nullopt;
+    }
+    return Box{numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+std::string CheckBox(const std::string& text) {
+    if (text == kWholePicture || ParseBox(text)) {
+        return "";
+    }
+    return "'" + text + "' is no box; give x,y,w,h in pixels, or all";
+}
+
+void CheckBoxCount(const FaceOptions& options) {
+    const size_t count = options.boxes.size();
+    if (count > 1 && count != options.pictures.size()) {
+        throw CLI::ValidationError("--box", "given " + std::to_string(count) + " times for " +
+                                                std::to_string(options.pictures.size()) +
+                                                " pictures; give one for all or one for each");
+    }
+}
+
+// One box serves all pictures; more of them belong to the pictures in order.
+std::optional<Box> BoxOf(const FaceOptions& options, size_t picture) {
+    if (options.boxes.empty()) {
+        return std::nullopt;
+    }
+    return ParseBox(options.boxes[options.boxes.size() == 1 ? 0 : picture]);
+}
+
+std::string NumberedPath(const std::string& path, size_t number) {
+    const std::filesystem::path whole(path);
+    const std::string name =
+        whole.stem().string() + "-" + std::to_string(number) + whole.extension().string();
+    return (whole.parent_path() / name).string();
+}
+
+} // namespace
+
+void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures) {
+    command.add_option("pictures", options.pictures, "PNG, JPEG, PGM or PPM files")
+        ->required()
+        ->expected(fewestPictures, CLI::detail::expected_max_vector_size)
+        ->type_name("PICTURE");
+    command
+        .add_option("--box", options.boxes,
+                    "The face inside the picture in pixels, or 'all' for the whole picture "
+                    "(default). Give one box for all pictures or one for each, in order")
+        ->allow_extra_args(false)
+        ->check(CheckBox, "")
+        ->type_name("x,y,w,h");
+    command
+        .add_option("--save-crop", options.cropPath,
+                    "Write the 96 x 96 face crop that the recognition network saw. For several "
+                    "pictures the names are numbered (FILE-1.png, FILE-2.png), and files with "
+                    "such a name that exist already are not replaced")
+        ->type_name("FILE.png");
+    command.add_flag("--json", options.json, "Print one line of JSON");
+}
+
+std::vector<OutputFile> CropFiles(const FaceOptions& options) {
+    std::vector<OutputFile> files;
+    if (options.cropPath.empty()) {
+        return files;
+    }
+    const size_t count = options.pictures.size();
+    for (size_t i = 1; i <= count; ++i) {
+        OutputFile file;
+        file.path = count == 1 ? options.cropPath : NumberedPath(options.cropPath, i);
+        file.mayReplace = count == 1;
+        files.push_back(file);
+    }
+    return files;
+}
+
+void FillCropFiles(const std::vector<Face>& faces, std::vector<OutputFile>& files) {
+    for (size_t i = 0; i < files.size(); ++i) {
+        files[i].bytes = EncodePng(faces[i].crop, kCropSize, kCropSize, 1);
+    }
+}
+
+std::vector<Face> RecogniseAll(const Recogniser& recogniser, const FaceOptions& options) {
+    CheckBoxCount(options);
+    std::vector<Face> faces;
+    for (size_t i = 0; i < options.pictures.size(); ++i) {
+        faces.push_back(recogniser.Recognise(options.pictures[i], BoxOf(options, i)));
+    }
+    return faces;
+}
+
+nlohmann::ordered_json PictureJson(const Face& face) {
+    return {{"path", face.path},
+            {"width", face.pictureWidth},
+            {"height", face.pictureHeight},
+            {"box",
+             {{"x", face.box.x},
+              {"y", face.box.y},
+              {"width", face.box.width},
+              {"height", face.box.height}}}};
+}
+
+std::string JsonLine(const nlohmann::ordered_json& json) {
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+} // namespace kova_cli

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "label.h"
+
+#include <algorithm>
+
+namespace kova_cli {
+namespace {
+
+bool IsCharacterStart(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
+
+// How many leading bytes, up to the last slash among them, all paths share.
+size_t SharedFolderLength(const std::vector<std::string>& paths) {
+    size_t shared = paths.front().size();
+    for (const std::string& path : paths) {
+        const auto [difference, other] =
+            std::mismatch(path.begin(), path.end(), paths.front().begin(), paths.front().end());
+        shared = std::min(shared, static_cast<size_t>(difference - path.begin()));
+    }
+    const size_t slash = paths.front().rfind('/', shared);
+    return slash == std::string::npos || slash >= shared ? 0 : slash + 1;
+}
+
+std::string Padding(const std::string& label, size_t length) {
+    return std::string(length - std::min(length, LabelLength(label)), ' ');
+}
+
+} // namespace
+
+std::vector<std::string> DistinctNames(const std::vector<std::string>& paths) {
+    const size_t shared = SharedFolderLength(paths);
+    std::vector<std::string> names;
+    for (const std::string& path : paths) {
+        names.push_back(OneLine(path.substr(shared)));
+    }
+    return names;
+}
+
+size_t LabelLength(const std::string& label) {
+    return static_cast<size_t>(std::count_if(label.begin(), label.end(), IsCharacterStart));
+}
+
+std::string ShortenLabel(const std::string& label, size_t limit) {
+    size_t surplus = LabelLength(label);
+    if (surplus <= limit) {
+        return label;
+    }
+    surplus -= limit - 1;
+    size_t at = 0;
+    while (at < label.size() && (surplus > 0 || !IsCharacterStart(label[at]))) {
+        surplus -= IsCharacterStart(label[at]) ? 1 : 0;
+        ++at;
+    }
+    return "~" + label.substr(at);
+}
+
+std::string PadLeft(const std::string& label, size_t length) {
+    return Padding(label, length) + label;
+}
+
+std::string PadRight(const std::string& label, size_t length) {
+    return label + Padding(label, length);
+}
+
+std::string OneLine(const std::string& text) {
+    std::string line = text;
+    const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
+    std::replace_if(line.begin(), line.end(), isControl, '?');
+    return line;
+}
+
+} // namespace kova_cli

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#include <cstdio>
+#include <sstream>
+
+#include "commands.h"
+#include "failure.h"
+#include "label.h"
+#include "output_file.h"
+
+namespace {
+
+enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
+
+constexpr const char* kNotes =
+    "Pictures are found out by content (PNG, JPEG, PGM, PPM) and may have up to 100 megapixels;\n"
+    "the face needs at least 16 x 12. Colour becomes luma with the weights of BT.601, transparent\n"
+    "parts count as black, marks of rotation (EXIF) are not followed. An odd last column or row "
+    "is\n"
+    "left out.\n"
+    "\n"
+    "Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage.\n"
+    "\n"
+    "Examples:\n"
+    "  kova-fr compare a.jpg b.png\n"
+    "  kova-fr extract --json face.png\n"
+    "  kova-fr compare --help";
+
+int Report(const std::string& what, Status status) {
+    std::fprintf(stderr, "kova-fr: %s\n", kova_cli::OneLine(what).c_str());
+    return status;
+}
+
+// What CLI11 throws to be asked for help or for the version comes with its text.
+void PrintRequested(const CLI::App& program, const CLI::ParseError& request) {
+    std::ostringstream text;
+    program.exit(request, text, text);
+    kova_cli::WriteStandardOutput(text.str());
+}
+
+int Run(CLI::App& program, int count, char** arguments) {
+    try {
+        program.parse(count, arguments);
+        return kSuccess;
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) {
+            return Report(std::string(error.what()) + "; see kova-fr --help", kWrongUsage);
+        }
+        PrintRequested(program, error);
+        return kSuccess;
+    }
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        CLI::App program("Face features of pictures and their distances, through the device API.",
+                         "kova-fr");
+        program.set_version_flag("--version", "kova-fr " ORVO_VERSION);
+        program.require_subcommand(1);
+        program.footer(kNotes);
+        kova_cli::AddCompareCommand(program);
+        kova_cli::AddExtractCommand(program);
+        return Run(program, count, arguments);
+    } catch (const kova_cli::Failure& failure) {
+        return Report(failure.what(), kFailure);
+    } catch (const std::bad_alloc&) {
+        return Report("there is not enough memory; use smaller pictures", kFailure);
+    } catch (const std::exception& error) {
+        return Report(error.what(), kFailure);
+    }
+}
