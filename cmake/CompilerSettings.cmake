@@ -9,6 +9,10 @@ target_compile_options(orvo_settings INTERFACE
     -ffp-contract=off
     # Exported functions and objects must stay replaceable, also where the compiler sees their bodies.
     -fsemantic-interposition)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # GCC 12 warns of overlaps inside std::string that cannot happen.
+    target_compile_options(orvo_settings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
 if(ORVO_WERROR)
     target_compile_options(orvo_settings INTERFACE -Werror)
 endif()

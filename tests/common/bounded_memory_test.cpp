@@ -13,9 +13,7 @@ namespace {
 
 using orvo_test::GuardedBuffer;
 
-std::string Text(GuardedBuffer& buffer) {
-    return std::string(buffer.as<char>(), buffer.size());
-}
+std::string Text(GuardedBuffer& buffer) { return std::string(buffer.as<char>(), buffer.size()); }
 
 TEST(BoundedCopy, CopiesExactlyTheCount) {
     char dst[] = "abcdef";

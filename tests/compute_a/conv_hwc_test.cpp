@@ -609,6 +609,34 @@ TEST_P(ConvHwcFailures, EveryFailedStepEndsTheCallWithItsCodeAndLine) {
     }
 }
 
+TEST_P(ConvHwcFailures, EveryFailedStepEndsTheCallInOddGeometriesToo) {
+    // Interior footprints that leave the input: how they are cut into steps is the kernel's affair.
+    ConvShape larger = Shape(4, 3, 2, 3, 2, 0, 1);
+    larger.dstWidth = 6;
+    larger.dstHeight = 5;
+    for (const ConvShape& s : {larger, Shape(6, 5, 2, 3, 3, 2, 1), Shape(5, 5, 2, 3, 2, 1, 2)}) {
+        const Data data = RandomData(s, 20);
+        RunRecorded(s, data, Im2colBytes(s), 0, 0);
+        ASSERT_EQ(status_, 0);
+        const std::vector<BoundedCall> calls = BoundedCalls();
+        ASSERT_GT(calls.size(), 0u);
+        for (size_t n = 0; n < calls.size(); ++n) {
+            SCOPED_TRACE("failing call " + std::to_string(n));
+            RunRecorded(s, data, Im2colBytes(s), static_cast<int>(n) + 1, 99);
+            EXPECT_EQ(status_, 99);
+            EXPECT_EQ(BoundedCalls().size(), n + 1);
+            EXPECT_EQ(std::count(dst_.begin(), dst_.end(), 77),
+                      static_cast<ptrdiff_t>(dst_.size()));
+            EXPECT_EQ(text_.rfind("[ERR] ../compute_a/arma_conv:", 0), 0u) << text_;
+            const std::string rest = calls[n].isCopy ? " memcpy_s tmpBuffer failed: 99\n"
+                                                     : " memset_s tmpBuffer failed: 99\n";
+            ASSERT_GT(text_.size(), rest.size());
+            EXPECT_EQ(text_.substr(text_.size() - rest.size()), rest);
+            EXPECT_EQ(std::count(text_.begin(), text_.end(), '\n'), 1);
+        }
+    }
+}
+
 TEST_P(ConvHwcFailures, EveryShortScratchFailsAtTheStepThatDoesNotFit) {
     for (const ConvShape& s : kUsualShapes) {
         SCOPED_TRACE("kernel " + std::to_string(s.kernelSize) + " pad " + std::to_string(s.pad));

@@ -130,10 +130,9 @@ bool IsInitialised() {
     const orvo_test::StderrCapture capture;
     const Feature feature = {};
     float distance = 0;
-    const uint32_t code =
-        kova_fr_get_distance(feature.data(), 128, feature.data(), 128, &distance);
+    const uint32_t code = kova_fr_get_distance(feature.data(), 128, feature.data(), 128, &distance);
     EXPECT_TRUE(code == KOVA_FR_OK || code == KOVA_FR_ERR_UNEXIST);
     return code == KOVA_FR_OK;
 }
 
-}  // namespace device_test
+} // namespace device_test

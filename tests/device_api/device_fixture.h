@@ -88,4 +88,4 @@ class InitialisedApi {
 // Whether the device API says that it is initialised.
 bool IsInitialised();
 
-}  // namespace device_test
+} // namespace device_test

@@ -45,23 +45,23 @@ void ExpectArgumentFailures() {
     for (const int32_t length : {127, 129, 0, -1, 512, INT_MAX, INT_MIN}) {
         arguments.bLength = length;
         EXPECT_EQ(arguments.Call(),
-                  Refused(0xa03f8003, "Error: feature_b_len(" + std::to_string(length) +
-                                          ") must be 128!\n"));
+                  Refused(0xa03f8003,
+                          "Error: feature_b_len(" + std::to_string(length) + ") must be 128!\n"));
     }
     arguments.b = nullptr;
     EXPECT_EQ(arguments.Call(), Refused(0xa03f8006, "Error: feature_b null!\n"));
     for (const int32_t length : {127, 129, 0, -1, 512, INT_MAX, INT_MIN}) {
         arguments.aLength = length;
         EXPECT_EQ(arguments.Call(),
-                  Refused(0xa03f8003, "Error: feature_a_len(" + std::to_string(length) +
-                                          ") must be 128!\n"));
+                  Refused(0xa03f8003,
+                          "Error: feature_a_len(" + std::to_string(length) + ") must be 128!\n"));
     }
     arguments.a = nullptr;
     EXPECT_EQ(arguments.Call(), Refused(0xa03f8006, "Error: feature_a null!\n"));
     EXPECT_EQ(arguments.distance, -123.0f);
 }
 
-}  // namespace
+} // namespace
 
 TEST(DeviceDistance, RefusesBadArgumentsInOrderBeforeInit) {
     kova_mpi_host_start_recording();
@@ -77,8 +77,7 @@ TEST(DeviceDistance, RefusesBadArgumentsTheSameWayAfterInit) {
 TEST(DeviceDistance, NamesALengthOf127AndTheExpected128) {
     Arguments arguments;
     arguments.bLength = 127;
-    EXPECT_EQ(arguments.Call(),
-              Refused(0xa03f8003, "Error: feature_b_len(127) must be 128!\n"));
+    EXPECT_EQ(arguments.Call(), Refused(0xa03f8003, "Error: feature_b_len(127) must be 128!\n"));
 }
 
 TEST(DeviceDistance, BeforeInitFailsOnlyAfterAllArgumentChecks) {

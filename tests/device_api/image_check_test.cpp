@@ -127,7 +127,7 @@ void ExpectAccepted(const std::function<void(obj_img&)>& change) {
     EXPECT_EQ(TryImage(&image), kNotInitialised);
 }
 
-}  // namespace
+} // namespace
 
 TEST(ImageCheck, RefusesEveryBadFieldInOrderBeforeInit) {
     kova_mpi_host_start_recording();
@@ -208,10 +208,11 @@ TEST(FeatureCheck, RefusesEveryLengthBut128BeforeAndAfterInit) {
     const auto check = [&] {
         for (const uint32_t length : {0u, 127u, 129u, 512u, 4294967295u}) {
             const std::string shown = std::to_string(static_cast<int32_t>(length));
-            EXPECT_EQ(
-                Observe([&] { return kova_fr_extract_obj_feature(&image, length, feature.data()); }),
-                (Outcome{0xa03f8003,
-                         Device(kExtract, "Error: feature_len(" + shown + ") must be 128!\n")}));
+            EXPECT_EQ(Observe([&] {
+                          return kova_fr_extract_obj_feature(&image, length, feature.data());
+                      }),
+                      (Outcome{0xa03f8003, Device(kExtract, "Error: feature_len(" + shown +
+                                                                ") must be 128!\n")}));
         }
     };
     kova_mpi_host_start_recording();

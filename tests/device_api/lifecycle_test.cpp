@@ -16,7 +16,7 @@ const Outcome kOkAgain = {KOVA_FR_OK, kRepeatInit};
 const Outcome kNotInitialised = {KOVA_FR_ERR_UNEXIST,
                                  Device("kova_fr_deinit", "fr already deinited\n")};
 
-}  // namespace
+} // namespace
 
 TEST(DeviceInit, TwiceIsRefusedTheSecondTime) {
     EXPECT_EQ(Observe(kova_fr_init), kOk);
@@ -74,14 +74,14 @@ TEST(DeviceInit, FailsWhenTheAllocationFailsAndStaysUninitialised) {
 }
 
 TEST(DeviceInit, FailsWhenTheCoreRefusesABlockWithoutVirtualAddress) {
-    ASSERT_EQ(kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1,
-                                          KOVA_MPI_HOST_BLANK_VIR, 0),
-              0);
+    ASSERT_EQ(
+        kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1, KOVA_MPI_HOST_BLANK_VIR, 0),
+        0);
     kova_mpi_host_start_recording();
-    EXPECT_EQ(Observe(kova_fr_init),
-              (Outcome{0xa03f800c,
-                       Core("OrvoFrSetMemory failed. Input addr is null!\n\n") +
-                           Device("kova_fr_init", "OrvoFrSetMemory failed, Error(0x1)\n")}));
+    EXPECT_EQ(
+        Observe(kova_fr_init),
+        (Outcome{0xa03f800c, Core("OrvoFrSetMemory failed. Input addr is null!\n\n") +
+                                 Device("kova_fr_init", "OrvoFrSetMemory failed, Error(0x1)\n")}));
     // A block with an address missing is not given back.
     EXPECT_EQ(CallNames(), std::vector<std::string>{"KOVA_MPI_SYS_MmzAlloc_Cached"});
     EXPECT_EQ(kova_mpi_host_blocks_named("FR_MEM", nullptr), 1u);
@@ -91,9 +91,9 @@ TEST(DeviceInit, FailsWhenTheCoreRefusesABlockWithoutVirtualAddress) {
 }
 
 TEST(DeviceInit, ABlockWithoutPhysicalAddressServesButIsNotGivenBack) {
-    ASSERT_EQ(kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1,
-                                          KOVA_MPI_HOST_BLANK_PHY, 0),
-              0);
+    ASSERT_EQ(
+        kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1, KOVA_MPI_HOST_BLANK_PHY, 0),
+        0);
     EXPECT_EQ(Observe(kova_fr_init), kOk);
     EXPECT_TRUE(IsInitialised());
     kova_mpi_host_start_recording();

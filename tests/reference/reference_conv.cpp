@@ -7,13 +7,9 @@
 namespace orvo_reference {
 namespace {
 
-size_t Index(int64_t i) {
-    return static_cast<size_t>(i);
-}
+size_t Index(int64_t i) { return static_cast<size_t>(i); }
 
-uint32_t Product(int8_t a, int8_t b) {
-    return static_cast<uint32_t>(int32_t{a} * int32_t{b});
-}
+uint32_t Product(int8_t a, int8_t b) { return static_cast<uint32_t>(int32_t{a} * int32_t{b}); }
 
 // The input value at (c, y, x) of a CHW tensor, zero outside.
 int8_t ChwInput(const ConvShape& s, const int8_t* src, int c, int y, int x) {
@@ -35,9 +31,7 @@ int8_t NaturalWeight(const ConvShape& s, const int8_t* weights, int o, int c, in
     return weights[((Index(o) * Index(s.srcChannels) + Index(c)) * k + Index(ky)) * k + Index(kx)];
 }
 
-int8_t Rectified(int8_t value, bool rectify) {
-    return rectify && value < 0 ? int8_t{0} : value;
-}
+int8_t Rectified(int8_t value, bool rectify) { return rectify && value < 0 ? int8_t{0} : value; }
 
 // The packed orders of the two matrix-product kernels differ only in the spacing of their groups.
 size_t PackedSize(int outChannels, size_t dotLength, size_t spacing) {
@@ -64,9 +58,7 @@ void Pack(const int8_t* natural, int outChannels, size_t dotLength, size_t spaci
     }
 }
 
-size_t PointwiseSpacing(int inChannels) {
-    return Index(16 * (inChannels / 4 + inChannels % 4));
-}
+size_t PointwiseSpacing(int inChannels) { return Index(16 * (inChannels / 4 + inChannels % 4)); }
 
 } // namespace
 

@@ -10,9 +10,7 @@ namespace orvo_reference {
 namespace {
 
 // The 32 bits that the exact value wraps to.
-int32_t Wrapped(int64_t value) {
-    return static_cast<int32_t>(static_cast<uint32_t>(value));
-}
+int32_t Wrapped(int64_t value) { return static_cast<int32_t>(static_cast<uint32_t>(value)); }
 
 // Two's complement, towards minus infinity, for any count.
 int32_t ShiftRight(int32_t value, uint32_t count) {

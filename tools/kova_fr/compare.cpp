@@ -50,7 +50,7 @@ std::vector<std::string> Labels(const std::vector<Face>& faces) {
     for (const Face& face : faces) {
         paths.push_back(face.path);
     }
-    return DistinctNames(paths);
+    return ShortNames(paths);
 }
 
 size_t LongestLabel(const std::vector<std::string>& labels, size_t limit) {

@@ -33,7 +33,8 @@ std::string FloatText(float value) {
 std::string FeatureLine(const Feature& feature) {
     std::string line;
     for (const float value : feature) {
-        line += (line.empty() ? "" : " ") + FloatText(value);
+        line += line.empty() ? "" : " ";
+        line += FloatText(value);
     }
     return line + "\n";
 }

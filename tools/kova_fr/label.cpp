@@ -2,6 +2,8 @@
 #include "label.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <set>
 
 namespace kova_cli {
 namespace {
@@ -20,19 +22,27 @@ size_t SharedFolderLength(const std::vector<std::string>& paths) {
     return slash == std::string::npos || slash >= shared ? 0 : slash + 1;
 }
 
+size_t CountDistinct(const std::vector<std::string>& names) {
+    return std::set<std::string>(names.begin(), names.end()).size();
+}
+
 std::string Padding(const std::string& label, size_t length) {
     return std::string(length - std::min(length, LabelLength(label)), ' ');
 }
 
 } // namespace
 
-std::vector<std::string> DistinctNames(const std::vector<std::string>& paths) {
+std::vector<std::string> ShortNames(const std::vector<std::string>& paths) {
     const size_t shared = SharedFolderLength(paths);
     std::vector<std::string> names;
     for (const std::string& path : paths) {
         names.push_back(OneLine(path.substr(shared)));
     }
-    return names;
+    std::vector<std::string> bare;
+    for (const std::string& name : names) {
+        bare.push_back(std::filesystem::path(name).replace_extension().string());
+    }
+    return CountDistinct(bare) == CountDistinct(names) ? bare : names;
 }
 
 size_t LabelLength(const std::string& label) {

@@ -9,8 +9,9 @@ namespace kova_cli {
 
 // File names as they stand in tables and messages. Lengths count characters of UTF-8.
 
-// The names without the folders that all paths share; with them none would be lost, only width.
-std::vector<std::string> DistinctNames(const std::vector<std::string>& paths);
+// The paths without the folders that all of them share, and without extensions if they still differ
+// then.
+std::vector<std::string> ShortNames(const std::vector<std::string>& paths);
 
 size_t LabelLength(const std::string& label);
 

@@ -12,11 +12,10 @@ namespace {
 enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
 
 constexpr const char* kNotes =
-    "Pictures are found out by content (PNG, JPEG, PGM, PPM) and may have up to 100 megapixels;\n"
-    "the face needs at least 16 x 12. Colour becomes luma with the weights of BT.601, transparent\n"
-    "parts count as black, marks of rotation (EXIF) are not followed. An odd last column or row "
-    "is\n"
-    "left out.\n"
+    "A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels; the face\n"
+    "needs at least 16 x 12. Colour becomes luma with the weights of BT.601, transparent parts "
+    "count\n"
+    "as black, marks of rotation (EXIF) are not followed, an odd last column or row is left out.\n"
     "\n"
     "Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage.\n"
     "\n"

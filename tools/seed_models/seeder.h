@@ -20,7 +20,7 @@ class Seeder {
 
     // Draws layer `number`, whose results are shifted right by `shift`, and runs it. A channel's
     // results get about the given spread (standard deviation) around its centre.
-    Batch Run(const Batch& in, int number, int shift, double spread = 26.0,
+    Batch Run(const Batch& in, int number, int shift, double spread,
               std::span<const double> centres = {});
 
     const std::map<int, pack::LayerParameters>& parameters() const { return parameters_; }

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: MIT
+// Measures GCM, and the plain AES-128 under it, against OpenSSL. Links forward_cipher.cpp, so that
+// both work with the same key.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "cipher/forward_cipher.h"
+#include "cipher/gcm_vectors.h"
+#include "cipher/plain_gcm.h"
+#include "orvo/cipher.h"
+#include "support/random.h"
+
+namespace {
+
+using orvo_reference::Block;
+using orvo_reference::Bytes;
+using orvo_test::Random;
+
+struct Sealed {
+    Bytes ciphertext;
+    Bytes tag;
+};
+
+using Context = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
+
+void Require(int done) {
+    if (done != 1) {
+        throw std::runtime_error("OpenSSL refused a step");
+    }
+}
+
+// The context is reused, since making one takes longer than a message.
+Sealed SealWithOpenSsl(EVP_CIPHER_CTX* context, const Bytes& key, const Bytes& iv,
+                       const Bytes& plaintext, const Bytes& additional) {
+    Sealed sealed = {Bytes(plaintext.size()), Bytes(16)};
+    int written = 0;
+    Require(EVP_EncryptInit_ex(context, EVP_aes_128_gcm(), nullptr, nullptr, nullptr));
+    Require(
+        EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(iv.size()), nullptr));
+    Require(EVP_EncryptInit_ex(context, nullptr, nullptr, key.data(), iv.data()));
+    if (!additional.empty()) {
+        Require(EVP_EncryptUpdate(context, nullptr, &written, additional.data(),
+                                  static_cast<int>(additional.size())));
+    }
+    if (!plaintext.empty()) {
+        Require(EVP_EncryptUpdate(context, sealed.ciphertext.data(), &written, plaintext.data(),
+                                  static_cast<int>(plaintext.size())));
+    }
+    uint8_t rest[16];
+    Require(EVP_EncryptFinal_ex(context, rest, &written));
+    Require(EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_GET_TAG, 16, sealed.tag.data()));
+    return sealed;
+}
+
+void SetForwardKey(const Bytes& key) {
+    Block block;
+    std::copy(key.begin(), key.end(), block.begin());
+    orvo_test::SetForwardKey(block);
+}
+
+Bytes RandomBytes(Random& random, int32_t least, int32_t most) {
+    Bytes bytes(static_cast<size_t>(random.Between(least, most)));
+    random.Fill(bytes.data(), bytes.size());
+    return bytes;
+}
+
+uint32_t Length(const Bytes& bytes) { return static_cast<uint32_t>(bytes.size()); }
+
+// Both directions of one message.
+void ExpectSame(EVP_CIPHER_CTX* context, const Bytes& key, const Bytes& iv, const Bytes& plaintext,
+                const Bytes& additional, uint32_t tagLength) {
+    SetForwardKey(key);
+    Sealed expected = SealWithOpenSsl(context, key, iv, plaintext, additional);
+    expected.tag.resize(tagLength);
+    Sealed sealed = {Bytes(plaintext.size()), Bytes(tagLength)};
+    ASSERT_EQ(wb_aes_encrypt_gcm(iv.data(), Length(iv), plaintext.data(), Length(plaintext),
+                                 sealed.ciphertext.data(), additional.data(), Length(additional),
+                                 sealed.tag.data(), tagLength),
+              0);
+    ASSERT_EQ(sealed.ciphertext, expected.ciphertext);
+    ASSERT_EQ(sealed.tag, expected.tag);
+    Bytes opened(plaintext.size());
+    ASSERT_EQ(wb_aes_decrypt_gcm(iv.data(), Length(iv), expected.ciphertext.data(),
+                                 Length(plaintext), opened.data(), additional.data(),
+                                 Length(additional), expected.tag.data(), tagLength),
+              0);
+    ASSERT_EQ(opened, plaintext);
+}
+
+void ExpectRandomMessagesSame(uint64_t seed, int count) {
+    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    Random random(seed);
+    for (int i = 0; i < count; ++i) {
+        const Bytes key = RandomBytes(random, 16, 16);
+        const Bytes iv = RandomBytes(random, 1, 64);
+        const Bytes additional = RandomBytes(random, 0, 100);
+        const Bytes plaintext = RandomBytes(random, 0, 300);
+        const auto tagLength = static_cast<uint32_t>(random.Between(4, 16));
+        ExpectSame(context.get(), key, iv, plaintext, additional, tagLength);
+        if (testing::Test::HasFatalFailure()) {
+            FAIL() << "message " << i << " of seed " << seed;
+        }
+    }
+}
+
+TEST(GcmAgainstOpenSsl, PublishedCasesAreWhatOpenSslGives) {
+    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    for (const auto& vector : orvo_test::kGcmVectors) {
+        SCOPED_TRACE(&vector - orvo_test::kGcmVectors + 1);
+        const Sealed sealed = SealWithOpenSsl(
+            context.get(), orvo_test::FromHex(vector.key), orvo_test::FromHex(vector.iv),
+            orvo_test::FromHex(vector.plaintext), orvo_test::FromHex(vector.additional));
+        EXPECT_EQ(sealed.ciphertext, orvo_test::FromHex(vector.ciphertext));
+        EXPECT_EQ(sealed.tag, orvo_test::FromHex(vector.tag));
+    }
+}
+
+// 100,000 in all.
+TEST(GcmAgainstOpenSsl, RandomMessages1To20000) { ExpectRandomMessagesSame(1, 20000); }
+
+TEST(GcmAgainstOpenSsl, RandomMessages20001To40000) { ExpectRandomMessagesSame(2, 20000); }
+
+TEST(GcmAgainstOpenSsl, RandomMessages40001To60000) { ExpectRandomMessagesSame(3, 20000); }
+
+TEST(GcmAgainstOpenSsl, RandomMessages60001To80000) { ExpectRandomMessagesSame(4, 20000); }
+
+TEST(GcmAgainstOpenSsl, RandomMessages80001To100000) { ExpectRandomMessagesSame(5, 20000); }
+
+// Every combination of lengths near a block's end.
+TEST(GcmAgainstOpenSsl, LengthsAroundWholeBlocks) {
+    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    Random random(6);
+    for (const int32_t ivLength : {1, 11, 12, 13, 15, 16, 17, 64}) {
+        for (const int32_t additionalLength : {0, 1, 15, 16, 17, 32}) {
+            for (const int32_t textLength : {0, 1, 15, 16, 17, 31, 32, 33, 300}) {
+                ExpectSame(context.get(), RandomBytes(random, 16, 16),
+                           RandomBytes(random, ivLength, ivLength),
+                           RandomBytes(random, textLength, textLength),
+                           RandomBytes(random, additionalLength, additionalLength), 16);
+            }
+        }
+    }
+}
+
+// The pre-counter block of an IV of 16 bytes can be chosen: here it ends with 32 ones.
+TEST(GcmAgainstOpenSsl, CounterWrapsWithinItsLast32Bits) {
+    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    Random random(7);
+    for (int round = 0; round < 20; ++round) {
+        const Bytes key = RandomBytes(random, 16, 16);
+        SetForwardKey(key);
+        Block start;
+        random.Fill(start.data(), start.size());
+        std::fill(start.begin() + 12, start.end(), uint8_t{0xff});
+        start[15] = static_cast<uint8_t>(0xff - round % 4);
+        ExpectSame(context.get(), key, orvo_reference::IvForPreCounter(start),
+                   RandomBytes(random, 100, 100), {}, 16);
+    }
+}
+
+} // namespace

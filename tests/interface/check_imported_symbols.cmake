@@ -1,0 +1,30 @@
+# The shared library may import the platform's functions, the sibling cipher's, and what carries the
+# version of a system library; nothing else.
+# cmake -DNM=... -DLIBRARY=... -P check_imported_symbols.cmake
+execute_process(COMMAND "${NM}" -D --undefined-only "${LIBRARY}"
+                OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "[^\n]+" lines "${output}")
+if(NOT lines)
+    message(FATAL_ERROR "${LIBRARY} imports nothing at all")
+endif()
+set(wrong "")
+set(platform 0)
+foreach(line IN LISTS lines)
+    if(NOT line MATCHES "^ +([A-Za-z]) ([^ ]+)$")
+        message(FATAL_ERROR "not a line of nm: ${line}")
+    endif()
+    set(kind "${CMAKE_MATCH_1}")
+    set(name "${CMAKE_MATCH_2}")
+    if(name MATCHES "^KOVA_MPI_" OR name STREQUAL "wb_aes_encrypt")
+        math(EXPR platform "${platform} + 1")
+    elseif(name MATCHES "@(GLIBC|GCC|CXXABI|GLIBCXX)_")
+    elseif(kind STREQUAL "w" AND
+           name MATCHES "^(__gmon_start__|_ITM_(de)?registerTMCloneTable|__cxa_finalize)$")
+    else()
+        string(APPEND wrong "imported, but from nobody that it may ask: ${name}\n")
+    endif()
+endforeach()
+if(wrong)
+    message(FATAL_ERROR "\n${wrong}")
+endif()
+message(STATUS "${platform} names are imported from the platform, the others from system libraries")
