@@ -405,7 +405,9 @@ TEST(ConvHwc, NoInputChannelsOrKernelGiveTheShiftedBias) {
             }
         }
         for (const Subject& subject : kAll) {
-            EXPECT_EQ(RunGuarded(subject.kernel, s, data, 0).dst, expected) << subject.name;
+            const Outcome run = RunGuarded(subject.kernel, s, data, 0);
+            EXPECT_EQ(run.status, 0) << subject.name;
+            EXPECT_EQ(run.dst, expected) << subject.name;
         }
     }
 }

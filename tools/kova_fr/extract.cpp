@@ -71,19 +71,28 @@ std::vector<uint8_t> RawFeatures(const std::vector<Face>& faces) {
     return bytes;
 }
 
+// `files` are those of CropFiles().
+void WriteResults(const ExtractOptions& options, const std::vector<Face>& faces,
+                  std::vector<OutputFile> files) {
+    FillCropFiles(faces, files);
+    if (!options.outputPath.empty()) {
+        files.push_back({options.outputPath, true, RawFeatures(faces)});
+    }
+    WriteFiles(files);
+}
+
 void RunExtract(const ExtractOptions& options) {
-    std::vector<OutputFile> files = CropFiles(options.faces);
+    const std::vector<OutputFile> crops = CropFiles(options.faces);
+    CheckOutputs(crops, options.faces.pictures);
     const bool isPrinted = options.outputPath.empty();
     if (!isPrinted) {
-        files.push_back({options.outputPath, true, {}});
+        if (options.outputPath == options.faces.cropPath) {
+            throw CLI::ValidationError("--output", "names the same file as --save-crop");
+        }
+        CheckOutputs({{options.outputPath, true, {}}}, options.faces.pictures);
     }
-    CheckOutputs(files, options.faces.pictures);
     const std::vector<Face> faces = RecogniseAll(Recogniser(), options.faces);
-    if (!isPrinted) {
-        files.back().bytes = RawFeatures(faces);
-    }
-    FillCropFiles(faces, files);
-    WriteFiles(files);
+    WriteResults(options, faces, crops);
     if (isPrinted) {
         WriteStandardOutput(options.faces.json ? Json(faces) : Text(faces));
     }

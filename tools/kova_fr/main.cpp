@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -23,6 +26,16 @@ constexpr const char* kNotes =
     "  kova-fr compare a.jpg b.png\n"
     "  kova-fr extract --json face.png\n"
     "  kova-fr compare --help";
+
+// A program may be started with standard streams closed. Files opened later would take their places
+// and receive what is meant for the user; these cannot be written.
+void FillClosedStreams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0) {
+            open("/dev/null", O_RDONLY);
+        }
+    }
+}
 
 int Report(const std::string& what, Status status) {
     std::fprintf(stderr, "kova-fr: %s\n", kova_cli::OneLine(what).c_str());
@@ -52,6 +65,7 @@ int Run(CLI::App& program, int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
+    FillClosedStreams();
     try {
         CLI::App program("Face features of pictures and their distances, through the device API.",
                          "kova-fr");
