@@ -150,9 +150,7 @@ void Increment(uint8_t* counter) {
 } // namespace
 } // namespace orvo
 
-void AES_init_ctx(AES_ctx* ctx, const uint8_t key[16]) {
-    orvo::ExpandKey(ctx->roundKeys, key);
-}
+void AES_init_ctx(AES_ctx* ctx, const uint8_t key[16]) { orvo::ExpandKey(ctx->roundKeys, key); }
 
 void AES_init_ctx_iv(AES_ctx* ctx, const uint8_t key[16], const uint8_t iv[16]) {
     orvo::ExpandKey(ctx->roundKeys, key);

@@ -16,9 +16,7 @@ void XorBlock(uint8_t* block, const uint8_t* other) {
     }
 }
 
-bool IsWholeBlocks(uint32_t length) {
-    return length != 0 && length % kBlockSize == 0;
-}
+bool IsWholeBlocks(uint32_t length) { return length != 0 && length % kBlockSize == 0; }
 
 // A last byte of 0 or 1 needs no look at the bytes before it.
 bool IsPaddingValid(const uint8_t* block) {

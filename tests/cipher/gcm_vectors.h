@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <vector>
-
 // The published AES-128 test cases of Galois/Counter Mode, numbers 1 to 6: IVs of 12, 8 and 60
 // bytes, with and without text and additional data, texts that end within a block.
 namespace orvo_test {
@@ -55,13 +49,5 @@ inline constexpr GcmVector kGcmVectors[] = {
      "01e4a9a4fba43c90ccdcb281d48c7c6fd62875d2aca417034c34aee5",
      "619cc5aefffe0bfa462af43c1699d050"},
 };
-
-inline std::vector<uint8_t> FromHex(std::string_view hex) {
-    std::vector<uint8_t> bytes(hex.size() / 2);
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<uint8_t>(std::stoi(std::string(hex.substr(2 * i, 2)), nullptr, 16));
-    }
-    return bytes;
-}
 
 } // namespace orvo_test

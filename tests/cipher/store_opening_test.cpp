@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <regex>
 #include <span>
 #include <string>
 #include <vector>
@@ -76,9 +75,18 @@ void ExpectPlain(std::span<const ModelArray> registry, const std::string& networ
     }
 }
 
-// The text with every line number replaced by N.
+// The text with every line number, which stands between a colon and a blank, replaced by N.
 std::string WithoutLines(const std::string& text) {
-    return std::regex_replace(text, std::regex(":[0-9]+ "), ":N ");
+    std::string plain;
+    for (size_t i = 0; i < text.size(); ++i) {
+        plain += text[i];
+        const size_t end = text.find_first_not_of("0123456789", i + 1);
+        if (text[i] == ':' && end != std::string::npos && end > i + 1 && text[end] == ' ') {
+            plain += 'N';
+            i = end - 1;
+        }
+    }
+    return plain;
 }
 
 struct InitResult {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <optional>
 #include <span>
 #include <string>
@@ -357,22 +358,58 @@ TEST(CustomData, MoreThan256BytesAreRefused) {
     }
 }
 
-// Makes every group of four visible bytes of the first columns equal for as many seeds as it can,
-// so that relations cannot be avoided by the choice of a seed alone.
-TEST(CustomData, BytesChosenAgainstTheMaskEitherComeBackOrAreRefused) {
-    for (unsigned target = 0; target < 8; ++target) {
-        Bytes hostile;
-        uint32_t state = target * 31;
-        for (unsigned i = 0; i < 258; ++i) {
+// Custom data that equals the mask itself in some groups of four, under another seed of the mask in
+// every group, so that hardly a seed leaves the masked bytes without a relation.
+Bytes AgainstTheMask(unsigned factor, unsigned step, unsigned offset) {
+    Bytes data;
+    for (unsigned i = 0; i < 256; ++i) {
+        uint32_t state = (offset * factor + i / 4 * step) & 0xff;
+        for (unsigned n = 0; n < i + 3; ++n) {
             state = state * 1103515245u + 12345u;
-            if (i >= 2) {
-                // In one in eight groups the four masked bytes are equal for this seed.
-                hostile.push_back((i + 2) / 4 % 8 == target ? static_cast<uint8_t>(state)
-                                                            : static_cast<uint8_t>(i * 97));
-            }
         }
-        ExpectRoundTrip(hostile, 40 + target, 10);
+        data.push_back(static_cast<uint8_t>(state));
     }
+    return data;
+}
+
+// The fewest relations that a seed leaves. The mask follows from a seed's low byte alone, and the
+// high byte is seen only beside it, so eight of the high bytes will do.
+int FewestRelations(const Bytes& data) {
+    int fewest = INT_MAX;
+    for (unsigned seed = 0; seed < 8 * 256; ++seed) {
+        fewest = std::min(fewest, orvo::pack::CountRelations(orvo::pack::MaskCustomData(
+                                      data, static_cast<uint16_t>(seed))));
+    }
+    return fewest;
+}
+
+TEST(CustomData, ComesBackWhereEverySeedLeavesARelation) {
+    const Bytes data = AgainstTheMask(1, 4, 1);
+    EXPECT_EQ(FewestRelations(data), 1);
+    ExpectRoundTrip(data, 40, 10);
+}
+
+TEST(CustomData, ComesBackWhereEverySeedLeavesTwoRelations) {
+    const Bytes data = AgainstTheMask(9, 9, 7);
+    EXPECT_EQ(FewestRelations(data), 2);
+    ExpectRoundTrip(data, 41, 10);
+}
+
+TEST(CustomData, RelationsAreCounted) {
+    // No group has any; one group has two equal bytes; one group is all equal; two in one column;
+    // one in each of two columns; the fourth difference is the sum of the others' two.
+    EXPECT_EQ(orvo::pack::CountRelations(Bytes{0, 1, 2, 4, 8, 9, 10, 12}), 0);
+    EXPECT_EQ(orvo::pack::CountRelations(Bytes{0, 1, 2, 4, 8, 9, 10, 10}), 1);
+    EXPECT_EQ(orvo::pack::CountRelations(Bytes{5, 5, 5, 5, 8, 9, 10, 12}), 3);
+    EXPECT_EQ(orvo::pack::CountRelations(Bytes{0, 1, 2, 2, 8, 8, 10, 12}), 2);
+    Bytes apart(32);
+    for (unsigned i = 0; i < 32; ++i) {
+        apart[i] = static_cast<uint8_t>(1u << i % 4);
+    }
+    apart[1] = apart[0];
+    apart[17] = apart[16];
+    EXPECT_EQ(orvo::pack::CountRelations(apart), 1);
+    EXPECT_EQ(orvo::pack::CountRelations(Bytes{0, 1, 2, 3}), 1);
 }
 
 TEST(ByteMap, FulfilsItsWishes) {

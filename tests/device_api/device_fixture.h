@@ -34,6 +34,9 @@ struct Outcome {
 };
 void PrintTo(const Outcome& outcome, std::ostream* out);
 
+// Puts N for the line number of every diagnostic, where there is a positive one.
+std::string HideLines(std::string text);
+
 Outcome Observe(const std::function<uint32_t()>& call);
 
 // One diagnostic of the device API, and one of the core.

@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -38,8 +37,7 @@ std::vector<std::string> Writes(const std::function<void()>& call) {
 void ExpectPair(const std::vector<std::string>& writes, size_t at, const std::string& function,
                 const std::string& message) {
     ASSERT_LT(at + 1, writes.size());
-    const std::regex prefix(R"(\[Func\]:)" + function + R"( \[Line\]:[1-9]\d* \[Info\]:)");
-    EXPECT_TRUE(std::regex_match(writes[at], prefix)) << writes[at];
+    EXPECT_EQ(HideLines(writes[at]), Device(function, ""));
     EXPECT_EQ(writes[at + 1], message);
 }
 
@@ -77,9 +75,9 @@ TEST(DeviceDiagnostics, OfAHelperComeBeforeItsCallers) {
 
 TEST(DeviceDiagnostics, NameTheLineThatReports) {
     const auto lineOf = [](const std::string& write) {
-        std::smatch match;
-        EXPECT_TRUE(std::regex_search(write, match, std::regex(R"(\[Line\]:(\d+))")));
-        return std::stoi(match[1]);
+        const std::string before = "[Line]:";
+        const size_t at = write.find(before);
+        return at == std::string::npos ? 0 : std::stoi(write.substr(at + before.size()));
     };
     const Feature feature{};
     const float* const good = feature.data();
@@ -89,6 +87,7 @@ TEST(DeviceDiagnostics, NameTheLineThatReports) {
         lineOf(Writes([&] { kova_fr_get_distance(good, 127, good, 128, nullptr); }).at(0));
     const int third =
         lineOf(Writes([&] { kova_fr_get_distance(good, 128, nullptr, 128, nullptr); }).at(0));
+    EXPECT_GT(first, 0);
     EXPECT_LT(first, second);
     EXPECT_LT(second, third);
 }

@@ -148,7 +148,7 @@ TEST(DeviceThreads, EightThreadsMixAllFourCalls) {
     std::atomic<int> initialised = 1; // successful inits less successful deinits
     RunThreads([&](int index) {
         orvo_test::Random random(100 + static_cast<uint64_t>(index));
-        int extractionsLeft = 2;
+        int extractionsLeft = 1;
         for (int round = 0; round < 60; ++round) {
             CallBadly(complaints, random, scene);
             uint32_t code = 0;

@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +22,7 @@
 #include "orvo/orvo_fr.h"
 #include "reference/reference_small.h"
 #include "support/bounded_faults.h"
+#include "support/error_line.h"
 #include "support/guarded_buffer.h"
 #include "support/random.h"
 #include "support/stderr_capture.h"
@@ -121,11 +121,7 @@ std::string TextOf(int32_t expectedStatus, Call call) {
 
 // One line of the core: unit, any line number, then exactly `message` with its line ends.
 void ExpectLine(const std::string& text, const std::string& message) {
-    std::smatch match;
-    ASSERT_TRUE(
-        std::regex_search(text, match, std::regex(R"(^\[ERR\] \.\./fr_demo/fr_api:[0-9]+ )")))
-        << text;
-    EXPECT_EQ(std::string(match.suffix()), message);
+    EXPECT_TRUE(orvo_test::IsErrorLine(text, "../fr_demo/fr_api", message)) << text;
 }
 
 // ---- Working memory

@@ -594,15 +594,16 @@ std::vector<uint64_t> Steps(const uint64_t (&golden)[kSteps]) {
 }
 
 TEST(GoldenSteps, OfTheAlignmentNetworkAreTheReferenceNetworks) {
-    for (int picture = 0; picture < orvo_reference::kPictures; ++picture) {
-        EXPECT_EQ(orvo_test::AlignDigests(picture), Steps(orvo_test::kAlignGolden[picture]));
-    }
+    EXPECT_EQ(orvo_test::AlignDigests(0), Steps(orvo_test::kAlignGolden[0]));
+    EXPECT_EQ(orvo_test::AlignDigests(1), Steps(orvo_test::kAlignGolden[1]));
 }
 
-TEST(GoldenSteps, OfTheRecognitionNetworkAreTheReferenceNetworks) {
-    for (int picture = 0; picture < orvo_reference::kPictures; ++picture) {
-        EXPECT_EQ(orvo_test::FrDigests(picture), Steps(orvo_test::kFrGolden[picture]));
-    }
+TEST(GoldenSteps, OfTheRecognitionNetworkOnASmoothPictureAreTheReferenceNetworks) {
+    EXPECT_EQ(orvo_test::FrDigests(0), Steps(orvo_test::kFrGolden[0]));
+}
+
+TEST(GoldenSteps, OfTheRecognitionNetworkOnNoiseAreTheReferenceNetworks) {
+    EXPECT_EQ(orvo_test::FrDigests(1), Steps(orvo_test::kFrGolden[1]));
 }
 
 // A wrong layer shows only where the activations carry a signal: many values, few of them clipped,
@@ -616,13 +617,24 @@ void ExpectAlive(int step, const void* output, size_t size) {
     EXPECT_LT(static_cast<double>(clipped), 0.7 * static_cast<double>(size)) << "step " << step;
 }
 
-TEST(GoldenSteps, ComeFromLivelyActivations) {
-    const auto align = orvo_reference::SeededAlignModel();
-    const auto fr = orvo_reference::SeededFrModel();
+TEST(GoldenSteps, OfTheAlignmentNetworkComeFromLivelyActivations) {
     for (int picture = 0; picture < orvo_reference::kPictures; ++picture) {
-        orvo_reference::RunAlign(align, orvo_reference::SeededPicture(picture, 1, 24), ExpectAlive);
-        orvo_reference::RunFr(fr, orvo_reference::SeededPicture(picture, 3, 96), ExpectAlive);
+        orvo_reference::RunAlign(orvo_reference::SeededAlignModel(),
+                                 orvo_reference::SeededPicture(picture, 1, 24), ExpectAlive);
     }
+}
+
+TEST(GoldenSteps, OfTheRecognitionNetworkOnASmoothPictureComeFromLivelyActivations) {
+    orvo_reference::RunFr(orvo_reference::SeededFrModel(), orvo_reference::SeededPicture(0, 3, 96),
+                          ExpectAlive);
+}
+
+TEST(GoldenSteps, OfTheRecognitionNetworkOnNoiseComeFromLivelyActivations) {
+    orvo_reference::RunFr(orvo_reference::SeededFrModel(), orvo_reference::SeededPicture(1, 3, 96),
+                          ExpectAlive);
+}
+
+TEST(GoldenSteps, DifferBetweenThePicturesAtEveryStep) {
     for (size_t step = 0; step < std::size(orvo_test::kAlignGolden[0]); ++step) {
         EXPECT_NE(orvo_test::kAlignGolden[0][step], orvo_test::kAlignGolden[1][step]) << step;
     }

@@ -326,12 +326,15 @@ Colour PointColour(const Portrait& portrait, const Light& light, Point at) {
 
 Colour PixelColour(const Portrait& portrait, const Light& light, int size, int column, int row) {
     Colour sum = {0, 0, 0};
-    for (int i = 0; i < kSamplesAcross * kSamplesAcross; ++i) {
-        const double x = column + (i % kSamplesAcross + 0.5) / kSamplesAcross;
-        const double y = row + (i / kSamplesAcross + 0.5) / kSamplesAcross;
-        const Colour colour = PointColour(portrait, light, {2 * x / size - 1, 2 * y / size - 1});
-        sum = sum +
-              Colour{Clamp(colour.red, 0, 1), Clamp(colour.green, 0, 1), Clamp(colour.blue, 0, 1)};
+    for (int i = 0; i < kSamplesAcross; ++i) {
+        for (int j = 0; j < kSamplesAcross; ++j) {
+            const double x = column + (j + 0.5) / kSamplesAcross;
+            const double y = row + (i + 0.5) / kSamplesAcross;
+            const Colour colour =
+                PointColour(portrait, light, {2 * x / size - 1, 2 * y / size - 1});
+            sum = sum + Colour{Clamp(colour.red, 0, 1), Clamp(colour.green, 0, 1),
+                               Clamp(colour.blue, 0, 1)};
+        }
     }
     return sum * (1.0 / (kSamplesAcross * kSamplesAcross));
 }

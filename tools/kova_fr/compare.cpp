@@ -47,6 +47,7 @@ std::string Number(float value, int decimals) {
 
 std::vector<std::string> Labels(const std::vector<Face>& faces) {
     std::vector<std::string> paths;
+    paths.reserve(faces.size());
     for (const Face& face : faces) {
         paths.push_back(face.path);
     }

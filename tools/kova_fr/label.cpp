@@ -34,13 +34,11 @@ std::string Padding(const std::string& label, size_t length) {
 
 std::vector<std::string> ShortNames(const std::vector<std::string>& paths) {
     const size_t shared = SharedFolderLength(paths);
-    std::vector<std::string> names;
-    for (const std::string& path : paths) {
-        names.push_back(OneLine(path.substr(shared)));
-    }
-    std::vector<std::string> bare;
-    for (const std::string& name : names) {
-        bare.push_back(std::filesystem::path(name).replace_extension().string());
+    std::vector<std::string> names(paths.size());
+    std::vector<std::string> bare(paths.size());
+    for (size_t i = 0; i < paths.size(); ++i) {
+        names[i] = OneLine(paths[i].substr(shared));
+        bare[i] = std::filesystem::path(names[i]).replace_extension().string();
     }
     return CountDistinct(bare) == CountDistinct(names) ? bare : names;
 }

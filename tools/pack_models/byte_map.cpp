@@ -20,21 +20,22 @@ class Span {
   public:
     // Adds a value; false if it was spanned already.
     bool Add(uint8_t value) {
-        for (const uint8_t member : basis_) {
-            if ((value & HighestBit(member)) != 0) {
-                value = static_cast<uint8_t>(value ^ member);
+        for (size_t i = 0; i < rank_; ++i) {
+            if ((value & HighestBit(basis_[i])) != 0) {
+                value = static_cast<uint8_t>(value ^ basis_[i]);
             }
         }
         if (value == 0) {
             return false;
         }
-        basis_.push_back(value);
+        basis_[rank_++] = value;
         return true;
     }
-    int rank() const { return static_cast<int>(basis_.size()); }
+    int rank() const { return static_cast<int>(rank_); }
 
   private:
-    std::vector<uint8_t> basis_; // no member contains the highest bit of one before it
+    std::array<uint8_t, 8> basis_ = {}; // no member contains the highest bit of one before it
+    size_t rank_ = 0;
 };
 
 // Turns the wishes into independent pairs, or nothing where they contradict each other.
@@ -105,16 +106,14 @@ std::optional<ByteMap> DrawByteMap(std::span<const ByteWish> wishes, RandomStrea
     }
     CompletePairs(&*pairs, random);
     ByteMap map = {};
-    for (unsigned choice = 1; choice < 256; ++choice) {
-        uint8_t from = 0;
-        uint8_t to = 0;
-        for (unsigned b = 0; b < 8; ++b) {
-            if ((choice >> b & 1) != 0) {
-                from = static_cast<uint8_t>(from ^ (*pairs)[b].from);
-                to = static_cast<uint8_t>(to ^ (*pairs)[b].to);
-            }
+    // Every value is a sum of `from`s; each pair doubles the number of sums that are known.
+    std::array<uint8_t, 256> sums = {};
+    for (unsigned b = 0; b < 8; ++b) {
+        for (unsigned i = 0; i < 1u << b; ++i) {
+            const auto sum = static_cast<uint8_t>(sums[i] ^ (*pairs)[b].from);
+            sums[i + (1u << b)] = sum;
+            map.encode[sum] = static_cast<uint8_t>(map.encode[sums[i]] ^ (*pairs)[b].to);
         }
-        map.encode[from] = to;
     }
     map.mask = wishes.empty() ? random->Byte()
                               : static_cast<uint8_t>(map.encode[wishes[0].from] ^ wishes[0].to);

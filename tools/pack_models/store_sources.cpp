@@ -100,10 +100,13 @@ std::string ModelStoreSource(const std::string& model, std::span<const Layer> la
     AppendBytes(&source, prefix + "AesIv", keys.arrayIv);
     for (size_t i = 0; i < layers.size(); ++i) {
         const std::string number = std::to_string(layers[i].number);
-        AppendWeights(&source, prefix + "Weights" + number,
+        std::string weights = prefix;
+        weights.append("Weights").append(number);
+        std::string bias = prefix;
+        bias.append("Bias").append(number);
+        AppendWeights(&source, weights,
                       EncipherArray(PackWeights(layers[i], parameters[i].weights), keys));
-        AppendBiases(&source, prefix + "Bias" + number,
-                     EncipherArray(PackBiases(parameters[i].biases), keys));
+        AppendBiases(&source, bias, EncipherArray(PackBiases(parameters[i].biases), keys));
     }
     return source;
 }
