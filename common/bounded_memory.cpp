@@ -4,10 +4,16 @@
 #include <cerrno>
 #include <cstring>
 
-// Weak, so that a program linked with the static library may define its own, too.
-#define ORVO_REPLACEABLE __attribute__((weak))
+#include "common/bounded_memory_own.h"
 
-ORVO_REPLACEABLE int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
+// A second, hidden name for each, which nothing can replace.
+extern "C" {
+__attribute__((visibility("hidden"))) int orvo_own_memcpy_s(void* dst, size_t dstSize,
+                                                            const void* src, size_t count);
+__attribute__((visibility("hidden"))) int orvo_own_memset_s(void* dst, size_t dstSize, int value,
+                                                            size_t count);
+
+int orvo_own_memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
     if (dst == nullptr || src == nullptr) {
         return EINVAL;
     }
@@ -17,8 +23,7 @@ ORVO_REPLACEABLE int memcpy_s(void* dst, size_t dstSize, const void* src, size_t
     std::memcpy(dst, src, count);
     return 0;
 }
-
-ORVO_REPLACEABLE int memset_s(void* dst, size_t dstSize, int value, size_t count) {
+int orvo_own_memset_s(void* dst, size_t dstSize, int value, size_t count) {
     if (dst == nullptr) {
         return EINVAL;
     }
@@ -28,3 +33,19 @@ ORVO_REPLACEABLE int memset_s(void* dst, size_t dstSize, int value, size_t count
     std::memset(dst, value, count);
     return 0;
 }
+
+// Weak, so that a program linked with the static library may define its own, too.
+__attribute__((weak, nothrow, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t dstSize,
+                                                                        const void* src,
+                                                                        size_t count);
+__attribute__((weak, nothrow, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize,
+                                                                        int value, size_t count);
+}
+
+namespace orvo {
+
+bool BoundedMemoryIsOwn() {
+    return &memcpy_s == &orvo_own_memcpy_s && &memset_s == &orvo_own_memset_s;
+}
+
+} // namespace orvo

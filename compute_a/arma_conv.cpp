@@ -8,17 +8,16 @@
 // arithmetic  int8 x int8 into wrapping 32-bit sums, + bias, >> shift (floor), saturate
 // memory      scratch K * N rounded up to 4, plus 8 * K * (N / 8 + N % 8) bytes
 // callers     the first layer of each network: 1 x 24 x 24 to 32 and 3 x 96 x 96 to 32, k = 3
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
-#include "compute_a/multiply_tile.h"
+#include "compute_a/routines.h"
 #include "orvo/q7_kernels.h"
 
 namespace {
 
-using orvo::kWeightGroup;
-
-constexpr size_t kBlock = 8; // output pixels whose values stand side by side
+constexpr size_t kWeightGroup = 4; // output channels whose weights stand side by side
 
 struct Geometry {
     size_t srcWidth, srcHeight, srcChannels;
@@ -29,10 +28,39 @@ struct Geometry {
     size_t taps() const { return srcChannels * kernelSize * kernelSize; }
 };
 
-// One row of the im2col matrix: the input values that one weight meets, pixel by pixel.
-void ExpandTap(const int8_t* plane, const Geometry& g, size_t ky, size_t kx, int8_t* row) {
-    for (size_t oy = 0; oy < g.dstHeight; ++oy) {
-        // Positions before the first row or column wrap to huge values, which are outside, too.
+// The output rows that are expanded and multiplied at a time: few enough that their part of the
+// im2col matrix stays in the processor's first cache.
+struct Band {
+    size_t firstRow;
+    size_t rows;
+};
+
+constexpr size_t kBandPixels = 192;
+
+// One row of the band's matrix for stride 1: each output row is a piece of an input row, with zeros
+// where it reaches outside.
+void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, size_t ky,
+                      size_t kx, int8_t* row) {
+    // Output columns from..to lie inside the input, kx - pad columns to the right of their own.
+    const size_t from = std::min(g.pad > kx ? g.pad - kx : 0, g.dstWidth);
+    const size_t to =
+        std::clamp(g.srcWidth + g.pad > kx ? g.srcWidth + g.pad - kx : 0, from, g.dstWidth);
+    for (size_t oy = band.firstRow; oy < band.firstRow + band.rows; ++oy, row += g.dstWidth) {
+        const size_t iy = oy + ky - g.pad; // above the first row it wraps to a huge value
+        if (iy >= g.srcHeight || from == to) {
+            std::memset(row, 0, g.dstWidth);
+            continue;
+        }
+        std::memset(row, 0, from);
+        std::memcpy(row + from, plane + iy * g.srcWidth + (from + kx - g.pad), to - from);
+        std::memset(row + to, 0, g.dstWidth - to);
+    }
+}
+
+// The same for any stride.
+void ExpandTap(const int8_t* plane, const Geometry& g, const Band& band, size_t ky, size_t kx,
+               int8_t* row) {
+    for (size_t oy = band.firstRow; oy < band.firstRow + band.rows; ++oy) {
         const size_t iy = oy * g.stride + ky - g.pad;
         for (size_t ox = 0; ox < g.dstWidth; ++ox) {
             const size_t ix = ox * g.stride + kx - g.pad;
@@ -42,46 +70,16 @@ void ExpandTap(const int8_t* plane, const Geometry& g, size_t ky, size_t kx, int
     }
 }
 
-void Expand(const int8_t* src, const Geometry& g, int8_t* matrix) {
+void Expand(const int8_t* src, const Geometry& g, const Band& band, int8_t* matrix) {
+    const auto expandTap = g.stride == 1 ? ExpandTapStride1 : ExpandTap;
     for (size_t c = 0; c < g.srcChannels; ++c) {
         const int8_t* plane = src + c * g.srcHeight * g.srcWidth;
         for (size_t ky = 0; ky < g.kernelSize; ++ky) {
             for (size_t kx = 0; kx < g.kernelSize; ++kx) {
-                ExpandTap(plane, g, ky, kx, matrix);
-                matrix += g.pixels();
+                expandTap(plane, g, band, ky, kx, matrix);
+                matrix += band.rows * g.dstWidth;
             }
         }
-    }
-}
-
-// Turns the matrix rows into blocks that the product reads from front to back: 8 pixels side by
-// side for each k; a leftover pixel takes a whole block's space but only its first K bytes.
-void PackBlocks(const int8_t* matrix, size_t taps, size_t pixels, int8_t* packed) {
-    const size_t blocks = pixels / kBlock;
-    for (size_t b = 0; b < blocks; ++b, packed += kBlock * taps) {
-        for (size_t k = 0; k < taps; ++k) {
-            std::memcpy(packed + kBlock * k, matrix + k * pixels + kBlock * b, kBlock);
-        }
-    }
-    for (size_t pixel = blocks * kBlock; pixel < pixels; ++pixel, packed += kBlock * taps) {
-        for (size_t k = 0; k < taps; ++k) {
-            packed[k] = matrix[k * pixels + pixel];
-        }
-    }
-}
-
-// `Channels` output planes: every pixel against one group of weights.
-template <size_t Channels>
-void MultiplyPlanes(const int8_t* weights, const int8_t* packed, size_t taps, size_t pixels,
-                    const int32_t* bias, uint32_t shift, int8_t* dst) {
-    const size_t blockBytes = kBlock * taps;
-    size_t pixel = 0;
-    for (; pixel + kBlock <= pixels; pixel += kBlock, packed += blockBytes) {
-        orvo::MultiplyTile<Channels, kBlock>(weights, packed, taps, bias, shift, dst + pixel,
-                                             pixels);
-    }
-    for (; pixel < pixels; ++pixel, packed += blockBytes) {
-        orvo::MultiplyTile<Channels, 1>(weights, packed, taps, bias, shift, dst + pixel, pixels);
     }
 }
 
@@ -96,19 +94,27 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
                      pad,      stride,    dstWidth,    dstHeight};
     const size_t taps = g.taps();
     const size_t pixels = g.pixels();
-    int8_t* const packed = tmpBuffer + (taps * pixels + 3) / 4 * 4;
-    Expand(src, g, tmpBuffer);
-    PackBlocks(tmpBuffer, taps, pixels, packed);
+    const size_t matrixBytes = (taps * pixels + 3) / 4 * 4;
 
-    // A leftover channel, like a leftover pixel, takes the space of a whole group.
-    const size_t groupBytes = kWeightGroup * taps;
-    size_t channel = 0;
-    for (; channel + kWeightGroup <= dstChannels; channel += kWeightGroup, weights += groupBytes) {
-        MultiplyPlanes<kWeightGroup>(weights, packed, taps, pixels, bias + channel, outShift,
-                                     dst + channel * pixels);
-    }
-    for (; channel < dstChannels; ++channel, weights += groupBytes) {
-        MultiplyPlanes<1>(weights, packed, taps, pixels, bias + channel, outShift,
-                          dst + channel * pixels);
+    orvo::MatrixProduct product;
+    product.rows = tmpBuffer;
+    product.inner = taps;
+    product.weights = weights;
+    product.groupBytes = kWeightGroup * taps;
+    product.channels = dstChannels;
+    product.bias = bias;
+    product.shift = outShift;
+    product.planePitch = pixels;
+    product.scratch = tmpBuffer + matrixBytes;
+    product.scratchBytes = 8 * taps * (pixels / 8 + pixels % 8);
+
+    const size_t bandRows = std::max<size_t>(1, kBandPixels / std::max<size_t>(1, g.dstWidth));
+    for (size_t oy = 0; oy < g.dstHeight; oy += bandRows) {
+        const Band band{oy, std::min(bandRows, g.dstHeight - oy)};
+        Expand(src, g, band, tmpBuffer);
+        product.pixels = band.rows * g.dstWidth;
+        product.rowPitch = product.pixels;
+        product.dst = dst + oy * g.dstWidth;
+        orvo::ChosenRoutines().multiply(product);
     }
 }

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "compute_a/requantise.h"
+#include "compute_a/routines.h"
 #include "orvo/q7_kernels.h"
 
 namespace {
@@ -22,39 +23,23 @@ int32_t ShiftLeft32(int8_t value, uint32_t count) {
     return count < 32 ? static_cast<int32_t>(static_cast<uint32_t>(value) << count) : 0;
 }
 
-// The shifts of one residual addition.
-struct AddShifts {
-    uint32_t in1, in2, out;
-    uint32_t rounding; // half an output step
-};
-
-int8_t AddShifted(int32_t a, int32_t b, const AddShifts& s) {
-    const uint32_t sum = static_cast<uint32_t>(a) + static_cast<uint32_t>(b) + s.rounding;
-    return orvo::SaturateQ7(static_cast<int32_t>(sum) >> std::min<uint32_t>(s.out, 31));
-}
-
-// One plane. Full blocks of 8 values shift the inputs in 16-bit lanes, the values after them in 32
-// bits; the results differ for input shifts above 8 only.
-void AddPlane(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
-    const size_t blocked = count / 8 * 8;
-    for (size_t i = 0; i < blocked; ++i) {
-        dst[i] = AddShifted(ShiftLeft16(in1[i], s.in1), ShiftLeft16(in2[i], s.in2), s);
-    }
-    for (size_t i = blocked; i < count; ++i) {
-        dst[i] = AddShifted(ShiftLeft32(in1[i], s.in1), ShiftLeft32(in2[i], s.in2), s);
+// The addition by its definition, for shifts that the fast routines do not take. Full blocks of 8
+// values shift the inputs in 16-bit lanes, the values after them in 32 bits; that differs for input
+// shifts above 8 only. Where in2 is null the shortcut counts as zero.
+void AddPlane(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
+              const orvo::AddShifts& s) {
+    const uint32_t half = s.out >= 1 && s.out <= 32 ? 1u << (s.out - 1) : 0;
+    for (size_t i = 0; i < count; ++i) {
+        const auto shiftLeft = i < count / 8 * 8 ? ShiftLeft16 : ShiftLeft32;
+        const int32_t a = shiftLeft(in1[i], s.in1);
+        const int32_t b = in2 == nullptr ? 0 : shiftLeft(in2[i], s.in2);
+        const uint32_t sum = static_cast<uint32_t>(a) + static_cast<uint32_t>(b) + half;
+        dst[i] = orvo::SaturateQ7(static_cast<int32_t>(sum) >> std::min<uint32_t>(s.out, 31));
     }
 }
 
-// As AddPlane() where the shortcut has no such channel: its values count as zero.
-void ShiftPlane(const int8_t* in1, int8_t* dst, size_t count, const AddShifts& s) {
-    const size_t blocked = count / 8 * 8;
-    for (size_t i = 0; i < blocked; ++i) {
-        dst[i] = AddShifted(ShiftLeft16(in1[i], s.in1), 0, s);
-    }
-    for (size_t i = blocked; i < count; ++i) {
-        dst[i] = AddShifted(ShiftLeft32(in1[i], s.in1), 0, s);
-    }
-}
+// With these shifts every sum of an addition fits 16 bits.
+bool FitsFastAddition(const orvo::AddShifts& s) { return s.in1 <= 6 && s.in2 <= 6 && s.out <= 14; }
 
 // Rounds half up. From 9 on every value vanishes, so larger counts, which could not be shifted by,
 // may stand for one that can.
@@ -66,30 +51,24 @@ int8_t ShiftRightRounded(int8_t value, int32_t shift) {
 } // namespace
 
 void ArmAXorQ7(uint8_t* data, int32_t count) {
-    for (int32_t i = 0; i < count; ++i) {
-        data[i] ^= 0x80u;
-    }
+    orvo::ChosenRoutines().flipSign(data, count > 0 ? static_cast<size_t>(count) : 0);
 }
 
 void ArmAReluChwQ7(const int8_t* src, int8_t* dst, uint32_t count) {
-    for (uint32_t i = 0; i < count; ++i) {
-        dst[i] = std::max<int8_t>(src[i], 0);
-    }
+    orvo::ChosenRoutines().rectify(src, dst, count);
 }
 
 void ArmAZpadPlusChwQ7(const int8_t* in1, const int8_t* in2, int8_t* dst, uint16_t in1Shift,
                        uint16_t in2Shift, uint16_t outShift, uint16_t height, uint16_t width,
                        uint16_t outChannels, uint16_t in2Channels, void* /*scratch*/) {
     const size_t plane = size_t{height} * width;
-    const uint32_t rounding = outShift >= 1 && outShift <= 32 ? 1u << (outShift - 1) : 0;
-    const AddShifts shifts{in1Shift, in2Shift, outShift, rounding};
+    const orvo::AddShifts shifts{in1Shift, in2Shift, outShift};
+    const auto add = FitsFastAddition(shifts) ? orvo::ChosenRoutines().add : AddPlane;
     // dst has no more planes than in1, whatever is said of in2.
     const size_t shared = std::min(in2Channels, outChannels);
-    for (size_t c = 0; c < shared; ++c) {
-        AddPlane(in1 + c * plane, in2 + c * plane, dst + c * plane, plane, shifts);
-    }
-    for (size_t c = shared; c < outChannels; ++c) {
-        ShiftPlane(in1 + c * plane, dst + c * plane, plane, shifts);
+    for (size_t c = 0; c < outChannels; ++c) {
+        const size_t at = c * plane;
+        add(in1 + at, c < shared ? in2 + at : nullptr, dst + at, plane, shifts);
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include "common/diagnostics.h"
 #include "compute_a/requantise.h"
+#include "compute_a/routines.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/q7_kernels.h"
 
@@ -82,13 +83,6 @@ bool PadPlanes(const int8_t* src, size_t channels, const Border& b, int8_t* scra
     return true;
 }
 
-// dst[i] = max(a[i], b[i]); dst may be a.
-void MaxRows(const int8_t* a, const int8_t* b, size_t count, int8_t* dst) {
-    for (size_t i = 0; i < count; ++i) {
-        dst[i] = std::max(a[i], b[i]);
-    }
-}
-
 // The mean of the values, shifted left first, rounded half away from zero.
 int8_t ShiftedMean(const int8_t* plane, uint32_t count, uint32_t shift) {
     uint32_t sum = 0;
@@ -120,14 +114,11 @@ void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint3
     const size_t pitch = border.paddedWidth();
     const size_t rows = border.paddedHeight() / 2;
     const size_t columns = pitch / 2;
+    const auto poolRows = orvo::ChosenRoutines().maxPoolRows;
     for (size_t c = 0; c < channels; ++c, src += pitch * border.paddedHeight()) {
-        for (size_t y = 0; y < rows; ++y) {
+        for (size_t y = 0; y < rows; ++y, dst += columns) {
             const int8_t* upper = src + 2 * y * pitch;
-            const int8_t* lower = upper + pitch;
-            for (size_t x = 0; x < columns; ++x) {
-                *dst++ = std::max(std::max(upper[2 * x], upper[2 * x + 1]),
-                                  std::max(lower[2 * x], lower[2 * x + 1]));
-            }
+            poolRows(upper, upper + pitch, columns, dst);
         }
     }
 }
@@ -137,28 +128,22 @@ void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height, uint
     if (width == 0 || height == 0) {
         return;
     }
-    const size_t pitch = width;
-    const size_t columns = width - 1;
-    for (uint32_t c = 0; c < channels; ++c, src += pitch * height) {
-        for (size_t y = 0; y < height; ++y) {
-            int8_t* row = src + y * pitch;
-            MaxRows(row, row + 1, columns, row);
-        }
-        for (size_t y = 0; y + 1 < height; ++y, dst += columns) {
-            MaxRows(src + y * pitch, src + (y + 1) * pitch, columns, dst);
-        }
+    const auto poolPlane = orvo::ChosenRoutines().maxPoolStride1;
+    const size_t dstPlane = size_t{width - 1} * (height - 1);
+    for (uint32_t c = 0; c < channels; ++c, src += size_t{width} * height, dst += dstPlane) {
+        poolPlane(src, width, height, dst);
     }
 }
 
 void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
                     int8_t* dst, void* /*scratch*/) {
+    const auto sampleRow = orvo::ChosenRoutines().sampleRow;
+    const size_t dstWidth = (size_t{width} + 1) / 2;
     for (uint32_t c = 0; c < channels; ++c) {
         for (int32_t y = 0; y < height; ++y, src += width) {
-            if (y % 2 != 0) {
-                continue;
-            }
-            for (size_t x = 0; x < width; x += 2) {
-                *dst++ = src[x];
+            if (y % 2 == 0) {
+                sampleRow(src, dstWidth, dst);
+                dst += dstWidth;
             }
         }
     }

@@ -55,6 +55,9 @@ void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_
     }
     const orvo::DepthwiseGeometry geometry{srcWidth, srcHeight, srcChannels, pad,
                                            dstWidth, dstHeight, dstChannels};
+    if (orvo::ConvolveInPlaceOfPadding(src, geometry, weights, bias, outShift, INT8_MIN, dst)) {
+        return;
+    }
     if (pad > 0) {
         PadPlanes(src, geometry, tmpBuffer);
         src = tmpBuffer;

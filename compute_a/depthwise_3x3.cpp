@@ -3,7 +3,9 @@
 
 #include <algorithm>
 
+#include "common/bounded_memory_own.h"
 #include "compute_a/requantise.h"
+#include "compute_a/routines.h"
 
 namespace orvo {
 namespace {
@@ -39,6 +41,20 @@ void ConvolveDepthwise3x3(const int8_t* planes, const DepthwiseGeometry& geometr
             ConvolveRow(row, pitch, weights, bias[c], shift, lowest, width, dst);
         }
     }
+}
+
+bool ConvolveInPlaceOfPadding(const int8_t* src, const DepthwiseGeometry& geometry,
+                              const int8_t* weights, const int32_t* bias, uint32_t shift,
+                              int8_t lowest, int8_t* dst) {
+    const bool usual = geometry.pad == 1 && geometry.dstWidth == geometry.srcWidth &&
+                       geometry.dstHeight == geometry.srcHeight &&
+                       geometry.dstChannels <= geometry.srcChannels;
+    if (!usual || !BoundedMemoryIsOwn()) {
+        return false;
+    }
+    ChosenRoutines().depthwise({src, geometry.srcWidth, geometry.srcHeight, geometry.dstChannels,
+                                weights, bias, shift, lowest, dst});
+    return true;
 }
 
 } // namespace orvo

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+//
+// The inner routines of the kernels: what one instruction set does better than another. The
+// exported functions check, expand and walk; everything that a profile shows goes through this
+// table.
+//
+// Every path gives the same bytes. One path is chosen when the first kernel runs: the best that the
+// processor has, or the one named by the environment variable ORVO_FR_PATH (for tests and
+// benchmarks; a name that this build or processor does not have is ignored).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orvo {
+
+// dst = requantised(weights x rows): each of `channels` output planes is the weighted sum of
+// `inner` input rows of `pixels` values. The generic convolution comes here with its im2col matrix,
+// the pointwise one with the planes themselves.
+struct MatrixProduct {
+    const int8_t* rows;
+    size_t rowPitch; // bytes from one row to the next
+    size_t inner;
+    size_t pixels;
+
+    // Groups of four channels, interleaved: for each row the four weights stand side by side. A
+    // leftover channel takes a group's space, too, and only its first `inner` bytes.
+    const int8_t* weights;
+    size_t groupBytes;
+    size_t channels;
+    const int32_t* bias;
+    uint32_t shift;
+
+    int8_t* dst;
+    size_t planePitch;
+
+    int8_t* scratch;
+    size_t scratchBytes;
+};
+
+// Depthwise 3 x 3 convolution of planes with one row or column of zeros around them.
+struct DepthwisePlanes {
+    const int8_t* src;
+    size_t width, height, channels;
+    const int8_t* weights; // 9 a channel
+    const int32_t* bias;
+    uint32_t shift;
+    int8_t lowest; // 0 rectifies, -128 does not
+    int8_t* dst;
+};
+
+// The shifts of a residual addition whose sum fits 16 bits: inputs up to 6, output up to 14.
+struct AddShifts {
+    uint32_t in1, in2, out;
+};
+
+struct Routines {
+    const char* name;
+
+    void (*multiply)(const MatrixProduct& product);
+    void (*depthwise)(const DepthwisePlanes& planes);
+    int32_t (*dot)(const int8_t* a, const int8_t* b, size_t count);
+    // One plane, 2 x 2 maximum with stride 1: src is replaced by its horizontal maxima.
+    void (*maxPoolStride1)(int8_t* src, size_t width, size_t height, int8_t* dst);
+    // Two rows to one, 2 x 2 maximum with stride 2.
+    void (*maxPoolRows)(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst);
+    void (*sampleRow)(const int8_t* src, size_t dstWidth, int8_t* dst);
+    void (*rectify)(const int8_t* src, int8_t* dst, size_t count);
+    void (*flipSign)(uint8_t* data, size_t count);
+    // in2 null: the shortcut counts as zero. dst may be in1 or in2.
+    void (*add)(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
+                const AddShifts& shifts);
+};
+
+// The path in use.
+const Routines& ChosenRoutines();
+
+// Every path that this build has and this processor can run, best first; the plain one is always
+// the last. Returns how many.
+constexpr size_t kMaxPaths = 4;
+size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
+
+// One table a path, each in its file in compute_a/simd/. Only those that the target can have exist.
+extern const Routines kPlainRoutines;
+extern const Routines kAvx2Routines;
+extern const Routines kAvx512VnniRoutines;
+extern const Routines kNeonRoutines;
+extern const Routines kNeonDotRoutines;
+
+} // namespace orvo
