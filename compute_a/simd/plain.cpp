@@ -10,56 +10,67 @@ namespace plain {
 namespace {
 
 constexpr size_t kGroup = 4;
-constexpr size_t kBlock = 16;
+constexpr size_t kStrip = 128; // pixels or columns whose sums are kept at a time
 
-// `Channels` planes at `Pixels` pixels. Rows are read where they lie; the sums of a tile fit the
-// vector registers of every target.
-template <size_t Channels, size_t Pixels>
-void Tile(const MatrixProduct& p, const int8_t* weights, const int32_t* bias, size_t pixel,
-          int8_t* dst) {
-    uint32_t sums[Channels][Pixels] = {};
-    const int8_t* row = p.rows + pixel;
-    for (size_t k = 0; k < p.inner; ++k, row += p.rowPitch) {
-        for (size_t c = 0; c < Channels; ++c) {
-            for (size_t i = 0; i < Pixels; ++i) {
-                sums[c][i] = AddProduct(sums[c][i], weights[Channels * k + c], row[i]);
-            }
-        }
-    }
-    for (size_t c = 0; c < Channels; ++c) {
-        for (size_t i = 0; i < Pixels; ++i) {
-            dst[c * p.planePitch + pixel + i] = RequantiseQ7(sums[c][i], bias[c], p.shift);
-        }
+// sums += four rows, each times its weight. Four products stay far below 32 bits.
+void AddRows(const int8_t* row, size_t pitch, const int8_t* weights, size_t weightStep,
+             size_t count, uint32_t* sums) {
+    const int32_t w0 = weights[0];
+    const int32_t w1 = weights[weightStep];
+    const int32_t w2 = weights[2 * weightStep];
+    const int32_t w3 = weights[3 * weightStep];
+    for (size_t i = 0; i < count; ++i) {
+        sums[i] += static_cast<uint32_t>(row[i] * w0 + row[pitch + i] * w1 +
+                                         row[2 * pitch + i] * w2 + row[3 * pitch + i] * w3);
     }
 }
 
-template <size_t Channels>
-void MultiplyGroup(const MatrixProduct& p, const int8_t* weights, size_t channel) {
-    int8_t* dst = p.dst + channel * p.planePitch;
-    size_t pixel = 0;
-    for (; pixel + kBlock <= p.pixels; pixel += kBlock) {
-        Tile<Channels, kBlock>(p, weights, p.bias + channel, pixel, dst);
+void AddRow(const int8_t* row, int8_t weight, size_t count, uint32_t* sums) {
+    for (size_t i = 0; i < count; ++i) {
+        sums[i] = AddProduct(sums[i], row[i], weight);
     }
-    for (; pixel < p.pixels; ++pixel) {
-        Tile<Channels, 1>(p, weights, p.bias + channel, pixel, dst);
+}
+
+void Requantise(const uint32_t* sums, size_t count, int32_t bias, uint32_t shift, int8_t lowest,
+                int8_t* dst) {
+    for (size_t i = 0; i < count; ++i) {
+        dst[i] = std::max(RequantiseQ7(sums[i], bias, shift), lowest);
+    }
+}
+
+// One output channel, whose weights stand `weightStep` bytes apart.
+void MultiplyChannel(const MatrixProduct& p, const int8_t* weights, size_t weightStep, int32_t bias,
+                     int8_t* dst) {
+    for (size_t pixel = 0; pixel < p.pixels; pixel += kStrip) {
+        const size_t count = std::min(kStrip, p.pixels - pixel);
+        uint32_t sums[kStrip] = {};
+        size_t k = 0;
+        for (; k + 4 <= p.inner; k += 4) {
+            AddRows(p.rows + k * p.rowPitch + pixel, p.rowPitch, weights + k * weightStep,
+                    weightStep, count, sums);
+        }
+        for (; k < p.inner; ++k) {
+            AddRow(p.rows + k * p.rowPitch + pixel, weights[k * weightStep], count, sums);
+        }
+        Requantise(sums, count, bias, p.shift, INT8_MIN, dst + pixel);
     }
 }
 
 // Three taps of one input row, added to the sums of an output row. The first and the last output
 // have no left or right neighbour.
 void AddTaps(const int8_t* row, const int8_t* w, size_t width, uint32_t* sums) {
-    for (size_t x = 0; x < width; ++x) {
-        sums[x] = AddProduct(sums[x], row[x], w[1]);
+    const int32_t left = w[0];
+    const int32_t centre = w[1];
+    const int32_t right = w[2];
+    for (size_t x = 1; x + 1 < width; ++x) {
+        sums[x] += static_cast<uint32_t>(row[x - 1] * left + row[x] * centre + row[x + 1] * right);
     }
-    for (size_t x = 1; x < width; ++x) {
-        sums[x] = AddProduct(sums[x], row[x - 1], w[0]);
-    }
-    for (size_t x = 0; x + 1 < width; ++x) {
-        sums[x] = AddProduct(sums[x], row[x + 1], w[2]);
+    sums[0] = AddProduct(sums[0], row[0], w[1]);
+    if (width > 1) {
+        sums[0] = AddProduct(sums[0], row[1], w[2]);
+        sums[width - 1] += static_cast<uint32_t>(row[width - 2] * left + row[width - 1] * centre);
     }
 }
-
-constexpr size_t kStrip = 128; // columns whose sums are kept at a time
 
 // Columns from..to of an output row. A strip's outer columns take their neighbours from outside it.
 void DepthwiseRow(const int8_t* plane, const DepthwisePlanes& p, size_t y, size_t from, size_t to,
@@ -80,21 +91,22 @@ void DepthwiseRow(const int8_t* plane, const DepthwisePlanes& p, size_t y, size_
             sums[to - from - 1] = AddProduct(sums[to - from - 1], row[to], w[2]);
         }
     }
-    for (size_t x = from; x < to; ++x) {
-        dst[x] = std::max(RequantiseQ7(sums[x - from], bias, p.shift), p.lowest);
-    }
+    Requantise(sums, to - from, bias, p.shift, p.lowest, dst + from);
 }
 
 } // namespace
 
 void Multiply(const MatrixProduct& p) {
-    const int8_t* weights = p.weights;
-    size_t channel = 0;
-    for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
-        MultiplyGroup<kGroup>(p, weights, channel);
-    }
-    for (; channel < p.channels; ++channel, weights += p.groupBytes) {
-        MultiplyGroup<1>(p, weights, channel);
+    const size_t grouped = p.channels / kGroup * kGroup;
+    for (size_t channel = 0; channel < p.channels; ++channel) {
+        // The weights of a group stand interleaved; a leftover channel has a group's space to
+        // itself.
+        const bool isGrouped = channel < grouped;
+        const size_t group = isGrouped ? channel / kGroup : grouped / kGroup + channel - grouped;
+        const int8_t* weights =
+            p.weights + group * p.groupBytes + (isGrouped ? channel % kGroup : 0);
+        MultiplyChannel(p, weights, isGrouped ? kGroup : 1, p.bias[channel],
+                        p.dst + channel * p.planePitch);
     }
 }
 

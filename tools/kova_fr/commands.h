@@ -8,5 +8,6 @@ namespace kova_cli {
 // Each adds one command to the program. The command runs while the command line is parsed.
 void AddCompareCommand(CLI::App& program);
 void AddExtractCommand(CLI::App& program);
+void AddInfoCommand(CLI::App& program);
 
 } // namespace kova_cli

@@ -74,6 +74,7 @@ int main(int count, char** arguments) {
         program.footer(kNotes);
         kova_cli::AddCompareCommand(program);
         kova_cli::AddExtractCommand(program);
+        kova_cli::AddInfoCommand(program);
         return Run(program, count, arguments);
     } catch (const kova_cli::Failure& failure) {
         return Report(failure.what(), kFailure);

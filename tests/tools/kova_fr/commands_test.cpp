@@ -328,5 +328,26 @@ TEST_F(Commands, SamplePicturesAreTaken) {
     }
 }
 
+TEST_F(Commands, InfoNamesVersionPathMemoryModelsAndCustomData) {
+    const json info = JsonOutput({"info", "--json"});
+    EXPECT_EQ(info["version"], ORVO_VERSION);
+    EXPECT_EQ(info["instruction_set"], OrvoFrGetInstructionSet());
+    EXPECT_EQ(info["working_memory_bytes"], 1410052);
+    EXPECT_EQ(info["align_sha256"].get<std::string>().size(), 64u);
+    EXPECT_EQ(info["fr_sha256"].get<std::string>().size(), 64u);
+    EXPECT_NE(info["align_sha256"], info["fr_sha256"]);
+    const std::string text = Output({"info"});
+    for (const char* key : {"version", "instruction_set", "align_sha256", "fr_sha256"}) {
+        EXPECT_NE(text.find(info[key].get<std::string>()), std::string::npos) << key;
+    }
+    EXPECT_NE(text.find("1410052 bytes"), std::string::npos);
+}
+
+TEST_F(Commands, InfoFollowsAForcedPath) {
+    const Outcome run = Shell("ORVO_FR_PATH=plain \"$KOVA_FR\" info");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("instruction set     plain\n"), std::string::npos) << run.out;
+}
+
 } // namespace
 } // namespace kova_fr_test
