@@ -51,9 +51,14 @@ void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, 
             std::memset(row, 0, g.dstWidth);
             continue;
         }
-        std::memset(row, 0, from);
+        // The edges are a byte or two: too little for a call.
+        for (size_t ox = 0; ox < from; ++ox) {
+            row[ox] = 0;
+        }
         std::memcpy(row + from, plane + iy * g.srcWidth + (from + kx - g.pad), to - from);
-        std::memset(row + to, 0, g.dstWidth - to);
+        for (size_t ox = to; ox < g.dstWidth; ++ox) {
+            row[ox] = 0;
+        }
     }
 }
 

@@ -163,33 +163,47 @@ inline void StoreTail(const __m512i sums[Vectors], __mmask16 last, int8_t* dst) 
     }
 }
 
+// Some channels of a product: where their weights stand, and the weights themselves as the tiles
+// read them. They are loaded once for all the blocks at hand, unless there are more rows than a
+// chunk holds.
+template <size_t Channels>
+struct ChannelGroup {
+    const int8_t* weights;
+    size_t first; // channel
+    bool reload;
+    WeightChunk<Channels> chunk;
+
+    void Load(const MatrixProduct& p, size_t row) {
+        const size_t left = p.inner - row;
+        const size_t rows = left < 4 * kChunkSteps ? left : 4 * kChunkSteps;
+        LoadChunk(weights + (Channels == kGroup ? kGroup * row : row), p.groupBytes, rows, chunk);
+    }
+};
+
 // `Channels` planes of one block. Register plan for 4 channels and 4 vectors: 16 sums, 4 vectors of
 // values, 1 word of weights broadcast from memory for four products at a time.
 template <size_t Channels, size_t Vectors, bool Full>
-void Tile(const MatrixProduct& p, size_t channel, const int8_t* weights, const Block& block,
-          int8_t* dst) {
-    WeightChunk<Channels> chunk;
+void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const Block& block, int8_t* dst) {
     __m512i sums[Channels][Vectors];
-#pragma GCC unroll 4
-    for (size_t c = 0; c < Channels; ++c) {
-#pragma GCC unroll 4
-        for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm512_set1_epi32(p.bias[channel + c]);
-        }
-    }
-    const uint8_t* values = block.values;
-    for (size_t k = 0; k < p.inner; k += 4 * kChunkSteps) {
-        const size_t left = p.inner - k;
-        const size_t inner = left < 4 * kChunkSteps ? left : 4 * kChunkSteps;
-        LoadChunk(weights + (Channels == kGroup ? kGroup * k : k), p.groupBytes, inner, chunk);
+    const auto addToAll = [&](const int32_t values[Channels], bool start) {
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
+            const __m512i value = _mm512_set1_epi32(values[c]);
 #pragma GCC unroll 4
             for (size_t v = 0; v < Vectors; ++v) {
-                sums[c][v] = _mm512_add_epi32(sums[c][v], _mm512_set1_epi32(chunk.correction[c]));
+                sums[c][v] = start ? value : _mm512_add_epi32(sums[c][v], value);
             }
         }
-        const size_t steps = (inner + 3) / 4;
+    };
+    addToAll(p.bias + group.first, true);
+    const uint8_t* values = block.values;
+    for (size_t k = 0; k < p.inner; k += 4 * kChunkSteps) {
+        if (group.reload) {
+            group.Load(p, k);
+        }
+        addToAll(group.chunk.correction, false);
+        const size_t left = (p.inner - k + 3) / 4;
+        const size_t steps = left < kChunkSteps ? left : kChunkSteps;
         for (size_t step = 0; step < steps; ++step, values += block.stepBytes) {
             __m512i value[Vectors];
 #pragma GCC unroll 4
@@ -200,7 +214,7 @@ void Tile(const MatrixProduct& p, size_t channel, const int8_t* weights, const B
             }
 #pragma GCC unroll 4
             for (size_t c = 0; c < Channels; ++c) {
-                const __m512i word = _mm512_set1_epi32(chunk.words[step][c]);
+                const __m512i word = _mm512_set1_epi32(group.chunk.words[step][c]);
 #pragma GCC unroll 4
                 for (size_t v = 0; v < Vectors; ++v) {
                     DotAccumulate(sums[c][v], value[v], word);
@@ -225,55 +239,101 @@ void Tile(const MatrixProduct& p, size_t channel, const int8_t* weights, const B
     }
 }
 
-template <size_t Vectors, bool Full>
-void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
+// Blocks whose packed values lie one after the other: full ones, then perhaps a shorter one.
+struct Blocks {
+    const uint8_t* values;
+    size_t firstPixel;
+    size_t fullCount;
+    size_t tailPixels; // 0 to 63
+    size_t steps;
+};
+
+template <size_t Channels>
+void TailTile(const MatrixProduct& p, ChannelGroup<Channels>& group, const Block& block,
+              size_t vectors, int8_t* dst) {
+    switch (vectors) {
+        case 1:
+            return Tile<Channels, 1, false>(p, group, block, dst);
+        case 2:
+            return Tile<Channels, 2, false>(p, group, block, dst);
+        case 3:
+            return Tile<Channels, 3, false>(p, group, block, dst);
+        default:
+            return Tile<Channels, 4, false>(p, group, block, dst);
+    }
+}
+
+template <size_t Channels>
+void MultiplyGroup(const MatrixProduct& p, const Blocks& blocks, const int8_t* weights,
+                   size_t channel) {
+    ChannelGroup<Channels> group;
+    group.weights = weights;
+    group.first = channel;
+    group.reload = p.inner > 4 * kChunkSteps;
+    if (!group.reload) {
+        group.Load(p, 0);
+    }
+    const uint8_t* values = blocks.values;
+    int8_t* dst = p.dst + channel * p.planePitch + blocks.firstPixel;
+    for (size_t i = 0; i < blocks.fullCount; ++i, dst += kBlockPixels) {
+        Tile<Channels, 4, true>(p, group, {values, 4 * kBlockPixels, 0xFFFF}, dst);
+        values += 4 * kBlockPixels * blocks.steps;
+    }
+    if (blocks.tailPixels > 0) {
+        const size_t pixels = blocks.tailPixels;
+        const Block tail{values, 4 * pixels, FirstBytes16((pixels - 1) % 16 + 1)};
+        TailTile<Channels>(p, group, tail, (pixels + 15) / 16, dst);
+    }
+}
+
+void MultiplyBlocks(const MatrixProduct& p, const Blocks& blocks) {
     const int8_t* weights = p.weights;
     size_t channel = 0;
     for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
-        Tile<kGroup, Vectors, Full>(p, channel, weights, block,
-                                    p.dst + channel * p.planePitch + pixel);
+        MultiplyGroup<kGroup>(p, blocks, weights, channel);
     }
-    int8_t* dst = p.dst + channel * p.planePitch + pixel;
     switch (p.channels - channel) {
         case 1:
-            return Tile<1, Vectors, Full>(p, channel, weights, block, dst);
+            return MultiplyGroup<1>(p, blocks, weights, channel);
         case 2:
-            return Tile<2, Vectors, Full>(p, channel, weights, block, dst);
+            return MultiplyGroup<2>(p, blocks, weights, channel);
         case 3:
-            return Tile<3, Vectors, Full>(p, channel, weights, block, dst);
+            return MultiplyGroup<3>(p, blocks, weights, channel);
         default:
             return;
     }
 }
 
+constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to stay in the first cache
+
 void Multiply(const MatrixProduct& p) {
-    const size_t stepCount = (p.inner + 3) / 4;
-    const size_t blockPixels = p.pixels < kBlockPixels ? p.pixels : kBlockPixels;
-    if (4 * stepCount * blockPixels > p.scratchBytes) {
+    const size_t steps = (p.inner + 3) / 4;
+    const size_t blockBytes = 4 * steps * kBlockPixels;
+    // At least one block at a time, no more than fit the scratch.
+    const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
+    const size_t most = blockBytes == 0 || room < blockBytes ? 1 : room / blockBytes;
+    const size_t needed =
+        4 * steps * (p.pixels < most * kBlockPixels ? p.pixels : most * kBlockPixels);
+    if (needed > p.scratchBytes) {
         plain::Multiply(p); // the scratch of very small products has no room for whole steps
         return;
     }
-    uint8_t* const values = reinterpret_cast<uint8_t*>(p.scratch);
-    size_t pixel = 0;
-    for (; pixel + kBlockPixels <= p.pixels; pixel += kBlockPixels) {
-        PackBlock64(p, pixel, values);
-        MultiplyBlock<4, true>(p, {values, 4 * kBlockPixels, 0xFFFF}, pixel);
-    }
-    const size_t rest = p.pixels - pixel;
-    if (rest == 0) {
-        return;
-    }
-    PackBlockTail(p, pixel, rest, values);
-    const Block block{values, 4 * rest, FirstBytes16((rest - 1) % 16 + 1)};
-    switch ((rest + 15) / 16) {
-        case 1:
-            return MultiplyBlock<1, false>(p, block, pixel);
-        case 2:
-            return MultiplyBlock<2, false>(p, block, pixel);
-        case 3:
-            return MultiplyBlock<3, false>(p, block, pixel);
-        default:
-            return MultiplyBlock<4, false>(p, block, pixel);
+    uint8_t* const packed = reinterpret_cast<uint8_t*>(p.scratch);
+    for (size_t pixel = 0; pixel < p.pixels;) {
+        const size_t left = p.pixels - pixel;
+        Blocks blocks{packed, pixel, left / kBlockPixels, left % kBlockPixels, steps};
+        if (blocks.fullCount >= most) {
+            blocks.fullCount = most;
+            blocks.tailPixels = 0;
+        }
+        for (size_t i = 0; i < blocks.fullCount; ++i, pixel += kBlockPixels) {
+            PackBlock64(p, pixel, packed + i * blockBytes);
+        }
+        if (blocks.tailPixels > 0) {
+            PackBlockTail(p, pixel, blocks.tailPixels, packed + blocks.fullCount * blockBytes);
+            pixel += blocks.tailPixels;
+        }
+        MultiplyBlocks(p, blocks);
     }
 }
 

@@ -141,6 +141,12 @@ void ExpectRoundTrip(const Bytes& data, uint64_t n, int blocks = kBlocks / 1000)
     const std::optional<Bytes> read = ReadCustomData(table);
     ASSERT_TRUE(read.has_value());
     EXPECT_EQ(*read, data);
+    // The library's own reader finds the same.
+    Bytes output(256, 0x5A);
+    uint32_t length = 0;
+    EXPECT_EQ(get_custom_data(table.data(), 4, output.data(), &length), 0);
+    ASSERT_EQ(length, data.size());
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), output.begin()));
     ExpectDecrypts(table, TestKey(n), blocks);
 }
 
