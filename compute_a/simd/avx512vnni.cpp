@@ -172,6 +172,8 @@ struct ChannelGroup {
     size_t first; // channel
     bool reload;
     WeightChunk<Channels> chunk;
+    int32_t
+        start[Channels]; // what the sums start from: the bias, and the correction if loaded once
 
     void Load(const MatrixProduct& p, size_t row) {
         const size_t left = p.inner - row;
@@ -195,13 +197,13 @@ void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const Block& bl
             }
         }
     };
-    addToAll(p.bias + group.first, true);
+    addToAll(group.start, true);
     const uint8_t* values = block.values;
     for (size_t k = 0; k < p.inner; k += 4 * kChunkSteps) {
         if (group.reload) {
             group.Load(p, k);
+            addToAll(group.chunk.correction, false);
         }
-        addToAll(group.chunk.correction, false);
         const size_t left = (p.inner - k + 3) / 4;
         const size_t steps = left < kChunkSteps ? left : kChunkSteps;
         for (size_t step = 0; step < steps; ++step, values += block.stepBytes) {
@@ -272,6 +274,11 @@ void MultiplyGroup(const MatrixProduct& p, const Blocks& blocks, const int8_t* w
     group.reload = p.inner > 4 * kChunkSteps;
     if (!group.reload) {
         group.Load(p, 0);
+    }
+    for (size_t c = 0; c < Channels; ++c) {
+        const int32_t correction = group.reload ? 0 : group.chunk.correction[c];
+        group.start[c] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) +
+                                              static_cast<uint32_t>(correction));
     }
     const uint8_t* values = blocks.values;
     int8_t* dst = p.dst + channel * p.planePitch + blocks.firstPixel;
