@@ -38,6 +38,9 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
     if (HasAvx512Vnni()) {
         paths[count++] = &kAvx512VnniRoutines;
     }
+    if (__builtin_cpu_supports("avx2")) {
+        paths[count++] = &kAvx2Routines;
+    }
 #endif
     paths[count++] = &kPlainRoutines;
     return count;
