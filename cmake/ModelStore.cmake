@@ -27,6 +27,10 @@ else()
     set(ORVO_PACK_MODELS_TARGET pack_models)
 endif()
 
+set(custom_data)
+if(FR_CUSTOM_DATA)
+    set(custom_data --custom-data "${FR_CUSTOM_DATA}")
+endif()
 add_custom_command(
     OUTPUT ${ORVO_STORE_SOURCES} ${ORVO_HOST_CIPHER_SOURCES}
     COMMAND ${ORVO_PACK_MODELS}
@@ -34,6 +38,7 @@ add_custom_command(
             --fr "${FR_MODEL_DIR}/fr.safetensors"
             --key "${FR_KEY_FILE}"
             --out "${ORVO_STORE_DIR}"
+            ${custom_data}
     DEPENDS ${ORVO_PACK_MODELS_TARGET} "${ORVO_PACK_MODELS}"
             "${FR_MODEL_DIR}/align.safetensors" "${FR_MODEL_DIR}/fr.safetensors" "${FR_KEY_FILE}"
     COMMENT "Packing and enciphering the models"

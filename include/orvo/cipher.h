@@ -1,11 +1,13 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * AES-128 (FIPS-197) with ECB, CBC and CTR modes, and the white-box AES-128 decryption that
- * unwraps the model keys.
+ * AES-128 (FIPS-197) with ECB, CBC and CTR modes, the white-box AES-128 decryption that unwraps the
+ * model keys, GCM over its forward sibling, and the custom data in the white-box table.
  *
- * None of these functions allocates. All are reentrant: they touch only their arguments and
- * constant tables. Table look-ups depend on the data, so none of them runs in constant time.
+ * None of these functions allocates. All but psr_* and those that use them (decode(),
+ * get_custom_data(), wb_aes_get_custom_data_d()) are reentrant: they touch only their arguments and
+ * constant tables. Table look-ups depend on the data, so no cipher here runs in constant time; the
+ * comparison of GCM tags does.
  */
 #ifndef ORVO_CIPHER_H
 #define ORVO_CIPHER_H
@@ -83,6 +85,78 @@ ORVO_API int32_t wb_aes_decrypt_cbc(const uint8_t iv[16], const uint8_t* in, uin
 /** CBC decryption with the white-box tables, every byte kept; see wb_aes_decrypt_cbc(). */
 ORVO_API int32_t wb_aes_decrypt_cbc_no_pad(const uint8_t iv[16], const uint8_t* in, uint32_t length,
                                            uint8_t* out);
+
+/**
+ * Galois/Counter Mode (NIST SP 800-38D) over wb_aes_encrypt(), the forward white-box cipher that
+ * the environment supplies.
+ *
+ * @param iv                @p ivLength bytes; 12 is the usual length, any is accepted, 0 included
+ * @param plaintext         @p length bytes
+ * @param ciphertext        receives @p length bytes; may be @p plaintext itself
+ * @param additional        @p additionalLength bytes that are authenticated and not enciphered
+ * @param tag               receives @p tagLength bytes
+ * @param tagLength         4 to 16
+ * @return 0; -1 for a bad tag length (nothing is written) or a refused bounded copy
+ *
+ * An address may be null where its length is 0. The bit lengths that enter the tag are taken modulo
+ * 2^32. Never use an IV twice.
+ */
+ORVO_API int32_t wb_aes_encrypt_gcm(const uint8_t* iv, uint32_t ivLength, const uint8_t* plaintext,
+                                    uint32_t length, uint8_t* ciphertext, const uint8_t* additional,
+                                    uint32_t additionalLength, uint8_t* tag, uint32_t tagLength);
+
+/**
+ * The way back: checks the tag, in constant time, and deciphers only if it is right.
+ *
+ * @param ciphertext  @p length bytes
+ * @param plaintext   receives @p length bytes; may be @p ciphertext itself; untouched on failure
+ * @param tag         the expected tag
+ * @return 0; -1 for a bad tag length, a wrong tag or a refused bounded copy
+ *
+ * The other arguments are those of wb_aes_encrypt_gcm().
+ */
+ORVO_API int32_t wb_aes_decrypt_gcm(const uint8_t* iv, uint32_t ivLength, const uint8_t* ciphertext,
+                                    uint32_t length, uint8_t* plaintext, const uint8_t* additional,
+                                    uint32_t additionalLength, const uint8_t* tag,
+                                    uint32_t tagLength);
+
+/* ---- Custom data in the white-box table --------------------------------------------------------
+ */
+
+/** Sets the one, process-wide state of the byte stream. Not for several threads. */
+ORVO_API void psr_init(uint32_t seed);
+/** Advances the state, state * 1103515245 + 12345 modulo 2^32, and returns it. */
+ORVO_API uint32_t psr_next(void);
+/** Fills @p count bytes with the low bytes of successive psr_next(). Not fit for secrets. */
+ORVO_API void psr_rand_bytes(uint8_t* buffer, uint32_t count);
+
+/**
+ * Unmasks collected custom data: 16-bit seed, 16-bit masked length, masked bytes.
+ *
+ * @param output     receives as many bytes as the stored length says, up to 65535: there is no
+ * bound. pack_models never stores more than 256.
+ * @param length     receives the length
+ * @param collected  4 bytes and as many as the stored length says
+ */
+ORVO_API void decode(uint8_t* output, uint32_t* length, const uint8_t* collected);
+
+/**
+ * Collects 260 bytes of custom data from a table in the form of table2, from round 1 on, and
+ * unmasks them.
+ *
+ * @param table    must have as many rounds as @p entries asks for: 16 * @p entries bytes come from
+ * each
+ * @param entries  entries of each sub-table that carry bytes: 4 in table2. 0 collects nothing and
+ *                 gives length 0.
+ * @param output   as for decode(): 256 bytes for a table that pack_models made
+ * @param length   receives the number of bytes
+ * @return 0, always
+ */
+ORVO_API int32_t get_custom_data(const uint32_t* table, uint32_t entries, uint8_t* output,
+                                 uint32_t* length);
+
+/** The custom data of table2: at most 256 bytes at @p output. @return 0, always */
+ORVO_API int32_t wb_aes_get_custom_data_d(uint8_t* output, uint32_t* length);
 
 ORVO_C_END
 

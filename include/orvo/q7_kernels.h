@@ -288,6 +288,42 @@ ORVO_API void ArmARescaleQ7(int8_t* data, int32_t count, int32_t shift);
  */
 ORVO_API float ArmACalcDistanceFloat(const float* a, const float* b, int32_t n);
 
+/* ---- Re-layout of int8 weights for a blocked matrix product ------------------------------------
+ */
+
+/**
+ * Weaves the weights of a 1 x 1 convolution: four filters at a time, so that one load brings the
+ * same input position of four filters. The networks' own weights are stored ready for their kernels
+ * and need none of this.
+ *
+ * @param weights  @p outch rows of @p inch bytes
+ * @param output   outch / 4 + outch % 4 slots of 16 * (inch / 4 + inch % 4) bytes: one for each
+ * four filters (for each element the bytes of the four), then one for each leftover filter (its
+ * bytes as they are). Bytes of a slot beyond these stay untouched. Must not overlap @p weights.
+ *
+ * Nothing is written if an address is null or a count below 1.
+ */
+ORVO_API void conv1x1s1_sgemm_transform_kernel_int8_neon_32(const int8_t* weights, int32_t inch,
+                                                            int32_t outch, int8_t* output);
+
+/** The same with pairs of elements: two of filter 0, two of filter 1 ... then an odd last one each.
+ */
+ORVO_API void conv1x1s1_sgemm_transform_kernel_int8_neon_64(const int8_t* weights, int32_t inch,
+                                                            int32_t outch, int8_t* output);
+
+/**
+ * The same for a general convolution, whose filters are rows of K = inch * kernel_size bytes: slots
+ * have 4 * K bytes. Nothing is written if @p outch or K is below 1; addresses are not checked.
+ */
+ORVO_API void conv_im2col_sgemm_transform_kernel_int8_neon_32(const int8_t* weights, int32_t inch,
+                                                              int32_t outch, int32_t kernel_size,
+                                                              int8_t* output);
+
+/** The same with pairs of elements. */
+ORVO_API void conv_im2col_sgemm_transform_kernel_int8_neon_64(const int8_t* weights, int32_t inch,
+                                                              int32_t outch, int32_t kernel_size,
+                                                              int8_t* output);
+
 ORVO_C_END
 
 #endif

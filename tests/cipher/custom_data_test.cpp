@@ -302,6 +302,14 @@ TEST(CustomData, EntriesMayRunIntoTheNextSubTable) {
     }
 }
 
+TEST(CustomData, NoEntriesGiveLengthZeroAndNoOutput) {
+    uint32_t length = 77;
+    uint8_t output = 0x5A;
+    EXPECT_EQ(get_custom_data(table2, 0, &output, &length), 0);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(output, 0x5A);
+}
+
 TEST(CustomData, RoundZeroDoesNotMatter) {
     Random random(6);
     const Bytes payload = RandomBytes(random, 100);

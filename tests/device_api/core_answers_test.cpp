@@ -146,14 +146,22 @@ TEST(CoreAnswers, ARefusedBlockWithAnAddressMissingIsNotFreed) {
         hooks.setMemory = [](void*, uint32_t) { return 2; };
         ASSERT_EQ(kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1, blank, 0), 0);
         kova_mpi_host_start_recording();
-        EXPECT_EQ(Observe([] {
-                      const uint32_t code = kova_fr_init();
-                      return code;
-                  }).code,
-                  0xa03f800c);
+        EXPECT_EQ(Observe(kova_fr_init).code, 0xa03f800c);
         EXPECT_EQ(CallNames(), Names{"KOVA_MPI_SYS_MmzAlloc_Cached"});
     }
     ExpectUninitialisedAndUsable();
+}
+
+TEST(CoreAnswers, ABlockWithoutVirtualAddressThatTheCoreTakesIsNotFreedLater) {
+    hooks.setMemory = [](void*, uint32_t) { return 0; };
+    ASSERT_EQ(
+        kova_mpi_host_blank_address("KOVA_MPI_SYS_MmzAlloc_Cached", 1, KOVA_MPI_HOST_BLANK_VIR, 0),
+        0);
+    EXPECT_EQ(Observe(kova_fr_init), kOk);
+    kova_mpi_host_start_recording();
+    EXPECT_EQ(Observe(kova_fr_deinit), kOk);
+    EXPECT_EQ(kova_mpi_host_call_count(), 0u);
+    EXPECT_FALSE(IsInitialised());
 }
 
 TEST(CoreAnswers, InitAsksInOrderAndHandsOnTheSizeThatItWasTold) {
