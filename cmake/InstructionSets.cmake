@@ -1,8 +1,12 @@
 # The paths that the target can have, one source file each, compiled for its instruction set.
 # compute_a/routines.cpp chooses among them when the first kernel runs.
+#
+# ORVO_PATHS names the paths for the tests, which run with each of them.
 set(ORVO_PATH_SOURCES)
+set(ORVO_PATHS plain)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx512vnni.cpp)
+    list(APPEND ORVO_PATHS avx512vnni)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set_source_files_properties(compute_a/simd/avx512vnni.cpp PROPERTIES COMPILE_OPTIONS
         "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")

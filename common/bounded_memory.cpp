@@ -6,7 +6,6 @@
 
 #include "common/bounded_memory_own.h"
 
-
 // A second, hidden name for each, which nothing can replace.
 extern "C" {
 __attribute__((visibility("hidden"))) int orvo_own_memcpy_s(void* dst, size_t dstSize,
@@ -36,10 +35,11 @@ int orvo_own_memset_s(void* dst, size_t dstSize, int value, size_t count) {
 }
 
 // Weak, so that a program linked with the static library may define its own, too.
-__attribute__((weak, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t dstSize,
-                                                               const void* src, size_t count);
-__attribute__((weak, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize, int value,
-                                                               size_t count);
+__attribute__((weak, nothrow, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t dstSize,
+                                                                        const void* src,
+                                                                        size_t count);
+__attribute__((weak, nothrow, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize,
+                                                                        int value, size_t count);
 }
 
 namespace orvo {
@@ -48,4 +48,4 @@ bool BoundedMemoryIsOwn() {
     return &memcpy_s == &orvo_own_memcpy_s && &memset_s == &orvo_own_memset_s;
 }
 
-}  // namespace orvo
+} // namespace orvo

@@ -28,8 +28,8 @@ struct Geometry {
     size_t taps() const { return srcChannels * kernelSize * kernelSize; }
 };
 
-// The output rows that are expanded and multiplied at a time: few enough that their part of the im2col
-// matrix stays in the processor's first cache.
+// The output rows that are expanded and multiplied at a time: few enough that their part of the
+// im2col matrix stays in the processor's first cache.
 struct Band {
     size_t firstRow;
     size_t rows;
@@ -39,8 +39,8 @@ constexpr size_t kBandPixels = 192;
 
 // One row of the band's matrix for stride 1: each output row is a piece of an input row, with zeros
 // where it reaches outside.
-void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, size_t ky, size_t kx,
-                      int8_t* row) {
+void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, size_t ky,
+                      size_t kx, int8_t* row) {
     // Output columns from..to lie inside the input, kx - pad columns to the right of their own.
     const size_t from = std::min(g.pad > kx ? g.pad - kx : 0, g.dstWidth);
     const size_t to =

@@ -23,9 +23,9 @@ int32_t ShiftLeft32(int8_t value, uint32_t count) {
     return count < 32 ? static_cast<int32_t>(static_cast<uint32_t>(value) << count) : 0;
 }
 
-// The addition by its definition, for shifts that the fast routines do not take. Full blocks of 8 values
-// shift the inputs in 16-bit lanes, the values after them in 32 bits; that differs for input shifts
-// above 8 only. Where in2 is null the shortcut counts as zero.
+// The addition by its definition, for shifts that the fast routines do not take. Full blocks of 8
+// values shift the inputs in 16-bit lanes, the values after them in 32 bits; that differs for input
+// shifts above 8 only. Where in2 is null the shortcut counts as zero.
 void AddPlane(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
               const orvo::AddShifts& s) {
     const uint32_t half = s.out >= 1 && s.out <= 32 ? 1u << (s.out - 1) : 0;
@@ -34,8 +34,7 @@ void AddPlane(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
         const int32_t a = shiftLeft(in1[i], s.in1);
         const int32_t b = in2 == nullptr ? 0 : shiftLeft(in2[i], s.in2);
         const uint32_t sum = static_cast<uint32_t>(a) + static_cast<uint32_t>(b) + half;
-        dst[i] =
-            orvo::SaturateQ7(static_cast<int32_t>(sum) >> std::min<uint32_t>(s.out, 31));
+        dst[i] = orvo::SaturateQ7(static_cast<int32_t>(sum) >> std::min<uint32_t>(s.out, 31));
     }
 }
 

@@ -20,8 +20,8 @@ namespace {
 // times; the stored models are laid out for it.
 size_t LayoutUnit(size_t channels) { return channels / 4 + channels % 4; }
 
-// The scratch that the caller gives: a slot for each 8 pixels, one more for 4 that are left, and one
-// for each single pixel after those.
+// The scratch that the caller gives: a slot for each 8 pixels, one more for 4 that are left, and
+// one for each single pixel after those.
 size_t ScratchBytes(size_t unit, size_t pixels) {
     return 32 * unit * (pixels / 8 + pixels % 8 / 4 + pixels % 4);
 }

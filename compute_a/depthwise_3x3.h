@@ -37,9 +37,9 @@ void ConvolveDepthwise3x3(const int8_t* planes, const DepthwiseGeometry& geometr
                           const int8_t* weights, const int32_t* bias, uint32_t shift, int8_t lowest,
                           int8_t* dst);
 
-// The usual case, done without the padded planes: a border of one and outputs as large as the inputs,
-// where the bounded functions that write the padding are the library's own and cannot fail. Returns
-// false if it is not that case; then nothing was done.
+// The usual case, done without the padded planes: a border of one and outputs as large as the
+// inputs, where the bounded functions that write the padding are the library's own and cannot fail.
+// Returns false if it is not that case; then nothing was done.
 bool ConvolveInPlaceOfPadding(const int8_t* src, const DepthwiseGeometry& geometry,
                               const int8_t* weights, const int32_t* bias, uint32_t shift,
                               int8_t lowest, int8_t* dst);

@@ -30,7 +30,7 @@ const Routines* Choose() {
     return paths[0];
 }
 
-}  // namespace
+} // namespace
 
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
     size_t count = 0;
@@ -54,4 +54,4 @@ const Routines& ChosenRoutines() {
     return *routines;
 }
 
-}  // namespace orvo
+} // namespace orvo

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The inner routines of the kernels: what one instruction set does better than another. The exported
-// functions check, expand and walk; everything that a profile shows goes through this table.
+// The inner routines of the kernels: what one instruction set does better than another. The
+// exported functions check, expand and walk; everything that a profile shows goes through this
+// table.
 //
 // Every path gives the same bytes. One path is chosen when the first kernel runs: the best that the
 // processor has, or the one named by the environment variable ORVO_FR_PATH (for tests and
@@ -13,9 +14,9 @@
 
 namespace orvo {
 
-// dst = requantised(weights x rows): each of `channels` output planes is the weighted sum of `inner`
-// input rows of `pixels` values. The generic convolution comes here with its im2col matrix, the
-// pointwise one with the planes themselves.
+// dst = requantised(weights x rows): each of `channels` output planes is the weighted sum of
+// `inner` input rows of `pixels` values. The generic convolution comes here with its im2col matrix,
+// the pointwise one with the planes themselves.
 struct MatrixProduct {
     const int8_t* rows;
     size_t rowPitch; // bytes from one row to the next
@@ -74,8 +75,8 @@ struct Routines {
 // The path in use.
 const Routines& ChosenRoutines();
 
-// Every path that this build has and this processor can run, best first; the plain one is always the
-// last. Returns how many.
+// Every path that this build has and this processor can run, best first; the plain one is always
+// the last. Returns how many.
 constexpr size_t kMaxPaths = 4;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
@@ -86,4 +87,4 @@ extern const Routines kAvx512VnniRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 
-}  // namespace orvo
+} // namespace orvo

@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "common/diagnostics.h"
+#include "compute_a/routines.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/image_tools.h"
 #include "orvo/orvo_fr.h"
@@ -189,3 +190,5 @@ float OrvoFrGetDistance(const float* a, uint32_t aSize, const float* b, uint32_t
     }
     return FrCompare(a, b);
 }
+
+const char* OrvoFrGetInstructionSet(void) { return orvo::ChosenRoutines().name; }

@@ -35,8 +35,9 @@ constexpr size_t kBlockPixels = 64; // pixels whose values are packed and then m
 constexpr size_t kGroup = 4;
 constexpr size_t kChunkSteps = 64; // steps of four rows whose weights are transposed at a time
 
-// Four rows of 64 pixels become four vectors whose 32-bit lanes hold the four values of one pixel. The
-// pixels come in the order that unpacking leaves them, 4 of each 16; packing the sums undoes it.
+// Four rows of 64 pixels become four vectors whose 32-bit lanes hold the four values of one pixel.
+// The pixels come in the order that unpacking leaves them, 4 of each 16; packing the sums undoes
+// it.
 inline void PackStep64(const __m512i row[4], uint8_t* to) {
     const __m512i lo01 = _mm512_unpacklo_epi8(row[0], row[1]);
     const __m512i hi01 = _mm512_unpackhi_epi8(row[0], row[1]);
@@ -81,9 +82,8 @@ void PackBlockTail(const MatrixProduct& p, size_t pixel, size_t count, uint8_t* 
             const __mmask16 inside = FirstBytes16(count - done);
             __m128i row[4];
             for (size_t i = 0; i < 4; ++i) {
-                row[i] = k + i < p.inner
-                             ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch + done)
-                             : _mm_setzero_si128();
+                row[i] = k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch + done)
+                                         : _mm_setzero_si128();
             }
             _mm512_mask_storeu_epi32(block + 4 * done, inside, PackStep16(row));
         }
@@ -100,9 +100,10 @@ struct WeightChunk {
 };
 
 // 16 bytes hold four rows of four channels; transposed they are four words, one a channel.
-void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t inner, WeightChunk<4>& chunk) {
-    const __m512i transpose = _mm512_broadcast_i32x4(
-        _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t inner,
+               WeightChunk<4>& chunk) {
+    const __m512i transpose =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
     const __m512i ones = _mm512_set1_epi8(1);
     __m512i sums = _mm512_setzero_si512();
     for (size_t k = 0; k < inner; k += 16) {
@@ -280,9 +281,9 @@ void Multiply(const MatrixProduct& p) {
 //
 // The 32-bit lanes of a vector hold one column of four rows. One product then gives three taps of a
 // filter column; three of them, over the column and its two right neighbours, give an output of the
-// upper pair of filter positions, and the same vectors with the weights one row lower give the output
-// below it. Two output rows are made at a time, and the lower two of the four rows are the upper two of
-// the next pair.
+// upper pair of filter positions, and the same vectors with the weights one row lower give the
+// output below it. Two output rows are made at a time, and the lower two of the four rows are the
+// upper two of the next pair.
 
 constexpr size_t kStripOutputs = 62; // 64 columns are loaded, of which the outer two are neighbours
 
@@ -306,8 +307,7 @@ DepthwiseFilter LoadFilter(const int8_t* w, int32_t bias, const DepthwisePlanes&
         filter.upper[kx] = _mm512_set1_epi32(static_cast<int>(word));
         filter.lower[kx] = _mm512_set1_epi32(static_cast<int>(word << 8));
     }
-    filter.start =
-        _mm512_set1_epi32(static_cast<int>(static_cast<uint32_t>(bias) - 128u * sum));
+    filter.start = _mm512_set1_epi32(static_cast<int>(static_cast<uint32_t>(bias) - 128u * sum));
     filter.shift = _mm512_set1_epi32(static_cast<int>(p.shift));
     filter.lowest = _mm512_set1_epi8(p.lowest);
     return filter;
@@ -360,13 +360,12 @@ inline __m512i PackRow(const __m512i sums[Chunks], const DepthwiseFilter& f) {
     }
     const __m512i bytes =
         _mm512_packs_epi16(_mm512_packs_epi32(s[0], s[1]), _mm512_packs_epi32(s[2], s[3]));
-    const __m512i order =
-        _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     return _mm512_max_epi8(_mm512_permutexvar_epi32(order, bytes), f.lowest);
 }
 
-// `Chunks` vectors of 16 outputs from `Columns` vectors of 16 columns: as many, or one more where the
-// last outputs have their right neighbours in it.
+// `Chunks` vectors of 16 outputs from `Columns` vectors of 16 columns: as many, or one more where
+// the last outputs have their right neighbours in it.
 template <size_t Chunks, size_t Columns>
 void DepthwiseStrip(const Strip& strip, const DepthwiseFilter& f, size_t outputs, int8_t* dst) {
     static_assert(Columns == Chunks || Columns == Chunks + 1);
@@ -575,7 +574,8 @@ void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8
 
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
     for (size_t x = 0; x < dstWidth; x += 32) {
-        const __m512i row = _mm512_maskz_loadu_epi8(FirstBytes(2 * (dstWidth - x) - 1), src + 2 * x);
+        const __m512i row =
+            _mm512_maskz_loadu_epi8(FirstBytes(2 * (dstWidth - x) - 1), src + 2 * x);
         _mm256_mask_storeu_epi8(dst + x, static_cast<__mmask32>(FirstBytes(dstWidth - x)),
                                 _mm512_cvtepi16_epi8(row));
     }
@@ -585,8 +585,7 @@ void Rectify(const int8_t* src, int8_t* dst, size_t count) {
     for (size_t i = 0; i < count; i += 64) {
         const __mmask64 inside = FirstBytes(count - i);
         const __m512i values = _mm512_maskz_loadu_epi8(inside, src + i);
-        _mm512_mask_storeu_epi8(dst + i, inside,
-                                _mm512_max_epi8(values, _mm512_setzero_si512()));
+        _mm512_mask_storeu_epi8(dst + i, inside, _mm512_max_epi8(values, _mm512_setzero_si512()));
     }
 }
 

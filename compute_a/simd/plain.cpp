@@ -45,26 +45,47 @@ void MultiplyGroup(const MatrixProduct& p, const int8_t* weights, size_t channel
     }
 }
 
-// One output row from three input rows; a missing one is null.
-void DepthwiseRow(const int8_t* const rows[3], const DepthwisePlanes& p, const int8_t* weights,
-                  int32_t bias, int8_t* dst) {
-    for (size_t x = 0; x < p.width; ++x) {
-        uint32_t sum = 0;
-        for (size_t ky = 0; ky < 3; ++ky) {
-            if (rows[ky] == nullptr) {
-                continue;
-            }
-            const int8_t* w = weights + 3 * ky;
-            const int8_t* at = rows[ky] + x;
-            sum = x > 0 ? AddProduct(sum, at[-1], w[0]) : sum;
-            sum = AddProduct(sum, at[0], w[1]);
-            sum = x + 1 < p.width ? AddProduct(sum, at[1], w[2]) : sum;
-        }
-        dst[x] = std::max(RequantiseQ7(sum, bias, p.shift), p.lowest);
+// Three taps of one input row, added to the sums of an output row. The first and the last output
+// have no left or right neighbour.
+void AddTaps(const int8_t* row, const int8_t* w, size_t width, uint32_t* sums) {
+    for (size_t x = 0; x < width; ++x) {
+        sums[x] = AddProduct(sums[x], row[x], w[1]);
+    }
+    for (size_t x = 1; x < width; ++x) {
+        sums[x] = AddProduct(sums[x], row[x - 1], w[0]);
+    }
+    for (size_t x = 0; x + 1 < width; ++x) {
+        sums[x] = AddProduct(sums[x], row[x + 1], w[2]);
     }
 }
 
-}  // namespace
+constexpr size_t kStrip = 128; // columns whose sums are kept at a time
+
+// Columns from..to of an output row. A strip's outer columns take their neighbours from outside it.
+void DepthwiseRow(const int8_t* plane, const DepthwisePlanes& p, size_t y, size_t from, size_t to,
+                  const int8_t* weights, int32_t bias, int8_t* dst) {
+    uint32_t sums[kStrip] = {};
+    for (size_t ky = 0; ky < 3; ++ky) {
+        const size_t iy = y + ky - 1; // above the first row it wraps to a huge value
+        if (iy >= p.height) {
+            continue;
+        }
+        const int8_t* row = plane + iy * p.width;
+        const int8_t* w = weights + 3 * ky;
+        AddTaps(row + from, w, to - from, sums);
+        if (from > 0) {
+            sums[0] = AddProduct(sums[0], row[from - 1], w[0]);
+        }
+        if (to < p.width) {
+            sums[to - from - 1] = AddProduct(sums[to - from - 1], row[to], w[2]);
+        }
+    }
+    for (size_t x = from; x < to; ++x) {
+        dst[x] = std::max(RequantiseQ7(sums[x - from], bias, p.shift), p.lowest);
+    }
+}
+
+} // namespace
 
 void Multiply(const MatrixProduct& p) {
     const int8_t* weights = p.weights;
@@ -80,12 +101,11 @@ void Multiply(const MatrixProduct& p) {
 void Depthwise(const DepthwisePlanes& p) {
     const size_t plane = p.width * p.height;
     for (size_t c = 0; c < p.channels; ++c) {
-        const int8_t* src = p.src + c * plane;
         for (size_t y = 0; y < p.height; ++y) {
-            const int8_t* row = src + y * p.width;
-            const int8_t* const rows[3] = {y > 0 ? row - p.width : nullptr, row,
-                                           y + 1 < p.height ? row + p.width : nullptr};
-            DepthwiseRow(rows, p, p.weights + 9 * c, p.bias[c], p.dst + c * plane + y * p.width);
+            for (size_t x = 0; x < p.width; x += kStrip) {
+                DepthwiseRow(p.src + c * plane, p, y, x, std::min(x + kStrip, p.width),
+                             p.weights + 9 * c, p.bias[c], p.dst + c * plane + y * p.width);
+            }
         }
     }
 }
@@ -147,10 +167,11 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
     }
 }
 
-}  // namespace plain
+} // namespace plain
 
-const Routines kPlainRoutines{
-    "plain",            plain::Multiply, plain::Depthwise, plain::Dot, plain::MaxPoolStride1,
-    plain::MaxPoolRows, plain::SampleRow, plain::Rectify, plain::FlipSign, plain::Add};
+const Routines kPlainRoutines{"plain",          plain::Multiply,       plain::Depthwise,
+                              plain::Dot,       plain::MaxPoolStride1, plain::MaxPoolRows,
+                              plain::SampleRow, plain::Rectify,        plain::FlipSign,
+                              plain::Add};
 
-}  // namespace orvo
+} // namespace orvo

@@ -19,5 +19,5 @@ void Rectify(const int8_t* src, int8_t* dst, size_t count);
 void FlipSign(uint8_t* data, size_t count);
 void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& shifts);
 
-}  // namespace plain
-}  // namespace orvo
+} // namespace plain
+} // namespace orvo

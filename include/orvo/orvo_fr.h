@@ -111,6 +111,14 @@ ORVO_API float OrvoFrGetDistance(const float* a, uint32_t aSize, const float* b,
 /** The inner product of two features of 128 floats, unchecked. */
 ORVO_API float FrCompare(const float* a, const float* b);
 
+/**
+ * The name of the instruction set whose inner routines the kernels use, such as "plain" or
+ * "avx512vnni". It is chosen when it is first needed: the best that the processor has, or the one
+ * named by the environment variable ORVO_FR_PATH if the processor has that. Results are the same
+ * bytes with every one. Any thread may ask at any time. @return a static string
+ */
+ORVO_API const char* OrvoFrGetInstructionSet(void);
+
 /** Deciphers the alignment model in place. Called by OrvoFrInit() only. @return 0, or 1 on failure
  */
 ORVO_API int32_t AlignDecrypt(void);

@@ -89,9 +89,12 @@ ORVO_API void ArmAConvolve1x1s1p0ChwQ7(const int8_t* src, uint16_t srcWidth, uin
  * @param dst          must not overlap src or tmpBuffer
  * @param dstWidth,dstHeight  must be W - 2 and H - 2. They are not checked: the input is walked two
  *                     rows at a time, advancing by dstWidth + 2 + W bytes.
- * @param tmpBuffer    scratch: srcChannels * W * H bytes, untouched when pad is 0
+ * @param tmpBuffer    scratch: srcChannels * W * H bytes, untouched when pad is 0. What is in it
+ *                     afterwards is unspecified.
  *
- * A failed bounded copy of the padding is reported on standard error, and the call goes on.
+ * A failed bounded copy of the padding is reported on standard error, and the call goes on. Where
+ * memcpy_s and memset_s are the library's own, which cannot fail here, the padding may be done without
+ * them.
  */
 ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth,
                                             uint16_t srcHeight, uint16_t srcChannels,

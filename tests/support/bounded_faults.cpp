@@ -37,9 +37,7 @@ void RecordBoundedCalls() {
     countdown = 0;
 }
 
-const std::vector<BoundedCall>& BoundedCalls() {
-    return calls;
-}
+const std::vector<BoundedCall>& BoundedCalls() { return calls; }
 
 void FailBoundedCall(int n, int code, bool forGood) {
     countdown = n;

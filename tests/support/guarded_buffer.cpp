@@ -18,9 +18,7 @@ void Require(bool ok, const char* what) {
     }
 }
 
-size_t PageSize() {
-    return static_cast<size_t>(sysconf(_SC_PAGESIZE));
-}
+size_t PageSize() { return static_cast<size_t>(sysconf(_SC_PAGESIZE)); }
 
 } // namespace
 
@@ -40,9 +38,7 @@ GuardedBuffer::GuardedBuffer(size_t size, Place place) : size_(size) {
     }
 }
 
-GuardedBuffer::~GuardedBuffer() {
-    munmap(mapping_, mappingSize_);
-}
+GuardedBuffer::~GuardedBuffer() { munmap(mapping_, mappingSize_); }
 
 void GuardedBuffer::MakeReadOnly() {
     const size_t page = PageSize();
