@@ -56,7 +56,7 @@ void RunNeon(size_t steps) {
 #define DOT(n) "sdot v" #n ".4s, v0.16b, v1.16b\n\t"
 void RunNeonDot(size_t steps) {
     for (; steps > 0; --steps) {
-        __asm__ volatile(".arch_extension dotprod\n\t" REPEAT(DOT)::: NEON_SUMS);
+        __asm__ volatile(".arch armv8.2-a+dotprod\n\t" REPEAT(DOT)::: NEON_SUMS);
     }
 }
 

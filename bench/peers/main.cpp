@@ -2,13 +2,19 @@
 //
 // Our two networks and the same two on other engines: one core, one thread, one after the other in
 // many rounds, the least time of each. A face is the alignment and the recognition network.
+//
+// With ORVO_FR_PATH set this is done for that path of ours, otherwise for each in turn, in a
+// process of its own, since the library chooses once in the life of a process.
 #include <omp.h>
 #include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <map>
 
@@ -107,7 +113,11 @@ std::map<std::string, double> TimesByKind(const Contender& contender) {
 void PrintRow(const std::string& name, const std::vector<double>& milliseconds) {
     std::printf("%-12s", name.c_str());
     for (const double time : milliseconds) {
-        std::printf(" %11.4f %6.2f x", time, time / milliseconds[0]);
+        if (time == 0) {
+            std::printf(" %20s", "fused");
+        } else {
+            std::printf(" %11.4f %6.2f x", time, time / milliseconds[0]);
+        }
     }
     std::printf("\n");
 }
@@ -122,7 +132,7 @@ std::vector<double> Of(const std::vector<Contender>& contenders, Value value) {
 }
 
 void PrintTable(const std::vector<Contender>& contenders) {
-    std::printf("%-12s", "ms, ratio");
+    std::printf("\n%-12s", "ms, ratio");
     for (const Contender& contender : contenders) {
         std::printf(" %20s", contender.name.c_str());
     }
@@ -146,11 +156,36 @@ void PinToOneCore(int core) {
     omp_set_num_threads(1);
 }
 
+void Compare(int rounds) {
+    std::vector<Contender> contenders = {Own(), FromPeer(orvo_bench::OneDnn()),
+                                         FromPeer(orvo_bench::Xnnpack())};
+    for (int round = 0; round < rounds; ++round) {
+        std::ranges::for_each(contenders, MeasureNetworks);
+        std::ranges::for_each(contenders, MeasureLayers);
+    }
+    PrintTable(contenders);
+}
+
+void CompareWithPath(const char* path, int rounds) {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        setenv("ORVO_FR_PATH", path, 1);
+        Compare(rounds);
+        std::fflush(stdout);
+        _exit(0);
+    }
+    int status = 1;
+    if (waitpid(child, &status, 0) != child || status != 0) {
+        throw std::runtime_error(std::string("the comparison failed with the path ") + path);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) try {
     CLI::App app("Our networks beside the same on oneDNN and XNNPACK");
-    int rounds = 30;
+    int rounds = 20;
     int core = 0;
     std::string commit = "unknown";
     app.add_option("--rounds", rounds, "Turns of each engine")->capture_default_str();
@@ -159,16 +194,21 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(app, argc, argv);
 
     PinToOneCore(core);
-    std::vector<Contender> contenders = {Own(), FromPeer(orvo_bench::OneDnn()),
-                                         FromPeer(orvo_bench::Xnnpack())};
-    for (int round = 0; round < rounds; ++round) {
-        std::ranges::for_each(contenders, MeasureNetworks);
-        std::ranges::for_each(contenders, MeasureLayers);
-    }
-
-    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n\n", orvo_bench::CpuName().c_str(),
+    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", orvo_bench::CpuName().c_str(),
                 orvo_bench::CompilerName().c_str(), commit.c_str());
-    PrintTable(contenders);
+    if (std::getenv("ORVO_FR_PATH") != nullptr) {
+        Compare(rounds);
+    } else {
+        const orvo::Routines* paths[orvo::kMaxPaths];
+        const size_t count = orvo::AvailableRoutines(paths);
+        for (size_t i = 0; i < count; ++i) {
+            CompareWithPath(paths[i]->name, rounds);
+        }
+    }
+    std::printf(
+        "\nThe engines' rectifiers and samplings are in the layers before them, oneDNN's additions "
+        "in\n"
+        "pw and dw (what is left in its row is the widening of shortcuts).\n");
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "peers_bench: %s\n", error.what());

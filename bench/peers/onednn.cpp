@@ -6,7 +6,9 @@
 // rectifiers; residual additions fused into the layer before them (in place, the "sum" post-op);
 // stride 2 in the depthwise layers that we follow with sampling; unsigned activations wherever a
 // rectifier makes them so, which its multiply instruction prefers; channels padded to its block of
-// 16; prepared argument lists, executed through the C interface, which costs less than the C++ one.
+// 16; prepared argument lists, executed through the C interface, which costs less than the C++ one;
+// every instruction set that it finds, AMX included (ONEDNN_MAX_CPU_ISA=AVX512_CORE_VNNI leaves
+// that out).
 //
 // What does not match: it rounds where we shift down. Where an addition's result is wider than its
 // shortcut by more than the padding, the shortcut goes through a concatenation with zeros, which
@@ -50,7 +52,10 @@ class NetworkBuilder {
         const std::vector<FusedLayer> layers = Fuse(network);
         for (size_t i = 0; i < layers.size(); ++i) {
             const bool addFollows = i + 1 < layers.size() && layers[i + 1].layer.kind == kAdd;
-            append(layers[i], addFollows);
+            append(layers[i], addFollows,
+                   layers[i].layer.kind == kConvolution && layers[i].layer.keep
+                       ? nextAddition(layers, i)
+                       : layers[i].layer.outChannels);
             i += addFollows;
             if (layers[i].layer.keep) {
                 slot_.wrote(slot_.input(), true);
@@ -61,10 +66,19 @@ class NetworkBuilder {
     }
 
   private:
-    void append(const FusedLayer& fused, bool addFollows) {
+    // A kept stem is made as wide as the addition needs it.
+    static int nextAddition(const std::vector<FusedLayer>& layers, size_t i) {
+        while (layers[i].layer.kind != kAdd) {
+            ++i;
+        }
+        return layers[i].layer.outChannels;
+    }
+
+    void append(const FusedLayer& fused, bool addFollows, int outChannels) {
         switch (fused.layer.kind) {
             case kMaxPool1:
-                return pool(fused, dnnl::algorithm::pooling_max, 2, 1);
+                return tensor_.channels < 128 ? maxPoolInSteps(fused)
+                                              : pool(fused, dnnl::algorithm::pooling_max, 2, 1);
             case kMaxPool2:
                 return pool(fused, dnnl::algorithm::pooling_max, 2, 2);
             case kAverage:
@@ -74,7 +88,7 @@ class NetworkBuilder {
             case kNormalise:
                 return normalise();
             default:
-                return convolution(fused, addFollows);
+                return convolution(fused, addFollows, Padded(outChannels));
         }
     }
 
@@ -89,13 +103,12 @@ class NetworkBuilder {
         return {desc, engine_, (*slots_)[slot].data()};
     }
 
-    void convolution(const FusedLayer& fused, bool addFollows) {
+    void convolution(const FusedLayer& fused, bool addFollows, int outChannels) {
         const Layer& layer = fused.layer;
         const bool first = steps_.empty();
         const bool global = layer.kind == kGlobal;
         const bool depthwise = layer.kind == kDepthwise || layer.kind == kDepthwiseRelu || global;
-        const int inChannels = first ? layer.channels : Padded(layer.channels);
-        const int outChannels = Padded(layer.outChannels);
+        const int inChannels = first ? layer.channels : tensor_.channels;
         const int kernel = global ? layer.size : layer.kind == kPointwise ? 1 : 3;
         const int pad = global ? 0 : kernel / 2;
         const Type outType = fused.rectified ? Type::u8 : Type::s8;
@@ -197,6 +210,45 @@ class NetworkBuilder {
         slot_.wrote(slot, false);
     }
 
+    // Its pooling costs a call a pixel, which is much for few channels. Taken apart it is faster:
+    // the maximum of rows, for which whole rows are the channels; the maximum of neighbours, which
+    // are the same memory one pixel further; and a copy that leaves out each row's last pixel.
+    void maxPoolInSteps(const FusedLayer& fused) {
+        const std::string kind = KindName(fused.layer.kind);
+        const int size = tensor_.size;
+        const int row = size * tensor_.channels;
+        const auto nhwc = [&](const Dims& dims) {
+            return memory::desc(dims, tensor_.type, memory::format_tag::nhwc);
+        };
+        const dnnl::pooling_forward::primitive_desc ofRows(
+            {dnnl::prop_kind::forward_inference, dnnl::algorithm::pooling_max,
+             nhwc({1, row, size, 1}), nhwc({1, row, size - 1, 1}), Dims{1, 1}, Dims{2, 1},
+             Dims{0, 0}, Dims{0, 0}},
+            engine_);
+        const int rows = slot_.output();
+        add(kind, dnnl::pooling_forward(ofRows),
+            {{DNNL_ARG_SRC, inSlot(ofRows.src_desc(), slot_.input())},
+             {DNNL_ARG_DST, inSlot(ofRows.dst_desc(), rows)}});
+
+        slot_.wrote(rows, true);
+        const memory::desc all({(size - 1) * row - tensor_.channels}, tensor_.type,
+                               memory::format_tag::a);
+        const dnnl::binary::primitive_desc ofNeighbours(
+            {dnnl::algorithm::binary_max, all, all, all}, engine_);
+        const int both = slot_.output();
+        add(kind, dnnl::binary(ofNeighbours),
+            {{DNNL_ARG_SRC_0, inSlot(all, rows)},
+             {DNNL_ARG_SRC_1, memory(all, engine_, (*slots_)[rows].data() + tensor_.channels)},
+             {DNNL_ARG_DST, inSlot(all, both)}});
+
+        const memory::desc wide({1, tensor_.channels, size - 1, size - 1}, tensor_.type,
+                                Dims{(size - 1) * row, 1, row, tensor_.channels});
+        const memory from = inSlot(wide, both);
+        const memory result = inSlot(nhwc(wide.dims()), rows);
+        add(kind, dnnl::reorder(from, result), {{DNNL_ARG_FROM, from}, {DNNL_ARG_TO, result}});
+        tensor_ = {result, tensor_.channels, size - 1, tensor_.type};
+    }
+
     void fullyConnected(const Layer& layer) {
         dnnl::primitive_attr attributes;
         attributes.set_output_scales(0, {kScale});
@@ -278,7 +330,8 @@ class NetworkBuilder {
 Peer OneDnn() {
     const dnnl::engine engine(dnnl::engine::kind::cpu, 0);
     const dnnl::stream stream(engine);
-    return {"oneDNN", NetworkBuilder(engine, stream).build(AlignNetwork()),
+    const bool amx = dnnl::get_effective_cpu_isa() == dnnl::cpu_isa::avx512_core_amx;
+    return {amx ? "oneDNN, AMX" : "oneDNN", NetworkBuilder(engine, stream).build(AlignNetwork()),
             NetworkBuilder(engine, stream).build(RecognitionNetwork())};
 }
 

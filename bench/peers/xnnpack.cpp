@@ -102,31 +102,76 @@ class NetworkBuilder {
                 return fullyConnected(output(fused, widestChannels, ofAddition));
             case kNormalise:
                 return normalise();
+            case kGlobal:
+                return global(output(fused, widestChannels, ofAddition));
             default:
                 return convolution(fused, output(fused, widestChannels, ofAddition));
         }
     }
 
-    void convolution(const FusedLayer& fused, const Tensor& to) {
-        const Layer& layer = fused.layer;
-        const bool global = layer.kind == kGlobal;
-        const bool depthwise = layer.kind == kDepthwise || layer.kind == kDepthwiseRelu || global;
-        const uint32_t kernel = global ? layer.size : layer.kind == kPointwise ? 1 : 3;
-        const uint32_t pad = global ? 0 : kernel / 2;
-        const uint32_t stride = fused.stride;
-        const uint32_t groups = depthwise ? layer.channels : 1;
-        const auto weights =
-            RandomValues<int8_t>(kernel * kernel * layer.channels * to.channels, -127, 127);
-        const std::vector<int32_t> bias(to.channels, 100);
+    struct Window {
+        size_t height; // of the input
+        uint32_t kernelHeight, kernelWidth, pad, stride;
+    };
+
+    xnn_operator_t convolutionOperator(const Window& window, bool depthwise, int8_t lowest,
+                                       const int8_t* from, size_t toChannels, size_t toStride,
+                                       int8_t* to) {
+        const uint32_t groups = depthwise ? tensor_.channels : 1;
+        const size_t groupInputs = tensor_.channels / groups;
+        const auto weights = RandomValues<int8_t>(
+            window.kernelHeight * window.kernelWidth * groupInputs * toChannels, -127, 127);
+        const std::vector<int32_t> bias(toChannels, 100);
         xnn_operator_t op = nullptr;
         Check(xnn_create_convolution2d_nhwc_qs8(
-            pad, pad, pad, pad, kernel, kernel, stride, stride, 1, 1, groups,
-            layer.channels / groups, to.channels / groups, tensor_.stride, to.stride, 0, 1.0f,
-            kScale, weights.data(), bias.data(), 0, 1.0f, fused.rectified ? 0 : -128, 127,
-            depthwise ? XNN_FLAG_DEPTHWISE_CONVOLUTION : 0, &op));
-        Check(xnn_setup_convolution2d_nhwc_qs8(op, 1, tensor_.size, tensor_.size, tensor_.data(),
-                                               to.data(), nullptr));
-        run(layer.kind, op, to);
+            window.pad, window.pad, window.pad, window.pad, window.kernelHeight, window.kernelWidth,
+            window.stride, window.stride, 1, 1, groups, groupInputs, toChannels / groups,
+            tensor_.stride, toStride, 0, 1.0f, kScale, weights.data(), bias.data(), 0, 1.0f, lowest,
+            127, depthwise ? XNN_FLAG_DEPTHWISE_CONVOLUTION : 0, &op));
+        Check(xnn_setup_convolution2d_nhwc_qs8(op, 1, window.height, tensor_.size, from, to,
+                                               nullptr));
+        return op;
+    }
+
+    void convolution(const FusedLayer& fused, const Tensor& to) {
+        const LayerKind kind = fused.layer.kind;
+        const uint32_t kernel = kind == kPointwise ? 1 : 3;
+        const Window window = {tensor_.size, kernel, kernel, kernel / 2,
+                               static_cast<uint32_t>(fused.stride)};
+        run(kind,
+            convolutionOperator(window, kind == kDepthwise || kind == kDepthwiseRelu,
+                                fused.rectified ? 0 : -128, tensor_.data(), to.channels, to.stride,
+                                to.data()),
+            to);
+    }
+
+    // Its fast depthwise kernels have 9 or 25 weights a channel. Four quarters of 3 x 3 and their
+    // sum are much faster than the whole filter. Each quarter runs over a band of three rows, at
+    // both columns, of which one counts.
+    void global(const Tensor& to) {
+        constexpr uint32_t kPart = 3;
+        const size_t bandBytes = kPart * tensor_.size * tensor_.stride;
+        if (tensor_.size != 2 * kPart) {
+            throw std::logic_error("XNNPACK: the global layer is not 6 x 6");
+        }
+        const Window window = {kPart, kPart, kPart, 0, kPart};
+        std::vector<xnn_operator_t> operators;
+        for (size_t quarter = 0; quarter < 4; ++quarter) {
+            operators.push_back(
+                convolutionOperator(window, true, -128, tensor_.data() + quarter / 2 * bandBytes,
+                                    to.channels, to.stride, to.data() + 2 * quarter * to.channels));
+        }
+        for (size_t quarter = 1; quarter < 4; ++quarter) {
+            const int8_t* counted = to.data() + (2 * quarter + quarter % 2) * to.channels;
+            xnn_operator_t sum = nullptr;
+            Check(xnn_create_add_nd_qs8(0, 1.0f, 0, 1.0f, 0, 1.0f, -128, 127, 0, &sum));
+            Check(xnn_setup_add_nd_qs8(sum, 1, &to.channels, 1, &to.channels, to.data(), counted,
+                                       to.data(), nullptr));
+            operators.push_back(sum);
+        }
+        for (xnn_operator_t op : operators) {
+            run(kGlobal, op, to);
+        }
     }
 
     void maxPool(const FusedLayer& fused, uint32_t stride, const Tensor& to) {
