@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include "bench/path_table.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "bench/machine.h"
+#include "bench/peak.h"
+
+namespace orvo_bench {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Row {
+    std::string name;
+    double nanoseconds;
+    double products; // multiply-adds, or 0
+    double perFace;  // how often the layer comes in a face, or 0
+
+    double rate() const { return products / nanoseconds; } // in thousands of millions a second
+};
+
+std::string OutputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    if (!pipe) {
+        throw std::runtime_error("cannot run " + command);
+    }
+    std::string output;
+    char chunk[4096];
+    while (const size_t count = std::fread(chunk, 1, sizeof chunk, pipe.get())) {
+        output.append(chunk, count);
+    }
+    return output;
+}
+
+std::string Quoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+std::vector<Row> Measure(const std::string& path, const std::string& filter) {
+    std::string command = "ORVO_FR_PATH=" + Quoted(path) + " " +
+                          Quoted(std::filesystem::read_symlink("/proc/self/exe")) +
+                          " --benchmark_format=json";
+    if (!filter.empty()) {
+        command += " --benchmark_filter=" + Quoted(std::string(kPeakRow) + "|" + filter);
+    }
+    std::vector<Row> rows;
+    const Json output = Json::parse(OutputOf(command));
+    for (const Json& run : output["benchmarks"]) {
+        if (run["aggregate_name"] == "least") {
+            std::string name = run["run_name"];
+            name.resize(name.find('/')); // the rest repeats how often it ran
+            rows.push_back(
+                {name, run["real_time"], run.value("products", 0.0), run.value("per_face", 0.0)});
+        }
+    }
+    if (rows.empty()) {
+        throw std::runtime_error("no result for " + path);
+    }
+    return rows;
+}
+
+const Row* Find(const std::vector<Row>& rows, const std::string& name) {
+    for (const Row& row : rows) {
+        if (row.name == name) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+using Results = std::vector<std::pair<std::string, std::vector<Row>>>;
+
+void PrintJson(const TableOptions& options, const Results& results) {
+    Json all = {{"cpu", CpuName()}, {"compiler", CompilerName()}, {"commit", options.commit}};
+    for (const auto& [path, rows] : results) {
+        const Row* peak = Find(rows, kPeakRow);
+        for (const Row& row : rows) {
+            Json& entry = all["paths"][path][row.name];
+            entry["ns"] = row.nanoseconds;
+            if (row.products > 0) {
+                entry["gmac_per_s"] = row.rate();
+            }
+            if (row.products > 0 && peak != nullptr) {
+                entry["share_of_peak"] = row.rate() / peak->rate();
+            }
+            if (row.perFace > 0) {
+                entry["per_face"] = row.perFace;
+            }
+        }
+    }
+    std::printf("%s\n", all.dump(2).c_str());
+}
+
+void PrintCell(const Row* row, const Row* peak) {
+    if (row == nullptr) {
+        std::printf(" |%27s", "");
+        return;
+    }
+    std::printf(" | %9.3f", row->nanoseconds / 1000);
+    if (row->products > 0) {
+        std::printf(" %8.1f", row->rate());
+    } else {
+        std::printf(" %8s", "");
+    }
+    if (row->products > 0 && peak != nullptr) {
+        std::printf(" %5.1f %%", 100 * row->rate() / peak->rate());
+    } else {
+        std::printf(" %7s", "");
+    }
+}
+
+void PrintTable(const TableOptions& options, const Results& results) {
+    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", CpuName().c_str(),
+                CompilerName().c_str(), options.commit.c_str());
+    for (const auto& [path, rows] : results) {
+        const Row* peak = Find(rows, kPeakRow);
+        std::printf("path      %s%s", path.c_str(),
+                    &path == &results[0].first ? ", chosen here" : "");
+        if (peak != nullptr) {
+            std::printf("; peak %.1f GMAC/s (%s)", peak->rate(), PeakOf(path)->instructions);
+        }
+        std::printf("\n");
+    }
+
+    std::printf("\n%-20s %6s", "", "a face");
+    for (const auto& [path, rows] : results) {
+        std::printf(" | %-26s", path.c_str());
+    }
+    std::printf("\n%-20s %6s", "", "");
+    for (size_t i = 0; i < results.size(); ++i) {
+        std::printf(" | %9s %8s %7s", "us", "GMAC/s", "of peak");
+    }
+    std::printf("\n");
+    for (const Row& first : results[0].second) {
+        std::printf("%-20s ", first.name.c_str());
+        first.perFace > 0 ? std::printf("%6.0f", first.perFace) : std::printf("%6s", "");
+        for (const auto& [path, rows] : results) {
+            PrintCell(Find(rows, first.name), Find(rows, kPeakRow));
+        }
+        std::printf("\n");
+    }
+}
+
+} // namespace
+
+void PrintPathTable(const TableOptions& options) {
+    Results results;
+    for (const std::string& path : options.paths) {
+        results.emplace_back(path, Measure(path, options.filter));
+    }
+    options.json ? PrintJson(options, results) : PrintTable(options, results);
+}
+
+} // namespace orvo_bench
