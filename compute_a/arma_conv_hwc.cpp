@@ -14,8 +14,8 @@
 #include <cstddef>
 
 #include "common/diagnostics.h"
+#include "compute_a/bounded_writer.h"
 #include "compute_a/requantise.h"
-#include "orvo/bounded_memory.h"
 #include "orvo/q7_kernels.h"
 
 namespace {
@@ -71,36 +71,25 @@ constexpr StepLines kBottomBandLines{2072, 2079};
 constexpr StepLines kPointwiseLines{2096, 2096};
 constexpr StepLines kNaive2Lines{2259, 2267};
 
-// Writes the im2col matrix front to back, bounded by the scratch that is left. After the first
-// failure `status` holds its code and nothing more is written.
+// Writes the im2col matrix. After the first failure `status` holds its code.
 struct ScratchWriter {
-    int8_t* to;
-    uint32_t left;
+    orvo::BoundedWriter out;
     int32_t status = 0;
 
     bool Zeros(uint32_t count, const StepLines& lines) {
-        status = memset_s(to, left, 0, count);
+        status = out.Fill(0, count);
         if (status != 0) {
             ORVO_ERR_AT(kUnit, lines.fill, "memset_s tmpBuffer failed: %d\n", status);
-            return false;
         }
-        Advance(count);
-        return true;
+        return status == 0;
     }
 
     bool Copy(const int8_t* from, uint32_t count, const StepLines& lines) {
-        status = memcpy_s(to, left, from, count);
+        status = out.Copy(from, count);
         if (status != 0) {
             ORVO_ERR_AT(kUnit, lines.copy, "memcpy_s tmpBuffer failed: %d\n", status);
-            return false;
         }
-        Advance(count);
-        return true;
-    }
-
-    void Advance(uint32_t count) {
-        to += count;
-        left -= count;
+        return status == 0;
     }
 };
 
@@ -260,7 +249,7 @@ int32_t ArmAConvHWCQ7Naive(const int8_t* src, uint16_t srcWidth, uint16_t srcHei
     const HwcConvolution h{src,        srcWidth,  srcHeight, srcChannels,  weights,  dstChannels,
                            kernelSize, pad,       stride,    bias,         outShift, dst,
                            dstWidth,   dstHeight, tmpBuffer, tmpBufferSize};
-    ScratchWriter out{tmpBuffer, tmpBufferSize};
+    ScratchWriter out{{tmpBuffer, tmpBufferSize}};
     if (!PutRows(h, 0, h.dstHeight, kNaiveLines, out)) {
         return out.status;
     }
@@ -276,7 +265,7 @@ int32_t ArmAConvHWCQ7Naive1(const int8_t* src, uint16_t srcWidth, uint16_t srcHe
     const HwcConvolution h{src,        srcWidth,  srcHeight, srcChannels,  weights,  dstChannels,
                            kernelSize, pad,       stride,    bias,         outShift, dst,
                            dstWidth,   dstHeight, tmpBuffer, tmpBufferSize};
-    ScratchWriter out{tmpBuffer, tmpBufferSize};
+    ScratchWriter out{{tmpBuffer, tmpBufferSize}};
     const bool done =
         IsPointwise(h) ? PutRows(h, 0, h.dstHeight, kPointwiseLines, out) : PutBands(h, out);
     if (!done) {
@@ -294,7 +283,7 @@ int32_t ArmAConvHWCQ7Naive2(const int8_t* src, uint16_t srcWidth, uint16_t srcHe
     const HwcConvolution h{src,        srcWidth,  srcHeight, srcChannels,  weights,  dstChannels,
                            kernelSize, pad,       stride,    bias,         outShift, dst,
                            dstWidth,   dstHeight, tmpBuffer, tmpBufferSize};
-    ScratchWriter out{tmpBuffer, tmpBufferSize};
+    ScratchWriter out{{tmpBuffer, tmpBufferSize}};
     if (!PutRows(h, 0, h.dstHeight, kNaive2Lines, out)) {
         return out.status;
     }

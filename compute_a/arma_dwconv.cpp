@@ -2,59 +2,44 @@
 //
 // Depthwise 3 x 3 convolution with rectifier; see depthwise_3x3.h.
 #include "common/diagnostics.h"
+#include "compute_a/bounded_writer.h"
 #include "compute_a/depthwise_3x3.h"
-#include "orvo/bounded_memory.h"
 #include "orvo/q7_kernels.h"
 
 namespace {
 
 constexpr char kUnit[] = "../compute_a/arma_dwconv";
 
-// Writes the padded planes front to back, bounded by the scratch that is left. The lines that the
-// failures are reported with are fixed.
-struct PlaneWriter {
-    int8_t* to;
-    size_t left;
-
-    bool Zeros(size_t count, int line) {
-        const int ret = memset_s(to, left, 0, count);
-        if (ret != 0) {
-            ORVO_ERR_AT(kUnit, line, "memset_s dst failed: %d\n", ret);
-            return false;
-        }
-        Advance(count);
-        return true;
+// The lines that the failures are reported with are fixed.
+bool Zeros(orvo::BoundedWriter& out, size_t count, int line) {
+    const int ret = out.Fill(0, count);
+    if (ret != 0) {
+        ORVO_ERR_AT(kUnit, line, "memset_s dst failed: %d\n", ret);
     }
+    return ret == 0;
+}
 
-    bool Copy(const int8_t* from, size_t count, int line) {
-        const int ret = memcpy_s(to, left, from, count);
-        if (ret != 0) {
-            ORVO_ERR_AT(kUnit, line, "memcpy_s dst failed: %d\n", ret);
-            return false;
-        }
-        Advance(count);
-        return true;
+bool Copy(orvo::BoundedWriter& out, const int8_t* from, size_t count, int line) {
+    const int ret = out.Copy(from, count);
+    if (ret != 0) {
+        ORVO_ERR_AT(kUnit, line, "memcpy_s dst failed: %d\n", ret);
     }
+    return ret == 0;
+}
 
-    void Advance(size_t count) {
-        to += count;
-        left -= count;
-    }
-};
-
-bool PadPlane(const int8_t* src, const orvo::DepthwiseGeometry& g, PlaneWriter& out) {
+bool PadPlane(const int8_t* src, const orvo::DepthwiseGeometry& g, orvo::BoundedWriter& out) {
     for (size_t y = 0; y < g.pad; ++y) {
-        if (!out.Zeros(g.paddedWidth(), 66)) {
+        if (!Zeros(out, g.paddedWidth(), 66)) {
             return false;
         }
     }
     for (size_t y = 0; y < g.srcHeight; ++y, src += g.srcWidth) {
-        if (!out.Zeros(g.pad, 77) || !out.Copy(src, g.srcWidth, 85) || !out.Zeros(g.pad, 94)) {
+        if (!Zeros(out, g.pad, 77) || !Copy(out, src, g.srcWidth, 85) || !Zeros(out, g.pad, 94)) {
             return false;
         }
     }
     for (size_t y = 0; y < g.pad; ++y) {
-        if (!out.Zeros(g.paddedWidth(), 104)) {
+        if (!Zeros(out, g.paddedWidth(), 104)) {
             return false;
         }
     }
@@ -63,7 +48,7 @@ bool PadPlane(const int8_t* src, const orvo::DepthwiseGeometry& g, PlaneWriter& 
 
 // Copies the planes into zero-bordered ones. Gives up at the first failure.
 bool PadPlanes(const int8_t* src, const orvo::DepthwiseGeometry& g, int8_t* scratch) {
-    PlaneWriter out{scratch, g.srcChannels * g.paddedPlane()};
+    orvo::BoundedWriter out{scratch, g.srcChannels * g.paddedPlane()};
     for (size_t c = 0; c < g.srcChannels; ++c) {
         if (!PadPlane(src + c * g.srcWidth * g.srcHeight, g, out)) {
             return false;

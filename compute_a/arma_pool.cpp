@@ -5,9 +5,9 @@
 #include <cstddef>
 
 #include "common/diagnostics.h"
+#include "compute_a/bounded_writer.h"
 #include "compute_a/requantise.h"
 #include "compute_a/routines.h"
-#include "orvo/bounded_memory.h"
 #include "orvo/q7_kernels.h"
 
 namespace {
@@ -23,50 +23,35 @@ struct Border {
     size_t paddedHeight() const { return height + 2 * pad; }
 };
 
-// Writes the bordered planes front to back, bounded by the scratch that is left.
-struct PlaneWriter {
-    int8_t* to;
-    size_t left;
-
-    bool Fill(size_t count) {
-        const int ret = memset_s(to, left, kBorder, count);
-        if (ret != 0) {
-            ORVO_ERR(kUnit, "memset_s dst failed: %d\n", ret);
-            return false;
-        }
-        Advance(count);
-        return true;
+bool Fill(orvo::BoundedWriter& out, size_t count) {
+    const int ret = out.Fill(kBorder, count);
+    if (ret != 0) {
+        ORVO_ERR(kUnit, "memset_s dst failed: %d\n", ret);
     }
+    return ret == 0;
+}
 
-    bool Copy(const int8_t* from, size_t count) {
-        const int ret = memcpy_s(to, left, from, count);
-        if (ret != 0) {
-            ORVO_ERR(kUnit, "memcpy_s dst failed: %d\n", ret);
-            return false;
-        }
-        Advance(count);
-        return true;
+bool Copy(orvo::BoundedWriter& out, const int8_t* from, size_t count) {
+    const int ret = out.Copy(from, count);
+    if (ret != 0) {
+        ORVO_ERR(kUnit, "memcpy_s dst failed: %d\n", ret);
     }
+    return ret == 0;
+}
 
-    void Advance(size_t count) {
-        to += count;
-        left -= count;
-    }
-};
-
-bool PadPlane(const int8_t* src, const Border& b, PlaneWriter& out) {
+bool PadPlane(const int8_t* src, const Border& b, orvo::BoundedWriter& out) {
     for (size_t y = 0; y < b.pad; ++y) {
-        if (!out.Fill(b.paddedWidth())) {
+        if (!Fill(out, b.paddedWidth())) {
             return false;
         }
     }
     for (size_t y = 0; y < b.height; ++y, src += b.width) {
-        if (!out.Fill(b.pad) || !out.Copy(src, b.width) || !out.Fill(b.pad)) {
+        if (!Fill(out, b.pad) || !Copy(out, src, b.width) || !Fill(out, b.pad)) {
             return false;
         }
     }
     for (size_t y = 0; y < b.pad; ++y) {
-        if (!out.Fill(b.paddedWidth())) {
+        if (!Fill(out, b.paddedWidth())) {
             return false;
         }
     }
@@ -74,7 +59,7 @@ bool PadPlane(const int8_t* src, const Border& b, PlaneWriter& out) {
 }
 
 bool PadPlanes(const int8_t* src, size_t channels, const Border& b, int8_t* scratch) {
-    PlaneWriter out{scratch, channels * b.paddedWidth() * b.paddedHeight()};
+    orvo::BoundedWriter out{scratch, channels * b.paddedWidth() * b.paddedHeight()};
     for (size_t c = 0; c < channels; ++c) {
         if (!PadPlane(src + c * b.width * b.height, b, out)) {
             return false;
