@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
+//
 // AES-128 by words: a column of the state is one 32-bit word, row 0 in its low byte. Substitution
 // goes through the two 256-byte boxes, column mixing works on the four bytes of a word at once.
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
 
+#include "cipher/aes_routines.h"
 #include "cipher/aes_tables.h"
 #include "cipher/wipe.h"
 #include "orvo/cipher.h"
@@ -147,6 +151,41 @@ void Increment(uint8_t* counter) {
     }
 }
 
+void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks) {
+    for (; blocks > 0; --blocks, buffer += kBlockSize) {
+        uint8_t cipherText[kBlockSize];
+        std::memcpy(cipherText, buffer, sizeof cipherText);
+        DecryptBlock(roundKeys, buffer);
+        XorBlock(buffer, iv);
+        std::memcpy(iv, cipherText, sizeof cipherText);
+    }
+}
+
+constexpr AesRoutines kPlainRoutines{EncryptBlock, DecryptBlock, DecryptCbc};
+
+// The plain path of the kernels (ORVO_FR_PATH=plain) has the plain cipher beside it.
+const AesRoutines* Choose() {
+#if defined(ORVO_HAVE_AES_INSTRUCTIONS)
+    const char* path = std::getenv("ORVO_FR_PATH");
+    const bool wantsPlain = path != nullptr && std::strcmp(path, "plain") == 0;
+    if (!wantsPlain && __builtin_cpu_supports("aes")) {
+        return &kAesInstructions;
+    }
+#endif
+    return &kPlainRoutines;
+}
+
+const AesRoutines& Routines() {
+    // Two threads may both find nothing and choose; they choose the same.
+    static std::atomic<const AesRoutines*> chosen{nullptr};
+    const AesRoutines* routines = chosen.load(std::memory_order_acquire);
+    if (routines == nullptr) {
+        routines = Choose();
+        chosen.store(routines, std::memory_order_release);
+    }
+    return *routines;
+}
+
 } // namespace
 } // namespace orvo
 
@@ -162,11 +201,11 @@ void AES_ctx_set_iv(AES_ctx* ctx, const uint8_t iv[16]) {
 }
 
 void AES_ECB_encrypt(const AES_ctx* ctx, uint8_t block[16]) {
-    orvo::EncryptBlock(ctx->roundKeys, block);
+    orvo::Routines().encryptBlock(ctx->roundKeys, block);
 }
 
 void AES_ECB_decrypt(const AES_ctx* ctx, uint8_t block[16]) {
-    orvo::DecryptBlock(ctx->roundKeys, block);
+    orvo::Routines().decryptBlock(ctx->roundKeys, block);
 }
 
 void AES_CBC_encrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
@@ -175,7 +214,7 @@ void AES_CBC_encrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
     for (uint64_t i = 0; i < length; i += orvo::kBlockSize) {
         uint8_t* block = buffer + i;
         orvo::XorBlock(block, chain);
-        orvo::EncryptBlock(ctx->roundKeys, block);
+        orvo::Routines().encryptBlock(ctx->roundKeys, block);
         chain = block;
     }
     if (chain != ctx->iv) {
@@ -184,14 +223,8 @@ void AES_CBC_encrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
 }
 
 void AES_CBC_decrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
-    for (uint64_t i = 0; i < length; i += orvo::kBlockSize) {
-        uint8_t* block = buffer + i;
-        uint8_t cipherBlock[orvo::kBlockSize];
-        std::memcpy(cipherBlock, block, sizeof cipherBlock);
-        orvo::DecryptBlock(ctx->roundKeys, block);
-        orvo::XorBlock(block, ctx->iv);
-        std::memcpy(ctx->iv, cipherBlock, sizeof ctx->iv);
-    }
+    const uint64_t blocks = (uint64_t{length} + orvo::kBlockSize - 1) / orvo::kBlockSize;
+    orvo::Routines().decryptCbc(ctx->roundKeys, ctx->iv, buffer, static_cast<size_t>(blocks));
 }
 
 void AES_CTR_xcrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
@@ -200,7 +233,7 @@ void AES_CTR_xcrypt_buffer(AES_ctx* ctx, uint8_t* buffer, uint32_t length) {
     for (uint32_t i = 0; i < length; ++i) {
         if (position == orvo::kBlockSize) {
             std::memcpy(keyStream, ctx->iv, sizeof keyStream);
-            orvo::EncryptBlock(ctx->roundKeys, keyStream);
+            orvo::Routines().encryptBlock(ctx->roundKeys, keyStream);
             orvo::Increment(ctx->iv);
             position = 0;
         }
