@@ -163,16 +163,25 @@ void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t b
 
 constexpr AesRoutines kPlainRoutines{EncryptBlock, DecryptBlock, DecryptCbc};
 
-// The plain path of the kernels (ORVO_FR_PATH=plain) has the plain cipher beside it.
+constexpr AesRoutines kLookUpRoutines{EncryptBlock, DecryptBlockByLookUp, DecryptCbcByLookUp};
+
+// The best that the processor has. Where the environment forces a path of the kernels, the plain
+// one has the plain cipher beside it and "avx2" the look-ups, so that each way can be measured and
+// tested.
 const AesRoutines* Choose() {
-#if defined(ORVO_HAVE_AES_INSTRUCTIONS)
     const char* path = std::getenv("ORVO_FR_PATH");
-    const bool wantsPlain = path != nullptr && std::strcmp(path, "plain") == 0;
-    if (!wantsPlain && __builtin_cpu_supports("aes")) {
+    const auto wants = [path](const char* name) {
+        return path != nullptr && std::strcmp(path, name) == 0;
+    };
+    if (wants("plain")) {
+        return &kPlainRoutines;
+    }
+#if defined(ORVO_HAVE_AES_INSTRUCTIONS)
+    if (!wants("avx2") && __builtin_cpu_supports("aes")) {
         return &kAesInstructions;
     }
 #endif
-    return &kPlainRoutines;
+    return &kLookUpRoutines;
 }
 
 const AesRoutines& Routines() {

@@ -18,4 +18,7 @@ struct AesRoutines {
 
 extern const AesRoutines kAesInstructions; // x86-64 with AES instructions
 
+void DecryptBlockByLookUp(const uint8_t* roundKeys, uint8_t* block);
+void DecryptCbcByLookUp(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks);
+
 } // namespace orvo

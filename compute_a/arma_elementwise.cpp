@@ -63,12 +63,18 @@ void ArmAZpadPlusChwQ7(const int8_t* in1, const int8_t* in2, int8_t* dst, uint16
                        uint16_t outChannels, uint16_t in2Channels, void* /*scratch*/) {
     const size_t plane = size_t{height} * width;
     const orvo::AddShifts shifts{in1Shift, in2Shift, outShift};
-    const auto add = FitsFastAddition(shifts) ? orvo::ChosenRoutines().add : AddPlane;
     // dst has no more planes than in1, whatever is said of in2.
     const size_t shared = std::min(in2Channels, outChannels);
+    if (FitsFastAddition(shifts)) {
+        const auto add = orvo::ChosenRoutines().add;
+        const size_t both = shared * plane;
+        add(in1, in2, dst, both, shifts);
+        add(in1 + both, nullptr, dst + both, outChannels * plane - both, shifts);
+        return;
+    }
     for (size_t c = 0; c < outChannels; ++c) {
         const size_t at = c * plane;
-        add(in1 + at, c < shared ? in2 + at : nullptr, dst + at, plane, shifts);
+        AddPlane(in1 + at, c < shared ? in2 + at : nullptr, dst + at, plane, shifts);
     }
 }
 
