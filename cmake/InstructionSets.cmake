@@ -6,4 +6,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set_source_files_properties(compute_a/simd/avx512vnni.cpp PROPERTIES COMPILE_OPTIONS
         "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
+    # NEON is in the base line of both targets; see the toolchain files.
+    list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
 endif()

@@ -39,6 +39,9 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
         paths[count++] = &kAvx512VnniRoutines;
     }
 #endif
+#if defined(__ARM_NEON)
+    paths[count++] = &kNeonRoutines;
+#endif
     paths[count++] = &kPlainRoutines;
     return count;
 }
