@@ -8,6 +8,7 @@
 // 255 * 128 = 32640, so nothing is lost. Two products of -128 by -128 are beyond that.
 #include "compute_a/simd/neon.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include "compute_a/simd/neon_lanes.h"
@@ -289,6 +290,323 @@ void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
     }
 }
 
+
+// ---- Depthwise ---------------------------------------------------------------------------------
+//
+// A strip of eight columns walks down its plane, six output rows at a time: each of the eight input
+// rows around them is loaded once, with its neighbours to the left and to the right, and is the top
+// row of one output, the middle row of the one above and the bottom row of the one above that. Where
+// rows or columns are left over, the last strip or the last six rows overlap those before.
+
+constexpr size_t kStripColumns = 8;
+constexpr size_t kStripRows = 6;
+// A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
+constexpr size_t kMinWidth = kStripColumns / 2;
+
+// The columns of a strip, and their neighbours.
+struct InputRow {
+    int8x8_t left, centre, right;
+};
+
+inline int16x8_t MultiplyRow(const InputRow& row, const int8x8_t weights[3]) {
+    const int16x8_t sum = vmlal_s8(vmull_s8(row.left, weights[0]), row.centre, weights[1]);
+    return vmlal_s8(sum, row.right, weights[2]);
+}
+inline int16x8_t MultiplyAddRow(int16x8_t sum, const InputRow& row, const int8x8_t weights[3]) {
+    sum = vmlal_s8(vmlal_s8(sum, row.left, weights[0]), row.centre, weights[1]);
+    return vmlal_s8(sum, row.right, weights[2]);
+}
+
+// One channel's parameters.
+struct Filter {
+    const int8_t* weights;
+    int32_t bias;
+    uint32_t shift;
+    int8_t lowest;
+};
+
+inline uint32_t RowTotal(const int8_t* weights) {
+    return static_cast<uint32_t>(std::abs(weights[0]) + std::abs(weights[1]) +
+                                 std::abs(weights[2]));
+}
+
+// Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
+// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest of
+// the bias is added to it, and a shift by one less than asked for is all that is left to do. Where the
+// last addition saturates, so does the output, since no more than eight further bits are shifted out.
+// Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of sums, 4 of constants.
+struct HalvedSums {
+    static bool Take(const Filter& f) {
+        return RowTotal(f.weights) + RowTotal(f.weights + 6) <= kMostWeight &&
+               RowTotal(f.weights + 3) <= kMostWeight && f.shift >= 1 && f.shift <= 9 &&
+               f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
+    }
+
+    struct Constants {
+        int16x8_t lowestBit, halfBias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : lowestBit(vdupq_n_s16(static_cast<int16_t>(f.bias & 1))),
+              halfBias(vdupq_n_s16(static_cast<int16_t>(f.bias >> 1))),
+              shiftCount(vdupq_n_s16(static_cast<int16_t>(1 - static_cast<int32_t>(f.shift)))) {}
+    };
+
+    int16x8_t outer, middle;
+
+    void AddTop(const InputRow& row, const int8x8_t weights[3], const Constants& constants) {
+        outer = MultiplyAddRow(constants.lowestBit, row, weights);
+    }
+    void AddMiddle(const InputRow& row, const int8x8_t weights[3]) {
+        middle = MultiplyRow(row, weights);
+    }
+    void AddBottom(const InputRow& row, const int8x8_t weights[3]) {
+        outer = MultiplyAddRow(outer, row, weights);
+    }
+    int8x8_t Requantised(const Constants& constants) const {
+        const int16x8_t half = vqaddq_s16(vhaddq_s16(outer, middle), constants.halfBias);
+        return vqmovn_s16(vshlq_s16(half, constants.shiftCount));
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row share
+// a 16-bit sum, which only two weights of -128 could overflow.
+struct WidenedSums {
+    static bool Take(const Filter& f) {
+        const int8_t* w = f.weights;
+        return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
+    }
+
+    struct Constants {
+        int32x4_t bias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : bias(vdupq_n_s32(f.bias)), shiftCount(RightShiftCount(f.shift)) {}
+    };
+
+    int32x4_t low, high;
+
+    void Add(int16x8_t products) {
+        low = vaddw_s16(low, vget_low_s16(products));
+        high = vaddw_s16(high, vget_high_s16(products));
+    }
+    void AddTop(const InputRow& row, const int8x8_t weights[3], const Constants& constants) {
+        low = high = constants.bias;
+        AddMiddle(row, weights);
+    }
+    void AddMiddle(const InputRow& row, const int8x8_t weights[3]) {
+        Add(vmlal_s8(vmull_s8(row.left, weights[0]), row.right, weights[2]));
+        Add(vmull_s8(row.centre, weights[1]));
+    }
+    void AddBottom(const InputRow& row, const int8x8_t weights[3]) { AddMiddle(row, weights); }
+    int8x8_t Requantised(const Constants& constants) const {
+        return Requantise(low, high, constants.shiftCount);
+    }
+};
+
+// Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
+enum class Sides { kNone, kLeft, kRight, kBoth };
+
+// One plane as a strip sees it: its first column in the first row, and in the last row. A strip wider
+// than the plane has a copy of the last row, since it must not load what lies after it.
+struct StripPlane {
+    const int8_t* src;
+    const int8_t* last;
+    int8_t* dst;
+    size_t width, height;
+    uint8x8_t inside; // the lanes that are columns of the plane, for kBoth
+};
+
+constexpr int8_t kZeroRow[16] = {};
+
+// How far to the left of a strip its rows are loaded.
+constexpr size_t LoadedBefore(Sides sides) {
+    return sides == Sides::kNone ? 7 : sides == Sides::kRight ? 1 : 0;
+}
+
+inline int8x8_t ColumnsBefore(int8x8_t columns) {
+    return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(columns), 8));
+}
+inline int8x8_t ColumnsAfter(int8x8_t columns) {
+    return vreinterpret_s8_u64(vshr_n_u64(vreinterpret_u64_s8(columns), 8));
+}
+
+template <Sides kSides>
+inline InputRow LoadRow(const int8_t* from, uint8x8_t inside) {
+    InputRow row;
+    if constexpr (kSides == Sides::kNone) {
+        // From 7 columns before the strip to the one after it.
+        const int8x16_t columns = vld1q_s8(from);
+        row.left = vext_s8(vget_low_s8(columns), vget_high_s8(columns), 6);
+        row.centre = vext_s8(vget_low_s8(columns), vget_high_s8(columns), 7);
+        row.right = vget_high_s8(columns);
+    } else if constexpr (kSides == Sides::kLeft) {
+        row.centre = vld1_s8(from);
+        row.left = ColumnsBefore(row.centre);
+        row.right = vld1_s8(from + 1);
+    } else if constexpr (kSides == Sides::kRight) {
+        row.left = vld1_s8(from);
+        row.centre = vld1_s8(from + 1);
+        row.right = ColumnsAfter(row.centre);
+    } else {
+        row.centre = vand_s8(vld1_s8(from), vreinterpret_s8_u8(inside));
+        row.left = ColumnsBefore(row.centre);
+        row.right = ColumnsAfter(row.centre);
+    }
+    return row;
+}
+
+template <Sides kSides, class Sums>
+void ConvolveStrip(const StripPlane& p, const Filter& f) {
+    int8x8_t weights[9];
+#pragma GCC unroll 9
+    for (size_t i = 0; i < 9; ++i) {
+        weights[i] = vld1_dup_s8(f.weights + i);
+    }
+    const typename Sums::Constants constants(f);
+    const int8x8_t lowest = vdup_n_s8(f.lowest);
+    const size_t width = p.width;
+    const int8_t* src = p.src - LoadedBefore(kSides);
+    for (size_t done = 0; done < p.height; done += kStripRows) {
+        const size_t y = std::min(done, p.height - kStripRows);
+        const bool atEnd = y + kStripRows == p.height;
+        const int8_t* next = src + y * width;
+        const int8_t* at = y > 0 ? next - width : kZeroRow;
+        int8_t* dst = p.dst + y * width;
+        Sums sums[kStripRows];
+#pragma GCC unroll 8
+        for (size_t i = 0; i < kStripRows + 2; ++i) {
+            const InputRow row = LoadRow<kSides>(at, p.inside);
+            at = next;
+            next += width;
+            if (kSides == Sides::kBoth && i + 1 == kStripRows && atEnd) {
+                at = p.last;
+            }
+            if (i == kStripRows && atEnd) {
+                at = kZeroRow;
+            }
+            if (i >= 2) {
+                sums[i - 2].AddBottom(row, weights + 6);
+                const int8x8_t output = vmax_s8(sums[i - 2].Requantised(constants), lowest);
+                if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
+                    int8_t lastRow[kStripColumns];
+                    vst1_s8(lastRow, output);
+                    std::memcpy(dst, lastRow, width);
+                } else {
+                    vst1_s8(dst, output);
+                }
+                dst += width;
+            }
+            if (i >= 1 && i <= kStripRows) {
+                sums[i - 1].AddMiddle(row, weights + 3);
+            }
+            if (i < kStripRows) {
+                sums[i].AddTop(row, weights, constants);
+            }
+        }
+    }
+}
+
+template <class Sums>
+void ConvolvePlane(StripPlane p, const Filter& f) {
+    if (p.width <= kStripColumns) {
+        int8_t last[kStripColumns] = {};
+        std::memcpy(last, p.src + (p.height - 1) * p.width, p.width);
+        p.last = last;
+        ConvolveStrip<Sides::kBoth, Sums>(p, f);
+        return;
+    }
+    const size_t lastColumn = p.width - kStripColumns;
+    ConvolveStrip<Sides::kLeft, Sums>(p, f);
+    StripPlane strip = p;
+    for (size_t column = kStripColumns; column < lastColumn; column += kStripColumns) {
+        strip.src = p.src + column;
+        strip.dst = p.dst + column;
+        ConvolveStrip<Sides::kNone, Sums>(strip, f);
+    }
+    strip.src = p.src + lastColumn;
+    strip.dst = p.dst + lastColumn;
+    ConvolveStrip<Sides::kRight, Sums>(strip, f);
+}
+
+// ---- Planes and rows ---------------------------------------------------------------------------
+//
+// What is left over at the end of a row is covered by a last vector that overlaps the one before it.
+// Where the routine works in place, that vector is computed before anything is stored.
+
+struct Bytes8 {
+    using Vector = int8x8_t;
+    static constexpr size_t kCount = 8;
+    static Vector Load(const int8_t* from) { return vld1_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
+    static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
+};
+struct Bytes16 {
+    using Vector = int8x16_t;
+    static constexpr size_t kCount = 16;
+    static Vector Load(const int8_t* from) { return vld1q_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
+    static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
+};
+
+template <class Bytes>
+inline typename Bytes::Vector MaxOfNeighbours(const int8_t* at) {
+    return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+}
+
+// Replaces `columns` values of a row by their horizontal maxima; but for the first row, also writes the
+// maxima with those of the row above.
+template <class Bytes>
+void MaxPoolRow(int8_t* row, size_t width, size_t columns, bool first, int8_t* dst) {
+    const size_t last = columns - Bytes::kCount;
+    const auto lastMaxima = MaxOfNeighbours<Bytes>(row + last);
+    const int8_t* above = row - (first ? 0 : width);
+    const auto put = [&](size_t x, typename Bytes::Vector maxima) {
+        Bytes::Store(row + x, maxima);
+        if (!first) {
+            Bytes::Store(dst + x, Bytes::Max(maxima, Bytes::Load(above + x)));
+        }
+    };
+    for (size_t x = 0; x < last; x += Bytes::kCount) {
+        put(x, MaxOfNeighbours<Bytes>(row + x));
+    }
+    put(last, lastMaxima);
+}
+
+template <class Bytes>
+void MaxPoolPlane(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    const size_t columns = width - 1;
+    MaxPoolRow<Bytes>(src, width, columns, true, dst);
+    for (size_t y = 1; y < height; ++y, dst += columns) {
+        MaxPoolRow<Bytes>(src + y * width, width, columns, false, dst);
+    }
+}
+
+// Sums of 8: shifted left by multiplication, right with rounding, which is what adding half of the
+// divisor first comes to. Input shifts up to 6 make factors up to 64 and sums up to 16384.
+struct Addition {
+    int8x8_t factor1, factor2;
+    int16x8_t shiftCount;
+
+    explicit Addition(const AddShifts& s)
+        : factor1(vdup_n_s8(static_cast<int8_t>(1 << s.in1))),
+          factor2(vdup_n_s8(static_cast<int8_t>(1 << s.in2))),
+          shiftCount(vdupq_n_s16(static_cast<int16_t>(-static_cast<int32_t>(s.out)))) {}
+
+    int16x8_t Shifted(int8x8_t a) const {
+        return vrshlq_s16(vmull_s8(a, factor1), shiftCount);
+    }
+    int16x8_t Shifted(int8x8_t a, int8x8_t b) const {
+        return vrshlq_s16(vmlal_s8(vmull_s8(a, factor1), b, factor2), shiftCount);
+    }
+    int8x16_t Sum(int8x16_t a) const {
+        return NarrowPair(Shifted(vget_low_s8(a)), Shifted(vget_high_s8(a)));
+    }
+    int8x16_t Sum(int8x16_t a, int8x16_t b) const {
+        return NarrowPair(Shifted(vget_low_s8(a), vget_low_s8(b)),
+                          Shifted(vget_high_s8(a), vget_high_s8(b)));
+    }
+};
+
 }  // namespace
 
 namespace neon {
@@ -308,10 +626,122 @@ void Multiply(const MatrixProduct& p) {
     }
 }
 
+void Depthwise(const DepthwisePlanes& p) {
+    if (p.width < kMinWidth || p.height < kStripRows) {
+        plain::Depthwise(p);
+        return;
+    }
+    const size_t plane = p.width * p.height;
+    const uint8x8_t lanes = vcreate_u8(0x0706050403020100u);
+    const uint8_t width = static_cast<uint8_t>(std::min(p.width, kStripColumns));
+    StripPlane at{p.src, nullptr, p.dst, p.width, p.height, vclt_u8(lanes, vdup_n_u8(width))};
+    for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
+        const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
+        if (HalvedSums::Take(filter)) {
+            ConvolvePlane<HalvedSums>(at, filter);
+        } else if (WidenedSums::Take(filter)) {
+            ConvolvePlane<WidenedSums>(at, filter);
+        } else {
+            plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
+                              p.lowest, at.dst});
+        }
+    }
+}
+
+int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
+    int32x4_t sums = vdupq_n_s32(0);
+    size_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const int8x16_t left = vld1q_s8(a + i);
+        const int8x16_t right = vld1q_s8(b + i);
+        sums = vpadalq_s16(sums, vmull_s8(vget_low_s8(left), vget_low_s8(right)));
+        sums = vpadalq_s16(sums, vmull_s8(vget_high_s8(left), vget_high_s8(right)));
+    }
+    int32_t lanes[4];
+    vst1q_s32(lanes, sums);
+    uint32_t sum = static_cast<uint32_t>(plain::Dot(a + i, b + i, count - i));
+    for (const int32_t lane : lanes) {
+        sum += static_cast<uint32_t>(lane);
+    }
+    return static_cast<int32_t>(sum);
+}
+
+void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    if (width > Bytes16::kCount) {
+        MaxPoolPlane<Bytes16>(src, width, height, dst);
+    } else if (width > Bytes8::kCount) {
+        MaxPoolPlane<Bytes8>(src, width, height, dst);
+    } else {
+        plain::MaxPoolStride1(src, width, height, dst);
+    }
+}
+
+void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
+    if (dstWidth < 8) {
+        plain::MaxPoolRows(upper, lower, dstWidth, dst);
+        return;
+    }
+    const auto pool = [upper, lower, dst](size_t x) {
+        const int8x16_t maxima = vmaxq_s8(vld1q_s8(upper + 2 * x), vld1q_s8(lower + 2 * x));
+        vst1_s8(dst + x, vpmax_s8(vget_low_s8(maxima), vget_high_s8(maxima)));
+    };
+    const size_t last = dstWidth - 8;
+    for (size_t x = 0; x < last; x += 8) {
+        pool(x);
+    }
+    pool(last);
+}
+
+// The last value sampled may be the last of the source, so the last vector starts one value before its
+// own and takes every other.
+void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
+    size_t x = 0;
+    if (dstWidth > 16) {
+        for (; x + 16 < dstWidth; x += 16) {
+            vst1q_s8(dst + x, vld2q_s8(src + 2 * x).val[0]);
+        }
+        x = dstWidth - 16;
+        vst1q_s8(dst + x, vld2q_s8(src + 2 * x - 1).val[1]);
+    } else if (dstWidth > 8) {
+        vst1_s8(dst, vld2_s8(src).val[0]);
+        x = dstWidth - 8;
+        vst1_s8(dst + x, vld2_s8(src + 2 * x - 1).val[1]);
+    } else {
+        plain::SampleRow(src, dstWidth, dst);
+    }
+}
+
+void Rectify(const int8_t* src, int8_t* dst, size_t count) {
+    const int8x16_t zero = vdupq_n_s8(0);
+    size_t i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const int8x16_t one = vld1q_s8(src + i);
+        const int8x16_t two = vld1q_s8(src + i + 16);
+        vst1q_s8(dst + i, vmaxq_s8(one, zero));
+        vst1q_s8(dst + i + 16, vmaxq_s8(two, zero));
+    }
+    plain::Rectify(src + i, dst + i, count - i);
+}
+
+void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
+    const Addition addition(s);
+    size_t i = 0;
+    if (in2 == nullptr) {
+        for (; i + 16 <= count; i += 16) {
+            vst1q_s8(dst + i, addition.Sum(vld1q_s8(in1 + i)));
+        }
+    } else {
+        for (; i + 16 <= count; i += 16) {
+            vst1q_s8(dst + i, addition.Sum(vld1q_s8(in1 + i), vld1q_s8(in2 + i)));
+        }
+    }
+    plain::Add(in1 + i, in2 == nullptr ? nullptr : in2 + i, dst + i, count - i, s);
+}
+
 }  // namespace neon
 
 const Routines kNeonRoutines{
-    "neon",             neon::Multiply,  plain::Depthwise, plain::Dot,      plain::MaxPoolStride1,
-    plain::MaxPoolRows, plain::SampleRow, plain::Rectify,   plain::FlipSign, plain::Add};
+    "neon",            neon::Multiply,  neon::Depthwise, neon::Dot,       neon::MaxPoolStride1,
+    neon::MaxPoolRows, neon::SampleRow, neon::Rectify,   plain::FlipSign, neon::Add};
 
 }  // namespace orvo
