@@ -28,8 +28,8 @@ struct Geometry {
     size_t taps() const { return srcChannels * kernelSize * kernelSize; }
 };
 
-// The output rows that are expanded and multiplied at a time: few enough that their part of the im2col
-// matrix stays in the processor's first cache.
+// The output rows that are expanded and multiplied at a time: few enough that their part of the
+// im2col matrix stays in the processor's first cache.
 struct Band {
     size_t firstRow;
     size_t rows;
@@ -37,23 +37,30 @@ struct Band {
 
 constexpr size_t kBandPixels = 192;
 
-// One row of the band's matrix for stride 1: each output row is a piece of an input row, with zeros
-// where it reaches outside.
-void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, size_t ky, size_t kx,
-                      int8_t* row) {
-    // Output columns from..to lie inside the input, kx - pad columns to the right of their own.
-    const size_t from = std::min(g.pad > kx ? g.pad - kx : 0, g.dstWidth);
-    const size_t to =
-        std::clamp(g.srcWidth + g.pad > kx ? g.srcWidth + g.pad - kx : 0, from, g.dstWidth);
-    for (size_t oy = band.firstRow; oy < band.firstRow + band.rows; ++oy, row += g.dstWidth) {
-        const size_t iy = oy + ky - g.pad; // above the first row it wraps to a huge value
-        if (iy >= g.srcHeight || from == to) {
-            std::memset(row, 0, g.dstWidth);
-            continue;
-        }
-        std::memset(row, 0, from);
-        std::memcpy(row + from, plane + iy * g.srcWidth + (from + kx - g.pad), to - from);
-        std::memset(row + to, 0, g.dstWidth - to);
+// One row of the band's matrix where output and input are equally wide and the stride is 1: one
+// piece of the input plane, moved by some rows and columns, with zeros where that leaves the plane
+// or its rows run into their neighbours.
+void ExpandTapInOnePiece(const int8_t* plane, const Geometry& g, const Band& band, size_t ky,
+                         size_t kx, int8_t* row) {
+    const ptrdiff_t width = static_cast<ptrdiff_t>(g.srcWidth);
+    const ptrdiff_t count = static_cast<ptrdiff_t>(band.rows) * width;
+    const ptrdiff_t planeEnd = static_cast<ptrdiff_t>(g.srcHeight) * width;
+    const ptrdiff_t columns = static_cast<ptrdiff_t>(kx) - static_cast<ptrdiff_t>(g.pad);
+    const ptrdiff_t rows =
+        static_cast<ptrdiff_t>(band.firstRow + ky) - static_cast<ptrdiff_t>(g.pad);
+    const ptrdiff_t start = rows * width + columns; // in the plane, of the row's first value
+    const ptrdiff_t from = std::clamp<ptrdiff_t>(-start, 0, count);
+    const ptrdiff_t to = std::clamp<ptrdiff_t>(planeEnd - start, from, count);
+    std::memset(row, 0, static_cast<size_t>(from));
+    if (to > from) {
+        std::memcpy(row + from, plane + (start + from), static_cast<size_t>(to - from));
+    }
+    std::memset(row + to, 0, static_cast<size_t>(count - to));
+    const ptrdiff_t firstInside = std::min(std::max<ptrdiff_t>(-columns, 0), width);
+    const ptrdiff_t lastInside = std::max(std::min(width - columns, width), ptrdiff_t{0});
+    for (int8_t* const end = row + count; row != end; row += width) {
+        std::fill(row, row + firstInside, int8_t{0});
+        std::fill(row + lastInside, row + width, int8_t{0});
     }
 }
 
@@ -71,7 +78,8 @@ void ExpandTap(const int8_t* plane, const Geometry& g, const Band& band, size_t 
 }
 
 void Expand(const int8_t* src, const Geometry& g, const Band& band, int8_t* matrix) {
-    const auto expandTap = g.stride == 1 ? ExpandTapStride1 : ExpandTap;
+    const bool inOnePiece = g.stride == 1 && g.dstWidth == g.srcWidth;
+    const auto expandTap = inOnePiece ? ExpandTapInOnePiece : ExpandTap;
     for (size_t c = 0; c < g.srcChannels; ++c) {
         const int8_t* plane = src + c * g.srcHeight * g.srcWidth;
         for (size_t ky = 0; ky < g.kernelSize; ++ky) {

@@ -21,9 +21,9 @@ constexpr uint32_t kMostWeight = 255; // the largest total of |w| that a 16-bit 
 
 // ---- Matrix product ----------------------------------------------------------------------------
 //
-// A tile is 8 pixels of 4 planes. Four rows make a step: the pixels' values are interleaved row by row
-// in pairs, so that the 16-bit sum of a lane holds one row of each pair, and vpadal adds the two while
-// it widens. A step's 32 bytes are
+// A tile is 8 pixels of 4 planes. Four rows make a step: the pixels' values are interleaved row by
+// row in pairs, so that the 16-bit sum of a lane holds one row of each pair, and vpadal adds the
+// two while it widens. A step's 32 bytes are
 //     pixels 0 to 3: rows 0 and 1, rows 2 and 3; pixels 4 to 7: rows 0 and 1, rows 2 and 3
 // and meet 16 bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
 
@@ -31,7 +31,7 @@ constexpr size_t kTilePixels = 8;
 constexpr size_t kStepRows = 4;
 constexpr size_t kStepBytes = kStepRows * kTilePixels;
 constexpr size_t kGroup = 4;
-constexpr size_t kMaxSteps = 64;          // of which the weights, four times as large, fit the stack
+constexpr size_t kMaxSteps = 64; // of which the weights, four times as large, fit the stack
 constexpr size_t kBlockBytes = 16 * 1024; // pixels packed at a time: they stay in the first cache
 
 // When the 16-bit sums of a group are widened.
@@ -55,8 +55,8 @@ inline bool AllWithin(uint16x8_t weightTotals) {
 
 constexpr size_t kPairRows = 2 * kStepRows;
 
-// The weights of two steps, interleaved by channel as groups are stored; zeros after the last row. A
-// leftover channel stands first in an otherwise empty group.
+// The weights of two steps, interleaved by channel as groups are stored; zeros after the last row.
+// A leftover channel stands first in an otherwise empty group.
 template <size_t Channels>
 const int8_t* PairWeights(const int8_t* weights, size_t rows, int8_t copy[32]) {
     if (Channels == kGroup && rows >= kPairRows) {
@@ -71,16 +71,18 @@ const int8_t* PairWeights(const int8_t* weights, size_t rows, int8_t copy[32]) {
     return copy;
 }
 
-// Eight rows of a channel, each pair of rows four times.
-inline void StorePairs(int8x8_t rows, int8_t* to) {
+// Eight rows of a channel, each pair of rows four times; `to` moves past them.
+inline void StorePairs(int8x8_t rows, int8_t*& to) {
     const int16x4_t pairs = vreinterpret_s16_s8(rows);
-    const int16x4x4_t repeated{{vdup_lane_s16(pairs, 0), vdup_lane_s16(pairs, 1),
-                                vdup_lane_s16(pairs, 2), vdup_lane_s16(pairs, 3)}};
-    Store32(repeated, to);
+    Store32(Combine(vreinterpret_s8_s16(vdup_lane_s16(pairs, 0)),
+                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 1)),
+                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 2)),
+                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 3))),
+            to);
 }
 
-// Totals of |w| in the 16-bit sums that a step adds to: rows 0 and 2 of each channel, rows 1 and 3 of
-// each channel. The magnitude of -128 is right as an unsigned byte.
+// Totals of |w| in the 16-bit sums that a step adds to: rows 0 and 2 of each channel, rows 1 and 3
+// of each channel. The magnitude of -128 is right as an unsigned byte.
 inline uint16x8_t StepTotals(int8x16_t weights) {
     const uint8x16_t magnitudes = vreinterpretq_u8_s8(vabsq_s8(weights));
     return vaddl_u8(vget_low_u8(magnitudes), vget_high_u8(magnitudes));
@@ -92,13 +94,13 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
     uint16x8_t pairMost = stepMost;
     uint16x8_t total = stepMost;
     int8_t* to = group.bytes;
-    for (size_t k = 0; k < inner; k += kPairRows, to += 32 * Channels) {
+    for (size_t k = 0; k < inner; k += kPairRows) {
         int8_t copy[32];
         const int8_t* pair = PairWeights<Channels>(weights + Channels * k, inner - k, copy);
         const int8x8x4_t rows = vld4_s8(pair);
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
-            StorePairs(rows.val[c], to + 32 * c);
+            StorePairs(rows.val[c], to);
         }
         const uint16x8_t one = StepTotals(vld1q_s8(pair));
         const uint16x8_t two = StepTotals(vld1q_s8(pair + 16));
@@ -114,8 +116,9 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
                                         : Widen::kNever;
 }
 
-// The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums (or,
-// for kEnd, of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2 of 16-bit sums.
+// The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums
+// (or, for kEnd, of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2 of
+// 16-bit sums.
 template <size_t Channels, Widen kWiden>
 inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, const int32_t* bias,
                     int32x4_t sums[Channels][2]) {
@@ -186,23 +189,21 @@ void MultiplyTiles(const MatrixProduct& p, const Block& block, const GroupWeight
     const size_t pitch = p.planePitch;
     const size_t steps = block.steps;
     const int8_t* values = block.values;
-    size_t left = block.pixels;
-    for (; left >= kTilePixels; left -= kTilePixels, dst += kTilePixels) {
+    for (size_t pixel = 0; pixel < block.pixels; pixel += kTilePixels, dst += kTilePixels) {
         int32x4_t sums[Channels][2];
         SumTile<Channels, kWiden>(values, group.bytes, steps, bias, sums);
+        values += steps * kStepBytes;
+        const size_t left = block.pixels - pixel;
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
-            vst1_s8(dst + c * pitch, Requantise(sums[c][0], sums[c][1], shiftCount));
-        }
-        values += steps * kStepBytes;
-    }
-    if (left > 0) {
-        int32x4_t sums[Channels][2];
-        SumTile<Channels, kWiden>(values, group.bytes, steps, bias, sums);
-        for (size_t c = 0; c < Channels; ++c) {
-            int8_t tile[kTilePixels];
-            vst1_s8(tile, Requantise(sums[c][0], sums[c][1], shiftCount));
-            std::memcpy(dst + c * pitch, tile, left);
+            const int8x8_t outputs = Requantise(sums[c][0], sums[c][1], shiftCount);
+            if (left >= kTilePixels) {
+                vst1_s8(dst + c * pitch, outputs);
+            } else {
+                int8_t last[kTilePixels];
+                vst1_s8(last, outputs);
+                std::memcpy(dst + c * pitch, last, left);
+            }
         }
     }
 }
@@ -244,38 +245,76 @@ inline void PackStep(const int8x8_t row[kStepRows], int8_t* to) {
     vst1_s8(to + 24, rows23.val[1]);
 }
 
-// The steps of one tile. Rows after the last count as zeros, and so do pixels after `count`.
+// One tile's half of rows interleaved 16 pixels at a time; `to` moves past it.
+inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
+    vst1_s8(to, vget_low_s8(rows01));
+    vst1_s8(to + 8, vget_low_s8(rows23));
+    vst1_s8(to + 16, vget_high_s8(rows01));
+    vst1_s8(to + 24, vget_high_s8(rows23));
+    to += kStepBytes;
+}
+
+// The first `count` pixels of four rows, of which the first `rows` exist; zeros for the others.
+inline void LoadRest(const int8_t* at, size_t pitch, size_t rows, size_t count,
+                     int8x8_t row[kStepRows]) {
+    for (size_t i = 0; i < kStepRows; ++i) {
+        int8_t pixels[kTilePixels] = {};
+        if (i < rows) {
+            std::memcpy(pixels, at + i * pitch, count);
+        }
+        row[i] = vld1_s8(pixels);
+    }
+}
+
+// The steps of one tile of `count` pixels, perhaps fewer than a tile has.
 void PackTile(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
     const int8_t* at = p.rows + pixel;
-    size_t k = 0;
-    if (count == kTilePixels) {
-        for (; k + kStepRows <= p.inner; k += kStepRows, to += kStepBytes) {
-            int8x8_t row[kStepRows];
+    for (size_t k = 0; k < p.inner; k += kStepRows, to += kStepBytes) {
+        int8x8_t row[kStepRows];
+        if (count == kTilePixels && k + kStepRows <= p.inner) {
 #pragma GCC unroll 4
             for (size_t i = 0; i < kStepRows; ++i, at += p.rowPitch) {
                 row[i] = vld1_s8(at);
             }
-            PackStep(row, to);
-        }
-    }
-    for (; k < p.inner; k += kStepRows, to += kStepBytes) {
-        int8x8_t row[kStepRows];
-        for (size_t i = 0; i < kStepRows; ++i) {
-            int8_t pixels[kTilePixels] = {};
-            if (k + i < p.inner) {
-                std::memcpy(pixels, at, count);
-                at += p.rowPitch;
-            }
-            row[i] = vld1_s8(pixels);
+        } else {
+            LoadRest(at, p.rowPitch, p.inner - k, count, row);
+            at += kStepRows * p.rowPitch;
         }
         PackStep(row, to);
     }
 }
 
+// The same for two full tiles, except for a last step of fewer than four rows.
+void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to) {
+    const int8_t* at = p.rows + pixel;
+    int8_t* second = to + steps * kStepBytes;
+    for (size_t k = 0; k + kStepRows <= p.inner; k += kStepRows) {
+        int8x16_t row[kStepRows];
+#pragma GCC unroll 4
+        for (size_t i = 0; i < kStepRows; ++i, at += p.rowPitch) {
+            row[i] = vld1q_s8(at);
+        }
+        const int8x16x2_t rows01 = vzipq_s8(row[0], row[1]);
+        const int8x16x2_t rows23 = vzipq_s8(row[2], row[3]);
+        StoreStep(rows01.val[0], rows23.val[0], to);
+        StoreStep(rows01.val[1], rows23.val[1], second);
+    }
+    const size_t rest = p.inner % kStepRows;
+    for (size_t tile = 0; tile < 2 && rest != 0; ++tile) {
+        int8x8_t row[kStepRows];
+        LoadRest(at + tile * kTilePixels, p.rowPitch, rest, kTilePixels, row);
+        PackStep(row, tile == 0 ? to : second);
+    }
+}
+
 void PackBlock(const MatrixProduct& p, size_t pixel, const Block& block, int8_t* to) {
-    for (size_t done = 0; done < block.pixels; done += kTilePixels) {
+    const size_t tileBytes = block.steps * kStepBytes;
+    size_t done = 0;
+    for (; done + 2 * kTilePixels <= block.pixels; done += 2 * kTilePixels, to += 2 * tileBytes) {
+        PackTwoTiles(p, pixel + done, block.steps, to);
+    }
+    for (; done < block.pixels; done += kTilePixels, to += tileBytes) {
         PackTile(p, pixel + done, std::min(kTilePixels, block.pixels - done), to);
-        to += block.steps * kStepBytes;
     }
 }
 
@@ -290,13 +329,12 @@ void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
     }
 }
 
-
 // ---- Depthwise ---------------------------------------------------------------------------------
 //
 // A strip of eight columns walks down its plane, six output rows at a time: each of the eight input
 // rows around them is loaded once, with its neighbours to the left and to the right, and is the top
-// row of one output, the middle row of the one above and the bottom row of the one above that. Where
-// rows or columns are left over, the last strip or the last six rows overlap those before.
+// row of one output, the middle row of the one above and the bottom row of the one above that.
+// Where rows or columns are left over, the last strip or the last six rows overlap those before.
 
 constexpr size_t kStripColumns = 8;
 constexpr size_t kStripRows = 6;
@@ -331,10 +369,11 @@ inline uint32_t RowTotal(const int8_t* weights) {
 }
 
 // Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
-// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest of
-// the bias is added to it, and a shift by one less than asked for is all that is left to do. Where the
-// last addition saturates, so does the output, since no more than eight further bits are shifted out.
-// Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of sums, 4 of constants.
+// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest
+// of the bias is added to it, and a shift by one less than asked for is all that is left to do.
+// Where the last addition saturates, so does the output, since no more than eight further bits are
+// shifted out. Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of
+// sums, 4 of constants.
 struct HalvedSums {
     static bool Take(const Filter& f) {
         return RowTotal(f.weights) + RowTotal(f.weights + 6) <= kMostWeight &&
@@ -368,8 +407,8 @@ struct HalvedSums {
     }
 };
 
-// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row share
-// a 16-bit sum, which only two weights of -128 could overflow.
+// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
+// share a 16-bit sum, which only two weights of -128 could overflow.
 struct WidenedSums {
     static bool Take(const Filter& f) {
         const int8_t* w = f.weights;
@@ -406,8 +445,8 @@ struct WidenedSums {
 // Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
 enum class Sides { kNone, kLeft, kRight, kBoth };
 
-// One plane as a strip sees it: its first column in the first row, and in the last row. A strip wider
-// than the plane has a copy of the last row, since it must not load what lies after it.
+// One plane as a strip sees it: its first column in the first row, and in the last row. A strip
+// wider than the plane has a copy of the last row, since it must not load what lies after it.
 struct StripPlane {
     const int8_t* src;
     const int8_t* last;
@@ -530,8 +569,8 @@ void ConvolvePlane(StripPlane p, const Filter& f) {
 
 // ---- Planes and rows ---------------------------------------------------------------------------
 //
-// What is left over at the end of a row is covered by a last vector that overlaps the one before it.
-// Where the routine works in place, that vector is computed before anything is stored.
+// What is left over at the end of a row is covered by a last vector that overlaps the one before
+// it.
 
 struct Bytes8 {
     using Vector = int8x8_t;
@@ -553,32 +592,38 @@ inline typename Bytes::Vector MaxOfNeighbours(const int8_t* at) {
     return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
 }
 
-// Replaces `columns` values of a row by their horizontal maxima; but for the first row, also writes the
-// maxima with those of the row above.
-template <class Bytes>
-void MaxPoolRow(int8_t* row, size_t width, size_t columns, bool first, int8_t* dst) {
-    const size_t last = columns - Bytes::kCount;
-    const auto lastMaxima = MaxOfNeighbours<Bytes>(row + last);
-    const int8_t* above = row - (first ? 0 : width);
-    const auto put = [&](size_t x, typename Bytes::Vector maxima) {
-        Bytes::Store(row + x, maxima);
-        if (!first) {
-            Bytes::Store(dst + x, Bytes::Max(maxima, Bytes::Load(above + x)));
+// `Vectors` vectors of columns of a plane, one at src and, with two, one `apart` columns to the
+// right of it, which may overlap the first: both are loaded before either is replaced by its
+// maxima.
+template <class Bytes, size_t Vectors>
+void MaxPoolColumns(int8_t* src, size_t apart, size_t width, size_t height, int8_t* dst) {
+    typename Bytes::Vector above[Vectors];
+    for (size_t y = 0; y < height; ++y, src += width) {
+        typename Bytes::Vector maxima[Vectors];
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            maxima[v] = MaxOfNeighbours<Bytes>(src + v * apart);
         }
-    };
-    for (size_t x = 0; x < last; x += Bytes::kCount) {
-        put(x, MaxOfNeighbours<Bytes>(row + x));
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            Bytes::Store(src + v * apart, maxima[v]);
+            if (y > 0) {
+                Bytes::Store(dst + v * apart, Bytes::Max(above[v], maxima[v]));
+            }
+            above[v] = maxima[v];
+        }
+        dst += y > 0 ? width - 1 : 0;
     }
-    put(last, lastMaxima);
 }
 
 template <class Bytes>
 void MaxPoolPlane(int8_t* src, size_t width, size_t height, int8_t* dst) {
     const size_t columns = width - 1;
-    MaxPoolRow<Bytes>(src, width, columns, true, dst);
-    for (size_t y = 1; y < height; ++y, dst += columns) {
-        MaxPoolRow<Bytes>(src + y * width, width, columns, false, dst);
+    size_t x = 0;
+    for (; x + 2 * Bytes::kCount < columns; x += Bytes::kCount) {
+        MaxPoolColumns<Bytes, 1>(src + x, 0, width, height, dst + x);
     }
+    MaxPoolColumns<Bytes, 2>(src + x, columns - Bytes::kCount - x, width, height, dst + x);
 }
 
 // Sums of 8: shifted left by multiplication, right with rounding, which is what adding half of the
@@ -592,9 +637,7 @@ struct Addition {
           factor2(vdup_n_s8(static_cast<int8_t>(1 << s.in2))),
           shiftCount(vdupq_n_s16(static_cast<int16_t>(-static_cast<int32_t>(s.out)))) {}
 
-    int16x8_t Shifted(int8x8_t a) const {
-        return vrshlq_s16(vmull_s8(a, factor1), shiftCount);
-    }
+    int16x8_t Shifted(int8x8_t a) const { return vrshlq_s16(vmull_s8(a, factor1), shiftCount); }
     int16x8_t Shifted(int8x8_t a, int8x8_t b) const {
         return vrshlq_s16(vmlal_s8(vmull_s8(a, factor1), b, factor2), shiftCount);
     }
@@ -607,7 +650,7 @@ struct Addition {
     }
 };
 
-}  // namespace
+} // namespace
 
 namespace neon {
 
@@ -692,8 +735,8 @@ void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8
     pool(last);
 }
 
-// The last value sampled may be the last of the source, so the last vector starts one value before its
-// own and takes every other.
+// The last value sampled may be the last of the source, so the last vector starts one value before
+// its own and takes every other.
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
     size_t x = 0;
     if (dstWidth > 16) {
@@ -712,36 +755,32 @@ void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
 }
 
 void Rectify(const int8_t* src, int8_t* dst, size_t count) {
-    const int8x16_t zero = vdupq_n_s8(0);
-    size_t i = 0;
-    for (; i + 32 <= count; i += 32) {
-        const int8x16_t one = vld1q_s8(src + i);
-        const int8x16_t two = vld1q_s8(src + i + 16);
-        vst1q_s8(dst + i, vmaxq_s8(one, zero));
-        vst1q_s8(dst + i + 16, vmaxq_s8(two, zero));
+    for (; count >= 32; count -= 32) {
+        Store32(Max(Load32(src), 0), dst);
     }
-    plain::Rectify(src + i, dst + i, count - i);
+    plain::Rectify(src, dst, count);
 }
 
 void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
     const Addition addition(s);
-    size_t i = 0;
     if (in2 == nullptr) {
-        for (; i + 16 <= count; i += 16) {
-            vst1q_s8(dst + i, addition.Sum(vld1q_s8(in1 + i)));
+        for (; count >= 16; count -= 16, in1 += 16, dst += 16) {
+            vst1q_s8(dst, addition.Sum(vld1q_s8(in1)));
         }
-    } else {
-        for (; i + 16 <= count; i += 16) {
-            vst1q_s8(dst + i, addition.Sum(vld1q_s8(in1 + i), vld1q_s8(in2 + i)));
-        }
+        plain::Add(in1, nullptr, dst, count, s);
+        return;
     }
-    plain::Add(in1 + i, in2 == nullptr ? nullptr : in2 + i, dst + i, count - i, s);
+    for (; count >= 16; count -= 16, in1 += 16, in2 += 16, dst += 16) {
+        vst1q_s8(dst, addition.Sum(vld1q_s8(in1), vld1q_s8(in2)));
+    }
+    plain::Add(in1, in2, dst, count, s);
 }
 
-}  // namespace neon
+} // namespace neon
 
-const Routines kNeonRoutines{
-    "neon",            neon::Multiply,  neon::Depthwise, neon::Dot,       neon::MaxPoolStride1,
-    neon::MaxPoolRows, neon::SampleRow, neon::Rectify,   plain::FlipSign, neon::Add};
+const Routines kNeonRoutines{"neon",          neon::Multiply,       neon::Depthwise,
+                             neon::Dot,       neon::MaxPoolStride1, neon::MaxPoolRows,
+                             neon::SampleRow, neon::Rectify,        plain::FlipSign,
+                             neon::Add};
 
-}  // namespace orvo
+} // namespace orvo

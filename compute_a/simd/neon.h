@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The NEON path's routines, of which the dot-product path takes those that it has no better way for.
+// The NEON path's routines, of which the dot-product path takes those that it has no better way
+// for.
 #pragma once
 
 #include "compute_a/routines.h"
@@ -17,5 +18,5 @@ void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst);
 void Rectify(const int8_t* src, int8_t* dst, size_t count);
 void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& shifts);
 
-}  // namespace neon
-}  // namespace orvo
+} // namespace neon
+} // namespace orvo

@@ -12,8 +12,8 @@
 
 namespace orvo {
 
-// 32 bytes, as two vectors of 16: what one instruction loads and four take apart. The halves of the
-// vectors are operands of their own; 64-bit ARM multiplies upper halves by an instruction of its own.
+// 32 bytes, as two vectors of 16 or four of 8: what 32-bit ARM loads and stores by one instruction,
+// and 64-bit ARM by one for two registers. Loading and storing move the address past them.
 #if defined(__aarch64__)
 
 using Bytes32 = int8x16x2_t;
@@ -22,6 +22,21 @@ inline Bytes32 Load32(const int8_t*& from) {
     const Bytes32 loaded{{vld1q_s8(from), vld1q_s8(from + 16)}};
     from += 32;
     return loaded;
+}
+
+inline void Store32(const Bytes32& bytes, int8_t*& to) {
+    vst1q_s8(to, bytes.val[0]);
+    vst1q_s8(to + 16, bytes.val[1]);
+    to += 32;
+}
+
+inline Bytes32 Combine(int8x8_t a, int8x8_t b, int8x8_t c, int8x8_t d) {
+    return {{vcombine_s8(a, b), vcombine_s8(c, d)}};
+}
+
+inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
+    const int8x16_t limit = vdupq_n_s8(lowest);
+    return {{vmaxq_s8(bytes.val[0], limit), vmaxq_s8(bytes.val[1], limit)}};
 }
 
 // Both halves of vector A of `a` times those of vector B of `b`.
@@ -54,10 +69,28 @@ inline Bytes32 Load32(const int8_t*& from) {
     return loaded;
 }
 
+inline void Store32(const Bytes32& bytes, int8_t*& to) {
+#if defined(__clang__)
+    vst1_s8_x4(to, bytes);
+    to += 32;
+#else
+    __asm__("vst1.8 %h2, [%1]!"
+            : "=m"(*reinterpret_cast<int8_t(*)[32]>(to)), "+r"(to)
+            : "w"(bytes));
+#endif
+}
+
+inline Bytes32 Combine(int8x8_t a, int8x8_t b, int8x8_t c, int8x8_t d) { return {{a, b, c, d}}; }
+
+inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
+    const int8x8_t limit = vdup_n_s8(lowest);
+    return {{vmax_s8(bytes.val[0], limit), vmax_s8(bytes.val[1], limit),
+             vmax_s8(bytes.val[2], limit), vmax_s8(bytes.val[3], limit)}};
+}
+
 template <int A, int B>
 inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
-    return vmlal_s8(vmlal_s8(sum, a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1],
-                    b.val[2 * B + 1]);
+    return vmlal_s8(vmlal_s8(sum, a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1], b.val[2 * B + 1]);
 }
 template <int A, int B>
 inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
@@ -66,18 +99,6 @@ inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
 
 #endif
 
-// The other way round: four vectors of eight bytes, one after the other.
-inline void Store32(const int16x4x4_t& bytes, int8_t* to) {
-#if defined(__arm__) && !defined(__clang__)
-    __asm__("vst1.8 %h1, [%2]"
-            : "=m"(*reinterpret_cast<int8_t(*)[32]>(to))
-            : "w"(bytes), "r"(to));
-#else
-    vst1q_s8(to, vreinterpretq_s8_s16(vcombine_s16(bytes.val[0], bytes.val[1])));
-    vst1q_s8(to + 16, vreinterpretq_s8_s16(vcombine_s16(bytes.val[2], bytes.val[3])));
-#endif
-}
-
 // Saturates two vectors into the halves of one. GCC 12 would copy the second half to its place on
 // 32-bit ARM, where the halves are registers of their own.
 inline int16x8_t NarrowPair(int32x4_t low, int32x4_t high) {
@@ -85,9 +106,7 @@ inline int16x8_t NarrowPair(int32x4_t low, int32x4_t high) {
     return vqmovn_high_s32(vqmovn_s32(low), high);
 #else
     int16x8_t narrow;
-    __asm__("vqmovn.s32 %e0, %q1\n\tvqmovn.s32 %f0, %q2"
-            : "=&w"(narrow)
-            : "w"(low), "w"(high));
+    __asm__("vqmovn.s32 %e0, %q1\n\tvqmovn.s32 %f0, %q2" : "=&w"(narrow) : "w"(low), "w"(high));
     return narrow;
 #endif
 }
@@ -96,9 +115,7 @@ inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
     return vqmovn_high_s16(vqmovn_s16(low), high);
 #else
     int8x16_t narrow;
-    __asm__("vqmovn.s16 %e0, %q1\n\tvqmovn.s16 %f0, %q2"
-            : "=&w"(narrow)
-            : "w"(low), "w"(high));
+    __asm__("vqmovn.s16 %e0, %q1\n\tvqmovn.s16 %f0, %q2" : "=&w"(narrow) : "w"(low), "w"(high));
     return narrow;
 #endif
 }
@@ -113,4 +130,4 @@ inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) 
     return vqmovn_s16(NarrowPair(vshlq_s32(low, shiftCount), vshlq_s32(high, shiftCount)));
 }
 
-}  // namespace orvo
+} // namespace orvo
