@@ -9,4 +9,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     # NEON is in the base line of both targets; see the toolchain files.
     list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
+    # Scheduled before registers are given out, the tiles and strips would not fit the registers.
+    set_source_files_properties(compute_a/simd/neon.cpp PROPERTIES COMPILE_OPTIONS
+        "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
 endif()

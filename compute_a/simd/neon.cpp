@@ -71,16 +71,6 @@ const int8_t* PairWeights(const int8_t* weights, size_t rows, int8_t copy[32]) {
     return copy;
 }
 
-// Eight rows of a channel, each pair of rows four times; `to` moves past them.
-inline void StorePairs(int8x8_t rows, int8_t*& to) {
-    const int16x4_t pairs = vreinterpret_s16_s8(rows);
-    Store32(Combine(vreinterpret_s8_s16(vdup_lane_s16(pairs, 0)),
-                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 1)),
-                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 2)),
-                    vreinterpret_s8_s16(vdup_lane_s16(pairs, 3))),
-            to);
-}
-
 // Totals of |w| in the 16-bit sums that a step adds to: rows 0 and 2 of each channel, rows 1 and 3
 // of each channel. The magnitude of -128 is right as an unsigned byte.
 inline uint16x8_t StepTotals(int8x16_t weights) {
@@ -100,7 +90,7 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
         const int8x8x4_t rows = vld4_s8(pair);
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
-            StorePairs(rows.val[c], to);
+            Store32(RepeatPairs(rows.val[c]), to);
         }
         const uint16x8_t one = StepTotals(vld1q_s8(pair));
         const uint16x8_t two = StepTotals(vld1q_s8(pair + 16));
@@ -363,9 +353,17 @@ struct Filter {
     int8_t lowest;
 };
 
-inline uint32_t RowTotal(const int8_t* weights) {
-    return static_cast<uint32_t>(std::abs(weights[0]) + std::abs(weights[1]) +
-                                 std::abs(weights[2]));
+// Totals of |w|: the outer rows' and the middle row's.
+struct FilterTotals {
+    uint64_t outer, middle;
+};
+inline FilterTotals TotalsOf(const int8_t* weights) {
+    const uint8x8_t first8 = vreinterpret_u8_s8(vabs_s8(vld1_s8(weights)));
+    const uint8x8_t middle = vcreate_u8(0x0000FFFFFF000000u);
+    const uint8x16_t parts = vcombine_u8(vbic_u8(first8, middle), vand_u8(first8, middle));
+    const uint64x2_t totals = vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(parts)));
+    return {vgetq_lane_u64(totals, 0) + static_cast<uint64_t>(std::abs(weights[8])),
+            vgetq_lane_u64(totals, 1)};
 }
 
 // Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
@@ -376,9 +374,9 @@ inline uint32_t RowTotal(const int8_t* weights) {
 // sums, 4 of constants.
 struct HalvedSums {
     static bool Take(const Filter& f) {
-        return RowTotal(f.weights) + RowTotal(f.weights + 6) <= kMostWeight &&
-               RowTotal(f.weights + 3) <= kMostWeight && f.shift >= 1 && f.shift <= 9 &&
-               f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
+        const FilterTotals totals = TotalsOf(f.weights);
+        return totals.outer <= kMostWeight && totals.middle <= kMostWeight && f.shift >= 1 &&
+               f.shift <= 9 && f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
     }
 
     struct Constants {

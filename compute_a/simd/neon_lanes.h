@@ -30,8 +30,13 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
     to += 32;
 }
 
-inline Bytes32 Combine(int8x8_t a, int8x8_t b, int8x8_t c, int8x8_t d) {
-    return {{vcombine_s8(a, b), vcombine_s8(c, d)}};
+// Each pair of bytes four times.
+inline Bytes32 RepeatPairs(int8x8_t pairs) {
+    const int8x16_t table = vcombine_s8(pairs, pairs);
+    const uint8x16_t first = vreinterpretq_u8_u64(
+        vcombine_u64(vcreate_u64(0x0100010001000100u), vcreate_u64(0x0302030203020302u)));
+    const uint8x16_t second = vaddq_u8(first, vdupq_n_u8(4));
+    return {{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}};
 }
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
@@ -80,7 +85,13 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
 #endif
 }
 
-inline Bytes32 Combine(int8x8_t a, int8x8_t b, int8x8_t c, int8x8_t d) { return {{a, b, c, d}}; }
+inline Bytes32 RepeatPairs(int8x8_t pairs) {
+    const int16x4_t words = vreinterpret_s16_s8(pairs);
+    return {{vreinterpret_s8_s16(vdup_lane_s16(words, 0)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 1)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 2)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 3))}};
+}
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
     const int8x8_t limit = vdup_n_s8(lowest);
