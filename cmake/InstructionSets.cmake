@@ -12,4 +12,9 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     # Scheduled before registers are given out, the tiles and strips would not fit the registers.
     set_source_files_properties(compute_a/simd/neon.cpp PROPERTIES COMPILE_OPTIONS
         "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+        list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
+        set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
+            "-march=armv8.2-a+dotprod")
+    endif()
 endif()
