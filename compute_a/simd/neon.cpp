@@ -321,28 +321,120 @@ void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
 
 // ---- Depthwise ---------------------------------------------------------------------------------
 //
-// A strip of eight columns walks down its plane, six output rows at a time: each of the eight input
+// A strip of some columns walks down its plane, six output rows at a time: each of the eight input
 // rows around them is loaded once, with its neighbours to the left and to the right, and is the top
 // row of one output, the middle row of the one above and the bottom row of the one above that.
 // Where rows or columns are left over, the last strip or the last six rows overlap those before.
 
-constexpr size_t kStripColumns = 8;
 constexpr size_t kStripRows = 6;
 // A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
-constexpr size_t kMinWidth = kStripColumns / 2;
+constexpr size_t kMinWidth = 4;
+
+constexpr int8_t kZeroRow[32] = {};
+
+#if defined(__aarch64__)
+using Weight = int8x16_t; // one weight in all lanes
+inline Weight LoadWeight(const int8_t* weight) { return vld1q_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return vget_low_s8(weight); }
+#else
+using Weight = int8x8_t;
+inline Weight LoadWeight(const int8_t* weight) { return vld1_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return weight; }
+#endif
 
 // The columns of a strip, and their neighbours.
+template <class Columns>
 struct InputRow {
-    int8x8_t left, centre, right;
+    typename Columns::Vector left, centre, right;
 };
 
-inline int16x8_t MultiplyRow(const InputRow& row, const int8x8_t weights[3]) {
-    const int16x8_t sum = vmlal_s8(vmull_s8(row.left, weights[0]), row.centre, weights[1]);
-    return vmlal_s8(sum, row.right, weights[2]);
+// Strips of eight columns.
+struct Columns8 {
+    using Vector = int8x8_t;
+    static constexpr size_t kCount = 8;
+    static constexpr size_t kHalves = 1; // vectors of 16-bit sums
+    static Vector Load(const int8_t* from) { return vld1_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdup_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vand_s8(a, b); }
+    static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
+    // The columns to the left and to the right, zeros outside.
+    static Vector Left(Vector v) {
+        return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    static Vector Right(Vector v) {
+        return vreinterpret_s8_u64(vshr_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    // A row inside a plane, from 7 columns before the strip to the one after it.
+    static constexpr size_t kLoadedBefore = 7;
+    static InputRow<Columns8> LoadInside(const int8_t* from) {
+        const int8x16_t columns = vld1q_s8(from);
+        const int8x8_t low = vget_low_s8(columns);
+        const int8x8_t high = vget_high_s8(columns);
+        return {vext_s8(low, high, 6), vext_s8(low, high, 7), high};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return vmull_s8(v, LowHalf(w));
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return vmlal_s8(sum, v, LowHalf(w));
+    }
+};
+
+#if defined(__aarch64__)
+
+// Strips of sixteen, for which 32-bit ARM has too few registers.
+struct Columns16 {
+    using Vector = int8x16_t;
+    static constexpr size_t kCount = 16;
+    static constexpr size_t kHalves = 2;
+    static Vector Load(const int8_t* from) { return vld1q_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdupq_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vandq_s8(a, b); }
+    static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
+    static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
+    static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
+    static constexpr size_t kLoadedBefore = 1;
+    static InputRow<Columns16> LoadInside(const int8_t* from) {
+        return {vld1q_s8(from), vld1q_s8(from + 1), vld1q_s8(from + 2)};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return Half == 0 ? vmull_s8(vget_low_s8(v), vget_low_s8(w)) : vmull_high_s8(v, w);
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
+    }
+};
+
+using WideColumns = Columns16;
+
+#else
+
+using WideColumns = Columns8;
+
+#endif
+
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyRow(const InputRow<Columns>& row, const Weight weights[3]) {
+    int16x8_t sum = Columns::template Multiply<Half>(row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
 }
-inline int16x8_t MultiplyAddRow(int16x8_t sum, const InputRow& row, const int8x8_t weights[3]) {
-    sum = vmlal_s8(vmlal_s8(sum, row.left, weights[0]), row.centre, weights[1]);
-    return vmlal_s8(sum, row.right, weights[2]);
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyAddRow(int16x8_t sum, const InputRow<Columns>& row,
+                                const Weight weights[3]) {
+    sum = Columns::template MultiplyAdd<Half>(sum, row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
 }
 
 // One channel's parameters.
@@ -390,18 +482,21 @@ struct HalvedSums {
 
     int16x8_t outer, middle;
 
-    void AddTop(const InputRow& row, const int8x8_t weights[3], const Constants& constants) {
-        outer = MultiplyAddRow(constants.lowestBit, row, weights);
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
+        outer = MultiplyAddRow<Columns, Half>(constants.lowestBit, row, weights);
     }
-    void AddMiddle(const InputRow& row, const int8x8_t weights[3]) {
-        middle = MultiplyRow(row, weights);
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        middle = MultiplyRow<Columns, Half>(row, weights);
     }
-    void AddBottom(const InputRow& row, const int8x8_t weights[3]) {
-        outer = MultiplyAddRow(outer, row, weights);
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        outer = MultiplyAddRow<Columns, Half>(outer, row, weights);
     }
-    int8x8_t Requantised(const Constants& constants) const {
+    int16x8_t Shifted(const Constants& constants) const {
         const int16x8_t half = vqaddq_s16(vhaddq_s16(outer, middle), constants.halfBias);
-        return vqmovn_s16(vshlq_s16(half, constants.shiftCount));
+        return vshlq_s16(half, constants.shiftCount);
     }
 };
 
@@ -426,17 +521,24 @@ struct WidenedSums {
         low = vaddw_s16(low, vget_low_s16(products));
         high = vaddw_s16(high, vget_high_s16(products));
     }
-    void AddTop(const InputRow& row, const int8x8_t weights[3], const Constants& constants) {
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
         low = high = constants.bias;
-        AddMiddle(row, weights);
+        AddMiddle<Columns, Half>(row, weights);
     }
-    void AddMiddle(const InputRow& row, const int8x8_t weights[3]) {
-        Add(vmlal_s8(vmull_s8(row.left, weights[0]), row.right, weights[2]));
-        Add(vmull_s8(row.centre, weights[1]));
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
     }
-    void AddBottom(const InputRow& row, const int8x8_t weights[3]) { AddMiddle(row, weights); }
-    int8x8_t Requantised(const Constants& constants) const {
-        return Requantise(low, high, constants.shiftCount);
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        AddMiddle<Columns, Half>(row, weights);
+    }
+    int16x8_t Shifted(const Constants& constants) const {
+        return NarrowPair(vshlq_s32(low, constants.shiftCount),
+                          vshlq_s32(high, constants.shiftCount));
     }
 };
 
@@ -444,75 +546,66 @@ struct WidenedSums {
 enum class Sides { kNone, kLeft, kRight, kBoth };
 
 // One plane as a strip sees it: its first column in the first row, and in the last row. A strip
-// wider than the plane has a copy of the last row, since it must not load what lies after it.
+// wider than the plane has a copy of the last row, since it must not load what lies after it, and a
+// mask of the columns that are the plane's own.
 struct StripPlane {
     const int8_t* src;
     const int8_t* last;
+    const int8_t* inside;
     int8_t* dst;
     size_t width, height;
-    uint8x8_t inside; // the lanes that are columns of the plane, for kBoth
 };
 
-constexpr int8_t kZeroRow[16] = {};
-
 // How far to the left of a strip its rows are loaded.
-constexpr size_t LoadedBefore(Sides sides) {
-    return sides == Sides::kNone ? 7 : sides == Sides::kRight ? 1 : 0;
+template <Sides kSides, class Columns>
+constexpr size_t LoadedBefore() {
+    return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
 }
 
-inline int8x8_t ColumnsBefore(int8x8_t columns) {
-    return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(columns), 8));
-}
-inline int8x8_t ColumnsAfter(int8x8_t columns) {
-    return vreinterpret_s8_u64(vshr_n_u64(vreinterpret_u64_s8(columns), 8));
-}
-
-template <Sides kSides>
-inline InputRow LoadRow(const int8_t* from, uint8x8_t inside) {
-    InputRow row;
+template <Sides kSides, class Columns>
+inline InputRow<Columns> LoadRow(const int8_t* from, typename Columns::Vector inside) {
     if constexpr (kSides == Sides::kNone) {
-        // From 7 columns before the strip to the one after it.
-        const int8x16_t columns = vld1q_s8(from);
-        row.left = vext_s8(vget_low_s8(columns), vget_high_s8(columns), 6);
-        row.centre = vext_s8(vget_low_s8(columns), vget_high_s8(columns), 7);
-        row.right = vget_high_s8(columns);
+        return Columns::LoadInside(from);
     } else if constexpr (kSides == Sides::kLeft) {
-        row.centre = vld1_s8(from);
-        row.left = ColumnsBefore(row.centre);
-        row.right = vld1_s8(from + 1);
+        const auto centre = Columns::Load(from);
+        return {Columns::Left(centre), centre, Columns::Load(from + 1)};
     } else if constexpr (kSides == Sides::kRight) {
-        row.left = vld1_s8(from);
-        row.centre = vld1_s8(from + 1);
-        row.right = ColumnsAfter(row.centre);
+        const auto centre = Columns::Load(from + 1);
+        return {Columns::Load(from), centre, Columns::Right(centre)};
     } else {
-        row.centre = vand_s8(vld1_s8(from), vreinterpret_s8_u8(inside));
-        row.left = ColumnsBefore(row.centre);
-        row.right = ColumnsAfter(row.centre);
+        const auto centre = Columns::And(Columns::Load(from), inside);
+        return {Columns::Left(centre), centre, Columns::Right(centre)};
     }
-    return row;
 }
 
-template <Sides kSides, class Sums>
+template <Sides kSides, class Columns, class Sums>
 void ConvolveStrip(const StripPlane& p, const Filter& f) {
-    int8x8_t weights[9];
+    Weight weights[9];
 #pragma GCC unroll 9
     for (size_t i = 0; i < 9; ++i) {
-        weights[i] = vld1_dup_s8(f.weights + i);
+        weights[i] = LoadWeight(f.weights + i);
     }
     const typename Sums::Constants constants(f);
-    const int8x8_t lowest = vdup_n_s8(f.lowest);
+    const auto lowest = Columns::Repeat(f.lowest);
+    const auto inside = kSides == Sides::kBoth ? Columns::Load(p.inside) : lowest;
     const size_t width = p.width;
-    const int8_t* src = p.src - LoadedBefore(kSides);
-    for (size_t done = 0; done < p.height; done += kStripRows) {
-        const size_t y = std::min(done, p.height - kStripRows);
-        const bool atEnd = y + kStripRows == p.height;
-        const int8_t* next = src + y * width;
-        const int8_t* at = y > 0 ? next - width : kZeroRow;
-        int8_t* dst = p.dst + y * width;
-        Sums sums[kStripRows];
+    const int8_t* at = kZeroRow;
+    const int8_t* next = p.src - LoadedBefore<kSides, Columns>();
+    int8_t* dst = p.dst;
+    for (size_t left = p.height; left > 0;) {
+        if (left < kStripRows) {
+            const size_t again = (kStripRows - left) * width;
+            at -= again;
+            next -= again;
+            dst -= again;
+            left = kStripRows;
+        }
+        left -= kStripRows;
+        const bool atEnd = left == 0;
+        Sums sums[kStripRows][2];
 #pragma GCC unroll 8
         for (size_t i = 0; i < kStripRows + 2; ++i) {
-            const InputRow row = LoadRow<kSides>(at, p.inside);
+            const InputRow<Columns> row = LoadRow<kSides, Columns>(at, inside);
             at = next;
             next += width;
             if (kSides == Sides::kBoth && i + 1 == kStripRows && atEnd) {
@@ -522,47 +615,66 @@ void ConvolveStrip(const StripPlane& p, const Filter& f) {
                 at = kZeroRow;
             }
             if (i >= 2) {
-                sums[i - 2].AddBottom(row, weights + 6);
-                const int8x8_t output = vmax_s8(sums[i - 2].Requantised(constants), lowest);
+                int16x8_t shifted[2];
+                sums[i - 2][0].template AddBottom<Columns, 0>(row, weights + 6);
+                shifted[0] = sums[i - 2][0].Shifted(constants);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i - 2][1].template AddBottom<Columns, 1>(row, weights + 6);
+                    shifted[1] = sums[i - 2][1].Shifted(constants);
+                }
+                const auto output = Columns::Max(Columns::Narrow(shifted), lowest);
                 if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
-                    int8_t lastRow[kStripColumns];
-                    vst1_s8(lastRow, output);
+                    int8_t lastRow[Columns::kCount];
+                    Columns::Store(lastRow, output);
                     std::memcpy(dst, lastRow, width);
                 } else {
-                    vst1_s8(dst, output);
+                    Columns::Store(dst, output);
                 }
                 dst += width;
             }
             if (i >= 1 && i <= kStripRows) {
-                sums[i - 1].AddMiddle(row, weights + 3);
+                sums[i - 1][0].template AddMiddle<Columns, 0>(row, weights + 3);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i - 1][1].template AddMiddle<Columns, 1>(row, weights + 3);
+                }
             }
             if (i < kStripRows) {
-                sums[i].AddTop(row, weights, constants);
+                sums[i][0].template AddTop<Columns, 0>(row, weights, constants);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i][1].template AddTop<Columns, 1>(row, weights, constants);
+                }
             }
         }
+        next -= 2 * width;
+        at = next - width;
     }
 }
 
 template <class Sums>
 void ConvolvePlane(StripPlane p, const Filter& f) {
-    if (p.width <= kStripColumns) {
-        int8_t last[kStripColumns] = {};
+    constexpr size_t kWide = WideColumns::kCount;
+    constexpr size_t kNarrow = Columns8::kCount;
+    if (p.width <= kWide) {
+        int8_t last[kWide] = {};
         std::memcpy(last, p.src + (p.height - 1) * p.width, p.width);
         p.last = last;
-        ConvolveStrip<Sides::kBoth, Sums>(p, f);
-        return;
+        return p.width <= kNarrow ? ConvolveStrip<Sides::kBoth, Columns8, Sums>(p, f)
+                                  : ConvolveStrip<Sides::kBoth, WideColumns, Sums>(p, f);
     }
-    const size_t lastColumn = p.width - kStripColumns;
-    ConvolveStrip<Sides::kLeft, Sums>(p, f);
     StripPlane strip = p;
-    for (size_t column = kStripColumns; column < lastColumn; column += kStripColumns) {
+    ConvolveStrip<Sides::kLeft, WideColumns, Sums>(strip, f);
+    size_t column = kWide;
+    for (; column + kWide < p.width; column += kWide) {
         strip.src = p.src + column;
         strip.dst = p.dst + column;
-        ConvolveStrip<Sides::kNone, Sums>(strip, f);
+        ConvolveStrip<Sides::kNone, WideColumns, Sums>(strip, f);
     }
-    strip.src = p.src + lastColumn;
-    strip.dst = p.dst + lastColumn;
-    ConvolveStrip<Sides::kRight, Sums>(strip, f);
+    const bool narrow = p.width - column <= kNarrow;
+    column = p.width - (narrow ? kNarrow : kWide);
+    strip.src = p.src + column;
+    strip.dst = p.dst + column;
+    return narrow ? ConvolveStrip<Sides::kRight, Columns8, Sums>(strip, f)
+                  : ConvolveStrip<Sides::kRight, WideColumns, Sums>(strip, f);
 }
 
 // ---- Planes and rows ---------------------------------------------------------------------------
@@ -673,9 +785,9 @@ void Depthwise(const DepthwisePlanes& p) {
         return;
     }
     const size_t plane = p.width * p.height;
-    const uint8x8_t lanes = vcreate_u8(0x0706050403020100u);
-    const uint8_t width = static_cast<uint8_t>(std::min(p.width, kStripColumns));
-    StripPlane at{p.src, nullptr, p.dst, p.width, p.height, vclt_u8(lanes, vdup_n_u8(width))};
+    int8_t inside[WideColumns::kCount] = {};
+    std::memset(inside, -1, std::min(p.width, WideColumns::kCount));
+    StripPlane at{p.src, nullptr, inside, p.dst, p.width, p.height};
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
         if (HalvedSums::Take(filter)) {
