@@ -602,13 +602,14 @@ void ConvolveStrip(const StripPlane& p, const Filter& f) {
         }
         left -= kStripRows;
         const bool atEnd = left == 0;
+        const size_t lastRow = kStripRows + left; // of the plane, if loaded here at all
         Sums sums[kStripRows][2];
 #pragma GCC unroll 8
         for (size_t i = 0; i < kStripRows + 2; ++i) {
             const InputRow<Columns> row = LoadRow<kSides, Columns>(at, inside);
             at = next;
             next += width;
-            if (kSides == Sides::kBoth && i + 1 == kStripRows && atEnd) {
+            if (kSides == Sides::kBoth && i + 1 == lastRow) {
                 at = p.last;
             }
             if (i == kStripRows && atEnd) {
@@ -624,9 +625,9 @@ void ConvolveStrip(const StripPlane& p, const Filter& f) {
                 }
                 const auto output = Columns::Max(Columns::Narrow(shifted), lowest);
                 if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
-                    int8_t lastRow[Columns::kCount];
-                    Columns::Store(lastRow, output);
-                    std::memcpy(dst, lastRow, width);
+                    int8_t bytes[Columns::kCount];
+                    Columns::Store(bytes, output);
+                    std::memcpy(dst, bytes, width);
                 } else {
                     Columns::Store(dst, output);
                 }

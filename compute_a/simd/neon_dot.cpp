@@ -108,6 +108,7 @@ inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps,
             sums[c][v] = vdupq_n_s32(bias[c]);
         }
     }
+#pragma GCC unroll 4
     for (; steps > 0; --steps, weights += 16, values += 16 * Vectors) {
         const int8x16_t w = vld1q_s8(weights);
 #pragma GCC unroll 4
