@@ -11,7 +11,6 @@ namespace neon {
 
 void Multiply(const MatrixProduct& product);
 void Depthwise(const DepthwisePlanes& planes);
-int32_t Dot(const int8_t* a, const int8_t* b, size_t count);
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst);
 void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst);
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst);

@@ -239,7 +239,7 @@ void Multiply(const MatrixProduct& p) {
 } // namespace
 
 const Routines kNeonDotRoutines{
-    "neon_dot",        Multiply,        neon::Depthwise, neon::Dot,       neon::MaxPoolStride1,
+    "neon_dot",        Multiply,        neon::Depthwise, plain::Dot,      neon::MaxPoolStride1,
     neon::MaxPoolRows, neon::SampleRow, neon::Rectify,   plain::FlipSign, neon::Add};
 
 } // namespace orvo
