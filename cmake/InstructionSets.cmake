@@ -16,4 +16,17 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     set_source_files_properties(cipher/aes_ni.cpp PROPERTIES COMPILE_OPTIONS "-maes;-msse4.1")
     set_source_files_properties(cipher/aes128.cpp PROPERTIES COMPILE_DEFINITIONS
                                 ORVO_HAVE_AES_INSTRUCTIONS)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
+    # NEON is in the base line of both targets; see the toolchain files.
+    list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
+    list(APPEND ORVO_PATHS neon)
+    # Scheduled before registers are given out, the tiles and strips would not fit the registers.
+    set_source_files_properties(compute_a/simd/neon.cpp PROPERTIES COMPILE_OPTIONS
+        "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+        list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
+        list(APPEND ORVO_PATHS neon_dot)
+        set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
+            "-march=armv8.2-a+dotprod")
+    endif()
 endif()

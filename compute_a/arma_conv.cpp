@@ -37,28 +37,30 @@ struct Band {
 
 constexpr size_t kBandPixels = 192;
 
-// One row of the band's matrix for stride 1: each output row is a piece of an input row, with zeros
-// where it reaches outside.
-void ExpandTapStride1(const int8_t* plane, const Geometry& g, const Band& band, size_t ky,
-                      size_t kx, int8_t* row) {
-    // Output columns from..to lie inside the input, kx - pad columns to the right of their own.
-    const size_t from = std::min(g.pad > kx ? g.pad - kx : 0, g.dstWidth);
-    const size_t to =
-        std::clamp(g.srcWidth + g.pad > kx ? g.srcWidth + g.pad - kx : 0, from, g.dstWidth);
-    for (size_t oy = band.firstRow; oy < band.firstRow + band.rows; ++oy, row += g.dstWidth) {
-        const size_t iy = oy + ky - g.pad; // above the first row it wraps to a huge value
-        if (iy >= g.srcHeight || from == to) {
-            std::memset(row, 0, g.dstWidth);
-            continue;
-        }
-        // The edges are a byte or two: too little for a call.
-        for (size_t ox = 0; ox < from; ++ox) {
-            row[ox] = 0;
-        }
-        std::memcpy(row + from, plane + iy * g.srcWidth + (from + kx - g.pad), to - from);
-        for (size_t ox = to; ox < g.dstWidth; ++ox) {
-            row[ox] = 0;
-        }
+// One row of the band's matrix where output and input are equally wide and the stride is 1: one
+// piece of the input plane, moved by some rows and columns, with zeros where that leaves the plane
+// or its rows run into their neighbours.
+void ExpandTapInOnePiece(const int8_t* plane, const Geometry& g, const Band& band, size_t ky,
+                         size_t kx, int8_t* row) {
+    const int64_t width = static_cast<int64_t>(g.srcWidth);
+    const int64_t count = static_cast<int64_t>(band.rows) * width;
+    const int64_t planeEnd = static_cast<int64_t>(g.srcHeight) * width;
+    const int64_t columns = static_cast<int64_t>(kx) - static_cast<int64_t>(g.pad);
+    const int64_t rows = static_cast<int64_t>(band.firstRow + ky) - static_cast<int64_t>(g.pad);
+    const int64_t start = rows * width + columns; // in the plane, of the row's first value
+    const int64_t from = std::clamp<int64_t>(-start, 0, count);
+    const int64_t to = std::clamp<int64_t>(planeEnd - start, from, count);
+    std::memset(row, 0, static_cast<size_t>(from));
+    if (to > from) {
+        std::memcpy(row + from, plane + static_cast<ptrdiff_t>(start + from),
+                    static_cast<size_t>(to - from));
+    }
+    std::memset(row + to, 0, static_cast<size_t>(count - to));
+    const int64_t firstInside = std::min(std::max<int64_t>(-columns, 0), width);
+    const int64_t lastInside = std::max(std::min(width - columns, width), int64_t{0});
+    for (int8_t* const end = row + static_cast<ptrdiff_t>(count); row != end; row += g.srcWidth) {
+        std::fill(row, row + static_cast<ptrdiff_t>(firstInside), int8_t{0});
+        std::fill(row + static_cast<ptrdiff_t>(lastInside), row + g.srcWidth, int8_t{0});
     }
 }
 
@@ -76,7 +78,8 @@ void ExpandTap(const int8_t* plane, const Geometry& g, const Band& band, size_t 
 }
 
 void Expand(const int8_t* src, const Geometry& g, const Band& band, int8_t* matrix) {
-    const auto expandTap = g.stride == 1 ? ExpandTapStride1 : ExpandTap;
+    const bool inOnePiece = g.stride == 1 && g.dstWidth == g.srcWidth;
+    const auto expandTap = inOnePiece ? ExpandTapInOnePiece : ExpandTap;
     for (size_t c = 0; c < g.srcChannels; ++c) {
         const int8_t* plane = src + c * g.srcHeight * g.srcWidth;
         for (size_t ky = 0; ky < g.kernelSize; ++ky) {

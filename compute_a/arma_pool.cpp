@@ -124,12 +124,11 @@ void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t 
                     int8_t* dst, void* /*scratch*/) {
     const auto sampleRow = orvo::ChosenRoutines().sampleRow;
     const size_t dstWidth = (size_t{width} + 1) / 2;
-    for (uint32_t c = 0; c < channels; ++c) {
-        for (int32_t y = 0; y < height; ++y, src += width) {
-            if (y % 2 == 0) {
-                sampleRow(src, dstWidth, dst);
-                dst += dstWidth;
-            }
+    const size_t dstHeight = height > 0 ? (static_cast<size_t>(height) + 1) / 2 : 0;
+    const size_t plane = height > 0 ? size_t{width} * static_cast<size_t>(height) : 0;
+    for (uint32_t c = 0; c < channels; ++c, src += plane) {
+        for (size_t y = 0; y < dstHeight; ++y, dst += dstWidth) {
+            sampleRow(src + 2 * y * width, dstWidth, dst);
         }
     }
 }

@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__aarch64__)
+#include <sys/auxv.h>
+#endif
+
 namespace orvo {
 namespace {
 
@@ -15,6 +19,13 @@ bool HasAvx512Vnni() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
            __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vnni");
+}
+#endif
+
+#if defined(__aarch64__)
+bool HasDotProduct() {
+    constexpr unsigned long kDotProduct = 1ul << 20; // HWCAP_ASIMDDP
+    return (getauxval(AT_HWCAP) & kDotProduct) != 0;
 }
 #endif
 
@@ -41,6 +52,14 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
     if (__builtin_cpu_supports("avx2")) {
         paths[count++] = &kAvx2Routines;
     }
+#endif
+#if defined(__aarch64__)
+    if (HasDotProduct()) {
+        paths[count++] = &kNeonDotRoutines;
+    }
+#endif
+#if defined(__ARM_NEON)
+    paths[count++] = &kNeonRoutines;
 #endif
     paths[count++] = &kPlainRoutines;
     return count;

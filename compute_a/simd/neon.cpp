@@ -1,0 +1,894 @@
+// SPDX-License-Identifier: MIT
+//
+// NEON, the same source for 32-bit ARM and for 64-bit ARM without the dot-product instruction.
+//
+// vmull.s8 and vmlal.s8 multiply eight bytes by eight into 16-bit sums, which is where the work is
+// cheap: how many products such a sum may take before it is widened is decided from the weights,
+// which are known. With a total of |w| up to 255 a sum of products with any int8 values is at most
+// 255 * 128 = 32640, so nothing is lost. Two products of -128 by -128 are beyond that.
+//
+// Millions of instructions a face, counted under emulation, plain and here:
+//
+//                         32-bit           64-bit
+//     convolution       42.2   3.1       29.3   3.0
+//     pointwise        197.2  11.0      134.2  11.1
+//     depthwise         85.8   4.9       80.9   4.0
+//     max pooling        2.53  0.60       2.41  0.53
+//     addition           0.94  0.27       0.98  0.31
+//     rectifier          0.22  0.19       0.26  0.17
+//     sampling           0.42  0.26       0.42  0.24
+//     in all           329.7  20.3      248.8  19.4
+//
+// The dot product and the flipping of signs are not here: what compilers make of the plain ones is
+// as good.
+#include "compute_a/simd/neon.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "compute_a/simd/neon_lanes.h"
+#include "compute_a/simd/plain.h"
+
+namespace orvo {
+namespace {
+
+constexpr uint32_t kMostWeight = 255; // the largest total of |w| that a 16-bit sum may take
+
+// ---- Matrix product ----------------------------------------------------------------------------
+//
+// A tile is 8 pixels of 4 planes. Four rows make a step: the pixels' values are interleaved row by
+// row in pairs, so that the 16-bit sum of a lane holds one row of each pair, and vpadal adds the
+// two while it widens. A step's 32 bytes are
+//     pixels 0 to 3: rows 0 and 1, rows 2 and 3; pixels 4 to 7: rows 0 and 1, rows 2 and 3
+// and meet 16 bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
+
+constexpr size_t kTilePixels = 8;
+constexpr size_t kStepRows = 4;
+constexpr size_t kStepBytes = kStepRows * kTilePixels;
+constexpr size_t kGroup = 4;
+constexpr size_t kMaxSteps = 64; // of which the weights, four times as large, fit the stack
+constexpr size_t kBlockBytes = 16 * 1024; // pixels packed at a time: they stay in the first cache
+
+// When the 16-bit sums of a group are widened.
+enum class Widen {
+    kStep,  // after each step of four rows
+    kPair,  // after two steps
+    kEnd,   // after the last: they take all rows
+    kNever, // they cannot take even one step
+};
+
+// One group's weights as the tiles read them: two steps of a channel side by side.
+struct GroupWeights {
+    alignas(16) int8_t bytes[kMaxSteps * kGroup * 16];
+    Widen widen;
+};
+
+inline bool AllWithin(uint16x8_t weightTotals) {
+    const uint8x8_t above = vshrn_n_u16(weightTotals, 8);
+    return vget_lane_u64(vreinterpret_u64_u8(above), 0) == 0;
+}
+
+constexpr size_t kPairRows = 2 * kStepRows;
+
+// The weights of two steps, interleaved by channel as groups are stored; zeros after the last row.
+// A leftover channel stands first in an otherwise empty group.
+template <size_t Channels>
+const int8_t* PairWeights(const int8_t* weights, size_t rows, int8_t copy[32]) {
+    if (Channels == kGroup && rows >= kPairRows) {
+        return weights;
+    }
+    std::memset(copy, 0, 32);
+    for (size_t k = 0; k < std::min(rows, kPairRows); ++k) {
+        for (size_t c = 0; c < Channels; ++c) {
+            copy[kGroup * k + c] = weights[Channels * k + c];
+        }
+    }
+    return copy;
+}
+
+// Totals of |w| in the 16-bit sums that a step adds to: rows 0 and 2 of each channel, rows 1 and 3
+// of each channel. The magnitude of -128 is right as an unsigned byte.
+inline uint16x8_t StepTotals(int8x16_t weights) {
+    const uint8x16_t magnitudes = vreinterpretq_u8_s8(vabsq_s8(weights));
+    return vaddl_u8(vget_low_u8(magnitudes), vget_high_u8(magnitudes));
+}
+
+template <size_t Channels>
+void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
+    uint16x8_t stepMost = vdupq_n_u16(0);
+    uint16x8_t pairMost = stepMost;
+    uint16x8_t total = stepMost;
+    int8_t* to = group.bytes;
+    for (size_t k = 0; k < inner; k += kPairRows) {
+        int8_t copy[32];
+        const int8_t* pair = PairWeights<Channels>(weights + Channels * k, inner - k, copy);
+        const int8x8x4_t rows = vld4_s8(pair);
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            Store32(RepeatPairs(rows.val[c]), to);
+        }
+        const uint16x8_t one = StepTotals(vld1q_s8(pair));
+        const uint16x8_t two = StepTotals(vld1q_s8(pair + 16));
+        const uint16x8_t both = vaddq_u16(one, two);
+        stepMost = vmaxq_u16(stepMost, vmaxq_u16(one, two));
+        pairMost = vmaxq_u16(pairMost, both);
+        total = vaddq_u16(total, both);
+    }
+    static_assert(kMostWeight == 255);
+    group.widen = AllWithin(total)      ? Widen::kEnd
+                  : AllWithin(pairMost) ? Widen::kPair
+                  : AllWithin(stepMost) ? Widen::kStep
+                                        : Widen::kNever;
+}
+
+// The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums
+// (or, for kEnd, of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2 of
+// 16-bit sums.
+template <size_t Channels, Widen kWiden>
+inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, const int32_t* bias,
+                    int32x4_t sums[Channels][2]) {
+    int16x8_t parts[Channels][2];
+#pragma GCC unroll 4
+    for (size_t c = 0; c < Channels; ++c) {
+        sums[c][0] = sums[c][1] = vdupq_n_s32(bias[c]);
+        parts[c][0] = parts[c][1] = vdupq_n_s16(0);
+    }
+    for (; steps >= 2; steps -= 2) {
+        const Bytes32 one = Load32(values);
+        const Bytes32 two = Load32(values);
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            const Bytes32 w = Load32(weights);
+            if constexpr (kWiden == Widen::kEnd) {
+                parts[c][0] = MultiplyAdd<0, 0>(parts[c][0], one, w);
+                parts[c][1] = MultiplyAdd<1, 0>(parts[c][1], one, w);
+                parts[c][0] = MultiplyAdd<0, 1>(parts[c][0], two, w);
+                parts[c][1] = MultiplyAdd<1, 1>(parts[c][1], two, w);
+            } else if constexpr (kWiden == Widen::kPair) {
+                const int16x8_t low = Multiply<0, 0>(one, w);
+                const int16x8_t high = Multiply<1, 0>(one, w);
+                sums[c][0] = vpadalq_s16(sums[c][0], MultiplyAdd<0, 1>(low, two, w));
+                sums[c][1] = vpadalq_s16(sums[c][1], MultiplyAdd<1, 1>(high, two, w));
+            } else {
+                sums[c][0] = vpadalq_s16(sums[c][0], Multiply<0, 0>(one, w));
+                sums[c][1] = vpadalq_s16(sums[c][1], Multiply<1, 0>(one, w));
+                sums[c][0] = vpadalq_s16(sums[c][0], Multiply<0, 1>(two, w));
+                sums[c][1] = vpadalq_s16(sums[c][1], Multiply<1, 1>(two, w));
+            }
+        }
+    }
+    if (steps != 0) {
+        const Bytes32 one = Load32(values);
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            const Bytes32 w = Load32(weights); // of which the first half is this step's
+            if constexpr (kWiden == Widen::kEnd) {
+                parts[c][0] = MultiplyAdd<0, 0>(parts[c][0], one, w);
+                parts[c][1] = MultiplyAdd<1, 0>(parts[c][1], one, w);
+            } else {
+                sums[c][0] = vpadalq_s16(sums[c][0], Multiply<0, 0>(one, w));
+                sums[c][1] = vpadalq_s16(sums[c][1], Multiply<1, 0>(one, w));
+            }
+        }
+    }
+    if constexpr (kWiden == Widen::kEnd) {
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            sums[c][0] = vpadalq_s16(sums[c][0], parts[c][0]);
+            sums[c][1] = vpadalq_s16(sums[c][1], parts[c][1]);
+        }
+    }
+}
+
+// Packed pixels: a tile after the other, the last one perhaps not full.
+struct Block {
+    const int8_t* values;
+    size_t steps;
+    size_t pixels;
+};
+
+template <size_t Channels, Widen kWiden>
+void MultiplyTiles(const MatrixProduct& p, const Block& block, const GroupWeights& group,
+                   const int32_t* bias, int8_t* dst) {
+    const int32x4_t shiftCount = RightShiftCount(p.shift);
+    const size_t pitch = p.planePitch;
+    const size_t steps = block.steps;
+    const int8_t* values = block.values;
+    for (size_t pixel = 0; pixel < block.pixels; pixel += kTilePixels, dst += kTilePixels) {
+        int32x4_t sums[Channels][2];
+        SumTile<Channels, kWiden>(values, group.bytes, steps, bias, sums);
+        values += steps * kStepBytes;
+        const size_t left = block.pixels - pixel;
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            const int8x8_t outputs = Requantise(sums[c][0], sums[c][1], shiftCount);
+            if (left >= kTilePixels) {
+                vst1_s8(dst + c * pitch, outputs);
+            } else {
+                int8_t last[kTilePixels];
+                vst1_s8(last, outputs);
+                std::memcpy(dst + c * pitch, last, left);
+            }
+        }
+    }
+}
+
+// `Channels` planes, from `channel` on, of the block that starts at `pixel`.
+template <size_t Channels>
+void MultiplyGroup(const MatrixProduct& p, const Block& block, size_t pixel, size_t channel,
+                   const int8_t* weights) {
+    GroupWeights group;
+    LoadGroup<Channels>(weights, p.inner, group);
+    const int32_t* bias = p.bias + channel;
+    int8_t* dst = p.dst + channel * p.planePitch + pixel;
+    switch (group.widen) {
+        case Widen::kEnd:
+            return MultiplyTiles<Channels, Widen::kEnd>(p, block, group, bias, dst);
+        case Widen::kPair:
+            return MultiplyTiles<Channels, Widen::kPair>(p, block, group, bias, dst);
+        case Widen::kStep:
+            return MultiplyTiles<Channels, Widen::kStep>(p, block, group, bias, dst);
+        case Widen::kNever:
+            break;
+    }
+    MatrixProduct rare = p;
+    rare.rows += pixel;
+    rare.pixels = block.pixels;
+    rare.weights = weights;
+    rare.channels = Channels;
+    rare.bias = bias;
+    rare.dst = dst;
+    plain::Multiply(rare);
+}
+
+inline void PackStep(const int8x8_t row[kStepRows], int8_t* to) {
+    const int8x8x2_t rows01 = vzip_s8(row[0], row[1]);
+    const int8x8x2_t rows23 = vzip_s8(row[2], row[3]);
+    vst1_s8(to, rows01.val[0]);
+    vst1_s8(to + 8, rows23.val[0]);
+    vst1_s8(to + 16, rows01.val[1]);
+    vst1_s8(to + 24, rows23.val[1]);
+}
+
+// One tile's half of rows interleaved 16 pixels at a time; `to` moves past it.
+inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
+    vst1_s8(to, vget_low_s8(rows01));
+    vst1_s8(to + 8, vget_low_s8(rows23));
+    vst1_s8(to + 16, vget_high_s8(rows01));
+    vst1_s8(to + 24, vget_high_s8(rows23));
+    to += kStepBytes;
+}
+
+// The first `count` pixels of four rows, of which the first `rows` exist; zeros for the others.
+inline void LoadRest(const int8_t* at, size_t pitch, size_t rows, size_t count,
+                     int8x8_t row[kStepRows]) {
+    for (size_t i = 0; i < kStepRows; ++i) {
+        int8_t pixels[kTilePixels] = {};
+        if (i < rows) {
+            std::memcpy(pixels, at + i * pitch, count);
+        }
+        row[i] = vld1_s8(pixels);
+    }
+}
+
+// The steps of one tile of `count` pixels, perhaps fewer than a tile has.
+void PackTile(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
+    const int8_t* at = p.rows + pixel;
+    for (size_t k = 0; k < p.inner; k += kStepRows, to += kStepBytes) {
+        int8x8_t row[kStepRows];
+        if (count == kTilePixels && k + kStepRows <= p.inner) {
+#pragma GCC unroll 4
+            for (size_t i = 0; i < kStepRows; ++i, at += p.rowPitch) {
+                row[i] = vld1_s8(at);
+            }
+        } else {
+            LoadRest(at, p.rowPitch, p.inner - k, count, row);
+            at += kStepRows * p.rowPitch;
+        }
+        PackStep(row, to);
+    }
+}
+
+// The same for two full tiles, except for a last step of fewer than four rows.
+void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to) {
+    const int8_t* at = p.rows + pixel;
+    int8_t* second = to + steps * kStepBytes;
+    for (size_t k = 0; k + kStepRows <= p.inner; k += kStepRows) {
+        int8x16_t row[kStepRows];
+#pragma GCC unroll 4
+        for (size_t i = 0; i < kStepRows; ++i, at += p.rowPitch) {
+            row[i] = vld1q_s8(at);
+        }
+        const int8x16x2_t rows01 = vzipq_s8(row[0], row[1]);
+        const int8x16x2_t rows23 = vzipq_s8(row[2], row[3]);
+        StoreStep(rows01.val[0], rows23.val[0], to);
+        StoreStep(rows01.val[1], rows23.val[1], second);
+    }
+    const size_t rest = p.inner % kStepRows;
+    for (size_t tile = 0; tile < 2 && rest != 0; ++tile) {
+        int8x8_t row[kStepRows];
+        LoadRest(at + tile * kTilePixels, p.rowPitch, rest, kTilePixels, row);
+        PackStep(row, tile == 0 ? to : second);
+    }
+}
+
+void PackBlock(const MatrixProduct& p, size_t pixel, const Block& block, int8_t* to) {
+    const size_t tileBytes = block.steps * kStepBytes;
+    size_t done = 0;
+    for (; done + 2 * kTilePixels <= block.pixels; done += 2 * kTilePixels, to += 2 * tileBytes) {
+        PackTwoTiles(p, pixel + done, block.steps, to);
+    }
+    for (; done < block.pixels; done += kTilePixels, to += tileBytes) {
+        PackTile(p, pixel + done, std::min(kTilePixels, block.pixels - done), to);
+    }
+}
+
+void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
+    const int8_t* weights = p.weights;
+    size_t channel = 0;
+    for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
+        MultiplyGroup<kGroup>(p, block, pixel, channel, weights);
+    }
+    for (; channel < p.channels; ++channel, weights += p.groupBytes) {
+        MultiplyGroup<1>(p, block, pixel, channel, weights);
+    }
+}
+
+// ---- Depthwise ---------------------------------------------------------------------------------
+//
+// A strip of some columns walks down its plane, six output rows at a time: each of the eight input
+// rows around them is loaded once, with its neighbours to the left and to the right, and is the top
+// row of one output, the middle row of the one above and the bottom row of the one above that.
+// Where rows or columns are left over, the last strip or the last six rows overlap those before.
+
+constexpr size_t kStripRows = 6;
+// A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
+constexpr size_t kMinWidth = 4;
+
+constexpr int8_t kZeroRow[32] = {};
+
+#if defined(__aarch64__)
+using Weight = int8x16_t; // one weight in all lanes
+inline Weight LoadWeight(const int8_t* weight) { return vld1q_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return vget_low_s8(weight); }
+#else
+using Weight = int8x8_t;
+inline Weight LoadWeight(const int8_t* weight) { return vld1_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return weight; }
+#endif
+
+// The columns of a strip, and their neighbours.
+template <class Columns>
+struct InputRow {
+    typename Columns::Vector left, centre, right;
+};
+
+// Strips of eight columns.
+struct Columns8 {
+    using Vector = int8x8_t;
+    static constexpr size_t kCount = 8;
+    static constexpr size_t kHalves = 1; // vectors of 16-bit sums
+    static Vector Load(const int8_t* from) { return vld1_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdup_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vand_s8(a, b); }
+    static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
+    // The columns to the left and to the right, zeros outside.
+    static Vector Left(Vector v) {
+        return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    static Vector Right(Vector v) {
+        return vreinterpret_s8_u64(vshr_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    // A row inside a plane, from 7 columns before the strip to the one after it.
+    static constexpr size_t kLoadedBefore = 7;
+    static InputRow<Columns8> LoadInside(const int8_t* from) {
+        const int8x16_t columns = vld1q_s8(from);
+        const int8x8_t low = vget_low_s8(columns);
+        const int8x8_t high = vget_high_s8(columns);
+        return {vext_s8(low, high, 6), vext_s8(low, high, 7), high};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return vmull_s8(v, LowHalf(w));
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return vmlal_s8(sum, v, LowHalf(w));
+    }
+};
+
+#if defined(__aarch64__)
+
+// Strips of sixteen, for which 32-bit ARM has too few registers.
+struct Columns16 {
+    using Vector = int8x16_t;
+    static constexpr size_t kCount = 16;
+    static constexpr size_t kHalves = 2;
+    static Vector Load(const int8_t* from) { return vld1q_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdupq_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vandq_s8(a, b); }
+    static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
+    static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
+    static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
+    static constexpr size_t kLoadedBefore = 1;
+    static InputRow<Columns16> LoadInside(const int8_t* from) {
+        return {vld1q_s8(from), vld1q_s8(from + 1), vld1q_s8(from + 2)};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return Half == 0 ? vmull_s8(vget_low_s8(v), vget_low_s8(w)) : vmull_high_s8(v, w);
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
+    }
+};
+
+using WideColumns = Columns16;
+
+#else
+
+using WideColumns = Columns8;
+
+#endif
+
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyRow(const InputRow<Columns>& row, const Weight weights[3]) {
+    int16x8_t sum = Columns::template Multiply<Half>(row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
+}
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyAddRow(int16x8_t sum, const InputRow<Columns>& row,
+                                const Weight weights[3]) {
+    sum = Columns::template MultiplyAdd<Half>(sum, row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
+}
+
+// One channel's parameters.
+struct Filter {
+    const int8_t* weights;
+    int32_t bias;
+    uint32_t shift;
+    int8_t lowest;
+};
+
+// Totals of |w|: the outer rows' and the middle row's.
+struct FilterTotals {
+    uint64_t outer, middle;
+};
+inline FilterTotals TotalsOf(const int8_t* weights) {
+    const uint8x8_t first8 = vreinterpret_u8_s8(vabs_s8(vld1_s8(weights)));
+    const uint8x8_t middle = vcreate_u8(0x0000FFFFFF000000u);
+    const uint8x16_t parts = vcombine_u8(vbic_u8(first8, middle), vand_u8(first8, middle));
+    const uint64x2_t totals = vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(parts)));
+    return {vgetq_lane_u64(totals, 0) + static_cast<uint64_t>(std::abs(weights[8])),
+            vgetq_lane_u64(totals, 1)};
+}
+
+// Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
+// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest
+// of the bias is added to it, and a shift by one less than asked for is all that is left to do.
+// Where the last addition saturates, so does the output, since no more than eight further bits are
+// shifted out. Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of
+// sums, 4 of constants.
+struct HalvedSums {
+    static bool Take(const Filter& f) {
+        const FilterTotals totals = TotalsOf(f.weights);
+        return totals.outer <= kMostWeight && totals.middle <= kMostWeight && f.shift >= 1 &&
+               f.shift <= 9 && f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
+    }
+
+    struct Constants {
+        int16x8_t lowestBit, halfBias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : lowestBit(vdupq_n_s16(static_cast<int16_t>(f.bias & 1))),
+              halfBias(vdupq_n_s16(static_cast<int16_t>(f.bias >> 1))),
+              shiftCount(vdupq_n_s16(static_cast<int16_t>(1 - static_cast<int32_t>(f.shift)))) {}
+    };
+
+    int16x8_t outer, middle;
+
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
+        outer = MultiplyAddRow<Columns, Half>(constants.lowestBit, row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        middle = MultiplyRow<Columns, Half>(row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        outer = MultiplyAddRow<Columns, Half>(outer, row, weights);
+    }
+    int16x8_t Shifted(const Constants& constants) const {
+        const int16x8_t half = vqaddq_s16(vhaddq_s16(outer, middle), constants.halfBias);
+        return vshlq_s16(half, constants.shiftCount);
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
+// share a 16-bit sum, which only two weights of -128 could overflow.
+struct WidenedSums {
+    static bool Take(const Filter& f) {
+        const int8_t* w = f.weights;
+        return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
+    }
+
+    struct Constants {
+        int32x4_t bias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : bias(vdupq_n_s32(f.bias)), shiftCount(RightShiftCount(f.shift)) {}
+    };
+
+    int32x4_t low, high;
+
+    void Add(int16x8_t products) {
+        low = vaddw_s16(low, vget_low_s16(products));
+        high = vaddw_s16(high, vget_high_s16(products));
+    }
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
+        low = high = constants.bias;
+        AddMiddle<Columns, Half>(row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+    }
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        AddMiddle<Columns, Half>(row, weights);
+    }
+    int16x8_t Shifted(const Constants& constants) const {
+        return NarrowPair(vshlq_s32(low, constants.shiftCount),
+                          vshlq_s32(high, constants.shiftCount));
+    }
+};
+
+// Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
+enum class Sides { kNone, kLeft, kRight, kBoth };
+
+// One plane as a strip sees it: its first column in the first row, and in the last row. A strip
+// wider than the plane has a copy of the last row, since it must not load what lies after it, and a
+// mask of the columns that are the plane's own.
+struct StripPlane {
+    const int8_t* src;
+    const int8_t* last;
+    const int8_t* inside;
+    int8_t* dst;
+    size_t width, height;
+};
+
+// How far to the left of a strip its rows are loaded.
+template <Sides kSides, class Columns>
+constexpr size_t LoadedBefore() {
+    return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
+}
+
+template <Sides kSides, class Columns>
+inline InputRow<Columns> LoadRow(const int8_t* from, typename Columns::Vector inside) {
+    if constexpr (kSides == Sides::kNone) {
+        return Columns::LoadInside(from);
+    } else if constexpr (kSides == Sides::kLeft) {
+        const auto centre = Columns::Load(from);
+        return {Columns::Left(centre), centre, Columns::Load(from + 1)};
+    } else if constexpr (kSides == Sides::kRight) {
+        const auto centre = Columns::Load(from + 1);
+        return {Columns::Load(from), centre, Columns::Right(centre)};
+    } else {
+        const auto centre = Columns::And(Columns::Load(from), inside);
+        return {Columns::Left(centre), centre, Columns::Right(centre)};
+    }
+}
+
+template <Sides kSides, class Columns, class Sums>
+void ConvolveStrip(const StripPlane& p, const Filter& f) {
+    Weight weights[9];
+#pragma GCC unroll 9
+    for (size_t i = 0; i < 9; ++i) {
+        weights[i] = LoadWeight(f.weights + i);
+    }
+    const typename Sums::Constants constants(f);
+    const auto lowest = Columns::Repeat(f.lowest);
+    const auto inside = kSides == Sides::kBoth ? Columns::Load(p.inside) : lowest;
+    const size_t width = p.width;
+    const int8_t* at = kZeroRow;
+    const int8_t* next = p.src - LoadedBefore<kSides, Columns>();
+    int8_t* dst = p.dst;
+    for (size_t left = p.height; left > 0;) {
+        if (left < kStripRows) {
+            const size_t again = (kStripRows - left) * width;
+            at -= again;
+            next -= again;
+            dst -= again;
+            left = kStripRows;
+        }
+        left -= kStripRows;
+        const bool atEnd = left == 0;
+        const size_t lastRow = kStripRows + left; // of the plane, if loaded here at all
+        Sums sums[kStripRows][2];
+#pragma GCC unroll 8
+        for (size_t i = 0; i < kStripRows + 2; ++i) {
+            const InputRow<Columns> row = LoadRow<kSides, Columns>(at, inside);
+            at = next;
+            next += width;
+            if (kSides == Sides::kBoth && i + 1 == lastRow) {
+                at = p.last;
+            }
+            if (i == kStripRows && atEnd) {
+                at = kZeroRow;
+            }
+            if (i >= 2) {
+                int16x8_t shifted[2];
+                sums[i - 2][0].template AddBottom<Columns, 0>(row, weights + 6);
+                shifted[0] = sums[i - 2][0].Shifted(constants);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i - 2][1].template AddBottom<Columns, 1>(row, weights + 6);
+                    shifted[1] = sums[i - 2][1].Shifted(constants);
+                }
+                const auto output = Columns::Max(Columns::Narrow(shifted), lowest);
+                if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
+                    int8_t bytes[Columns::kCount];
+                    Columns::Store(bytes, output);
+                    std::memcpy(dst, bytes, width);
+                } else {
+                    Columns::Store(dst, output);
+                }
+                dst += width;
+            }
+            if (i >= 1 && i <= kStripRows) {
+                sums[i - 1][0].template AddMiddle<Columns, 0>(row, weights + 3);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i - 1][1].template AddMiddle<Columns, 1>(row, weights + 3);
+                }
+            }
+            if (i < kStripRows) {
+                sums[i][0].template AddTop<Columns, 0>(row, weights, constants);
+                if constexpr (Columns::kHalves == 2) {
+                    sums[i][1].template AddTop<Columns, 1>(row, weights, constants);
+                }
+            }
+        }
+        next -= 2 * width;
+        at = next - width;
+    }
+}
+
+template <class Sums>
+void ConvolvePlane(StripPlane p, const Filter& f) {
+    constexpr size_t kWide = WideColumns::kCount;
+    constexpr size_t kNarrow = Columns8::kCount;
+    if (p.width <= kWide) {
+        int8_t last[kWide] = {};
+        std::memcpy(last, p.src + (p.height - 1) * p.width, p.width);
+        p.last = last;
+        return p.width <= kNarrow ? ConvolveStrip<Sides::kBoth, Columns8, Sums>(p, f)
+                                  : ConvolveStrip<Sides::kBoth, WideColumns, Sums>(p, f);
+    }
+    StripPlane strip = p;
+    ConvolveStrip<Sides::kLeft, WideColumns, Sums>(strip, f);
+    size_t column = kWide;
+    for (; column + kWide < p.width; column += kWide) {
+        strip.src = p.src + column;
+        strip.dst = p.dst + column;
+        ConvolveStrip<Sides::kNone, WideColumns, Sums>(strip, f);
+    }
+    const bool narrow = p.width - column <= kNarrow;
+    column = p.width - (narrow ? kNarrow : kWide);
+    strip.src = p.src + column;
+    strip.dst = p.dst + column;
+    return narrow ? ConvolveStrip<Sides::kRight, Columns8, Sums>(strip, f)
+                  : ConvolveStrip<Sides::kRight, WideColumns, Sums>(strip, f);
+}
+
+// ---- Planes and rows ---------------------------------------------------------------------------
+//
+// What is left over at the end of a row is covered by a last vector that overlaps the one before
+// it.
+
+struct Bytes8 {
+    using Vector = int8x8_t;
+    static constexpr size_t kCount = 8;
+    static Vector Load(const int8_t* from) { return vld1_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
+    static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
+};
+struct Bytes16 {
+    using Vector = int8x16_t;
+    static constexpr size_t kCount = 16;
+    static Vector Load(const int8_t* from) { return vld1q_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
+    static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
+};
+
+template <class Bytes>
+inline typename Bytes::Vector MaxOfNeighbours(const int8_t* at) {
+    return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+}
+
+// `Vectors` vectors of columns of a plane, one at src and, with two, one `apart` columns to the
+// right of it, which may overlap the first: both are loaded before either is replaced by its
+// maxima.
+template <class Bytes, size_t Vectors>
+void MaxPoolColumns(int8_t* src, size_t apart, size_t width, size_t height, int8_t* dst) {
+    typename Bytes::Vector above[Vectors];
+    for (size_t y = 0; y < height; ++y, src += width) {
+        typename Bytes::Vector maxima[Vectors];
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            maxima[v] = MaxOfNeighbours<Bytes>(src + v * apart);
+        }
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            Bytes::Store(src + v * apart, maxima[v]);
+            if (y > 0) {
+                Bytes::Store(dst + v * apart, Bytes::Max(above[v], maxima[v]));
+            }
+            above[v] = maxima[v];
+        }
+        dst += y > 0 ? width - 1 : 0;
+    }
+}
+
+template <class Bytes>
+void MaxPoolPlane(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    const size_t columns = width - 1;
+    size_t x = 0;
+    for (; x + 2 * Bytes::kCount < columns; x += Bytes::kCount) {
+        MaxPoolColumns<Bytes, 1>(src + x, 0, width, height, dst + x);
+    }
+    MaxPoolColumns<Bytes, 2>(src + x, columns - Bytes::kCount - x, width, height, dst + x);
+}
+
+// Sums of 8: shifted left by multiplication, right with rounding, which is what adding half of the
+// divisor first comes to. Input shifts up to 6 make factors up to 64 and sums up to 16384.
+struct Addition {
+    int8x8_t factor1, factor2;
+    int16x8_t shiftCount;
+
+    explicit Addition(const AddShifts& s)
+        : factor1(vdup_n_s8(static_cast<int8_t>(1 << s.in1))),
+          factor2(vdup_n_s8(static_cast<int8_t>(1 << s.in2))),
+          shiftCount(vdupq_n_s16(static_cast<int16_t>(-static_cast<int32_t>(s.out)))) {}
+
+    int16x8_t Shifted(int8x8_t a) const { return vrshlq_s16(vmull_s8(a, factor1), shiftCount); }
+    int16x8_t Shifted(int8x8_t a, int8x8_t b) const {
+        return vrshlq_s16(vmlal_s8(vmull_s8(a, factor1), b, factor2), shiftCount);
+    }
+    int8x16_t Sum(int8x16_t a) const {
+        return NarrowPair(Shifted(vget_low_s8(a)), Shifted(vget_high_s8(a)));
+    }
+    int8x16_t Sum(int8x16_t a, int8x16_t b) const {
+        return NarrowPair(Shifted(vget_low_s8(a), vget_low_s8(b)),
+                          Shifted(vget_high_s8(a), vget_high_s8(b)));
+    }
+};
+
+} // namespace
+
+namespace neon {
+
+void Multiply(const MatrixProduct& p) {
+    const size_t steps = (p.inner + kStepRows - 1) / kStepRows;
+    if (steps == 0 || steps > kMaxSteps || p.scratchBytes < steps * kStepBytes) {
+        plain::Multiply(p);
+        return;
+    }
+    const size_t blockTiles = std::min(p.scratchBytes, kBlockBytes) / (steps * kStepBytes);
+    const size_t blockPixels = blockTiles * kTilePixels;
+    for (size_t pixel = 0; pixel < p.pixels; pixel += blockPixels) {
+        const Block block{p.scratch, steps, std::min(blockPixels, p.pixels - pixel)};
+        PackBlock(p, pixel, block, p.scratch);
+        MultiplyBlock(p, block, pixel);
+    }
+}
+
+void Depthwise(const DepthwisePlanes& p) {
+    if (p.width < kMinWidth || p.height < kStripRows) {
+        plain::Depthwise(p);
+        return;
+    }
+    const size_t plane = p.width * p.height;
+    int8_t inside[WideColumns::kCount] = {};
+    std::memset(inside, -1, std::min(p.width, WideColumns::kCount));
+    StripPlane at{p.src, nullptr, inside, p.dst, p.width, p.height};
+    for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
+        const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
+        if (HalvedSums::Take(filter)) {
+            ConvolvePlane<HalvedSums>(at, filter);
+        } else if (WidenedSums::Take(filter)) {
+            ConvolvePlane<WidenedSums>(at, filter);
+        } else {
+            plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
+                              p.lowest, at.dst});
+        }
+    }
+}
+
+void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    if (width > Bytes16::kCount) {
+        MaxPoolPlane<Bytes16>(src, width, height, dst);
+    } else if (width > Bytes8::kCount) {
+        MaxPoolPlane<Bytes8>(src, width, height, dst);
+    } else {
+        plain::MaxPoolStride1(src, width, height, dst);
+    }
+}
+
+void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
+    if (dstWidth < 8) {
+        plain::MaxPoolRows(upper, lower, dstWidth, dst);
+        return;
+    }
+    const auto pool = [upper, lower, dst](size_t x) {
+        const int8x16_t maxima = vmaxq_s8(vld1q_s8(upper + 2 * x), vld1q_s8(lower + 2 * x));
+        vst1_s8(dst + x, vpmax_s8(vget_low_s8(maxima), vget_high_s8(maxima)));
+    };
+    const size_t last = dstWidth - 8;
+    for (size_t x = 0; x < last; x += 8) {
+        pool(x);
+    }
+    pool(last);
+}
+
+// The last value sampled may be the last of the source, so the last vector starts one value before
+// its own and takes every other.
+void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
+    size_t x = 0;
+    if (dstWidth > 16) {
+        for (; x + 16 < dstWidth; x += 16) {
+            vst1q_s8(dst + x, vld2q_s8(src + 2 * x).val[0]);
+        }
+        x = dstWidth - 16;
+        vst1q_s8(dst + x, vld2q_s8(src + 2 * x - 1).val[1]);
+    } else if (dstWidth > 8) {
+        vst1_s8(dst, vld2_s8(src).val[0]);
+        x = dstWidth - 8;
+        vst1_s8(dst + x, vld2_s8(src + 2 * x - 1).val[1]);
+    } else {
+        plain::SampleRow(src, dstWidth, dst);
+    }
+}
+
+void Rectify(const int8_t* src, int8_t* dst, size_t count) {
+    for (; count >= 32; count -= 32) {
+        Store32(Max(Load32(src), 0), dst);
+    }
+    plain::Rectify(src, dst, count);
+}
+
+void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
+    const Addition addition(s);
+    if (in2 == nullptr) {
+        for (; count >= 16; count -= 16, in1 += 16, dst += 16) {
+            vst1q_s8(dst, addition.Sum(vld1q_s8(in1)));
+        }
+        plain::Add(in1, nullptr, dst, count, s);
+        return;
+    }
+    for (; count >= 16; count -= 16, in1 += 16, in2 += 16, dst += 16) {
+        vst1q_s8(dst, addition.Sum(vld1q_s8(in1), vld1q_s8(in2)));
+    }
+    plain::Add(in1, in2, dst, count, s);
+}
+
+} // namespace neon
+
+const Routines kNeonRoutines{"neon",          neon::Multiply,       neon::Depthwise,
+                             plain::Dot,      neon::MaxPoolStride1, neon::MaxPoolRows,
+                             neon::SampleRow, neon::Rectify,        plain::FlipSign,
+                             neon::Add};
+
+} // namespace orvo

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+//
+// What the ARM paths do with vectors that 32-bit and 64-bit ARM spell differently.
+#pragma once
+
+#include <arm_neon.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "compute_a/requantise.h"
+
+namespace orvo {
+
+// 32 bytes, as two vectors of 16 or four of 8: what 32-bit ARM loads and stores by one instruction,
+// and 64-bit ARM by one for two registers. Loading and storing move the address past them.
+#if defined(__aarch64__)
+
+using Bytes32 = int8x16x2_t;
+
+inline Bytes32 Load32(const int8_t*& from) {
+    const Bytes32 loaded{{vld1q_s8(from), vld1q_s8(from + 16)}};
+    from += 32;
+    return loaded;
+}
+
+inline void Store32(const Bytes32& bytes, int8_t*& to) {
+    vst1q_s8(to, bytes.val[0]);
+    vst1q_s8(to + 16, bytes.val[1]);
+    to += 32;
+}
+
+// Each pair of bytes four times.
+inline Bytes32 RepeatPairs(int8x8_t pairs) {
+    const int8x16_t table = vcombine_s8(pairs, pairs);
+    const uint8x16_t first = vreinterpretq_u8_u64(
+        vcombine_u64(vcreate_u64(0x0100010001000100u), vcreate_u64(0x0302030203020302u)));
+    const uint8x16_t second = vaddq_u8(first, vdupq_n_u8(4));
+    return {{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}};
+}
+
+inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
+    const int8x16_t limit = vdupq_n_s8(lowest);
+    return {{vmaxq_s8(bytes.val[0], limit), vmaxq_s8(bytes.val[1], limit)}};
+}
+
+// Both halves of vector A of `a` times those of vector B of `b`.
+template <int A, int B>
+inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
+    return vmlal_high_s8(vmlal_s8(sum, vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
+                         b.val[B]);
+}
+template <int A, int B>
+inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
+    return vmlal_high_s8(vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
+                         b.val[B]);
+}
+
+#else
+
+using Bytes32 = int8x8x4_t;
+
+inline Bytes32 Load32(const int8_t*& from) {
+    Bytes32 loaded;
+#if defined(__clang__)
+    loaded = vld1_s8_x4(from);
+    from += 32;
+#else
+    // GCC has the instruction, but no intrinsic for it.
+    __asm__("vld1.8 %h0, [%1]!"
+            : "=w"(loaded), "+r"(from)
+            : "m"(*reinterpret_cast<const int8_t(*)[32]>(from)));
+#endif
+    return loaded;
+}
+
+inline void Store32(const Bytes32& bytes, int8_t*& to) {
+#if defined(__clang__)
+    vst1_s8_x4(to, bytes);
+    to += 32;
+#else
+    __asm__("vst1.8 %h2, [%1]!"
+            : "=m"(*reinterpret_cast<int8_t(*)[32]>(to)), "+r"(to)
+            : "w"(bytes));
+#endif
+}
+
+inline Bytes32 RepeatPairs(int8x8_t pairs) {
+    const int16x4_t words = vreinterpret_s16_s8(pairs);
+    return {{vreinterpret_s8_s16(vdup_lane_s16(words, 0)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 1)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 2)),
+             vreinterpret_s8_s16(vdup_lane_s16(words, 3))}};
+}
+
+inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
+    const int8x8_t limit = vdup_n_s8(lowest);
+    return {{vmax_s8(bytes.val[0], limit), vmax_s8(bytes.val[1], limit),
+             vmax_s8(bytes.val[2], limit), vmax_s8(bytes.val[3], limit)}};
+}
+
+template <int A, int B>
+inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
+    return vmlal_s8(vmlal_s8(sum, a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1], b.val[2 * B + 1]);
+}
+template <int A, int B>
+inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
+    return vmlal_s8(vmull_s8(a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1], b.val[2 * B + 1]);
+}
+
+#endif
+
+// Saturates two vectors into the halves of one. GCC 12 would copy the second half to its place on
+// 32-bit ARM, where the halves are registers of their own.
+inline int16x8_t NarrowPair(int32x4_t low, int32x4_t high) {
+#if defined(__aarch64__)
+    return vqmovn_high_s32(vqmovn_s32(low), high);
+#else
+    int16x8_t narrow;
+    __asm__("vqmovn.s32 %e0, %q1\n\tvqmovn.s32 %f0, %q2" : "=&w"(narrow) : "w"(low), "w"(high));
+    return narrow;
+#endif
+}
+inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
+#if defined(__aarch64__)
+    return vqmovn_high_s16(vqmovn_s16(low), high);
+#else
+    int8x16_t narrow;
+    __asm__("vqmovn.s16 %e0, %q1\n\tvqmovn.s16 %f0, %q2" : "=&w"(narrow) : "w"(low), "w"(high));
+    return narrow;
+#endif
+}
+
+// The vector shifts take the count of a right shift as a negative number, one a lane.
+inline int32x4_t RightShiftCount(uint32_t shift) {
+    return vdupq_n_s32(-static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
+}
+
+// Eight finished sums, shifted and saturated.
+inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) {
+    return vqmovn_s16(NarrowPair(vshlq_s32(low, shiftCount), vshlq_s32(high, shiftCount)));
+}
+
+} // namespace orvo

@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: MIT
+//
+// Weights, biases, shifts and sizes at the limits of what the inner routines of some path take in
+// one of their faster ways: sums of products that just fit 16 bits and sums that just do not,
+// filters that fall back, planes narrower than a vector. The test runs once for each path; see
+// CMakeLists.txt.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <iterator>
+#include <vector>
+
+#include "compute_a/chw_case.h"
+#include "support/random.h"
+
+namespace {
+
+using namespace orvo_test;
+
+ConvShape Pointwise(int width, int height, int srcChannels, int dstChannels, uint32_t shift) {
+    ConvShape s;
+    s.srcWidth = s.dstWidth = width;
+    s.srcHeight = s.dstHeight = height;
+    s.srcChannels = srcChannels;
+    s.dstChannels = dstChannels;
+    s.outShift = shift;
+    return s;
+}
+
+ConvShape Depthwise(int width, int height, int channels, uint32_t shift) {
+    ConvShape s = Pointwise(width, height, channels, channels, shift);
+    s.kernelSize = 3;
+    s.pad = 1;
+    return s;
+}
+
+enum class Inputs { kLowest, kHighest, kEither };
+
+std::vector<int8_t> Fill(size_t count, Inputs inputs, Random& random) {
+    std::vector<int8_t> values(count);
+    for (int8_t& value : values) {
+        const bool lowest =
+            inputs == Inputs::kLowest || (inputs == Inputs::kEither && random.Between(0, 1) == 0);
+        value = lowest ? INT8_MIN : INT8_MAX;
+    }
+    return values;
+}
+
+// `count` weights whose magnitudes add up to `total`, as evenly as they can, of one sign or of any.
+void PutWeights(int8_t* to, size_t stride, size_t count, int total, int sign, Random& random) {
+    for (size_t i = 0; i < count; ++i) {
+        const int left = static_cast<int>(count - i);
+        const int magnitude = std::min(total / left + (total % left != 0), 128);
+        const bool negative =
+            sign < 0 || magnitude == 128 || (sign == 0 && random.Between(0, 1) == 0);
+        to[i * stride] = static_cast<int8_t>(negative ? -magnitude : magnitude);
+        total -= magnitude;
+    }
+}
+
+constexpr Inputs kAllInputs[] = {Inputs::kLowest, Inputs::kHighest, Inputs::kEither};
+
+// Even and odd rows of each stretch of `stretch` rows add up to `total`: 16-bit sums over such a
+// stretch reach 32640 with 255 and would overflow with 256.
+void CheckRowTotals(const ChwSubject& subject, const ConvShape& shape, size_t stretch, int total) {
+    const size_t rows = orvo_reference::DotLength(shape);
+    Random random(rows * 1000 + static_cast<size_t>(total));
+    for (const int sign : {-1, 1, 0}) {
+        for (const Inputs inputs : kAllInputs) {
+            ConvData data;
+            data.src = Fill(orvo_reference::SrcBytes(shape), inputs, random);
+            data.weights.resize(subject.weightCount(shape));
+            for (int c = 0; c < shape.dstChannels; ++c) {
+                int8_t* row = data.weights.data() + static_cast<size_t>(c) * rows;
+                for (size_t k = 0; k < rows; k += stretch) {
+                    const size_t here = std::min(stretch, rows - k);
+                    PutWeights(row + k, 2, (here + 1) / 2, total, sign, random);
+                    PutWeights(row + k + 1, 2, here / 2, total, sign, random);
+                }
+                data.bias.push_back(random.Between(-1000, 1000));
+            }
+            EXPECT_TRUE(MatchesReference(subject, shape, data))
+                << "stretch " << stretch << ", total " << total << ", sign " << sign;
+        }
+    }
+}
+
+void CheckAllRowTotals(const ChwSubject& subject, const ConvShape& shape) {
+    for (const size_t stretch : {size_t{4}, size_t{8}, size_t{16}, size_t{1000}}) {
+        for (const int total : {254, 255, 256, 257}) {
+            CheckRowTotals(subject, shape, stretch, total);
+        }
+    }
+}
+
+TEST(PathExtremes, PointwiseSumsThatJustFit) {
+    CheckAllRowTotals(kPointwiseConv, Pointwise(5, 5, 24, 6, 9));
+    CheckAllRowTotals(kPointwiseConv, Pointwise(6, 3, 19, 5, 12));
+    CheckAllRowTotals(kPointwiseConv, Pointwise(1, 3, 68, 4, 10));
+}
+
+TEST(PathExtremes, ConvolutionSumsThatJustFit) {
+    ConvShape shape = Pointwise(5, 4, 3, 6, 10);
+    shape.kernelSize = 3;
+    shape.pad = 1;
+    CheckAllRowTotals(kGenericConv, shape);
+}
+
+// Every row count up to the steps of any path, every leftover of pixels and of channels.
+TEST(PathExtremes, PointwiseSizes) {
+    for (int rows = 1; rows <= 20; ++rows) {
+        for (int pixels = 1; pixels <= 37; pixels += 3) {
+            const ConvShape shape = Pointwise(pixels, 1, rows, 1 + (rows + pixels) % 9, 9);
+            EXPECT_TRUE(
+                MatchesReference(kPointwiseConv, shape, LivelyData(kPointwiseConv, shape, 7)));
+            EXPECT_TRUE(
+                MatchesReference(kPointwiseConv, shape, ExtremeData(kPointwiseConv, shape, 8)));
+        }
+    }
+}
+
+TEST(PathExtremes, PointwiseManyRows) {
+    for (const int rows : {255, 256, 257, 1023, 1025, 1100}) {
+        const ConvShape shape = Pointwise(7, 3, rows, 5, 14);
+        EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, LivelyData(kPointwiseConv, shape, 3)));
+        EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, ExtremeData(kPointwiseConv, shape, 4)));
+    }
+}
+
+// The destination's size does not follow from the source's: the caller says both.
+TEST(PathExtremes, ConvolutionOfEqualWidths) {
+    for (int width = 1; width <= 9; width += 2) {
+        for (int kernelSize = 1; kernelSize <= 5; ++kernelSize) {
+            for (int pad = 0; pad <= 3; ++pad) {
+                for (const int dstHeight : {1, 4, 8}) {
+                    ConvShape shape = Pointwise(width, 4, 2, 5, 8);
+                    shape.kernelSize = kernelSize;
+                    shape.pad = pad;
+                    shape.dstHeight = dstHeight;
+                    EXPECT_TRUE(
+                        MatchesReference(kGenericConv, shape, LivelyData(kGenericConv, shape, 5)))
+                        << width << " " << kernelSize << " " << pad << " " << dstHeight;
+                }
+            }
+        }
+    }
+}
+
+TEST(PathExtremes, DepthwiseSizes) {
+    for (int width = 1; width <= 36; ++width) {
+        for (const int height : {1, 2, 5, 6, 7, 12, 13}) {
+            const ConvShape shape = Depthwise(width, height, 2, 8);
+            for (const ChwSubject* subject : {&kDepthwiseConv, &kDepthwiseReluConv}) {
+                EXPECT_TRUE(MatchesReference(*subject, shape, LivelyData(*subject, shape, 11)))
+                    << width << " x " << height;
+                EXPECT_TRUE(MatchesReference(*subject, shape, ExtremeData(*subject, shape, 12)))
+                    << width << " x " << height;
+            }
+        }
+    }
+}
+
+// Filters whose outer and middle rows have these totals, under every shift at which the faster sums
+// give way and with biases that they can take and cannot.
+TEST(PathExtremes, DepthwiseSumsThatJustFit) {
+    constexpr int32_t kBiases[] = {0,      1,      -1,      127,       -32768,   32767,
+                                   65534,  65535,  65536,   -65536,    -65537,   65521,
+                                   131071, -70001, 1 << 20, INT32_MAX, INT32_MIN};
+    constexpr int kChannels = static_cast<int>(std::size(kBiases));
+    Random random(21);
+    for (const uint32_t shift : {0u, 1u, 2u, 7u, 8u, 9u, 10u, 16u, 31u, 32u, 40u}) {
+        for (const int outer : {255, 256, 700}) {
+            for (const int middle : {255, 256, 384}) {
+                const ConvShape shape = Depthwise(17, 6, kChannels, shift);
+                ConvData data;
+                data.src =
+                    Fill(orvo_reference::SrcBytes(shape), kAllInputs[random.Between(0, 2)], random);
+                data.weights.resize(static_cast<size_t>(kChannels) * 9);
+                for (int c = 0; c < kChannels; ++c) {
+                    int8_t* filter = data.weights.data() + 9 * c;
+                    const int sign = random.Between(-1, 1);
+                    int8_t rows[6];
+                    PutWeights(rows, 1, 6, outer, sign, random);
+                    std::copy(rows, rows + 3, filter);
+                    std::copy(rows + 3, rows + 6, filter + 6);
+                    PutWeights(filter + 3, 1, 3, middle, sign, random);
+                }
+                data.bias.assign(std::begin(kBiases), std::end(kBiases));
+                for (const ChwSubject* subject : {&kDepthwiseConv, &kDepthwiseReluConv}) {
+                    EXPECT_TRUE(MatchesReference(*subject, shape, data))
+                        << "shift " << shift << ", totals " << outer << " and " << middle;
+                }
+            }
+        }
+    }
+}
+
+} // namespace
