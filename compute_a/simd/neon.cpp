@@ -123,7 +123,8 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
 
 // The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums
 // (or, for kEnd, of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2 of
-// 16-bit sums.
+// 16-bit sums. Two steps, 256 products, take 57 instructions with kStep, 50 with kPair and 41 with
+// kEnd, which 27, 37 and 36 % of the pointwise layers' products do.
 template <size_t Channels, Widen kWiden>
 inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, const int32_t* bias,
                     int32x4_t sums[Channels][2]) {
