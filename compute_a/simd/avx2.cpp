@@ -252,8 +252,10 @@ void Multiply(const MatrixProduct& p) {
 constexpr size_t kStripOutputs = 64;
 
 // The pairs of two rows, from the column before the strip's first output to the one after its last.
+// The columns after the first come in whole vectors of 16, and 16 zeros follow them.
+constexpr size_t kPairColumns = 1 + (kStripOutputs + 1 + 15) / 16 * 16 + 16;
 struct PairRow {
-    alignas(32) int32_t columns[kStripOutputs + 32];
+    alignas(32) int32_t columns[kPairColumns];
 };
 
 struct DepthwiseFilter {

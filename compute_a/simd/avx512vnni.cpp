@@ -27,6 +27,13 @@ inline __mmask16 FirstBytes16(size_t count) {
     return static_cast<__mmask16>(count >= 16 ? 0xFFFFu : (1u << count) - 1);
 }
 
+// The sums of the four 128-bit parts, lane by lane, wrapping.
+inline __m128i AddParts(__m512i lanes) {
+    const __m256i halves =
+        _mm256_add_epi32(_mm512_castsi512_si256(lanes), _mm512_extracti64x4_epi64(lanes, 1));
+    return _mm_add_epi32(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
+}
+
 inline __m512i FlipSign(__m512i bytes) { return _mm512_xor_si512(bytes, _mm512_set1_epi8(-128)); }
 
 // Bytes by vectors of 16, 32 and 64, with masks.
@@ -148,10 +155,7 @@ void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t inner,
         _mm512_store_si512(chunk.words[k / 4], words);
         DotAccumulate(sums, ones, words);
     }
-    const __m256i half =
-        _mm256_add_epi32(_mm512_castsi512_si256(sums), _mm512_extracti64x4_epi64(sums, 1));
-    const __m128i sum =
-        _mm_add_epi32(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1));
+    const __m128i sum = AddParts(sums);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(chunk.correction),
                      _mm_sub_epi32(_mm_setzero_si128(), _mm_slli_epi32(sum, 7)));
 }
@@ -630,7 +634,9 @@ int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
         DotAccumulate(sum, FlipSign(_mm512_maskz_loadu_epi8(inside, a + i)), weights);
         DotAccumulate(weightSum, ones, weights);
     }
-    return _mm512_reduce_add_epi32(_mm512_sub_epi32(sum, _mm512_slli_epi32(weightSum, 7)));
+    __m128i lanes = AddParts(_mm512_sub_epi32(sum, _mm512_slli_epi32(weightSum, 7)));
+    lanes = _mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, 0x4E));
+    return _mm_cvtsi128_si32(_mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, 0xB1)));
 }
 
 // ---- Pooling, sampling, element-wise -----------------------------------------------------------
