@@ -93,8 +93,8 @@ ORVO_API void ArmAConvolve1x1s1p0ChwQ7(const int8_t* src, uint16_t srcWidth, uin
  *                     afterwards is unspecified.
  *
  * A failed bounded copy of the padding is reported on standard error, and the call goes on. Where
- * memcpy_s and memset_s are the library's own, which cannot fail here, the padding may be done without
- * them.
+ * memcpy_s and memset_s are the library's own, which cannot fail here, the padding may be done
+ * without them.
  */
 ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth,
                                             uint16_t srcHeight, uint16_t srcChannels,

@@ -36,9 +36,7 @@ Tap TapFor(uint32_t i, uint32_t srcCount, uint32_t dstCount) {
             static_cast<uint32_t>((rest << kWeightBits) / denominator)};
 }
 
-uint64_t Blend(uint64_t a, uint64_t b, uint32_t weight) {
-    return a * (kOne - weight) + b * weight;
-}
+uint64_t Blend(uint64_t a, uint64_t b, uint32_t weight) { return a * (kOne - weight) + b * weight; }
 
 } // namespace
 

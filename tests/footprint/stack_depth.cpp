@@ -45,8 +45,8 @@ void Require(bool ok, const char* what) {
 
 // Runs once on a stack of its own and returns the bytes used below RunFrom().
 size_t MeasureOnce() {
-    void* stack = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                       0);
+    void* stack =
+        mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     Require(stack != MAP_FAILED, "mmap");
     std::memset(stack, kUntouched, kStackBytes);
     pthread_attr_t attributes;
@@ -66,7 +66,7 @@ size_t MeasureOnce() {
     return depth;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv) {
     std::vector<uint8_t> memory(OrvoFrGetMemorySize());
