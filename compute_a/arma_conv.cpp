@@ -3,8 +3,8 @@
 // Generic square-kernel convolution in CHW order: im2col, then an integer matrix product.
 //
 // shape       src Ci x H x W, dst Co x N pixels, dot-product length K = Ci * k * k
-// layout      weights in groups of 4 output channels, interleaved; scratch in blocks of 8 pixels,
-//             interleaved, after the plain im2col rows
+// layout      weights in groups of 4 output channels, interleaved; the im2col rows of a band of
+//             output rows at the start of the scratch, the product's own scratch behind K * N
 // arithmetic  int8 x int8 into wrapping 32-bit sums, + bias, >> shift (floor), saturate
 // memory      scratch K * N rounded up to 4, plus 8 * K * (N / 8 + N % 8) bytes
 // callers     the first layer of each network: 1 x 24 x 24 to 32 and 3 x 96 x 96 to 32, k = 3

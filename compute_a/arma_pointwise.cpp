@@ -4,8 +4,7 @@
 //
 // shape       src Ci planes of N pixels, dst Co planes
 // layout      weights in groups of 4 output channels, interleaved, each group in 16 * S bytes with
-//             S = Ci / 4 + Ci % 4; scratch in slots of 32 * S bytes that hold 8, 4 or 1 pixels,
-//             interleaved
+//             S = Ci / 4 + Ci % 4; the input planes are the rows of the product as they stand
 // arithmetic  int8 x int8 into wrapping 32-bit sums, + bias, >> shift (floor), saturate
 // memory      scratch 32 * S * (N / 8 + (N % 8) / 4 + N % 4) bytes
 // callers     49 layers: 18 to 256 channels, planes of 6 x 6 to 48 x 48

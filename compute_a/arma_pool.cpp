@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
 // Kernels that shrink a tensor plane by plane: maximum, sampling, average.
-#include <algorithm>
 #include <cstddef>
 
 #include "common/diagnostics.h"

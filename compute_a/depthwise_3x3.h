@@ -5,9 +5,8 @@
 //
 // shape       C planes of H x W, padded, to C planes of dstHeight x dstWidth
 // layout      9 weights a channel, row-major, channels back to back
-// arithmetic  int8 x int8 into a wrapping 32-bit sum, + bias, >> shift (floor), saturate, and for
-// the
-//             rectifying kernel a maximum with 0
+// arithmetic  int8 x int8 into a wrapping 32-bit sum, + bias, >> shift (floor), saturate, then a
+//             maximum with 0 for the rectifying kernel
 // memory      scratch C * W * H bytes for the padded planes, none without padding
 // callers     38 layers: 18 to 256 channels, planes of 6 x 6 to 95 x 95, all with pad 1
 #pragma once

@@ -34,6 +34,6 @@ int main() {
         "// [picture][step]\n");
     PrintArray("kAlignGolden", {orvo_test::AlignDigests(0), orvo_test::AlignDigests(1)});
     PrintArray("kFrGolden", {orvo_test::FrDigests(0), orvo_test::FrDigests(1)});
-    std::printf("// clang-format on\n\n}  // namespace orvo_test\n");
+    std::printf("// clang-format on\n\n} // namespace orvo_test\n");
     return 0;
 }
