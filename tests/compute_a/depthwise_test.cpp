@@ -48,6 +48,13 @@ TEST(Depthwise, EveryTailOfColumns) {
     }
 }
 
+// Wide planes are worked on strip by strip, and a strip's outer columns have neighbours in the next.
+TEST(Depthwise, PlanesWiderThanAStrip) {
+    for (const int width : {62, 63, 64, 65, 66, 124, 125, 128, 129, 130, 193, 257}) {
+        ExpectBothMatch(Shape(width, 3, 2, 1), static_cast<uint64_t>(width));
+    }
+}
+
 TEST(Depthwise, EveryTailOfChannels) {
     for (int channels = 1; channels <= 17; ++channels) {
         ExpectBothMatch(Shape(9, 5, channels, 1), 2);
