@@ -48,7 +48,8 @@ TEST(Depthwise, EveryTailOfColumns) {
     }
 }
 
-// Wide planes are worked on strip by strip, and a strip's outer columns have neighbours in the next.
+// Wide planes are worked on strip by strip, and a strip's outer columns have neighbours in the
+// next.
 TEST(Depthwise, PlanesWiderThanAStrip) {
     for (const int width : {62, 63, 64, 65, 66, 124, 125, 128, 129, 130, 193, 257}) {
         ExpectBothMatch(Shape(width, 3, 2, 1), static_cast<uint64_t>(width));
