@@ -27,6 +27,6 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
         list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
         list(APPEND ORVO_PATHS neon_dot)
         set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
-            "-march=armv8.2-a+dotprod")
+            "-march=armv8.2-a+dotprod;$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     endif()
 endif()

@@ -27,6 +27,7 @@
 #include <cstring>
 
 #include "compute_a/simd/neon_lanes.h"
+#include "compute_a/simd/neon_strips.h"
 #include "compute_a/simd/plain.h"
 
 namespace orvo {
@@ -337,16 +338,8 @@ void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
 
 // ---- Depthwise ---------------------------------------------------------------------------------
 //
-// A strip of some columns walks down its plane, six output rows at a time: each of the eight input
-// rows around them is loaded once, with its neighbours to the left and to the right, and is the top
-// row of one output, the middle row of the one above and the bottom row of the one above that.
-// Where rows or columns are left over, the last strip or the last six rows overlap those before.
-
-constexpr size_t kStripRows = 6;
-// A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
-constexpr size_t kMinWidth = 4;
-
-constexpr int8_t kZeroRow[32] = {};
+// Strips as neon_strips.h walks them, with sums of 16 bits: of three rows' products where the
+// weights allow it, of one row's otherwise.
 
 #if defined(__aarch64__)
 using Weight = int8x16_t; // one weight in all lanes
@@ -357,6 +350,8 @@ using Weight = int8x8_t;
 inline Weight LoadWeight(const int8_t* weight) { return vld1_dup_s8(weight); }
 inline int8x8_t LowHalf(Weight weight) { return weight; }
 #endif
+
+constexpr uint8_t kColumnNumbers[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 // The columns of a strip, and their neighbours.
 template <class Columns>
@@ -373,6 +368,11 @@ struct Columns8 {
     static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
     static Vector Repeat(int8_t value) { return vdup_n_s8(value); }
     static Vector And(Vector a, Vector b) { return vand_s8(a, b); }
+    // All bits set in the first `count` columns.
+    static Vector Before(size_t count) {
+        const uint8x8_t end = vdup_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpret_s8_u8(vclt_u8(vld1_u8(kColumnNumbers), end));
+    }
     static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
     static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
     // The columns to the left and to the right, zeros outside.
@@ -412,6 +412,10 @@ struct Columns16 {
     static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
     static Vector Repeat(int8_t value) { return vdupq_n_s8(value); }
     static Vector And(Vector a, Vector b) { return vandq_s8(a, b); }
+    static Vector Before(size_t count) {
+        const uint8x16_t end = vdupq_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpretq_s8_u8(vcltq_u8(vld1q_u8(kColumnNumbers), end));
+    }
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
     static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
     static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
@@ -558,141 +562,81 @@ struct WidenedSums {
     }
 };
 
-// Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
-enum class Sides { kNone, kLeft, kRight, kBoth };
+// One channel's strips: the filter, and bytes that are set where a strip wider than the plane has
+// the plane's columns.
+template <class Columns, class ColumnSums>
+class FilterStrip {
+  public:
+    using Vector = typename Columns::Vector;
+    using Row = InputRow<Columns>;
+    struct Sums {
+        ColumnSums half[Columns::kHalves];
+    };
+    static constexpr size_t kColumns = Columns::kCount;
 
-// One plane as a strip sees it: its first column in the first row, and in the last row. A strip
-// wider than the plane has a copy of the last row, since it must not load what lies after it, and a
-// mask of the columns that are the plane's own.
-struct StripPlane {
-    const int8_t* src;
-    const int8_t* last;
-    const int8_t* inside;
-    int8_t* dst;
-    size_t width, height;
-};
-
-// How far to the left of a strip its rows are loaded.
-template <Sides kSides, class Columns>
-constexpr size_t LoadedBefore() {
-    return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
-}
-
-template <Sides kSides, class Columns>
-inline InputRow<Columns> LoadRow(const int8_t* from, typename Columns::Vector inside) {
-    if constexpr (kSides == Sides::kNone) {
-        return Columns::LoadInside(from);
-    } else if constexpr (kSides == Sides::kLeft) {
-        const auto centre = Columns::Load(from);
-        return {Columns::Left(centre), centre, Columns::Load(from + 1)};
-    } else if constexpr (kSides == Sides::kRight) {
-        const auto centre = Columns::Load(from + 1);
-        return {Columns::Load(from), centre, Columns::Right(centre)};
-    } else {
-        const auto centre = Columns::And(Columns::Load(from), inside);
-        return {Columns::Left(centre), centre, Columns::Right(centre)};
-    }
-}
-
-template <Sides kSides, class Columns, class Sums>
-void ConvolveStrip(const StripPlane& p, const Filter& f) {
-    Weight weights[9];
+    FilterStrip(const Filter& f, size_t width)
+        : constants_(f), lowest_(Columns::Repeat(f.lowest)), inside_(Columns::Before(width)) {
 #pragma GCC unroll 9
-    for (size_t i = 0; i < 9; ++i) {
-        weights[i] = LoadWeight(f.weights + i);
-    }
-    const typename Sums::Constants constants(f);
-    const auto lowest = Columns::Repeat(f.lowest);
-    const auto inside = kSides == Sides::kBoth ? Columns::Load(p.inside) : lowest;
-    const size_t width = p.width;
-    const int8_t* at = kZeroRow;
-    const int8_t* next = p.src - LoadedBefore<kSides, Columns>();
-    int8_t* dst = p.dst;
-    for (size_t left = p.height; left > 0;) {
-        if (left < kStripRows) {
-            const size_t again = (kStripRows - left) * width;
-            at -= again;
-            next -= again;
-            dst -= again;
-            left = kStripRows;
+        for (size_t i = 0; i < 9; ++i) {
+            weights_[i] = LoadWeight(f.weights + i);
         }
-        left -= kStripRows;
-        const bool atEnd = left == 0;
-        const size_t lastRow = kStripRows + left; // of the plane, if loaded here at all
-        Sums sums[kStripRows][2];
-#pragma GCC unroll 8
-        for (size_t i = 0; i < kStripRows + 2; ++i) {
-            const InputRow<Columns> row = LoadRow<kSides, Columns>(at, inside);
-            at = next;
-            next += width;
-            if (kSides == Sides::kBoth && i + 1 == lastRow) {
-                at = p.last;
-            }
-            if (i == kStripRows && atEnd) {
-                at = kZeroRow;
-            }
-            if (i >= 2) {
-                int16x8_t shifted[2];
-                sums[i - 2][0].template AddBottom<Columns, 0>(row, weights + 6);
-                shifted[0] = sums[i - 2][0].Shifted(constants);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i - 2][1].template AddBottom<Columns, 1>(row, weights + 6);
-                    shifted[1] = sums[i - 2][1].Shifted(constants);
-                }
-                const auto output = Columns::Max(Columns::Narrow(shifted), lowest);
-                if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
-                    int8_t bytes[Columns::kCount];
-                    Columns::Store(bytes, output);
-                    std::memcpy(dst, bytes, width);
-                } else {
-                    Columns::Store(dst, output);
-                }
-                dst += width;
-            }
-            if (i >= 1 && i <= kStripRows) {
-                sums[i - 1][0].template AddMiddle<Columns, 0>(row, weights + 3);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i - 1][1].template AddMiddle<Columns, 1>(row, weights + 3);
-                }
-            }
-            if (i < kStripRows) {
-                sums[i][0].template AddTop<Columns, 0>(row, weights, constants);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i][1].template AddTop<Columns, 1>(row, weights, constants);
-                }
-            }
-        }
-        next -= 2 * width;
-        at = next - width;
     }
-}
 
-template <class Sums>
-void ConvolvePlane(StripPlane p, const Filter& f) {
-    constexpr size_t kWide = WideColumns::kCount;
-    constexpr size_t kNarrow = Columns8::kCount;
-    if (p.width <= kWide) {
-        int8_t last[kWide] = {};
-        std::memcpy(last, p.src + (p.height - 1) * p.width, p.width);
-        p.last = last;
-        return p.width <= kNarrow ? ConvolveStrip<Sides::kBoth, Columns8, Sums>(p, f)
-                                  : ConvolveStrip<Sides::kBoth, WideColumns, Sums>(p, f);
+    template <Sides kSides>
+    static constexpr size_t LoadedBefore() {
+        return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
     }
-    StripPlane strip = p;
-    ConvolveStrip<Sides::kLeft, WideColumns, Sums>(strip, f);
-    size_t column = kWide;
-    for (; column + kWide < p.width; column += kWide) {
-        strip.src = p.src + column;
-        strip.dst = p.dst + column;
-        ConvolveStrip<Sides::kNone, WideColumns, Sums>(strip, f);
+
+    template <Sides kSides>
+    Row Load(const int8_t* from) const {
+        if constexpr (kSides == Sides::kNone) {
+            return Columns::LoadInside(from);
+        } else if constexpr (kSides == Sides::kLeft) {
+            const auto centre = Columns::Load(from);
+            return {Columns::Left(centre), centre, Columns::Load(from + 1)};
+        } else if constexpr (kSides == Sides::kRight) {
+            const auto centre = Columns::Load(from + 1);
+            return {Columns::Load(from), centre, Columns::Right(centre)};
+        } else {
+            const auto centre = Columns::And(Columns::Load(from), inside_);
+            return {Columns::Left(centre), centre, Columns::Right(centre)};
+        }
     }
-    const bool narrow = p.width - column <= kNarrow;
-    column = p.width - (narrow ? kNarrow : kWide);
-    strip.src = p.src + column;
-    strip.dst = p.dst + column;
-    return narrow ? ConvolveStrip<Sides::kRight, Columns8, Sums>(strip, f)
-                  : ConvolveStrip<Sides::kRight, WideColumns, Sums>(strip, f);
-}
+
+    void AddTop(const Row& row, Sums& sums) const {
+        sums.half[0].template AddTop<Columns, 0>(row, weights_, constants_);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddTop<Columns, 1>(row, weights_, constants_);
+        }
+    }
+    void AddMiddle(const Row& row, Sums& sums) const {
+        sums.half[0].template AddMiddle<Columns, 0>(row, weights_ + 3);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddMiddle<Columns, 1>(row, weights_ + 3);
+        }
+    }
+    void AddBottom(const Row& row, Sums& sums) const {
+        sums.half[0].template AddBottom<Columns, 0>(row, weights_ + 6);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddBottom<Columns, 1>(row, weights_ + 6);
+        }
+    }
+
+    Vector Output(const Sums& sums) const {
+        int16x8_t shifted[Columns::kHalves];
+#pragma GCC unroll 2
+        for (size_t half = 0; half < Columns::kHalves; ++half) {
+            shifted[half] = sums.half[half].Shifted(constants_);
+        }
+        return Columns::Max(Columns::Narrow(shifted), lowest_);
+    }
+    static void Store(int8_t* to, Vector output) { Columns::Store(to, output); }
+
+  private:
+    Weight weights_[9];
+    typename ColumnSums::Constants constants_;
+    Vector lowest_, inside_;
+};
 
 // ---- Planes and rows ---------------------------------------------------------------------------
 //
@@ -797,20 +741,20 @@ void Multiply(const MatrixProduct& p) {
 }
 
 void Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
         plain::Depthwise(p);
         return;
     }
     const size_t plane = p.width * p.height;
-    int8_t inside[WideColumns::kCount] = {};
-    std::memset(inside, -1, std::min(p.width, WideColumns::kCount));
-    StripPlane at{p.src, nullptr, inside, p.dst, p.width, p.height};
+    StripPlane at{p.src, nullptr, p.dst, p.width, p.height};
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
         if (HalvedSums::Take(filter)) {
-            ConvolvePlane<HalvedSums>(at, filter);
+            ConvolvePlane<FilterStrip<WideColumns, HalvedSums>, FilterStrip<Columns8, HalvedSums>>(
+                at, filter);
         } else if (WidenedSums::Take(filter)) {
-            ConvolvePlane<WidenedSums>(at, filter);
+            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
+                          FilterStrip<Columns8, WidenedSums>>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});

@@ -131,6 +131,43 @@ inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
 #endif
 }
 
+#if defined(__aarch64__)
+
+// Two vectors by one instruction. Copies of a constant are loaded sooner than moved.
+struct TwoVectors {
+    int32x4_t first, second;
+};
+inline TwoVectors LoadTwo(const int32_t from[8]) {
+    TwoVectors loaded;
+    __asm__("ldp %q0, %q1, %2"
+            : "=w"(loaded.first), "=w"(loaded.second)
+            : "Ump"(*reinterpret_cast<const int32_t(*)[8]>(from)));
+    return loaded;
+}
+
+// A finished sum is shifted left, with saturation, until its top byte is the output: the bits below
+// that byte are those that the right shift by `shift` drops, and what the byte cannot hold
+// saturates the whole.
+inline int32x4_t TopByteShift(uint32_t shift) {
+    return vdupq_n_s32(24 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
+}
+
+// The top bytes of four vectors, in order.
+inline int8x16_t TopBytes(const int32x4_t v[4]) {
+    const int16x8_t low = vuzp2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[1]));
+    const int16x8_t high = vuzp2q_s16(vreinterpretq_s16_s32(v[2]), vreinterpretq_s16_s32(v[3]));
+    return vuzp2q_s8(vreinterpretq_s8_s16(low), vreinterpretq_s8_s16(high));
+}
+
+// The same, one of each vector in turn.
+inline int8x16_t InterleaveTopBytes(const int32x4_t v[4]) {
+    const int16x8_t even = vtrn2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[2]));
+    const int16x8_t odd = vtrn2q_s16(vreinterpretq_s16_s32(v[1]), vreinterpretq_s16_s32(v[3]));
+    return vtrn2q_s8(vreinterpretq_s8_s16(even), vreinterpretq_s8_s16(odd));
+}
+
+#endif
+
 // The vector shifts take the count of a right shift as a negative number, one a lane.
 inline int32x4_t RightShiftCount(uint32_t shift) {
     return vdupq_n_s32(-static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
