@@ -29,6 +29,9 @@
 #include "compute_a/simd/neon_lanes.h"
 #include "compute_a/simd/neon_strips.h"
 #include "compute_a/simd/plain.h"
+#if !defined(__aarch64__)
+#include "compute_a/simd/neon_tiles_32.h"
+#endif
 
 namespace orvo {
 namespace {
@@ -41,26 +44,22 @@ constexpr uint32_t kMostWeight = 255; // the largest total of |w| that a 16-bit 
 // row in pairs, so that the 16-bit sum of a lane holds one row of each pair, and vpadal adds the
 // two while it widens. A step's 32 bytes are
 //     pixels 0 to 3: rows 0 and 1, rows 2 and 3; pixels 4 to 7: rows 0 and 1, rows 2 and 3
-// and meet 16 bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
+// on 64-bit ARM, and on 32-bit ARM all pixels' rows 0 and 1 before their rows 2 and 3. They meet 16
+// bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
 
 constexpr size_t kTilePixels = 8;
 constexpr size_t kStepRows = 4;
 constexpr size_t kStepBytes = kStepRows * kTilePixels;
 constexpr size_t kGroup = 4;
 constexpr size_t kMaxSteps = 64; // of which the weights, four times as large, fit the stack
-constexpr size_t kBlockBytes = 16 * 1024; // pixels packed at a time: they stay in the first cache
+constexpr size_t kBlockBytes = 20 * 1024; // pixels packed at a time: they stay in the first cache
 
-// When the 16-bit sums of a group are widened.
-enum class Widen {
-    kStep,  // after each step of four rows
-    kPair,  // after two steps
-    kEnd,   // after the last: they take all rows
-    kNever, // they cannot take even one step
-};
-
-// One group's weights as the tiles read them: two steps of a channel side by side.
+// One group as the tiles read it: what its sums start from, and the weights, two steps of a channel
+// side by side. 32-bit ARM reads on behind them: the shift and once more the biases.
 struct GroupWeights {
-    alignas(16) int8_t bytes[kMaxSteps * kGroup * 16];
+    static constexpr size_t kBiases = 8;
+    alignas(16) int32_t biases[kGroup][kBiases];
+    alignas(16) int8_t bytes[kMaxSteps * kGroup * 16 + (kGroup * kBiases + 4) * sizeof(int32_t)];
     Widen widen;
 };
 
@@ -95,7 +94,18 @@ inline uint16x8_t StepTotals(int8x16_t weights) {
 }
 
 template <size_t Channels>
-void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
+void PutBiases(const int32_t* bias, int32_t* to) {
+#pragma GCC unroll 4
+    for (size_t c = 0; c < Channels; ++c) {
+        const int32x4_t sum = vdupq_n_s32(bias[c]);
+        vst1q_s32(to + GroupWeights::kBiases * c, sum);
+        vst1q_s32(to + GroupWeights::kBiases * c + 4, sum);
+    }
+}
+
+template <size_t Channels>
+void LoadGroup(const int8_t* weights, size_t inner, const int32_t* bias,
+               [[maybe_unused]] uint32_t shift, GroupWeights& group) {
     uint16x8_t stepMost = vdupq_n_u16(0);
     uint16x8_t pairMost = stepMost;
     uint16x8_t total = stepMost;
@@ -120,6 +130,12 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
                   : AllWithin(pairMost) ? Widen::kPair
                   : AllWithin(stepMost) ? Widen::kStep
                                         : Widen::kNever;
+    PutBiases<Channels>(bias, group.biases[0]);
+#if !defined(__aarch64__)
+    int32_t* behind = reinterpret_cast<int32_t*>(to);
+    vst1q_s32(behind, TopByteShift(shift));
+    PutBiases<Channels>(bias, behind + 4);
+#endif
 }
 
 // The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums
@@ -127,12 +143,14 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
 // 16-bit sums. Two steps, 256 products, take 57 instructions with kStep, 50 with kPair and 41 with
 // kEnd, which 27, 37 and 36 % of the pointwise layers' products do.
 template <size_t Channels, Widen kWiden>
-inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, const int32_t* bias,
+inline void SumTile(const int8_t* values, const GroupWeights& group, size_t steps,
                     int32x4_t sums[Channels][2]) {
+    const int8_t* weights = group.bytes;
     int16x8_t parts[Channels][2];
 #pragma GCC unroll 4
     for (size_t c = 0; c < Channels; ++c) {
-        sums[c][0] = sums[c][1] = vdupq_n_s32(bias[c]);
+        sums[c][0] = vld1q_s32(group.biases[c]);
+        sums[c][1] = vld1q_s32(group.biases[c] + 4);
         parts[c][0] = parts[c][1] = vdupq_n_s16(0);
     }
     for (; steps >= 2; steps -= 2) {
@@ -182,6 +200,36 @@ inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, c
     }
 }
 
+// Tiles one after the other, their values and outputs.
+struct Tiles {
+    const int8_t* values;
+    size_t steps;
+    size_t count; // at least one
+    int8_t* dst;
+    size_t pitch; // from plane to plane
+};
+
+template <size_t Channels, Widen kWiden>
+void RunTiles(const GroupWeights& group, Tiles t, uint32_t shift) {
+#if !defined(__aarch64__)
+    if (Channels == kGroup && t.steps >= 2) {
+        const void* const from =
+            kWiden == Widen::kEnd ? static_cast<const void*>(group.bytes) : group.biases;
+        return MultiplyTiles32<kWiden>({t.values, from, t.steps, t.count, t.dst, t.pitch});
+    }
+#endif
+    const int32x4_t shiftCount = TopByteShift(shift);
+    for (; t.count > 0; --t.count, t.dst += kTilePixels) {
+        int32x4_t sums[Channels][2];
+        SumTile<Channels, kWiden>(t.values, group, t.steps, sums);
+        t.values += t.steps * kStepBytes;
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            vst1_s8(t.dst + c * t.pitch, Requantise(sums[c][0], sums[c][1], shiftCount));
+        }
+    }
+}
+
 // Packed pixels: a tile after the other, the last one perhaps not full.
 struct Block {
     const int8_t* values;
@@ -189,28 +237,23 @@ struct Block {
     size_t pixels;
 };
 
+// The tiles of some planes: whole ones to the planes themselves, a last one that is not full by way
+// of a tile's own room.
 template <size_t Channels, Widen kWiden>
 void MultiplyTiles(const MatrixProduct& p, const Block& block, const GroupWeights& group,
-                   const int32_t* bias, int8_t* dst) {
-    const int32x4_t shiftCount = RightShiftCount(p.shift);
-    const size_t pitch = p.planePitch;
-    const size_t steps = block.steps;
-    const int8_t* values = block.values;
-    for (size_t pixel = 0; pixel < block.pixels; pixel += kTilePixels, dst += kTilePixels) {
-        int32x4_t sums[Channels][2];
-        SumTile<Channels, kWiden>(values, group.bytes, steps, bias, sums);
-        values += steps * kStepBytes;
-        const size_t left = block.pixels - pixel;
-#pragma GCC unroll 4
+                   int8_t* dst) {
+    const size_t whole = block.pixels / kTilePixels;
+    if (whole > 0) {
+        RunTiles<Channels, kWiden>(group, {block.values, block.steps, whole, dst, p.planePitch},
+                                   p.shift);
+    }
+    const size_t left = block.pixels % kTilePixels;
+    if (left > 0) {
+        const int8_t* values = block.values + whole * block.steps * kStepBytes;
+        int8_t last[Channels][kTilePixels];
+        RunTiles<Channels, kWiden>(group, {values, block.steps, 1, last[0], kTilePixels}, p.shift);
         for (size_t c = 0; c < Channels; ++c) {
-            const int8x8_t outputs = Requantise(sums[c][0], sums[c][1], shiftCount);
-            if (left >= kTilePixels) {
-                vst1_s8(dst + c * pitch, outputs);
-            } else {
-                int8_t last[kTilePixels];
-                vst1_s8(last, outputs);
-                std::memcpy(dst + c * pitch, last, left);
-            }
+            std::memcpy(dst + whole * kTilePixels + c * p.planePitch, last[c], left);
         }
     }
 }
@@ -220,16 +263,16 @@ template <size_t Channels>
 void MultiplyGroup(const MatrixProduct& p, const Block& block, size_t pixel, size_t channel,
                    const int8_t* weights) {
     GroupWeights group;
-    LoadGroup<Channels>(weights, p.inner, group);
     const int32_t* bias = p.bias + channel;
+    LoadGroup<Channels>(weights, p.inner, bias, p.shift, group);
     int8_t* dst = p.dst + channel * p.planePitch + pixel;
     switch (group.widen) {
         case Widen::kEnd:
-            return MultiplyTiles<Channels, Widen::kEnd>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kEnd>(p, block, group, dst);
         case Widen::kPair:
-            return MultiplyTiles<Channels, Widen::kPair>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kPair>(p, block, group, dst);
         case Widen::kStep:
-            return MultiplyTiles<Channels, Widen::kStep>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kStep>(p, block, group, dst);
         case Widen::kNever:
             break;
     }
@@ -246,19 +289,8 @@ void MultiplyGroup(const MatrixProduct& p, const Block& block, size_t pixel, siz
 inline void PackStep(const int8x8_t row[kStepRows], int8_t* to) {
     const int8x8x2_t rows01 = vzip_s8(row[0], row[1]);
     const int8x8x2_t rows23 = vzip_s8(row[2], row[3]);
-    vst1_s8(to, rows01.val[0]);
-    vst1_s8(to + 8, rows23.val[0]);
-    vst1_s8(to + 16, rows01.val[1]);
-    vst1_s8(to + 24, rows23.val[1]);
-}
-
-// One tile's half of rows interleaved 16 pixels at a time; `to` moves past it.
-inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
-    vst1_s8(to, vget_low_s8(rows01));
-    vst1_s8(to + 8, vget_low_s8(rows23));
-    vst1_s8(to + 16, vget_high_s8(rows01));
-    vst1_s8(to + 24, vget_high_s8(rows23));
-    to += kStepBytes;
+    StoreStep(vcombine_s8(rows01.val[0], rows01.val[1]), vcombine_s8(rows23.val[0], rows23.val[1]),
+              to);
 }
 
 // The first `count` pixels of four rows, of which the first `rows` exist; zeros for the others.
@@ -295,6 +327,11 @@ void PackTile(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
 void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to) {
     const int8_t* at = p.rows + pixel;
     int8_t* second = to + steps * kStepBytes;
+#if !defined(__aarch64__)
+    if (p.inner >= kStepRows) {
+        PackTiles32(at, p.rowPitch, p.inner / kStepRows, to, second);
+    }
+#else
     for (size_t k = 0; k + kStepRows <= p.inner; k += kStepRows) {
         int8x16_t row[kStepRows];
 #pragma GCC unroll 4
@@ -306,6 +343,7 @@ void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to
         StoreStep(rows01.val[0], rows23.val[0], to);
         StoreStep(rows01.val[1], rows23.val[1], second);
     }
+#endif
     const size_t rest = p.inner % kStepRows;
     for (size_t tile = 0; tile < 2 && rest != 0; ++tile) {
         int8x8_t row[kStepRows];
@@ -731,8 +769,11 @@ void Multiply(const MatrixProduct& p) {
         plain::Multiply(p);
         return;
     }
-    const size_t blockTiles = std::min(p.scratchBytes, kBlockBytes) / (steps * kStepBytes);
-    const size_t blockPixels = blockTiles * kTilePixels;
+    // As few blocks as there is room for, of much the same size.
+    const size_t mostTiles = std::min(p.scratchBytes, kBlockBytes) / (steps * kStepBytes);
+    const size_t tiles = (p.pixels + kTilePixels - 1) / kTilePixels;
+    const size_t blocks = (tiles + mostTiles - 1) / mostTiles;
+    const size_t blockPixels = blocks == 0 ? 0 : (tiles + blocks - 1) / blocks * kTilePixels;
     for (size_t pixel = 0; pixel < p.pixels; pixel += blockPixels) {
         const Block block{p.scratch, steps, std::min(blockPixels, p.pixels - pixel)};
         PackBlock(p, pixel, block, p.scratch);
