@@ -116,7 +116,7 @@ void LoadGroup(const int8_t* weights, size_t inner, const int32_t* bias,
         const int8x8x4_t rows = vld4_s8(pair);
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
-            Store32(RepeatPairs(rows.val[c]), to);
+            StoreRepeated(rows.val[c], to);
         }
         const uint16x8_t one = StepTotals(vld1q_s8(pair));
         const uint16x8_t two = StepTotals(vld1q_s8(pair + 16));
@@ -696,32 +696,57 @@ struct Bytes16 {
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
 };
 
-template <class Bytes>
-inline typename Bytes::Vector MaxOfNeighbours(const int8_t* at) {
-    return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+// `Vectors` vectors of columns of a row.
+template <class Bytes, size_t Vectors>
+struct RowOfMaxima {
+    typename Bytes::Vector of[Vectors];
+};
+
+// Replaces columns by the larger of themselves and their right neighbours: those at `at` and, with
+// two vectors, those `apart` columns to the right of it, which may overlap the first: both are
+// loaded before either is replaced.
+template <class Bytes, size_t Vectors>
+inline RowOfMaxima<Bytes, Vectors> MaxOfNeighbours(int8_t* at, size_t apart) {
+    RowOfMaxima<Bytes, Vectors> maxima;
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        const int8_t* from = at + v * apart;
+        maxima.of[v] = Bytes::Max(Bytes::Load(from), Bytes::Load(from + 1));
+    }
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        Bytes::Store(at + v * apart, maxima.of[v]);
+    }
+    return maxima;
 }
 
-// `Vectors` vectors of columns of a plane, one at src and, with two, one `apart` columns to the
-// right of it, which may overlap the first: both are loaded before either is replaced by its
-// maxima.
+template <class Bytes, size_t Vectors>
+inline void StoreMaxOfRows(const RowOfMaxima<Bytes, Vectors>& a,
+                           const RowOfMaxima<Bytes, Vectors>& b, int8_t* dst, size_t apart) {
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        Bytes::Store(dst + v * apart, Bytes::Max(a.of[v], b.of[v]));
+    }
+}
+
+// Down the columns of a plane, two rows at a time, so that no row's maxima are copied.
 template <class Bytes, size_t Vectors>
 void MaxPoolColumns(int8_t* src, size_t apart, size_t width, size_t height, int8_t* dst) {
-    typename Bytes::Vector above[Vectors];
-    for (size_t y = 0; y < height; ++y, src += width) {
-        typename Bytes::Vector maxima[Vectors];
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            maxima[v] = MaxOfNeighbours<Bytes>(src + v * apart);
-        }
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            Bytes::Store(src + v * apart, maxima[v]);
-            if (y > 0) {
-                Bytes::Store(dst + v * apart, Bytes::Max(above[v], maxima[v]));
-            }
-            above[v] = maxima[v];
-        }
-        dst += y > 0 ? width - 1 : 0;
+    auto above = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+    size_t left = height - 1;
+    for (; left >= 2; left -= 2) {
+        src += width;
+        const auto below = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+        StoreMaxOfRows(above, below, dst, apart);
+        dst += width - 1;
+        src += width;
+        above = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+        StoreMaxOfRows(below, above, dst, apart);
+        dst += width - 1;
+    }
+    if (left > 0) {
+        const auto below = MaxOfNeighbours<Bytes, Vectors>(src + width, apart);
+        StoreMaxOfRows(above, below, dst, apart);
     }
 }
 
@@ -804,6 +829,9 @@ void Depthwise(const DepthwisePlanes& p) {
 }
 
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    if (height == 0) {
+        return;
+    }
     if (width > Bytes16::kCount) {
         MaxPoolPlane<Bytes16>(src, width, height, dst);
     } else if (width > Bytes8::kCount) {

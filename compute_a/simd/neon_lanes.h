@@ -38,13 +38,13 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
     to += 32;
 }
 
-// Each pair of bytes four times.
-inline Bytes32 RepeatPairs(int8x8_t pairs) {
+// Stores each pair of bytes four times; `to` moves past them.
+inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
     const int8x16_t table = vcombine_s8(pairs, pairs);
     const uint8x16_t first = vreinterpretq_u8_u64(
         vcombine_u64(vcreate_u64(0x0100010001000100u), vcreate_u64(0x0302030203020302u)));
     const uint8x16_t second = vaddq_u8(first, vdupq_n_u8(4));
-    return {{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}};
+    Store32({{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}}, to);
 }
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
@@ -99,12 +99,17 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
 #endif
 }
 
-inline Bytes32 RepeatPairs(int8x8_t pairs) {
-    const int16x4_t words = vreinterpret_s16_s8(pairs);
-    return {{vreinterpret_s8_s16(vdup_lane_s16(words, 0)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 1)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 2)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 3))}};
+// GCC would move the first pair to a core register and back.
+inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
+    __asm__(
+        "vdup.16 d16, %P[pairs][0]\n\t"
+        "vdup.16 d17, %P[pairs][1]\n\t"
+        "vdup.16 d18, %P[pairs][2]\n\t"
+        "vdup.16 d19, %P[pairs][3]\n\t"
+        "vst1.8 {d16-d19}, [%[to]]!"
+        : [to] "+r"(to), "=m"(*reinterpret_cast<int8_t(*)[32]>(to))
+        : [pairs] "w"(pairs)
+        : "q8", "q9");
 }
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
