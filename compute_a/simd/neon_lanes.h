@@ -167,7 +167,7 @@ inline TwoVectors LoadTwo(const int32_t from[8]) {
     TwoVectors loaded;
     __asm__("ldp %q0, %q1, %2"
             : "=w"(loaded.first), "=w"(loaded.second)
-            : "Ump"(*reinterpret_cast<const int32_t(*)[8]>(from)));
+            : "Q"(*reinterpret_cast<const int32_t(*)[8]>(from)));
     return loaded;
 }
 
