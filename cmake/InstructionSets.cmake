@@ -20,12 +20,10 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     # NEON is in the base line of both targets; see the toolchain files.
     list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
     list(APPEND ORVO_PATHS neon)
-    # Scheduled before registers are given out, the tiles and strips would not fit the registers.
-    set_source_files_properties(compute_a/simd/neon.cpp PROPERTIES COMPILE_OPTIONS
-        "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
-    # The cipher's state and keys fit the core registers; scheduled early or in vectors, they would not.
-    set_source_files_properties(cipher/aes_look_up.cpp PROPERTIES COMPILE_OPTIONS
-        "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns;-fno-tree-slp-vectorize>")
+    # Scheduled before registers are given out, the tiles and strips would not fit the registers, nor
+    # would the cipher's state and keys.
+    set_source_files_properties(compute_a/simd/neon.cpp cipher/aes_look_up.cpp PROPERTIES
+        COMPILE_OPTIONS "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
         list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
         list(APPEND ORVO_PATHS neon_dot)

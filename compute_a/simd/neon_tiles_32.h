@@ -14,8 +14,8 @@
 //
 // A finished sum is shifted left with saturation until its top byte is the output (see TopByteShift
 // in neon_lanes.h), and unzipping twice picks that byte. Instructions per 256 products and per tile
-// beside them, from intrinsics and here: 57 and 61 to 56 and 31 where each step is widened, 51 and
-// 61 to 48 and 31 where two are, 41 and 85 to 40 and 43 where the last alone is.
+// beside them, from intrinsics and here: 57 and 60 to 56 and 28 where each step is widened, 51 and
+// 59 to 48 and 28 where two are, 41 and 85 to 40 and 44 where all rows fit; 13 % of the product.
 #pragma once
 
 #include <arm_neon.h>
