@@ -6,6 +6,8 @@
 //   face_time                     prints RESULT<tab>own<tab>what<tab>median_ms<tab>least_ms
 //   face_time --count N [what]    runs N faces, or that part of each, and measures nothing: for
 //                                 counting instructions under an emulator
+//   face_time --init 0|1          prints how many bytes OrvoFrInit() deciphers; calls it only with
+//   1
 //
 // The linker routes the networks' kernel calls through here (--wrap), where the kernels of other
 // kinds are left out. Their outputs are missing then; no kernel's time depends on its input.
@@ -16,6 +18,7 @@
 #include <cstring>
 #include <vector>
 
+#include "orvo/model_store.h"
 #include "orvo/orvo_fr.h"
 #include "orvo/q7_kernels.h"
 
@@ -88,8 +91,10 @@ void Time(const What& what) {
 }
 
 int Usage() {
-    std::fputs("usage: face_time [--count N [align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n",
-               stderr);
+    std::fputs(
+        "usage: face_time [--count N [align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n"
+        "       face_time --init 0|1\n",
+        stderr);
     return 2;
 }
 
@@ -106,6 +111,23 @@ int Count(const char* number, const char* name) {
         RunFace(what->parts);
     }
     return 0;
+}
+
+// Whole blocks are deciphered; what is left of an array is stored plain.
+size_t DecipheredBytes() {
+    size_t bytes = 0;
+    const auto add = [&bytes](const ModelArray& array) { bytes += array.size & ~15u; };
+    std::for_each(std::begin(g_alignArray), std::end(g_alignArray), add);
+    std::for_each(std::begin(g_frArray), std::end(g_frArray), add);
+    return bytes;
+}
+
+int Init(const char* calls) {
+    if (std::strcmp(calls, "0") != 0 && std::strcmp(calls, "1") != 0) {
+        return Usage();
+    }
+    std::printf("deciphered %zu\n", DecipheredBytes());
+    return *calls == '1' && OrvoFrInit() != ORVO_FR_OK ? 1 : 0;
 }
 
 } // namespace
@@ -169,6 +191,9 @@ ROUTED(kFlip, ArmAXorQ7, (uint8_t * data, int32_t count), (__real_ArmAXorQ7, dat
 
 int main(int argc, char** argv) {
     const bool counts = argc >= 3 && argc <= 4 && std::strcmp(argv[1], "--count") == 0;
+    if (argc == 3 && std::strcmp(argv[1], "--init") == 0) {
+        return Init(argv[2]);
+    }
     if (argc > 1 && !counts) {
         return Usage();
     }
