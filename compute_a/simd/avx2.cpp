@@ -31,50 +31,6 @@ inline Word LoadWord(const int8_t* from) {
     return word;
 }
 
-// `count` bytes, 0 to 16, and zeros after them; nothing beyond them is read.
-inline __m128i LoadFirst(const int8_t* from, size_t count) {
-    if (count >= 16) {
-        return Load16(from);
-    }
-    uint64_t low = 0;
-    uint64_t high = 0;
-    if (count >= 8) {
-        low = LoadWord<uint64_t>(from);
-        // The last eight bytes, less those that are in the first eight.
-        high = count == 8 ? 0 : LoadWord<uint64_t>(from + count - 8) >> (8 * (16 - count));
-    } else if (count >= 4) {
-        low = LoadWord<uint32_t>(from);
-        const uint64_t last = LoadWord<uint32_t>(from + count - 4);
-        low |= last << (8 * (count - 4));
-    } else {
-        for (size_t i = 0; i < count; ++i) {
-            low |= uint64_t{static_cast<uint8_t>(from[i])} << (8 * i);
-        }
-    }
-    return _mm_set_epi64x(static_cast<int64_t>(high), static_cast<int64_t>(low));
-}
-
-// The first `count` bytes, 0 to 16, and nothing beyond them.
-inline void StoreFirst(int8_t* to, __m128i bytes, size_t count) {
-    if (count >= 16) {
-        Store16(to, bytes);
-        return;
-    }
-    alignas(16) int8_t all[16];
-    Store16(all, bytes);
-    if (count >= 8) {
-        __builtin_memcpy(to, all, 8);
-        __builtin_memcpy(to + count - 8, all + count - 8, 8);
-    } else if (count >= 4) {
-        __builtin_memcpy(to, all, 4);
-        __builtin_memcpy(to + count - 4, all + count - 4, 4);
-    } else {
-        for (size_t i = 0; i < count; ++i) {
-            to[i] = all[i];
-        }
-    }
-}
-
 // Sixteen sums to bytes: shifted, saturated.
 inline __m128i Requantise16(__m256i low, __m256i high, __m128i shift) {
     const __m256i words =
@@ -244,26 +200,77 @@ void Multiply(const MatrixProduct& p) {
 
 // ---- Depthwise ---------------------------------------------------------------------------------
 //
-// Two rows, widened and interleaved, hold pairs of values of one column in 32-bit lanes. The four
-// rows that two output rows need are two such pairs, and each pair gives both output rows two or
-// one of their three taps of a column. The neighbouring columns are the same pairs, read one lane
-// further on.
+// A band of rows is widened to 16 bits, with a zero between the end of a row and the start of the
+// next, which is the border of both. In this band a filter is the same everywhere, so that 32
+// outputs are made at a time from one end to the other, whatever the width: planes of 12 x 12 fill
+// the vectors as well as planes of 96 x 96. The results between the rows mean nothing; they are
+// left out where the rows go to the output.
+//
+// A vector of the band is pairs of neighbouring columns, which vpmaddwd takes as they are. Even
+// outputs x meet (x - 1, x) and (x + 1, x + 2), odd ones the same two vectors with their weights
+// one column on. Where a pair would have a zero weight in two rows, one blend makes the two a pair.
 
-constexpr size_t kStripOutputs = 64;
+constexpr size_t kStripOutputs = 128; // of an output row, if it is wider
+constexpr size_t kBandValues = 1536;
+constexpr size_t kBandReach = 64; // what the vectors of the last outputs reach beyond the band
 
-// The pairs of two rows, from the column before the strip's first output to the one after its last.
-// The columns after the first come in whole vectors of 16, and 16 zeros follow them.
-constexpr size_t kPairColumns = 1 + (kStripOutputs + 1 + 15) / 16 * 16 + 16;
-struct PairRow {
-    alignas(32) int32_t columns[kPairColumns];
+// Columns of a plane, whose outputs are made together.
+struct Strip {
+    const int8_t* src; // the first output's column in row 0
+    const int8_t* srcEnd;
+    int8_t* dst;
+    int8_t* dstEnd;
+    size_t width, height; // of the plane
+    size_t outputs;
+    bool hasLeft, hasRight; // neighbours
+
+    // Each row has a border on both sides; rows with nothing but zeros there share them.
+    size_t pitch() const { return outputs + (hasLeft || hasRight ? 2 : 1); }
 };
 
+struct Band {
+    alignas(32) int16_t values[kBandValues + kBandReach];
+    alignas(32) int8_t results[kBandValues + kBandReach];
+};
+
+inline __m256i Widen16(const int8_t* from) { return _mm256_cvtepi8_epi16(Load16(from)); }
+
+// `count` values and a zero. More may be written behind it; what comes there is written later.
+void WidenRow(const int8_t* from, size_t count, const int8_t* end, int16_t* to) {
+    size_t x = 0;
+    for (; x < count && static_cast<size_t>(end - (from + x)) >= 16; x += 16) {
+        Store32(to + x, Widen16(from + x));
+    }
+    for (; x < count; ++x) {
+        to[x] = from[x];
+    }
+    to[count] = 0;
+}
+
+// The rows that `rows` output rows from `y` on need, the one above them first.
+void WidenBand(const Strip& strip, size_t y, size_t rows, Band& band) {
+    const size_t pitch = strip.pitch();
+    const size_t left = strip.hasLeft ? 1 : 0;
+    const size_t count = left + strip.outputs + (strip.hasRight ? 1 : 0);
+    int16_t* to = band.values;
+    for (size_t row = y - 1; row != y + rows + 1; ++row, to += pitch) {
+        to[0] = 0;
+        if (row < strip.height) { // the row above the first has wrapped
+            WidenRow(strip.src + row * strip.width - left, count, strip.srcEnd, to + 1 - left);
+        } else {
+            for (size_t x = 0; x < pitch; x += 16) {
+                Store32(to + 1 + x, _mm256_setzero_si256());
+            }
+        }
+    }
+}
+
 struct DepthwiseFilter {
-    // By filter column, for the upper and the lower output row: weights of the upper pair of rows
-    // (rows 0 and 1 of the four) and of the lower pair (rows 2 and 3).
-    __m256i upperFirst[3], upperSecond[3], lowerFirst[3], lowerSecond[3];
-    __m256i bias;
-    __m128i shift, lowest;
+    // Weights of pairs of values of one row, by row; of the pairs of two rows; and of the last row
+    // alone.
+    __m256i even[3], odd[3];
+    __m256i evenBlend, oddBlend, evenLast, oddLast;
+    __m256i bias, shift, lowest;
 };
 
 inline __m256i WeightPair(int first, int second) {
@@ -272,109 +279,101 @@ inline __m256i WeightPair(int first, int second) {
 }
 
 DepthwiseFilter LoadFilter(const int8_t* w, int32_t bias, const DepthwisePlanes& p) {
-    DepthwiseFilter filter;
-    for (size_t kx = 0; kx < 3; ++kx) {
-        filter.upperFirst[kx] = WeightPair(w[kx], w[3 + kx]);
-        filter.upperSecond[kx] = WeightPair(w[6 + kx], 0);
-        filter.lowerFirst[kx] = WeightPair(0, w[kx]);
-        filter.lowerSecond[kx] = WeightPair(w[3 + kx], w[6 + kx]);
+    DepthwiseFilter f;
+    for (size_t row = 0; row < 3; ++row) {
+        f.even[row] = WeightPair(w[3 * row], w[3 * row + 1]);
+        f.odd[row] = WeightPair(w[3 * row + 1], w[3 * row + 2]);
     }
-    filter.bias = _mm256_set1_epi32(bias);
-    filter.shift = _mm_cvtsi32_si128(static_cast<int>(p.shift));
-    filter.lowest = _mm_set1_epi8(p.lowest);
-    return filter;
+    f.evenBlend = WeightPair(w[2], w[5]);
+    f.oddBlend = WeightPair(w[3], w[0]);
+    f.evenLast = WeightPair(w[8], 0);
+    f.oddLast = WeightPair(0, w[6]);
+    f.bias = _mm256_set1_epi32(bias);
+    f.shift = _mm256_set1_epi32(static_cast<int>(p.shift));
+    f.lowest = _mm256_set1_epi8(p.lowest);
+    return f;
 }
 
-// Columns of a plane: from the first output's to the one after the last output, as far as there are
-// any.
-struct Strip {
-    const int8_t* plane;
-    size_t width, height;
-    size_t first, outputs;
-
-    // The row, or zeros outside the plane, `count` values from `column`.
-    __m128i Values(size_t y, size_t column, size_t count) const {
-        return y < height ? LoadFirst(plane + y * width + column, count) : _mm_setzero_si128();
-    }
-
-    void LoadPairs(size_t y, PairRow& pairs) const {
-        const size_t end = first + outputs + 1 < width ? first + outputs + 1 : width;
-        pairs.columns[0] = 0;
-        if (first > 0) {
-            const auto value = [&](size_t row) {
-                return row < height ? plane[row * width + first - 1] : int8_t{0};
-            };
-            pairs.columns[0] = static_cast<int32_t>(
-                static_cast<uint32_t>(value(y) & 0xFFFF) |
-                static_cast<uint32_t>(static_cast<int32_t>(value(y + 1))) << 16);
-        }
-        int32_t* to = pairs.columns + 1;
-        for (size_t column = first; column < end; column += 16, to += 16) {
-            const size_t left = end - column;
-            const __m128i a = Values(y, column, left);
-            const __m128i b = Values(y + 1, column, left);
-            Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(a, b)));
-            Store32(to + 8, _mm256_cvtepi8_epi16(_mm_unpackhi_epi8(a, b)));
-        }
-        Store32(to, _mm256_setzero_si256()); // what a vector of outputs may reach beyond the end
-        Store32(to + 8, _mm256_setzero_si256());
-    }
-};
-
-struct RowSums {
-    __m256i upper, lower;
-};
-
-inline RowSums Convolve8(const int32_t* first, const int32_t* second, const DepthwiseFilter& f) {
-    RowSums sums{f.bias, f.bias};
-#pragma GCC unroll 3
-    for (size_t kx = 0; kx < 3; ++kx) {
-        const __m256i a = Load32(first + kx);
-        const __m256i b = Load32(second + kx);
-        const auto taps = [&](const __m256i& wa, const __m256i& wb) {
-            return _mm256_add_epi32(_mm256_madd_epi16(a, wa), _mm256_madd_epi16(b, wb));
-        };
-        sums.upper = _mm256_add_epi32(sums.upper, taps(f.upperFirst[kx], f.upperSecond[kx]));
-        sums.lower = _mm256_add_epi32(sums.lower, taps(f.lowerFirst[kx], f.lowerSecond[kx]));
-    }
-    return sums;
+// 16 outputs as words: even ones, then odd ones, in each half.
+inline __m256i Convolve16(const int16_t* at, size_t pitch, const DepthwiseFilter& f) {
+    __m256i even = f.bias;
+    __m256i odd = f.bias;
+    const auto add = [](__m256i& sum, __m256i values, const __m256i& weights) {
+        sum = _mm256_add_epi32(sum, _mm256_madd_epi16(values, weights));
+    };
+    const __m256i left0 = Load32(at);
+    const __m256i right0 = Load32(at + 2);
+    const __m256i middle1 = Load32(at + pitch + 1);
+    add(even, left0, f.even[0]);
+    add(odd, right0, f.odd[0]);
+    add(even, _mm256_blend_epi16(right0, middle1, 0xAA), f.evenBlend);
+    add(odd, _mm256_blend_epi16(middle1, left0, 0xAA), f.oddBlend);
+    add(even, Load32(at + pitch), f.even[1]);
+    add(odd, Load32(at + pitch + 2), f.odd[1]);
+    const __m256i left2 = Load32(at + 2 * pitch);
+    const __m256i right2 = Load32(at + 2 * pitch + 2);
+    add(even, left2, f.even[2]);
+    add(odd, right2, f.odd[2]);
+    add(even, right2, f.evenLast);
+    add(odd, left2, f.oddLast);
+    return _mm256_packs_epi32(_mm256_srav_epi32(even, f.shift), _mm256_srav_epi32(odd, f.shift));
 }
 
-void DepthwiseStrip(const Strip& strip, const DepthwiseFilter& f, int8_t* dst) {
-    PairRow rows[2];
-    PairRow* first = &rows[0];
-    PairRow* second = &rows[1];
-    strip.LoadPairs(static_cast<size_t>(0) - 1, *first); // row -1 wraps to a huge one, outside
-    for (size_t y = 0; y < strip.height; y += 2) {
-        strip.LoadPairs(y + 1, *second);
-        int8_t* to = dst + y * strip.width;
-        for (size_t x = 0; x < strip.outputs; x += 16) {
-            const RowSums low = Convolve8(first->columns + x, second->columns + x, f);
-            const RowSums high = Convolve8(first->columns + x + 8, second->columns + x + 8, f);
-            const size_t count = strip.outputs - x;
-            StoreFirst(to + x, _mm_max_epi8(Requantise16(low.upper, high.upper, f.shift), f.lowest),
-                       count);
-            if (y + 1 < strip.height) {
-                StoreFirst(to + strip.width + x,
-                           _mm_max_epi8(Requantise16(low.lower, high.lower, f.shift), f.lowest),
-                           count);
+void ConvolveBand(Band& band, size_t count, size_t pitch, const DepthwiseFilter& f) {
+    const __m256i interleave = _mm256_broadcastsi128_si256(
+        _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));
+    for (size_t i = 0; i < count; i += 32) {
+        const __m256i low = Convolve16(band.values + i, pitch, f);
+        const __m256i high = Convolve16(band.values + i + 16, pitch, f);
+        const __m256i bytes = _mm256_max_epi8(_mm256_packs_epi16(low, high), f.lowest);
+        Store32(band.results + i,
+                _mm256_permute4x64_epi64(_mm256_shuffle_epi8(bytes, interleave), 0xD8));
+    }
+}
+
+// Rows are stored in whole vectors where what they overwrite is stored later.
+void StoreBand(const Strip& strip, size_t y, size_t rows, const Band& band) {
+    const bool isWhole = !strip.hasLeft && !strip.hasRight;
+    const int8_t* from = band.results;
+    int8_t* to = strip.dst + y * strip.width;
+    for (size_t row = 0; row < rows; ++row, from += strip.pitch(), to += strip.width) {
+        const size_t rounded = (strip.outputs + 15) / 16 * 16;
+        if (isWhole && static_cast<size_t>(strip.dstEnd - to) >= rounded) {
+            for (size_t x = 0; x < rounded; x += 16) {
+                Store16(to + x, Load16(from + x));
             }
+        } else {
+            __builtin_memcpy(to, from, strip.outputs);
         }
-        PairRow* const used = first;
-        first = second;
-        second = used;
+    }
+}
+
+void DepthwiseStrip(const Strip& strip, const DepthwiseFilter& f) {
+    Band band;
+    const size_t pitch = strip.pitch();
+    const size_t most = kBandValues / pitch - 2;
+    for (size_t y = 0; y < strip.height;) {
+        const size_t left = strip.height - y;
+        const size_t rows = left < most ? left : most;
+        WidenBand(strip, y, rows, band);
+        ConvolveBand(band, rows * pitch, pitch, f);
+        StoreBand(strip, y, rows, band);
+        y += rows;
     }
 }
 
 void Depthwise(const DepthwisePlanes& p) {
     const size_t plane = p.width * p.height;
+    const int8_t* const srcEnd = p.src + p.channels * plane;
+    int8_t* const dstEnd = p.dst + p.channels * plane;
     for (size_t c = 0; c < p.channels; ++c) {
         const DepthwiseFilter filter = LoadFilter(p.weights + 9 * c, p.bias[c], p);
         for (size_t x = 0; x < p.width; x += kStripOutputs) {
             const size_t left = p.width - x;
-            const Strip strip{p.src + c * plane, p.width, p.height, x,
-                              left < kStripOutputs ? left : kStripOutputs};
-            DepthwiseStrip(strip, filter, p.dst + c * plane + x);
+            const size_t outputs = left < kStripOutputs ? left : kStripOutputs;
+            DepthwiseStrip({p.src + c * plane + x, srcEnd, p.dst + c * plane + x, dstEnd, p.width,
+                            p.height, outputs, x > 0, left > outputs},
+                           filter);
         }
     }
 }
@@ -397,26 +396,77 @@ int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
     return static_cast<int32_t>(static_cast<uint32_t>(_mm_cvtsi128_si32(half)) + rest);
 }
 
-// dst[i] = max(a[i], b[i]) in ascending order; dst may be a, with b one further on.
-inline void MaxRow(const int8_t* a, const int8_t* b, size_t count, int8_t* dst) {
-    size_t i = 0;
-    for (; i + 32 <= count; i += 32) {
-        Store32(dst + i, _mm256_max_epi8(Load32(a + i), Load32(b + i)));
+// Bytes by vectors of 32, 16, 8 and 4.
+struct Bytes32 {
+    static constexpr size_t kSize = 32;
+    static __m256i Load(const int8_t* from) { return Load32(from); }
+    static void Store(int8_t* to, __m256i bytes) { Store32(to, bytes); }
+    static __m256i Max(__m256i a, __m256i b) { return _mm256_max_epi8(a, b); }
+};
+struct Bytes16 {
+    static constexpr size_t kSize = 16;
+    static __m128i Load(const int8_t* from) { return Load16(from); }
+    static void Store(int8_t* to, __m128i bytes) { Store16(to, bytes); }
+    static __m128i Max(__m128i a, __m128i b) { return _mm_max_epi8(a, b); }
+};
+struct Bytes8 : Bytes16 {
+    static constexpr size_t kSize = 8;
+    static __m128i Load(const int8_t* from) { return _mm_cvtsi64_si128(LoadWord<int64_t>(from)); }
+    static void Store(int8_t* to, __m128i bytes) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
     }
-    for (; i < count; i += 16) {
-        const size_t left = count - i;
-        StoreFirst(dst + i, _mm_max_epi8(LoadFirst(a + i, left), LoadFirst(b + i, left)), left);
+};
+struct Bytes4 : Bytes16 {
+    static constexpr size_t kSize = 4;
+    static __m128i Load(const int8_t* from) { return _mm_cvtsi32_si128(LoadWord<int32_t>(from)); }
+    static void Store(int8_t* to, __m128i bytes) {
+        const int32_t word = _mm_cvtsi128_si32(bytes);
+        __builtin_memcpy(to, &word, sizeof word);
     }
+};
+
+// The columns at `first` and the as many at `second`, from the top of the plane to its bottom. The
+// two may overlap: in each row both are read before either is written.
+template <typename Bytes>
+void MaxPoolColumns(int8_t* src, size_t width, size_t height, size_t first, size_t second,
+                    int8_t* dst) {
+    const auto horizontal = [](const int8_t* at) {
+        return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+    };
+    auto here1 = horizontal(src + first);
+    auto here2 = horizontal(src + second);
+    for (size_t y = 1; y < height; ++y, src += width, dst += width - 1) {
+        const auto next1 = horizontal(src + width + first);
+        const auto next2 = horizontal(src + width + second);
+        Bytes::Store(src + first, here1);
+        Bytes::Store(src + second, here2);
+        Bytes::Store(dst + first, Bytes::Max(here1, next1));
+        Bytes::Store(dst + second, Bytes::Max(here2, next2));
+        here1 = next1;
+        here2 = next2;
+    }
+    Bytes::Store(src + first, here1);
+    Bytes::Store(src + second, here2);
 }
 
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
     const size_t columns = width - 1;
-    for (size_t y = 0; y < height; ++y) {
-        int8_t* row = src + y * width;
-        MaxRow(row, row + 1, columns, row);
-        if (y > 0) {
-            MaxRow(row - width, row, columns, dst + (y - 1) * columns);
+    if (columns < Bytes4::kSize) {
+        plain::MaxPoolStride1(src, width, height, dst);
+    } else if (columns < Bytes8::kSize) {
+        MaxPoolColumns<Bytes4>(src, width, height, 0, columns - Bytes4::kSize, dst);
+    } else if (columns < Bytes16::kSize) {
+        MaxPoolColumns<Bytes8>(src, width, height, 0, columns - Bytes8::kSize, dst);
+    } else if (columns < Bytes32::kSize) {
+        MaxPoolColumns<Bytes16>(src, width, height, 0, columns - Bytes16::kSize, dst);
+    } else {
+        // A column of vectors needs the values right of it as they were, so they go from left to
+        // right, and the last may overlap only the one that it goes with.
+        size_t x = 0;
+        for (; x + 2 * Bytes32::kSize < columns; x += Bytes32::kSize) {
+            MaxPoolColumns<Bytes32>(src, width, height, x, x, dst);
         }
+        MaxPoolColumns<Bytes32>(src, width, height, x, columns - Bytes32::kSize, dst);
     }
 }
 
