@@ -228,6 +228,8 @@ struct Strip {
     size_t pitch() const { return outputs + (hasLeft || hasRight ? 2 : 1); }
 };
 
+constexpr int8_t kZeroRow[kStripOutputs + 2 + 15] = {};
+
 struct Band {
     alignas(32) int16_t values[kBandValues + kBandReach];
     alignas(32) int8_t results[kBandValues + kBandReach];
@@ -258,9 +260,7 @@ void WidenBand(const Strip& strip, size_t y, size_t rows, Band& band) {
         if (row < strip.height) { // the row above the first has wrapped
             WidenRow(strip.src + row * strip.width - left, count, strip.srcEnd, to + 1 - left);
         } else {
-            for (size_t x = 0; x < pitch; x += 16) {
-                Store32(to + 1 + x, _mm256_setzero_si256());
-            }
+            WidenRow(kZeroRow, pitch, kZeroRow + sizeof kZeroRow, to);
         }
     }
 }
@@ -294,6 +294,13 @@ DepthwiseFilter LoadFilter(const int8_t* w, int32_t bias, const DepthwisePlanes&
     return f;
 }
 
+// GCC would load once for each use, and weights that it has no registers left for as well.
+inline __m256i LoadOnce(const int16_t* from) {
+    __m256i values = Load32(from);
+    __asm__("" : "+x"(values));
+    return values;
+}
+
 // 16 outputs as words: even ones, then odd ones, in each half.
 inline __m256i Convolve16(const int16_t* at, size_t pitch, const DepthwiseFilter& f) {
     __m256i even = f.bias;
@@ -301,17 +308,17 @@ inline __m256i Convolve16(const int16_t* at, size_t pitch, const DepthwiseFilter
     const auto add = [](__m256i& sum, __m256i values, const __m256i& weights) {
         sum = _mm256_add_epi32(sum, _mm256_madd_epi16(values, weights));
     };
-    const __m256i left0 = Load32(at);
-    const __m256i right0 = Load32(at + 2);
-    const __m256i middle1 = Load32(at + pitch + 1);
+    const __m256i left0 = LoadOnce(at);
+    const __m256i right0 = LoadOnce(at + 2);
+    const __m256i middle1 = LoadOnce(at + pitch + 1);
     add(even, left0, f.even[0]);
     add(odd, right0, f.odd[0]);
     add(even, _mm256_blend_epi16(right0, middle1, 0xAA), f.evenBlend);
     add(odd, _mm256_blend_epi16(middle1, left0, 0xAA), f.oddBlend);
     add(even, Load32(at + pitch), f.even[1]);
     add(odd, Load32(at + pitch + 2), f.odd[1]);
-    const __m256i left2 = Load32(at + 2 * pitch);
-    const __m256i right2 = Load32(at + 2 * pitch + 2);
+    const __m256i left2 = LoadOnce(at + 2 * pitch);
+    const __m256i right2 = LoadOnce(at + 2 * pitch + 2);
     add(even, left2, f.even[2]);
     add(odd, right2, f.odd[2]);
     add(even, right2, f.evenLast);
