@@ -31,17 +31,30 @@ inline Word LoadWord(const int8_t* from) {
     return word;
 }
 
-// Sixteen sums to bytes: shifted, saturated.
-inline __m128i Requantise16(__m256i low, __m256i high, __m128i shift) {
-    const __m256i words =
-        _mm256_packs_epi32(_mm256_sra_epi32(low, shift), _mm256_sra_epi32(high, shift));
-    const __m256i ordered = _mm256_permute4x64_epi64(words, 0xD8);
-    return _mm_packs_epi16(_mm256_castsi256_si128(ordered), _mm256_extracti128_si256(ordered, 1));
+inline __m128i Load8(const int8_t* from) { return _mm_cvtsi64_si128(LoadWord<int64_t>(from)); }
+inline void Store8(int8_t* to, __m128i bytes) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
+}
+
+// 8 or 16 sums, shifted (a count of 32 and more leaves the sign), saturated and stored.
+template <size_t Vectors>
+inline void StoreBytes(const __m256i sums[Vectors], __m256i shift, int8_t* to) {
+    const __m256i low = _mm256_srav_epi32(sums[0], shift);
+    const __m256i high = Vectors == 2 ? _mm256_srav_epi32(sums[Vectors - 1], shift) : low;
+    const __m256i words = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
+    const __m128i bytes =
+        _mm_packs_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+    if constexpr (Vectors == 2) {
+        Store16(to, bytes);
+    } else {
+        Store8(to, bytes);
+    }
 }
 
 // ---- Matrix product ----------------------------------------------------------------------------
 
 constexpr size_t kBlockPixels = 16;
+constexpr size_t kNarrowPixels = 8;
 constexpr size_t kGroup = 4;
 constexpr size_t kChunkSteps = 128; // pairs of rows whose weights are widened at a time
 constexpr size_t kStepBytes = 4 * kBlockPixels;
@@ -63,25 +76,46 @@ void PackBlock(const MatrixProduct& p, size_t pixel, int8_t* block) {
     }
 }
 
+void PackNarrow(const MatrixProduct& p, size_t pixel, int8_t* to) {
+    const int8_t* at = p.rows + pixel;
+    for (size_t k = 0; k < p.inner; k += 2, at += 2 * p.rowPitch, to += kStepBytes / 2) {
+        const __m128i second = k + 1 < p.inner ? Load8(at + p.rowPitch) : _mm_setzero_si128();
+        Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(Load8(at), second)));
+    }
+}
+
 // Some channels' weights for up to kChunkSteps pairs of rows, each pair widened into one word.
 template <size_t Channels>
 struct WeightChunk {
     alignas(32) int16_t pairs[kChunkSteps][Channels][2];
 };
 
-// `weightStep` bytes lie between a channel's weights of successive rows, `channelStep` between the
-// channels' weights of one row.
-template <size_t Channels>
-void LoadChunk(const int8_t* weights, size_t weightStep, size_t channelStep, size_t inner,
-               WeightChunk<Channels>& chunk) {
-    for (size_t k = 0; k < inner; ++k) {
-        for (size_t c = 0; c < Channels; ++c) {
-            chunk.pairs[k / 2][c][k % 2] = weights[k * weightStep + c * channelStep];
-        }
+// Four rows of four channels at a time: 16 bytes, which become two steps.
+void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t rows, WeightChunk<4>& chunk) {
+    const __m128i transpose = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+    const auto put = [&](__m128i bytes, size_t k) {
+        Store32(chunk.pairs[k / 2], _mm256_cvtepi8_epi16(_mm_shuffle_epi8(bytes, transpose)));
+    };
+    size_t k = 0;
+    for (; k + 4 <= rows; k += 4) {
+        put(Load16(weights + 4 * k), k);
     }
-    if (inner % 2 != 0) {
+    if (k < rows) {
+        alignas(16) int8_t last[16] = {};
+        __builtin_memcpy(last, weights + 4 * k, 4 * (rows - k));
+        put(Load16(last), k);
+    }
+}
+
+// Leftover channels lie apart from each other.
+template <size_t Channels>
+void LoadChunk(const int8_t* weights, size_t channelBytes, size_t rows,
+               WeightChunk<Channels>& chunk) {
+    for (size_t k = 0; k < rows; k += 2) {
         for (size_t c = 0; c < Channels; ++c) {
-            chunk.pairs[inner / 2][c][1] = 0;
+            const int8_t* row = weights + c * channelBytes + k;
+            chunk.pairs[k / 2][c][0] = row[0];
+            chunk.pairs[k / 2][c][1] = k + 1 < rows ? row[1] : int16_t{0};
         }
     }
 }
@@ -96,22 +130,26 @@ struct ChannelGroup {
     void Load(const MatrixProduct& p, size_t row) {
         const size_t left = p.inner - row;
         const size_t rows = left < 2 * kChunkSteps ? left : 2 * kChunkSteps;
-        constexpr bool kInterleaved = Channels == kGroup;
-        const size_t weightStep = kInterleaved ? kGroup : 1;
-        LoadChunk(weights + row * weightStep, weightStep, kInterleaved ? 1 : p.groupBytes, rows,
-                  chunk);
+        LoadChunk(weights + (Channels == kGroup ? kGroup * row : row), p.groupBytes, rows, chunk);
     }
 };
 
-// `Channels` planes of one block. Register plan for 4 channels: 8 sums, 2 vectors of values, 1 pair
-// of weights broadcast from memory, 1 product.
-template <size_t Channels>
+inline __m256i BroadcastPair(const int16_t pair[2]) {
+    return _mm256_set1_epi32(LoadWord<int32_t>(reinterpret_cast<const int8_t*>(pair)));
+}
+
+// `Channels` planes of one block. Register plan for 4 channels and 2 vectors of 8 pixels: 8 sums, 2
+// vectors of values, 1 pair of weights broadcast from memory, 1 product.
+template <size_t Channels, size_t Vectors>
 void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const int8_t* values,
           int8_t* dst) {
-    __m256i sums[Channels][2];
+    __m256i sums[Channels][Vectors];
 #pragma GCC unroll 4
     for (size_t c = 0; c < Channels; ++c) {
-        sums[c][0] = sums[c][1] = _mm256_set1_epi32(p.bias[group.first + c]);
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            sums[c][v] = _mm256_set1_epi32(p.bias[group.first + c]);
+        }
     }
     for (size_t k = 0; k < p.inner; k += 2 * kChunkSteps) {
         if (group.reload) {
@@ -119,37 +157,42 @@ void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const int8_t* v
         }
         const size_t left = (p.inner - k + 1) / 2;
         const size_t steps = left < kChunkSteps ? left : kChunkSteps;
-        for (size_t step = 0; step < steps; ++step, values += kStepBytes) {
-            const __m256i low = Load32(values);
-            const __m256i high = Load32(values + 32);
+        for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
+            __m256i value[Vectors];
+#pragma GCC unroll 2
+            for (size_t v = 0; v < Vectors; ++v) {
+                value[v] = Load32(values + 32 * v);
+            }
 #pragma GCC unroll 4
             for (size_t c = 0; c < Channels; ++c) {
-                const __m256i pair = _mm256_set1_epi32(
-                    LoadWord<int32_t>(reinterpret_cast<const int8_t*>(group.chunk.pairs[step][c])));
-                sums[c][0] = _mm256_add_epi32(sums[c][0], _mm256_madd_epi16(low, pair));
-                sums[c][1] = _mm256_add_epi32(sums[c][1], _mm256_madd_epi16(high, pair));
+                const __m256i pair = BroadcastPair(group.chunk.pairs[step][c]);
+#pragma GCC unroll 2
+                for (size_t v = 0; v < Vectors; ++v) {
+                    sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], pair));
+                }
             }
         }
     }
-    const __m128i shift = _mm_cvtsi32_si128(static_cast<int>(p.shift));
+    const __m256i shift = _mm256_set1_epi32(static_cast<int>(p.shift));
 #pragma GCC unroll 4
     for (size_t c = 0; c < Channels; ++c) {
-        Store16(dst + c * p.planePitch, Requantise16(sums[c][0], sums[c][1], shift));
+        StoreBytes<Vectors>(sums[c], shift, dst + c * p.planePitch);
     }
 }
 
-// Blocks whose packed values lie one after the other. The last may start before the end of the one
-// before it, so that it ends with the last pixel; its first results are then written twice.
-struct Blocks {
-    const int8_t* values;
+// A stretch of pixels whose packed values lie one after the other: blocks of 16, perhaps a last one
+// of 8. The last may start before the end of the one before it, so that it ends with the last pixel
+// of the product; its first results are then written twice.
+struct Stretch {
     size_t firstPixel;
-    size_t count;
-    size_t lastPixel; // of the last block, its first pixel
-    size_t blockBytes;
+    size_t full;      // blocks of 16
+    size_t lastPixel; // the last of them starts here
+    bool hasNarrow;
+    size_t narrowPixel;
 };
 
 template <size_t Channels>
-void MultiplyGroup(const MatrixProduct& p, const Blocks& blocks, const int8_t* weights,
+void MultiplyGroup(const MatrixProduct& p, const Stretch& stretch, const int8_t* weights,
                    size_t channel) {
     ChannelGroup<Channels> group;
     group.weights = weights;
@@ -158,26 +201,59 @@ void MultiplyGroup(const MatrixProduct& p, const Blocks& blocks, const int8_t* w
     if (!group.reload) {
         group.Load(p, 0);
     }
+    const size_t steps = (p.inner + 1) / 2;
+    const int8_t* values = p.scratch;
     int8_t* dst = p.dst + channel * p.planePitch;
-    for (size_t i = 0; i < blocks.count; ++i) {
+    for (size_t i = 0; i < stretch.full; ++i, values += kStepBytes * steps) {
         const size_t pixel =
-            i + 1 < blocks.count ? blocks.firstPixel + i * kBlockPixels : blocks.lastPixel;
-        Tile<Channels>(p, group, blocks.values + i * blocks.blockBytes, dst + pixel);
+            i + 1 < stretch.full ? stretch.firstPixel + i * kBlockPixels : stretch.lastPixel;
+        Tile<Channels, 2>(p, group, values, dst + pixel);
+    }
+    if (stretch.hasNarrow) {
+        Tile<Channels, 1>(p, group, values, dst + stretch.narrowPixel);
     }
 }
 
-void MultiplyBlocks(const MatrixProduct& p, const Blocks& blocks) {
+void MultiplyStretch(const MatrixProduct& p, const Stretch& stretch) {
     const int8_t* weights = p.weights;
     size_t channel = 0;
     for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
-        MultiplyGroup<kGroup>(p, blocks, weights, channel);
+        MultiplyGroup<kGroup>(p, stretch, weights, channel);
     }
-    for (; channel < p.channels; ++channel, weights += p.groupBytes) {
-        MultiplyGroup<1>(p, blocks, weights, channel);
+    switch (p.channels - channel) {
+        case 1:
+            return MultiplyGroup<1>(p, stretch, weights, channel);
+        case 2:
+            return MultiplyGroup<2>(p, stretch, weights, channel);
+        case 3:
+            return MultiplyGroup<3>(p, stretch, weights, channel);
+        default:
+            return;
     }
 }
 
-constexpr size_t kPackedBytes = 16 * 1024; // of packed values at a time, to stay in the first cache
+constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to stay in the first cache
+
+// Packs up to `most` blocks of 16 pixels from `pixel` on and says which. The end of the product is
+// a block of 8 if that is enough.
+Stretch PackStretch(const MatrixProduct& p, size_t pixel, size_t most) {
+    const size_t blockBytes = kStepBytes * ((p.inner + 1) / 2);
+    Stretch stretch{pixel, 0, 0, false, 0};
+    int8_t* to = p.scratch;
+    for (; stretch.full < most && pixel < p.pixels; pixel += kBlockPixels, to += blockBytes) {
+        const size_t left = p.pixels - pixel;
+        if (left <= kNarrowPixels) {
+            stretch.hasNarrow = true;
+            stretch.narrowPixel = p.pixels - kNarrowPixels;
+            PackNarrow(p, stretch.narrowPixel, to);
+            break;
+        }
+        stretch.lastPixel = left < kBlockPixels ? p.pixels - kBlockPixels : pixel;
+        PackBlock(p, stretch.lastPixel, to);
+        ++stretch.full;
+    }
+    return stretch;
+}
 
 void Multiply(const MatrixProduct& p) {
     const size_t blockBytes = kStepBytes * ((p.inner + 1) / 2);
@@ -187,14 +263,8 @@ void Multiply(const MatrixProduct& p) {
     }
     const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
     const size_t most = blockBytes == 0 || room < blockBytes ? 1 : room / blockBytes;
-    const size_t lastStart = p.pixels - kBlockPixels;
-    for (size_t pixel = 0; pixel < p.pixels;) {
-        Blocks blocks{p.scratch, pixel, 0, 0, blockBytes};
-        for (; blocks.count < most && pixel < p.pixels; ++blocks.count, pixel += kBlockPixels) {
-            blocks.lastPixel = pixel < lastStart ? pixel : lastStart;
-            PackBlock(p, blocks.lastPixel, p.scratch + blocks.count * blockBytes);
-        }
-        MultiplyBlocks(p, blocks);
+    for (size_t pixel = 0; pixel < p.pixels; pixel += most * kBlockPixels) {
+        MultiplyStretch(p, PackStretch(p, pixel, most));
     }
 }
 
@@ -418,10 +488,8 @@ struct Bytes16 {
 };
 struct Bytes8 : Bytes16 {
     static constexpr size_t kSize = 8;
-    static __m128i Load(const int8_t* from) { return _mm_cvtsi64_si128(LoadWord<int64_t>(from)); }
-    static void Store(int8_t* to, __m128i bytes) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
-    }
+    static __m128i Load(const int8_t* from) { return Load8(from); }
+    static void Store(int8_t* to, __m128i bytes) { Store8(to, bytes); }
 };
 struct Bytes4 : Bytes16 {
     static constexpr size_t kSize = 4;
