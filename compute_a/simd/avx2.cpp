@@ -157,6 +157,7 @@ void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const int8_t* v
         }
         const size_t left = (p.inner - k + 1) / 2;
         const size_t steps = left < kChunkSteps ? left : kChunkSteps;
+#pragma GCC unroll 2
         for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
             __m256i value[Vectors];
 #pragma GCC unroll 2
@@ -184,6 +185,7 @@ void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const int8_t* v
 // of 8. The last may start before the end of the one before it, so that it ends with the last pixel
 // of the product; its first results are then written twice.
 struct Stretch {
+    const int8_t* values;
     size_t firstPixel;
     size_t full;      // blocks of 16
     size_t lastPixel; // the last of them starts here
@@ -202,7 +204,7 @@ void MultiplyGroup(const MatrixProduct& p, const Stretch& stretch, const int8_t*
         group.Load(p, 0);
     }
     const size_t steps = (p.inner + 1) / 2;
-    const int8_t* values = p.scratch;
+    const int8_t* values = stretch.values;
     int8_t* dst = p.dst + channel * p.planePitch;
     for (size_t i = 0; i < stretch.full; ++i, values += kStepBytes * steps) {
         const size_t pixel =
@@ -236,10 +238,9 @@ constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to sta
 
 // Packs up to `most` blocks of 16 pixels from `pixel` on and says which. The end of the product is
 // a block of 8 if that is enough.
-Stretch PackStretch(const MatrixProduct& p, size_t pixel, size_t most) {
+Stretch PackStretch(const MatrixProduct& p, size_t pixel, size_t most, int8_t* to) {
     const size_t blockBytes = kStepBytes * ((p.inner + 1) / 2);
-    Stretch stretch{pixel, 0, 0, false, 0};
-    int8_t* to = p.scratch;
+    Stretch stretch{to, pixel, 0, 0, false, 0};
     for (; stretch.full < most && pixel < p.pixels; pixel += kBlockPixels, to += blockBytes) {
         const size_t left = p.pixels - pixel;
         if (left <= kNarrowPixels) {
@@ -261,10 +262,15 @@ void Multiply(const MatrixProduct& p) {
         plain::Multiply(p); // there is no room for a block, or not enough for it to do
         return;
     }
-    const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
+    // From a vector's boundary on where there is room for that: values that straddle two cache
+    // lines take twice as long to load.
+    const size_t toBoundary = (32 - reinterpret_cast<uintptr_t>(p.scratch) % 32) % 32;
+    const size_t skip = blockBytes + toBoundary <= p.scratchBytes ? toBoundary : 0;
+    const size_t all = p.scratchBytes - skip;
+    const size_t room = all < kPackedBytes ? all : kPackedBytes;
     const size_t most = blockBytes == 0 || room < blockBytes ? 1 : room / blockBytes;
     for (size_t pixel = 0; pixel < p.pixels; pixel += most * kBlockPixels) {
-        MultiplyStretch(p, PackStretch(p, pixel, most));
+        MultiplyStretch(p, PackStretch(p, pixel, most, p.scratch + skip));
     }
 }
 
