@@ -52,132 +52,278 @@ inline void StoreBytes(const __m256i sums[Vectors], __m256i shift, int8_t* to) {
 }
 
 // ---- Matrix product ----------------------------------------------------------------------------
+//
+// A tile is four planes of 16 pixels. Pixels are packed in steps of 64 bytes, whose 32-bit lanes
+// hold a few rows of one pixel; a step of weights is one such lane for each channel.
+//
+// Words are the general scheme: two rows widened to 16 bits a lane, and vpmaddwd. Bytes, four rows
+// a lane, are for values without a sign, which a rectifier leaves: vpmaddubsw adds two products in
+// 16 bits, at most 2 * 127 * 128 = 32512, so that it never saturates. As long as the weights that a
+// 16-bit sum meets add up to kMostWeight at most, it can take more of them before it is widened.
 
 constexpr size_t kBlockPixels = 16;
 constexpr size_t kNarrowPixels = 8;
 constexpr size_t kGroup = 4;
-constexpr size_t kChunkSteps = 128; // pairs of rows whose weights are widened at a time
-constexpr size_t kStepBytes = 4 * kBlockPixels;
+constexpr size_t kStepBytes = 64;
+constexpr size_t kChunkSteps = 128; // of weights, that are made ready at a time
+constexpr int kMostWeight = 258;    // 258 * 127 = 32766
 
-// Two rows of 16 pixels, widened: a 32-bit lane holds both values of one pixel.
-inline void PackStep(__m128i row0, __m128i row1, int8_t* to) {
-    Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(row0, row1)));
-    Store32(to + 32, _mm256_cvtepi8_epi16(_mm_unpackhi_epi8(row0, row1)));
+struct Words {
+    static constexpr size_t kRows = 2;
+};
+// With 16-bit sums that take so many steps; 0 stands for all.
+template <size_t kTaken>
+struct Bytes {
+    static constexpr size_t kRows = 4;
+    static constexpr size_t kWindow = kTaken;
+};
+
+template <typename Scheme>
+inline size_t Steps(const MatrixProduct& p) {
+    return (p.inner + Scheme::kRows - 1) / Scheme::kRows;
 }
 
-void PackBlock(const MatrixProduct& p, size_t pixel, int8_t* block) {
+// Four channels and the weights of up to kChunkSteps steps. Where fewer than four are left over,
+// the others' weights are zero.
+struct Group {
+    const int8_t* weights;
+    size_t first;
+    size_t channels;
+    alignas(32) int8_t steps[kChunkSteps][16];
+};
+
+// Four rows from `row` on, four weights each.
+inline __m128i LoadWeights(const MatrixProduct& p, const Group& group, size_t row) {
+    const size_t rows = p.inner - row < 4 ? p.inner - row : 4;
+    if (group.channels == kGroup && rows == 4) {
+        return Load16(group.weights + kGroup * row);
+    }
+    alignas(16) int8_t weights[4][kGroup] = {};
+    for (size_t k = 0; k < rows; ++k) {
+        for (size_t c = 0; c < group.channels; ++c) {
+            weights[k][c] = group.channels == kGroup ? group.weights[kGroup * (row + k) + c]
+                                                     : group.weights[c * p.groupBytes + row + k];
+        }
+    }
+    return Load16(weights);
+}
+
+inline size_t ChunkEnd(const MatrixProduct& p, size_t row, size_t rowsAStep) {
+    const size_t left = p.inner - row;
+    return row + (left < kChunkSteps * rowsAStep ? left : kChunkSteps * rowsAStep);
+}
+
+void LoadChunk(const MatrixProduct& p, size_t row, Group& group, Words) {
+    const __m128i pairs = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+    const size_t end = ChunkEnd(p, row, 2);
+    for (auto* to = group.steps; row < end; row += 4, to += 2) {
+        const __m128i weights = _mm_shuffle_epi8(LoadWeights(p, group, row), pairs);
+        Store32(to, _mm256_cvtepi8_epi16(weights));
+    }
+}
+
+// How much weight the 16-bit sums meet at most.
+struct WeightTotals {
+    int twoSteps, all;
+};
+
+inline int Largest(__m128i words) {
+    words = _mm_max_epu16(words, _mm_srli_si128(words, 8));
+    words = _mm_max_epu16(words, _mm_srli_si128(words, 4));
+    words = _mm_max_epu16(words, _mm_srli_si128(words, 2));
+    return _mm_extract_epi16(words, 0);
+}
+
+WeightTotals LoadByteChunk(const MatrixProduct& p, size_t row, Group& group) {
+    const __m128i transpose = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const size_t end = ChunkEnd(p, row, 4);
+    __m128i most = _mm_setzero_si128();
+    __m128i all = _mm_setzero_si128();
+    __m128i before = _mm_setzero_si128();
+    for (auto* to = group.steps; row < end; row += 4, ++to) {
+        const __m128i weights = _mm_shuffle_epi8(LoadWeights(p, group, row), transpose);
+        Store16(to, weights);
+        // As unsigned bytes the magnitudes are right for -128, too.
+        const __m128i total = _mm_maddubs_epi16(_mm_abs_epi8(weights), _mm_set1_epi8(1));
+        most = _mm_max_epu16(most, _mm_add_epi16(before, total));
+        all = _mm_add_epi16(all, total);
+        before = total;
+    }
+    return {Largest(most), Largest(all)};
+}
+
+template <size_t kTaken>
+void LoadChunk(const MatrixProduct& p, size_t row, Group& group, Bytes<kTaken>) {
+    LoadByteChunk(p, row, group);
+}
+
+// `Vectors` times 8 pixels of some rows, pixel by pixel: `row` gives the i-th row, or zeros.
+template <size_t Vectors, typename Row>
+inline void PackStep(const Row& row, int8_t* to, Words) {
+    Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(row(0), row(1))));
+    if constexpr (Vectors == 2) {
+        Store32(to + 32, _mm256_cvtepi8_epi16(_mm_unpackhi_epi8(row(0), row(1))));
+    }
+}
+
+template <size_t Vectors, size_t kTaken, typename Row>
+inline void PackStep(const Row& row, int8_t* to, Bytes<kTaken>) {
+    const __m128i low01 = _mm_unpacklo_epi8(row(0), row(1));
+    const __m128i low23 = _mm_unpacklo_epi8(row(2), row(3));
+    Store16(to, _mm_unpacklo_epi16(low01, low23));
+    Store16(to + 16, _mm_unpackhi_epi16(low01, low23));
+    if constexpr (Vectors == 2) {
+        const __m128i high01 = _mm_unpackhi_epi8(row(0), row(1));
+        const __m128i high23 = _mm_unpackhi_epi8(row(2), row(3));
+        Store16(to + 32, _mm_unpacklo_epi16(high01, high23));
+        Store16(to + 48, _mm_unpackhi_epi16(high01, high23));
+    }
+}
+
+template <size_t Vectors, typename Scheme>
+void PackBlock(const MatrixProduct& p, size_t pixel, int8_t* to, Scheme scheme) {
     const int8_t* at = p.rows + pixel;
+    const auto load = [](const int8_t* row) { return Vectors == 2 ? Load16(row) : Load8(row); };
     size_t k = 0;
-    for (; k + 2 <= p.inner; k += 2, at += 2 * p.rowPitch, block += kStepBytes) {
-        PackStep(Load16(at), Load16(at + p.rowPitch), block);
+    for (; k + Scheme::kRows <= p.inner; k += Scheme::kRows, to += 32 * Vectors) {
+        PackStep<Vectors>([&](size_t i) { return load(at + i * p.rowPitch); }, to, scheme);
+        at += Scheme::kRows * p.rowPitch;
     }
     if (k < p.inner) {
-        PackStep(Load16(at), _mm_setzero_si128(), block);
+        const auto row = [&](size_t i) {
+            return k + i < p.inner ? load(at + i * p.rowPitch) : _mm_setzero_si128();
+        };
+        PackStep<Vectors>(row, to, scheme);
     }
 }
 
-void PackNarrow(const MatrixProduct& p, size_t pixel, int8_t* to) {
-    const int8_t* at = p.rows + pixel;
-    for (size_t k = 0; k < p.inner; k += 2, at += 2 * p.rowPitch, to += kStepBytes / 2) {
-        const __m128i second = k + 1 < p.inner ? Load8(at + p.rowPitch) : _mm_setzero_si128();
-        Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(Load8(at), second)));
-    }
+inline __m256i BroadcastWord(const int8_t* word) {
+    return _mm256_set1_epi32(LoadWord<int32_t>(word));
 }
 
-// Some channels' weights for up to kChunkSteps pairs of rows, each pair widened into one word.
-template <size_t Channels>
-struct WeightChunk {
-    alignas(32) int16_t pairs[kChunkSteps][Channels][2];
-};
+template <size_t Vectors>
+using TileSums = __m256i[kGroup][Vectors];
 
-// Four rows of four channels at a time: 16 bytes, which become two steps.
-void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t rows, WeightChunk<4>& chunk) {
-    const __m128i transpose = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
-    const auto put = [&](__m128i bytes, size_t k) {
-        Store32(chunk.pairs[k / 2], _mm256_cvtepi8_epi16(_mm_shuffle_epi8(bytes, transpose)));
-    };
-    size_t k = 0;
-    for (; k + 4 <= rows; k += 4) {
-        put(Load16(weights + 4 * k), k);
-    }
-    if (k < rows) {
-        alignas(16) int8_t last[16] = {};
-        __builtin_memcpy(last, weights + 4 * k, 4 * (rows - k));
-        put(Load16(last), k);
-    }
-}
-
-// Leftover channels lie apart from each other.
-template <size_t Channels>
-void LoadChunk(const int8_t* weights, size_t channelBytes, size_t rows,
-               WeightChunk<Channels>& chunk) {
-    for (size_t k = 0; k < rows; k += 2) {
-        for (size_t c = 0; c < Channels; ++c) {
-            const int8_t* row = weights + c * channelBytes + k;
-            chunk.pairs[k / 2][c][0] = row[0];
-            chunk.pairs[k / 2][c][1] = k + 1 < rows ? row[1] : int16_t{0};
-        }
-    }
-}
-
-template <size_t Channels>
-struct ChannelGroup {
-    const int8_t* weights;
-    size_t first; // channel
-    bool reload;  // there are more rows than a chunk holds
-    WeightChunk<Channels> chunk;
-
-    void Load(const MatrixProduct& p, size_t row) {
-        const size_t left = p.inner - row;
-        const size_t rows = left < 2 * kChunkSteps ? left : 2 * kChunkSteps;
-        LoadChunk(weights + (Channels == kGroup ? kGroup * row : row), p.groupBytes, rows, chunk);
-    }
-};
-
-inline __m256i BroadcastPair(const int16_t pair[2]) {
-    return _mm256_set1_epi32(LoadWord<int32_t>(reinterpret_cast<const int8_t*>(pair)));
-}
-
-// `Channels` planes of one block. Register plan for 4 channels and 2 vectors of 8 pixels: 8 sums, 2
-// vectors of values, 1 pair of weights broadcast from memory, 1 product.
-template <size_t Channels, size_t Vectors>
-void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const int8_t* values,
-          int8_t* dst) {
-    __m256i sums[Channels][Vectors];
-#pragma GCC unroll 4
-    for (size_t c = 0; c < Channels; ++c) {
+// Adds some steps to the sums. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1 word of
+// weights broadcast from memory, 1 product.
+template <size_t Vectors>
+inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
+                     TileSums<Vectors>& sums, Words) {
+#pragma GCC unroll 2
+    for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
+        __m256i value[Vectors];
 #pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm256_set1_epi32(p.bias[group.first + c]);
+            value[v] = Load32(values + 32 * v);
         }
-    }
-    for (size_t k = 0; k < p.inner; k += 2 * kChunkSteps) {
-        if (group.reload) {
-            group.Load(p, k);
-        }
-        const size_t left = (p.inner - k + 1) / 2;
-        const size_t steps = left < kChunkSteps ? left : kChunkSteps;
-#pragma GCC unroll 2
-        for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
-            __m256i value[Vectors];
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+            const __m256i word = BroadcastWord(weights[step] + 4 * c);
 #pragma GCC unroll 2
             for (size_t v = 0; v < Vectors; ++v) {
-                value[v] = Load32(values + 32 * v);
-            }
-#pragma GCC unroll 4
-            for (size_t c = 0; c < Channels; ++c) {
-                const __m256i pair = BroadcastPair(group.chunk.pairs[step][c]);
-#pragma GCC unroll 2
-                for (size_t v = 0; v < Vectors; ++v) {
-                    sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], pair));
-                }
+                sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], word));
             }
         }
+    }
+}
+
+inline __m256i AddHalves(__m256i sum, __m256i words) {
+    return _mm256_add_epi32(sum, _mm256_madd_epi16(words, _mm256_set1_epi16(1)));
+}
+
+// One step, or two steps whose products 16 bits can take together. The register plan is the same
+// with one product more.
+template <size_t Vectors, size_t kTaken>
+inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
+                     TileSums<Vectors>& sums, Bytes<kTaken>) {
+    const auto add = [&](size_t taken) __attribute__((always_inline)) {
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+            __m256i words[Vectors];
+#pragma GCC unroll 2
+            for (size_t i = 0; i < taken; ++i) {
+                const __m256i word = BroadcastWord(weights[i] + 4 * c);
+#pragma GCC unroll 2
+                for (size_t v = 0; v < Vectors; ++v) {
+                    const __m256i value = Load32(values + 32 * (Vectors * i + v));
+                    const __m256i product = _mm256_maddubs_epi16(value, word);
+                    words[v] = i == 0 ? product : _mm256_add_epi16(words[v], product);
+                }
+            }
+#pragma GCC unroll 2
+            for (size_t v = 0; v < Vectors; ++v) {
+                sums[c][v] = AddHalves(sums[c][v], words[v]);
+            }
+        }
+    };
+    for (; steps >= kTaken; steps -= kTaken, weights += kTaken) {
+        add(kTaken);
+        values += 32 * Vectors * kTaken;
+    }
+    if (kTaken == 2 && steps > 0) {
+        add(1);
+    }
+}
+
+// All steps at once: 8 sums of 16 bits, and the ones of 32 bits out of the way.
+template <size_t Vectors>
+inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
+                     TileSums<Vectors>& sums, Bytes<0>) {
+    __m256i words[kGroup][Vectors] = {};
+#pragma GCC unroll 2
+    for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
+        __m256i value[Vectors];
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            value[v] = Load32(values + 32 * v);
+        }
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+            const __m256i word = BroadcastWord(weights[step] + 4 * c);
+#pragma GCC unroll 2
+            for (size_t v = 0; v < Vectors; ++v) {
+                const __m256i product = _mm256_maddubs_epi16(value[v], word);
+                words[c][v] = _mm256_add_epi16(words[c][v], product);
+            }
+        }
+    }
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            sums[c][v] = AddHalves(sums[c][v], words[c][v]);
+        }
+    }
+}
+
+// 8 or 16 pixels of the group's planes.
+template <size_t Vectors, typename Scheme>
+void Tile(const MatrixProduct& p, Group& group, const int8_t* values, int8_t* dst, Scheme scheme) {
+    constexpr size_t kChunkRows = kChunkSteps * Scheme::kRows;
+    TileSums<Vectors> sums;
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+        const int32_t bias = c < group.channels ? p.bias[group.first + c] : 0;
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            sums[c][v] = _mm256_set1_epi32(bias);
+        }
+    }
+    for (size_t row = 0; row < p.inner; row += kChunkRows) {
+        if (p.inner > kChunkRows) {
+            LoadChunk(p, row, group, scheme);
+        }
+        const size_t steps =
+            (ChunkEnd(p, row, Scheme::kRows) - row + Scheme::kRows - 1) / Scheme::kRows;
+        AddSteps<Vectors>(group.steps, values, steps, sums, scheme);
+        values += steps * 32 * Vectors;
     }
     const __m256i shift = _mm256_set1_epi32(static_cast<int>(p.shift));
 #pragma GCC unroll 4
-    for (size_t c = 0; c < Channels; ++c) {
-        StoreBytes<Vectors>(sums[c], shift, dst + c * p.planePitch);
+    for (size_t c = 0; c < kGroup; ++c) {
+        if (c < group.channels) {
+            StoreBytes<Vectors>(sums[c], shift, dst + c * p.planePitch);
+        }
     }
 }
 
@@ -193,71 +339,78 @@ struct Stretch {
     size_t narrowPixel;
 };
 
-template <size_t Channels>
-void MultiplyGroup(const MatrixProduct& p, const Stretch& stretch, const int8_t* weights,
-                   size_t channel) {
-    ChannelGroup<Channels> group;
-    group.weights = weights;
-    group.first = channel;
-    group.reload = p.inner > 2 * kChunkSteps;
-    if (!group.reload) {
-        group.Load(p, 0);
-    }
-    const size_t steps = (p.inner + 1) / 2;
+template <typename Scheme>
+void MultiplyGroup(const MatrixProduct& p, const Stretch& stretch, Group& group, Scheme scheme) {
+    const size_t blockBytes = kStepBytes * Steps<Scheme>(p);
     const int8_t* values = stretch.values;
-    int8_t* dst = p.dst + channel * p.planePitch;
-    for (size_t i = 0; i < stretch.full; ++i, values += kStepBytes * steps) {
+    int8_t* dst = p.dst + group.first * p.planePitch;
+    for (size_t i = 0; i < stretch.full; ++i, values += blockBytes) {
         const size_t pixel =
             i + 1 < stretch.full ? stretch.firstPixel + i * kBlockPixels : stretch.lastPixel;
-        Tile<Channels, 2>(p, group, values, dst + pixel);
+        Tile<2>(p, group, values, dst + pixel, scheme);
     }
     if (stretch.hasNarrow) {
-        Tile<Channels, 1>(p, group, values, dst + stretch.narrowPixel);
+        Tile<1>(p, group, values, dst + stretch.narrowPixel, scheme);
     }
 }
 
-void MultiplyStretch(const MatrixProduct& p, const Stretch& stretch) {
-    const int8_t* weights = p.weights;
-    size_t channel = 0;
-    for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
-        MultiplyGroup<kGroup>(p, stretch, weights, channel);
-    }
-    switch (p.channels - channel) {
-        case 1:
-            return MultiplyGroup<1>(p, stretch, weights, channel);
-        case 2:
-            return MultiplyGroup<2>(p, stretch, weights, channel);
-        case 3:
-            return MultiplyGroup<3>(p, stretch, weights, channel);
-        default:
-            return;
+void MultiplyGroupOf(const MatrixProduct& p, const Stretch& stretch, Group& group, Words scheme) {
+    LoadChunk(p, 0, group, scheme);
+    MultiplyGroup(p, stretch, group, scheme);
+}
+
+// As many steps in 16 bits as the weights allow.
+void MultiplyGroupOf(const MatrixProduct& p, const Stretch& stretch, Group& group, Bytes<1> one) {
+    const WeightTotals totals = LoadByteChunk(p, 0, group);
+    if (p.inner > kChunkSteps * 4) {
+        MultiplyGroup(p, stretch, group, one); // later weights may be larger
+    } else if (totals.all <= kMostWeight) {
+        MultiplyGroup(p, stretch, group, Bytes<0>{});
+    } else if (totals.twoSteps <= kMostWeight) {
+        MultiplyGroup(p, stretch, group, Bytes<2>{});
+    } else {
+        MultiplyGroup(p, stretch, group, one);
     }
 }
 
-constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to stay in the first cache
+template <typename Scheme>
+void MultiplyStretch(const MatrixProduct& p, const Stretch& stretch, Scheme scheme) {
+    Group group;
+    group.weights = p.weights;
+    for (group.first = 0; group.first < p.channels; group.first += kGroup) {
+        const size_t left = p.channels - group.first;
+        group.channels = left < kGroup ? left : kGroup;
+        MultiplyGroupOf(p, stretch, group, scheme);
+        group.weights += p.groupBytes;
+    }
+}
 
 // Packs up to `most` blocks of 16 pixels from `pixel` on and says which. The end of the product is
 // a block of 8 if that is enough.
-Stretch PackStretch(const MatrixProduct& p, size_t pixel, size_t most, int8_t* to) {
-    const size_t blockBytes = kStepBytes * ((p.inner + 1) / 2);
+template <typename Scheme>
+Stretch PackStretch(const MatrixProduct& p, size_t pixel, size_t most, int8_t* to, Scheme scheme) {
+    const size_t blockBytes = kStepBytes * Steps<Scheme>(p);
     Stretch stretch{to, pixel, 0, 0, false, 0};
     for (; stretch.full < most && pixel < p.pixels; pixel += kBlockPixels, to += blockBytes) {
         const size_t left = p.pixels - pixel;
         if (left <= kNarrowPixels) {
             stretch.hasNarrow = true;
             stretch.narrowPixel = p.pixels - kNarrowPixels;
-            PackNarrow(p, stretch.narrowPixel, to);
+            PackBlock<1>(p, stretch.narrowPixel, to, scheme);
             break;
         }
         stretch.lastPixel = left < kBlockPixels ? p.pixels - kBlockPixels : pixel;
-        PackBlock(p, stretch.lastPixel, to);
+        PackBlock<2>(p, stretch.lastPixel, to, scheme);
         ++stretch.full;
     }
     return stretch;
 }
 
-void Multiply(const MatrixProduct& p) {
-    const size_t blockBytes = kStepBytes * ((p.inner + 1) / 2);
+constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to stay in the first cache
+
+template <typename Scheme>
+void MultiplyBy(const MatrixProduct& p, Scheme scheme) {
+    const size_t blockBytes = kStepBytes * Steps<Scheme>(p);
     if (p.pixels < kBlockPixels || blockBytes > p.scratchBytes) {
         plain::Multiply(p); // there is no room for a block, or not enough for it to do
         return;
@@ -270,7 +423,35 @@ void Multiply(const MatrixProduct& p) {
     const size_t room = all < kPackedBytes ? all : kPackedBytes;
     const size_t most = blockBytes == 0 || room < blockBytes ? 1 : room / blockBytes;
     for (size_t pixel = 0; pixel < p.pixels; pixel += most * kBlockPixels) {
-        MultiplyStretch(p, PackStretch(p, pixel, most, p.scratch + skip));
+        MultiplyStretch(p, PackStretch(p, pixel, most, p.scratch + skip, scheme), scheme);
+    }
+}
+
+// Whether no value has a sign. Most inputs that have some show one in the first block.
+bool IsRectified(const MatrixProduct& p) {
+    for (size_t k = 0; k < p.inner; ++k) {
+        const int8_t* row = p.rows + k * p.rowPitch;
+        __m256i all = _mm256_setzero_si256();
+        size_t i = 0;
+        for (; i + 32 <= p.pixels; i += 32) {
+            all = _mm256_or_si256(all, Load32(row + i));
+        }
+        int signs = _mm256_movemask_epi8(all);
+        for (; i < p.pixels; ++i) {
+            signs |= row[i] < 0;
+        }
+        if (signs != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void Multiply(const MatrixProduct& p) {
+    if (IsRectified(p)) {
+        MultiplyBy(p, Bytes<1>{});
+    } else {
+        MultiplyBy(p, Words{});
     }
 }
 
@@ -480,24 +661,24 @@ int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
 }
 
 // Bytes by vectors of 32, 16, 8 and 4.
-struct Bytes32 {
+struct Vector32 {
     static constexpr size_t kSize = 32;
     static __m256i Load(const int8_t* from) { return Load32(from); }
     static void Store(int8_t* to, __m256i bytes) { Store32(to, bytes); }
     static __m256i Max(__m256i a, __m256i b) { return _mm256_max_epi8(a, b); }
 };
-struct Bytes16 {
+struct Vector16 {
     static constexpr size_t kSize = 16;
     static __m128i Load(const int8_t* from) { return Load16(from); }
     static void Store(int8_t* to, __m128i bytes) { Store16(to, bytes); }
     static __m128i Max(__m128i a, __m128i b) { return _mm_max_epi8(a, b); }
 };
-struct Bytes8 : Bytes16 {
+struct Vector8 : Vector16 {
     static constexpr size_t kSize = 8;
     static __m128i Load(const int8_t* from) { return Load8(from); }
     static void Store(int8_t* to, __m128i bytes) { Store8(to, bytes); }
 };
-struct Bytes4 : Bytes16 {
+struct Vector4 : Vector16 {
     static constexpr size_t kSize = 4;
     static __m128i Load(const int8_t* from) { return _mm_cvtsi32_si128(LoadWord<int32_t>(from)); }
     static void Store(int8_t* to, __m128i bytes) {
@@ -508,46 +689,46 @@ struct Bytes4 : Bytes16 {
 
 // The columns at `first` and the as many at `second`, from the top of the plane to its bottom. The
 // two may overlap: in each row both are read before either is written.
-template <typename Bytes>
+template <typename Vector>
 void MaxPoolColumns(int8_t* src, size_t width, size_t height, size_t first, size_t second,
                     int8_t* dst) {
     const auto horizontal = [](const int8_t* at) {
-        return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+        return Vector::Max(Vector::Load(at), Vector::Load(at + 1));
     };
     auto here1 = horizontal(src + first);
     auto here2 = horizontal(src + second);
     for (size_t y = 1; y < height; ++y, src += width, dst += width - 1) {
         const auto next1 = horizontal(src + width + first);
         const auto next2 = horizontal(src + width + second);
-        Bytes::Store(src + first, here1);
-        Bytes::Store(src + second, here2);
-        Bytes::Store(dst + first, Bytes::Max(here1, next1));
-        Bytes::Store(dst + second, Bytes::Max(here2, next2));
+        Vector::Store(src + first, here1);
+        Vector::Store(src + second, here2);
+        Vector::Store(dst + first, Vector::Max(here1, next1));
+        Vector::Store(dst + second, Vector::Max(here2, next2));
         here1 = next1;
         here2 = next2;
     }
-    Bytes::Store(src + first, here1);
-    Bytes::Store(src + second, here2);
+    Vector::Store(src + first, here1);
+    Vector::Store(src + second, here2);
 }
 
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
     const size_t columns = width - 1;
-    if (columns < Bytes4::kSize) {
+    if (columns < Vector4::kSize) {
         plain::MaxPoolStride1(src, width, height, dst);
-    } else if (columns < Bytes8::kSize) {
-        MaxPoolColumns<Bytes4>(src, width, height, 0, columns - Bytes4::kSize, dst);
-    } else if (columns < Bytes16::kSize) {
-        MaxPoolColumns<Bytes8>(src, width, height, 0, columns - Bytes8::kSize, dst);
-    } else if (columns < Bytes32::kSize) {
-        MaxPoolColumns<Bytes16>(src, width, height, 0, columns - Bytes16::kSize, dst);
+    } else if (columns < Vector8::kSize) {
+        MaxPoolColumns<Vector4>(src, width, height, 0, columns - Vector4::kSize, dst);
+    } else if (columns < Vector16::kSize) {
+        MaxPoolColumns<Vector8>(src, width, height, 0, columns - Vector8::kSize, dst);
+    } else if (columns < Vector32::kSize) {
+        MaxPoolColumns<Vector16>(src, width, height, 0, columns - Vector16::kSize, dst);
     } else {
         // A column of vectors needs the values right of it as they were, so they go from left to
         // right, and the last may overlap only the one that it goes with.
         size_t x = 0;
-        for (; x + 2 * Bytes32::kSize < columns; x += Bytes32::kSize) {
-            MaxPoolColumns<Bytes32>(src, width, height, x, x, dst);
+        for (; x + 2 * Vector32::kSize < columns; x += Vector32::kSize) {
+            MaxPoolColumns<Vector32>(src, width, height, x, x, dst);
         }
-        MaxPoolColumns<Bytes32>(src, width, height, x, columns - Bytes32::kSize, dst);
+        MaxPoolColumns<Vector32>(src, width, height, x, columns - Vector32::kSize, dst);
     }
 }
 
