@@ -231,28 +231,25 @@ inline __m256i AddHalves(__m256i sum, __m256i words) {
     return _mm256_add_epi32(sum, _mm256_madd_epi16(words, _mm256_set1_epi16(1)));
 }
 
-// One step, or two steps whose products 16 bits can take together. The register plan is the same
-// with one product more.
+// One step, or two steps whose products 16 bits can take together. Register plan: 8 sums, the
+// steps' values of 8 pixels, a word of weights, 2 products, ones; so that one vector of pixels goes
+// after the other.
 template <size_t Vectors, size_t kTaken>
 inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
                      TileSums<Vectors>& sums, Bytes<kTaken>) {
     const auto add = [&](size_t taken) __attribute__((always_inline)) {
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            const __m256i first = Load32(values + 32 * v);
+            const __m256i second = taken == 2 ? Load32(values + 32 * (Vectors + v)) : first;
 #pragma GCC unroll 4
-        for (size_t c = 0; c < kGroup; ++c) {
-            __m256i words[Vectors];
-#pragma GCC unroll 2
-            for (size_t i = 0; i < taken; ++i) {
-                const __m256i word = BroadcastWord(weights[i] + 4 * c);
-#pragma GCC unroll 2
-                for (size_t v = 0; v < Vectors; ++v) {
-                    const __m256i value = Load32(values + 32 * (Vectors * i + v));
-                    const __m256i product = _mm256_maddubs_epi16(value, word);
-                    words[v] = i == 0 ? product : _mm256_add_epi16(words[v], product);
+            for (size_t c = 0; c < kGroup; ++c) {
+                __m256i words = _mm256_maddubs_epi16(first, BroadcastWord(weights[0] + 4 * c));
+                if (taken == 2) {
+                    const __m256i word = BroadcastWord(weights[1] + 4 * c);
+                    words = _mm256_add_epi16(words, _mm256_maddubs_epi16(second, word));
                 }
-            }
-#pragma GCC unroll 2
-            for (size_t v = 0; v < Vectors; ++v) {
-                sums[c][v] = AddHalves(sums[c][v], words[v]);
+                sums[c][v] = AddHalves(sums[c][v], words);
             }
         }
     };
@@ -270,7 +267,6 @@ template <size_t Vectors>
 inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
                      TileSums<Vectors>& sums, Bytes<0>) {
     __m256i words[kGroup][Vectors] = {};
-#pragma GCC unroll 2
     for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
         __m256i value[Vectors];
 #pragma GCC unroll 2
@@ -492,18 +488,23 @@ struct Band {
     alignas(32) int8_t results[kBandValues + kBandReach];
 };
 
+inline size_t RoundUp16(size_t count) { return (count + 15) / 16 * 16; }
+
 inline __m256i Widen16(const int8_t* from) { return _mm256_cvtepi8_epi16(Load16(from)); }
 
 // `count` values and a zero. More may be written behind it; what comes there is written later.
-void WidenRow(const int8_t* from, size_t count, const int8_t* end, int16_t* to) {
-    size_t x = 0;
-    for (; x < count && static_cast<size_t>(end - (from + x)) >= 16; x += 16) {
+inline void WidenRow(const int8_t* from, size_t count, int16_t* to) {
+    for (size_t x = 0; x < count; x += 16) {
         Store32(to + x, Widen16(from + x));
     }
-    for (; x < count; ++x) {
-        to[x] = from[x];
-    }
     to[count] = 0;
+}
+
+// The same for a row after which there are not enough values for a whole vector.
+void WidenLastRow(const int8_t* from, size_t count, int16_t* to) {
+    alignas(16) int8_t row[kStripOutputs + 2 + 15];
+    __builtin_memcpy(row, from, count);
+    WidenRow(row, count, to);
 }
 
 // The rows that `rows` output rows from `y` on need, the one above them first.
@@ -511,13 +512,19 @@ void WidenBand(const Strip& strip, size_t y, size_t rows, Band& band) {
     const size_t pitch = strip.pitch();
     const size_t left = strip.hasLeft ? 1 : 0;
     const size_t count = left + strip.outputs + (strip.hasRight ? 1 : 0);
+    const size_t rounded = RoundUp16(count);
     int16_t* to = band.values;
     for (size_t row = y - 1; row != y + rows + 1; ++row, to += pitch) {
         to[0] = 0;
-        if (row < strip.height) { // the row above the first has wrapped
-            WidenRow(strip.src + row * strip.width - left, count, strip.srcEnd, to + 1 - left);
+        if (row >= strip.height) { // the row above the first has wrapped
+            WidenRow(kZeroRow, pitch, to);
+            continue;
+        }
+        const int8_t* from = strip.src + row * strip.width - left;
+        if (static_cast<size_t>(strip.srcEnd - from) >= rounded) {
+            WidenRow(from, count, to + 1 - left);
         } else {
-            WidenRow(kZeroRow, pitch, kZeroRow + sizeof kZeroRow, to);
+            WidenLastRow(from, count, to + 1 - left);
         }
     }
 }
@@ -598,10 +605,11 @@ void ConvolveBand(Band& band, size_t count, size_t pitch, const DepthwiseFilter&
 // Rows are stored in whole vectors where what they overwrite is stored later.
 void StoreBand(const Strip& strip, size_t y, size_t rows, const Band& band) {
     const bool isWhole = !strip.hasLeft && !strip.hasRight;
+    const size_t pitch = strip.pitch();
+    const size_t rounded = RoundUp16(strip.outputs);
     const int8_t* from = band.results;
     int8_t* to = strip.dst + y * strip.width;
-    for (size_t row = 0; row < rows; ++row, from += strip.pitch(), to += strip.width) {
-        const size_t rounded = (strip.outputs + 15) / 16 * 16;
+    for (size_t row = 0; row < rows; ++row, from += pitch, to += strip.width) {
         if (isWhole && static_cast<size_t>(strip.dstEnd - to) >= rounded) {
             for (size_t x = 0; x < rounded; x += 16) {
                 Store16(to + x, Load16(from + x));
@@ -732,29 +740,62 @@ void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
     }
 }
 
-// The low bytes of sixteen words.
+// The low bytes of 8 or 16 words.
+inline __m128i LowBytes(__m128i words) {
+    const __m128i low = _mm_and_si128(words, _mm_set1_epi16(0xFF));
+    return _mm_packus_epi16(low, low);
+}
 inline __m128i LowBytes(__m256i words) {
-    const __m256i bytes = _mm256_packus_epi16(_mm256_and_si256(words, _mm256_set1_epi16(0xFF)),
-                                              _mm256_setzero_si256());
-    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0xD8));
+    const __m256i low = _mm256_and_si256(words, _mm256_set1_epi16(0xFF));
+    return _mm_packus_epi16(_mm256_castsi256_si128(low), _mm256_extracti128_si256(low, 1));
+}
+
+// Calls do16(x) or do8(x) until all of `count` results are made. The last call may repeat some.
+template <typename Do16, typename Do8, typename DoRest>
+inline void InBlocks(size_t count, const Do16& do16, const Do8& do8, const DoRest& doRest) {
+    if (count >= 16) {
+        for (size_t x = 0; x < count - 16; x += 16) {
+            do16(x);
+        }
+        do16(count - 16);
+    } else if (count >= 8) {
+        do8(0);
+        do8(count - 8);
+    } else {
+        doRest();
+    }
 }
 
 void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
-    size_t x = 0;
-    for (; x + 16 <= dstWidth; x += 16) {
+    const auto do16 = [&](size_t x) {
         const __m256i rows = _mm256_max_epi8(Load32(upper + 2 * x), Load32(lower + 2 * x));
         Store16(dst + x, LowBytes(_mm256_max_epi8(rows, _mm256_srli_epi16(rows, 8))));
-    }
-    plain::MaxPoolRows(upper + 2 * x, lower + 2 * x, dstWidth - x, dst + x);
+    };
+    const auto do8 = [&](size_t x) {
+        const __m128i rows = _mm_max_epi8(Load16(upper + 2 * x), Load16(lower + 2 * x));
+        Store8(dst + x, LowBytes(_mm_max_epi8(rows, _mm_srli_epi16(rows, 8))));
+    };
+    InBlocks(dstWidth, do16, do8, [&] { plain::MaxPoolRows(upper, lower, dstWidth, dst); });
 }
 
+// A row of odd length ends with a value that is sampled, so that a vector that starts with a
+// sampled value would reach beyond it. All but the first vectors start one value earlier.
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
-    size_t x = 0;
-    // A row has an odd length where the last value is sampled: 31 values may be all there are.
-    for (; x + 17 <= dstWidth; x += 16) {
-        Store16(dst + x, LowBytes(Load32(src + 2 * x)));
+    if (dstWidth < 2) {
+        plain::SampleRow(src, dstWidth, dst);
+        return;
     }
-    plain::SampleRow(src + 2 * x, dstWidth - x, dst + x);
+    dst[0] = src[0];
+    const int8_t* const from = src + 1;
+    int8_t* const to = dst + 1;
+    const size_t count = dstWidth - 1;
+    const auto do16 = [&](size_t x) {
+        Store16(to + x, LowBytes(_mm256_srli_epi16(Load32(from + 2 * x), 8)));
+    };
+    const auto do8 = [&](size_t x) {
+        Store8(to + x, LowBytes(_mm_srli_epi16(Load16(from + 2 * x), 8)));
+    };
+    InBlocks(count, do16, do8, [&] { plain::SampleRow(from + 1, count, to); });
 }
 
 void Rectify(const int8_t* src, int8_t* dst, size_t count) {
@@ -773,23 +814,24 @@ void FlipSign(uint8_t* data, size_t count) {
     plain::FlipSign(data + i, count - i);
 }
 
+// The shortcut's and the other input's bytes, interleaved, meet the powers of two that stand for
+// the shifts: vpmaddubsw shifts and adds at once, at most 2 * 64 * 128 = 16384, which leaves room
+// for half of the output's unit.
 void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
-    const __m128i shift1 = _mm_cvtsi32_si128(static_cast<int>(s.in1));
-    const __m128i shift2 = _mm_cvtsi32_si128(static_cast<int>(s.in2));
-    const __m128i shiftOut = _mm_cvtsi32_si128(static_cast<int>(s.out));
+    const __m256i factors = _mm256_set1_epi16(static_cast<int16_t>(1 << s.in1 | 1 << s.in2 << 8));
+    const __m128i shift = _mm_cvtsi32_si128(static_cast<int>(s.out));
     const __m256i half = _mm256_set1_epi16(static_cast<int16_t>(s.out == 0 ? 0 : 1 << (s.out - 1)));
-    const auto widen = [](const int8_t* values, __m128i shift) {
-        return _mm256_sll_epi16(_mm256_cvtepi8_epi16(Load16(values)), shift);
+    const auto sum = [&](__m256i pairs) {
+        const __m256i words = _mm256_add_epi16(_mm256_maddubs_epi16(factors, pairs), half);
+        return _mm256_sra_epi16(words, shift);
     };
     size_t i = 0;
-    for (; i + 16 <= count; i += 16) {
-        __m256i sum = _mm256_add_epi16(widen(in1 + i, shift1), half);
-        if (in2 != nullptr) {
-            sum = _mm256_add_epi16(sum, widen(in2 + i, shift2));
-        }
-        const __m256i shifted = _mm256_sra_epi16(sum, shiftOut);
-        Store16(dst + i, _mm_packs_epi16(_mm256_castsi256_si128(shifted),
-                                         _mm256_extracti128_si256(shifted, 1)));
+    for (; i + 32 <= count; i += 32) {
+        const __m256i a = Load32(in1 + i);
+        const __m256i b = in2 == nullptr ? _mm256_setzero_si256() : Load32(in2 + i);
+        const __m256i low = sum(_mm256_unpacklo_epi8(a, b));
+        const __m256i high = sum(_mm256_unpackhi_epi8(a, b));
+        Store32(dst + i, _mm256_packs_epi16(low, high));
     }
     plain::Add(in1 + i, in2 == nullptr ? nullptr : in2 + i, dst + i, count - i, s);
 }
