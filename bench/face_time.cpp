@@ -206,14 +206,11 @@ int main(int argc, char** argv) {
     }
     std::vector<uint8_t> memory(OrvoFrGetMemorySize());
     if (OrvoFrInit() != ORVO_FR_OK ||
-        OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK) {
+        OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK || !RunPicture()) {
         return 1;
     }
     if (counts) {
         return Count(argv[2], argc == 4 ? argv[3] : "face");
-    }
-    if (!RunPicture()) {
-        return 1;
     }
     for (const What& what : kWhats) {
         Time(what);

@@ -36,19 +36,19 @@ inline void Store8(int8_t* to, __m128i bytes) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
 }
 
-// 8 or 16 sums, shifted (a count of 32 and more leaves the sign), saturated and stored.
+// The sums of two planes, shifted (a count of 32 and more leaves the sign) and saturated: in each
+// half of the vector the 8 or 16 bytes of one plane.
 template <size_t Vectors>
-inline void StoreBytes(const __m256i sums[Vectors], __m256i shift, int8_t* to) {
-    const __m256i low = _mm256_srav_epi32(sums[0], shift);
-    const __m256i high = Vectors == 2 ? _mm256_srav_epi32(sums[Vectors - 1], shift) : low;
-    const __m256i words = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
-    const __m128i bytes =
-        _mm_packs_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
-    if constexpr (Vectors == 2) {
-        Store16(to, bytes);
-    } else {
-        Store8(to, bytes);
-    }
+inline __m256i Requantise(const __m256i first[Vectors], const __m256i second[Vectors],
+                          __m256i shift) {
+    const auto words = [shift](const __m256i sums[Vectors]) {
+        const __m256i low = _mm256_srav_epi32(sums[0], shift);
+        const __m256i high = Vectors == 2 ? _mm256_srav_epi32(sums[Vectors - 1], shift) : low;
+        return _mm256_packs_epi32(low, high);
+    };
+    const __m256i bytes = _mm256_packs_epi16(words(first), words(second));
+    // Words 0 and 4 hold the first four pixels and the second four, 1 and 5 the ones after these.
+    return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
 
 // ---- Matrix product ----------------------------------------------------------------------------
@@ -315,11 +315,17 @@ void Tile(const MatrixProduct& p, Group& group, const int8_t* values, int8_t* ds
         values += steps * 32 * Vectors;
     }
     const __m256i shift = _mm256_set1_epi32(static_cast<int>(p.shift));
-#pragma GCC unroll 4
-    for (size_t c = 0; c < kGroup; ++c) {
+    const auto store = [&](size_t c, __m128i bytes) {
         if (c < group.channels) {
-            StoreBytes<Vectors>(sums[c], shift, dst + c * p.planePitch);
+            Vectors == 2 ? Store16(dst + c * p.planePitch, bytes)
+                         : Store8(dst + c * p.planePitch, bytes);
         }
+    };
+#pragma GCC unroll 2
+    for (size_t c = 0; c < kGroup; c += 2) {
+        const __m256i bytes = Requantise<Vectors>(sums[c], sums[c + 1], shift);
+        store(c, _mm256_castsi256_si128(bytes));
+        store(c + 1, _mm256_extracti128_si256(bytes, 1));
     }
 }
 
