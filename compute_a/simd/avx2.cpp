@@ -89,23 +89,34 @@ struct Group {
     const int8_t* weights;
     size_t first;
     size_t channels;
+    int32_t bias[kGroup];
     alignas(32) int8_t steps[kChunkSteps][16];
 };
 
-// Four rows from `row` on, four weights each.
-inline __m128i LoadWeights(const MatrixProduct& p, const Group& group, size_t row) {
-    const size_t rows = p.inner - row < 4 ? p.inner - row : 4;
-    if (group.channels == kGroup && rows == 4) {
-        return Load16(group.weights + kGroup * row);
-    }
+// Four rows from `row` on, four weights each, of fewer than four rows or channels.
+__m128i LoadFewWeights(const MatrixProduct& p, const Group& group, size_t row) {
     alignas(16) int8_t weights[4][kGroup] = {};
-    for (size_t k = 0; k < rows; ++k) {
+    for (size_t k = 0; k < 4 && row + k < p.inner; ++k) {
         for (size_t c = 0; c < group.channels; ++c) {
             weights[k][c] = group.channels == kGroup ? group.weights[kGroup * (row + k) + c]
                                                      : group.weights[c * p.groupBytes + row + k];
         }
     }
     return Load16(weights);
+}
+
+// Calls take(weights) for every four rows from `row` to `end`.
+template <typename Take>
+inline void ForWeights(const MatrixProduct& p, const Group& group, size_t row, size_t end,
+                       const Take& take) {
+    if (group.channels == kGroup) {
+        for (; row + 4 <= end; row += 4) {
+            take(Load16(group.weights + kGroup * row));
+        }
+    }
+    for (; row < end; row += 4) {
+        take(LoadFewWeights(p, group, row));
+    }
 }
 
 inline size_t ChunkEnd(const MatrixProduct& p, size_t row, size_t rowsAStep) {
@@ -115,11 +126,11 @@ inline size_t ChunkEnd(const MatrixProduct& p, size_t row, size_t rowsAStep) {
 
 void LoadChunk(const MatrixProduct& p, size_t row, Group& group, Words) {
     const __m128i pairs = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
-    const size_t end = ChunkEnd(p, row, 2);
-    for (auto* to = group.steps; row < end; row += 4, to += 2) {
-        const __m128i weights = _mm_shuffle_epi8(LoadWeights(p, group, row), pairs);
-        Store32(to, _mm256_cvtepi8_epi16(weights));
-    }
+    auto* to = group.steps;
+    ForWeights(p, group, row, ChunkEnd(p, row, 2), [&](__m128i weights) {
+        Store32(to, _mm256_cvtepi8_epi16(_mm_shuffle_epi8(weights, pairs)));
+        to += 2;
+    });
 }
 
 // How much weight the 16-bit sums meet at most.
@@ -136,19 +147,19 @@ inline int Largest(__m128i words) {
 
 WeightTotals LoadByteChunk(const MatrixProduct& p, size_t row, Group& group) {
     const __m128i transpose = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-    const size_t end = ChunkEnd(p, row, 4);
     __m128i most = _mm_setzero_si128();
     __m128i all = _mm_setzero_si128();
     __m128i before = _mm_setzero_si128();
-    for (auto* to = group.steps; row < end; row += 4, ++to) {
-        const __m128i weights = _mm_shuffle_epi8(LoadWeights(p, group, row), transpose);
-        Store16(to, weights);
+    auto* to = group.steps;
+    ForWeights(p, group, row, ChunkEnd(p, row, 4), [&](__m128i rows) {
+        const __m128i weights = _mm_shuffle_epi8(rows, transpose);
+        Store16(to++, weights);
         // As unsigned bytes the magnitudes are right for -128, too.
         const __m128i total = _mm_maddubs_epi16(_mm_abs_epi8(weights), _mm_set1_epi8(1));
         most = _mm_max_epu16(most, _mm_add_epi16(before, total));
         all = _mm_add_epi16(all, total);
         before = total;
-    }
+    });
     return {Largest(most), Largest(all)};
 }
 
@@ -204,26 +215,31 @@ inline __m256i BroadcastWord(const int8_t* word) {
 template <size_t Vectors>
 using TileSums = __m256i[kGroup][Vectors];
 
-// Adds some steps to the sums. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1 word of
+// Adds a step to the sums. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1 word of
 // weights broadcast from memory, 1 product.
+template <size_t Vectors>
+inline void AddStep(const int8_t* weights, const int8_t* values, TileSums<Vectors>& sums) {
+    __m256i value[Vectors];
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        value[v] = Load32(values + 32 * v);
+    }
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+        const __m256i word = BroadcastWord(weights + 4 * c);
+#pragma GCC unroll 2
+        for (size_t v = 0; v < Vectors; ++v) {
+            sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], word));
+        }
+    }
+}
+
 template <size_t Vectors>
 inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
                      TileSums<Vectors>& sums, Words) {
 #pragma GCC unroll 2
     for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
-        __m256i value[Vectors];
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            value[v] = Load32(values + 32 * v);
-        }
-#pragma GCC unroll 4
-        for (size_t c = 0; c < kGroup; ++c) {
-            const __m256i word = BroadcastWord(weights[step] + 4 * c);
-#pragma GCC unroll 2
-            for (size_t v = 0; v < Vectors; ++v) {
-                sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], word));
-            }
-        }
+        AddStep<Vectors>(weights[step], values, sums);
     }
 }
 
@@ -299,10 +315,9 @@ void Tile(const MatrixProduct& p, Group& group, const int8_t* values, int8_t* ds
     TileSums<Vectors> sums;
 #pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
-        const int32_t bias = c < group.channels ? p.bias[group.first + c] : 0;
 #pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm256_set1_epi32(bias);
+            sums[c][v] = _mm256_set1_epi32(group.bias[c]);
         }
     }
     for (size_t row = 0; row < p.inner; row += kChunkRows) {
@@ -315,17 +330,24 @@ void Tile(const MatrixProduct& p, Group& group, const int8_t* values, int8_t* ds
         values += steps * 32 * Vectors;
     }
     const __m256i shift = _mm256_set1_epi32(static_cast<int>(p.shift));
-    const auto store = [&](size_t c, __m128i bytes) {
-        if (c < group.channels) {
-            Vectors == 2 ? Store16(dst + c * p.planePitch, bytes)
-                         : Store8(dst + c * p.planePitch, bytes);
-        }
+    const __m256i first = Requantise<Vectors>(sums[0], sums[1], shift);
+    const __m256i second = Requantise<Vectors>(sums[2], sums[3], shift);
+    const __m128i planes[kGroup] = {
+        _mm256_castsi256_si128(first), _mm256_extracti128_si256(first, 1),
+        _mm256_castsi256_si128(second), _mm256_extracti128_si256(second, 1)};
+    const size_t pitch = p.planePitch;
+    const auto store = [](int8_t* to, __m128i bytes) {
+        Vectors == 2 ? Store16(to, bytes) : Store8(to, bytes);
     };
-#pragma GCC unroll 2
-    for (size_t c = 0; c < kGroup; c += 2) {
-        const __m256i bytes = Requantise<Vectors>(sums[c], sums[c + 1], shift);
-        store(c, _mm256_castsi256_si128(bytes));
-        store(c + 1, _mm256_extracti128_si256(bytes, 1));
+    if (group.channels == kGroup) {
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+            store(dst + c * pitch, planes[c]);
+        }
+    } else {
+        for (size_t c = 0; c < group.channels; ++c) {
+            store(dst + c * pitch, planes[c]);
+        }
     }
 }
 
@@ -382,6 +404,9 @@ void MultiplyStretch(const MatrixProduct& p, const Stretch& stretch, Scheme sche
     for (group.first = 0; group.first < p.channels; group.first += kGroup) {
         const size_t left = p.channels - group.first;
         group.channels = left < kGroup ? left : kGroup;
+        for (size_t c = 0; c < kGroup; ++c) {
+            group.bias[c] = c < group.channels ? p.bias[group.first + c] : 0;
+        }
         MultiplyGroupOf(p, stretch, group, scheme);
         group.weights += p.groupBytes;
     }
