@@ -35,6 +35,11 @@ inline __m128i Load8(const int8_t* from) { return _mm_cvtsi64_si128(LoadWord<int
 inline void Store8(int8_t* to, __m128i bytes) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
 }
+inline __m128i Load4(const int8_t* from) { return _mm_cvtsi32_si128(LoadWord<int32_t>(from)); }
+inline void Store4(int8_t* to, __m128i bytes) {
+    const int32_t word = _mm_cvtsi128_si32(bytes);
+    __builtin_memcpy(to, &word, sizeof word);
+}
 
 // The sums of two planes, shifted (a count of 32 and more leaves the sign) and saturated: in each
 // half of the vector the 8 or 16 bytes of one plane.
@@ -725,11 +730,8 @@ struct Vector8 : Vector16 {
 };
 struct Vector4 : Vector16 {
     static constexpr size_t kSize = 4;
-    static __m128i Load(const int8_t* from) { return _mm_cvtsi32_si128(LoadWord<int32_t>(from)); }
-    static void Store(int8_t* to, __m128i bytes) {
-        const int32_t word = _mm_cvtsi128_si32(bytes);
-        __builtin_memcpy(to, &word, sizeof word);
-    }
+    static __m128i Load(const int8_t* from) { return Load4(from); }
+    static void Store(int8_t* to, __m128i bytes) { Store4(to, bytes); }
 };
 
 // The columns at `first` and the as many at `second`, from the top of the plane to its bottom. The
@@ -787,9 +789,11 @@ inline __m128i LowBytes(__m256i words) {
     return _mm_packus_epi16(_mm256_castsi256_si128(low), _mm256_extracti128_si256(low, 1));
 }
 
-// Calls do16(x) or do8(x) until all of `count` results are made. The last call may repeat some.
-template <typename Do16, typename Do8, typename DoRest>
-inline void InBlocks(size_t count, const Do16& do16, const Do8& do8, const DoRest& doRest) {
+// Calls do16(x), do8(x) or do4(x) until all of `count` results are made. The last call may repeat
+// some.
+template <typename Do16, typename Do8, typename Do4, typename DoRest>
+inline void InBlocks(size_t count, const Do16& do16, const Do8& do8, const Do4& do4,
+                     const DoRest& doRest) {
     if (count >= 16) {
         for (size_t x = 0; x < count - 16; x += 16) {
             do16(x);
@@ -798,6 +802,9 @@ inline void InBlocks(size_t count, const Do16& do16, const Do8& do8, const DoRes
     } else if (count >= 8) {
         do8(0);
         do8(count - 8);
+    } else if (count >= 4) {
+        do4(0);
+        do4(count - 4);
     } else {
         doRest();
     }
@@ -808,11 +815,17 @@ void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8
         const __m256i rows = _mm256_max_epi8(Load32(upper + 2 * x), Load32(lower + 2 * x));
         Store16(dst + x, LowBytes(_mm256_max_epi8(rows, _mm256_srli_epi16(rows, 8))));
     };
-    const auto do8 = [&](size_t x) {
-        const __m128i rows = _mm_max_epi8(Load16(upper + 2 * x), Load16(lower + 2 * x));
-        Store8(dst + x, LowBytes(_mm_max_epi8(rows, _mm_srli_epi16(rows, 8))));
+    const auto pairs = [](__m128i a, __m128i b) {
+        const __m128i rows = _mm_max_epi8(a, b);
+        return LowBytes(_mm_max_epi8(rows, _mm_srli_epi16(rows, 8)));
     };
-    InBlocks(dstWidth, do16, do8, [&] { plain::MaxPoolRows(upper, lower, dstWidth, dst); });
+    const auto do8 = [&](size_t x) {
+        Store8(dst + x, pairs(Load16(upper + 2 * x), Load16(lower + 2 * x)));
+    };
+    const auto do4 = [&](size_t x) {
+        Store4(dst + x, pairs(Load8(upper + 2 * x), Load8(lower + 2 * x)));
+    };
+    InBlocks(dstWidth, do16, do8, do4, [&] { plain::MaxPoolRows(upper, lower, dstWidth, dst); });
 }
 
 // A row of odd length ends with a value that is sampled, so that a vector that starts with a
@@ -832,7 +845,10 @@ void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
     const auto do8 = [&](size_t x) {
         Store8(to + x, LowBytes(_mm_srli_epi16(Load16(from + 2 * x), 8)));
     };
-    InBlocks(count, do16, do8, [&] { plain::SampleRow(from + 1, count, to); });
+    const auto do4 = [&](size_t x) {
+        Store4(to + x, LowBytes(_mm_srli_epi16(Load8(from + 2 * x), 8)));
+    };
+    InBlocks(count, do16, do8, do4, [&] { plain::SampleRow(from + 1, count, to); });
 }
 
 void Rectify(const int8_t* src, int8_t* dst, size_t count) {
@@ -841,14 +857,6 @@ void Rectify(const int8_t* src, int8_t* dst, size_t count) {
         Store32(dst + i, _mm256_max_epi8(Load32(src + i), _mm256_setzero_si256()));
     }
     plain::Rectify(src + i, dst + i, count - i);
-}
-
-void FlipSign(uint8_t* data, size_t count) {
-    size_t i = 0;
-    for (; i + 32 <= count; i += 32) {
-        Store32(data + i, _mm256_xor_si256(Load32(data + i), _mm256_set1_epi8(-128)));
-    }
-    plain::FlipSign(data + i, count - i);
 }
 
 // The shortcut's and the other input's bytes, interleaved, meet the powers of two that stand for
@@ -875,7 +883,8 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 
 } // namespace
 
-const Routines kAvx2Routines{"avx2",      Multiply,  Depthwise, Dot,      MaxPoolStride1,
-                             MaxPoolRows, SampleRow, Rectify,   FlipSign, Add};
+// To flip signs, memory sets the pace.
+const Routines kAvx2Routines{"avx2",    Multiply, Depthwise,       Dot, MaxPoolStride1, MaxPoolRows,
+                             SampleRow, Rectify,  plain::FlipSign, Add};
 
 } // namespace orvo
