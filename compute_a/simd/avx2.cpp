@@ -3,8 +3,21 @@
 // x86-64 with AVX2.
 //
 // vpmaddwd multiplies pairs of 16-bit values and adds each pair into a 32-bit lane: exact for bytes
-// widened to 16 bits, whatever they are, which the byte multiply of this instruction set (it
-// saturates at 16 bits) is not.
+// widened to 16 bits, whatever they are. vpmaddubsw does the same with twice as many bytes,
+// unsigned by signed, but saturates at 16 bits, so it stands only where that cannot happen.
+//
+// Milliseconds a face, plain and here, on a processor at 3.3 GHz that can do 81 thousand million
+// products a second with vpmaddwd:
+//
+//     convolution       1.05   0.15
+//     pointwise         5.01   0.57
+//     depthwise         3.93   0.45
+//     max pooling       0.162  0.042
+//     addition          0.137  0.011
+//     rectifier         0.020  0.013
+//     sampling          0.022  0.015
+//
+// The dot product of 256 values takes 13 ns in place of 30.
 #include <immintrin.h>
 
 #include "compute_a/routines.h"
@@ -65,6 +78,9 @@ inline __m256i Requantise(const __m256i first[Vectors], const __m256i second[Vec
 // a lane, are for values without a sign, which a rectifier leaves: vpmaddubsw adds two products in
 // 16 bits, at most 2 * 127 * 128 = 32512, so that it never saturates. As long as the weights that a
 // 16-bit sum meets add up to kMostWeight at most, it can take more of them before it is widened.
+//
+// Thousands of millions of products a second, 64 rows to 128 planes of 12 x 12: words 69, bytes 86,
+// bytes with sums over two steps 100, over all steps 119; plain 9.
 
 constexpr size_t kBlockPixels = 16;
 constexpr size_t kNarrowPixels = 8;
@@ -80,7 +96,6 @@ struct Words {
 template <size_t kTaken>
 struct Bytes {
     static constexpr size_t kRows = 4;
-    static constexpr size_t kWindow = kTaken;
 };
 
 template <typename Scheme>
@@ -220,8 +235,8 @@ inline __m256i BroadcastWord(const int8_t* word) {
 template <size_t Vectors>
 using TileSums = __m256i[kGroup][Vectors];
 
-// Adds a step to the sums. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1 word of
-// weights broadcast from memory, 1 product.
+// Adds a step to the sums, which wrap. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1
+// word of weights broadcast from memory, 1 product.
 template <size_t Vectors>
 inline void AddStep(const int8_t* weights, const int8_t* values, TileSums<Vectors>& sums) {
     __m256i value[Vectors];
@@ -289,7 +304,8 @@ inline __attribute__((always_inline)) void AddWords(__m256i& sum, __m256i words)
     __asm__("vpaddw %1, %0, %0" : "+x"(sum) : "x"(words));
 }
 
-// All steps at once: 8 sums of 16 bits, and the ones of 32 bits out of the way.
+// All steps at once. Register plan for 2 vectors: 8 sums of 16 bits, 2 vectors of values, 1 word of
+// weights, 1 product; the sums of 32 bits wait in memory.
 template <size_t Vectors>
 inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
                      TileSums<Vectors>& sums, Bytes<0>) {
@@ -607,7 +623,10 @@ inline __m256i LoadOnce(const int16_t* from) {
     return values;
 }
 
-// 16 outputs as words: even ones, then odd ones, in each half.
+// 16 outputs as words: even ones, then odd ones, in each half. Nine products of bytes fit 32 bits
+// many times over; with the bias they wrap. Register plan: 2 sums, 3 vectors of values, 1 product
+// and as many of the 10 vectors of weights as GCC finds room for; the others are memory operands,
+// which the loads can bear: 28 a turn of 32 outputs, of which the arithmetic takes 18 cycles.
 inline __m256i Convolve16(const int16_t* at, size_t pitch, const DepthwiseFilter& f) {
     __m256i even = f.bias;
     __m256i odd = f.bias;
@@ -734,8 +753,9 @@ struct Vector4 : Vector16 {
     static void Store(int8_t* to, __m128i bytes) { Store4(to, bytes); }
 };
 
-// The columns at `first` and the as many at `second`, from the top of the plane to its bottom. The
-// two may overlap: in each row both are read before either is written.
+// The columns at `first` and as many at `second`, from the top of the plane to its bottom. The two
+// may overlap: in each row both are read before either is written. Register plan: the horizontal
+// maxima of this row and of the next, for each of the two.
 template <typename Vector>
 void MaxPoolColumns(int8_t* src, size_t width, size_t height, size_t first, size_t second,
                     int8_t* dst) {
