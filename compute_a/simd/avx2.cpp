@@ -413,11 +413,10 @@ void MultiplyGroupOf(const MatrixProduct& p, const Stretch& stretch, Group& grou
 // As many steps in 16 bits as the weights allow.
 void MultiplyGroupOf(const MatrixProduct& p, const Stretch& stretch, Group& group, Bytes<1> one) {
     const WeightTotals totals = LoadByteChunk(p, 0, group);
-    if (p.inner > kChunkSteps * 4) {
-        MultiplyGroup(p, stretch, group, one); // later weights may be larger
-    } else if (totals.all <= kMostWeight) {
+    const bool areAll = p.inner <= kChunkSteps * 4; // else later weights may be larger
+    if (areAll && totals.all <= kMostWeight) {
         MultiplyGroup(p, stretch, group, Bytes<0>{});
-    } else if (totals.twoSteps <= kMostWeight) {
+    } else if (areAll && totals.twoSteps <= kMostWeight) {
         MultiplyGroup(p, stretch, group, Bytes<2>{});
     } else {
         MultiplyGroup(p, stretch, group, one);
