@@ -635,12 +635,13 @@ struct Strip {
     }
 
     // Planes side by side are as wide as the strip: what their parts have too much is stored, too,
-    // to be replaced by the next row. A store by a mask takes twice as long.
+    // to be replaced by the next rows, unless it reaches beyond the plane. A store by a mask takes
+    // twice as long.
     void Store(size_t y, __m512i bytes) const {
         int8_t* to = dst + y * width;
         if constexpr (Planes == 1) {
             _mm512_mask_storeu_epi8(to, FirstBytes(columns), bytes);
-        } else if (y + 1 < height && count == Planes) {
+        } else if ((height - y) * width >= kPart && count == Planes) {
             StoreParts(to, bytes, [](int8_t* part, auto values) {
                 __builtin_memcpy(part, &values, sizeof values);
             });
