@@ -99,7 +99,8 @@ void clutter(Canvas& canvas, Random& random) {
         const float x = random.uniform(0.0F, w), y = random.uniform(0.0F, h);
         const float a = w * random.uniform(0.03F, 0.35F), b = h * random.uniform(0.03F, 0.35F);
         if (random.chance(0.55F)) {
-            rectangle(canvas, x - a, y - b, x + a, y + b, random.uniform(), random.uniform(-0.3F, 0.3F));
+            rectangle(canvas, x - a, y - b, x + a, y + b, random.uniform(),
+                      random.uniform(-0.3F, 0.3F));
         } else {
             disc(canvas, x, y, a, b, random.uniform());
         }
@@ -112,7 +113,8 @@ void room(Canvas& canvas, Random& random) {
     const float wall = random.uniform(0.15F, 0.9F);
     rectangle(canvas, 0, 0, w, h, wall, random.uniform(-0.15F, 0.15F));
     const float corner = random.uniform(0.0F, w);
-    rectangle(canvas, corner, 0, w, h, wall * random.uniform(0.75F, 1.1F), random.uniform(-0.15F, 0.15F));
+    rectangle(canvas, corner, 0, w, h, wall * random.uniform(0.75F, 1.1F),
+              random.uniform(-0.15F, 0.15F));
     const int things = 1 + random.below(5);
     for (int i = 0; i < things; ++i) {
         const float x = random.uniform(0.0F, w), a = w * random.uniform(0.05F, 0.2F);
@@ -187,7 +189,8 @@ void limb(Canvas& canvas, float ax, float ay, float bx, float by, float radius, 
             const float share = smooth_step(radius + 0.7F, radius - 0.7F, away);
             if (share > 0) {
                 const float up = std::sqrt(std::max(0.0F, 1.0F - away * away / (radius * radius)));
-                const float shade = 0.55F + 0.45F * up + 0.25F * (ox * light_x + oy * light_y) / radius;
+                const float shade =
+                    0.55F + 0.45F * up + 0.25F * (ox * light_x + oy * light_y) / radius;
                 float& to = canvas.at(x, y);
                 to = mix(to, clamp01(tone * shade), share);
             }
@@ -208,8 +211,9 @@ void hand(Canvas& canvas, float x, float y, float unit, float tone, Random& rand
          my - uy * unit * 0.3F, unit * 0.16F, tone * 0.95F, lx, ly);
     for (int i = 0; i < 3; ++i) {
         const float k = static_cast<float>(i) - 1.0F;
-        limb(canvas, mx - ux * unit * 0.28F - uy * k * spread, my - uy * unit * 0.28F + ux * k * spread,
-             mx - uy * k * spread, my + ux * k * spread, spread * 0.95F, tone, lx, ly);
+        limb(canvas, mx - ux * unit * 0.28F - uy * k * spread,
+             my - uy * unit * 0.28F + ux * k * spread, mx - uy * k * spread, my + ux * k * spread,
+             spread * 0.95F, tone, lx, ly);
     }
     for (int i = 0; i < 4; ++i) {
         const float k = static_cast<float>(i) - 1.5F;
@@ -222,8 +226,8 @@ void hand(Canvas& canvas, float x, float y, float unit, float tone, Random& rand
     const float side = random.sign();
     limb(canvas, mx - ux * unit * 0.2F - uy * side * spread * 1.6F,
          my - uy * unit * 0.2F + ux * side * spread * 1.6F,
-         mx + ux * unit * 0.05F - uy * side * unit * 0.32F, my + uy * unit * 0.05F + ux * side * unit * 0.32F,
-         finger * 1.15F, tone, lx, ly);
+         mx + ux * unit * 0.05F - uy * side * unit * 0.32F,
+         my + uy * unit * 0.05F + ux * side * unit * 0.32F, finger * 1.15F, tone, lx, ly);
 }
 
 } // namespace
@@ -247,11 +251,11 @@ void draw_background(std::vector<float>& tones, int width, int height, Random& r
     } else {
         std::fill(tones.begin(), tones.end(), random.uniform());
     }
-    if (random.chance(0.6F)) {
+    if (random.chance(0.45F)) {
         const int octaves = 1 + random.below(3);
         for (int i = 0; i < octaves; ++i) {
             add_noise(canvas, static_cast<float>(width) / random.uniform(3.0F, 40.0F),
-                      random.uniform(0.0F, 0.22F), random);
+                      random.uniform(0.0F, 0.14F), random);
         }
     }
     if (random.chance(0.7F)) {
@@ -274,14 +278,16 @@ void draw_occluder(std::vector<float>& tones, int width, int height, float x, fl
     const float kind = random.uniform();
     const float light = random.uniform(0.0F, 6.28F);
     if (kind < 0.5F) { // a hand at the lower half, the cheek or the forehead
-        hand(canvas, x + unit * random.uniform(-0.45F, 0.45F), y + unit * random.uniform(-0.4F, 0.6F), unit,
-             skin_tone, random);
+        hand(canvas, x + unit * random.uniform(-0.45F, 0.45F),
+             y + unit * random.uniform(-0.4F, 0.6F), unit, skin_tone, random);
     } else if (kind < 0.75F) { // something held up: a phone, a cup, a sheet
         const float angle = random.uniform(0.0F, 3.14F), reach = unit * random.uniform(0.1F, 0.5F);
-        const float cx = x + unit * random.uniform(-0.6F, 0.6F), cy = y + unit * random.uniform(-0.3F, 0.65F);
+        const float cx = x + unit * random.uniform(-0.6F, 0.6F),
+                    cy = y + unit * random.uniform(-0.3F, 0.65F);
         limb(canvas, cx - reach * std::cos(angle), cy - reach * std::sin(angle),
-             cx + reach * std::cos(angle), cy + reach * std::sin(angle), unit * random.uniform(0.06F, 0.22F),
-             random.uniform(0.02F, 0.9F), std::cos(light), std::sin(light));
+             cx + reach * std::cos(angle), cy + reach * std::sin(angle),
+             unit * random.uniform(0.06F, 0.22F), random.uniform(0.02F, 0.9F), std::cos(light),
+             std::sin(light));
     } else if (kind < 0.9F) { // a scarf or collar over the chin
         const float level = y + unit * random.uniform(0.38F, 0.6F);
         limb(canvas, x - unit, level + unit * random.uniform(-0.1F, 0.2F), x + unit,
@@ -291,7 +297,8 @@ void draw_occluder(std::vector<float>& tones, int width, int height, float x, fl
         const float side = random.sign();
         limb(canvas, x + side * unit * random.uniform(0.55F, 0.75F), -unit,
              x + side * unit * random.uniform(0.55F, 0.75F), static_cast<float>(height) + unit,
-             unit * random.uniform(0.15F, 0.35F), random.uniform(0.02F, 0.8F), std::cos(light), std::sin(light));
+             unit * random.uniform(0.15F, 0.35F), random.uniform(0.02F, 0.8F), std::cos(light),
+             std::sin(light));
     }
 }
 

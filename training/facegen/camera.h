@@ -10,13 +10,14 @@ struct FaceBox {
     float left = 0, top = 0, size = 0;
 };
 
-constexpr float box_per_eye_mouth = 2.7F; // side over the distance from the eyes' middle to the mouth
-constexpr float box_centre = 0.4F;        // how far from the eyes to the mouth its centre lies
+constexpr float box_per_eye_mouth =
+    2.7F;                          // side over the distance from the eyes' middle to the mouth
+constexpr float box_centre = 0.4F; // how far from the eyes to the mouth its centre lies
 
 // A pinhole camera that looks along -z from (0, 0, distance): +x right, +y up in the picture.
 struct Camera {
     float distance = 10;
-    float scale = 1;               // pixels a decimetre at distance 1
+    float scale = 1;                  // pixels a decimetre at distance 1
     float centre_x = 0, centre_y = 0; // where the axis meets the picture
 
     float x_of(Vec3 p) const { return centre_x + scale * p.x / (distance - p.z); }

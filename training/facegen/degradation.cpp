@@ -11,7 +11,8 @@ namespace facegen {
 namespace {
 
 std::size_t index(int x, int y, int width) {
-    return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
+    return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+           static_cast<std::size_t>(x);
 }
 
 void gaussian_blur(std::vector<float>& tones, int width, int height, float deviation) {
@@ -56,7 +57,8 @@ void gaussian_blur(std::vector<float>& tones, int width, int height, float devia
 float bilinear(const std::vector<float>& tones, int width, int height, float x, float y) {
     x = std::clamp(x, 0.0F, static_cast<float>(width - 1));
     y = std::clamp(y, 0.0F, static_cast<float>(height - 1));
-    const int ix = std::min(static_cast<int>(x), width - 2), iy = std::min(static_cast<int>(y), height - 2);
+    const int ix = std::min(static_cast<int>(x), width - 2),
+              iy = std::min(static_cast<int>(y), height - 2);
     const float tx = x - static_cast<float>(ix), ty = y - static_cast<float>(iy);
     const float* upper = tones.data() + index(ix, iy, width);
     return mix(mix(upper[0], upper[1], tx), mix(upper[width], upper[width + 1], tx), ty);
@@ -72,7 +74,8 @@ void motion_blur(std::vector<float>& tones, int width, int height, float reach, 
         for (int y = 0; y < height; ++y) {
             for (int x = 0; x < width; ++x) {
                 tones[index(x, y, width)] +=
-                    bilinear(from, width, height, static_cast<float>(x) + dx, static_cast<float>(y) + dy) /
+                    bilinear(from, width, height, static_cast<float>(x) + dx,
+                             static_cast<float>(y) + dy) /
                     static_cast<float>(taps);
             }
         }
@@ -88,22 +91,24 @@ void shrink_and_grow(std::vector<float>& tones, int width, int height, float fac
     std::vector<float> small(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x) {
-            small[index(x, y, w)] = bilinear(tones, width, height, (static_cast<float>(x) + 0.5F) * per_x - 0.5F,
-                                             (static_cast<float>(y) + 0.5F) * per_y - 0.5F);
+            small[index(x, y, w)] =
+                bilinear(tones, width, height, (static_cast<float>(x) + 0.5F) * per_x - 0.5F,
+                         (static_cast<float>(y) + 0.5F) * per_y - 0.5F);
         }
     }
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            tones[index(x, y, width)] = bilinear(small, w, h, (static_cast<float>(x) + 0.5F) / per_x - 0.5F,
-                                                 (static_cast<float>(y) + 0.5F) / per_y - 0.5F);
+            tones[index(x, y, width)] =
+                bilinear(small, w, h, (static_cast<float>(x) + 0.5F) / per_x - 0.5F,
+                         (static_cast<float>(y) + 0.5F) / per_y - 0.5F);
         }
     }
 }
 
 // Sums of four bytes of random bits: close enough to normal, and quick.
 inline float rough_normal(std::uint32_t bits) {
-    const auto sum = static_cast<std::int32_t>((bits & 0xff) + ((bits >> 8) & 0xff) + ((bits >> 16) & 0xff) +
-                                               (bits >> 24));
+    const auto sum = static_cast<std::int32_t>((bits & 0xff) + ((bits >> 8) & 0xff) +
+                                               ((bits >> 16) & 0xff) + (bits >> 24));
     return static_cast<float>(sum - 510) * (1.0F / 147.8F);
 }
 
@@ -126,7 +131,8 @@ Degradation draw_degradation(bool dark, float unit, Random& random) {
     Degradation d;
     const float size = std::max(unit, 0.6F);
     if (random.chance(0.6F)) {
-        d.blur = size * (random.chance(0.2F) ? random.uniform(0.8F, 1.9F) : random.uniform(0.25F, 0.9F));
+        d.blur =
+            size * (random.chance(0.2F) ? random.uniform(0.8F, 1.9F) : random.uniform(0.25F, 0.9F));
     }
     if (random.chance(0.1F)) {
         d.motion = size * random.uniform(1.5F, 5.0F);

@@ -10,13 +10,13 @@ namespace facegen {
 
 // What a camera and its file format take away.
 struct Degradation {
-    float blur = 0;              // standard deviation, pixels
-    float motion = 0;            // length, pixels
+    float blur = 0;   // standard deviation, pixels
+    float motion = 0; // length, pixels
     float motion_angle = 0;
-    float small = 1;             // below 1: was that much smaller once
-    float noise = 0;             // standard deviation, shares of full scale
-    float sensor_noise = 0;      // grows with the square root of the light
-    int jpeg = 0;                // quality; 0: none
+    float small = 1;        // below 1: was that much smaller once
+    float noise = 0;        // standard deviation, shares of full scale
+    float sensor_noise = 0; // grows with the square root of the light
+    int jpeg = 0;           // quality; 0: none
     float contrast = 1, lift = 0;
 };
 

@@ -46,8 +46,9 @@ Expression draw_expression(const HeadModel& model, Random& random) {
         c.both("eye-", "-slit", random.uniform(0.0F, 0.5F) * much, random);
     } else if (kind < 0.65F) { // speaking
         e.open_mouth = random.uniform(0.05F, 0.6F);
-        static constexpr const char* shapes[] = {"mouth-pursing", "mouth-protusion", "mouth-eversion",
-                                                 "mouth-part-later", "mouth-retraction"};
+        static constexpr const char* shapes[] = {"mouth-pursing", "mouth-protusion",
+                                                 "mouth-eversion", "mouth-part-later",
+                                                 "mouth-retraction"};
         c.add(shapes[random.below(5)], random.uniform(0.0F, 0.6F));
     } else if (kind < 0.74F) { // surprise
         e.open_mouth = random.uniform(0.2F, 0.95F);
@@ -63,7 +64,8 @@ Expression draw_expression(const HeadModel& model, Random& random) {
         c.add("mouth-depression", random.uniform(0.2F, 0.9F));
     } else { // anything
         for (int i = 0; i < 3; ++i) {
-            const auto unit = static_cast<std::size_t>(random.below(static_cast<int>(model.units.size())));
+            const auto unit =
+                static_cast<std::size_t>(random.below(static_cast<int>(model.units.size())));
             const float weight = random.uniform(0.1F, 0.6F);
             e.parts.push_back({unit, weight});
             e.strength += weight;

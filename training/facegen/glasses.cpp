@@ -46,11 +46,13 @@ Glasses draw_glasses(const Shape& shape, bool dark, Random& random) {
     Piece& lenses = glasses.lenses;
     const float width = random.uniform(0.17F, 0.3F);
     const float height = width * random.uniform(0.5F, 0.95F);
-    const float thick = random.chance(0.4F) ? random.uniform(0.022F, 0.05F) : random.uniform(0.008F, 0.02F);
+    const float thick =
+        random.chance(0.4F) ? random.uniform(0.022F, 0.05F) : random.uniform(0.008F, 0.02F);
     const bool half_rim = !dark && random.chance(0.15F);
     const float squareness = random.uniform(1.9F, 4.2F);
     const float droop = random.uniform(-0.12F, 0.12F), bend = random.uniform(0.05F, 0.3F);
-    const float slip = random.chance(0.15F) ? random.uniform(-0.16F, 0.0F) : random.uniform(-0.05F, 0.02F);
+    const float slip =
+        random.chance(0.15F) ? random.uniform(-0.16F, 0.0F) : random.uniform(-0.05F, 0.02F);
     const float front = shape.eye_radius + random.uniform(0.13F, 0.2F);
     const float drop = slip - 0.25F * std::max(height - 0.15F, 0.0F);
     constexpr int steps = 24;
@@ -58,7 +60,12 @@ Glasses draw_glasses(const Shape& shape, bool dark, Random& random) {
     for (const float side : {1.0F, -1.0F}) {
         const Vec3 eye = side > 0 ? shape.left_eye : shape.right_eye;
         const Rim rim{{eye.x + side * 0.015F, eye.y + drop, front - slip * 0.5F},
-                      width, height, squareness, droop, bend, side};
+                      width,
+                      height,
+                      squareness,
+                      droop,
+                      bend,
+                      side};
         for (int i = 0; i < steps; ++i) {
             const float a = whole_turn * static_cast<float>(i) / steps;
             const float b = whole_turn * static_cast<float>(i + 1) / steps;
@@ -74,7 +81,8 @@ Glasses draw_glasses(const Shape& shape, bool dark, Random& random) {
         // The temple runs from the rim's outer end back to the ear.
         const float up = std::min(height * 0.5F, 0.1F);
         const Vec3 hinge = rim.at(0.35F, thick);
-        const Vec3 ear{side * std::max(std::fabs(hinge.x) + 0.02F, 0.83F), eye.y + up + 0.02F, -0.8F};
+        const Vec3 ear{side * std::max(std::fabs(hinge.x) + 0.02F, 0.83F), eye.y + up + 0.02F,
+                       -0.8F};
         const Vec3 tall{0, std::max(thick, 0.012F) * 0.8F, 0};
         add_quad(frame, hinge + tall, ear + tall, ear - tall, hinge - tall);
         const Vec3 out{side * 0.02F, 0, 0};
@@ -86,21 +94,25 @@ Glasses draw_glasses(const Shape& shape, bool dark, Random& random) {
     for (int i = 0; i < 4; ++i) {
         const auto bridge = [&](int k, float up) {
             const float t = -1.0F + 0.5F * static_cast<float>(k);
-            return Vec3{t * inner, level + up + 0.03F * (1.0F - t * t), front - slip * 0.5F + 0.02F};
+            return Vec3{t * inner, level + up + 0.03F * (1.0F - t * t),
+                        front - slip * 0.5F + 0.02F};
         };
-        add_quad(frame, bridge(i, tall), bridge(i + 1, tall), bridge(i + 1, -tall), bridge(i, -tall));
+        add_quad(frame, bridge(i, tall), bridge(i + 1, tall), bridge(i + 1, -tall),
+                 bridge(i, -tall));
     }
 
     frame.style.material = frame_material;
     frame.style.two_sided = true;
-    glasses.frame_reflectance = random.chance(0.6F) ? random.uniform(0.01F, 0.08F) : random.uniform(0.1F, 0.6F);
+    glasses.frame_reflectance =
+        random.chance(0.6F) ? random.uniform(0.01F, 0.08F) : random.uniform(0.1F, 0.6F);
     // A lens covers the share of the samples that its tint takes away.
     const float tint = dark ? random.uniform(0.75F, 1.0F)
                             : (random.chance(0.35F) ? random.uniform(0.13F, 0.4F) : 0.0F);
-    lenses.style.material = frame_material;
+    lenses.style.material = lens_material;
     lenses.style.two_sided = true;
     lenses.field.assign(lenses.points.size(), tint);
-    glasses.lens_reflectance = dark ? random.uniform(0.005F, 0.03F) : random.uniform(0.02F, 0.6F);
+    glasses.lens_reflectance =
+        dark && random.chance(0.9F) ? random.uniform(0.003F, 0.03F) : random.uniform(0.02F, 0.6F);
     if (tint == 0) {
         lenses = Piece{};
     }

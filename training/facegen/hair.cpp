@@ -18,12 +18,12 @@ Picture streak_picture(float along, float across, float waviness, std::uint32_t 
     for (int y = 0; y < streak_size; ++y) {
         for (int x = 0; x < streak_size; ++x) {
             const float fx = static_cast<float>(x), fy = static_cast<float>(y);
-            const float bend =
-                waviness * value_noise({fx / 40.0F, fy / 40.0F, 0.5F}, seed + 7);
+            const float bend = waviness * value_noise({fx / 40.0F, fy / 40.0F, 0.5F}, seed + 7);
             const float sx = (fx + bend) / across, sy = (fy + 0.5F * bend) / along;
             const float value = 0.6F * value_noise({sx, sy, 0.0F}, seed) +
                                 0.4F * value_noise({sx / 3.0F, sy / 2.0F, 3.0F}, seed + 1);
-            *tone.at(x, y) = static_cast<std::uint8_t>(std::clamp(128.0F + 90.0F * value, 0.0F, 255.0F));
+            *tone.at(x, y) =
+                static_cast<std::uint8_t>(std::clamp(128.0F + 90.0F * value, 0.0F, 255.0F));
         }
     }
     return tone;
@@ -34,9 +34,10 @@ void comb_from_crown(const HeadModel& model, Piece& piece) {
     for (std::size_t i = 0; i < piece.surface.point.size(); ++i) {
         const Vec3 base = model.base[piece.follows[piece.surface.point[i]]];
         const Vec3 away = base - Vec3{0, 7.3F, 0.35F};
-        const float around = std::fabs(std::atan2(away.x, away.z + 0.25F)) / std::numbers::pi_v<float>;
-        const float down = std::acos(std::clamp(away.y / length(away), -1.0F, 1.0F)) /
-                           std::numbers::pi_v<float>;
+        const float around =
+            std::fabs(std::atan2(away.x, away.z + 0.25F)) / std::numbers::pi_v<float>;
+        const float down =
+            std::acos(std::clamp(away.y / length(away), -1.0F, 1.0F)) / std::numbers::pi_v<float>;
         piece.surface.u[i] = static_cast<float>(atlas::streaks.x) + 1.0F + around * 252.0F;
         piece.surface.v[i] = static_cast<float>(atlas::streaks.y) + 1.0F + down * 252.0F;
     }
@@ -55,8 +56,9 @@ void comb_downwards(const HeadModel& model, Piece& piece) {
 void cover_with_streaks(Piece& piece, const StreakTexture& streaks, Material material, float sharp,
                         float fray) {
     piece.style.material = material;
-    piece.style.coverage = {Coverage::Kind::field, &streaks.tone, atlas::streaks.x, atlas::streaks.y,
-                            sharp, fray};
+    piece.style.two_sided = true;
+    piece.style.coverage = {Coverage::Kind::field, &streaks.tone, atlas::streaks.x,
+                            atlas::streaks.y,      sharp,         fray};
 }
 
 struct Cut {
@@ -80,8 +82,8 @@ Cut draw_cut(const Identity& identity, bool curly, Random& random) {
     return cut;
 }
 
-Piece grow_hair(const HeadModel& model, const Shape& shape, const Hairline& hairline, const Cut& cut,
-                bool curly, const StreakTexture& streaks, Random& random) {
+Piece grow_hair(const HeadModel& model, const Shape& shape, const Hairline& hairline,
+                const Cut& cut, bool curly, const StreakTexture& streaks, Random& random) {
     const auto seed = static_cast<std::uint32_t>(random.next());
     Piece piece = grow_shell(model, shape.points, -0.06F, [&](std::uint32_t point) {
         const Vec3 base = model.base[point];
@@ -100,6 +102,8 @@ Piece grow_hair(const HeadModel& model, const Shape& shape, const Hairline& hair
         }
         thickness *= smooth_step(-0.04F, curly ? 0.1F : 0.26F, above);
         Vec3 way = shape.normals[point] + Vec3{0, 0.35F * top, 0.5F * front};
+        // A slope, not a wall, where the hair begins.
+        thickness = std::min(thickness, 0.03F + 1.1F * std::max(above, 0.0F));
         way += Vec3{cut.swirl * static_cast<float>(cut.parting) * top, 0, 0};
         return ShellPoint{normalised(way) * (thickness + 0.006F), above};
     });
@@ -111,7 +115,7 @@ Piece grow_hair(const HeadModel& model, const Shape& shape, const Hairline& hair
 
 Piece grow_beard(const HeadModel& model, const Shape& shape, BeardStyle style,
                  const StreakTexture& streaks, Random& random) {
-    const float length_at_chin = random.uniform(0.03F, 0.32F);
+    const float length_at_chin = random.uniform(0.02F, style == BeardStyle::full ? 0.3F : 0.13F);
     const float length_at_cheek = length_at_chin * random.uniform(0.15F, 0.6F);
     const auto seed = static_cast<std::uint32_t>(random.next());
     Piece piece = grow_shell(model, shape.points, -0.05F, [&](std::uint32_t point) {
@@ -123,13 +127,37 @@ Piece grow_beard(const HeadModel& model, const Shape& shape, BeardStyle style,
             depth = std::min(depth, 0.2F * (moustache(base) - 0.3F));
         }
         const float chin = goatee(base);
-        float thickness = mix(length_at_cheek, length_at_chin, chin * smooth_step(6.7F, 6.4F, base.y));
-        thickness *= (1.0F + 0.4F * value_noise(base * 6.0F, seed)) * smooth_step(-0.02F, 0.14F, depth);
+        float thickness =
+            mix(length_at_cheek, length_at_chin, chin * smooth_step(6.7F, 6.4F, base.y));
+        thickness *=
+            (1.0F + 0.4F * value_noise(base * 6.0F, seed)) * smooth_step(-0.02F, 0.14F, depth);
         const Vec3 way = normalised(shape.normals[point] + Vec3{0, -0.6F, 0.1F});
         return ShellPoint{way * (thickness + 0.008F), depth};
     });
     comb_downwards(model, piece);
     cover_with_streaks(piece, streaks, beard_material, 14.0F, random.uniform(0.08F, 0.2F));
+    return piece;
+}
+
+// Hair combed over the forehead, to one side or straight.
+Piece grow_fringe(const HeadModel& model, const Shape& shape, const Hairline& hairline,
+                  const StreakTexture& streaks, Random& random) {
+    Hairline lower = hairline;
+    lower.raise -= random.uniform(0.1F, 0.36F);
+    lower.recede = random.uniform(-0.1F, 0.1F);
+    lower.peak = 0;
+    const float slant = random.uniform(-0.35F, 0.35F);
+    const float thick = random.uniform(0.03F, 0.1F);
+    Piece piece = grow_shell(model, shape.points, -0.05F, [&](std::uint32_t point) {
+        const Vec3 base = model.base[point];
+        const float above = above_hairline(base, lower) + slant * base.x;
+        const float inside = std::min(above, 0.6F * (0.95F - azimuth(base)));
+        const float high = base.y > 8.25F ? -1.0F : inside;
+        const float thickness = thick * smooth_step(-0.03F, 0.1F, inside);
+        return ShellPoint{shape.normals[point] * (thickness + 0.008F), high};
+    });
+    comb_from_crown(model, piece);
+    cover_with_streaks(piece, streaks, hair_material, 13.0F, random.uniform(0.08F, 0.2F));
     return piece;
 }
 
@@ -140,9 +168,12 @@ Piece fit_hair(const HeadModel& model, const Shape& shape, std::size_t which, Ra
     piece.points = fit(hair.fitting, shape.points);
     piece.surface = hair.surface;
     const bool mirrored = random.chance(0.5F);
-    const Vec3 scale{random.uniform(0.98F, 1.1F), random.uniform(0.97F, 1.1F), random.uniform(0.99F, 1.07F)};
+    const Vec3 scale{random.uniform(0.98F, 1.1F), random.uniform(0.97F, 1.1F),
+                     random.uniform(0.99F, 1.07F)};
     const float sway = random.uniform(-0.05F, 0.05F);
     const float longer = random.uniform(-0.35F, 0.25F);
+    // Cut off at the chin, the neck or the shoulders; what hangs lower is folded up into the hem.
+    const float hem = random.chance(0.5F) ? random.uniform(-2.4F, -0.55F) : -far_away;
     for (Vec3& p : piece.points) {
         const Vec3 middle{0, 0.1F, -0.75F};
         const Vec3 d = p - middle;
@@ -150,6 +181,7 @@ Piece fit_hair(const HeadModel& model, const Shape& shape, std::size_t which, Ra
         const float hanging = std::max(-0.3F - p.y, 0.0F);
         p.y -= longer * hanging * 0.5F;
         p.x += sway * hanging;
+        p.y = std::max(p.y, hem + 0.04F * std::sin(9.0F * p.x + 7.0F * p.z));
         p.x = mirrored ? -p.x : p.x;
     }
     if (mirrored) {
@@ -159,8 +191,12 @@ Piece fit_hair(const HeadModel& model, const Shape& shape, std::size_t which, Ra
     }
     piece.style.material = hair_material;
     piece.style.two_sided = true;
-    piece.style.coverage = {Coverage::Kind::texture, &model.hair_textures[which].alpha,
-                            atlas::hair.x, atlas::hair.y, 1.25F, 0};
+    piece.style.coverage = {Coverage::Kind::texture,
+                            &model.hair_textures[which].alpha,
+                            atlas::hair.x,
+                            atlas::hair.y,
+                            1.25F,
+                            0};
     // Strands deep inside the hair get little light.
     for (const Vec3& p : piece.points) {
         piece.occlusion.push_back(smooth_step(0.35F, 1.15F, length(p - Vec3{0, 0.1F, -0.75F})));
@@ -182,10 +218,12 @@ std::vector<Triangle> below_rim(const Piece& piece) {
     return kept;
 }
 
-// Which ready-made styles suit; names that are not among the assets are passed over.
+// Which ready-made styles suit (short03 hides an eye, hence seldom); names that are not among the
+// assets are passed over.
 std::vector<std::size_t> suiting(const HeadModel& model, const Identity& identity) {
     const std::vector<std::string> hers{"long01", "ponytail01", "braid01"};
-    const std::vector<std::string> his{"short01", "short02", "short03", "short04"};
+    const std::vector<std::string> his{"short01", "short02", "short04", "short01",
+                                       "short02", "short04", "short03"};
     std::vector<std::size_t> fitting;
     for (const std::string& name : identity.male > 0.5F ? his : hers) {
         for (std::size_t i = 0; i < model.hairs.size(); ++i) {
@@ -256,11 +294,15 @@ Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Ident
     if (hairiness.scalp == 0 || shaven) {
         usual.id = 1;
     } else if (fitted) {
-        const std::size_t which = suits[static_cast<std::size_t>(random.below(static_cast<int>(suits.size())))];
+        const std::size_t which =
+            suits[static_cast<std::size_t>(random.below(static_cast<int>(suits.size())))];
         usual.id = 10 + static_cast<int>(which);
         usual.texture = static_cast<int>(which);
         usual.piece = fit_hair(model, shape, which, random);
         usual.under_cap = below_rim(usual.piece);
+        if (!man && random.chance(0.4F)) {
+            usual.fringe = grow_fringe(model, shape, hairiness.hairline, streak, random);
+        }
     } else {
         usual.id = 2;
         usual.piece = grow_hair(model, shape, hairiness.hairline, draw_cut(identity, curly, random),
@@ -277,7 +319,8 @@ Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Ident
         other.under_cap = below_rim(other.piece);
         dress.styles.push_back(std::move(other));
     }
-    const bool may_be_long = hairiness.beard != BeardStyle::none && hairiness.beard != BeardStyle::shadow;
+    const bool may_be_long =
+        hairiness.beard != BeardStyle::none && hairiness.beard != BeardStyle::shadow;
     if (may_be_long && random.chance(0.6F)) {
         dress.beard = grow_beard(model, shape, hairiness.beard, streak, random);
     }

@@ -20,9 +20,10 @@ std::vector<StreakTexture> make_streaks();
 
 // A way to wear hair.
 struct HairStyle {
-    int id = 0;              // 0: none; the same number for the same cut
-    Piece piece;             // empty: nothing but what is painted on the scalp
-    int texture = -1;        // index into HeadModel::hair_textures
+    int id = 0;                      // 0: none; the same number for the same cut
+    Piece piece;                     // empty: nothing but what is painted on the scalp
+    Piece fringe;                    // over the forehead
+    int texture = -1;                // index into HeadModel::hair_textures
     std::vector<Triangle> under_cap; // the piece's triangles that a cap leaves
 };
 

@@ -55,9 +55,9 @@ Target read_target(const fs::path& file) {
 // Texture coordinates 0 to 1 (v upwards) to texels of a tile.
 void place_in_tile(Surface& surface, const atlas::Tile& tile) {
     for (std::size_t i = 0; i < surface.point.size(); ++i) {
-        surface.u[i] = static_cast<float>(tile.x) +
-                       std::clamp(surface.u[i] * static_cast<float>(tile.width), 0.5F,
-                                  static_cast<float>(tile.width) - 1.5F);
+        surface.u[i] =
+            static_cast<float>(tile.x) + std::clamp(surface.u[i] * static_cast<float>(tile.width),
+                                                    0.5F, static_cast<float>(tile.width) - 1.5F);
         surface.v[i] = static_cast<float>(tile.y) +
                        std::clamp((1.0F - surface.v[i]) * static_cast<float>(tile.height), 0.5F,
                                   static_cast<float>(tile.height) - 1.5F);
@@ -244,10 +244,10 @@ fs::path hair_picture(const fs::path& assets, const std::string& name) {
 }
 
 // "l-eye-scale-incr" is the way up of the axis "eye-scale" on the left.
-void add_detail(HeadModel& model, std::map<std::string, std::size_t>& known, const std::string& name,
-                Target target) {
+void add_detail(HeadModel& model, std::map<std::string, std::size_t>& known,
+                const std::string& name, Target target) {
     static const std::vector<std::pair<std::string, std::string>> ways{
-        {"-incr", "-decr"},       {"-up", "-down"},         {"-out", "-in"},
+        {"-incr", "-decr"},        {"-up", "-down"},        {"-out", "-in"},
         {"-forward", "-backward"}, {"-convex", "-concave"}, {"-uncompress", "-compress"}};
     std::string stem = name;
     bool more = true;
@@ -292,8 +292,8 @@ void read_targets(HeadModel& model, const fs::path& folder, const PointFilter& f
         }
     }
     std::map<std::string, std::size_t> known;
-    for (const char* part : {"head", "eyes", "nose", "mouth", "ears", "chin", "cheek", "forehead",
-                             "neck", "asym"}) {
+    for (const char* part :
+         {"head", "eyes", "nose", "mouth", "ears", "chin", "cheek", "forehead", "neck", "asym"}) {
         for (const fs::path& file : files_in(folder / part, ".target.gz")) {
             const std::string name = target_name(file);
             if (name.starts_with("asymm-")) {
@@ -319,7 +319,8 @@ void read_textures(HeadModel& model, const fs::path& assets) {
         model.hair_textures.push_back(hair_texture(read_png(hair_picture(assets, hair.name))));
     }
     for (const Fitted& lashes : model.lashes) {
-        const Picture picture = read_png(assets / "eyelashes" / lashes.name / (lashes.name + ".png"));
+        const Picture picture =
+            read_png(assets / "eyelashes" / lashes.name / (lashes.name + ".png"));
         model.lash_alpha.push_back(reduced_channel(picture, 3, atlas::hair.width));
     }
     for (const fs::path& file : files_in(assets / "eyes/materials", ".png")) {

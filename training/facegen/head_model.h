@@ -29,8 +29,8 @@ struct HairTexture {
 
 // One way a face differs from another: a target each way, of which either may be missing.
 struct DetailAxis {
-    std::string stem;  // without side and direction, so that both sides can move together
-    int side = 0;      // -1 right, 1 left, 0 both at once
+    std::string stem;         // without side and direction, so that both sides can move together
+    int side = 0;             // -1 right, 1 left, 0 both at once
     int more = -1, less = -1; // indices into HeadModel::details
 };
 
@@ -53,9 +53,9 @@ struct HeadModel {
 
     Fitted eyes;
     std::vector<Fitted> lashes, hairs;
-    std::vector<Picture> lash_alpha;         // by lashes
-    std::vector<HairTexture> hair_textures;  // by hair
-    std::vector<Picture> eye_tones;          // at the size of the eyes' tile
+    std::vector<Picture> lash_alpha;        // by lashes
+    std::vector<HairTexture> hair_textures; // by hair
+    std::vector<Picture> eye_tones;         // at the size of the eyes' tile
 
     std::vector<std::uint32_t> left_eye, right_eye; // points about each eyeball
     std::uint32_t upper_lip = 0, lower_lip = 0;
@@ -66,9 +66,10 @@ struct HeadModel {
     std::vector<ExpressionUnit> units;
 
     // By texel of the atlas's skin tile, row by row.
-    std::vector<Vec3> texel_base;          // base coordinates; those far down where no skin is
+    std::vector<Vec3> texel_base; // base coordinates; those far down where no skin is
     std::vector<bool> texel_used;
-    std::vector<std::vector<std::int16_t>> skins; // log2 of reflectance over the face's mean, x 2048
+    std::vector<std::vector<std::int16_t>>
+        skins; // log2 of reflectance over the face's mean, x 2048
     std::vector<std::string> skin_names;
     std::vector<std::vector<std::uint8_t>> brows; // coverage
 };

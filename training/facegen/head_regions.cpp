@@ -84,8 +84,12 @@ float goatee(Vec3 base) {
 }
 
 float inside_beard(Vec3 base) {
-    static constexpr std::array<Knot, 6> cheek{
-        {{0.0F, 6.84F}, {0.2F, 6.84F}, {0.4F, 6.66F}, {0.7F, 6.68F}, {0.95F, 6.85F}, {1.15F, 7.2F}}};
+    static constexpr std::array<Knot, 6> cheek{{{0.0F, 6.84F},
+                                                {0.2F, 6.84F},
+                                                {0.4F, 6.66F},
+                                                {0.7F, 6.68F},
+                                                {0.95F, 6.85F},
+                                                {1.15F, 7.2F}}};
     const float at = azimuth(base);
     const float throat = 6.02F + 0.1F * at;
     float depth = std::min(piecewise(cheek, at) - base.y, base.y - throat);
@@ -100,7 +104,8 @@ float inside_beard(Vec3 base) {
 float above_collar(Vec3 base, const Collar& collar) {
     const float line = 5.62F + (0.75F - base.z) * 0.28F + collar.lift -
                        collar.notch * std::max(0.0F, 1.0F - std::fabs(base.x) / 0.45F) *
-                           smooth_step(0.2F, 0.6F, base.z);
+                           smooth_step(0.2F, 0.6F, base.z) +
+                       0.4F * std::max(0.0F, std::fabs(base.x) - 0.55F); // up the shoulders
     return base.y - line;
 }
 

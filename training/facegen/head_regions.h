@@ -11,7 +11,8 @@ namespace facegen {
 // the person's left, +y up, +z forward). Points and texels carry base coordinates, so that a region
 // stays where it belongs, whatever the person's shape.
 
-// Angle about the upright axis through the ears: 0 straight ahead, pi at the back, both sides alike.
+// Angle about the upright axis through the ears: 0 straight ahead, pi at the back, both sides
+// alike.
 float azimuth(Vec3 base);
 
 // How a hairline differs from the common one; lengths in decimetres.

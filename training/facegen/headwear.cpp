@@ -27,7 +27,8 @@ std::vector<RimPoint> rim_in_front(const HeadModel& model, const Piece& crown, f
                 continue;
             }
             const float share = fa / (fa - fb);
-            const Vec3 base = mix(model.base[crown.follows[a]], model.base[crown.follows[b]], share);
+            const Vec3 base =
+                mix(model.base[crown.follows[a]], model.base[crown.follows[b]], share);
             const float angle = std::atan2(base.x, base.z - 0.45F);
             if (std::fabs(angle) < widest) {
                 rim.push_back({angle, mix(crown.points[a], crown.points[b], share)});
@@ -60,7 +61,8 @@ void add_brim(Piece& brim, const std::vector<RimPoint>& rim, float reach, float 
         const float far = reach * std::sqrt(std::max(1.0F - t * t, 0.0F));
         for (int ring = 0; ring <= rings; ++ring) {
             const float s = static_cast<float>(ring) / rings;
-            const Vec3 out{0.25F * std::sin(angle) * far * s, -dip * far * s * (0.6F + s) - 0.1F * t * t * far * s,
+            const Vec3 out{0.25F * std::sin(angle) * far * s,
+                           -dip * far * s * (0.6F + s) - 0.1F * t * t * far * s,
                            far * s - 0.02F * (1.0F - s)};
             brim.points.push_back(inner + out);
             brim.surface.point.push_back(static_cast<std::uint32_t>(brim.points.size() - 1));
@@ -99,8 +101,8 @@ Cap draw_cap(const HeadModel& model, const Shape& shape, Random& random) {
     Piece& crown = cap.crown;
     if (!knitted) {
         const float widest = random.uniform(0.8F, 1.05F);
-        add_brim(cap.brim, rim_in_front(model, crown, widest + 0.2F),
-                 random.uniform(0.35F, 0.75F), random.uniform(0.05F, 0.5F), widest);
+        add_brim(cap.brim, rim_in_front(model, crown, widest + 0.2F), random.uniform(0.35F, 0.75F),
+                 random.uniform(0.05F, 0.5F), widest);
     }
     crown.follows.clear();
     crown.style.material = fabric_material;
@@ -113,11 +115,13 @@ Cap draw_cap(const HeadModel& model, const Shape& shape, Random& random) {
 
 Piece draw_face_mask(const HeadModel& model, const Shape& shape, Random& random) {
     const float thick = random.uniform(0.02F, 0.05F);
-    const float top = random.chance(0.12F) ? random.uniform(-0.42F, -0.3F) : random.uniform(-0.12F, 0.05F);
+    const float top =
+        random.chance(0.12F) ? random.uniform(-0.42F, -0.3F) : random.uniform(-0.12F, 0.05F);
     const float puff = random.uniform(0.0F, 0.08F);
     Piece mask = grow_shell(model, shape.points, -0.02F, [&](std::uint32_t point) {
         const Vec3 base = model.base[point];
-        const float inside = std::min(inside_face_mask(base), inside_face_mask(base - Vec3{0, top, 0}));
+        const float inside =
+            std::min(inside_face_mask(base), inside_face_mask(base - Vec3{0, top, 0}));
         const Vec3 out{0, 0, puff * smooth_step(0.0F, 0.3F, inside)};
         return ShellPoint{shape.normals[point] * thick + out, inside};
     });

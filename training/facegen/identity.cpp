@@ -15,10 +15,10 @@ void add(std::vector<Vec3>& points, const Target& target, float weight) {
 
 void draw_age(Identity& identity, Random& random) {
     const float at = random.uniform();
-    identity.age = at < 0.1F    ? AgeBand::child
-                   : at < 0.5F  ? AgeBand::young
-                   : at < 0.8F  ? AgeBand::middle
-                                : AgeBand::old;
+    identity.age = at < 0.1F   ? AgeBand::child
+                   : at < 0.5F ? AgeBand::young
+                   : at < 0.8F ? AgeBand::middle
+                               : AgeBand::old;
     switch (identity.age) {
         case AgeBand::child:
         case AgeBand::young:
@@ -35,7 +35,8 @@ void draw_age(Identity& identity, Random& random) {
 
 void draw_ethnicity(Identity& identity, Random& random) {
     const int most = random.below(ethnicities);
-    const float share = random.chance(0.6F) ? random.uniform(0.75F, 1.1F) : random.uniform(0.4F, 0.75F);
+    const float share =
+        random.chance(0.6F) ? random.uniform(0.75F, 1.1F) : random.uniform(0.4F, 0.75F);
     const float split = random.uniform();
     identity.ethnicity[most] = share;
     identity.ethnicity[(most + 1) % ethnicities] = (1.0F - share) * split;
@@ -53,7 +54,7 @@ void draw_tones(Identity& identity, Random& random) {
     identity.reflectance = std::clamp(std::exp(tone), 0.035F, 0.55F);
 
     const bool may_be_fair = identity.ethnicity[2] > 0.5F && random.chance(0.6F);
-    const float darkest = std::log(0.012F);
+    const float darkest = std::log(0.008F);
     const float fairest = std::log(may_be_fair ? 0.3F : 0.045F);
     identity.hair_reflectance = std::exp(random.uniform(darkest, fairest));
     const float greying = identity.age == AgeBand::old      ? 0.75F
@@ -106,13 +107,34 @@ float strength_of(const std::string& stem) {
         float deviation;
     };
     // The first that fits counts.
-    static constexpr Strength known[] = {
-        {"head-age", 0.3F},   {"head-angle", 0.3F},  {"head-trans", 0.1F},  {"head-fat", 0.55F},
-        {"head", 0.42F},      {"eye-push", 0.3F},    {"eye-trans", 0.4F},   {"eye-bag", 0.5F},
-        {"eye-height", 0.38F}, {"eye-scale", 0.4F},  {"eye", 0.5F},         {"nose-trans", 0.35F},
-        {"nose-scale", 0.45F}, {"nose", 0.52F},      {"mouth-trans", 0.35F}, {"mouth-scale", 0.42F},
-        {"mouth", 0.45F},     {"ear", 0.45F},        {"chin", 0.48F},       {"cheek", 0.55F},
-        {"forehead", 0.5F},   {"neck", 0.35F}};
+    static constexpr Strength known[] = {{"head-age", 0.3F},
+                                         {"head-angle", 0.3F},
+                                         {"head-trans", 0.1F},
+                                         {"head-fat", 0.55F},
+                                         {"head", 0.42F},
+                                         {"eye-push", 0.3F},
+                                         {"eye-trans", 0.4F},
+                                         {"eye-bag", 0.5F},
+                                         {"eye-height", 0.38F},
+                                         {"eye-scale", 0.4F},
+                                         {"eye", 0.5F},
+                                         {"nose-trans", 0.35F},
+                                         {"nose-scale", 0.45F},
+                                         {"nose", 0.52F},
+                                         {"mouth-trans", 0.3F},
+                                         {"mouth-scale", 0.38F},
+                                         {"mouth-lowerlip-middle", 0.15F},
+                                         {"mouth-upperlip-middle", 0.15F},
+                                         {"mouth-lowerlip-height", 0.25F},
+                                         {"mouth-upperlip-height", 0.25F},
+                                         {"mouth-lowerlip-ext", 0.2F},
+                                         {"mouth-upperlip-ext", 0.2F},
+                                         {"mouth", 0.4F},
+                                         {"ear", 0.45F},
+                                         {"chin", 0.48F},
+                                         {"cheek", 0.55F},
+                                         {"forehead", 0.5F},
+                                         {"neck", 0.35F}};
     for (const Strength& s : known) {
         if (stem.starts_with(s.start)) {
             return s.deviation;
@@ -134,9 +156,8 @@ void add_details(std::vector<Vec3>& points, const HeadModel& model, Random& rand
         } else {
             const auto [at, is_new] = of_both_sides.try_emplace(axis.stem, 0.0F);
             if (is_new) {
-                at->second = one_way
-                                 ? (random.chance(0.3F) ? random.uniform(0.2F, 0.9F) : 0.0F)
-                                 : reach * random.normal_within(strength_of(axis.stem), 2.2F);
+                at->second = one_way ? (random.chance(0.3F) ? random.uniform(0.2F, 0.9F) : 0.0F)
+                                     : reach * random.normal_within(strength_of(axis.stem), 2.2F);
             }
             weight = at->second + (axis.side != 0 ? random.normal_within(0.09F, 2.0F) : 0.0F);
         }

@@ -32,15 +32,15 @@ Light draw_light(Random& random) {
                       random.uniform(0.1F, 0.7F), random.uniform(0.02F, 0.1F)};
     light.lamps[1] = {from_angles(random.normal(0, 1.1F), random.uniform(-0.6F, 1.2F)),
                       random.chance(0.5F) ? random.uniform(0.0F, 0.5F) : 0.0F, 0};
-    light.mean_level = 0.22F * std::exp(random.normal_within(0.38F, 2.2F));
+    light.mean_level = 0.26F * std::exp(random.normal_within(0.38F, 2.2F));
     switch (light.kind) {
         case LightKind::soft:
             break;
         case LightKind::side:
             light.ambient = random.uniform(0.05F, 0.35F);
             light.gradient = light.gradient * 0.6F;
-            light.lamps[0].towards =
-                from_angles(random.sign() * random.uniform(0.7F, 1.9F), random.uniform(-0.3F, 0.8F));
+            light.lamps[0].towards = from_angles(random.sign() * random.uniform(0.7F, 1.9F),
+                                                 random.uniform(-0.3F, 0.8F));
             light.lamps[0].strength = random.uniform(0.6F, 1.7F);
             light.lamps[0].softness = random.uniform(0.01F, 0.06F);
             break;
@@ -50,7 +50,7 @@ Light draw_light(Random& random) {
                 from_angles(random.normal(0, 0.8F), random.uniform(-0.5F, 1.35F));
             light.lamps[0].strength = random.uniform(0.8F, 2.0F);
             light.lamps[0].softness = random.uniform(0.005F, 0.03F);
-            light.mean_level = random.uniform(0.25F, 0.9F);
+            light.mean_level = random.uniform(0.22F, 0.7F);
             light.shoulder *= 0.5F;
             break;
         case LightKind::dark:

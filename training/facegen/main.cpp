@@ -25,11 +25,14 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
         ->required()
         ->check(CLI::ExistingDirectory);
     command->add_option("--out", options.job.out, "Where the result goes")->required();
-    command->add_option("--people", options.job.people, "How many people")->required()->check(CLI::PositiveNumber);
+    command->add_option("--people", options.job.people, "How many people")
+        ->required()
+        ->check(CLI::PositiveNumber);
     command->add_option("--pictures", options.job.pictures, "How many pictures of each")
         ->required()
         ->check(CLI::PositiveNumber);
-    command->add_option("--seed", options.job.seed, "The same seed gives the same pictures")->capture_default_str();
+    command->add_option("--seed", options.job.seed, "The same seed gives the same pictures")
+        ->capture_default_str();
     command->add_option("--first-person", options.job.first_person, "Number of the first person")
         ->capture_default_str();
     return command;
@@ -41,8 +44,10 @@ int main(int argc, char** argv) {
     CLI::App app{"Renders grey pictures of people who do not exist."};
     app.require_subcommand(1);
     Options options;
-    CLI::App* crops = add_command(app, options, "crops", "shards of 128 x 128 pictures around faces");
-    CLI::App* frames = add_command(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
+    CLI::App* crops =
+        add_command(app, options, "crops", "shards of 128 x 128 pictures around faces");
+    CLI::App* frames =
+        add_command(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
     CLI::App* sheet = add_command(app, options, "sheet", "a contact sheet, one row a person");
     add_command(app, options, "people", "PNG files, one folder a person, and boxes.json");
     for (CLI::App* command : {crops, frames}) {
@@ -56,6 +61,8 @@ int main(int argc, char** argv) {
     frames->add_option("--empty", options.job.empty_share, "Share of pictures without a face")
         ->check(CLI::Range(0.0F, 1.0F));
     sheet->add_flag("--frames", options.frames, "Frames with their boxes instead of crops");
+    sheet->add_flag("--clean", options.job.clean, "Without blur, noise and JPEG");
+    sheet->add_flag("--plain", options.job.plain, "Clean, facing the camera, in even light");
     CLI11_PARSE(app, argc, argv);
 
     try {

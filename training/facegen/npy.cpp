@@ -7,9 +7,10 @@
 
 namespace facegen {
 
-void write_npy(const std::filesystem::path& file, const char* type, const std::vector<std::size_t>& shape,
-               const void* data, std::size_t bytes) {
-    std::string header = std::string("{'descr': '") + type + "', 'fortran_order': False, 'shape': (";
+void write_npy(const std::filesystem::path& file, const char* type,
+               const std::vector<std::size_t>& shape, const void* data, std::size_t bytes) {
+    std::string header =
+        std::string("{'descr': '") + type + "', 'fortran_order': False, 'shape': (";
     for (const std::size_t side : shape) {
         header += std::to_string(side) + ",";
     }

@@ -74,12 +74,22 @@ Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t numbe
     person.atlas.pack();
 
     person.eyes = fit_piece(model.eyes, person.shape, eye_material);
+    // The upper lid shades the eyeball.
+    for (const Vec3& p : person.eyes.points) {
+        const float up = (p.y - 0.5F * (person.shape.left_eye.y + person.shape.right_eye.y)) /
+                         person.shape.eye_radius;
+        person.eyes.occlusion.push_back(mix(0.85F, 0.35F, smooth_step(-0.3F, 0.55F, up)));
+    }
     const auto lash = static_cast<std::size_t>(skin.below(static_cast<int>(model.lashes.size())));
     person.lashes = fit_piece(model.lashes[lash], person.shape, lash_material);
     person.lashes.style.two_sided = true;
-    person.lashes.style.coverage = {Coverage::Kind::texture, &model.lash_alpha[lash],
-                                    atlas::hair.x, atlas::hair.y,
-                                    skin.uniform(0.2F, 0.9F) * mix(1.2F, 0.6F, person.identity.male), 0};
+    person.lashes.style.coverage = {
+        Coverage::Kind::texture,
+        &model.lash_alpha[lash],
+        atlas::hair.x,
+        atlas::hair.y,
+        skin.uniform(0.2F, 0.9F) * mix(1.2F, 0.6F, person.identity.male),
+        0};
     person.teeth = own_piece(model.teeth, person.shape, teeth_material);
     person.tongue = own_piece(model.tongue, person.shape, tongue_material);
     return person;

@@ -59,7 +59,7 @@ class Photographer {
     Samples samples_;
     Shadow shadow_;
     bool shadowed_ = false;
-    Camera camera_;                     // in samples
+    Camera camera_; // in samples
     Mat3 head_, trunk_;
     std::vector<Vec3> face_;            // skin points with expression, the person's frame
     std::vector<Vec3> posed_, normals_; // skin points before the camera

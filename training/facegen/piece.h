@@ -18,7 +18,8 @@ enum Material : std::int32_t {
     hair_material,
     beard_material,
     lash_material,
-    frame_material,  // of glasses
+    frame_material, // of glasses
+    lens_material,
     fabric_material, // caps
     mask_material,
     cloth_material,

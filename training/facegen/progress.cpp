@@ -29,10 +29,12 @@ void Progress::show() {
     const double seconds = std::chrono::duration<double>(shown_ - start_).count();
     const double rate = static_cast<double>(done_) / seconds;
     const double left = rate > 0 ? static_cast<double>(total_ - done_) / rate : 0;
-    const auto filled = static_cast<std::size_t>(total_ > 0 ? bar_width * done_ / total_ : bar_width);
+    const auto filled =
+        static_cast<std::size_t>(total_ > 0 ? bar_width * done_ / total_ : bar_width);
     const std::string bar = std::string(filled, '#') + std::string(bar_width - filled, '.');
     std::fprintf(stderr, "\r[%s] %llu/%llu  %.0f/s  %.0f s left   ", bar.c_str(),
-                 static_cast<unsigned long long>(done_), static_cast<unsigned long long>(total_), rate, left);
+                 static_cast<unsigned long long>(done_), static_cast<unsigned long long>(total_),
+                 rate, left);
 }
 
 void Progress::finish() {

@@ -100,7 +100,8 @@ void fill(Target& target, const Setup& setup, const DrawStyle& style) {
     const bool holed = style.coverage.kind != Coverage::Kind::solid;
     for (int y = setup.top; y < setup.bottom; ++y) {
         const float fy = static_cast<float>(y) + 0.5F;
-        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(target.stride);
+        const std::size_t row =
+            static_cast<std::size_t>(y) * static_cast<std::size_t>(target.stride);
         for (int x = setup.left; x < setup.right; x += 8) {
             const float fx = static_cast<float>(x) + 0.5F;
             const std::size_t at = row + static_cast<std::size_t>(x);

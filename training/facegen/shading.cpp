@@ -77,8 +77,10 @@ void look_up(Row& row, const Samples& s, std::size_t at, int width, const Surrou
     if (around.stubble_density > 0) {
         for (int x = 0; x < width; ++x) {
             const bool skin = material[x] == skin_material;
-            const float tu = skin ? std::clamp(u[x], 0.0F, static_cast<float>(atlas::width - 2)) : 0;
-            const float tv = skin ? std::clamp(v[x], 0.0F, static_cast<float>(atlas::height - 2)) : 0;
+            const float tu =
+                skin ? std::clamp(u[x], 0.0F, static_cast<float>(atlas::width - 2)) : 0;
+            const float tv =
+                skin ? std::clamp(v[x], 0.0F, static_cast<float>(atlas::height - 2)) : 0;
             const float share = around.stubble_density * bilinear(around.stubble, tu, tv);
             row.albedo[x] *= skin ? 1.0F - share : 1.0F;
         }
@@ -115,7 +117,8 @@ void find_shadow(Row& row, const Samples& s, int y, std::size_t at, const Camera
     for (int x = 0; x < width; ++x) {
         const bool there = depth[x] < 1e8F;
         const float d = there ? depth[x] : camera.distance;
-        const float px = (static_cast<float>(x) + 0.5F - camera.centre_x) / camera.scale * d - middle.x;
+        const float px =
+            (static_cast<float>(x) + 0.5F - camera.centre_x) / camera.scale * d - middle.x;
         const float py = ray_y * d - middle.y;
         const float pz = camera.distance - d - middle.z;
         const float mx = half + px * a.x + py * a.y + pz * a.z;
@@ -155,9 +158,9 @@ void light_up(const Row& row, const Samples& s, std::size_t at, const Light& lig
         const float size = nx[x] * nx[x] + ny[x] * ny[x] + nz[x] * nz[x];
         const float inverse = 1.0F / std::sqrt(size + 1e-12F);
         const float a = nx[x] * inverse, b = ny[x] * inverse, c = nz[x] * inverse;
-        const float around =
-            ambient * std::max(0.12F, 1.0F + g.x * a + g.y * b + g.z * c + sky * (3.0F * b * b - 1.0F) * 0.5F +
-                                          sides * (3.0F * a * a - 1.0F) * 0.5F);
+        const float around = ambient * std::max(0.12F, 1.0F + g.x * a + g.y * b + g.z * c +
+                                                           sky * (3.0F * b * b - 1.0F) * 0.5F +
+                                                           sides * (3.0F * a * a - 1.0F) * 0.5F);
         const float wrap = row.wrap[x], soft = 1.0F / (1.0F + wrap);
         const float d1 = std::max(0.0F, (a * l1.x + b * l1.y + c * l1.z + wrap) * soft);
         const float d2 = std::max(0.0F, (a * l2.x + b * l2.y + c * l2.z + wrap) * soft);
@@ -172,9 +175,9 @@ void light_up(const Row& row, const Samples& s, std::size_t at, const Light& lig
         const float lit = s1 * row.visible[x];
         const float open = occlusion[x];
         const float from_lamps = lit * d1 + s2 * d2 * open;
-        const float highlights =
-            shine * (lit * p1 * std::min(1.0F, 4.0F * d1) + s2 * p2 * open * std::min(1.0F, 4.0F * d2)) +
-            shine * 0.12F * around * open * away * away;
+        const float highlights = shine * (lit * p1 * std::min(1.0F, 4.0F * d1) +
+                                          s2 * p2 * open * std::min(1.0F, 4.0F * d2)) +
+                                 shine * 0.12F * around * open * away * away;
         const float value = row.albedo[x] * (around * open + from_lamps) + highlights;
         out[x] = depth[x] < 1e8F ? value : -1.0F;
     }
@@ -197,7 +200,8 @@ void shade(const Samples& samples, const Camera& camera, const Light& light, con
     Row row;
     radiance.resize(samples.depth.size());
     for (int y = 0; y < samples.height; ++y) {
-        const std::size_t at = static_cast<std::size_t>(y) * static_cast<std::size_t>(samples.stride);
+        const std::size_t at =
+            static_cast<std::size_t>(y) * static_cast<std::size_t>(samples.stride);
         look_up(row, samples, at, samples.width, surroundings, light.kind == LightKind::infrared);
         find_shadow(row, samples, y, at, camera, shadow, light.lamps[0].softness);
         light_up(row, samples, at, light, &radiance[at]);

@@ -17,7 +17,8 @@ struct Finish {
     float gloss = 16;       // the larger, the smaller the highlight
     float wrap = 0;         // light that creeps round the edge of the shadow
     float rim = 0;          // more shine at grazing angles
-    float infrared_gain = 1, infrared_power = 1; // reflectance in infrared: gain * reflectance^power
+    float infrared_gain = 1,
+          infrared_power = 1; // reflectance in infrared: gain * reflectance^power
 };
 
 struct Surroundings {
@@ -35,8 +36,12 @@ struct Shadow {
     float per_dm = 0;
 
     void aim(Vec3 lamp, Vec3 at, float reach, int size);
-    float x_of(Vec3 p) const { return static_cast<float>(map.width) / 2 + dot(p - middle, across) * per_dm; }
-    float y_of(Vec3 p) const { return static_cast<float>(map.height) / 2 - dot(p - middle, up) * per_dm; }
+    float x_of(Vec3 p) const {
+        return static_cast<float>(map.width) / 2 + dot(p - middle, across) * per_dm;
+    }
+    float y_of(Vec3 p) const {
+        return static_cast<float>(map.height) / 2 - dot(p - middle, up) * per_dm;
+    }
     float depth_of(Vec3 p) const { return -dot(p - middle, towards); }
 };
 

@@ -33,8 +33,8 @@ bool shows_face(const Job& job, std::uint64_t person, std::uint64_t picture) {
 }
 
 // Renders the part of one person's pictures that lies in the shard.
-void render_person(const Studio& studio, const Job& job, Photographer& photographer, std::uint64_t nth,
-                   Shard& shard) {
+void render_person(const Studio& studio, const Job& job, Photographer& photographer,
+                   std::uint64_t nth, Shard& shard) {
     const std::uint64_t number = job.first_person + nth;
     const Person person = make_person(studio, job.seed, number);
     const auto size = static_cast<std::size_t>(picture_size(job.view));
@@ -113,7 +113,8 @@ void render_shards(const Studio& studio, const Job& job) {
         shard.labels.resize(shard.count);
         render(studio, job, shard, progress);
         // The labels come last: where they are, the shard is complete.
-        write_npy(pictures, "|u1", {shard.count, size, size}, shard.pictures.data(), shard.pictures.size());
+        write_npy(pictures, "|u1", {shard.count, size, size}, shard.pictures.data(),
+                  shard.pictures.size());
         write_npy(labels_file, "<f4", {shard.count, labels}, shard.labels.data(),
                   shard.labels.size() * sizeof(Labels));
     }

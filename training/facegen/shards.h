@@ -15,6 +15,8 @@ struct Job {
     float empty_share = 0; // of the pictures that show no face
     int threads = 1;
     std::uint64_t shard_size = 4096;
+    bool clean = false; // sheets only: no blur, noise or JPEG
+    bool plain = false; // sheets only: facing the camera in even light, too
 };
 
 // Renders a job into shards (see README.md), skipping those that are there already.

@@ -30,6 +30,23 @@ void outline(Picture& picture, const FaceBox& box) {
     }
 }
 
+// For looking at the faces themselves.
+PhotoPlan simplified(PhotoPlan plan, const Job& job, std::uint64_t picture) {
+    if (job.clean || job.plain) {
+        plan.degradation = Degradation{};
+    }
+    if (job.plain) {
+        plan.yaw = 30.0F * (static_cast<float>(picture % 3) - 1.0F);
+        plan.pitch = plan.roll = 0;
+        plan.expression = Expression{};
+        plan.occlusion = Occlusion::none;
+        plan.light = Light{};
+        plan.light.sky = 0.1F;
+        plan.light.lamps[0] = {normalised({0.4F, 0.5F, 0.8F}), 0.4F, 0.05F};
+    }
+    return plan;
+}
+
 std::string numbered(const char* format, std::uint64_t number) {
     char text[32];
     std::snprintf(text, sizeof text, format, static_cast<unsigned long long>(number));
@@ -41,20 +58,22 @@ std::string numbered(const char* format, std::uint64_t number) {
 void render_sheet(const Studio& studio, const Job& job) {
     const int size = picture_size(job.view);
     constexpr int gap = 2;
-    Picture sheet(static_cast<int>(job.pictures) * (size + gap), static_cast<int>(job.people) * (size + gap), 1);
+    Picture sheet(static_cast<int>(job.pictures) * (size + gap),
+                  static_cast<int>(job.people) * (size + gap), 1);
     Photographer photographer(studio);
     Picture one(size, size, 1);
     for (std::uint64_t p = 0; p < job.people; ++p) {
         const Person person = make_person(studio, job.seed, job.first_person + p);
         for (std::uint64_t i = 0; i < job.pictures; ++i) {
-            const PhotoPlan plan = plan_photo(studio, person, job.view, i);
+            const PhotoPlan plan = simplified(plan_photo(studio, person, job.view, i), job, i);
             photographer.take(person, plan, i, one.pixels.data());
             if (job.view == View::frame) {
                 outline(one, plan.box);
             }
             for (int y = 0; y < size; ++y) {
                 std::copy_n(one.at(0, y), size,
-                            sheet.at(static_cast<int>(i) * (size + gap), static_cast<int>(p) * (size + gap) + y));
+                            sheet.at(static_cast<int>(i) * (size + gap),
+                                     static_cast<int>(p) * (size + gap) + y));
             }
         }
     }

@@ -25,7 +25,8 @@ std::uint8_t byte(float share) { return static_cast<std::uint8_t>(255.0F * clamp
 std::size_t pick_skin(const HeadModel& model, const Identity& identity, Random& random) {
     const bool dark = identity.reflectance < 0.15F;
     for (int attempt = 0; attempt < 40; ++attempt) {
-        const auto at = static_cast<std::size_t>(random.below(static_cast<int>(model.skins.size())));
+        const auto at =
+            static_cast<std::size_t>(random.below(static_cast<int>(model.skins.size())));
         const std::string& name = model.skin_names[at];
         const bool is_dark = name.find("darkskinned") != std::string::npos;
         const bool is_old = name.starts_with("old");
@@ -44,7 +45,7 @@ Logs mixed_skins(const HeadModel& model, const SkinKit& kit, const Identity& ide
                  Random& random) {
     const std::int16_t* one = model.skins[pick_skin(model, identity, random)].data();
     const std::int16_t* other = model.skins[pick_skin(model, identity, random)].data();
-    const float contrast = random.uniform(0.7F, 1.35F);
+    const float contrast = random.uniform(0.9F, 1.6F);
     const float share = random.uniform();
     const float of_one = contrast * share / 2048.0F, of_other = contrast * (1.0F - share) / 2048.0F;
     Logs logs(model.texel_base.size());
@@ -85,7 +86,8 @@ void paint_spot(Logs& logs, int x, int y, float radius, float depth) {
 
 void paint_spots(Logs& logs, const SkinKit& kit, const Identity& identity, Random& random) {
     const auto anywhere = [&] {
-        return kit.front[static_cast<std::size_t>(random.below(static_cast<int>(kit.front.size())))];
+        return kit
+            .front[static_cast<std::size_t>(random.below(static_cast<int>(kit.front.size())))];
     };
     const auto spot = [&](float radius, float depth) {
         const std::uint32_t at = anywhere();
@@ -115,9 +117,11 @@ void paint_spots(Logs& logs, const SkinKit& kit, const Identity& identity, Rando
         const int steps = 6 + random.below(16);
         for (int i = 0; i < steps; ++i) {
             const float along = 1.5F * static_cast<float>(i);
-            paint_spot(logs, static_cast<int>(from % tile_width) + static_cast<int>(along * std::cos(angle)),
-                       static_cast<int>(from / tile_width) + static_cast<int>(along * std::sin(angle)),
-                       1.2F, depth);
+            paint_spot(
+                logs,
+                static_cast<int>(from % tile_width) + static_cast<int>(along * std::cos(angle)),
+                static_cast<int>(from / tile_width) + static_cast<int>(along * std::sin(angle)),
+                1.2F, depth);
         }
     }
 }
@@ -147,8 +151,8 @@ struct Folds {
         }
         if (p.y > 6.5F && p.y < 6.98F && x > 0.1F && x < 0.5F) {
             const float middle = 0.2F + (6.95F - p.y) * laugh_slant;
-            dark += laugh * line(std::fabs(x - middle), 0.016F) *
-                    smooth_step(6.98F, 6.9F, p.y) * smooth_step(6.5F, 6.62F, p.y);
+            dark += laugh * line(std::fabs(x - middle), 0.016F) * smooth_step(6.98F, 6.9F, p.y) *
+                    smooth_step(6.5F, 6.62F, p.y);
         }
         if (x > 0.5F && x < 0.7F && p.y > 7.1F && p.y < 7.42F) {
             const float spread = (p.y - 7.27F) / (0.35F + (x - 0.5F)) * 9.0F;
@@ -190,7 +194,7 @@ void paint_face(Logs& logs, const HeadModel& model, const SkinKit& kit, const Id
     const Folds folds = draw_folds(identity, random);
     const float lip_tone = random.chance(0.15F * (1.0F - identity.male))
                                ? random.uniform(-1.3F, -0.6F) // lipstick
-                               : random.uniform(-0.55F, 0.12F);
+                               : random.uniform(-0.75F, 0.0F);
     for (const std::uint32_t i : kit.front) {
         logs[i] -= folds(model.texel_base[i]);
         logs[i] += lip_tone * static_cast<float>(kit.lips[i]) * (1.0F / 255.0F);
@@ -199,19 +203,22 @@ void paint_face(Logs& logs, const HeadModel& model, const SkinKit& kit, const Id
 
 void paint_brows(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
                  float hair_log, Random& random) {
-    const auto pick = [&] { return static_cast<std::size_t>(random.below(static_cast<int>(model.brows.size()))); };
+    const auto pick = [&] {
+        return static_cast<std::size_t>(random.below(static_cast<int>(model.brows.size())));
+    };
     const std::uint8_t* one = model.brows[pick()].data();
     const std::uint8_t* other = model.brows[pick()].data();
     const float share = random.chance(0.5F) ? 1.0F : random.uniform(0.4F, 1.0F);
-    const float density = random.uniform(0.45F, 1.25F) * mix(0.85F, 1.1F, identity.male);
+    const float density = random.uniform(0.7F, 2.0F) * mix(0.85F, 1.15F, identity.male);
     const float tone = mix(hair_log, random.uniform(-3.0F, -1.0F), 0.35F);
     // Brows differ in their place too: the coverage is read a little off.
     const int shift = (random.below(11) - 5) + tile_width * (random.below(7) - 3);
     for (const std::uint32_t i : kit.front) {
         const auto from = static_cast<std::size_t>(
             std::clamp(static_cast<int>(i) + shift, 0, tile_width * tile_height - 1));
-        const float coverage = clamp01(density * (share * static_cast<float>(one[from]) +
-                                                  (1.0F - share) * static_cast<float>(other[from])) *
+        const float coverage = clamp01(density *
+                                       (share * static_cast<float>(one[from]) +
+                                        (1.0F - share) * static_cast<float>(other[from])) *
                                        (1.0F / 255.0F));
         logs[i] = mix(logs[i], std::min(tone, logs[i]), coverage);
     }
@@ -220,7 +227,8 @@ void paint_brows(Logs& logs, const HeadModel& model, const SkinKit& kit, const I
 void paint_hair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hairiness& hairiness,
                 float hair_log, Random& random) {
     const float ragged = random.uniform(0.0002F, 0.0006F);
-    const NoiseField& fine = kit.fine[static_cast<std::size_t>(random.below(static_cast<int>(kit.fine.size())))];
+    const NoiseField& fine =
+        kit.fine[static_cast<std::size_t>(random.below(static_cast<int>(kit.fine.size())))];
     const NoiseField& other = kit.middling[0];
     for (std::size_t i = 0; i < logs.size(); ++i) {
         const Vec3 base = model.texel_base[i];
@@ -330,13 +338,15 @@ void paint_skin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const 
 
 void paint_eyes_and_mouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
                           Random& random) {
-    const auto pick = static_cast<std::size_t>(random.below(static_cast<int>(model.eye_tones.size())));
+    const auto pick =
+        static_cast<std::size_t>(random.below(static_cast<int>(model.eye_tones.size())));
     const Picture& eye = model.eye_tones[pick];
-    const float light_eyes = identity.ethnicity[2] > 0.5F ? random.uniform(0.05F, 1.1F)
-                                                          : random.uniform(0.03F, 0.35F);
-    const float white = random.uniform(0.42F, 0.68F);
+    const float light_eyes =
+        identity.ethnicity[2] > 0.5F ? random.uniform(0.05F, 1.1F) : random.uniform(0.03F, 0.35F);
+    const float white = random.uniform(0.33F, 0.55F);
     // The two irises in the eye textures, as shares of their width.
-    constexpr float iris_x[2] = {0.705F, 0.292F}, iris_y[2] = {0.296F, 0.701F}, iris_radius = 0.118F;
+    constexpr float iris_x[2] = {0.705F, 0.292F}, iris_y[2] = {0.296F, 0.701F},
+                    iris_radius = 0.118F;
     for (int y = 0; y < eye.height; ++y) {
         for (int x = 0; x < eye.width; ++x) {
             const float fx = (static_cast<float>(x) + 0.5F) / static_cast<float>(eye.width);

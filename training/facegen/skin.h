@@ -16,9 +16,9 @@ namespace facegen {
 struct SkinKit {
     std::vector<NoiseField> broad, middling, fine;
     std::vector<std::uint8_t> lips, moustache, goatee; // by texel, 0 to 255
-    std::vector<std::int8_t> beard;          // depth inside the beard's region, 1/200 dm, clamped
-    std::vector<std::uint32_t> front;        // texels of the face proper
-    std::vector<std::uint32_t> stubble;      // packed as the atlas is: density of stubble
+    std::vector<std::int8_t> beard;     // depth inside the beard's region, 1/200 dm, clamped
+    std::vector<std::uint32_t> front;   // texels of the face proper
+    std::vector<std::uint32_t> stubble; // packed as the atlas is: density of stubble
 };
 
 SkinKit make_skin_kit(const HeadModel& model);
@@ -27,7 +27,7 @@ enum class BeardStyle { none, shadow, moustache, goatee, full };
 
 struct Hairiness {
     Hairline hairline;
-    float scalp = 1;  // how much of the scalp the painted hair hides
+    float scalp = 1; // how much of the scalp the painted hair hides
     BeardStyle beard = BeardStyle::none;
     float beard_density = 0;
 };

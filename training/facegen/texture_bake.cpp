@@ -148,13 +148,13 @@ std::vector<std::int16_t> skin_detail(const Picture& rgb, const HeadModel& model
                 const std::uint8_t* p = rgb.at(px, py);
                 return 0.35F * p[0] + 0.55F * p[1] + 0.1F * p[2];
             };
-            const float code = mix(mix(grey(ix, iy), grey(jx, iy), tx),
-                                   mix(grey(ix, jy), grey(jx, jy), tx), ty);
+            const float code =
+                mix(mix(grey(ix, iy), grey(jx, iy), tx), mix(grey(ix, jy), grey(jx, jy), tx), ty);
             const std::size_t i = texel(x, y);
             light[i] = linear(std::max(code, 4.0F));
             const Vec3 base = model.texel_base[i];
-            if (model.texel_used[i] && base.z > 1.0F && std::fabs(base.x) < 0.5F &&
-                base.y > 6.3F && base.y < 7.6F && lips(base) == 0) {
+            if (model.texel_used[i] && base.z > 1.0F && std::fabs(base.x) < 0.5F && base.y > 6.3F &&
+                base.y < 7.6F && lips(base) == 0) {
                 total += light[i];
                 ++counted;
             }
@@ -166,7 +166,8 @@ std::vector<std::int16_t> skin_detail(const Picture& rgb, const HeadModel& model
         float value = std::log2(light[i] / mean);
         if (model.texel_used[i]) {
             // The scalp's painted hair fades in well below the hairline.
-            const float painted = smooth_step(-0.33F, -0.08F, above_hairline(model.texel_base[i], {}));
+            const float painted =
+                smooth_step(-0.33F, -0.08F, above_hairline(model.texel_base[i], {}));
             value *= 1.0F - 0.93F * painted;
         }
         detail[i] = static_cast<std::int16_t>(std::clamp(value, -6.0F, 3.0F) * 2048.0F);
