@@ -139,6 +139,69 @@ Piece grow_beard(const HeadModel& model, const Shape& shape, BeardStyle style,
     return piece;
 }
 
+// Hair that hangs from the sides and the back of the head: a sheet around it, open in front.
+Piece hang_curtain(const HeadModel& model, const Shape& shape, bool curly,
+                   const StreakTexture& streaks, Random& random) {
+    // The head's half width, back and middle at the level of the temples.
+    float wide = 0, back = far_away;
+    for (std::size_t i = 0; i < shape.points.size(); ++i) {
+        const Vec3 base = model.base[i];
+        if (base.y > 7.4F && base.y < 8.1F && std::fabs(base.x) < 0.8F) {
+            wide = std::max(wide, std::fabs(shape.points[i].x));
+            back = std::min(back, shape.points[i].z);
+        }
+    }
+    const float front = -0.32F;
+    const float middle = 0.5F * (front + back) - 0.1F;
+    const float volume = random.uniform(0.04F, curly ? 0.4F : 0.2F);
+    const float length =
+        random.chance(0.5F) ? random.uniform(0.6F, 1.3F) : random.uniform(1.2F, 2.8F);
+    const float opening = random.uniform(0.75F, 1.3F); // angle from straight ahead
+    const float flare = random.uniform(-0.15F, 0.3F),
+                wave = random.uniform(0.0F, curly ? 0.07F : 0.035F);
+    const float rings = random.uniform(5.0F, 16.0F), layer = random.uniform(0.0F, 0.35F);
+    const auto seed = static_cast<std::uint32_t>(random.next());
+    constexpr int columns = 44, rows = 26;
+    Piece piece;
+    for (int c = 0; c <= columns; ++c) {
+        const float s = static_cast<float>(c) / columns;
+        const float angle = mix(opening, 2 * std::numbers::pi_v<float> - opening, s);
+        const float from_front = std::min(s, 1.0F - s) * 2.0F; // 0 at the open edges
+        for (int r = 0; r <= rows; ++r) {
+            const float t = static_cast<float>(r) / rows;
+            const float top = 0.62F, y = mix(top, -length + layer * (1.0F - from_front), t);
+            // Close to the skull on top, falling straight below the ears.
+            const float out = volume * smooth_step(top, 0.05F, y) +
+                              flare * smooth_step(-0.3F, -length, y) +
+                              0.06F * smooth_step(0.45F, -0.1F, y);
+            const float close = 0.24F * smooth_step(0.2F, top, y);
+            const float lock =
+                0.035F * value_noise({angle * 6.0F, y * 0.7F, 0.0F}, seed) +
+                wave * std::sin(rings * y + 5.0F * value_noise({angle * 3.0F, y, 4.0F}, seed));
+            const float a = wide + out - close + lock,
+                        b = 0.5F * (front - back) + 0.28F + 0.7F * out - close + lock;
+            piece.points.push_back({a * std::sin(angle), y, middle + b * std::cos(angle)});
+            // Frayed at the hem and at the open edges.
+            piece.field.push_back(
+                std::min({1.2F * (1.0F - t) * length, 1.6F * from_front, 0.5F * t + 0.1F}) - 0.04F);
+            piece.occlusion.push_back(mix(0.5F, 0.95F, smooth_step(-1.2F, 0.3F, y)));
+            piece.surface.point.push_back(static_cast<std::uint32_t>(piece.points.size() - 1));
+            piece.surface.u.push_back(static_cast<float>(atlas::streaks.x) + 1.0F + 252.0F * s);
+            piece.surface.v.push_back(static_cast<float>(atlas::streaks.y) + 1.0F +
+                                      252.0F * std::min(t * length / 2.8F, 1.0F));
+        }
+    }
+    for (std::uint32_t c = 0; c < columns; ++c) {
+        for (std::uint32_t r = 0; r < rows; ++r) {
+            const std::uint32_t a = c * (rows + 1) + r, b = a + rows + 1;
+            piece.surface.triangles.push_back({a, b, b + 1});
+            piece.surface.triangles.push_back({a, b + 1, a + 1});
+        }
+    }
+    cover_with_streaks(piece, streaks, hair_material, 9.0F, random.uniform(0.1F, 0.3F));
+    return piece;
+}
+
 // Hair combed over the forehead, to one side or straight.
 Piece grow_fringe(const HeadModel& model, const Shape& shape, const Hairline& hairline,
                   const StreakTexture& streaks, Random& random) {
@@ -283,7 +346,7 @@ Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Ident
     dress.streaks = curly ? 2 + random.below(2) : random.below(2);
     const StreakTexture& streak = streaks[static_cast<std::size_t>(dress.streaks)];
     const auto suits = suiting(model, identity);
-    const float fitted_share = man ? 0.35F : (curly ? 0.35F : 0.8F);
+    const float fitted_share = man ? 0.35F : (curly ? 0.25F : 0.5F);
     const bool fitted = !suits.empty() && hairiness.scalp > 0 && random.chance(fitted_share);
     const float bald = man && identity.age != AgeBand::child
                            ? (identity.age == AgeBand::young ? 0.05F : 0.17F)
@@ -308,6 +371,13 @@ Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Ident
         usual.piece = grow_hair(model, shape, hairiness.hairline, draw_cut(identity, curly, random),
                                 curly, streak, random);
         usual.under_cap = below_rim(usual.piece);
+        if (random.chance(man ? 0.07F : 0.7F)) {
+            usual.id = 4;
+            usual.curtain = hang_curtain(model, shape, curly, streak, random);
+            if (random.chance(0.4F)) {
+                usual.fringe = grow_fringe(model, shape, hairiness.hairline, streak, random);
+            }
+        }
     }
     dress.styles.push_back(std::move(usual));
     if (hairiness.scalp > 0) {
@@ -317,6 +387,10 @@ Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Ident
         other.piece = grow_hair(model, shape, hairiness.hairline, draw_cut(identity, curly, random),
                                 curly, streak, random);
         other.under_cap = below_rim(other.piece);
+        if (!man && random.chance(0.6F)) {
+            other.id = 5;
+            other.curtain = hang_curtain(model, shape, curly, streak, random);
+        }
         dress.styles.push_back(std::move(other));
     }
     const bool may_be_long =

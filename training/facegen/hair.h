@@ -23,6 +23,7 @@ struct HairStyle {
     int id = 0;                      // 0: none; the same number for the same cut
     Piece piece;                     // empty: nothing but what is painted on the scalp
     Piece fringe;                    // over the forehead
+    Piece curtain;                   // hanging over ears, neck and shoulders
     int texture = -1;                // index into HeadModel::hair_textures
     std::vector<Triangle> under_cap; // the piece's triangles that a cap leaves
 };

@@ -79,8 +79,11 @@ float moustache(Vec3 base) {
 }
 
 float goatee(Vec3 base) {
-    const float chin = smooth_step(0.0F, 0.25F, ellipse(base, 0.0F, 6.28F, 0.36F, 0.24F));
-    return std::max(moustache(base), chin * smooth_step(0.75F, 0.95F, base.z));
+    const float chin = smooth_step(0.0F, 0.3F, ellipse(base, 0.0F, 6.28F, 0.32F, 0.25F));
+    // Moustache and chin meet beside the mouth.
+    const float around = 1.0F - std::fabs(ellipse(base, 0.0F, 6.58F, 0.33F, 0.2F)) / 0.2F;
+    const float beside = 0.8F * clamp01(around) * smooth_step(6.74F, 6.66F, base.y);
+    return std::max(moustache(base), std::max(chin, beside) * smooth_step(0.75F, 0.95F, base.z));
 }
 
 float inside_beard(Vec3 base) {

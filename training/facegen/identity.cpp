@@ -107,20 +107,19 @@ float strength_of(const std::string& stem) {
         float deviation;
     };
     // The first that fits counts.
-    static constexpr Strength known[] = {{"head-age", 0.3F},
+    static constexpr Strength known[] = {{"head-age", 0.25F},
                                          {"head-angle", 0.3F},
                                          {"head-trans", 0.1F},
-                                         {"head-fat", 0.55F},
-                                         {"head", 0.42F},
+                                         {"head-fat", 0.34F},
+                                         {"head", 0.36F},
                                          {"eye-push", 0.3F},
                                          {"eye-trans", 0.4F},
-                                         {"eye-bag", 0.5F},
                                          {"eye-height", 0.38F},
                                          {"eye-scale", 0.4F},
                                          {"eye", 0.5F},
                                          {"nose-trans", 0.35F},
-                                         {"nose-scale", 0.45F},
-                                         {"nose", 0.52F},
+                                         {"nose-scale", 0.42F},
+                                         {"nose", 0.5F},
                                          {"mouth-trans", 0.3F},
                                          {"mouth-scale", 0.38F},
                                          {"mouth-lowerlip-middle", 0.15F},
@@ -131,9 +130,13 @@ float strength_of(const std::string& stem) {
                                          {"mouth-upperlip-ext", 0.2F},
                                          {"mouth", 0.4F},
                                          {"ear", 0.45F},
-                                         {"chin", 0.48F},
-                                         {"cheek", 0.55F},
-                                         {"forehead", 0.5F},
+                                         {"chin-width", 0.34F},
+                                         {"chin-bones", 0.36F},
+                                         {"chin-jaw-drop", 0.34F},
+                                         {"chin", 0.42F},
+                                         {"cheek-volume", 0.38F},
+                                         {"cheek", 0.48F},
+                                         {"forehead", 0.48F},
                                          {"neck", 0.35F}};
     for (const Strength& s : known) {
         if (stem.starts_with(s.start)) {
@@ -156,7 +159,7 @@ void add_details(std::vector<Vec3>& points, const HeadModel& model, Random& rand
         } else {
             const auto [at, is_new] = of_both_sides.try_emplace(axis.stem, 0.0F);
             if (is_new) {
-                at->second = one_way ? (random.chance(0.3F) ? random.uniform(0.2F, 0.9F) : 0.0F)
+                at->second = one_way ? (random.chance(0.3F) ? random.uniform(0.15F, 0.7F) : 0.0F)
                                      : reach * random.normal_within(strength_of(axis.stem), 2.2F);
             }
             weight = at->second + (axis.side != 0 ? random.normal_within(0.09F, 2.0F) : 0.0F);

@@ -64,7 +64,7 @@ Surroundings surroundings(const Person& person, const PhotoPlan& plan, float fra
     const float oil = person.identity.oiliness * random.uniform(0.5F, 1.3F);
     auto& f = s.finishes;
     f[skin_material] = {-1,    0.16F * oil, 14.0F + 22.0F * random.uniform(), 0.18F, 2.0F,
-                        0.62F, 0.3F};
+                        0.72F, 0.5F};
     f[eye_material] = {-1, 0.9F, 90, 0.1F, 0.5F, 0.8F, 0.6F};
     f[teeth_material] = {-1, 0.3F, 40, 0.1F, 0, 1, 1};
     f[tongue_material] = {-1, 0.15F, 20, 0.1F, 0, 1, 0.5F};
@@ -280,6 +280,7 @@ void Photographer::take(const Person& person, const PhotoPlan& plan, std::uint64
         put(hair.piece);
         put(hair.fringe);
     }
+    put(hair.curtain);
     if (plan.occlusion == Occlusion::face_mask) {
         put(draw_face_mask(model, shape, random));
     }
