@@ -86,6 +86,15 @@ Expression draw_expression(const HeadModel& model, Random& random) {
     return e;
 }
 
+void quieten_mouth(Expression& expression, const HeadModel& model) {
+    expression.open_mouth *= 0.1F;
+    for (Expression::Part& part : expression.parts) {
+        if (model.units[part.unit].name.starts_with("mouth")) {
+            part.weight *= 0.1F;
+        }
+    }
+}
+
 void apply(const Expression& expression, const HeadModel& model, int ethnicity,
            std::vector<Vec3>& points) {
     for (const Expression::Part& part : expression.parts) {

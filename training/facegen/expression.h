@@ -21,6 +21,9 @@ struct Expression {
 
 Expression draw_expression(const HeadModel& model, Random& random);
 
+// Keeps the mouth nearly shut, as under a mask.
+void quieten_mouth(Expression& expression, const HeadModel& model);
+
 // Moves the points of a face whose dominant ethnicity is given.
 void apply(const Expression& expression, const HeadModel& model, int ethnicity,
            std::vector<Vec3>& points);

@@ -112,7 +112,7 @@ Glasses draw_glasses(const Shape& shape, bool dark, Random& random) {
     lenses.style.two_sided = true;
     lenses.field.assign(lenses.points.size(), tint);
     glasses.lens_reflectance =
-        dark && random.chance(0.9F) ? random.uniform(0.003F, 0.03F) : random.uniform(0.02F, 0.6F);
+        dark && random.chance(0.9F) ? random.uniform(0.003F, 0.03F) : random.uniform(0.02F, 0.25F);
     if (tint == 0) {
         lenses = Piece{};
     }

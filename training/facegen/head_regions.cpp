@@ -36,6 +36,10 @@ float ellipse(Vec3 p, float x, float y, float half_width, float half_height) {
 float azimuth(Vec3 base) { return std::atan2(std::fabs(base.x), base.z - 0.45F); }
 
 float above_hairline(Vec3 base, const Hairline& hairline) {
+    return above_hairline(base, azimuth(base), hairline);
+}
+
+float above_hairline(Vec3 base, float at, const Hairline& hairline) {
     static constexpr std::array<Knot, 11> height{{{0.0F, 7.93F},
                                                   {0.35F, 7.92F},
                                                   {0.62F, 7.78F},
@@ -47,7 +51,6 @@ float above_hairline(Vec3 base, const Hairline& hairline) {
                                                   {1.9F, 7.05F},
                                                   {2.3F, 6.66F},
                                                   {3.2F, 6.5F}}};
-    const float at = azimuth(base);
     const float front = 1.0F - smooth_step(0.75F, 1.0F, at);
     const float temple = smooth_step(0.2F, 0.5F, at) * (1.0F - smooth_step(0.7F, 1.0F, at));
     const float burn = smooth_step(0.95F, 1.1F, at) * (1.0F - smooth_step(1.25F, 1.4F, at));

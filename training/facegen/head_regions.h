@@ -26,6 +26,8 @@ struct Hairline {
 
 // Height of `base` above the hairline: positive where hair grows.
 float above_hairline(Vec3 base, const Hairline& hairline);
+// The same where the azimuth is known.
+float above_hairline(Vec3 base, float at, const Hairline& hairline);
 
 // Positive inside the full beard's region, about its depth in decimetres; lips are left out.
 float inside_beard(Vec3 base);

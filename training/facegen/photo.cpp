@@ -111,6 +111,9 @@ PhotoPlan plan_photo(const Studio& studio, const Person& person, View view, std:
     plan.expression = draw_expression(studio.model, random);
     plan.light = draw_light(random);
     draw_wear(plan, person, random);
+    if (plan.occlusion == Occlusion::face_mask) {
+        quieten_mouth(plan.expression, studio.model);
+    }
     plan.degradation = draw_degradation(plan.light.kind == LightKind::dark,
                                         plan.box.size / static_cast<float>(crop_box), random);
     return plan;

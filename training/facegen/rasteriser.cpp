@@ -33,10 +33,14 @@ bool set_up_edges(Setup& setup, const DrawVertex& a, const DrawVertex& b, const 
           top < static_cast<float>(height))) {
         return false;
     }
-    setup.left = static_cast<int>(std::max(left, 0.0F));
-    setup.top = static_cast<int>(std::max(top, 0.0F));
-    setup.right = std::min(static_cast<int>(std::min(right, 1e6F)) + 1, width);
-    setup.bottom = std::min(static_cast<int>(std::min(bottom, 1e6F)) + 1, height);
+    // The first sample centre at or after the low edge, and past the last one before the high edge.
+    setup.left = static_cast<int>(std::max(left, 0.0F) + 0.5F);
+    setup.top = static_cast<int>(std::max(top, 0.0F) + 0.5F);
+    setup.right = std::min(static_cast<int>(std::min(right, 1e6F) + 0.5F), width);
+    setup.bottom = std::min(static_cast<int>(std::min(bottom, 1e6F) + 0.5F), height);
+    if (setup.left >= setup.right || setup.top >= setup.bottom) {
+        return false; // between the samples
+    }
     const float scale = 1.0F / area;
     const DrawVertex* corner[3] = {&a, &b, &c};
     for (int i = 0; i < 3; ++i) {

@@ -235,7 +235,7 @@ void paint_hair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Ha
         if (base.y < 6.2F || hairiness.scalp == 0) {
             continue;
         }
-        const float above = above_hairline(base, hairiness.hairline) +
+        const float above = above_hairline(base, kit.azimuth[i], hairiness.hairline) +
                             ragged * static_cast<float>(fine[i] + other[i]);
         if (above > -0.05F) {
             const float coverage = hairiness.scalp * smooth_step(-0.05F, 0.07F, above);
@@ -280,6 +280,9 @@ SkinKit make_skin_kit(const HeadModel& model) {
         kit.fine.push_back(noise_field(model.texel_base, 0.022F, 51 + i));
     }
     const std::size_t texels = model.texel_base.size();
+    for (const Vec3& base : model.texel_base) {
+        kit.azimuth.push_back(azimuth(base));
+    }
     kit.lips.resize(texels);
     kit.moustache.resize(texels);
     kit.goatee.resize(texels);

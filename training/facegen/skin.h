@@ -15,6 +15,7 @@ namespace facegen {
 // What painting skins needs, worked out once.
 struct SkinKit {
     std::vector<NoiseField> broad, middling, fine;
+    std::vector<float> azimuth;                        // by texel
     std::vector<std::uint8_t> lips, moustache, goatee; // by texel, 0 to 255
     std::vector<std::int8_t> beard;     // depth inside the beard's region, 1/200 dm, clamped
     std::vector<std::uint32_t> front;   // texels of the face proper
