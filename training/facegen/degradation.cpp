@@ -131,15 +131,15 @@ Degradation draw_degradation(bool dark, float unit, Random& random) {
     Degradation d;
     const float size = std::max(unit, 0.6F);
     if (random.chance(0.6F)) {
-        d.blur =
-            size * (random.chance(0.2F) ? random.uniform(0.8F, 1.9F) : random.uniform(0.25F, 0.9F));
+        d.blur = size *
+                 (random.chance(0.14F) ? random.uniform(0.8F, 1.8F) : random.uniform(0.25F, 0.9F));
     }
-    if (random.chance(0.1F)) {
+    if (random.chance(0.07F)) {
         d.motion = size * random.uniform(1.5F, 5.0F);
         d.motion_angle = random.uniform(0.0F, 3.14F);
     }
-    if (random.chance(0.22F)) {
-        d.small = random.uniform(0.35F, 0.9F);
+    if (random.chance(0.18F)) {
+        d.small = random.uniform(0.42F, 0.9F);
     }
     if (random.chance(0.75F)) {
         d.noise = random.uniform(0.0F, 0.012F);

@@ -419,10 +419,9 @@ HeadModel load_head_model(const fs::path& assets) {
             point = filter(point);
         }
     }
-    // The midline points of the lips where they meet the air, by their place in the base mesh.
-    constexpr std::uint32_t upper_lip_point = 468, lower_lip_point = 494;
-    model.upper_lip = filter(upper_lip_point);
-    model.lower_lip = filter(lower_lip_point);
+    // The upper edge of the upper lip on the midline, by its place in the base mesh.
+    constexpr std::uint32_t lip_edge_point = 455;
+    model.lip_edge = filter(lip_edge_point);
 
     read_targets(model, assets / "targets", filter);
     for (const Vec3& point : model.base) {

@@ -58,7 +58,7 @@ struct HeadModel {
     std::vector<Picture> eye_tones;         // at the size of the eyes' tile
 
     std::vector<std::uint32_t> left_eye, right_eye; // points about each eyeball
-    std::uint32_t upper_lip = 0, lower_lip = 0;
+    std::uint32_t lip_edge = 0;                     // where the mouth begins, on the midline
 
     Target macro[ethnicities][sexes][ages];
     std::vector<Target> details;

@@ -61,7 +61,7 @@ void draw_tones(Identity& identity, Random& random) {
                           : identity.age == AgeBand::middle ? 0.25F
                                                             : 0.0F;
     if (random.chance(greying)) {
-        identity.hair_reflectance = random.uniform(0.15F, 0.5F);
+        identity.hair_reflectance = random.uniform(0.1F, 0.4F);
     }
     identity.oiliness = random.uniform(0.15F, 1.0F);
 }
@@ -267,8 +267,11 @@ Shape draw_shape(const HeadModel& model, const Identity& identity, Random& rando
     for (const std::uint32_t point : model.left_eye) {
         shape.eye_radius = std::max(shape.eye_radius, length(shape.points[point] - shape.left_eye));
     }
+    // Both points lie in the upright plane that touches the eyes: with them our box has the size of
+    // a common frontal detector's, and moves as that does when the head turns or nods.
     shape.eyes = {0, 0, shape.eye_radius};
-    shape.mouth = (shape.points[model.upper_lip] + shape.points[model.lower_lip]) * 0.5F;
+    shape.mouth = shape.points[model.lip_edge];
+    shape.mouth.z = shape.eyes.z;
     shape.normals.assign(shape.points.size(), Vec3{});
     add_normals(model.skin, shape.points, shape.normals);
     normalise(shape.normals);

@@ -34,7 +34,7 @@ struct Shape {
     std::vector<Vec3> points, normals;
     Vec3 left_eye, right_eye; // middles of the eyeballs
     float eye_radius = 0;
-    Vec3 eyes, mouth; // what the face box goes by: the eyes' middle at their front, and the lips
+    Vec3 eyes, mouth; // what the face box goes by: the eyes' middle and the upper lip's edge
 };
 
 Shape draw_shape(const HeadModel& model, const Identity& identity, Random& random);
