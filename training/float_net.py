@@ -42,22 +42,25 @@ def _initial_weights(op, generator):
 
 
 class FloatNet(nn.Module):
-    """Parameters are named after the layers' numbers: w0, gamma0, beta0, ..."""
+    """Parameters are named after the layers' numbers: w0, gamma0, beta0, ... A normalised value is
+    gain * ((1 + gamma) * x + beta), so that decay pulls factors to 1: most of them cancel in the
+    next normalisation, and nothing else would hold them."""
 
     def __init__(self, network, seed=1):
         super().__init__()
         self.network = network
         self.ops = layers.merged(layers.PROGRAMS[network])
         self.convs = layers.convolutions(self.ops)
+        self.trunk = None  # an engine.Trunk, for batches of its size
         generator = torch.Generator().manual_seed(seed)
         for op in self.convs:
             n = op.number
             self.register_parameter(f"w{n}", nn.Parameter(_initial_weights(op, generator)))
             if is_normalised(op):
-                self.register_parameter(f"gamma{n}", nn.Parameter(torch.ones(op.outputs)))
+                self.register_parameter(f"gamma{n}", nn.Parameter(torch.zeros(op.outputs)))
                 self.register_buffer(f"mean{n}", torch.zeros(op.outputs))
                 self.register_buffer(f"var{n}", torch.ones(op.outputs))
-                # A fixed factor keeps gamma near 1, where the optimiser's step suits it.
+                # A fixed factor keeps gamma and beta where the optimiser's step suits them.
                 self.register_buffer(f"gain{n}", torch.tensor(0.15))
             self.register_parameter(f"beta{n}", nn.Parameter(torch.zeros(op.outputs)))
         if network == "align":
@@ -73,7 +76,9 @@ class FloatNet(nn.Module):
         w = getattr(self, f"w{op.number}").to(x.dtype)
         if op.kind == "dense":
             return F.linear(x.flatten(1), w)
-        groups = op.outputs if op.kind in ("depthwise", "global") else 1
+        if op.kind == "global":
+            return (x * w.transpose(0, 1)).sum((2, 3), keepdim=True)
+        groups = op.outputs if op.kind == "depthwise" else 1
         padding = 1 if op.kind in ("full", "depthwise") else 0
         return F.conv2d(x, w, stride=op.stride, padding=padding, groups=groups)
 
@@ -84,7 +89,7 @@ class FloatNet(nn.Module):
             y.float() if y.device.type == "cpu" else y,
             getattr(self, f"mean{n}"),
             getattr(self, f"var{n}"),
-            getattr(self, f"gamma{n}") * gain,
+            (1 + getattr(self, f"gamma{n}")) * gain,
             getattr(self, f"beta{n}") * gain,
             self.training,
             MOMENTUM,
@@ -102,8 +107,10 @@ class FloatNet(nn.Module):
 
     def forward(self, x):
         """x: [n, 1, size, size], grey levels less 128, divided by 128. Returns [n, outputs]."""
-        shortcut = None
-        for op in self.ops:
+        shortcut, begin = None, 0
+        if self.trunk is not None and len(x) == self.trunk.pictures:
+            x, begin = self.trunk(x, MOMENTUM), self.trunk.operations
+        for op in self.ops[begin:]:
             if isinstance(op, Conv):
                 x = self.layer(op, x)
             elif isinstance(op, Save):

@@ -15,7 +15,7 @@ from pathlib import Path
 import numpy as np
 import torch
 
-from . import metrics
+from . import engine, metrics
 from .augment import Augmenter, Strength, centre_crop
 from .data import PeopleSampler, open_pictures
 from .float_net import FloatNet, to_input
@@ -23,7 +23,7 @@ from .losses import CosFace, contrastive
 from .plots import draw_curves
 
 DECAY = 0.05
-VALIDATION_PEOPLE, VALIDATION_EACH = 150, 8
+VALIDATION_PEOPLE, VALIDATION_EACH, VALIDATION_BATCH = 150, 8, 64
 
 
 def parse_arguments():
@@ -47,6 +47,7 @@ def parse_arguments():
     parser.add_argument("--checkpoint-minutes", type=float, default=5, help="(%(default)s)")
     parser.add_argument("--device", default="cpu", help="cpu or cuda (%(default)s)")
     parser.add_argument("--threads", type=int, default=1, help="(%(default)s)")
+    parser.add_argument("--plain", action="store_true", help="PyTorch's own operators only")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--stop-after-minutes", type=float, default=math.inf, help="end early, with a checkpoint")
     return parser.parse_args()  # fmt: skip
@@ -68,24 +69,31 @@ class Trainer:
         self.augmenter = Augmenter(Strength().scaled(args.jitter), self.device, args.seed)
         self.net = FloatNet("fr", args.seed)
         self.net.set_gains(to_input(torch.from_numpy(centre_crop(self._some_pictures(32)).copy())))
-        self.net.to(self.device, memory_format=torch.channels_last)
+        self.net.to(self.device)
         self.average = copy.deepcopy(self.net).eval()
+        self._speed_up()
         self.classes = CosFace(128).to(self.device)
         self.optimiser = self._new_optimiser()
         self.step, self.views, self.history = 0, 0, []
+
+    def _speed_up(self):
+        """Lets the engine compute both networks where it can."""
+        args, size = self.args, self.args.people * self.args.each
+        if args.device != "cpu" or args.plain or not engine.is_possible():
+            return
+        if size % engine.MULTIPLE:
+            raise SystemExit(f"people x each must be a multiple of {engine.MULTIPLE}")
+        self.net.trunk = engine.Trunk(self.net, size, args.threads)
+        self.average.trunk = engine.Trunk(self.average, VALIDATION_BATCH, args.threads)
 
     def _some_pictures(self, count):
         return np.concatenate([self.sampler.batch()[0] for _ in range(4)])[:count]
 
     def _new_optimiser(self):
         """Weights of normalised layers have no meaningful length, so decay only sets their pace."""
-        groups = {True: [], False: []}
-        for name, parameter in self.net.named_parameters():
-            groups[name.startswith("w")].append(parameter)
         return torch.optim.AdamW(
             [
-                {"params": groups[True], "weight_decay": DECAY},
-                {"params": groups[False], "weight_decay": 0.0},
+                {"params": list(self.net.parameters()), "weight_decay": DECAY},
                 {"params": [self.classes.centres], "weight_decay": 0.0},
             ],
             lr=self.args.rate,
@@ -102,14 +110,15 @@ class Trainer:
             group["lr"] = self.args.rate * rate
 
     @torch.no_grad()
-    def features(self, net, pictures, size=128):
-        """Features of stored pictures (uint8 [n, 128, 128]), without augmentation."""
-        net.eval()
-        parts = []
-        for begin in range(0, len(pictures), size):
-            crops = torch.from_numpy(np.ascontiguousarray(centre_crop(pictures[begin : begin + size])))
-            parts.append(net(to_input(crops.to(self.device))))
-        return torch.nn.functional.normalize(torch.cat(parts), dim=1)
+    def features(self, pictures):
+        """The average network's features of stored pictures, without augmentation."""
+        parts, count = [], len(pictures)
+        missing = -count % VALIDATION_BATCH
+        crops = centre_crop(np.concatenate([pictures, pictures[:1].repeat(missing, 0)]))
+        for begin in range(0, len(crops), VALIDATION_BATCH):
+            batch = torch.from_numpy(np.ascontiguousarray(crops[begin : begin + VALIDATION_BATCH]))
+            parts.append(self.average(to_input(batch.to(self.device))))
+        return torch.nn.functional.normalize(torch.cat(parts)[:count], dim=1)
 
     def _add_people(self):
         """Gives people without one a class centre: the mean of some of their features."""
@@ -121,10 +130,10 @@ class Trainer:
         for begin in range(0, missing, 64):
             people = newest[begin : begin + 64]
             pictures = np.concatenate([self.sampler.pictures_of(p, each) for p in people])
-            centres.append(self.features(self.average, pictures).view(-1, each, 128).mean(1))
+            centres.append(self.features(pictures).view(-1, each, 128).mean(1))
         state = self.optimiser.state.pop(self.classes.centres, None)
         self.classes.grow(torch.cat(centres))
-        self.optimiser.param_groups[2]["params"] = [self.classes.centres]
+        self.optimiser.param_groups[1]["params"] = [self.classes.centres]
         if state:
             for name in ("exp_avg", "exp_avg_sq"):
                 empty = torch.zeros_like(self.classes.centres)
@@ -157,7 +166,7 @@ class Trainer:
             x = x.to(torch.bfloat16)
         self.net.train()
         loss = self._loss(self.net(x), people)
-        self.optimiser.zero_grad(set_to_none=True)
+        self.optimiser.zero_grad(set_to_none=False)
         loss.backward()
         torch.nn.utils.clip_grad_norm_(self.net.parameters(), 5.0)
         self.optimiser.step()
@@ -182,7 +191,7 @@ class Trainer:
             return {}
         pictures = np.stack([self.sampler.source.picture(place) for _, place in places])
         numbers = [people.index(person) for person, _ in places]
-        features = self.features(self.average, pictures).cpu().numpy()
+        features = self.features(pictures).cpu().numpy()
         same, different = metrics.pair_scores(features, numbers)
         return {
             "tar2": metrics.tar_at_far(same, different, 1e-2),
