@@ -20,6 +20,7 @@ from .augment import Augmenter, Strength, centre_crop
 from .data import PeopleSampler, open_pictures
 from .float_net import FloatNet, to_input
 from .losses import CosFace, contrastive
+from .memory import keep_memory
 from .plots import draw_curves
 
 DECAY = 0.05
@@ -272,6 +273,7 @@ class Trainer:
 
 def main():
     args = parse_arguments()
+    keep_memory()
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
     args.out.mkdir(parents=True, exist_ok=True)

@@ -73,8 +73,9 @@ struct Thread {
     PointwiseScratch pointwise;
     PointwiseGradient pointwiseGradient;
     Picture picture;
+    RowScratch rows;
     PatchSums patches;
-    float stem[kTaps * kBlock];
+    float stem[kTaps * kStemChannels];
     double first[kMostChannels], second[kMostChannels];
 
     void Gather(int channels) {
@@ -259,7 +260,7 @@ class Net {
         for (int t = 0; t < threads_; ++t) {
             node->patches.Add(scratch_[t].patches);
         }
-        for (int c = 0; c < kBlock; ++c) {
+        for (int c = 0; c < kStemChannels; ++c) {
             const float* w = node->layer.weights + kTaps * c;
             double first = 0, second = 0;
             for (int i = 0; i < kTaps; ++i) {
@@ -283,26 +284,23 @@ class Net {
                 StemRows rows{source.out, source.depthwise.data(),
                               stemFinish, thread.picture,
                               nullptr,    nullptr};
-                engine::PooledForward(source.out, node->depthwise.data(), finish, picture, 0, &rows,
-                                      &node->out, &thread.sums);
+                engine::PooledForward(source.out, node->depthwise.data(), finish, picture, &rows,
+                                      &thread.rows, &node->out, &thread.sums);
                 thread.Gather(channels);
             });
             return;
         }
-        ForEachBlock(channels, [&](Thread& thread, size_t picture, int channel) {
-            StoredRows rows{source.out, picture, channel, nullptr};
-            engine::PooledForward(source.out, node->depthwise.data(), finish, picture, channel,
-                                  &rows, &node->out, &thread.sums);
+        ForEachPicture(channels, [&](Thread& thread, size_t picture) {
+            StoredRows rows{source.out, picture, nullptr};
+            engine::PooledForward(source.out, node->depthwise.data(), finish, picture, &rows,
+                                  &thread.rows, &node->out, &thread.sums);
         });
     }
 
-    // For each picture and each 32 channels.
     template <typename Work>
-    void ForEachBlock(int channels, Work work) {
+    void ForEachPicture(int channels, Work work) {
         ForEach(static_cast<size_t>(pictures_), [&](Thread& thread, size_t picture) {
-            for (int channel = 0; channel < channels; channel += kBlock) {
-                work(thread, picture, channel);
-            }
+            work(thread, picture);
             thread.Gather(channels);
         });
     }
@@ -310,8 +308,8 @@ class Net {
     void DepthwiseForward(Node* node) {
         const Tensor& source = Source(*node).out;
         const Finish finish = FinishOf(node->layer);
-        ForEachBlock(node->layer.outputs, [&](Thread& thread, size_t picture, int channel) {
-            engine::DepthwiseForward(source, node->depthwise.data(), finish, picture, channel,
+        ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
+            engine::DepthwiseForward(source, node->depthwise.data(), finish, picture, &thread.rows,
                                      &node->out, &thread.sums);
         });
     }
@@ -549,15 +547,15 @@ class Net {
                 StemRows rows{source.out,  source.depthwise.data(),
                               stemFinish,  thread.picture,
                               thread.stem, &thread.sums};
-                engine::PooledBackward(source.out, node->depthwise.data(), node->out, picture, 0,
-                                       &rows, &thread.depthwise);
-                thread.Gather(kBlock);
+                engine::PooledBackward(source.out, node->depthwise.data(), node->out, picture,
+                                       &rows, &thread.rows, &thread.depthwise);
+                thread.Gather(kStemChannels);
             });
         } else {
-            ForEachBlock(node->layer.outputs, [&](Thread& thread, size_t picture, int channel) {
-                StoredRows rows{source.out, picture, channel, &thread.sums};
+            ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
+                StoredRows rows{source.out, picture, &thread.sums};
                 engine::PooledBackward(source.out, node->depthwise.data(), node->out, picture,
-                                       channel, &rows, &thread.depthwise);
+                                       &rows, &thread.rows, &thread.depthwise);
             });
         }
         EndGradient(&source.out);
@@ -570,14 +568,15 @@ class Net {
     // Sums of gradient x patch; those of gradient x stored value follow, since a stored value is
     // the weights times the patch.
     void GatherStem(Node* stem) {
-        for (int c = 0; c < kBlock; ++c) {
+        for (int c = 0; c < kStemChannels; ++c) {
             double product = 0;
             for (int k = 0; k < kTaps; ++k) {
                 for (int t = 1; t < threads_; ++t) {
-                    scratch_[0].stem[k * kBlock + c] += scratch_[t].stem[k * kBlock + c];
+                    scratch_[0].stem[k * kStemChannels + c] +=
+                        scratch_[t].stem[k * kStemChannels + c];
                 }
                 product += static_cast<double>(stem->layer.weights[kTaps * c + k]) *
-                           scratch_[0].stem[k * kBlock + c];
+                           scratch_[0].stem[k * kStemChannels + c];
             }
             stem->out.gradientProduct[c] = product;
         }
@@ -586,9 +585,9 @@ class Net {
     void StemBackward(Node* node) {
         const Layer& layer = node->layer;
         const PatchSums& patches = node->patches;
-        for (int c = 0; c < kBlock; ++c) {
+        for (int c = 0; c < kStemChannels; ++c) {
             for (int k = 0; k < kTaps; ++k) {
-                double gradient = node->out.c1[c] * scratch_[0].stem[k * kBlock + c] +
+                double gradient = node->out.c1[c] * scratch_[0].stem[k * kStemChannels + c] +
                                   node->out.c3[c] * patches.tap[k];
                 for (int j = 0; j < kTaps; ++j) {
                     gradient +=
@@ -603,9 +602,9 @@ class Net {
         Tensor& source = Source(*node).out;
         ClearDepthwise();
         BeginGradient(&source);
-        ForEachBlock(node->layer.outputs, [&](Thread& thread, size_t picture, int channel) {
-            engine::DepthwiseBackward(source, node->depthwise.data(), node->out, picture, channel,
-                                      &thread.depthwise, &thread.sums);
+        ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
+            engine::DepthwiseBackward(source, node->depthwise.data(), node->out, picture,
+                                      &thread.rows, &thread.depthwise, &thread.sums);
         });
         EndGradient(&source);
         GatherDepthwise(node);

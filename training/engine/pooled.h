@@ -11,21 +11,21 @@
 namespace engine {
 
 // The row's values, from stored ones.
-inline void ApplyReading(const Tensor& t, int channel, const Row& stored, Row* values) {
-    for (int v = 0; v < kBlock; v += kLanes) {
-        const Reading reading(t, channel + v);
-        for (int x = 0; x < t.size; ++x) {
-            Store(values->At(x) + v, reading.Value(Load(stored.At(x) + v)));
+inline void ApplyReading(const Tensor& t, const Row& stored, Row* values) {
+    const int length = t.size * t.channels;
+    for (int at = 0; at < length; at += t.channels) {
+        for (int c = 0; c < t.channels; c += kLanes) {
+            Store(values->At(0) + at + c, Reading(t, c).Value(Load(stored.At(0) + at + c)));
         }
     }
 }
 
 inline void PoolRows(const Row& upper, const Row& lower, int size, Row* pooled) {
-    for (int v = 0; v < kBlock; v += kLanes) {
-        V left = _mm512_max_ps(Load(upper.At(0) + v), Load(lower.At(0) + v));
+    for (int c = 0; c < upper.channels; c += kLanes) {
+        V left = _mm512_max_ps(Load(upper.At(0) + c), Load(lower.At(0) + c));
         for (int x = 0; x + 1 < size; ++x) {
-            const V right = _mm512_max_ps(Load(upper.At(x + 1) + v), Load(lower.At(x + 1) + v));
-            Store(pooled->At(x) + v, _mm512_max_ps(left, right));
+            const V right = _mm512_max_ps(Load(upper.At(x + 1) + c), Load(lower.At(x + 1) + c));
+            Store(pooled->At(x) + c, _mm512_max_ps(left, right));
             left = right;
         }
     }
@@ -34,34 +34,33 @@ inline void PoolRows(const Row& upper, const Row& lower, int size, Row* pooled) 
 // Passes the gradient of each maximum to the first of the four that equals it.
 inline void UnpoolRows(const Row& upper, const Row& lower, const Row& pooled, const Row& gradient,
                        int size, Row* upperGradient, Row* lowerGradient) {
-    for (int v = 0; v < kBlock; v += kLanes) {
+    for (int c = 0; c < upper.channels; c += kLanes) {
         for (int x = 0; x + 1 < size; ++x) {
-            const V most = Load(pooled.At(x) + v);
-            const V slope = Load(gradient.At(x) + v);
-            const __mmask16 a = _mm512_cmp_ps_mask(Load(upper.At(x) + v), most, _CMP_EQ_OQ);
-            const __mmask16 b = _mm512_mask_cmp_ps_mask(
-                static_cast<__mmask16>(~a), Load(upper.At(x + 1) + v), most, _CMP_EQ_OQ);
-            const auto rest = static_cast<__mmask16>(~(a | b));
-            const __mmask16 c =
-                _mm512_mask_cmp_ps_mask(rest, Load(lower.At(x) + v), most, _CMP_EQ_OQ);
-            const auto d = static_cast<__mmask16>(rest & ~c);
+            const V most = Load(pooled.At(x) + c);
+            const V slope = Load(gradient.At(x) + c);
+            const __mmask16 first = _mm512_cmp_ps_mask(Load(upper.At(x) + c), most, _CMP_EQ_OQ);
+            const __mmask16 second = _mm512_mask_cmp_ps_mask(
+                static_cast<__mmask16>(~first), Load(upper.At(x + 1) + c), most, _CMP_EQ_OQ);
+            const auto rest = static_cast<__mmask16>(~(first | second));
+            const __mmask16 third =
+                _mm512_mask_cmp_ps_mask(rest, Load(lower.At(x) + c), most, _CMP_EQ_OQ);
+            const auto fourth = static_cast<__mmask16>(rest & ~third);
             const auto give = [&](float* to, __mmask16 mask) {
                 const V before = Load(to);
                 Store(to, _mm512_mask_add_ps(before, mask, before, slope));
             };
-            give(upperGradient->At(x) + v, a);
-            give(upperGradient->At(x + 1) + v, b);
-            give(lowerGradient->At(x) + v, c);
-            give(lowerGradient->At(x + 1) + v, d);
+            give(upperGradient->At(x) + c, first);
+            give(upperGradient->At(x + 1) + c, second);
+            give(lowerGradient->At(x) + c, third);
+            give(lowerGradient->At(x + 1) + c, fourth);
         }
     }
 }
 
 // One output row from three rows of maxima.
 inline void StrideTwoRow(const Row* const above[3], const float* weights, const Finish& finish,
-                         int channel, int channels, int size, uint16_t* to, Sums* sums) {
-    for (int v = 0; v < kBlock; v += kLanes) {
-        const int c = channel + v;
+                         int channels, int size, uint16_t* to, Sums* sums) {
+    for (int c = 0; c < channels; c += kLanes) {
         V w[9], first = Zero(), second = Zero();
         for (int k = 0; k < 9; ++k) {
             w[k] = Load(weights + k * channels + c);
@@ -71,7 +70,7 @@ inline void StrideTwoRow(const Row* const above[3], const float* weights, const 
             for (int ky = 0; ky < 3; ++ky) {
                 for (int i = 0; i < kStrip; ++i) {
                     for (int kx = 0; kx < 3; ++kx) {
-                        sum[i] = Fma(w[3 * ky + kx], Load(above[ky]->At(2 * (x + i) + kx - 1) + v),
+                        sum[i] = Fma(w[3 * ky + kx], Load(above[ky]->At(2 * (x + i) + kx - 1) + c),
                                      sum[i]);
                     }
                 }
@@ -89,15 +88,18 @@ inline void StrideTwoRow(const Row* const above[3], const float* weights, const 
 
 template <typename Provider>
 void PooledForward(const Tensor& source, const float* weights, const Finish& finish, size_t picture,
-                   int channel, Provider* provider, Tensor* out, Sums* sums) {
-    static thread_local Row stored, values[2], maxima[3];
+                   Provider* provider, RowScratch* scratch, Tensor* out, Sums* sums) {
+    scratch->Use(source);
+    Row& stored = scratch->stored[0];
+    Row* const values = scratch->values;
+    Row* const maxima = scratch->maxima;
     const int size = source.size;
-    for (Row& row : maxima) {
-        row.Clear(size);
+    for (int i = 0; i < 3; ++i) {
+        maxima[i].Clear(source);
     }
     const auto read = [&](int y) {
         provider->Provide(y, &stored);
-        ApplyReading(source, channel, stored, &values[y % 2]);
+        ApplyReading(source, stored, &values[y % 2]);
     };
     uint16_t* to = out->values + picture * out->Length();
     const int rows = size - 1; // of maxima
@@ -107,11 +109,11 @@ void PooledForward(const Tensor& source, const float* weights, const Finish& fin
             read(y + 1);
             PoolRows(values[y % 2], values[(y + 1) % 2], size, &maxima[y % 3]);
         } else {
-            maxima[y % 3].Clear(size);
+            maxima[y % 3].Clear(source);
         }
         if (y % 2 == 1) {
             const Row* above[3] = {&maxima[(y + 1) % 3], &maxima[(y + 2) % 3], &maxima[y % 3]};
-            StrideTwoRow(above, weights, finish, channel, out->channels, out->size,
+            StrideTwoRow(above, weights, finish, out->channels, out->size,
                          to + static_cast<size_t>(y / 2) * out->size * out->channels, sums);
         }
     }
@@ -120,12 +122,11 @@ void PooledForward(const Tensor& source, const float* weights, const Finish& fin
 // The gradient of row y of maxima and of the weights that met it. `below` holds the output
 // gradients of rows y / 2 and, if y is odd, y / 2 + 1.
 inline void MaximaGradient(const Row& maxima, const Row* const below[2], const float* weights,
-                           int y, int channel, int channels, int size, DepthwiseGradient* gradient,
+                           int y, int channels, int size, DepthwiseGradient* gradient,
                            Row* slopes) {
     const int kernelRows[2] = {y % 2 == 0 ? 1 : 2, 0};
     const int terms = y % 2 == 0 ? 1 : 2;
-    for (int v = 0; v < kBlock; v += kLanes) {
-        const int c = channel + v;
+    for (int c = 0; c < channels; c += kLanes) {
         V w[2][3], dw[2][3];
         for (int t = 0; t < terms; ++t) {
             for (int kx = 0; kx < 3; ++kx) {
@@ -137,20 +138,20 @@ inline void MaximaGradient(const Row& maxima, const Row* const below[2], const f
         // Columns 2x and 2x + 1 meet outputs x (with the middle and the right of the filter) and
         // x + 1 (with the left).
         for (int x = 0; 2 * x < size; ++x) {
-            const V even = Load(maxima.At(2 * x) + v);
-            const V odd = Load(maxima.At(2 * x + 1) + v);
+            const V even = Load(maxima.At(2 * x) + c);
+            const V odd = Load(maxima.At(2 * x + 1) + c);
             V evenSlope = Zero(), oddSlope = Zero();
             for (int t = 0; t < terms; ++t) {
-                const V here = Load(below[t]->At(x) + v);
-                const V next = Load(below[t]->At(x + 1) + v);
+                const V here = Load(below[t]->At(x) + c);
+                const V next = Load(below[t]->At(x + 1) + c);
                 evenSlope = Fma(w[t][1], here, evenSlope);
                 oddSlope = Fma(w[t][2], here, Fma(w[t][0], next, oddSlope));
                 dw[t][0] = Fma(odd, next, dw[t][0]);
                 dw[t][1] = Fma(even, here, dw[t][1]);
                 dw[t][2] = Fma(odd, here, dw[t][2]);
             }
-            Store(slopes->At(2 * x) + v, evenSlope);
-            Store(slopes->At(2 * x + 1) + v, oddSlope);
+            Store(slopes->At(2 * x) + c, evenSlope);
+            Store(slopes->At(2 * x + 1) + c, oddSlope);
         }
         for (int t = 0; t < terms; ++t) {
             for (int kx = 0; kx < 3; ++kx) {
@@ -162,23 +163,28 @@ inline void MaximaGradient(const Row& maxima, const Row* const below[2], const f
 
 template <typename Provider>
 void PooledBackward(const Tensor& source, const float* weights, const Tensor& out, size_t picture,
-                    int channel, Provider* provider, DepthwiseGradient* gradient) {
-    static thread_local Row stored[2], values[2], slopes[2], maxima, maximaSlopes, below[2];
+                    Provider* provider, RowScratch* scratch, DepthwiseGradient* gradient) {
+    scratch->Use(source);
+    Row* const stored = scratch->stored;
+    Row* const values = scratch->values;
+    Row* const slopes = scratch->slopes;
+    Row* const below = scratch->below;
+    Row& maxima = scratch->maxima[0];
+    Row& maximaSlopes = scratch->maximaSlopes[0];
     const int size = source.size;
     const auto read = [&](int y) {
         provider->Provide(y, &stored[y % 2]);
-        ApplyReading(source, channel, stored[y % 2], &values[y % 2]);
-        slopes[y % 2].Clear(size);
+        ApplyReading(source, stored[y % 2], &values[y % 2]);
+        slopes[y % 2].Clear(source);
     };
     const auto readBelow = [&](int y) {
         Row& row = below[y % 2];
-        row.Clear(out.size);
+        row.Clear(out);
         if (y < out.size) {
-            ReadGradientRow(out, picture * out.Pixels() + static_cast<size_t>(y) * out.size,
-                            channel, &row);
+            ReadGradientRow(out, picture * out.Pixels() + static_cast<size_t>(y) * out.size, &row);
         }
     };
-    maxima.Clear(size);
+    maxima.Clear(source);
     read(0);
     readBelow(0);
     for (int y = 0; y + 1 < size; ++y) {
@@ -188,8 +194,7 @@ void PooledBackward(const Tensor& source, const float* weights, const Tensor& ou
         }
         PoolRows(values[y % 2], values[(y + 1) % 2], size, &maxima);
         const Row* outputs[2] = {&below[(y / 2) % 2], &below[(y / 2 + 1) % 2]};
-        MaximaGradient(maxima, outputs, weights, y, channel, out.channels, size, gradient,
-                       &maximaSlopes);
+        MaximaGradient(maxima, outputs, weights, y, out.channels, size, gradient, &maximaSlopes);
         UnpoolRows(values[y % 2], values[(y + 1) % 2], maxima, maximaSlopes, size, &slopes[y % 2],
                    &slopes[(y + 1) % 2]);
         provider->Accept(y, stored[y % 2], slopes[y % 2]);
@@ -201,28 +206,27 @@ void PooledBackward(const Tensor& source, const float* weights, const Tensor& ou
 struct StoredRows {
     const Tensor& source;
     size_t picture;
-    int channel;
     Sums* sums;
 
+    size_t Begin(int y) const {
+        return picture * source.Length() + static_cast<size_t>(y * source.size * source.channels);
+    }
+
     void Provide(int y, Row* stored) const {
-        const uint16_t* from = source.values + picture * source.Length() +
-                               static_cast<size_t>(y) * source.size * source.channels + channel;
-        for (int x = 0; x < source.size; ++x) {
-            Store(stored->At(x), Load(from + x * source.channels));
-            Store(stored->At(x) + kLanes, Load(from + x * source.channels + kLanes));
+        const uint16_t* from = source.values + Begin(y);
+        for (int at = 0; at < source.size * source.channels; at += kLanes) {
+            Store(stored->At(0) + at, Load(from + at));
         }
     }
 
     void Accept(int y, const Row&, const Row& gradient) const {
-        const size_t at = picture * source.Length() +
-                          static_cast<size_t>(y) * source.size * source.channels + channel;
-        for (int v = 0; v < kBlock; v += kLanes) {
-            GradientWriter writer(source, channel + v);
+        for (int c = 0; c < source.channels; c += kLanes) {
+            GradientWriter writer(source, c);
             for (int x = 0; x < source.size; ++x) {
-                writer.Put(at + static_cast<size_t>(x) * source.channels + v,
-                           Load(gradient.At(x) + v));
+                writer.Put(Begin(y) + static_cast<size_t>(x * source.channels + c),
+                           Load(gradient.At(x) + c));
             }
-            sums->Add(channel + v, writer.first, writer.second);
+            sums->Add(c, writer.first, writer.second);
         }
     }
 };

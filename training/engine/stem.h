@@ -10,6 +10,7 @@
 namespace engine {
 
 constexpr int kPlane = 96;
+constexpr int kStemChannels = 32;
 constexpr int kTaps = 9;
 constexpr int kPitch = kPlane + 2 + 14; // room for a vector load behind the border
 
@@ -74,10 +75,10 @@ struct StemRows {
     Sums* sums;
 
     void Provide(int y, Row* stored) const {
-        for (int v = 0; v < kBlock; v += kLanes) {
+        for (int v = 0; v < kStemChannels; v += kLanes) {
             V w[kTaps];
             for (int k = 0; k < kTaps; ++k) {
-                w[k] = Load(weights + k * kBlock + v);
+                w[k] = Load(weights + k * kStemChannels + v);
             }
             for (int x = 0; x < kPlane; x += 4) {
                 V sum[4] = {};
@@ -95,11 +96,11 @@ struct StemRows {
     }
 
     void Accept(int y, const Row& stored, const Row& slopes) const {
-        for (int v = 0; v < kBlock; v += kLanes) {
+        for (int v = 0; v < kStemChannels; v += kLanes) {
             const Reading reading(source, v);
             V w[kTaps], first = Zero();
             for (int k = 0; k < kTaps; ++k) {
-                w[k] = Load(gradient + k * kBlock + v);
+                w[k] = Load(gradient + k * kStemChannels + v);
             }
             for (int x = 0; x < kPlane; ++x) {
                 const V slope = _mm512_maskz_mov_ps(reading.Passes(Load(stored.At(x) + v)),
@@ -110,7 +111,7 @@ struct StemRows {
                 }
             }
             for (int k = 0; k < kTaps; ++k) {
-                Store(gradient + k * kBlock + v, w[k]);
+                Store(gradient + k * kStemChannels + v, w[k]);
             }
             sums->Add(v, first, Zero());
         }

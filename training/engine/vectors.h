@@ -40,8 +40,8 @@ struct Tensor {
     int channels = 0;
     int size = 0; // of a side of the plane
     uint16_t* values = nullptr;
-    float a[kMostChannels]; // the value is clamp(a * stored + b, low, high)
-    float b[kMostChannels];
+    alignas(64) float a[kMostChannels]; // the value is clamp(a * stored + b, low, high)
+    alignas(64) float b[kMostChannels];
     float low = 0, high = 0;
     float passLow = 0, passHigh = 0; // a gradient passes strictly between
     // The gradient behind the clamp, 0 where it does not pass, and its sums.
@@ -52,7 +52,7 @@ struct Tensor {
     const uint16_t* extra = nullptr;
     float extraScale = 0;
     // The gradient of the stored sums: c1 * gradient + c2 * stored + c3.
-    float c1[kMostChannels], c2[kMostChannels], c3[kMostChannels];
+    alignas(64) float c1[kMostChannels], c2[kMostChannels], c3[kMostChannels];
 
     size_t Pixels() const { return static_cast<size_t>(size) * size; }
     size_t Length() const { return Pixels() * channels; }
