@@ -5,7 +5,7 @@ A stored picture has 128 x 128 pixels, of which the face box covers the central 
 takes a displaced box, as the alignment network would answer it, and changes light and sharpness.
 """
 import math
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 import torch
 import torch.nn.functional as F
@@ -32,6 +32,11 @@ class Strength:
 
     def scaled(self, factor):
         return Strength(**{name: factor * value for name, value in vars(self).items()})
+
+    def with_box(self, factor):
+        """The same with other errors of the box."""
+        box = {name: factor * getattr(self, name) for name in ("scale", "shift", "turn", "aspect")}
+        return replace(self, **box)
 
 
 class Augmenter:

@@ -80,8 +80,9 @@ class Trunk:
     themselves, which therefore must stay where they are; gradients are added to `.grad`."""
 
     def __init__(self, net, pictures, threads, quantised=False):
+        """net: a FloatNet, or the Integers of a QuantNet."""
         assert net.network == "fr" and pictures % MULTIPLE == 0
-        self.net, self.pictures = net, pictures
+        self.net, self.pictures, self.quantised = net, pictures, quantised
         self.outputs = {}  # number of a layer -> index in the engine
         records = self._records(quantised)
         self._library = _library()
@@ -95,7 +96,7 @@ class Trunk:
     def _tensor(self, name):
         tensor = getattr(self.net, name)
         assert tensor.is_contiguous() and tensor.dtype == torch.float32
-        if isinstance(tensor, torch.nn.Parameter) and tensor.grad is None:
+        if tensor.requires_grad and tensor.grad is None:
             tensor.grad = torch.zeros_like(tensor)
         return tensor
 
@@ -130,17 +131,18 @@ class Trunk:
         return records
 
     def _point(self, record, number, quantised):
-        weights, beta = self._tensor(f"w{number}"), self._tensor(f"beta{number}")
-        record.weights, record.weights_gradient = weights.data_ptr(), weights.grad.data_ptr()
-        record.beta, record.beta_gradient = beta.data_ptr(), beta.grad.data_ptr()
+        names = {"weights": "w", "beta": "beta"}
         if not quantised:
-            gamma = self._tensor(f"gamma{number}")
-            record.gamma, record.gamma_gradient = gamma.data_ptr(), gamma.grad.data_ptr()
-            record.gain = self._tensor(f"gain{number}").data_ptr()
-            record.mean = self._tensor(f"mean{number}").data_ptr()
-            record.variance = self._tensor(f"var{number}").data_ptr()
+            names.update(gamma="gamma", gain="gain", mean="mean", variance="var")
+        for field, name in names.items():
+            tensor = self._tensor(f"{name}{number}")
+            setattr(record, field, tensor.data_ptr())
+            if tensor.grad is not None:
+                setattr(record, f"{field}_gradient", tensor.grad.data_ptr())
 
     def forward(self, x, training, momentum):
+        if self.quantised:
+            self.net.fill()
         self._input = x.detach().float().contiguous()  # read again by the backward pass
         out = torch.empty(self.shape)
         self._library.EngineForward(
@@ -152,6 +154,8 @@ class Trunk:
     def backward(self, gradient):
         gradient = gradient.float().contiguous()
         self._library.EngineBackward(ctypes.c_void_p(self._engine), _pointer(gradient))
+        if self.quantised:
+            self.net.pass_gradients_on()
 
     def values(self, number, size):
         """What the last forward pass gave layer `number`'s readers, [n, channels, size, size]."""
