@@ -55,7 +55,8 @@ class Shards:
             return False  # still being written
         if len(pictures) != len(labels):
             return False
-        people = labels[:, COLUMN["person"]].astype(np.int64) + folder_number * 100_000_000
+        people = labels[:, COLUMN["person"]].astype(np.int64)
+        people[people >= 0] += folder_number * 100_000_000  # -1: nobody
         self.pictures.append(pictures)
         self.labels.append((labels, people))
         return True
@@ -68,7 +69,8 @@ class Shards:
         index = defaultdict(list)
         for shard, (_, people) in enumerate(self.labels):
             for row, person in enumerate(people.tolist()):
-                index[person].append((shard, row))
+                if person >= 0:
+                    index[person].append((shard, row))
         return index
 
     def picture(self, place):
