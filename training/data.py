@@ -3,7 +3,6 @@
 
 Shards may appear while a training runs; `refresh()` takes in those that are complete.
 """
-import os
 import zlib
 from collections import defaultdict
 from pathlib import Path
@@ -28,9 +27,10 @@ def is_held_out(person, share):
 
 class Shards:
     """All complete shards of a kind ("crops" or "frames") below some folders. People of different
-    folders are different people."""
+    folders are different people, unless the folders share their numbers."""
 
-    def __init__(self, folders, kind="crops"):
+    def __init__(self, folders, kind="crops", shared=False):
+        self.shared = shared
         self.folders = [Path(folder) for folder in folders]
         self.kind = kind
         self.pictures = []  # one memory map a shard
@@ -56,7 +56,8 @@ class Shards:
         if len(pictures) != len(labels):
             return False
         people = labels[:, COLUMN["person"]].astype(np.int64)
-        people[people >= 0] += folder_number * 100_000_000  # -1: nobody
+        if not self.shared:
+            people[people >= 0] += folder_number * 100_000_000  # -1: nobody
         self.pictures.append(pictures)
         self.labels.append((labels, people))
         return True
@@ -114,20 +115,13 @@ class Folder:
         return np.pad(self._resize(picture, CROP), edge, mode="edge")
 
 
-def open_pictures(paths):
+def open_pictures(paths, shared=False):
     """Shards below the given folders, or a folder of people if it holds none."""
-    shards = Shards(paths)
-    if len(shards) or len(paths) > 1:
+    shards = Shards(paths, shared=shared)
+    if len(shards) or len(paths) > 1 or not Path(paths[0]).is_dir():
         return shards
-    folder = Path(paths[0])
-    holds_people = folder.is_dir() and any(
-        entry.suffix.lower() in _SUFFIXES
-        for person in folder.iterdir()
-        if person.is_dir()
-        for entry in os.scandir(person)
-        for entry in [Path(entry.path)]
-    )
-    return Folder(folder) if holds_people else shards
+    folder = Folder(paths[0])
+    return folder if len(folder) else shards
 
 
 class PeopleSampler:

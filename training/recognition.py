@@ -29,6 +29,7 @@ def argument_parser(program, description, views, rate):
     )
     add = parser.add_argument
     add("--data", nargs="+", required=True, help="folders with shards, or one folder of people")
+    add("--shared-people", action="store_true", help="a number is one person in all folders")
     add("--out", type=Path, required=True, help="folder for checkpoints and curves")
     add("--views", type=float, default=views, help="pictures to train on in all (%(default).0f)")
     add("--people", type=int, default=32, help="people in a batch (%(default)s)")
@@ -63,7 +64,7 @@ class Trainer:
         self.args = args
         self.device = torch.device(args.device)
         self.sampler = PeopleSampler(
-            open_pictures(args.data), args.people, args.each, args.held_out, args.seed
+            open_pictures(args.data, args.shared_people), args.people, args.each, args.held_out, args.seed
         )
         if not self.sampler.index:
             raise SystemExit(f"no people with two or more pictures in {' '.join(args.data)}")
