@@ -39,47 +39,13 @@ class _Requantise(torch.autograd.Function):
         return gradient * passes, None
 
 
-class Integers:
-    """The rounded parameters at fixed addresses, for the engine."""
-
-    def __init__(self, net):
-        self.network, self.ops, self.convs = net.network, net.ops, net.convs
-        self._net = net
-        for op in net.convs:
-            for name in (f"w{op.number}", f"beta{op.number}"):
-                setattr(self, name, torch.zeros_like(getattr(net, name)).requires_grad_())
-
-    @property
-    def training(self):
-        return self._net.training
-
-    def _pairs(self):
-        for op in self.convs:
-            for name, unit in ((f"w{op.number}", 1.0), (f"beta{op.number}", 2.0**op.shift)):
-                yield getattr(self._net, name), getattr(self, name), unit
-
-    @torch.no_grad()
-    def fill(self):
-        for real, integer, unit in self._pairs():
-            integer.copy_(torch.round(real * unit))
-            if integer.grad is not None:
-                integer.grad.zero_()
-
-    @torch.no_grad()
-    def pass_gradients_on(self):
-        for real, integer, unit in self._pairs():
-            if integer.grad is not None and real.requires_grad:
-                gradient = integer.grad * unit
-                real.grad = gradient if real.grad is None else real.grad + gradient
-
-
 class QuantNet(nn.Module):
     def __init__(self, network):
         super().__init__()
         self.network = network
         self.ops = layers.merged(layers.PROGRAMS[network])
         self.convs = layers.convolutions(self.ops)
-        self.trunk = None  # an engine.Trunk over `Integers`, for batches of its size
+        self.trunk = None  # an engine.Trunk, for batches of its size
         for op in self.convs:
             self.register_parameter(f"w{op.number}", nn.Parameter(torch.zeros(op.weight_shape)))
             self.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))

@@ -16,7 +16,7 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from . import conversion, tensors
+from . import conversion, engine, tensors
 from .float_net import FloatNet
 from .frames import MIDDLE, FrameAugmenter, FrameSource, intersection_over_union
 from .library import ALIGN, Library
@@ -45,6 +45,7 @@ def parse_arguments():
     add("--checkpoint-minutes", type=float, default=5, help="(%(default)s)")
     add("--device", default="cpu", help="cpu or cuda (%(default)s)")
     add("--threads", type=int, default=1, help="(%(default)s)")
+    add("--plain", action="store_true", help="PyTorch's own operators only")
     add("--library", type=Path, help="the built library (build/host/lib/libkova_fr.so)")
     add("--seed", type=int, default=1, help="(%(default)s)")
     return parser.parse_args()
@@ -104,6 +105,10 @@ class AlignTrainer:
     def _begin_stage(self):
         self.net.to(self.device)
         self.average = copy.deepcopy(self.net).eval()
+        if self.args.device == "cpu" and not self.args.plain and engine.is_possible():
+            self.net.trunk = engine.Trunk(
+                self.net, self.args.batch, self.args.threads, quantised=self.integer
+            )
         if self.integer:
             weights = [p for n, p in self.net.named_parameters() if n[0] == "w"]
             biases = [p for n, p in self.net.named_parameters() if n[0] == "b"]

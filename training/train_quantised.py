@@ -13,7 +13,6 @@ import torch.nn.functional as F
 from . import conversion, engine, recognition, tensors
 from .float_net import FloatNet
 from .memory import keep_memory
-from .quant_net import Integers
 
 RESCALING_CROPS = 256
 
@@ -34,7 +33,7 @@ class QuantisedTrainer(recognition.Trainer):
         return conversion.to_integers("fr", parameters)
 
     def attach(self, net, size):
-        net.trunk = engine.Trunk(Integers(net), size, self.args.threads, quantised=True)
+        net.trunk = engine.Trunk(net, size, self.args.threads, quantised=True)
         if self.teacher.trunk is None:
             self.teacher.trunk = engine.Trunk(self.teacher, size, self.args.threads)
 

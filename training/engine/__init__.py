@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The recognition network's training passes in C++, for processors with AVX-512 and bfloat16.
+"""The networks' training passes in C++, for processors with AVX-512 and bfloat16.
 
 Built on first use with the C++ compiler of the machine; where that or the processor's instructions
 are missing, training goes on with PyTorch's own operators.
@@ -12,7 +12,8 @@ from pathlib import Path
 
 import torch
 
-from ..layers import Add, Conv, MaxPool, Save
+from ..layers import INPUT_SIZE, Add, Conv, MaxPool, Save
+from .mirror import Mirror, trunk
 
 _FOLDER = Path(__file__).parent
 _SOURCES = sorted(_FOLDER.glob("*.h")) + [_FOLDER / "engine.cpp"]
@@ -21,7 +22,7 @@ _FLAGS = (
     # The compiler takes the deliberately undefined operands of its own intrinsics for mistakes.
     "-Wshadow -Wno-maybe-uninitialized -Wno-uninitialized"
 ).split()
-_STEM, _POOLED, _DEPTHWISE, _POINTWISE, _ADD = range(5)
+_STEM, _POOLED, _DEPTHWISE, _POINTWISE, _ADD, _FIRST, _HALVING = range(7)
 MULTIPLE = 8  # of which the number of pictures has to be one
 
 
@@ -76,15 +77,20 @@ def _pointer(tensor):
 
 
 class Trunk:
-    """A network's layers up to its head, as one operator. It works on the tensors of the parameters
-    themselves, which therefore must stay where they are; gradients are added to `.grad`."""
+    """A network's layers up to its head, as one operator. A recognition network in float arithmetic
+    is worked on in place, so its parameters must stay where they are; others are mirrored."""
 
     def __init__(self, net, pictures, threads, quantised=False):
-        """net: a FloatNet, or the Integers of a QuantNet."""
-        assert net.network == "fr" and pictures % MULTIPLE == 0
-        self.net, self.pictures, self.quantised = net, pictures, quantised
+        """net: a FloatNet or QuantNet."""
+        assert pictures % MULTIPLE == 0
+        in_place = net.network == "fr" and not quantised
+        self.net = net if in_place else Mirror(net, quantised)
+        self.mirror = None if in_place else self.net
+        self.pictures, self.quantised = pictures, quantised
         self.outputs = {}  # number of a layer -> index in the engine
-        records = self._records(quantised)
+        operations = trunk(net.ops)
+        self.operations = len(operations)
+        records = self._records(operations)
         self._library = _library()
         self._engine = self._library.EngineNew(
             pictures, threads, int(quantised), (_Layer * len(records))(*records), len(records)
@@ -100,35 +106,49 @@ class Trunk:
             tensor.grad = torch.zeros_like(tensor)
         return tensor
 
-    def _records(self, quantised):
-        records, size, pooled, current, shortcut = [], 96, False, -1, -1
-        for self.operations, op in enumerate(self.net.ops):
-            if isinstance(op, Conv) and op.kind == "global":
-                break
-            if isinstance(op, MaxPool):
-                pooled = True
-                continue
+    def _records(self, operations):
+        """One for each operation but the shortcuts, and but the maxima that are part of the layer
+        behind them."""
+        records, size, pooled, shortcut = [], INPUT_SIZE[self.net.network], False, -1
+        pooled_channels = list(self.mirror.pooled) if self.mirror else []
+        for op in operations:
+            current = len(records) - 1
             if isinstance(op, Save):
                 shortcut = current
+                continue
+            if isinstance(op, MaxPool) and op.stride == 1:
+                pooled = True
                 continue
             record = _Layer(source=current, shortcut=shortcut)
             if isinstance(op, Add):
                 record.kind, record.outputs, record.shift = _ADD, records[-1].outputs, op.out_shift
                 record.branch_shift, record.shortcut_shift = op.branch_shift, op.shortcut_shift
+            elif isinstance(op, MaxPool):
+                record.kind, record.outputs, size = _HALVING, pooled_channels.pop(0), size // 2
             else:
-                record.kind = {"full": _STEM, "pointwise": _POINTWISE}.get(op.kind, _DEPTHWISE)
-                if pooled:
-                    assert op.kind == "depthwise" and op.stride == 2
-                    record.kind, pooled, size = _POOLED, False, size // 2
-                record.inputs, record.outputs = op.inputs, op.outputs
-                record.rectified, record.shift = int(op.rectified), op.shift
-                self._point(record, op.number, quantised)
+                size = -(-size // op.stride) - (1 if pooled and op.stride == 1 else 0)
+                self._describe(record, op, pooled)
                 self.outputs[op.number] = len(records)
+                pooled = False
             record.size = size
-            current = len(records)
             records.append(record)
         self.shape = (self.pictures, size, size, records[-1].outputs)
+        self.channels = next(op for op in reversed(operations) if isinstance(op, Conv)).outputs
         return records
+
+    def _describe(self, record, op, pooled):
+        if op.kind == "full":
+            record.kind = _STEM if self.net.network == "fr" else _FIRST
+        elif op.kind == "pointwise":
+            record.kind = _POINTWISE
+        else:
+            assert pooled == (op.stride == 2)
+            record.kind = _POOLED if pooled else _DEPTHWISE
+        record.inputs, record.outputs = (
+            self.mirror.channels[op.number] if self.mirror else (op.inputs, op.outputs)
+        )
+        record.rectified, record.shift = int(op.rectified), op.shift
+        self._point(record, op.number, self.quantised)
 
     def _point(self, record, number, quantised):
         names = {"weights": "w", "beta": "beta"}
@@ -141,40 +161,33 @@ class Trunk:
                 setattr(record, f"{field}_gradient", tensor.grad.data_ptr())
 
     def forward(self, x, training, momentum):
-        if self.quantised:
-            self.net.fill()
+        if self.mirror:
+            self.mirror.fill()
         self._input = x.detach().float().contiguous()  # read again by the backward pass
         out = torch.empty(self.shape)
         self._library.EngineForward(
             ctypes.c_void_p(self._engine), _pointer(self._input), int(training),
             ctypes.c_float(momentum), _pointer(out),
         )  # fmt: skip
+        if self.mirror and training:
+            self.mirror.give_statistics_back()
         return out
 
     def backward(self, gradient):
         gradient = gradient.float().contiguous()
         self._library.EngineBackward(ctypes.c_void_p(self._engine), _pointer(gradient))
-        if self.quantised:
-            self.net.pass_gradients_on()
-
-    def values(self, number, size):
-        """What the last forward pass gave layer `number`'s readers, [n, channels, size, size]."""
-        channels = next(op.outputs for op in self.net.convs if op.number == number)
-        out = torch.empty(self.pictures, size, size, channels)
-        self._library.EngineValues(
-            ctypes.c_void_p(self._engine), self.outputs[number], _pointer(out)
-        )
-        return out.permute(0, 3, 1, 2)
+        if self.mirror:
+            self.mirror.pass_gradients_on()
 
     def __call__(self, x, momentum):
-        """[pictures, 1, 96, 96] -> [pictures, 256, 6, 6]."""
+        """[pictures, 1, side, side] -> [pictures, channels, side, side] in front of the head."""
         assert len(x) == self.pictures
         training = self.net.training
         if training and torch.is_grad_enabled():
             out = _Passes.apply(self.anchor, x, self, momentum)
         else:
             out = self.forward(x, training, momentum)
-        return out.permute(0, 3, 1, 2)
+        return out.permute(0, 3, 1, 2)[:, : self.channels]
 
 
 class _Passes(torch.autograd.Function):

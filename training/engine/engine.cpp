@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Forward and backward pass of the recognition network up to its head, for training on a processor
+// Forward and backward pass of a network up to its head, for training on a processor
 // with AVX-512. Called from training/engine.py.
 #include <omp.h>
 #include <sys/mman.h>
@@ -10,12 +10,15 @@
 #include <memory>
 #include <vector>
 
+#include "halving.h"
 #include "stem.h"
 
 namespace engine {
 namespace {
 
-enum Kind : int32_t { kStem, kPooled, kDepthwise, kPointwise, kAdd };
+enum Kind : int32_t { kStem, kPooled, kDepthwise, kPointwise, kAdd, kFirst, kHalving };
+
+bool HasParameters(int32_t kind) { return kind != kAdd && kind != kHalving; }
 
 } // namespace
 
@@ -75,7 +78,7 @@ struct Thread {
     Picture picture;
     RowScratch rows;
     PatchSums patches;
-    float stem[kTaps * kStemChannels];
+    float stem[kTaps * kMostChannels];
     double first[kMostChannels], second[kMostChannels];
 
     void Gather(int channels) {
@@ -132,9 +135,6 @@ class Net {
         }
     }
 
-    const Tensor& Out(int node) const { return nodes_[static_cast<size_t>(node)]->out; }
-    int pictures() const { return pictures_; }
-
   private:
     void Prepare(const Layer& layer, Node* node) {
         node->layer = layer;
@@ -158,7 +158,7 @@ class Net {
             const size_t length = static_cast<size_t>(layer.inputs) * layer.outputs;
             node->pointwise = {layer.inputs, layer.outputs, Allocate<uint16_t>(length),
                                Allocate<uint16_t>(length)};
-        } else if (layer.kind != kAdd) {
+        } else if (HasParameters(layer.kind)) {
             node->depthwise.resize(static_cast<size_t>(9 * layer.outputs));
         }
     }
@@ -222,11 +222,20 @@ class Net {
             AddForward(node);
             return;
         }
+        if (node->layer.kind == kHalving) {
+            const Tensor& source = Source(*node).out;
+            ForEach(static_cast<size_t>(pictures_),
+                    [&](Thread&, size_t picture) { HalvingForward(source, picture, &node->out); });
+            return;
+        }
         PackWeights(node);
         ClearSums();
         switch (node->layer.kind) {
             case kStem:
                 StemStatistics(node);
+                break;
+            case kFirst:
+                FirstForward(node);
                 break;
             case kPooled:
                 PooledForward(node);
@@ -253,7 +262,7 @@ class Net {
             scratch_[t].patches = {};
         }
         ForEach(static_cast<size_t>(pictures_), [&](Thread& thread, size_t picture) {
-            thread.picture.Read(input_ + picture * kPlane * kPlane);
+            thread.picture.Read(input_ + picture * kPlane * kPlane, kPlane);
             thread.patches.Add(thread.picture);
         });
         node->patches = {};
@@ -273,6 +282,36 @@ class Net {
         }
     }
 
+    void FirstForward(Node* node) {
+        const Finish finish = FinishOf(node->layer);
+        ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
+            thread.picture.Read(input_ + picture * node->out.Pixels(), node->out.size);
+            engine::FirstForward(thread.picture, node->depthwise.data(), finish, picture,
+                                 &thread.rows, &node->out, &thread.sums);
+        });
+    }
+
+    void FirstBackward(Node* node) {
+        ClearDepthwise();
+        ForEach(static_cast<size_t>(pictures_), [&](Thread& thread, size_t picture) {
+            thread.picture.Read(input_ + picture * node->out.Pixels(), node->out.size);
+            engine::FirstBackward(thread.picture, node->out, picture, &thread.rows,
+                                  thread.depthwise.sums);
+        });
+        GatherDepthwise(node);
+    }
+
+    void HalvingBackward(Node* node) {
+        Tensor& source = Source(*node).out;
+        BeginGradient(&source);
+        ForEachPicture(source.channels, [&](Thread& thread, size_t picture) {
+            engine::HalvingBackward(source, node->out, picture, &thread.sums);
+        });
+        EndGradient(&source);
+        buffers_.Give(node->out.gradient);
+        node->out.gradient = nullptr;
+    }
+
     void PooledForward(Node* node) {
         Node& source = Source(*node);
         const Finish finish = FinishOf(node->layer);
@@ -280,7 +319,7 @@ class Net {
         if (source.layer.kind == kStem) {
             const Finish stemFinish = FinishOf(source.layer);
             ForEach(static_cast<size_t>(pictures_), [&](Thread& thread, size_t picture) {
-                thread.picture.Read(input_ + picture * kPlane * kPlane);
+                thread.picture.Read(input_ + picture * kPlane * kPlane, kPlane);
                 StemRows rows{source.out, source.depthwise.data(),
                               stemFinish, thread.picture,
                               nullptr,    nullptr};
@@ -473,11 +512,18 @@ class Net {
             AddBackward(node);
             return;
         }
+        if (node->layer.kind == kHalving) {
+            HalvingBackward(node);
+            return;
+        }
         NormalisationGradient(node);
         switch (node->layer.kind) {
             case kStem:
                 StemBackward(node);
                 return;
+            case kFirst:
+                FirstBackward(node);
+                break;
             case kPooled:
                 PooledBackward(node);
                 break;
@@ -543,7 +589,7 @@ class Net {
         if (source.layer.kind == kStem) {
             const Finish stemFinish = FinishOf(source.layer);
             ForEach(static_cast<size_t>(pictures_), [&](Thread& thread, size_t picture) {
-                thread.picture.Read(input_ + picture * kPlane * kPlane);
+                thread.picture.Read(input_ + picture * kPlane * kPlane, kPlane);
                 StemRows rows{source.out,  source.depthwise.data(),
                               stemFinish,  thread.picture,
                               thread.stem, &thread.sums};
@@ -652,7 +698,7 @@ void* EngineNew(int pictures, int threads, int quantised, const engine::Layer* l
     return new engine::Net(pictures, threads, quantised != 0, layers, count);
 }
 
-// input: [pictures][96][96]; output: [pictures][6][6][256].
+// input: [pictures][side][side]; output: [pictures][side][side][channels] of the last layer.
 void EngineForward(void* net, const float* input, int training, float momentum, float* output) {
     static_cast<engine::Net*>(net)->Forward(input, training != 0, momentum, output);
 }
@@ -660,15 +706,5 @@ void EngineForward(void* net, const float* input, int training, float momentum, 
 // Adds to the parameters' gradients. The input must still be that of the last forward pass.
 void EngineBackward(void* net, const float* gradient) {
     static_cast<engine::Net*>(net)->Backward(gradient);
-}
-
-// A layer's values as its readers see them, for tests: [pictures][size][size][channels].
-void EngineValues(const void* net, int layer, float* to) {
-    const auto* const from = static_cast<const engine::Net*>(net);
-    const engine::Tensor& t = from->Out(layer);
-    for (size_t at = 0; at < t.Length() * static_cast<size_t>(from->pictures()); at += 16) {
-        const int channel = static_cast<int>(at % static_cast<size_t>(t.channels));
-        engine::Store(to + at, engine::Reading(t, channel).Value(engine::Load(t.values + at)));
-    }
 }
 }

@@ -3,7 +3,7 @@
 // 2 x 2 maximum with stride 1 and a depthwise 3 x 3 convolution with stride 2 behind it, 32
 // channels of one picture at a time. The source's rows come from a provider, because the first
 // layer's are cheaper computed again than kept: `Provide(y, stored)` fills a row of stored values,
-// and `Accept(y, stored, gradient)` takes the gradient of the row's values in front of the clamp.
+// and `Accept(y, stored, &gradient)` takes the gradient of the row's values in front of the clamp.
 #pragma once
 
 #include "depthwise.h"
@@ -197,9 +197,9 @@ void PooledBackward(const Tensor& source, const float* weights, const Tensor& ou
         MaximaGradient(maxima, outputs, weights, y, out.channels, size, gradient, &maximaSlopes);
         UnpoolRows(values[y % 2], values[(y + 1) % 2], maxima, maximaSlopes, size, &slopes[y % 2],
                    &slopes[(y + 1) % 2]);
-        provider->Accept(y, stored[y % 2], slopes[y % 2]);
+        provider->Accept(y, stored[y % 2], &slopes[y % 2]);
     }
-    provider->Accept(size - 1, stored[(size - 1) % 2], slopes[(size - 1) % 2]);
+    provider->Accept(size - 1, stored[(size - 1) % 2], &slopes[(size - 1) % 2]);
 }
 
 // Rows of a tensor that lies in memory.
@@ -219,12 +219,12 @@ struct StoredRows {
         }
     }
 
-    void Accept(int y, const Row&, const Row& gradient) const {
+    void Accept(int y, const Row&, const Row* gradient) const {
         for (int c = 0; c < source.channels; c += kLanes) {
             GradientWriter writer(source, c);
             for (int x = 0; x < source.size; ++x) {
                 writer.Put(Begin(y) + static_cast<size_t>(x * source.channels + c),
-                           Load(gradient.At(x) + c));
+                           Load(gradient->At(x) + c));
             }
             sums->Add(c, writer.first, writer.second);
         }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// The first layer: 3 x 3 on one plane, 32 channels. Its results are the largest tensor by far and
-// are never stored: statistics follow from those of the input's 3 x 3 patches, values are computed
-// again wherever they are read, and the weights' gradient needs sums over patches only.
+// The first layer: 3 x 3 on one plane. The recognition network's has 32 channels, and its results
+// are the largest tensor by far and are never stored: statistics follow from those of the input's 3
+// x 3 patches, values are computed again wherever they are read, and the weights' gradient needs
+// sums over patches only.
 #pragma once
 
 #include "pooled.h"
@@ -18,10 +19,10 @@ constexpr int kPitch = kPlane + 2 + 14; // room for a vector load behind the bor
 struct Picture {
     alignas(64) float pixels[(kPlane + 2) * kPitch];
 
-    void Read(const float* from) {
+    void Read(const float* from, int size) {
         std::fill(std::begin(pixels), std::end(pixels), 0.0f);
-        for (int y = 0; y < kPlane; ++y) {
-            std::copy(from + y * kPlane, from + (y + 1) * kPlane, pixels + (y + 1) * kPitch + 1);
+        for (int y = 0; y < size; ++y) {
+            std::copy(from + y * size, from + (y + 1) * size, pixels + (y + 1) * kPitch + 1);
         }
     }
     // What tap k of the filter meets at row y and column 0.
@@ -64,8 +65,83 @@ struct PatchSums {
     double Product(int i, int j) const { return product[std::max(i, j)][std::min(i, j)]; }
 };
 
-// Computes the first layer's rows, and sums gradient x patch for its weights: [9][32] and, without
-// a tap, [32].
+// One row of the first layer's results; weights [9][channels].
+inline void StemRow(const Picture& picture, const float* weights, const Finish& finish, int y,
+                    const Tensor& out, Row* stored) {
+    for (int c = 0; c < out.channels; c += kLanes) {
+        V w[kTaps];
+        for (int k = 0; k < kTaps; ++k) {
+            w[k] = Load(weights + k * out.channels + c);
+        }
+        for (int x = 0; x < out.size; x += 4) {
+            V sum[4] = {};
+            for (int k = 0; k < kTaps; ++k) {
+                const float* tap = picture.Tap(k, y) + x;
+                for (int i = 0; i < 4; ++i) {
+                    sum[i] = Fma(w[k], All(tap[i]), sum[i]);
+                }
+            }
+            for (int i = 0; i < 4; ++i) {
+                Store(stored->At(x + i) + c, finish.Apply(sum[i], c));
+            }
+        }
+    }
+}
+
+// Adds a row's gradient x patch to [9][channels].
+inline void StemRowGradient(const Picture& picture, int y, const Tensor& out, const Row& slopes,
+                            float* gradient) {
+    for (int c = 0; c < out.channels; c += kLanes) {
+        V w[kTaps];
+        for (int k = 0; k < kTaps; ++k) {
+            w[k] = Load(gradient + k * out.channels + c);
+        }
+        for (int x = 0; x < out.size; ++x) {
+            const V slope = Load(slopes.At(x) + c);
+            for (int k = 0; k < kTaps; ++k) {
+                w[k] = Fma(slope, All(picture.Tap(k, y)[x]), w[k]);
+            }
+        }
+        for (int k = 0; k < kTaps; ++k) {
+            Store(gradient + k * out.channels + c, w[k]);
+        }
+    }
+}
+
+// The alignment network's first layer, whose results are stored like any other's.
+inline void FirstForward(const Picture& picture, const float* weights, const Finish& finish,
+                         size_t number, RowScratch* scratch, Tensor* out, Sums* sums) {
+    scratch->Use(*out);
+    Row& row = scratch->stored[0];
+    for (int y = 0; y < out->size; ++y) {
+        StemRow(picture, weights, finish, y, *out, &row);
+        uint16_t* to = out->values + number * out->Length() +
+                       static_cast<size_t>(y * out->size * out->channels);
+        for (int c = 0; c < out->channels; c += kLanes) {
+            V first = Zero(), second = Zero();
+            for (int x = 0; x < out->size; ++x) {
+                const V value = Load(row.At(x) + c);
+                first += value;
+                second = Fma(value, value, second);
+                Store(to + x * out->channels + c, value);
+            }
+            sums->Add(c, first, second);
+        }
+    }
+}
+
+inline void FirstBackward(const Picture& picture, const Tensor& out, size_t number,
+                          RowScratch* scratch, float* gradient) {
+    scratch->Use(out);
+    Row& row = scratch->below[0];
+    for (int y = 0; y < out.size; ++y) {
+        ReadGradientRow(out, number * out.Pixels() + static_cast<size_t>(y * out.size), &row);
+        StemRowGradient(picture, y, out, row, gradient);
+    }
+}
+
+// Computes the recognition network's first rows, and sums gradient x patch for its weights: [9][32]
+// and, without a tap, [32].
 struct StemRows {
     const Tensor& source;
     const float* weights; // [9][32]
@@ -74,47 +150,22 @@ struct StemRows {
     float* gradient;
     Sums* sums;
 
-    void Provide(int y, Row* stored) const {
-        for (int v = 0; v < kStemChannels; v += kLanes) {
-            V w[kTaps];
-            for (int k = 0; k < kTaps; ++k) {
-                w[k] = Load(weights + k * kStemChannels + v);
-            }
-            for (int x = 0; x < kPlane; x += 4) {
-                V sum[4] = {};
-                for (int k = 0; k < kTaps; ++k) {
-                    const float* tap = picture.Tap(k, y) + x;
-                    for (int i = 0; i < 4; ++i) {
-                        sum[i] = Fma(w[k], All(tap[i]), sum[i]);
-                    }
-                }
-                for (int i = 0; i < 4; ++i) {
-                    Store(stored->At(x + i) + v, finish.Apply(sum[i], v));
-                }
-            }
-        }
-    }
+    void Provide(int y, Row* stored) const { StemRow(picture, weights, finish, y, source, stored); }
 
-    void Accept(int y, const Row& stored, const Row& slopes) const {
-        for (int v = 0; v < kStemChannels; v += kLanes) {
-            const Reading reading(source, v);
-            V w[kTaps], first = Zero();
-            for (int k = 0; k < kTaps; ++k) {
-                w[k] = Load(gradient + k * kStemChannels + v);
-            }
-            for (int x = 0; x < kPlane; ++x) {
-                const V slope = _mm512_maskz_mov_ps(reading.Passes(Load(stored.At(x) + v)),
-                                                    Load(slopes.At(x) + v));
+    // Clears what the clamp holds back.
+    void Accept(int y, const Row& stored, Row* slopes) const {
+        for (int c = 0; c < source.channels; c += kLanes) {
+            const Reading reading(source, c);
+            V first = Zero();
+            for (int x = 0; x < source.size; ++x) {
+                const V slope = _mm512_maskz_mov_ps(reading.Passes(Load(stored.At(x) + c)),
+                                                    Load(slopes->At(x) + c));
                 first += slope;
-                for (int k = 0; k < kTaps; ++k) {
-                    w[k] = Fma(slope, All(picture.Tap(k, y)[x]), w[k]);
-                }
+                Store(slopes->At(x) + c, slope);
             }
-            for (int k = 0; k < kTaps; ++k) {
-                Store(gradient + k * kStemChannels + v, w[k]);
-            }
-            sums->Add(v, first, Zero());
+            sums->Add(c, first, Zero());
         }
+        StemRowGradient(picture, y, source, *slopes, gradient);
     }
 };
 
