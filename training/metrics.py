@@ -41,11 +41,6 @@ def equal_error_rate(same, different):
     return float(far[after - 1] + share * (far[after] - far[after - 1]))
 
 
-def area_under_roc(same, different):
-    far, tar = roc(same, different)
-    return float(np.trapz(tar, far))
-
-
 def rank_1(features, people):
     """The share of pictures whose most similar other picture shows the same person; pictures of
     people with a single picture are only searched among."""

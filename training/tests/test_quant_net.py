@@ -74,7 +74,7 @@ class EngineEquality(unittest.TestCase):
         torch.manual_seed(0)
         plain, fast = load(network)[0].train(), load(network)[0].train()
         small = torch.from_numpy(pictures.synthetic(16, layers.INPUT_SIZE[network], seed=5))
-        fast.trunk = engine.Trunk(fast, len(small), threads=1, quantised=True)
+        fast.trunk = engine.Trunk(fast, len(small), threads=2, quantised=True)
         goal, answers = torch.randn(len(small), plain.convs[-1].outputs), []
         for net in (plain, fast):
             answer = net(to_input(small)).flatten(1)
