@@ -1,0 +1,92 @@
+# SPDX-License-Identifier: MIT
+"""The trained form of the integer network computes what the plain one computes."""
+import unittest
+
+import numpy as np
+
+from training import integer_net, layers, tensors
+from training.library import ROOT
+from training.tests import pictures
+
+try:
+    import torch
+
+    from training import engine
+    from training.quant_net import QuantNet, split_planes, to_input
+except ImportError as error:
+    raise unittest.SkipTest(f"{error.name} is not installed") from error
+
+
+def load(network):
+    net = QuantNet(network)
+    model = tensors.read(ROOT / "models" / f"{network}.safetensors")
+    with torch.no_grad():
+        for op in net.convs:
+            weight = torch.from_numpy(model[f"{op.number}.weight"].astype(np.float32))
+            if op.kind == "full":
+                weight = weight.sum(1, keepdim=True)
+            getattr(net, f"w{op.number}").copy_(weight)
+            bias = torch.from_numpy(model[f"{op.number}.bias"].astype(np.float64))
+            getattr(net, f"beta{op.number}").copy_(bias * 2.0**-op.shift)
+    return net, model
+
+
+class QuantNetEquality(unittest.TestCase):
+    def test_training_form_and_plain_form_answer_the_same(self):
+        for network in layers.PROGRAMS:
+            net, model = load(network)
+            small = pictures.synthetic(25, layers.INPUT_SIZE[network], seed=3)
+            with torch.no_grad():
+                answers = net(to_input(torch.from_numpy(small))).flatten(1).numpy()
+            expected = integer_net.forward(network, model, small)
+            np.testing.assert_array_equal(answers, expected.astype(np.float32))
+
+    def test_written_tensors_answer_the_same(self):
+        for network in layers.PROGRAMS:
+            net, model = load(network)
+            small = pictures.synthetic(10, layers.INPUT_SIZE[network], seed=4)
+            written = net.tensors()
+            self.assertEqual(list(written), list(model))
+            for name, tensor in model.items():
+                self.assertEqual((written[name].dtype, written[name].shape), (tensor.dtype, tensor.shape))
+            np.testing.assert_array_equal(
+                integer_net.forward(network, written, small),
+                integer_net.forward(network, model, small),
+            )
+
+    def test_a_filter_for_the_sum_of_planes_is_split_within_8_bits(self):
+        weight = torch.arange(-381, 382).view(-1, 1, 1, 1)
+        parts = split_planes(weight, 3)
+        self.assertLessEqual(int(parts.abs().max()), 127)
+        self.assertTrue(torch.equal(parts.sum(1, keepdim=True), weight))
+
+
+@unittest.skipUnless(engine.is_possible(), "the engine needs AVX-512 with bfloat16")
+class EngineEquality(unittest.TestCase):
+    """Integers are exact in both, so the answers are the same and gradients differ by rounding."""
+
+    def test_engine_and_pytorch_agree(self):
+        for network in layers.PROGRAMS:
+            with self.subTest(network=network):
+                self._compare(network)
+
+    def _compare(self, network):
+        torch.manual_seed(0)
+        plain, fast = load(network)[0].train(), load(network)[0].train()
+        small = torch.from_numpy(pictures.synthetic(16, layers.INPUT_SIZE[network], seed=5))
+        fast.trunk = engine.Trunk(fast, len(small), threads=2, quantised=True)
+        goal, answers = torch.randn(len(small), plain.convs[-1].outputs), []
+        for net in (plain, fast):
+            answer = net(to_input(small)).flatten(1)
+            (answer * goal).sum().backward()
+            answers.append(answer.detach())
+        self.assertTrue(torch.equal(*answers))
+        for (name, a), (_, b) in zip(plain.named_parameters(), fast.named_parameters()):
+            if float(a.grad.norm()) > 0:
+                likeness = torch.cosine_similarity(a.grad.flatten(), b.grad.flatten(), dim=0)
+                self.assertGreater(float(likeness), 0.998, name)
+                self.assertAlmostEqual(float(b.grad.norm() / a.grad.norm()), 1, delta=0.02, msg=name)
+
+
+if __name__ == "__main__":
+    unittest.main()
