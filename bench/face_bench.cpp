@@ -5,7 +5,8 @@
 //
 // The library chooses its path once in the life of a process. With ORVO_FR_PATH set this program
 // measures that path and is an ordinary Google Benchmark; without, it runs itself once for each
-// path and prints one table (or, with --json, one JSON object) of all.
+// path and prints one table (or, with --json, one JSON object) of all. The last column is no path
+// but the same layers as naive loops.
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "bench/naive_layers.h"
 #include "bench/own_layers.h"
 #include "bench/path_table.h"
 #include "bench/peak.h"
@@ -39,10 +41,20 @@ struct Core {
             OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK) {
             throw std::runtime_error("the core could not be initialised");
         }
-        // A soft gradient; the time does not depend on the picture.
-        for (size_t i = 0; i < picture.size(); ++i) {
+        for (size_t i = 0; i < picture.size(); ++i) { // a soft gradient
             picture[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
         }
+        run(); // leaves its part of the picture to the networks when they run alone
+    }
+
+    void run() {
+        const FrImage image{picture.data(), ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE,
+                            ORVO_FR_IMAGE_SIZE};
+        float feature[ORVO_FR_FEATURE_LENGTH];
+        if (OrvoFrRun(&image, feature, sizeof feature) != ORVO_FR_OK) {
+            throw std::runtime_error("no feature");
+        }
+        benchmark::DoNotOptimize(feature);
     }
 };
 
@@ -122,12 +134,9 @@ void TimeFrRun(benchmark::State& state) {
 }
 
 void TimeOrvoFrRun(benchmark::State& state) {
-    const FrImage image{TheCore().picture.data(), ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE,
-                        ORVO_FR_IMAGE_SIZE};
-    float feature[ORVO_FR_FEATURE_LENGTH];
+    Core& core = TheCore();
     for (auto _ : state) {
-        OrvoFrRun(&image, feature, sizeof feature);
-        benchmark::DoNotOptimize(feature);
+        core.run();
     }
 }
 
@@ -143,8 +152,10 @@ void TimeDistance(benchmark::State& state) {
     }
 }
 
-void TimeLayer(benchmark::State& state, const Layer& layer, int perFace) {
-    const orvo_bench::Step step = orvo_bench::OwnStep(layer);
+using MakeStep = decltype(&orvo_bench::OwnStep);
+
+void TimeLayer(benchmark::State& state, MakeStep makeStep, const Layer& layer, int perFace) {
+    const orvo_bench::Step step = makeStep(layer);
     for (auto _ : state) {
         step();
     }
@@ -174,18 +185,31 @@ benchmark::internal::Benchmark* Register(const std::string& name, Args&&... args
         ->ReportAggregatesOnly();
 }
 
-void RegisterAll() {
-    // First of all: the processes that it starts must not have an initialised core.
-    Register("OrvoFrInit", TimeInit)->UseManualTime();
-    if (const orvo_bench::Peak* peak = orvo_bench::PeakOf(orvo::ChosenRoutines().name)) {
-        // Longer, since the other rows are set against it.
-        Register(orvo_bench::kPeakRow, TimePeak, *peak)->Repetitions(40);
+void TimeSteps(benchmark::State& state, MakeStep makeStep, const orvo_bench::Network& network) {
+    std::vector<orvo_bench::Step> steps;
+    for (const Layer& layer : network) {
+        steps.push_back(makeStep(layer));
     }
+    for (auto _ : state) {
+        for (const orvo_bench::Step& step : steps) {
+            step();
+        }
+    }
+}
 
-    const orvo_bench::Network align = orvo_bench::AlignNetwork();
-    const orvo_bench::Network recognition = orvo_bench::RecognitionNetwork();
-    orvo_bench::Network layers = align;
-    layers.insert(layers.end(), recognition.begin(), recognition.end());
+struct Networks {
+    orvo_bench::Network align = orvo_bench::AlignNetwork();
+    orvo_bench::Network recognition = orvo_bench::RecognitionNetwork();
+
+    orvo_bench::Network both() const {
+        orvo_bench::Network layers = align;
+        layers.insert(layers.end(), recognition.begin(), recognition.end());
+        return layers;
+    }
+};
+
+void RegisterLayers(MakeStep makeStep, const Networks& networks) {
+    orvo_bench::Network layers = networks.both();
     std::map<std::string, int> count;
     for (const Layer& layer : layers) {
         ++count[ShapeName(layer)];
@@ -194,25 +218,50 @@ void RegisterAll() {
     for (const Layer& layer : layers) {
         const std::string name = ShapeName(layer);
         if (const auto times = count.extract(name)) {
-            Register(name, TimeLayer, layer, times.mapped());
+            Register(name, TimeLayer, makeStep, layer, times.mapped());
         }
     }
+}
 
-    const auto network = [](uint64_t products, auto* time) {
-        return [=](benchmark::State& state) {
-            time(state);
-            state.counters["products"] = static_cast<double>(products);
-        };
+// With the time counts what the network multiplies.
+auto Counting(const orvo_bench::Network& network, auto time) {
+    return [=, products = Products(network)](benchmark::State& state) {
+        time(state);
+        state.counters["products"] = static_cast<double>(products);
     };
-    Register("AlignRun", network(Products(align), TimeAlignRun));
-    Register("FrRun", network(Products(recognition), TimeFrRun));
-    Register("OrvoFrRun", network(Products(layers), TimeOrvoFrRun));
+}
+
+void RegisterLibrary() {
+    // First of all: the processes that it starts must not have an initialised core.
+    Register("OrvoFrInit", TimeInit)->UseManualTime();
+    if (const orvo_bench::Peak* peak = orvo_bench::PeakOf(orvo::ChosenRoutines().name)) {
+        // Longer, since the other rows are set against it.
+        Register(orvo_bench::kPeakRow, TimePeak, *peak)->Repetitions(40);
+    }
+    const Networks networks;
+    RegisterLayers(orvo_bench::OwnStep, networks);
+    Register(orvo_bench::kAlignRow, Counting(networks.align, TimeAlignRun));
+    Register(orvo_bench::kRecognitionRow, Counting(networks.recognition, TimeFrRun));
+    Register("OrvoFrRun", Counting(networks.both(), TimeOrvoFrRun));
     Register("OrvoFrGetDistance", TimeDistance);
     Register("decipher the models", TimeDecipher);
 }
 
+void RegisterNaive() {
+    const Networks networks;
+    RegisterLayers(orvo_bench::NaiveStep, networks);
+    const auto steps = [](const orvo_bench::Network& network) {
+        return Counting(network, [=](benchmark::State& state) {
+            TimeSteps(state, orvo_bench::NaiveStep, network);
+        });
+    };
+    Register(orvo_bench::kAlignRow, steps(networks.align));
+    Register(orvo_bench::kRecognitionRow, steps(networks.recognition));
+}
+
 int MeasureThisPath(int argc, char** argv) {
-    RegisterAll();
+    const std::string_view path = std::getenv("ORVO_FR_PATH");
+    path == orvo_bench::kNaivePath ? RegisterNaive() : RegisterLibrary();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;
@@ -234,6 +283,7 @@ int CompareAllPaths(int argc, char** argv) {
     for (size_t i = 0; i < count; ++i) {
         options.paths.push_back(paths[i]->name);
     }
+    options.paths.push_back(orvo_bench::kNaivePath);
     orvo_bench::PrintPathTable(options);
     return 0;
 }

@@ -3,12 +3,16 @@
 // One face, timed or merely run: AlignRun() and FrRun() as the library has them, or only the layers
 // of one kind, in their real order and shapes.
 //
-//   face_time                     prints RESULT<tab>own<tab>what<tab>median_ms<tab>least_ms
+//   face_time                     prints RESULT<tab>own<tab>what<tab>median_ms<tab>least_ms;
+//                                 layers of one kind are timed in the course of whole faces
 //   face_time --count N [what]    runs N faces, or that part of each, and measures nothing: for
 //                                 counting instructions under an emulator
+//   face_time --init 0|1          prints how many bytes OrvoFrInit() deciphers; calls it only with
+//   1
 //
 // The linker routes the networks' kernel calls through here (--wrap), where the kernels of other
-// kinds are left out. Their outputs are missing then; no kernel's time depends on its input.
+// kinds are left out. Their outputs are missing then, so that what a path does for inputs without a
+// sign may not be done.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -16,6 +20,7 @@
 #include <cstring>
 #include <vector>
 
+#include "orvo/model_store.h"
 #include "orvo/orvo_fr.h"
 #include "orvo/q7_kernels.h"
 
@@ -52,13 +57,24 @@ constexpr What kWhats[] = {
     {"head", "kind:head", kNetworks | kHead},
 };
 
-unsigned g_parts;
+using Clock = std::chrono::steady_clock;
+
+unsigned g_parts;            // kernels that run
+unsigned g_timedParts;       // kernels whose time is added up
+Clock::duration g_partsTime; // how long they took
 
 template <unsigned kPart, typename... Parameters>
 void RunPart(void (*kernel)(Parameters...), Parameters... arguments) {
-    if ((g_parts & kPart) != 0) {
-        kernel(arguments...);
+    if ((g_parts & kPart) == 0) {
+        return;
     }
+    if ((g_timedParts & kPart) == 0) {
+        kernel(arguments...);
+        return;
+    }
+    const auto from = Clock::now();
+    kernel(arguments...);
+    g_partsTime += Clock::now() - from;
 }
 
 void RunFace(unsigned parts) {
@@ -71,25 +87,46 @@ void RunFace(unsigned parts) {
     }
 }
 
+// Everything, of which the kernels of one kind are timed, or a network, timed as a whole.
+Clock::duration TimeOnce(unsigned parts) {
+    const bool isKind = (parts & kAllKernels) != kAllKernels;
+    g_timedParts = isKind ? parts & kAllKernels : 0;
+    g_partsTime = {};
+    const auto from = Clock::now();
+    RunFace(parts | kAllKernels);
+    return isKind ? g_partsTime : Clock::now() - from;
+}
+
 void Time(const What& what) {
-    using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kLongEnough{400};
     constexpr size_t kEnough = 11;
     std::vector<double> times;
-    RunFace(what.parts);
+    TimeOnce(what.parts);
     for (const auto start = Clock::now();
          times.size() < kEnough || Clock::now() - start < kLongEnough;) {
-        const auto from = Clock::now();
-        RunFace(what.parts);
-        times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - from).count());
+        times.push_back(std::chrono::duration<double, std::milli>(TimeOnce(what.parts)).count());
     }
     std::sort(times.begin(), times.end());
     std::printf("RESULT\town\t%s\t%.4f\t%.4f\n", what.label, times[times.size() / 2], times[0]);
 }
 
+// Some picture, so that the networks' layers meet values of both signs where they can.
+bool RunPicture() {
+    std::vector<uint8_t> picture(size_t{ORVO_FR_IMAGE_SIZE} * ORVO_FR_IMAGE_SIZE);
+    for (size_t i = 0; i < picture.size(); ++i) {
+        picture[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
+    }
+    const FrImage image{picture.data(), ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE};
+    float feature[ORVO_FR_FEATURE_LENGTH];
+    g_parts = kAllKernels;
+    return OrvoFrRun(&image, feature, sizeof feature) == ORVO_FR_OK;
+}
+
 int Usage() {
-    std::fputs("usage: face_time [--count N [align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n",
-               stderr);
+    std::fputs(
+        "usage: face_time [--count N [align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n"
+        "       face_time --init 0|1\n",
+        stderr);
     return 2;
 }
 
@@ -106,6 +143,23 @@ int Count(const char* number, const char* name) {
         RunFace(what->parts);
     }
     return 0;
+}
+
+// Whole blocks are deciphered; what is left of an array is stored plain.
+size_t DecipheredBytes() {
+    size_t bytes = 0;
+    const auto add = [&bytes](const ModelArray& array) { bytes += array.size & ~15u; };
+    std::for_each(std::begin(g_alignArray), std::end(g_alignArray), add);
+    std::for_each(std::begin(g_frArray), std::end(g_frArray), add);
+    return bytes;
+}
+
+int Init(const char* calls) {
+    if (std::strcmp(calls, "0") != 0 && std::strcmp(calls, "1") != 0) {
+        return Usage();
+    }
+    std::printf("deciphered %zu\n", DecipheredBytes());
+    return *calls == '1' && OrvoFrInit() != ORVO_FR_OK ? 1 : 0;
 }
 
 } // namespace
@@ -169,12 +223,15 @@ ROUTED(kFlip, ArmAXorQ7, (uint8_t * data, int32_t count), (__real_ArmAXorQ7, dat
 
 int main(int argc, char** argv) {
     const bool counts = argc >= 3 && argc <= 4 && std::strcmp(argv[1], "--count") == 0;
+    if (argc == 3 && std::strcmp(argv[1], "--init") == 0) {
+        return Init(argv[2]);
+    }
     if (argc > 1 && !counts) {
         return Usage();
     }
     std::vector<uint8_t> memory(OrvoFrGetMemorySize());
     if (OrvoFrInit() != ORVO_FR_OK ||
-        OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK) {
+        OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK || !RunPicture()) {
         return 1;
     }
     if (counts) {

@@ -8,6 +8,8 @@ namespace orvo_bench {
 
 // The row that the others are set against.
 inline constexpr char kPeakRow[] = "register peak";
+inline constexpr char kAlignRow[] = "AlignRun";
+inline constexpr char kRecognitionRow[] = "FrRun";
 
 struct TableOptions {
     std::vector<std::string> paths;

@@ -20,13 +20,14 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     # NEON is in the base line of both targets; see the toolchain files.
     list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
     list(APPEND ORVO_PATHS neon)
-    # Scheduled before registers are given out, the tiles and strips would not fit the registers.
-    set_source_files_properties(compute_a/simd/neon.cpp PROPERTIES COMPILE_OPTIONS
-        "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+    # Scheduled before registers are given out, the tiles and strips would not fit the registers, nor
+    # would the cipher's state and keys.
+    set_source_files_properties(compute_a/simd/neon.cpp cipher/aes_look_up.cpp PROPERTIES
+        COMPILE_OPTIONS "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
         list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
         list(APPEND ORVO_PATHS neon_dot)
         set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
-            "-march=armv8.2-a+dotprod")
+            "-march=armv8.2-a+dotprod;$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     endif()
 endif()

@@ -35,7 +35,7 @@ struct Band {
     size_t rows;
 };
 
-constexpr size_t kBandPixels = 192;
+constexpr size_t kBandPixels = 384;
 
 // One row of the band's matrix where output and input are equally wide and the stride is 1: one
 // piece of the input plane, moved by some rows and columns, with zeros where that leaves the plane
@@ -56,6 +56,9 @@ void ExpandTapInOnePiece(const int8_t* plane, const Geometry& g, const Band& ban
                     static_cast<size_t>(to - from));
     }
     std::memset(row + to, 0, static_cast<size_t>(count - to));
+    if (columns == 0) {
+        return;
+    }
     const int64_t firstInside = std::min(std::max<int64_t>(-columns, 0), width);
     const int64_t lastInside = std::max(std::min(width - columns, width), int64_t{0});
     for (int8_t* const end = row + static_cast<ptrdiff_t>(count); row != end; row += g.srcWidth) {

@@ -56,6 +56,7 @@ class FrameAugmenter:
     enlarge = (0.6, 1.8)  # how far a frame may be reduced or enlarged
     outside = 0.12  # of the side, how much of the box may leave the frame
     exposed = 70  # pixels beyond the frame's edge that may be filled in
+    portraits = 0.4  # share of frames that are cut around the head, with the borders filled in
 
     def __init__(self, library, seed=0):
         self.library = library
@@ -91,6 +92,21 @@ class FrameAugmenter:
         x = x + max(0.0, r.uniform(-0.03, 0.03)) * r.normal(size=x.shape)
         return np.clip(255 * x + 0.5, 0, 255).astype(np.uint8)
 
+    def _cut_portrait(self, frame, box):
+        """What is left of a frame when somebody else has cut the face out of it, put back in its
+        place: applications hand over such pictures, too, without shoulders or background."""
+        uniform, side = self.random.uniform, box[2] - box[0]
+        left = int(max(0, box[0] - uniform(-0.05, 0.45) * side))
+        top = int(max(0, box[1] - uniform(0.0, 0.55) * side))
+        right = int(min(IMAGE, box[2] + uniform(-0.05, 0.45) * side))
+        bottom = int(min(IMAGE, box[3] + uniform(-0.05, 0.5) * side))
+        return cv2.copyMakeBorder(
+            frame[top:bottom, left:right],
+            top, IMAGE - bottom, left, IMAGE - right,
+            int(self.random.choice(_BORDERS)),
+            value=float(self.random.integers(256)),
+        )  # fmt: skip
+
     def _prepare(self, frame):
         if self.random.random() < 0.2:
             frame = cv2.blur(frame, (3, 3))
@@ -102,6 +118,8 @@ class FrameAugmenter:
         frame = self._prepare(frame)
         if box and self.flipped:
             box = (IMAGE - box[2], box[1], IMAGE - box[0], box[3])
+        if box and self.random.random() < self.portraits:
+            frame = self._cut_portrait(np.ascontiguousarray(frame), box)
         scale, (dx, dy) = self._map(box)
         # Positions are those of pixels' corners, OpenCV's those of their centres.
         offset = 0.5 * (scale - 1)

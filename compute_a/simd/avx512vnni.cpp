@@ -20,6 +20,14 @@ inline __attribute__((always_inline)) void DotAccumulate(__m512i& sum, __m512i v
     __asm__("vpdpbusd %2, %1, %0" : "+v"(sum) : "v"(values), "v"(weights));
 }
 
+// What sums start from, loaded once more for each of them: a load is free where the products keep
+// both vector ports busy, while a copy of a register takes one of them.
+inline __attribute__((always_inline)) __m512i LoadSums(const __m512i* from) {
+    __m512i sums;
+    __asm__ volatile("vmovdqa64 %1, %0" : "=v"(sums) : "m"(*from));
+    return sums;
+}
+
 inline __mmask64 FirstBytes(size_t count) {
     return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
@@ -36,75 +44,126 @@ inline __m128i AddParts(__m512i lanes) {
 
 inline __m512i FlipSign(__m512i bytes) { return _mm512_xor_si512(bytes, _mm512_set1_epi8(-128)); }
 
-// Bytes by vectors of 16, 32 and 64, with masks.
+// 64 sums to bytes. With a shift of up to 8 they may be saturated to 16 bits before it: what that
+// changes is out of the range of 8 bits after the shift as well.
+template <bool ShiftWords>
+inline __m512i Requantise(const __m512i sums[4], __m512i shift) {
+    if constexpr (ShiftWords) {
+        const __m512i low = _mm512_srav_epi16(_mm512_packs_epi32(sums[0], sums[1]), shift);
+        const __m512i high = _mm512_srav_epi16(_mm512_packs_epi32(sums[2], sums[3]), shift);
+        return _mm512_packs_epi16(low, high);
+    } else {
+        // A count of 32 and more leaves the sign.
+        const __m512i low = _mm512_packs_epi32(_mm512_srav_epi32(sums[0], shift),
+                                               _mm512_srav_epi32(sums[1], shift));
+        const __m512i high = _mm512_packs_epi32(_mm512_srav_epi32(sums[2], shift),
+                                                _mm512_srav_epi32(sums[3], shift));
+        return _mm512_packs_epi16(low, high);
+    }
+}
+
+template <bool ShiftWords>
+inline __m512i ShiftCounts(uint32_t shift) {
+    return ShiftWords ? _mm512_set1_epi16(static_cast<int16_t>(shift))
+                      : _mm512_set1_epi32(static_cast<int>(shift));
+}
+
+// Bytes by vectors of 8, 16, 32 and 64.
+struct Bytes8 {
+    using Vector = __m128i;
+    static constexpr size_t kSize = 8;
+    static Vector Load(const int8_t* from) {
+        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+    }
+    static void Store(Vector bytes, int8_t* to) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
+    }
+    static Vector Max(Vector a, Vector b) { return _mm_max_epi8(a, b); }
+};
 struct Bytes16 {
     using Vector = __m128i;
     static constexpr size_t kSize = 16;
-    static Vector Load(__mmask64 inside, const int8_t* from) {
-        return _mm_maskz_loadu_epi8(static_cast<__mmask16>(inside), from);
+    static Vector Load(const int8_t* from) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
     }
-    static void Store(__mmask64 inside, Vector bytes, int8_t* to) {
-        _mm_mask_storeu_epi8(to, static_cast<__mmask16>(inside), bytes);
+    static void Store(Vector bytes, int8_t* to) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
     }
     static Vector Max(Vector a, Vector b) { return _mm_max_epi8(a, b); }
 };
 struct Bytes32 {
     using Vector = __m256i;
     static constexpr size_t kSize = 32;
-    static Vector Load(__mmask64 inside, const int8_t* from) {
-        return _mm256_maskz_loadu_epi8(static_cast<__mmask32>(inside), from);
+    static Vector Load(const int8_t* from) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
     }
-    static void Store(__mmask64 inside, Vector bytes, int8_t* to) {
-        _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(inside), bytes);
+    static void Store(Vector bytes, int8_t* to) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), bytes);
     }
     static Vector Max(Vector a, Vector b) { return _mm256_max_epi8(a, b); }
 };
 struct Bytes64 {
     using Vector = __m512i;
     static constexpr size_t kSize = 64;
-    static Vector Load(__mmask64 inside, const int8_t* from) {
-        return _mm512_maskz_loadu_epi8(inside, from);
-    }
-    static void Store(__mmask64 inside, Vector bytes, int8_t* to) {
-        _mm512_mask_storeu_epi8(to, inside, bytes);
-    }
+    static Vector Load(const int8_t* from) { return _mm512_loadu_si512(from); }
+    static void Store(Vector bytes, int8_t* to) { _mm512_storeu_si512(to, bytes); }
     static Vector Max(Vector a, Vector b) { return _mm512_max_epi8(a, b); }
 };
 
 // ---- Matrix product ----------------------------------------------------------------------------
+//
+// Sixteen pixels make a vector: each of its 32-bit lanes holds four rows' values of one pixel, and
+// a step multiplies them by four weights of a channel. Blocks of up to five such vectors are
+// packed, then met by the channels, four at a time.
+//
+// Exact: see above; weights and rows beyond the last are zero. Measured on the pointwise layers: 24
+// times as fast as the plain body; tiles written with intrinsics took 1.15 times as long.
 
-constexpr size_t kBlockPixels = 64; // pixels whose values are packed and then met by every channel
-constexpr size_t kGroup = 4;
-constexpr size_t kChunkSteps = 64; // steps of four rows whose weights are transposed at a time
+constexpr size_t kGroup = 4; // channels
+constexpr size_t kVectorPixels = 16;
+constexpr size_t kQuadPixels = 4 * kVectorPixels; // of four vectors that are packed at once
+constexpr size_t kMostVectors = 5;                // of a block: 20 sums
+constexpr size_t kMostSteps = 256;                // of four rows
+constexpr size_t kPackedBytes = 24 * 1024;        // at a time, to stay in the first cache
 
-// Four rows of 64 pixels become four vectors whose 32-bit lanes hold the four values of one pixel.
-// The pixels come in the order that unpacking leaves them, 4 of each 16; packing the sums undoes
-// it.
-inline void PackStep64(const __m512i row[4], uint8_t* to) {
-    const __m512i lo01 = _mm512_unpacklo_epi8(row[0], row[1]);
-    const __m512i hi01 = _mm512_unpackhi_epi8(row[0], row[1]);
-    const __m512i lo23 = _mm512_unpacklo_epi8(row[2], row[3]);
-    const __m512i hi23 = _mm512_unpackhi_epi8(row[2], row[3]);
-    _mm512_storeu_si512(to, FlipSign(_mm512_unpacklo_epi16(lo01, lo23)));
-    _mm512_storeu_si512(to + 64, FlipSign(_mm512_unpackhi_epi16(lo01, lo23)));
-    _mm512_storeu_si512(to + 128, FlipSign(_mm512_unpacklo_epi16(hi01, hi23)));
-    _mm512_storeu_si512(to + 192, FlipSign(_mm512_unpackhi_epi16(hi01, hi23)));
+// Where a block's vectors are packed: all but the last side by side, step after step, then the last
+// one's, of which only the bytes of its pixels are stored. The scratch has no room for more.
+struct PackedBlock {
+    uint8_t* values;
+    size_t stepBytes;
+    uint8_t* last;
+    size_t lastBytes;
+};
+
+PackedBlock BlockAt(uint8_t* values, size_t pixels, size_t steps) {
+    const size_t full = (pixels - 1) / kVectorPixels;
+    return {values, 64 * full, values + 64 * full * steps, 4 * (pixels - full * kVectorPixels)};
 }
 
-void PackBlock64(const MatrixProduct& p, size_t pixel, uint8_t* block) {
+// Four rows of 64 pixels become four vectors. The pixels come in the order that unpacking leaves
+// them, 4 of each 16; packing the sums undoes it.
+void PackQuad(const MatrixProduct& p, size_t pixel, uint8_t* to, size_t stepBytes, uint8_t* fourth,
+              size_t fourthStep) {
     const __m512i zero = _mm512_setzero_si512();
-    for (size_t k = 0; k < p.inner; k += 4, block += 4 * kBlockPixels) {
+    for (size_t k = 0; k < p.inner; k += 4, to += stepBytes, fourth += fourthStep) {
         const int8_t* at = p.rows + k * p.rowPitch + pixel;
         __m512i row[4];
         for (size_t i = 0; i < 4; ++i) {
             row[i] = k + i < p.inner ? _mm512_loadu_si512(at + i * p.rowPitch) : zero;
         }
-        PackStep64(row, block);
+        const __m512i lo01 = _mm512_unpacklo_epi8(row[0], row[1]);
+        const __m512i hi01 = _mm512_unpackhi_epi8(row[0], row[1]);
+        const __m512i lo23 = _mm512_unpacklo_epi8(row[2], row[3]);
+        const __m512i hi23 = _mm512_unpackhi_epi8(row[2], row[3]);
+        _mm512_storeu_si512(to, FlipSign(_mm512_unpacklo_epi16(lo01, lo23)));
+        _mm512_storeu_si512(to + 64, FlipSign(_mm512_unpackhi_epi16(lo01, lo23)));
+        _mm512_storeu_si512(to + 128, FlipSign(_mm512_unpacklo_epi16(hi01, hi23)));
+        _mm512_storeu_si512(fourth, FlipSign(_mm512_unpackhi_epi16(hi01, hi23)));
     }
 }
 
-// Up to 16 pixels of four rows, in pixel order.
-inline __m512i PackStep16(const __m128i row[4]) {
+// One vector of up to 16 pixels, in their order.
+inline __m512i PackVectorStep(const __m128i row[4]) {
     const __m128i lo01 = _mm_unpacklo_epi8(row[0], row[1]);
     const __m128i hi01 = _mm_unpackhi_epi8(row[0], row[1]);
     const __m128i lo23 = _mm_unpacklo_epi8(row[2], row[3]);
@@ -116,514 +175,648 @@ inline __m512i PackStep16(const __m128i row[4]) {
     return FlipSign(packed);
 }
 
-// The last pixels, fewer than 64, in pixel order and without gaps: 4 bytes a pixel and step.
-void PackBlockTail(const MatrixProduct& p, size_t pixel, size_t count, uint8_t* block) {
-    for (size_t k = 0; k < p.inner; k += 4) {
+void PackVector(const MatrixProduct& p, size_t pixel, size_t pixels, uint8_t* to,
+                size_t stepBytes) {
+    const __mmask16 inside = FirstBytes16(pixels);
+    for (size_t k = 0; k < p.inner; k += 4, to += stepBytes) {
         const int8_t* at = p.rows + k * p.rowPitch + pixel;
-        for (size_t done = 0; done < count; done += 16) {
-            const __mmask16 inside = FirstBytes16(count - done);
-            __m128i row[4];
-            for (size_t i = 0; i < 4; ++i) {
-                row[i] = k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch + done)
-                                         : _mm_setzero_si128();
-            }
-            _mm512_mask_storeu_epi32(block + 4 * done, inside, PackStep16(row));
+        __m128i row[4];
+        for (size_t i = 0; i < 4; ++i) {
+            row[i] = k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch)
+                                     : _mm_setzero_si128();
         }
-        block += 4 * count;
+        _mm512_mask_storeu_epi32(to, inside, PackVectorStep(row));
     }
 }
 
-// Some channels' weights for up to kChunkSteps steps, one 32-bit word a step and channel, and what
-// the flipped signs of the activations take off the sums.
-template <size_t Channels>
-struct WeightChunk {
-    alignas(64) int32_t words[kChunkSteps][Channels];
-    int32_t correction[Channels];
+// The weights of four channels as the tiles read them, and what the sums start from: the bias, less
+// what the flipped signs of the activations add. Channels that are not there have weights of zero.
+struct GroupWeights {
+    alignas(64) int32_t start[kGroup];
+    int32_t words[kMostSteps][kGroup]; // a step's four weights, right behind the start
 };
 
 // 16 bytes hold four rows of four channels; transposed they are four words, one a channel.
-void LoadChunk(const int8_t* weights, size_t /*channelBytes*/, size_t inner,
-               WeightChunk<4>& chunk) {
+void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel, GroupWeights& group) {
     const __m512i transpose =
         _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
-    const __m512i ones = _mm512_set1_epi8(1);
-    __m512i sums = _mm512_setzero_si512();
-    for (size_t k = 0; k < inner; k += 16) {
+    const __m512i signs = _mm512_set1_epi8(-128); // 128, read without a sign
+    __m512i added = _mm512_setzero_si512();
+    for (size_t k = 0; k < p.inner; k += 16) {
         const __m512i loaded =
-            _mm512_maskz_loadu_epi8(FirstBytes(4 * (inner - k)), weights + 4 * k);
+            _mm512_maskz_loadu_epi8(FirstBytes(4 * (p.inner - k)), weights + 4 * k);
         const __m512i words = _mm512_shuffle_epi8(loaded, transpose);
-        _mm512_store_si512(chunk.words[k / 4], words);
-        DotAccumulate(sums, ones, words);
+        _mm512_storeu_si512(group.words[k / 4], words);
+        DotAccumulate(added, signs, words);
     }
-    const __m128i sum = AddParts(sums);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(chunk.correction),
-                     _mm_sub_epi32(_mm_setzero_si128(), _mm_slli_epi32(sum, 7)));
+    const __m128i bias = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bias + channel));
+    _mm_store_si128(reinterpret_cast<__m128i*>(group.start), _mm_sub_epi32(bias, AddParts(added)));
 }
 
-// A leftover channel's weights stand in row order already.
-template <size_t Channels>
-void LoadChunk(const int8_t* weights, size_t channelBytes, size_t inner,
-               WeightChunk<Channels>& chunk) {
-    for (size_t c = 0; c < Channels; ++c, weights += channelBytes) {
-        int32_t sum = 0;
-        for (size_t k = 0; k < inner; k += 4) {
-            int8_t word[4] = {};
-            for (size_t i = 0; i < 4 && k + i < inner; ++i) {
-                word[i] = weights[k + i];
-                sum += word[i];
-            }
-            __builtin_memcpy(&chunk.words[k / 4][c], word, 4);
+// Leftover channels' weights stand one after the other, each in row order.
+void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
+                  GroupWeights& group) {
+    __builtin_memset(&group, 0, sizeof group.start + (p.inner + 3) / 4 * sizeof group.words[0]);
+    for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
+        uint32_t sum = 0;
+        for (size_t k = 0; k < p.inner; ++k) {
+            sum += static_cast<uint32_t>(weights[k]);
+            const uint32_t weight = static_cast<uint8_t>(weights[k]);
+            group.words[k / 4][c] |= static_cast<int32_t>(weight << (k % 4 * 8));
         }
-        chunk.correction[c] = -128 * sum;
+        group.start[c] =
+            static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) - 128u * sum);
     }
 }
 
-// One packed block of pixels.
-struct Block {
-    const uint8_t* values;
-    size_t stepBytes;
-    __mmask16 last; // pixels in the last vector
-};
+// The tile: four channels by V vectors. One assembly statement, because GCC 12 copies sums from
+// register to register around the products otherwise, which costs a third of the speed.
+//
+// Register plan: 4 V sums; zmm26 to zmm30 the values, the last vector's in zmm26; zmm31 one
+// channel's weights. A step takes 4 V products on two ports; its V + 4 loads and few scalar
+// instructions have others. What the last vector's load reads beyond its pixels goes into sums that
+// nobody stores.
+//
+// ORVO_TILE_ROW_V(c): a channel's products. The words stand 16 bytes behind the starts.
+#define ORVO_TILE_START(c, v) "vpbroadcastd 4*" #c "-16(%[words]), %[s" #c #v "]\n\t"
+#define ORVO_TILE_STARTS_1(c) ORVO_TILE_START(c, 0)
+#define ORVO_TILE_STARTS_2(c) ORVO_TILE_STARTS_1(c) ORVO_TILE_START(c, 1)
+#define ORVO_TILE_STARTS_3(c) ORVO_TILE_STARTS_2(c) ORVO_TILE_START(c, 2)
+#define ORVO_TILE_STARTS_4(c) ORVO_TILE_STARTS_3(c) ORVO_TILE_START(c, 3)
+#define ORVO_TILE_STARTS_5(c) ORVO_TILE_STARTS_4(c) ORVO_TILE_START(c, 4)
+#define ORVO_TILE_VALUES_1 "vmovdqu64 (%[last]), %%zmm26\n\t"
+#define ORVO_TILE_VALUES_2 ORVO_TILE_VALUES_1 "vmovdqu64 (%[values]), %%zmm27\n\t"
+#define ORVO_TILE_VALUES_3 ORVO_TILE_VALUES_2 "vmovdqu64 64(%[values]), %%zmm28\n\t"
+#define ORVO_TILE_VALUES_4 ORVO_TILE_VALUES_3 "vmovdqu64 128(%[values]), %%zmm29\n\t"
+#define ORVO_TILE_VALUES_5 ORVO_TILE_VALUES_4 "vmovdqu64 192(%[values]), %%zmm30\n\t"
+#define ORVO_TILE_ROW_1(c)    \
+    "vpbroadcastd 4*" #c      \
+    "(%[words]), %%zmm31\n\t" \
+    "vpdpbusd %%zmm31, %%zmm26, %[s" #c "0]\n\t"
+#define ORVO_TILE_ROW_2(c) ORVO_TILE_ROW_1(c) "vpdpbusd %%zmm31, %%zmm27, %[s" #c "1]\n\t"
+#define ORVO_TILE_ROW_3(c) ORVO_TILE_ROW_2(c) "vpdpbusd %%zmm31, %%zmm28, %[s" #c "2]\n\t"
+#define ORVO_TILE_ROW_4(c) ORVO_TILE_ROW_3(c) "vpdpbusd %%zmm31, %%zmm29, %[s" #c "3]\n\t"
+#define ORVO_TILE_ROW_5(c) ORVO_TILE_ROW_4(c) "vpdpbusd %%zmm31, %%zmm30, %[s" #c "4]\n\t"
+#define ORVO_TILE_SUM(c, i, v) [s##c##i] "=&v"(sums[v][c])
+#define ORVO_TILE_SUMS_OF(i, v) \
+    ORVO_TILE_SUM(0, i, v), ORVO_TILE_SUM(1, i, v), ORVO_TILE_SUM(2, i, v), ORVO_TILE_SUM(3, i, v)
+#define ORVO_TILE_SUMS_1 ORVO_TILE_SUMS_OF(0, V - 1)
+#define ORVO_TILE_SUMS_2 ORVO_TILE_SUMS_1, ORVO_TILE_SUMS_OF(1, 0)
+#define ORVO_TILE_SUMS_3 ORVO_TILE_SUMS_2, ORVO_TILE_SUMS_OF(2, 1)
+#define ORVO_TILE_SUMS_4 ORVO_TILE_SUMS_3, ORVO_TILE_SUMS_OF(3, 2)
+#define ORVO_TILE_SUMS_5 ORVO_TILE_SUMS_4, ORVO_TILE_SUMS_OF(4, 3)
+#define ORVO_TILE(COUNT) \
+    __asm__ volatile(                                                                        \
+        ORVO_TILE_STARTS_##COUNT(0) ORVO_TILE_STARTS_##COUNT(1) ORVO_TILE_STARTS_##COUNT(2)              \
+            ORVO_TILE_STARTS_##COUNT(3)                                                          \
+        "1:\n\t" ORVO_TILE_VALUES_##COUNT ORVO_TILE_ROW_##COUNT(0) ORVO_TILE_ROW_##COUNT(1)              \
+            ORVO_TILE_ROW_##COUNT(2) ORVO_TILE_ROW_##COUNT(3) "add %[stepBytes], %[values]\n\t"      \
+        "add %[lastBytes], %[last]\n\t"                                                      \
+        "add $16, %[words]\n\t"                                                              \
+        "dec %[steps]\n\t"                                                                   \
+        "jnz 1b"                                                                             \
+        : ORVO_TILE_SUMS_##COUNT, [values] "+r"(values), [last] "+r"(last), [words] "+r"(words),               \
+          [steps] "+r"(steps)                                                                \
+        : [stepBytes] "i"(64 * (COUNT - 1)), [lastBytes] "r"(block.lastBytes)                    \
+        : "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "xmm31", "cc", "memory")
 
-template <size_t Vectors>
-inline void StoreBlock64(const __m512i sums[Vectors], int8_t* dst) {
-    static_assert(Vectors == 4);
-    const __m512i low = _mm512_packs_epi32(sums[0], sums[1]);
-    const __m512i high = _mm512_packs_epi32(sums[2], sums[3]);
-    _mm512_storeu_si512(dst, _mm512_packs_epi16(low, high));
-}
-
-template <size_t Vectors>
-inline void StoreTail(const __m512i sums[Vectors], __mmask16 last, int8_t* dst) {
-#pragma GCC unroll 4
-    for (size_t v = 0; v < Vectors; ++v) {
-        const __mmask16 mask = v + 1 < Vectors ? __mmask16{0xFFFF} : last;
-        _mm_mask_storeu_epi8(dst + 16 * v, mask, _mm512_cvtsepi32_epi8(sums[v]));
-    }
-}
-
-// Some channels of a product: where their weights stand, and the weights themselves as the tiles
-// read them. They are loaded once for all the blocks at hand, unless there are more rows than a
-// chunk holds.
-template <size_t Channels>
-struct ChannelGroup {
-    const int8_t* weights;
-    size_t first; // channel
-    bool reload;
-    WeightChunk<Channels> chunk;
-    int32_t
-        start[Channels]; // what the sums start from: the bias, and the correction if loaded once
-
-    void Load(const MatrixProduct& p, size_t row) {
-        const size_t left = p.inner - row;
-        const size_t rows = left < 4 * kChunkSteps ? left : 4 * kChunkSteps;
-        LoadChunk(weights + (Channels == kGroup ? kGroup * row : row), p.groupBytes, rows, chunk);
-    }
-};
-
-// `Channels` planes of one block. Register plan for 4 channels and 4 vectors: 16 sums, 4 vectors of
-// values, 1 word of weights broadcast from memory for four products at a time.
-template <size_t Channels, size_t Vectors, bool Full>
-void Tile(const MatrixProduct& p, ChannelGroup<Channels>& group, const Block& block, int8_t* dst) {
-    __m512i sums[Channels][Vectors];
-    const auto addToAll = [&](const int32_t values[Channels], bool start) {
-#pragma GCC unroll 4
-        for (size_t c = 0; c < Channels; ++c) {
-            const __m512i value = _mm512_set1_epi32(values[c]);
-#pragma GCC unroll 4
-            for (size_t v = 0; v < Vectors; ++v) {
-                sums[c][v] = start ? value : _mm512_add_epi32(sums[c][v], value);
-            }
-        }
-    };
-    addToAll(group.start, true);
+// sums[vector][channel]
+template <size_t V>
+inline __attribute__((always_inline)) void SumTile(const GroupWeights& group,
+                                                   const PackedBlock& block, size_t steps,
+                                                   __m512i sums[V][kGroup]) {
     const uint8_t* values = block.values;
-    for (size_t k = 0; k < p.inner; k += 4 * kChunkSteps) {
-        if (group.reload) {
-            group.Load(p, k);
-            addToAll(group.chunk.correction, false);
-        }
-        const size_t left = (p.inner - k + 3) / 4;
-        const size_t steps = left < kChunkSteps ? left : kChunkSteps;
-        for (size_t step = 0; step < steps; ++step, values += block.stepBytes) {
-            __m512i value[Vectors];
-#pragma GCC unroll 4
-            for (size_t v = 0; v < Vectors; ++v) {
-                value[v] = Full || v + 1 < Vectors
-                               ? _mm512_loadu_si512(values + 64 * v)
-                               : _mm512_maskz_loadu_epi32(block.last, values + 64 * v);
-            }
-#pragma GCC unroll 4
-            for (size_t c = 0; c < Channels; ++c) {
-                const __m512i word = _mm512_set1_epi32(group.chunk.words[step][c]);
-#pragma GCC unroll 4
-                for (size_t v = 0; v < Vectors; ++v) {
-                    DotAccumulate(sums[c][v], value[v], word);
-                }
-            }
-        }
-    }
-    const __m512i shift = _mm512_set1_epi32(static_cast<int>(p.shift));
-#pragma GCC unroll 4
-    for (size_t c = 0; c < Channels; ++c) {
-#pragma GCC unroll 4
-        for (size_t v = 0; v < Vectors; ++v) {
-            // A count of 32 and more leaves the sign.
-            sums[c][v] = _mm512_srav_epi32(sums[c][v], shift);
-        }
-        int8_t* plane = dst + c * p.planePitch;
-        if constexpr (Full) {
-            StoreBlock64<Vectors>(sums[c], plane);
-        } else {
-            StoreTail<Vectors>(sums[c], block.last, plane);
-        }
+    const uint8_t* last = block.last;
+    const int32_t* words = group.words[0];
+    if constexpr (V == 1) {
+        ORVO_TILE(1);
+    } else if constexpr (V == 2) {
+        ORVO_TILE(2);
+    } else if constexpr (V == 3) {
+        ORVO_TILE(3);
+    } else if constexpr (V == 4) {
+        ORVO_TILE(4);
+    } else {
+        ORVO_TILE(5);
     }
 }
 
-// Blocks whose packed values lie one after the other: full ones, then perhaps a shorter one.
+inline __m512i RequantiseBy(const __m512i sums[4], uint32_t shift) {
+    return shift <= 8 ? Requantise<true>(sums, ShiftCounts<true>(shift))
+                      : Requantise<false>(sums, ShiftCounts<false>(shift));
+}
+
+// Some pixels that are packed together: quads, then a block of its own for the rest, which takes a
+// quad along if it is only one vector.
 struct Blocks {
-    const uint8_t* values;
+    uint8_t* values;
     size_t firstPixel;
-    size_t fullCount;
-    size_t tailPixels; // 0 to 63
+    size_t quads;
+    size_t restPixels;
     size_t steps;
+
+    size_t quadBytes() const { return 4 * kQuadPixels * steps; }
+    size_t pixels() const { return quads * kQuadPixels + restPixels; }
+    // The last vector of the last block is loaded whole.
+    size_t bytes() const {
+        return 4 * pixels() * steps + 4 * (kVectorPixels - (pixels() - 1) % kVectorPixels - 1);
+    }
 };
 
-template <size_t Channels>
-void TailTile(const MatrixProduct& p, ChannelGroup<Channels>& group, const Block& block,
-              size_t vectors, int8_t* dst) {
-    switch (vectors) {
-        case 1:
-            return Tile<Channels, 1, false>(p, group, block, dst);
-        case 2:
-            return Tile<Channels, 2, false>(p, group, block, dst);
-        case 3:
-            return Tile<Channels, 3, false>(p, group, block, dst);
-        default:
-            return Tile<Channels, 4, false>(p, group, block, dst);
+// Where a tile's results go.
+struct TileOutput {
+    int8_t* dst;
+    size_t planePitch;
+    size_t channels; // up to 4
+    uint32_t shift;
+};
+
+inline void StoreQuad(const __m512i sums[4][kGroup], const TileOutput& out) {
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+        const __m512i plane[4] = {sums[0][c], sums[1][c], sums[2][c], sums[3][c]};
+        if (c < out.channels) {
+            _mm512_storeu_si512(out.dst + c * out.planePitch, RequantiseBy(plane, out.shift));
+        }
     }
 }
 
-template <size_t Channels>
-void MultiplyGroup(const MatrixProduct& p, const Blocks& blocks, const int8_t* weights,
-                   size_t channel) {
-    ChannelGroup<Channels> group;
-    group.weights = weights;
-    group.first = channel;
-    group.reload = p.inner > 4 * kChunkSteps;
-    if (!group.reload) {
-        group.Load(p, 0);
+// One vector of four channels: packing leaves 4 pixels of each channel in each 16 bytes.
+inline void StoreVector(const __m512i sums[kGroup], const TileOutput& out, size_t pixel,
+                        size_t pixels) {
+    const __m512i byChannel =
+        _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const __m512i bytes = _mm512_permutexvar_epi32(byChannel, RequantiseBy(sums, out.shift));
+    const __m128i planes[kGroup] = {
+        _mm512_castsi512_si128(bytes), _mm512_extracti32x4_epi32(bytes, 1),
+        _mm512_extracti32x4_epi32(bytes, 2), _mm512_extracti32x4_epi32(bytes, 3)};
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+        if (c < out.channels) {
+            _mm_mask_storeu_epi8(out.dst + c * out.planePitch + pixel, FirstBytes16(pixels),
+                                 planes[c]);
+        }
     }
-    for (size_t c = 0; c < Channels; ++c) {
-        const int32_t correction = group.reload ? 0 : group.chunk.correction[c];
-        group.start[c] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) +
-                                              static_cast<uint32_t>(correction));
+}
+
+template <size_t V>
+void Tile(const GroupWeights& group, const PackedBlock& block, size_t steps, const TileOutput& out,
+          size_t pixels) {
+    __m512i sums[V][kGroup];
+    SumTile<V>(group, block, steps, sums);
+    constexpr size_t kQuad = V == 5 ? 4 : 0; // and a vector
+    if constexpr (kQuad > 0) {
+        StoreQuad(sums, out);
     }
-    const uint8_t* values = blocks.values;
-    int8_t* dst = p.dst + channel * p.planePitch + blocks.firstPixel;
-    for (size_t i = 0; i < blocks.fullCount; ++i, dst += kBlockPixels) {
-        Tile<Channels, 4, true>(p, group, {values, 4 * kBlockPixels, 0xFFFF}, dst);
-        values += 4 * kBlockPixels * blocks.steps;
+#pragma GCC unroll 4
+    for (size_t v = kQuad; v < V; ++v) {
+        StoreVector(sums[v], out, v * kVectorPixels, pixels - v * kVectorPixels);
     }
-    if (blocks.tailPixels > 0) {
-        const size_t pixels = blocks.tailPixels;
-        const Block tail{values, 4 * pixels, FirstBytes16((pixels - 1) % 16 + 1)};
-        TailTile<Channels>(p, group, tail, (pixels + 15) / 16, dst);
+}
+
+void QuadTile(const GroupWeights& group, const PackedBlock& block, size_t steps,
+              const TileOutput& out) {
+    __m512i sums[4][kGroup];
+    SumTile<4>(group, block, steps, sums);
+    StoreQuad(sums, out);
+}
+
+void RestTile(const GroupWeights& group, const PackedBlock& block, size_t steps,
+              const TileOutput& out, size_t pixels) {
+    switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
+        case 1:
+            return Tile<1>(group, block, steps, out, pixels);
+        case 2:
+            return Tile<2>(group, block, steps, out, pixels);
+        case 3:
+            return Tile<3>(group, block, steps, out, pixels);
+        case 4:
+            return Tile<4>(group, block, steps, out, pixels);
+        default:
+            return Tile<5>(group, block, steps, out, pixels);
+    }
+}
+
+void PackRest(const MatrixProduct& p, size_t pixel, size_t pixels, const PackedBlock& block) {
+    size_t done = 0;
+    if (pixels > kQuadPixels) {
+        PackQuad(p, pixel, block.values, block.stepBytes, block.values + 192, block.stepBytes);
+        done = kQuadPixels;
+    }
+    for (; pixels - done > kVectorPixels; done += kVectorPixels) {
+        PackVector(p, pixel + done, kVectorPixels, block.values + 4 * done, block.stepBytes);
+    }
+    PackVector(p, pixel + done, pixels - done, block.last, block.lastBytes);
+}
+
+void PackBlocks(const MatrixProduct& p, const Blocks& blocks) {
+    uint8_t* values = blocks.values;
+    size_t pixel = blocks.firstPixel;
+    for (size_t i = 0; i < blocks.quads; ++i, pixel += kQuadPixels, values += blocks.quadBytes()) {
+        const PackedBlock block = BlockAt(values, kQuadPixels, blocks.steps);
+        PackQuad(p, pixel, block.values, block.stepBytes, block.last, block.lastBytes);
+    }
+    if (blocks.restPixels > 0) {
+        PackRest(p, pixel, blocks.restPixels, BlockAt(values, blocks.restPixels, blocks.steps));
     }
 }
 
 void MultiplyBlocks(const MatrixProduct& p, const Blocks& blocks) {
+    GroupWeights group;
     const int8_t* weights = p.weights;
-    size_t channel = 0;
-    for (; channel + kGroup <= p.channels; channel += kGroup, weights += p.groupBytes) {
-        MultiplyGroup<kGroup>(p, blocks, weights, channel);
-    }
-    switch (p.channels - channel) {
-        case 1:
-            return MultiplyGroup<1>(p, blocks, weights, channel);
-        case 2:
-            return MultiplyGroup<2>(p, blocks, weights, channel);
-        case 3:
-            return MultiplyGroup<3>(p, blocks, weights, channel);
-        default:
-            return;
+    for (size_t channel = 0; channel < p.channels; channel += kGroup, weights += p.groupBytes) {
+        const size_t left = p.channels - channel;
+        if (left >= kGroup) {
+            LoadGroup(p, weights, channel, group);
+        } else {
+            LoadLeftover(p, weights, channel, group);
+        }
+        uint8_t* values = blocks.values;
+        TileOutput out{p.dst + channel * p.planePitch + blocks.firstPixel, p.planePitch,
+                       left < kGroup ? left : kGroup, p.shift};
+        for (size_t i = 0; i < blocks.quads; ++i, out.dst += kQuadPixels) {
+            QuadTile(group, BlockAt(values, kQuadPixels, blocks.steps), blocks.steps, out);
+            values += blocks.quadBytes();
+        }
+        if (blocks.restPixels > 0) {
+            RestTile(group, BlockAt(values, blocks.restPixels, blocks.steps), blocks.steps, out,
+                     blocks.restPixels);
+        }
     }
 }
 
-// The scratch, from a cache line's start on where there is room for that: values that straddle two
+// The next pixels to be packed together, as many as fit the room; none if not even one block does.
+Blocks NextBlocks(const MatrixProduct& p, size_t pixel, size_t room) {
+    const size_t left = p.pixels - pixel;
+    Blocks blocks{nullptr, pixel, left / kQuadPixels, left % kQuadPixels, (p.inner + 3) / 4};
+    if (blocks.quads > 0 && blocks.restPixels > 0 && blocks.restPixels <= kVectorPixels) {
+        --blocks.quads;
+        blocks.restPixels += kQuadPixels;
+    }
+    if (blocks.bytes() > room) {
+        const size_t most = room / blocks.quadBytes();
+        blocks.quads = blocks.quads < most ? blocks.quads : most;
+        blocks.restPixels = 0;
+    }
+    return blocks;
+}
+
+// The scratch, from a cache line's start on where it has room for that: values that straddle two
 // lines take twice as long to load.
 uint8_t* AlignedScratch(const MatrixProduct& p, size_t needed) {
     const size_t skip = (64 - reinterpret_cast<uintptr_t>(p.scratch) % 64) % 64;
     return reinterpret_cast<uint8_t*>(p.scratch) + (needed + skip <= p.scratchBytes ? skip : 0);
 }
 
-constexpr size_t kPackedBytes = 24 * 1024; // of packed values at a time, to stay in the first cache
-
 void Multiply(const MatrixProduct& p) {
-    const size_t steps = (p.inner + 3) / 4;
-    const size_t blockBytes = 4 * steps * kBlockPixels;
-    // At least one block at a time, no more than fit the scratch.
-    const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
-    const size_t most = blockBytes == 0 || room < blockBytes ? 1 : room / blockBytes;
-    const size_t needed =
-        4 * steps * (p.pixels < most * kBlockPixels ? p.pixels : most * kBlockPixels);
-    if (needed > p.scratchBytes) {
-        plain::Multiply(p); // the scratch of very small products has no room for whole steps
+    if (p.inner == 0 || p.inner > 4 * kMostSteps || p.pixels == 0) {
+        plain::Multiply(p); // longer than any layer's
         return;
     }
-    uint8_t* const packed = AlignedScratch(p, needed);
+    const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
     for (size_t pixel = 0; pixel < p.pixels;) {
-        const size_t left = p.pixels - pixel;
-        Blocks blocks{packed, pixel, left / kBlockPixels, left % kBlockPixels, steps};
-        if (blocks.fullCount >= most) {
-            blocks.fullCount = most;
-            blocks.tailPixels = 0;
+        Blocks blocks = NextBlocks(p, pixel, room);
+        if (blocks.pixels() == 0) {
+            plain::Multiply(p); // the scratch of very small products has no room for whole steps
+            return;
         }
-        for (size_t i = 0; i < blocks.fullCount; ++i, pixel += kBlockPixels) {
-            PackBlock64(p, pixel, packed + i * blockBytes);
-        }
-        if (blocks.tailPixels > 0) {
-            PackBlockTail(p, pixel, blocks.tailPixels, packed + blocks.fullCount * blockBytes);
-            pixel += blocks.tailPixels;
-        }
+        blocks.values = AlignedScratch(p, blocks.bytes());
+        PackBlocks(p, blocks);
         MultiplyBlocks(p, blocks);
+        pixel += blocks.pixels();
     }
 }
 
-// ---- Depthwise ---------------------------------------------------------------------------------
+// ---- Depthwise 3 x 3 ---------------------------------------------------------------------------
 //
-// The 32-bit lanes of a vector hold one column of four rows. One product then gives three taps of a
-// filter column; three of them, over the column and its two right neighbours, give an output row,
-// and the same vectors with the weights one row lower give the row below it. Two output rows are
-// made at a time, and the lower two of the four rows are the upper two of the next pair.
+// A byte permutation makes, from one row of input, four vectors of whose 32-bit lanes each holds
+// four neighbours; vpdpbusd with the weights of a filter row and a zero adds three taps to 64
+// outputs in four of them. Which output a lane has is chosen so that packing the sums leaves them
+// in order.
 //
-// A vector of bytes holds 64 columns of one plane, 32 of two planes or 16 of four: a plane of 12 x
-// 12 would leave most of it empty otherwise. Interleaving four rows within the 128-bit parts of a
-// vector gives four vectors, of which the i-th holds columns 4i to 4i + 3 of each 16; packing their
-// sums restores the order.
+// Rows of more than 14 columns are taken one at a time, of one plane or of two side by side, and
+// what was made of them is used for three rows of outputs. Shorter rows are taken several at a
+// time, as they lie in memory, once for each row of the filter.
 //
-// Measured beside a version with cross-lane permutes and one plane a vector: 0.7 of its time on
-// planes of 48, half on 24, a third on 12.
-
-template <size_t Planes>
-struct DepthwiseShape {
-    static constexpr size_t kColumns = 64 / Planes;  // loaded, of each plane
-    static constexpr size_t kOutputs = kColumns - 2; // the outer two are neighbours
-};
-
-// Puts the parts of several planes into one vector.
-template <size_t Planes, typename LoadPart>
-inline __m512i Gather(const LoadPart& part) {
-    if constexpr (Planes == 1) {
-        return part(0);
-    } else if constexpr (Planes == 2) {
-        return _mm512_inserti64x4(_mm512_castsi256_si512(part(0)), part(1), 1);
-    } else {
-        __m512i all = _mm512_castsi128_si512(part(0));
-        all = _mm512_inserti32x4(all, part(1), 1);
-        all = _mm512_inserti32x4(all, part(2), 2);
-        return _mm512_inserti32x4(all, part(3), 3);
-    }
-}
-
-// A 32-bit value for each plane, in all the lanes that belong to it.
-template <size_t Planes>
-inline __m512i SpreadWords(const uint32_t words[Planes]) {
-    return Gather<Planes>([&](size_t i) {
-        const int word = static_cast<int>(words[i]);
-        if constexpr (Planes == 1) {
-            return _mm512_set1_epi32(word);
-        } else if constexpr (Planes == 2) {
-            return _mm256_set1_epi32(word);
-        } else {
-            return _mm_set1_epi32(word);
-        }
-    });
-}
+// Register plan: the 12 vectors of three rows, 4 sums, 4 permutations, 3 filter rows, the shift and
+// the lowest value. For 64 outputs of long rows: 4 permutations, 12 products, 2 to 4 shifts, 3
+// packs, a maximum, 24 instructions on two ports, where an arrangement by filter columns took 29.
+// Loads at four successive bytes in place of the permutations are slower by half: they cross cache
+// lines, and products that wait for them are issued twice.
+//
+// Measured: 23 times as fast as the plain body.
+//
+// Exact: the sums wrap at 32 bits like the plain ones, and the flipped signs' share is taken off
+// the start, see above.
 
 struct DepthwiseFilter {
-    __m512i upper[3]; // by filter column: the weights of rows 0, 1, 2 and a zero
-    __m512i lower[3]; // a zero and the weights of rows 0, 1, 2
-    __m512i start;    // bias, less what the flipped signs add
-    __m512i shift;
-    __m512i lowest;
+    __m512i rows[3]; // three weights and a zero
+    __m512i start;   // bias, less what the flipped signs add
 };
 
-// The filters of `count` channels, at most `Planes`; the rest are zero.
-template <size_t Planes>
-DepthwiseFilter LoadFilters(const DepthwisePlanes& p, size_t channel, size_t count) {
-    uint32_t words[3][Planes] = {};
-    uint32_t lowerWords[3][Planes] = {};
-    uint32_t starts[Planes] = {};
-    for (size_t i = 0; i < count; ++i) {
-        const int8_t* w = p.weights + 9 * (channel + i);
-        uint32_t sum = 0;
-        for (size_t kx = 0; kx < 3; ++kx) {
-            for (size_t ky = 0; ky < 3; ++ky) {
-                words[kx][i] |= static_cast<uint32_t>(static_cast<uint8_t>(w[3 * ky + kx]))
-                                << (8 * ky);
-                sum += static_cast<uint32_t>(w[3 * ky + kx]);
-            }
-            lowerWords[kx][i] = words[kx][i] << 8;
-        }
-        starts[i] = static_cast<uint32_t>(p.bias[channel + i]) - 128u * sum;
-    }
-    DepthwiseFilter filter;
-    for (size_t kx = 0; kx < 3; ++kx) {
-        filter.upper[kx] = SpreadWords<Planes>(words[kx]);
-        filter.lower[kx] = SpreadWords<Planes>(lowerWords[kx]);
-    }
-    filter.start = SpreadWords<Planes>(starts);
-    filter.shift = _mm512_set1_epi32(static_cast<int>(p.shift));
-    filter.lowest = _mm512_set1_epi8(p.lowest);
-    return filter;
+inline __m512i BroadcastWord(const int8_t* from) {
+    int32_t word;
+    __builtin_memcpy(&word, from, 4);
+    return _mm512_set1_epi32(word);
 }
 
-// The same columns of some planes.
+inline DepthwiseFilter LoadFilter(const int8_t* weights, int32_t bias) {
+    const __m512i three = _mm512_set1_epi32(0x00FFFFFF);
+    DepthwiseFilter f;
+    f.rows[0] = _mm512_and_si512(BroadcastWord(weights), three);
+    f.rows[1] = _mm512_and_si512(BroadcastWord(weights + 3), three);
+    f.rows[2] = _mm512_srli_epi32(BroadcastWord(weights + 5), 8);
+    __m512i added = _mm512_setzero_si512();
+    for (const __m512i& row : f.rows) {
+        DotAccumulate(added, FlipSign(_mm512_setzero_si512()), row);
+    }
+    f.start = _mm512_sub_epi32(_mm512_set1_epi32(bias), added);
+    return f;
+}
+
+// One plane's filter into its part of a vector.
+inline void SetPart(DepthwiseFilter& f, __mmask16 part, const DepthwiseFilter& planes) {
+    for (size_t i = 0; i < 3; ++i) {
+        f.rows[i] = _mm512_mask_mov_epi32(f.rows[i], part, planes.rows[i]);
+    }
+    f.start = _mm512_mask_mov_epi32(f.start, part, planes.start);
+}
+
+// Four vectors, of whose lanes each holds the neighbours that one output sees in a row.
+struct Neighbours {
+    __m512i of[4];
+};
+
+// The output that packing brings to byte 16 * part + 4 * vector + i comes from lane 4 * part + i.
+inline size_t OutputOfLane(size_t vector, size_t lane) {
+    return lane / 4 * 16 + vector * 4 + lane % 4;
+}
+
+// Which bytes of an input vector go into which lane. `byteOf(output, tap)`: where a neighbour is.
+template <typename ByteOf>
+Neighbours Permutations(const ByteOf& byteOf) {
+    Neighbours permutations;
+    for (size_t vector = 0; vector < 4; ++vector) {
+        alignas(64) uint8_t bytes[64];
+        for (size_t i = 0; i < 64; ++i) {
+            bytes[i] = static_cast<uint8_t>(byteOf(OutputOfLane(vector, i / 4), i % 4));
+        }
+        permutations.of[vector] = _mm512_load_si512(bytes);
+    }
+    return permutations;
+}
+
+inline Neighbours Permute(const Neighbours& permutations, __m512i row) {
+    return {_mm512_permutexvar_epi8(permutations.of[0], row),
+            _mm512_permutexvar_epi8(permutations.of[1], row),
+            _mm512_permutexvar_epi8(permutations.of[2], row),
+            _mm512_permutexvar_epi8(permutations.of[3], row)};
+}
+
+// One statement, since GCC 12 copies vectors between the products otherwise, and a copy takes one
+// of the two ports that the products need. Loading the start four times is free.
+template <bool ShiftWords>
+inline __attribute__((always_inline)) __m512i ConvolveRows(const Neighbours& upper,
+                                                           const Neighbours& middle,
+                                                           const Neighbours& lower,
+                                                           const DepthwiseFilter& f,
+                                                           __m512i shift) {
+    __m512i sums[4];
+    __asm__(
+        "vmovdqa64 %[start], %[s0]\n\t"
+        "vmovdqa64 %[start], %[s1]\n\t"
+        "vmovdqa64 %[start], %[s2]\n\t"
+        "vmovdqa64 %[start], %[s3]\n\t"
+        "vpdpbusd %[f0], %[u0], %[s0]\n\t"
+        "vpdpbusd %[f0], %[u1], %[s1]\n\t"
+        "vpdpbusd %[f0], %[u2], %[s2]\n\t"
+        "vpdpbusd %[f0], %[u3], %[s3]\n\t"
+        "vpdpbusd %[f1], %[m0], %[s0]\n\t"
+        "vpdpbusd %[f1], %[m1], %[s1]\n\t"
+        "vpdpbusd %[f1], %[m2], %[s2]\n\t"
+        "vpdpbusd %[f1], %[m3], %[s3]\n\t"
+        "vpdpbusd %[f2], %[l0], %[s0]\n\t"
+        "vpdpbusd %[f2], %[l1], %[s1]\n\t"
+        "vpdpbusd %[f2], %[l2], %[s2]\n\t"
+        "vpdpbusd %[f2], %[l3], %[s3]"
+        : [s0] "=&v"(sums[0]), [s1] "=&v"(sums[1]), [s2] "=&v"(sums[2]), [s3] "=&v"(sums[3])
+        : [start] "m"(f.start), [f0] "v"(f.rows[0]), [f1] "v"(f.rows[1]), [f2] "v"(f.rows[2]),
+          [u0] "v"(upper.of[0]), [u1] "v"(upper.of[1]), [u2] "v"(upper.of[2]),
+          [u3] "v"(upper.of[3]), [m0] "v"(middle.of[0]), [m1] "v"(middle.of[1]),
+          [m2] "v"(middle.of[2]), [m3] "v"(middle.of[3]), [l0] "v"(lower.of[0]),
+          [l1] "v"(lower.of[1]), [l2] "v"(lower.of[2]), [l3] "v"(lower.of[3]));
+    return Requantise<ShiftWords>(sums, shift);
+}
+
+// The same columns of one plane, two or four: up to 62, 30 or 14. An input vector has a part for
+// each plane, which begins with the column before the first output.
 template <size_t Planes>
 struct Strip {
-    const int8_t* columns; // of the first plane: the column before the first output, in row 0
-    int8_t* dst;           // of the first plane: the first output in row 0
-    size_t width, height, planeBytes;
-    size_t count;      // planes there are
-    __mmask64 inside;  // which of the loaded columns lie in a plane
-    __mmask64 outputs; // which outputs there are
+    static constexpr size_t kPart = 64 / Planes;
+    static constexpr size_t kColumns = kPart - 2;
 
+    const int8_t* src; // first output's place in the input, in row 0
+    int8_t* dst;
+    size_t width, height, planeBytes;
+    size_t columns;
+    size_t count;             // planes there are
+    __mmask64 inside[Planes]; // which bytes of an input vector are each plane's
+
+    // Each plane's part is loaded in place, by a mask.
     __m512i Row(size_t y) const {
         if (y >= height) {
             return FlipSign(_mm512_setzero_si512());
         }
-        return FlipSign(Gather<Planes>([&](size_t i) {
-            const __mmask64 mask = i < count ? inside : 0;
-            const int8_t* at = columns + y * width + i * planeBytes;
-            if constexpr (Planes == 1) {
-                return Bytes64::Load(mask, at);
-            } else if constexpr (Planes == 2) {
-                return Bytes32::Load(mask, at);
-            } else {
-                return Bytes16::Load(mask, at);
-            }
-        }));
+        const int8_t* at = src + y * width - 1;
+        __m512i row = _mm512_maskz_loadu_epi8(inside[0], at);
+#pragma GCC unroll 3
+        for (size_t i = 1; i < Planes; ++i) {
+            at += planeBytes - kPart;
+            row = _mm512_mask_loadu_epi8(row, inside[i], at);
+        }
+        return FlipSign(row);
     }
 
+    // Planes side by side are as wide as the strip: what their parts have too much is stored, too,
+    // to be replaced by the next rows, unless it reaches beyond the plane. A store by a mask takes
+    // twice as long.
     void Store(size_t y, __m512i bytes) const {
         int8_t* to = dst + y * width;
         if constexpr (Planes == 1) {
-            Bytes64::Store(outputs, bytes, to);
-        } else if constexpr (Planes == 2) {
-            Bytes32::Store(outputs, _mm512_castsi512_si256(bytes), to);
-            Bytes32::Store(count > 1 ? outputs : 0, _mm512_extracti64x4_epi64(bytes, 1),
-                           to + planeBytes);
+            _mm512_mask_storeu_epi8(to, FirstBytes(columns), bytes);
+        } else if ((height - y) * width >= kPart && count == Planes) {
+            StoreParts(to, bytes, [](int8_t* part, auto values) {
+                __builtin_memcpy(part, &values, sizeof values);
+            });
         } else {
-            Bytes16::Store(outputs, _mm512_castsi512_si128(bytes), to);
-            Bytes16::Store(count > 1 ? outputs : 0, _mm512_extracti32x4_epi32(bytes, 1),
-                           to + planeBytes);
-            Bytes16::Store(count > 2 ? outputs : 0, _mm512_extracti32x4_epi32(bytes, 2),
-                           to + 2 * planeBytes);
-            Bytes16::Store(count > 3 ? outputs : 0, _mm512_extracti32x4_epi32(bytes, 3),
-                           to + 3 * planeBytes);
+            StoreParts(to, bytes, [&](int8_t* part, auto values) {
+                const size_t plane = static_cast<size_t>(part - to) / planeBytes;
+                StoreFirst(part, plane < count ? columns : 0, values);
+            });
         }
+    }
+
+    template <typename StorePart>
+    void StoreParts(int8_t* to, __m512i bytes, const StorePart& store) const {
+        if constexpr (Planes == 2) {
+            store(to, _mm512_castsi512_si256(bytes));
+            store(to + planeBytes, _mm512_extracti64x4_epi64(bytes, 1));
+        } else if constexpr (Planes == 4) {
+            store(to, _mm512_castsi512_si128(bytes));
+            store(to + planeBytes, _mm512_extracti32x4_epi32(bytes, 1));
+            store(to + 2 * planeBytes, _mm512_extracti32x4_epi32(bytes, 2));
+            store(to + 3 * planeBytes, _mm512_extracti32x4_epi32(bytes, 3));
+        }
+    }
+
+    static void StoreFirst(int8_t* to, size_t count, __m256i bytes) {
+        _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(FirstBytes(count)), bytes);
+    }
+    static void StoreFirst(int8_t* to, size_t count, __m128i bytes) {
+        _mm_mask_storeu_epi8(to, FirstBytes16(count), bytes);
     }
 };
 
-// Two rows, interleaved within the 128-bit parts: columns 0 to 7 and 8 to 15 of each 16.
-struct RowPair {
-    __m512i low, high;
-};
-
 template <size_t Planes>
-inline RowPair LoadPair(const Strip<Planes>& strip, size_t y) {
-    const __m512i a = strip.Row(y);
-    const __m512i b = strip.Row(y + 1);
-    return {_mm512_unpacklo_epi8(a, b), _mm512_unpackhi_epi8(a, b)};
-}
-
-inline __m512i RequantiseRow(const __m512i sums[4], const DepthwiseFilter& f) {
-    __m512i s[4];
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; ++i) {
-        s[i] = _mm512_srav_epi32(sums[i], f.shift);
-    }
-    const __m512i bytes =
-        _mm512_packs_epi16(_mm512_packs_epi32(s[0], s[1]), _mm512_packs_epi32(s[2], s[3]));
-    return _mm512_max_epi8(bytes, f.lowest);
-}
-
-template <size_t Planes>
-void DepthwiseStrip(const Strip<Planes>& strip, const DepthwiseFilter& f) {
-    // Row -1 is outside, and so is the huge value that it wraps to.
-    RowPair above = LoadPair(strip, static_cast<size_t>(0) - 1);
-    for (size_t y = 0; y < strip.height; y += 2) {
-        const RowPair below = LoadPair(strip, y + 1);
-        __m512i columns[5];
-        columns[0] = _mm512_unpacklo_epi16(above.low, below.low);
-        columns[1] = _mm512_unpackhi_epi16(above.low, below.low);
-        columns[2] = _mm512_unpacklo_epi16(above.high, below.high);
-        columns[3] = _mm512_unpackhi_epi16(above.high, below.high);
-        // After a part's last columns come the first of the next part. The last part of a plane
-        // gets another plane's, but no output reaches so far.
-        columns[4] = _mm512_alignr_epi64(columns[0], columns[0], 2);
-        above = below;
-        __m512i upper[4];
-        __m512i lower[4];
-#pragma GCC unroll 4
-        for (size_t i = 0; i < 4; ++i) {
-            const __m512i next = _mm512_alignr_epi8(columns[i + 1], columns[i], 4);
-            const __m512i second = _mm512_alignr_epi8(columns[i + 1], columns[i], 8);
-            upper[i] = f.start;
-            lower[i] = f.start;
-            DotAccumulate(upper[i], columns[i], f.upper[0]);
-            DotAccumulate(lower[i], columns[i], f.lower[0]);
-            DotAccumulate(upper[i], next, f.upper[1]);
-            DotAccumulate(lower[i], next, f.lower[1]);
-            DotAccumulate(upper[i], second, f.upper[2]);
-            DotAccumulate(lower[i], second, f.lower[2]);
-        }
-        strip.Store(y, RequantiseRow(upper, f));
-        if (y + 1 < strip.height) {
-            strip.Store(y + 1, RequantiseRow(lower, f));
-        }
-    }
-}
-
-template <size_t Planes>
-void DepthwiseBy(const DepthwisePlanes& p) {
-    constexpr size_t kOutputs = DepthwiseShape<Planes>::kOutputs;
+Strip<Planes> StripAt(const DepthwisePlanes& p, size_t channel, size_t count, size_t x,
+                      size_t columns) {
+    constexpr size_t kPart = Strip<Planes>::kPart;
     const size_t plane = p.width * p.height;
+    const size_t at = channel * plane + x;
+    Strip<Planes> strip{p.src + at, p.dst + at, p.width, p.height, plane, columns, count, {}};
+    // The column before the first one, and the one after the last if they are in the plane.
+    const __mmask64 inside =
+        FirstBytes(p.width - x < kPart ? p.width - x + 1 : kPart) & ~__mmask64{x == 0};
+    for (size_t i = 0; i < count; ++i) {
+        strip.inside[i] = inside << (i * kPart % 64);
+    }
+    return strip;
+}
+
+// Unrolled by three rows, so that no vector has to be moved to another register.
+template <size_t Planes, bool ShiftWords>
+void ConvolveStrip(const Strip<Planes>& strip, const DepthwiseFilter& f,
+                   const Neighbours& permutations, const DepthwisePlanes& p) {
+    const __m512i shift = ShiftCounts<ShiftWords>(p.shift);
+    const __m512i lowest = _mm512_set1_epi8(p.lowest);
+    const auto output = [&](size_t y, const Neighbours& upper, const Neighbours& middle,
+                            const Neighbours& lower) {
+        const __m512i bytes = ConvolveRows<ShiftWords>(upper, middle, lower, f, shift);
+        strip.Store(y, _mm512_max_epi8(bytes, lowest));
+    };
+    const auto row = [&](size_t y) { return Permute(permutations, strip.Row(y)); };
+    const __m512i outside = FlipSign(_mm512_setzero_si512());
+    Neighbours a{outside, outside, outside, outside};
+    Neighbours b = row(0);
+    size_t y = 0;
+    for (; y + 3 <= strip.height; y += 3) {
+        const Neighbours c = row(y + 1);
+        output(y, a, b, c);
+        a = row(y + 2);
+        output(y + 1, b, c, a);
+        b = row(y + 3);
+        output(y + 2, c, a, b);
+    }
+    if (y < strip.height) {
+        const Neighbours c = row(y + 1);
+        output(y, a, b, c);
+        if (y + 1 < strip.height) {
+            output(y + 1, b, c, row(y + 2));
+        }
+    }
+}
+
+template <size_t Planes, bool ShiftWords>
+void DepthwiseByStrips(const DepthwisePlanes& p) {
+    constexpr size_t kPart = Strip<Planes>::kPart;
+    const Neighbours permutations = Permutations([](size_t output, size_t tap) {
+        return output % kPart + tap < kPart ? output + tap : 63; // more than the filter reaches
+    });
     for (size_t channel = 0; channel < p.channels; channel += Planes) {
         const size_t left = p.channels - channel;
         const size_t count = left < Planes ? left : Planes;
-        const DepthwiseFilter filter = LoadFilters<Planes>(p, channel, count);
-        for (size_t x = 0; x < p.width; x += kOutputs) {
-            const size_t columns = p.width - x;
-            // The first loaded column is the one before x, which lies outside at the left edge;
-            // there are columns + 1 from it to the right edge.
-            const __mmask64 fromLeft = x == 0 ? ~__mmask64{1} : ~__mmask64{0};
-            const Strip<Planes> strip{p.src + channel * plane + x - 1,
-                                      p.dst + channel * plane + x,
-                                      p.width,
-                                      p.height,
-                                      plane,
-                                      count,
-                                      FirstBytes(columns + 1) & fromLeft,
-                                      FirstBytes(columns < kOutputs ? columns : kOutputs)};
-            DepthwiseStrip(strip, filter);
+        DepthwiseFilter filter = LoadFilter(p.weights + 9 * channel, p.bias[channel]);
+        for (size_t i = 1; i < count; ++i) {
+            const size_t c = channel + i;
+            SetPart(filter, static_cast<__mmask16>(FirstBytes16(kPart / 4) << (i * kPart / 4)),
+                    LoadFilter(p.weights + 9 * c, p.bias[c]));
         }
+        for (size_t x = 0; x < p.width; x += Strip<Planes>::kColumns) {
+            const size_t columns =
+                p.width - x < Strip<Planes>::kColumns ? p.width - x : Strip<Planes>::kColumns;
+            ConvolveStrip<Planes, ShiftWords>(StripAt<Planes>(p, channel, count, x, columns),
+                                              filter, permutations, p);
+        }
+    }
+}
+
+// Small planes: rows of up to 6 columns, 8 of them in a vector, as they lie in memory, once for
+// each row of the filter.
+constexpr size_t kSmallColumns = 6;
+constexpr size_t kSmallRows = 8;
+
+template <bool ShiftWords>
+void DepthwiseSmall(const DepthwisePlanes& p) {
+    const size_t plane = p.width * p.height;
+    // The last byte of a vector is never loaded: a zero.
+    const Neighbours permutations = Permutations([&](size_t output, size_t tap) {
+        const size_t column = output % 8 + tap; // of a row with its border
+        return column >= 1 && column <= p.width ? output / 8 * p.width + column - 1 : 63;
+    });
+    alignas(64) uint8_t order[64] = {};
+    for (size_t i = 0; i < plane; ++i) {
+        order[i] = static_cast<uint8_t>(i / p.width * 8 + i % p.width);
+    }
+    const __m512i collect = _mm512_load_si512(order);
+    const __m512i shift = ShiftCounts<ShiftWords>(p.shift);
+    const __m512i lowest = _mm512_set1_epi8(p.lowest);
+    const __mmask64 whole = FirstBytes(plane);
+    const __mmask64 upper =
+        whole & ~FirstBytes(p.width); // row by row, from the one above the plane
+    const __mmask64 lower = FirstBytes(plane - p.width);
+    const int8_t* src = p.src;
+    int8_t* dst = p.dst;
+    for (size_t channel = 0; channel < p.channels; ++channel, src += plane, dst += plane) {
+        const auto rows = [&](__mmask64 inside, const int8_t* from) {
+            return Permute(permutations, FlipSign(_mm512_maskz_loadu_epi8(inside, from)));
+        };
+        const DepthwiseFilter filter = LoadFilter(p.weights + 9 * channel, p.bias[channel]);
+        const __m512i packed =
+            ConvolveRows<ShiftWords>(rows(upper, src - p.width), rows(whole, src),
+                                     rows(lower, src + p.width), filter, shift);
+        const __m512i bytes = _mm512_max_epi8(_mm512_permutexvar_epi8(collect, packed), lowest);
+        _mm512_mask_storeu_epi8(dst, whole, bytes);
+    }
+}
+
+template <bool ShiftWords>
+void DepthwiseByWidth(const DepthwisePlanes& p) {
+    if (p.width <= kSmallColumns && p.height <= kSmallRows) {
+        DepthwiseSmall<ShiftWords>(p);
+    } else if (p.width <= Strip<4>::kColumns) {
+        DepthwiseByStrips<4, ShiftWords>(p);
+    } else if (p.width <= Strip<2>::kColumns) {
+        DepthwiseByStrips<2, ShiftWords>(p);
+    } else {
+        DepthwiseByStrips<1, ShiftWords>(p);
     }
 }
 
 void Depthwise(const DepthwisePlanes& p) {
-    if (p.width <= DepthwiseShape<4>::kOutputs) {
-        DepthwiseBy<4>(p);
-    } else if (p.width <= DepthwiseShape<2>::kOutputs) {
-        DepthwiseBy<2>(p);
+    if (p.width == 0 || p.height == 0) {
+        return;
+    }
+    if (p.shift <= 8) {
+        DepthwiseByWidth<true>(p);
     } else {
-        DepthwiseBy<1>(p);
+        DepthwiseByWidth<false>(p);
     }
 }
 
 // ---- Dot product -------------------------------------------------------------------------------
 
+// Two sums: of the products with flipped signs, and of the weights that the flipping multiplies by
+// 128. Measured on 256 values: 4 times as fast as the plain body.
 int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
     const __m512i ones = _mm512_set1_epi8(1);
     __m512i sum = _mm512_setzero_si512();
@@ -641,40 +834,69 @@ int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
 
 // ---- Pooling, sampling, element-wise -----------------------------------------------------------
 
-// A vector no wider than needed hardly reaches into the next row, whose load would else have to
-// wait for this row's store.
-template <typename Bytes>
-void MaxPoolStrips(int8_t* src, size_t width, size_t height, int8_t* dst) {
+// Registers: the maxima of two neighbours of this row and the next. Measured: 4 times as fast as
+// the plain body; one strip of a plane after another with masked stores took 1.3 times as long.
+//
+// Where a row has columns for a vector, the last one begins early enough to end with them: masked
+// stores take twice as long. Maxima of a row that are taken twice are the same both times, because
+// a row is loaded as a whole before any of it is replaced.
+template <typename Bytes, size_t Vectors>
+void MaxPoolByRows(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    using Vector = typename Bytes::Vector;
     const size_t columns = width - 1;
-    for (size_t x = 0; x < columns; x += Bytes::kSize) {
-        const __mmask64 inside = FirstBytes(columns - x);
-        const auto horizontal = [&](size_t y) {
-            const int8_t* row = src + y * width + x;
-            return Bytes::Max(Bytes::Load(inside, row), Bytes::Load(inside, row + 1));
-        };
-        // Each row is loaded before the one above it is stored, and a strip's right neighbours are
-        // read before the next strip replaces them.
-        auto here = horizontal(0);
-        for (size_t y = 1; y < height; ++y) {
-            const auto next = horizontal(y);
-            Bytes::Store(inside, here, src + (y - 1) * width + x);
-            Bytes::Store(inside, Bytes::Max(here, next), dst + (y - 1) * columns + x);
-            here = next;
-        }
-        Bytes::Store(inside, here, src + (height - 1) * width + x);
+    size_t at[Vectors];
+    for (size_t i = 0; i < Vectors; ++i) {
+        at[i] = i + 1 < Vectors ? i * Bytes::kSize : columns - Bytes::kSize;
     }
+    Vector here[Vectors];
+    Vector next[Vectors];
+    const auto horizontal = [&](size_t y, Vector maxima[Vectors]) {
+#pragma GCC unroll 2
+        for (size_t i = 0; i < Vectors; ++i) {
+            const int8_t* from = src + y * width + at[i];
+            maxima[i] = Bytes::Max(Bytes::Load(from), Bytes::Load(from + 1));
+        }
+    };
+    const auto replace = [&](size_t y) {
+#pragma GCC unroll 2
+        for (size_t i = 0; i < Vectors; ++i) {
+            Bytes::Store(here[i], src + y * width + at[i]);
+        }
+    };
+    horizontal(0, here);
+    for (size_t y = 1; y < height; ++y, dst += columns) {
+        horizontal(y, next);
+        replace(y - 1);
+#pragma GCC unroll 2
+        for (size_t i = 0; i < Vectors; ++i) {
+            Bytes::Store(Bytes::Max(here[i], next[i]), dst + at[i]);
+            here[i] = next[i];
+        }
+    }
+    replace(height - 1);
 }
 
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
-    if (width <= 17) {
-        MaxPoolStrips<Bytes16>(src, width, height, dst);
-    } else if (width <= 33) {
-        MaxPoolStrips<Bytes32>(src, width, height, dst);
+    const size_t columns = width - 1;
+    if (columns < 8 || columns > 128) {
+        plain::MaxPoolStride1(src, width, height, dst);
+    } else if (columns > 64) {
+        MaxPoolByRows<Bytes64, 2>(src, width, height, dst);
+    } else if (columns == 64) {
+        MaxPoolByRows<Bytes64, 1>(src, width, height, dst);
+    } else if (columns > 32) {
+        MaxPoolByRows<Bytes32, 2>(src, width, height, dst);
+    } else if (columns > 16) {
+        MaxPoolByRows<Bytes16, 2>(src, width, height, dst);
+    } else if (columns == 16) {
+        MaxPoolByRows<Bytes16, 1>(src, width, height, dst);
     } else {
-        MaxPoolStrips<Bytes64>(src, width, height, dst);
+        MaxPoolByRows<Bytes8, 2>(src, width, height, dst);
     }
 }
 
+// The upper of each pair of bytes is brought beside the lower. Measured: 2.5 times as fast as the
+// plain body.
 void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
     for (size_t x = 0; x < dstWidth; x += 32) {
         const __mmask64 inside = FirstBytes(2 * (dstWidth - x));
@@ -686,21 +908,89 @@ void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8
     }
 }
 
+// Outputs by whole vectors, the last of which begins early enough to end with the row: masked loads
+// and stores take several times as long. `some(x)` makes `atOnce` outputs from x on.
+template <typename Some>
+inline void ByVectors(size_t count, size_t atOnce, const Some& some) {
+    for (size_t x = 0; x + atOnce < count; x += atOnce) {
+        some(x);
+    }
+    some(count - atOnce);
+}
+
+// Measured: 1.5 times as fast as the plain body.
+//
+// The first output is the first value; each of the others is the odd one of a pair after it. So no
+// pair reaches beyond the row.
 void SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
-    for (size_t x = 0; x < dstWidth; x += 32) {
-        const __m512i row =
-            _mm512_maskz_loadu_epi8(FirstBytes(2 * (dstWidth - x) - 1), src + 2 * x);
-        _mm256_mask_storeu_epi8(dst + x, static_cast<__mmask32>(FirstBytes(dstWidth - x)),
-                                _mm512_cvtepi16_epi8(row));
+    if (dstWidth < 5) {
+        plain::SampleRow(src, dstWidth, dst);
+        return;
+    }
+    *dst++ = *src++;
+    const size_t count = dstWidth - 1;
+    if (count >= 32) {
+        ByVectors(count, 32, [&](size_t x) {
+            const __m512i pairs = _mm512_loadu_si512(src + 2 * x);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x),
+                                _mm512_cvtepi16_epi8(_mm512_srli_epi16(pairs, 8)));
+        });
+    } else if (count >= 16) {
+        ByVectors(count, 16, [&](size_t x) {
+            const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * x));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x),
+                             _mm256_cvtepi16_epi8(_mm256_srli_epi16(pairs, 8)));
+        });
+    } else if (count >= 8) {
+        ByVectors(count, 8, [&](size_t x) {
+            const __m128i pairs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * x));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + x),
+                             _mm_cvtepi16_epi8(_mm_srli_epi16(pairs, 8)));
+        });
+    } else {
+        ByVectors(count, 4, [&](size_t x) {
+            const __m128i pairs = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + 2 * x));
+            const int word = _mm_cvtsi128_si32(_mm_cvtepi16_epi8(_mm_srli_epi16(pairs, 8)));
+            __builtin_memcpy(dst + x, &word, sizeof word);
+        });
     }
 }
 
-void Rectify(const int8_t* src, int8_t* dst, size_t count) {
-    for (size_t i = 0; i < count; i += 64) {
-        const __mmask64 inside = FirstBytes(count - i);
-        const __m512i values = _mm512_maskz_loadu_epi8(inside, src + i);
-        _mm512_mask_storeu_epi8(dst + i, inside, _mm512_max_epi8(values, _mm512_setzero_si512()));
+// Whole vectors that begin on a cache line of what is stored, with shorter ones before and after
+// them: buffers seldom begin on one, and every store across two lines takes twice as long.
+template <typename Do>
+inline void ByLines(const int8_t* dst, size_t count, const Do& some) {
+    const size_t before = (64 - reinterpret_cast<uintptr_t>(dst) % 64) % 64;
+    size_t i = before < count ? before : count;
+    if (i > 0) {
+        some(0, FirstBytes(i));
     }
+    for (; i + 64 <= count; i += 64) {
+        some(i, ~__mmask64{0});
+    }
+    if (i < count) {
+        some(i, FirstBytes(count - i));
+    }
+}
+
+// All of a vector, or some: with a constant mask the compiler drops it.
+inline __m512i LoadBytes(__mmask64 inside, const int8_t* from) {
+    return ~inside == 0 ? _mm512_loadu_si512(from) : _mm512_maskz_loadu_epi8(inside, from);
+}
+inline void StoreBytes(__mmask64 inside, __m512i bytes, int8_t* to) {
+    if (~inside == 0) {
+        _mm512_storeu_si512(to, bytes);
+    } else {
+        _mm512_mask_storeu_epi8(to, inside, bytes);
+    }
+}
+
+// Measured: 1.8 times as fast as the plain body, which the compiler makes into shorter vectors.
+void Rectify(const int8_t* src, int8_t* dst, size_t count) {
+    ByLines(dst, count, [&](size_t i, __mmask64 inside) {
+        const __m512i values = LoadBytes(inside, src + i);
+        StoreBytes(inside, _mm512_max_epi8(values, _mm512_setzero_si512()), dst + i);
+    });
 }
 
 void FlipSigns(uint8_t* data, size_t count) {
@@ -715,7 +1005,26 @@ inline __m512i Widen(__mmask32 inside, const int8_t* values, __m128i shift) {
     return _mm512_sll_epi16(_mm512_cvtepi8_epi16(_mm256_maskz_loadu_epi8(inside, values)), shift);
 }
 
-void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
+// Half of each byte, rounded up: the mean of it and zero. The instruction is for unsigned bytes;
+// the flipped signs add 128 to both and so to the mean.
+inline __m512i HalfUp(__m512i bytes) {
+    return FlipSign(_mm512_avg_epu8(FlipSign(bytes), FlipSign(_mm512_setzero_si512())));
+}
+
+// Measured: 20 times as fast as the plain body, 3 times as fast as sums of 16 bits.
+//
+// The shifts that nearly all layers have are done on bytes: what is shifted left and right by one
+// again stays as it is, and the other summand's lowest bit only matters for the rounding.
+template <typename Sum>
+void AddBytes(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const Sum& sum) {
+    ByLines(dst, count, [&](size_t i, __mmask64 inside) {
+        const __m512i a = LoadBytes(inside, in1 + i);
+        const __m512i b = in2 != nullptr ? LoadBytes(inside, in2 + i) : _mm512_setzero_si512();
+        StoreBytes(inside, sum(a, b), dst + i);
+    });
+}
+
+void AddWords(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
     const __m128i shift1 = _mm_cvtsi32_si128(static_cast<int>(s.in1));
     const __m128i shift2 = _mm_cvtsi32_si128(static_cast<int>(s.in2));
     const __m128i shiftOut = _mm_cvtsi32_si128(static_cast<int>(s.out));
@@ -728,6 +1037,27 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
         }
         _mm256_mask_storeu_epi8(dst + i, inside,
                                 _mm512_cvtsepi16_epi8(_mm512_sra_epi16(sum, shiftOut)));
+    }
+}
+
+void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
+    const auto is = [&](uint32_t shift1, uint32_t shift2, uint32_t out) {
+        return s.in1 == shift1 && s.in2 == shift2 && s.out == out;
+    };
+    if (is(0, 0, 0) || is(1, 1, 1)) {
+        AddBytes(in1, in2, dst, count, [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, b); });
+    } else if (is(1, 0, 1)) {
+        AddBytes(in1, in2, dst, count,
+                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, HalfUp(b)); });
+    } else if (is(0, 1, 1)) {
+        AddBytes(in1, in2, dst, count,
+                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(HalfUp(a), b); });
+    } else if (is(0, 0, 1)) {
+        AddBytes(in1, in2, dst, count, [](__m512i a, __m512i b) {
+            return FlipSign(_mm512_avg_epu8(FlipSign(a), FlipSign(b)));
+        });
+    } else {
+        AddWords(in1, in2, dst, count, s);
     }
 }
 

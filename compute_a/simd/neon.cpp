@@ -10,14 +10,14 @@
 // Millions of instructions a face, counted under emulation, plain and here:
 //
 //                         32-bit           64-bit
-//     convolution       42.2   3.1       29.3   3.0
-//     pointwise        197.2  11.0      134.2  11.1
-//     depthwise         85.8   4.9       80.9   4.0
-//     max pooling        2.53  0.60       2.41  0.53
-//     addition           0.94  0.27       0.98  0.31
+//     convolution       10.0   2.6        6.4   2.7
+//     pointwise         48.5   9.4       32.4  10.7
+//     depthwise         49.1   4.7       36.0   4.0
+//     max pooling        2.53  0.49       2.41  0.41
+//     addition           0.74  0.19       0.72  0.24
 //     rectifier          0.22  0.19       0.26  0.17
 //     sampling           0.42  0.26       0.42  0.24
-//     in all           329.7  20.3      248.8  19.4
+//     in all           111.6  17.9       78.7  18.5
 //
 // The dot product and the flipping of signs are not here: what compilers make of the plain ones is
 // as good.
@@ -27,7 +27,11 @@
 #include <cstring>
 
 #include "compute_a/simd/neon_lanes.h"
+#include "compute_a/simd/neon_strips.h"
 #include "compute_a/simd/plain.h"
+#if !defined(__aarch64__)
+#include "compute_a/simd/neon_tiles_32.h"
+#endif
 
 namespace orvo {
 namespace {
@@ -40,26 +44,22 @@ constexpr uint32_t kMostWeight = 255; // the largest total of |w| that a 16-bit 
 // row in pairs, so that the 16-bit sum of a lane holds one row of each pair, and vpadal adds the
 // two while it widens. A step's 32 bytes are
 //     pixels 0 to 3: rows 0 and 1, rows 2 and 3; pixels 4 to 7: rows 0 and 1, rows 2 and 3
-// and meet 16 bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
+// on 64-bit ARM, and on 32-bit ARM all pixels' rows 0 and 1 before their rows 2 and 3. They meet 16
+// bytes of weights of one channel: rows 0 and 1 four times, rows 2 and 3 four times.
 
 constexpr size_t kTilePixels = 8;
 constexpr size_t kStepRows = 4;
 constexpr size_t kStepBytes = kStepRows * kTilePixels;
 constexpr size_t kGroup = 4;
 constexpr size_t kMaxSteps = 64; // of which the weights, four times as large, fit the stack
-constexpr size_t kBlockBytes = 16 * 1024; // pixels packed at a time: they stay in the first cache
+constexpr size_t kBlockBytes = 20 * 1024; // pixels packed at a time: they stay in the first cache
 
-// When the 16-bit sums of a group are widened.
-enum class Widen {
-    kStep,  // after each step of four rows
-    kPair,  // after two steps
-    kEnd,   // after the last: they take all rows
-    kNever, // they cannot take even one step
-};
-
-// One group's weights as the tiles read them: two steps of a channel side by side.
+// One group as the tiles read it: what its sums start from, and the weights, two steps of a channel
+// side by side. 32-bit ARM reads on behind them: the shift and once more the biases.
 struct GroupWeights {
-    alignas(16) int8_t bytes[kMaxSteps * kGroup * 16];
+    static constexpr size_t kBiases = 8;
+    alignas(16) int32_t biases[kGroup][kBiases];
+    alignas(16) int8_t bytes[kMaxSteps * kGroup * 16 + (kGroup * kBiases + 4) * sizeof(int32_t)];
     Widen widen;
 };
 
@@ -94,7 +94,18 @@ inline uint16x8_t StepTotals(int8x16_t weights) {
 }
 
 template <size_t Channels>
-void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
+void PutBiases(const int32_t* bias, int32_t* to) {
+#pragma GCC unroll 4
+    for (size_t c = 0; c < Channels; ++c) {
+        const int32x4_t sum = vdupq_n_s32(bias[c]);
+        vst1q_s32(to + GroupWeights::kBiases * c, sum);
+        vst1q_s32(to + GroupWeights::kBiases * c + 4, sum);
+    }
+}
+
+template <size_t Channels>
+void LoadGroup(const int8_t* weights, size_t inner, const int32_t* bias,
+               [[maybe_unused]] uint32_t shift, GroupWeights& group) {
     uint16x8_t stepMost = vdupq_n_u16(0);
     uint16x8_t pairMost = stepMost;
     uint16x8_t total = stepMost;
@@ -105,7 +116,7 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
         const int8x8x4_t rows = vld4_s8(pair);
 #pragma GCC unroll 4
         for (size_t c = 0; c < Channels; ++c) {
-            Store32(RepeatPairs(rows.val[c]), to);
+            StoreRepeated(rows.val[c], to);
         }
         const uint16x8_t one = StepTotals(vld1q_s8(pair));
         const uint16x8_t two = StepTotals(vld1q_s8(pair + 16));
@@ -119,19 +130,28 @@ void LoadGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
                   : AllWithin(pairMost) ? Widen::kPair
                   : AllWithin(stepMost) ? Widen::kStep
                                         : Widen::kNever;
+    PutBiases<Channels>(bias, group.biases[0]);
+#if !defined(__aarch64__)
+    int32_t* behind = reinterpret_cast<int32_t*>(to);
+    vst1q_s32(behind, TopByteShift(shift));
+    PutBiases<Channels>(bias, behind + 4);
+#endif
 }
 
-// The sums of a tile, bias included. Register plan of 32-bit ARM for 4 channels: 8 of 32-bit sums
-// (or, for kEnd, of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2 of
-// 16-bit sums. Two steps, 256 products, take 57 instructions with kStep, 50 with kPair and 41 with
-// kEnd, which 27, 37 and 36 % of the pointwise layers' products do.
+// The sums of a tile, bias included. Register plan of 64-bit ARM for 4 channels: 8 of 32-bit sums
+// (and for kEnd as many of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2
+// of 16-bit sums. Beside the loads, two steps, 256 products, take 48 instructions with kStep, 40
+// with kPair and 32 with kEnd, which 39, 31 and 30 % of the networks' products do. On 32-bit ARM
+// groups go through neon_tiles_32.h, and what comes here are leftover channels.
 template <size_t Channels, Widen kWiden>
-inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, const int32_t* bias,
+inline void SumTile(const int8_t* values, const GroupWeights& group, size_t steps,
                     int32x4_t sums[Channels][2]) {
+    const int8_t* weights = group.bytes;
     int16x8_t parts[Channels][2];
 #pragma GCC unroll 4
     for (size_t c = 0; c < Channels; ++c) {
-        sums[c][0] = sums[c][1] = vdupq_n_s32(bias[c]);
+        sums[c][0] = vld1q_s32(group.biases[c]);
+        sums[c][1] = vld1q_s32(group.biases[c] + 4);
         parts[c][0] = parts[c][1] = vdupq_n_s16(0);
     }
     for (; steps >= 2; steps -= 2) {
@@ -181,6 +201,36 @@ inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps, c
     }
 }
 
+// Tiles one after the other, their values and outputs.
+struct Tiles {
+    const int8_t* values;
+    size_t steps;
+    size_t count; // at least one
+    int8_t* dst;
+    size_t pitch; // from plane to plane
+};
+
+template <size_t Channels, Widen kWiden>
+void RunTiles(const GroupWeights& group, Tiles t, uint32_t shift) {
+#if !defined(__aarch64__)
+    if (Channels == kGroup && t.steps >= 2) {
+        const void* const from =
+            kWiden == Widen::kEnd ? static_cast<const void*>(group.bytes) : group.biases;
+        return MultiplyTiles32<kWiden>({t.values, from, t.steps, t.count, t.dst, t.pitch});
+    }
+#endif
+    const int32x4_t shiftCount = TopByteShift(shift);
+    for (; t.count > 0; --t.count, t.dst += kTilePixels) {
+        int32x4_t sums[Channels][2];
+        SumTile<Channels, kWiden>(t.values, group, t.steps, sums);
+        t.values += t.steps * kStepBytes;
+#pragma GCC unroll 4
+        for (size_t c = 0; c < Channels; ++c) {
+            vst1_s8(t.dst + c * t.pitch, Requantise(sums[c][0], sums[c][1], shiftCount));
+        }
+    }
+}
+
 // Packed pixels: a tile after the other, the last one perhaps not full.
 struct Block {
     const int8_t* values;
@@ -188,28 +238,23 @@ struct Block {
     size_t pixels;
 };
 
+// The tiles of some planes: whole ones to the planes themselves, a last one that is not full by way
+// of a tile's own room.
 template <size_t Channels, Widen kWiden>
 void MultiplyTiles(const MatrixProduct& p, const Block& block, const GroupWeights& group,
-                   const int32_t* bias, int8_t* dst) {
-    const int32x4_t shiftCount = RightShiftCount(p.shift);
-    const size_t pitch = p.planePitch;
-    const size_t steps = block.steps;
-    const int8_t* values = block.values;
-    for (size_t pixel = 0; pixel < block.pixels; pixel += kTilePixels, dst += kTilePixels) {
-        int32x4_t sums[Channels][2];
-        SumTile<Channels, kWiden>(values, group.bytes, steps, bias, sums);
-        values += steps * kStepBytes;
-        const size_t left = block.pixels - pixel;
-#pragma GCC unroll 4
+                   int8_t* dst) {
+    const size_t whole = block.pixels / kTilePixels;
+    if (whole > 0) {
+        RunTiles<Channels, kWiden>(group, {block.values, block.steps, whole, dst, p.planePitch},
+                                   p.shift);
+    }
+    const size_t left = block.pixels % kTilePixels;
+    if (left > 0) {
+        const int8_t* values = block.values + whole * block.steps * kStepBytes;
+        int8_t last[Channels][kTilePixels];
+        RunTiles<Channels, kWiden>(group, {values, block.steps, 1, last[0], kTilePixels}, p.shift);
         for (size_t c = 0; c < Channels; ++c) {
-            const int8x8_t outputs = Requantise(sums[c][0], sums[c][1], shiftCount);
-            if (left >= kTilePixels) {
-                vst1_s8(dst + c * pitch, outputs);
-            } else {
-                int8_t last[kTilePixels];
-                vst1_s8(last, outputs);
-                std::memcpy(dst + c * pitch, last, left);
-            }
+            std::memcpy(dst + whole * kTilePixels + c * p.planePitch, last[c], left);
         }
     }
 }
@@ -219,16 +264,16 @@ template <size_t Channels>
 void MultiplyGroup(const MatrixProduct& p, const Block& block, size_t pixel, size_t channel,
                    const int8_t* weights) {
     GroupWeights group;
-    LoadGroup<Channels>(weights, p.inner, group);
     const int32_t* bias = p.bias + channel;
+    LoadGroup<Channels>(weights, p.inner, bias, p.shift, group);
     int8_t* dst = p.dst + channel * p.planePitch + pixel;
     switch (group.widen) {
         case Widen::kEnd:
-            return MultiplyTiles<Channels, Widen::kEnd>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kEnd>(p, block, group, dst);
         case Widen::kPair:
-            return MultiplyTiles<Channels, Widen::kPair>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kPair>(p, block, group, dst);
         case Widen::kStep:
-            return MultiplyTiles<Channels, Widen::kStep>(p, block, group, bias, dst);
+            return MultiplyTiles<Channels, Widen::kStep>(p, block, group, dst);
         case Widen::kNever:
             break;
     }
@@ -245,19 +290,8 @@ void MultiplyGroup(const MatrixProduct& p, const Block& block, size_t pixel, siz
 inline void PackStep(const int8x8_t row[kStepRows], int8_t* to) {
     const int8x8x2_t rows01 = vzip_s8(row[0], row[1]);
     const int8x8x2_t rows23 = vzip_s8(row[2], row[3]);
-    vst1_s8(to, rows01.val[0]);
-    vst1_s8(to + 8, rows23.val[0]);
-    vst1_s8(to + 16, rows01.val[1]);
-    vst1_s8(to + 24, rows23.val[1]);
-}
-
-// One tile's half of rows interleaved 16 pixels at a time; `to` moves past it.
-inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
-    vst1_s8(to, vget_low_s8(rows01));
-    vst1_s8(to + 8, vget_low_s8(rows23));
-    vst1_s8(to + 16, vget_high_s8(rows01));
-    vst1_s8(to + 24, vget_high_s8(rows23));
-    to += kStepBytes;
+    StoreStep(vcombine_s8(rows01.val[0], rows01.val[1]), vcombine_s8(rows23.val[0], rows23.val[1]),
+              to);
 }
 
 // The first `count` pixels of four rows, of which the first `rows` exist; zeros for the others.
@@ -294,6 +328,11 @@ void PackTile(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
 void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to) {
     const int8_t* at = p.rows + pixel;
     int8_t* second = to + steps * kStepBytes;
+#if !defined(__aarch64__)
+    if (p.inner >= kStepRows) {
+        PackTiles32(at, p.rowPitch, p.inner / kStepRows, to, second);
+    }
+#else
     for (size_t k = 0; k + kStepRows <= p.inner; k += kStepRows) {
         int8x16_t row[kStepRows];
 #pragma GCC unroll 4
@@ -305,6 +344,7 @@ void PackTwoTiles(const MatrixProduct& p, size_t pixel, size_t steps, int8_t* to
         StoreStep(rows01.val[0], rows23.val[0], to);
         StoreStep(rows01.val[1], rows23.val[1], second);
     }
+#endif
     const size_t rest = p.inner % kStepRows;
     for (size_t tile = 0; tile < 2 && rest != 0; ++tile) {
         int8x8_t row[kStepRows];
@@ -337,16 +377,8 @@ void MultiplyBlock(const MatrixProduct& p, const Block& block, size_t pixel) {
 
 // ---- Depthwise ---------------------------------------------------------------------------------
 //
-// A strip of some columns walks down its plane, six output rows at a time: each of the eight input
-// rows around them is loaded once, with its neighbours to the left and to the right, and is the top
-// row of one output, the middle row of the one above and the bottom row of the one above that.
-// Where rows or columns are left over, the last strip or the last six rows overlap those before.
-
-constexpr size_t kStripRows = 6;
-// A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
-constexpr size_t kMinWidth = 4;
-
-constexpr int8_t kZeroRow[32] = {};
+// Strips as neon_strips.h walks them, with sums of 16 bits: of three rows' products where the
+// weights allow it, of one row's otherwise.
 
 #if defined(__aarch64__)
 using Weight = int8x16_t; // one weight in all lanes
@@ -357,6 +389,8 @@ using Weight = int8x8_t;
 inline Weight LoadWeight(const int8_t* weight) { return vld1_dup_s8(weight); }
 inline int8x8_t LowHalf(Weight weight) { return weight; }
 #endif
+
+constexpr uint8_t kColumnNumbers[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 // The columns of a strip, and their neighbours.
 template <class Columns>
@@ -373,6 +407,11 @@ struct Columns8 {
     static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
     static Vector Repeat(int8_t value) { return vdup_n_s8(value); }
     static Vector And(Vector a, Vector b) { return vand_s8(a, b); }
+    // All bits set in the first `count` columns.
+    static Vector Before(size_t count) {
+        const uint8x8_t end = vdup_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpret_s8_u8(vclt_u8(vld1_u8(kColumnNumbers), end));
+    }
     static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
     static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
     // The columns to the left and to the right, zeros outside.
@@ -412,6 +451,10 @@ struct Columns16 {
     static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
     static Vector Repeat(int8_t value) { return vdupq_n_s8(value); }
     static Vector And(Vector a, Vector b) { return vandq_s8(a, b); }
+    static Vector Before(size_t count) {
+        const uint8x16_t end = vdupq_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpretq_s8_u8(vcltq_u8(vld1q_u8(kColumnNumbers), end));
+    }
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
     static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
     static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
@@ -479,7 +522,8 @@ inline FilterTotals TotalsOf(const int8_t* weights) {
 // of the bias is added to it, and a shift by one less than asked for is all that is left to do.
 // Where the last addition saturates, so does the output, since no more than eight further bits are
 // shifted out. Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of
-// sums, 4 of constants.
+// sums, 4 of constants. Six rows of 8 columns take 140 to 146 instructions there, widened 209 to
+// 217.
 struct HalvedSums {
     static bool Take(const Filter& f) {
         const FilterTotals totals = TotalsOf(f.weights);
@@ -558,141 +602,81 @@ struct WidenedSums {
     }
 };
 
-// Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
-enum class Sides { kNone, kLeft, kRight, kBoth };
+// One channel's strips: the filter, and bytes that are set where a strip wider than the plane has
+// the plane's columns.
+template <class Columns, class ColumnSums>
+class FilterStrip {
+  public:
+    using Vector = typename Columns::Vector;
+    using Row = InputRow<Columns>;
+    struct Sums {
+        ColumnSums half[Columns::kHalves];
+    };
+    static constexpr size_t kColumns = Columns::kCount;
 
-// One plane as a strip sees it: its first column in the first row, and in the last row. A strip
-// wider than the plane has a copy of the last row, since it must not load what lies after it, and a
-// mask of the columns that are the plane's own.
-struct StripPlane {
-    const int8_t* src;
-    const int8_t* last;
-    const int8_t* inside;
-    int8_t* dst;
-    size_t width, height;
-};
-
-// How far to the left of a strip its rows are loaded.
-template <Sides kSides, class Columns>
-constexpr size_t LoadedBefore() {
-    return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
-}
-
-template <Sides kSides, class Columns>
-inline InputRow<Columns> LoadRow(const int8_t* from, typename Columns::Vector inside) {
-    if constexpr (kSides == Sides::kNone) {
-        return Columns::LoadInside(from);
-    } else if constexpr (kSides == Sides::kLeft) {
-        const auto centre = Columns::Load(from);
-        return {Columns::Left(centre), centre, Columns::Load(from + 1)};
-    } else if constexpr (kSides == Sides::kRight) {
-        const auto centre = Columns::Load(from + 1);
-        return {Columns::Load(from), centre, Columns::Right(centre)};
-    } else {
-        const auto centre = Columns::And(Columns::Load(from), inside);
-        return {Columns::Left(centre), centre, Columns::Right(centre)};
-    }
-}
-
-template <Sides kSides, class Columns, class Sums>
-void ConvolveStrip(const StripPlane& p, const Filter& f) {
-    Weight weights[9];
+    FilterStrip(const Filter& f, size_t width)
+        : constants_(f), lowest_(Columns::Repeat(f.lowest)), inside_(Columns::Before(width)) {
 #pragma GCC unroll 9
-    for (size_t i = 0; i < 9; ++i) {
-        weights[i] = LoadWeight(f.weights + i);
-    }
-    const typename Sums::Constants constants(f);
-    const auto lowest = Columns::Repeat(f.lowest);
-    const auto inside = kSides == Sides::kBoth ? Columns::Load(p.inside) : lowest;
-    const size_t width = p.width;
-    const int8_t* at = kZeroRow;
-    const int8_t* next = p.src - LoadedBefore<kSides, Columns>();
-    int8_t* dst = p.dst;
-    for (size_t left = p.height; left > 0;) {
-        if (left < kStripRows) {
-            const size_t again = (kStripRows - left) * width;
-            at -= again;
-            next -= again;
-            dst -= again;
-            left = kStripRows;
+        for (size_t i = 0; i < 9; ++i) {
+            weights_[i] = LoadWeight(f.weights + i);
         }
-        left -= kStripRows;
-        const bool atEnd = left == 0;
-        const size_t lastRow = kStripRows + left; // of the plane, if loaded here at all
-        Sums sums[kStripRows][2];
-#pragma GCC unroll 8
-        for (size_t i = 0; i < kStripRows + 2; ++i) {
-            const InputRow<Columns> row = LoadRow<kSides, Columns>(at, inside);
-            at = next;
-            next += width;
-            if (kSides == Sides::kBoth && i + 1 == lastRow) {
-                at = p.last;
-            }
-            if (i == kStripRows && atEnd) {
-                at = kZeroRow;
-            }
-            if (i >= 2) {
-                int16x8_t shifted[2];
-                sums[i - 2][0].template AddBottom<Columns, 0>(row, weights + 6);
-                shifted[0] = sums[i - 2][0].Shifted(constants);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i - 2][1].template AddBottom<Columns, 1>(row, weights + 6);
-                    shifted[1] = sums[i - 2][1].Shifted(constants);
-                }
-                const auto output = Columns::Max(Columns::Narrow(shifted), lowest);
-                if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
-                    int8_t bytes[Columns::kCount];
-                    Columns::Store(bytes, output);
-                    std::memcpy(dst, bytes, width);
-                } else {
-                    Columns::Store(dst, output);
-                }
-                dst += width;
-            }
-            if (i >= 1 && i <= kStripRows) {
-                sums[i - 1][0].template AddMiddle<Columns, 0>(row, weights + 3);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i - 1][1].template AddMiddle<Columns, 1>(row, weights + 3);
-                }
-            }
-            if (i < kStripRows) {
-                sums[i][0].template AddTop<Columns, 0>(row, weights, constants);
-                if constexpr (Columns::kHalves == 2) {
-                    sums[i][1].template AddTop<Columns, 1>(row, weights, constants);
-                }
-            }
-        }
-        next -= 2 * width;
-        at = next - width;
     }
-}
 
-template <class Sums>
-void ConvolvePlane(StripPlane p, const Filter& f) {
-    constexpr size_t kWide = WideColumns::kCount;
-    constexpr size_t kNarrow = Columns8::kCount;
-    if (p.width <= kWide) {
-        int8_t last[kWide] = {};
-        std::memcpy(last, p.src + (p.height - 1) * p.width, p.width);
-        p.last = last;
-        return p.width <= kNarrow ? ConvolveStrip<Sides::kBoth, Columns8, Sums>(p, f)
-                                  : ConvolveStrip<Sides::kBoth, WideColumns, Sums>(p, f);
+    template <Sides kSides>
+    static constexpr size_t LoadedBefore() {
+        return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
     }
-    StripPlane strip = p;
-    ConvolveStrip<Sides::kLeft, WideColumns, Sums>(strip, f);
-    size_t column = kWide;
-    for (; column + kWide < p.width; column += kWide) {
-        strip.src = p.src + column;
-        strip.dst = p.dst + column;
-        ConvolveStrip<Sides::kNone, WideColumns, Sums>(strip, f);
+
+    template <Sides kSides>
+    Row Load(const int8_t* from) const {
+        if constexpr (kSides == Sides::kNone) {
+            return Columns::LoadInside(from);
+        } else if constexpr (kSides == Sides::kLeft) {
+            const auto centre = Columns::Load(from);
+            return {Columns::Left(centre), centre, Columns::Load(from + 1)};
+        } else if constexpr (kSides == Sides::kRight) {
+            const auto centre = Columns::Load(from + 1);
+            return {Columns::Load(from), centre, Columns::Right(centre)};
+        } else {
+            const auto centre = Columns::And(Columns::Load(from), inside_);
+            return {Columns::Left(centre), centre, Columns::Right(centre)};
+        }
     }
-    const bool narrow = p.width - column <= kNarrow;
-    column = p.width - (narrow ? kNarrow : kWide);
-    strip.src = p.src + column;
-    strip.dst = p.dst + column;
-    return narrow ? ConvolveStrip<Sides::kRight, Columns8, Sums>(strip, f)
-                  : ConvolveStrip<Sides::kRight, WideColumns, Sums>(strip, f);
-}
+
+    void AddTop(const Row& row, Sums& sums) const {
+        sums.half[0].template AddTop<Columns, 0>(row, weights_, constants_);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddTop<Columns, 1>(row, weights_, constants_);
+        }
+    }
+    void AddMiddle(const Row& row, Sums& sums) const {
+        sums.half[0].template AddMiddle<Columns, 0>(row, weights_ + 3);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddMiddle<Columns, 1>(row, weights_ + 3);
+        }
+    }
+    void AddBottom(const Row& row, Sums& sums) const {
+        sums.half[0].template AddBottom<Columns, 0>(row, weights_ + 6);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddBottom<Columns, 1>(row, weights_ + 6);
+        }
+    }
+
+    Vector Output(const Sums& sums) const {
+        int16x8_t shifted[Columns::kHalves];
+#pragma GCC unroll 2
+        for (size_t half = 0; half < Columns::kHalves; ++half) {
+            shifted[half] = sums.half[half].Shifted(constants_);
+        }
+        return Columns::Max(Columns::Narrow(shifted), lowest_);
+    }
+    static void Store(int8_t* to, Vector output) { Columns::Store(to, output); }
+
+  private:
+    Weight weights_[9];
+    typename ColumnSums::Constants constants_;
+    Vector lowest_, inside_;
+};
 
 // ---- Planes and rows ---------------------------------------------------------------------------
 //
@@ -714,32 +698,58 @@ struct Bytes16 {
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
 };
 
-template <class Bytes>
-inline typename Bytes::Vector MaxOfNeighbours(const int8_t* at) {
-    return Bytes::Max(Bytes::Load(at), Bytes::Load(at + 1));
+// `Vectors` vectors of columns of a row.
+template <class Bytes, size_t Vectors>
+struct RowOfMaxima {
+    typename Bytes::Vector of[Vectors];
+};
+
+// Replaces columns by the larger of themselves and their right neighbours: those at `at` and, with
+// two vectors, those `apart` columns to the right of it, which may overlap the first: both are
+// loaded before either is replaced.
+template <class Bytes, size_t Vectors>
+inline RowOfMaxima<Bytes, Vectors> MaxOfNeighbours(int8_t* at, size_t apart) {
+    RowOfMaxima<Bytes, Vectors> maxima;
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        const int8_t* from = at + v * apart;
+        maxima.of[v] = Bytes::Max(Bytes::Load(from), Bytes::Load(from + 1));
+    }
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        Bytes::Store(at + v * apart, maxima.of[v]);
+    }
+    return maxima;
 }
 
-// `Vectors` vectors of columns of a plane, one at src and, with two, one `apart` columns to the
-// right of it, which may overlap the first: both are loaded before either is replaced by its
-// maxima.
+template <class Bytes, size_t Vectors>
+inline void StoreMaxOfRows(const RowOfMaxima<Bytes, Vectors>& a,
+                           const RowOfMaxima<Bytes, Vectors>& b, int8_t* dst, size_t apart) {
+#pragma GCC unroll 2
+    for (size_t v = 0; v < Vectors; ++v) {
+        Bytes::Store(dst + v * apart, Bytes::Max(a.of[v], b.of[v]));
+    }
+}
+
+// Down the columns of a plane, two rows at a time, so that no row's maxima are copied: a fifth
+// fewer instructions than one row at a time.
 template <class Bytes, size_t Vectors>
 void MaxPoolColumns(int8_t* src, size_t apart, size_t width, size_t height, int8_t* dst) {
-    typename Bytes::Vector above[Vectors];
-    for (size_t y = 0; y < height; ++y, src += width) {
-        typename Bytes::Vector maxima[Vectors];
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            maxima[v] = MaxOfNeighbours<Bytes>(src + v * apart);
-        }
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            Bytes::Store(src + v * apart, maxima[v]);
-            if (y > 0) {
-                Bytes::Store(dst + v * apart, Bytes::Max(above[v], maxima[v]));
-            }
-            above[v] = maxima[v];
-        }
-        dst += y > 0 ? width - 1 : 0;
+    auto above = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+    size_t left = height - 1;
+    for (; left >= 2; left -= 2) {
+        src += width;
+        const auto below = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+        StoreMaxOfRows(above, below, dst, apart);
+        dst += width - 1;
+        src += width;
+        above = MaxOfNeighbours<Bytes, Vectors>(src, apart);
+        StoreMaxOfRows(below, above, dst, apart);
+        dst += width - 1;
+    }
+    if (left > 0) {
+        const auto below = MaxOfNeighbours<Bytes, Vectors>(src + width, apart);
+        StoreMaxOfRows(above, below, dst, apart);
     }
 }
 
@@ -787,8 +797,11 @@ void Multiply(const MatrixProduct& p) {
         plain::Multiply(p);
         return;
     }
-    const size_t blockTiles = std::min(p.scratchBytes, kBlockBytes) / (steps * kStepBytes);
-    const size_t blockPixels = blockTiles * kTilePixels;
+    // As few blocks as there is room for, of much the same size.
+    const size_t mostTiles = std::min(p.scratchBytes, kBlockBytes) / (steps * kStepBytes);
+    const size_t tiles = (p.pixels + kTilePixels - 1) / kTilePixels;
+    const size_t blocks = (tiles + mostTiles - 1) / mostTiles;
+    const size_t blockPixels = blocks == 0 ? 0 : (tiles + blocks - 1) / blocks * kTilePixels;
     for (size_t pixel = 0; pixel < p.pixels; pixel += blockPixels) {
         const Block block{p.scratch, steps, std::min(blockPixels, p.pixels - pixel)};
         PackBlock(p, pixel, block, p.scratch);
@@ -797,20 +810,20 @@ void Multiply(const MatrixProduct& p) {
 }
 
 void Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
         plain::Depthwise(p);
         return;
     }
     const size_t plane = p.width * p.height;
-    int8_t inside[WideColumns::kCount] = {};
-    std::memset(inside, -1, std::min(p.width, WideColumns::kCount));
-    StripPlane at{p.src, nullptr, inside, p.dst, p.width, p.height};
+    StripPlane at{p.src, nullptr, p.dst, p.width, p.height};
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
         if (HalvedSums::Take(filter)) {
-            ConvolvePlane<HalvedSums>(at, filter);
+            ConvolvePlane<FilterStrip<WideColumns, HalvedSums>, FilterStrip<Columns8, HalvedSums>>(
+                at, filter);
         } else if (WidenedSums::Take(filter)) {
-            ConvolvePlane<WidenedSums>(at, filter);
+            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
+                          FilterStrip<Columns8, WidenedSums>>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});
@@ -819,6 +832,9 @@ void Depthwise(const DepthwisePlanes& p) {
 }
 
 void MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    if (height == 0) {
+        return;
+    }
     if (width > Bytes16::kCount) {
         MaxPoolPlane<Bytes16>(src, width, height, dst);
     } else if (width > Bytes8::kCount) {

@@ -12,6 +12,14 @@
 
 namespace orvo {
 
+// When sums of 16 bits that a group of channels adds its products in are widened.
+enum class Widen {
+    kStep,  // after each step of four rows
+    kPair,  // after two steps
+    kEnd,   // after the last: they take all rows
+    kNever, // they cannot take even one step
+};
+
 // 32 bytes, as two vectors of 16 or four of 8: what 32-bit ARM loads and stores by one instruction,
 // and 64-bit ARM by one for two registers. Loading and storing move the address past them.
 #if defined(__aarch64__)
@@ -30,13 +38,13 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
     to += 32;
 }
 
-// Each pair of bytes four times.
-inline Bytes32 RepeatPairs(int8x8_t pairs) {
+// Stores each pair of bytes four times; `to` moves past them.
+inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
     const int8x16_t table = vcombine_s8(pairs, pairs);
     const uint8x16_t first = vreinterpretq_u8_u64(
         vcombine_u64(vcreate_u64(0x0100010001000100u), vcreate_u64(0x0302030203020302u)));
     const uint8x16_t second = vaddq_u8(first, vdupq_n_u8(4));
-    return {{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}};
+    Store32({{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}}, to);
 }
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
@@ -44,7 +52,7 @@ inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
     return {{vmaxq_s8(bytes.val[0], limit), vmaxq_s8(bytes.val[1], limit)}};
 }
 
-// Both halves of vector A of `a` times those of vector B of `b`.
+// Pixels 4 A to 4 A + 3 of `a`, rows 0 and 1 and rows 2 and 3, times vector B of the weights `b`.
 template <int A, int B>
 inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
     return vmlal_high_s8(vmlal_s8(sum, vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
@@ -54,6 +62,12 @@ template <int A, int B>
 inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
     return vmlal_high_s8(vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
                          b.val[B]);
+}
+
+inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
+    vst1q_s8(to, vcombine_s8(vget_low_s8(rows01), vget_low_s8(rows23)));
+    vst1q_s8(to + 16, vcombine_s8(vget_high_s8(rows01), vget_high_s8(rows23)));
+    to += 32;
 }
 
 #else
@@ -85,12 +99,17 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
 #endif
 }
 
-inline Bytes32 RepeatPairs(int8x8_t pairs) {
-    const int16x4_t words = vreinterpret_s16_s8(pairs);
-    return {{vreinterpret_s8_s16(vdup_lane_s16(words, 0)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 1)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 2)),
-             vreinterpret_s8_s16(vdup_lane_s16(words, 3))}};
+// GCC would move the first pair to a core register and back.
+inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
+    __asm__(
+        "vdup.16 d16, %P[pairs][0]\n\t"
+        "vdup.16 d17, %P[pairs][1]\n\t"
+        "vdup.16 d18, %P[pairs][2]\n\t"
+        "vdup.16 d19, %P[pairs][3]\n\t"
+        "vst1.8 {d16-d19}, [%[to]]!"
+        : [to] "+r"(to), "=m"(*reinterpret_cast<int8_t(*)[32]>(to))
+        : [pairs] "w"(pairs)
+        : "q8", "q9");
 }
 
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
@@ -101,11 +120,18 @@ inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
 
 template <int A, int B>
 inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
-    return vmlal_s8(vmlal_s8(sum, a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1], b.val[2 * B + 1]);
+    return vmlal_s8(vmlal_s8(sum, a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
 }
 template <int A, int B>
 inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
-    return vmlal_s8(vmull_s8(a.val[2 * A], b.val[2 * B]), a.val[2 * A + 1], b.val[2 * B + 1]);
+    return vmlal_s8(vmull_s8(a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
+}
+
+// Rows interleaved by two, 8 pixels, in the order that suits these products; `to` moves past them.
+inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
+    vst1q_s8(to, rows01);
+    vst1q_s8(to + 16, rows23);
+    to += 32;
 }
 
 #endif
@@ -131,14 +157,57 @@ inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
 #endif
 }
 
+#if defined(__aarch64__)
+
+// Two vectors by one instruction. Copies of a constant are loaded sooner than moved.
+struct TwoVectors {
+    int32x4_t first, second;
+};
+inline TwoVectors LoadTwo(const int32_t from[8]) {
+    TwoVectors loaded;
+    __asm__("ldp %q0, %q1, %2"
+            : "=w"(loaded.first), "=w"(loaded.second)
+            : "Q"(*reinterpret_cast<const int32_t(*)[8]>(from)));
+    return loaded;
+}
+
+// The top bytes of four vectors, in order.
+inline int8x16_t TopBytes(const int32x4_t v[4]) {
+    const int16x8_t low = vuzp2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[1]));
+    const int16x8_t high = vuzp2q_s16(vreinterpretq_s16_s32(v[2]), vreinterpretq_s16_s32(v[3]));
+    return vuzp2q_s8(vreinterpretq_s8_s16(low), vreinterpretq_s8_s16(high));
+}
+
+// The same, one of each vector in turn.
+inline int8x16_t InterleaveTopBytes(const int32x4_t v[4]) {
+    const int16x8_t even = vtrn2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[2]));
+    const int16x8_t odd = vtrn2q_s16(vreinterpretq_s16_s32(v[1]), vreinterpretq_s16_s32(v[3]));
+    return vtrn2q_s8(vreinterpretq_s8_s16(even), vreinterpretq_s8_s16(odd));
+}
+
+#endif
+
+// A finished sum is shifted left, with saturation, until its top byte is the output: the bits below
+// that byte are those that the right shift by `shift` drops, and what the byte cannot hold
+// saturates the whole.
+inline int32x4_t TopByteShift(uint32_t shift) {
+    return vdupq_n_s32(24 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
+}
+
 // The vector shifts take the count of a right shift as a negative number, one a lane.
 inline int32x4_t RightShiftCount(uint32_t shift) {
     return vdupq_n_s32(-static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
 }
 
-// Eight finished sums, shifted and saturated.
+// Eight finished sums.
 inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) {
-    return vqmovn_s16(NarrowPair(vshlq_s32(low, shiftCount), vshlq_s32(high, shiftCount)));
+    const int16x8_t lowWords = vreinterpretq_s16_s32(vqshlq_s32(low, shiftCount));
+    const int16x8_t highWords = vreinterpretq_s16_s32(vqshlq_s32(high, shiftCount));
+#if defined(__aarch64__)
+    return vshrn_n_s16(vuzp2q_s16(lowWords, highWords), 8);
+#else
+    return vshrn_n_s16(vuzpq_s16(lowWords, highWords).val[1], 8);
+#endif
 }
 
 } // namespace orvo

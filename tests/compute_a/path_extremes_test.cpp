@@ -107,6 +107,67 @@ TEST(PathExtremes, ConvolutionSumsThatJustFit) {
     CheckAllRowTotals(kGenericConv, shape);
 }
 
+// Inputs without a sign, as a rectifier leaves them, let 16-bit sums take a total of 258: pairs of
+// rows of each stretch, the first two of each four and the second two, add up to `total`.
+void CheckRectifiedTotals(const ConvShape& shape, size_t stretch, int total, int sign) {
+    const size_t rows = orvo_reference::DotLength(shape);
+    Random random(rows * 1000 + static_cast<size_t>(total));
+    ConvData data;
+    data.src.assign(orvo_reference::SrcBytes(shape), INT8_MAX);
+    data.weights.resize(kPointwiseConv.weightCount(shape));
+    for (int c = 0; c < shape.dstChannels; ++c) {
+        int8_t* row = data.weights.data() + static_cast<size_t>(c) * rows;
+        for (size_t start = 0; start < rows; start += stretch) {
+            for (const size_t pair : {0, 2}) {
+                std::vector<size_t> places;
+                for (size_t k = start; k < std::min(start + stretch, rows); ++k) {
+                    if ((k & 2) == pair) {
+                        places.push_back(k);
+                    }
+                }
+                std::vector<int8_t> weights(places.size());
+                PutWeights(weights.data(), 1, weights.size(), total, sign, random);
+                for (size_t i = 0; i < places.size(); ++i) {
+                    row[places[i]] = weights[i];
+                }
+            }
+        }
+        data.bias.push_back(random.Between(-1000, 1000));
+    }
+    EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data))
+        << "stretch " << stretch << ", total " << total << ", sign " << sign;
+    data.src.back() = INT8_MIN; // one sign anywhere
+    EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data)) << "with a sign";
+}
+
+TEST(PathExtremes, RectifiedPointwiseSumsThatJustFit) {
+    for (const int rows : {24, 37, 64}) {
+        for (const size_t stretch : {size_t{4}, size_t{8}, size_t{1000}}) {
+            for (const int total : {256, 257, 258, 259, 260, 600}) {
+                for (const int sign : {-1, 1, 0}) {
+                    CheckRectifiedTotals(Pointwise(6, 6, rows, 6, 9), stretch, total, sign);
+                }
+            }
+        }
+    }
+}
+
+TEST(PathExtremes, RectifiedPointwiseSizes) {
+    for (const int rows : {1, 2, 3, 4, 5, 7, 8, 9, 511, 512, 513, 1100}) {
+        for (const int pixels : {16, 17, 24, 25, 31, 33, 41}) {
+            const ConvShape shape = Pointwise(pixels, 1, rows, 1 + (rows + pixels) % 9, 10);
+            for (ConvData data :
+                 {LivelyData(kPointwiseConv, shape, 3), ExtremeData(kPointwiseConv, shape, 4)}) {
+                for (int8_t& value : data.src) {
+                    value = std::max<int8_t>(value, 0);
+                }
+                EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data))
+                    << rows << " rows, " << pixels << " pixels";
+            }
+        }
+    }
+}
+
 // Every row count up to the steps of any path, every leftover of pixels and of channels.
 TEST(PathExtremes, PointwiseSizes) {
     for (int rows = 1; rows <= 20; ++rows) {

@@ -311,21 +311,36 @@ TEST_F(Commands, HelpShowsExamples) {
     EXPECT_NE(Output({"compare", "--help"}).find("--box"), std::string::npos);
 }
 
-TEST_F(Commands, SamplePicturesAreTaken) {
+// "ada" of "samples/ada-1.png".
+std::string Person(const std::string& path) {
+    const std::string name = std::filesystem::path(path).filename().string();
+    return name.substr(0, name.find('-'));
+}
+
+TEST_F(Commands, SamplePicturesAreTakenAndPeopleResembleThemselves) {
     std::vector<std::string> arguments = {"compare", "--json"};
     for (const auto& entry : std::filesystem::directory_iterator(ORVO_SAMPLES)) {
         if (entry.path().extension() == ".png") {
             arguments.push_back(entry.path().string());
         }
     }
-    ASSERT_EQ(arguments.size(), 2u + 12u);
+    ASSERT_EQ(arguments.size(), 2u + 36u);
     const json result = JsonOutput(arguments);
-    for (size_t i = 0; i < 12; ++i) {
+    double same = 0;
+    double different = 0;
+    for (size_t i = 0; i < 36; ++i) {
         EXPECT_EQ(result["pictures"][i]["width"], 256);
+        const std::string person = Person(arguments[2 + i]);
         for (size_t j = 0; j < i; ++j) {
-            EXPECT_LT(result["distances"][i][j].get<double>(), 0.9999);
+            const double distance = result["distances"][i][j].get<double>();
+            EXPECT_LT(distance, 0.9999);
+            (Person(arguments[2 + j]) == person ? same : different) += distance;
         }
     }
+    // 3 pairs of each of 12 people, and all other pairs.
+    constexpr double kSamePairs = 12 * 3;
+    constexpr double kOtherPairs = 36 * 35 / 2 - kSamePairs;
+    EXPECT_GT(same / kSamePairs, different / kOtherPairs + 0.3);
 }
 
 TEST_F(Commands, InfoNamesVersionPathMemoryModelsAndCustomData) {

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+// Renders grey pictures of people who do not exist, for training and evaluating the networks.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "shards.h"
+#include "sheet.h"
+
+namespace {
+
+using facegen::Job;
+
+struct Options {
+    std::string assets;
+    Job job;
+    bool frames = false;
+};
+
+CLI::App* add_command(CLI::App& app, Options& options, const char* name, const char* what) {
+    CLI::App* command = app.add_subcommand(name, what);
+    command->add_option("--assets", options.assets, "Folder with the head assets")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    command->add_option("--out", options.job.out, "Where the result goes")->required();
+    command->add_option("--people", options.job.people, "How many people")
+        ->required()
+        ->check(CLI::PositiveNumber);
+    command->add_option("--pictures", options.job.pictures, "How many pictures of each")
+        ->required()
+        ->check(CLI::PositiveNumber);
+    command->add_option("--seed", options.job.seed, "The same seed gives the same pictures")
+        ->capture_default_str();
+    command->add_option("--first-person", options.job.first_person, "Number of the first person")
+        ->capture_default_str();
+    return command;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Renders grey pictures of people who do not exist."};
+    app.require_subcommand(1);
+    Options options;
+    CLI::App* crops =
+        add_command(app, options, "crops", "shards of 128 x 128 pictures around faces");
+    CLI::App* frames =
+        add_command(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
+    CLI::App* sheet = add_command(app, options, "sheet", "a contact sheet, one row a person");
+    add_command(app, options, "people", "PNG files, one folder a person, and boxes.json");
+    for (CLI::App* command : {crops, frames}) {
+        command->add_option("--threads", options.job.threads, "Threads to render with")
+            ->capture_default_str()
+            ->check(CLI::Range(1, 256));
+        command->add_option("--shard-size", options.job.shard_size, "Pictures a shard")
+            ->capture_default_str()
+            ->check(CLI::PositiveNumber);
+    }
+    frames->add_option("--empty", options.job.empty_share, "Share of pictures without a face")
+        ->check(CLI::Range(0.0F, 1.0F));
+    sheet->add_flag("--frames", options.frames, "Frames with their boxes instead of crops");
+    sheet->add_flag("--clean", options.job.clean, "Without blur, noise and JPEG");
+    sheet->add_flag("--plain", options.job.plain, "Clean, facing the camera, in even light");
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        const facegen::Studio studio = facegen::open_studio(options.assets);
+        if (*crops || *frames) {
+            options.job.view = *frames ? facegen::View::frame : facegen::View::crop;
+            facegen::render_shards(studio, options.job);
+        } else if (*sheet) {
+            options.job.view = options.frames ? facegen::View::frame : facegen::View::crop;
+            facegen::render_sheet(studio, options.job);
+        } else {
+            facegen::render_people(studio, options.job);
+        }
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "facegen: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <vector>
+
+namespace facegen {
+
+// Writes an array in NumPy's format: first under a temporary name, renamed when it is complete, so
+// that whoever reads the folder meanwhile sees whole files only. `type` is NumPy's, such as "|u1".
+void write_npy(const std::filesystem::path& file, const char* type,
+               const std::vector<std::size_t>& shape, const void* data, std::size_t bytes);
+
+} // namespace facegen
