@@ -8,6 +8,7 @@ import numpy as np
 
 ROOT = Path(__file__).resolve().parent.parent
 IMAGE, ALIGN, CROP, FEATURES = 256, 24, 96, 128
+_OK, _REPEAT_INIT = 0, 7
 
 
 def find_library():
@@ -29,14 +30,14 @@ def _address(array):
 
 
 class Library:
-    """One instance a process: the library keeps its state in itself."""
+    """The library keeps its state in itself: one call at a time, from whichever instance."""
 
     def __init__(self, path=None):
         # Platform functions that only the device API calls stay unresolved.
         self._lib = ctypes.CDLL(str(path or find_library()), mode=os.RTLD_LAZY)
         self._lib.AlignGetOutput.restype = ctypes.c_void_p
         self._lib.FrGetOutput.restype = ctypes.c_void_p
-        if self._lib.OrvoFrInit() != 0:
+        if self._lib.OrvoFrInit() not in (_OK, _REPEAT_INIT):
             raise RuntimeError("the library's models cannot be deciphered")
         self._memory = np.zeros(self._lib.OrvoFrGetMemorySize(), np.uint8)
         if self._lib.OrvoFrSetMemory(_address(self._memory), len(self._memory)) != 0:
