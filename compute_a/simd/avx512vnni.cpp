@@ -20,14 +20,6 @@ inline __attribute__((always_inline)) void DotAccumulate(__m512i& sum, __m512i v
     __asm__("vpdpbusd %2, %1, %0" : "+v"(sum) : "v"(values), "v"(weights));
 }
 
-// What sums start from, loaded once more for each of them: a load is free where the products keep
-// both vector ports busy, while a copy of a register takes one of them.
-inline __attribute__((always_inline)) __m512i LoadSums(const __m512i* from) {
-    __m512i sums;
-    __asm__ volatile("vmovdqa64 %1, %0" : "=v"(sums) : "m"(*from));
-    return sums;
-}
-
 inline __mmask64 FirstBytes(size_t count) {
     return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
@@ -122,7 +114,6 @@ struct Bytes64 {
 constexpr size_t kGroup = 4; // channels
 constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 4 * kVectorPixels; // of four vectors that are packed at once
-constexpr size_t kMostVectors = 5;                // of a block: 20 sums
 constexpr size_t kMostSteps = 256;                // of four rows
 constexpr size_t kPackedBytes = 24 * 1024;        // at a time, to stay in the first cache
 
@@ -494,9 +485,9 @@ void Multiply(const MatrixProduct& p) {
 // outputs in four of them. Which output a lane has is chosen so that packing the sums leaves them
 // in order.
 //
-// Rows of more than 14 columns are taken one at a time, of one plane or of two side by side, and
-// what was made of them is used for three rows of outputs. Shorter rows are taken several at a
-// time, as they lie in memory, once for each row of the filter.
+// Rows are taken one at a time, of one plane or of two or four side by side, and what was made of
+// them is used for three rows of outputs. Planes of up to 6 x 8 are taken whole, as they lie in
+// memory, once for each row of the filter.
 //
 // Register plan: the 12 vectors of three rows, 4 sums, 4 permutations, 3 filter rows, the shift and
 // the lowest value. For 64 outputs of long rows: 4 permutations, 12 products, 2 to 4 shifts, 3
