@@ -91,10 +91,8 @@ def main():
     if not trainer.resume():
         state = torch.load(args.float / "checkpoint.pt", map_location=trainer.device)
         trainer.take_people(state)
-        print("float network: ", end="")
-        print(
-            "  ".join(f"{k} {v:.4f}" for k, v in state["history"][-1].items()), flush=True
-        )
+        for entry in state["history"][-1:]:
+            print("float network: " + "  ".join(f"{k} {v:.4f}" for k, v in entry.items()), flush=True)
         trainer.checkpoint()
     trainer.run()
 

@@ -1,0 +1,104 @@
+# SPDX-License-Identifier: MIT
+"""Folding and rescaling leave what the float network computes as it is."""
+import unittest
+from unittest import mock
+
+import numpy as np
+
+from training import layers
+from training.tests import pictures
+
+try:
+    import torch
+    import torch.nn.functional as F
+
+    from training import conversion
+    from training.float_net import FloatNet, is_normalised, to_input
+except ImportError as error:
+    raise unittest.SkipTest(f"{error.name} is not installed") from error
+
+QUIET = 0.1  # factor on every layer's answers, so that none is cut off
+
+
+def walk(net, parameters, x):
+    """The network in real numbers without limits, from folded weights and biases in the units of the
+    integers."""
+    shortcut = None
+    for op in net.ops:
+        if isinstance(op, layers.Conv):
+            w, bias = parameters[op.number]
+            bias = (bias - 0.5).view(1, -1, *[1] * (x.dim() - 2))
+            if op.kind == "dense":
+                x = F.linear(x.flatten(1), w) / 2.0**op.shift + bias.view(1, -1)
+            else:
+                groups = op.outputs if op.kind in ("depthwise", "global") else 1
+                padding = 1 if op.kind in ("full", "depthwise") else 0
+                x = F.conv2d(x, w, stride=op.stride, padding=padding, groups=groups) / 2.0**op.shift
+                x = x + bias
+            x = x.clamp(min=0) if op.rectified else x
+        elif isinstance(op, layers.Save):
+            shortcut = x
+        elif isinstance(op, layers.Add):
+            missing = x.shape[1] - shortcut.shape[1]
+            shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
+            x = x * 2.0**op.branch_shift + shortcut * 2.0**op.shortcut_shift
+            x = x / 2.0**op.out_shift
+        elif isinstance(op, layers.MaxPool):
+            x = F.max_pool2d(x, 2, op.stride)
+        else:
+            x = x.mean((2, 3), keepdim=True) * 2.0**op.shift
+    return x.flatten(1)
+
+
+def made(network):
+    """A network with statistics of its own, and some input."""
+    net = FloatNet(network, seed=3)
+    small = pictures.synthetic(8, layers.INPUT_SIZE[network], seed=6)
+    x = to_input(torch.from_numpy(small))
+    net.set_gains(x)
+    generator = torch.Generator().manual_seed(1)
+    with torch.no_grad():
+        for name, parameter in net.named_parameters():
+            if name.startswith(("gamma", "beta")):
+                parameter.add_(0.02 * torch.randn(parameter.shape, generator=generator))
+    return net.eval(), x
+
+
+class Conversion(unittest.TestCase):
+    def test_folded_weights_compute_the_float_network(self):
+        for network in layers.PROGRAMS:
+            net, x = made(network)
+            largest = []
+            plain = F.hardtanh
+
+            def observed(tensor, low, high):
+                largest.append(float(tensor.abs().max()))
+                return plain(tensor, low, high)
+
+            with torch.no_grad(), mock.patch.object(F, "hardtanh", observed):
+                for op in net.convs:
+                    if is_normalised(op):
+                        getattr(net, f"gain{op.number}").mul_(QUIET)
+                expected = net(x)
+                answer = walk(net, conversion.folded(net), 128 * x.double()) / 128
+            self.assertLess(max(largest), 127 / 128, network)
+            scale = float(expected.abs().max())
+            np.testing.assert_allclose(answer, expected, atol=1e-4 * scale, err_msg=network)
+
+    def test_rescaling_changes_weights_but_not_what_is_computed(self):
+        for network in layers.PROGRAMS:
+            net, x = made(network)
+            parameters = conversion.folded(net)
+            with mock.patch.object(conversion, "STEPS", 30):
+                changed, before, after = conversion.rescale(net, parameters, x)
+            self.assertLess(after, before, network)
+            with torch.no_grad():
+                expected = walk(net, parameters, 128 * x.double())
+                answer = walk(net, changed, 128 * x.double())
+            np.testing.assert_allclose(answer, expected, rtol=1e-8, atol=1e-8, err_msg=network)
+            differs = [n for n in parameters if not torch.equal(parameters[n][0], changed[n][0])]
+            self.assertGreater(len(differs), len(parameters) // 2, network)
+
+
+if __name__ == "__main__":
+    unittest.main()
