@@ -2,12 +2,11 @@
 //
 // The core API: working memory, the way from a picture to its feature, the distance of two
 // features.
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 
 #include "common/diagnostics.h"
 #include "compute_a/routines.h"
+#include "fr_demo/face_box.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/image_tools.h"
 #include "orvo/orvo_fr.h"
@@ -36,37 +35,15 @@ constexpr uint32_t kAlignInnerBufOffset = kAlignWorkspaceBytes;
 constexpr uint32_t kInnerImageOffset = kFrInnerBufOffset + kFrInnerBufBytes;
 static_assert(kInnerImageOffset + 3 * kPlaneBytes == ORVO_FR_MEMORY_SIZE);
 
-// A region of the picture: left and top inclusive, right and bottom exclusive.
-struct Box {
-    int32_t left, top, right, bottom;
-
-    bool empty() const { return left >= right || top >= bottom; }
-};
-
-// The alignment network answers in units of 2 pixels.
-int32_t ToPixels(int8_t answer) {
-    return static_cast<int32_t>(std::floor((answer * 256 + 64) * 0.0078125));
-}
-
-// What of the box lies inside the picture, or the whole picture if nothing does: untrained or
-// enciphered weights can answer anything, and nothing outside the picture may be read.
-Box InsidePicture(const Box& box) {
-    const Box cut{std::max(box.left, 0), std::max(box.top, 0), std::min(box.right, kImageSize),
-                  std::min(box.bottom, kImageSize)};
-    return cut.empty() ? Box{0, 0, kImageSize, kImageSize} : cut;
-}
-
-Box LocateFace(const FrImage& img) {
+orvo::FaceBox LocateFace(const FrImage& img) {
     ImageResizeBilin(img.addr, g_frInnerImage, img.height, img.width, img.stride, kAlignSize,
                      kAlignSize);
     AlignRun(g_frInnerImage);
-    const int8_t* answer = AlignGetOutput();
-    return InsidePicture(
-        {ToPixels(answer[0]), ToPixels(answer[1]), ToPixels(answer[2]), ToPixels(answer[3])});
+    return orvo::BoxOfAnswer(AlignGetOutput());
 }
 
 // The row pitch is 256 here whatever the picture's stride is: the contract of OrvoFrRun().
-void CropFace(const FrImage& img, const Box& box) {
+void CropFace(const FrImage& img, const orvo::FaceBox& box) {
     ImageResizeBilin(img.addr + box.top * kImageSize + box.left, g_frInnerImage,
                      box.bottom - box.top, box.right - box.left, kImageSize, kCropSize, kCropSize);
 }

@@ -26,6 +26,7 @@ constexpr const char* kExamples =
     "  kova-fr compare a.jpg b.png\n"
     "  kova-fr compare samples/*.png\n"
     "  kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png\n"
+    "  kova-fr compare --detect-all party.jpg\n"
     "  kova-fr compare --json --save-crop crop.png a.jpg b.png";
 
 Table Distances(const Recogniser& recogniser, const std::vector<Face>& faces) {
@@ -102,6 +103,9 @@ std::string Json(const std::vector<Face>& faces, const Table& table) {
 }
 
 void RunCompare(const FaceOptions& options) {
+    if (options.pictures.size() < 2 && !options.detectAll) {
+        throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --detect-all");
+    }
     std::vector<OutputFile> crops = CropFiles(options);
     CheckOutputs(crops, options.pictures);
     const Recogniser recogniser;
@@ -118,7 +122,7 @@ void AddCompareCommand(CLI::App& program) {
     CLI::App& command =
         *program.add_subcommand("compare", "Print the distances of two or more faces");
     const auto options = std::make_shared<FaceOptions>();
-    AddFaceOptions(command, *options, 2);
+    AddFaceOptions(command, *options, 1);
     command.footer(kExamples);
     command.callback([options] { RunCompare(*options); });
 }

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "face.h"
 
+#include <utility>
+
 #include "failure.h"
+#include "fr_demo/face_box.h"
+#include "orvo/image_tools.h"
 
 namespace kova_cli {
 namespace {
@@ -15,11 +19,7 @@ std::vector<uint8_t> CopyCrop() {
     return crop;
 }
 
-void Extract(const GreyPicture& picture, const std::optional<Box>& box, Face& face) {
-    face.pictureWidth = picture.width;
-    face.pictureHeight = picture.height;
-    face.box = FrameBox(picture, box);
-    const MediaFrame frame(picture, face.box);
+void Extract(const MediaFrame& frame, Face& face) {
     const uint32_t status = kova_fr_extract_obj_feature(
         &frame.image(), static_cast<uint32_t>(face.feature.size()), face.feature.data());
     if (status != KOVA_FR_OK) {
@@ -27,6 +27,35 @@ void Extract(const GreyPicture& picture, const std::optional<Box>& box, Face& fa
                       "); report this status");
     }
     face.crop = CopyCrop();
+}
+
+// The box that the alignment network finds in a frame. The networks share their memory, so the
+// library does not keep the answer behind a feature; asked again it is the same.
+Box LocateFace(const std::vector<uint8_t>& frame) {
+    ImageResizeBilin(frame.data(), g_frInnerImage, kFrameSize, kFrameSize, kFrameSize,
+                     ORVO_FR_ALIGN_SIZE, ORVO_FR_ALIGN_SIZE);
+    AlignRun(g_frInnerImage);
+    const orvo::FaceBox box = orvo::BoxOfAnswer(AlignGetOutput());
+    return {static_cast<uint32_t>(box.left), static_cast<uint32_t>(box.top),
+            static_cast<uint32_t>(box.right - box.left),
+            static_cast<uint32_t>(box.bottom - box.top)};
+}
+
+// Loads the picture and hands its frame to `use`, with a face that knows where it comes from. The
+// Failure names the picture.
+template <typename Use>
+void WithFrame(const std::string& path, const std::optional<Box>& box, const Use& use) {
+    const GreyPicture picture = LoadPicture(path);
+    try {
+        Face face;
+        face.path = path;
+        face.pictureWidth = picture.width;
+        face.pictureHeight = picture.height;
+        face.box = FrameBox(picture, box);
+        use(MediaFrame(picture, face.box), face);
+    } catch (const Failure& failure) {
+        throw Failure(path + ": " + failure.what());
+    }
 }
 
 } // namespace
@@ -42,15 +71,23 @@ Recogniser::Recogniser() {
 Recogniser::~Recogniser() { kova_fr_deinit(); }
 
 Face Recogniser::Recognise(const std::string& path, const std::optional<Box>& box) const {
-    Face face;
-    face.path = path;
-    const GreyPicture picture = LoadPicture(path);
-    try {
-        Extract(picture, box, face);
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
-    return face;
+    Face result;
+    WithFrame(path, box, [&result](const MediaFrame& frame, Face& face) {
+        Extract(frame, face);
+        result = std::move(face);
+    });
+    return result;
+}
+
+Inspection Recogniser::Inspect(const std::string& path, const std::optional<Box>& box) const {
+    Inspection result;
+    WithFrame(path, box, [&result](const MediaFrame& frame, Face& face) {
+        Extract(frame, face);
+        result.face = std::move(face);
+        result.frame = ScaledFrame(frame.image());
+        result.faceBox = LocateFace(result.frame);
+    });
+    return result;
 }
 
 float Recogniser::Distance(const Feature& a, const Feature& b) const {

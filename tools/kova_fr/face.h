@@ -25,6 +25,14 @@ struct Face {
 };
 
 inline constexpr uint32_t kCropSize = ORVO_FR_CROP_SIZE;
+inline constexpr uint32_t kFrameSize = ORVO_FR_IMAGE_SIZE;
+
+// A face with what lies between the picture and the feature.
+struct Inspection {
+    Face face;
+    std::vector<uint8_t> frame; // what the library looked at, kFrameSize rows and columns
+    Box faceBox;                // in the frame, by the alignment network
+};
 
 // The device API, from its initialisation to its end.
 class Recogniser {
@@ -36,6 +44,7 @@ class Recogniser {
 
     // The Failure names the picture.
     Face Recognise(const std::string& path, const std::optional<Box>& box) const;
+    Inspection Inspect(const std::string& path, const std::optional<Box>& box) const;
     float Distance(const Feature& a, const Feature& b) const;
 };
 

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <filesystem>
 
+#include "detector.h"
+
 namespace kova_cli {
 namespace {
 
@@ -58,6 +60,9 @@ void CheckBoxCount(const FaceOptions& options) {
 
 // One box serves all pictures; more of them belong to the pictures in order.
 std::optional<Box> BoxOf(const FaceOptions& options, size_t picture) {
+    if (options.detect) {
+        return DetectFaces(options.pictures[picture]).front();
+    }
     if (options.boxes.empty()) {
         return std::nullopt;
     }
@@ -73,10 +78,10 @@ std::string NumberedPath(const std::string& path, size_t number) {
 
 } // namespace
 
-void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures) {
+void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures, int mostPictures) {
     command.add_option("pictures", options.pictures, "PNG, JPEG, PGM or PPM files")
         ->required()
-        ->expected(fewestPictures, CLI::detail::expected_max_vector_size)
+        ->expected(fewestPictures, mostPictures)
         ->type_name("PICTURE");
     command
         .add_option("--box", options.boxes,
@@ -91,6 +96,18 @@ void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures)
                     "pictures the names are numbered (FILE-1.png, FILE-2.png), and files with "
                     "such a name that exist already are not replaced")
         ->type_name("FILE.png");
+    auto* const detect = command.add_flag(
+        "--detect", options.detect, "Find the largest face in each picture, a whole photograph");
+    detect->excludes("--box");
+    if (mostPictures > 1) {
+        command
+            .add_flag("--detect-all", options.detectAll,
+                      "Find all faces in each picture; they are named picture#1, picture#2, from "
+                      "the largest to the smallest")
+            ->excludes("--box")
+            ->excludes("--detect")
+            ->excludes("--save-crop");
+    }
     command.add_flag("--json", options.json, "Print one line of JSON");
 }
 
@@ -119,9 +136,23 @@ std::vector<Face> RecogniseAll(const Recogniser& recogniser, const FaceOptions& 
     CheckBoxCount(options);
     std::vector<Face> faces;
     for (size_t i = 0; i < options.pictures.size(); ++i) {
-        faces.push_back(recogniser.Recognise(options.pictures[i], BoxOf(options, i)));
+        const std::string& path = options.pictures[i];
+        if (!options.detectAll) {
+            faces.push_back(recogniser.Recognise(path, BoxOf(options, i)));
+            continue;
+        }
+        size_t number = 0;
+        for (const Box& box : DetectFaces(path)) {
+            faces.push_back(recogniser.Recognise(path, box));
+            faces.back().path += "#" + std::to_string(++number);
+        }
     }
     return faces;
+}
+
+Inspection InspectOne(const Recogniser& recogniser, const FaceOptions& options) {
+    CheckBoxCount(options);
+    return recogniser.Inspect(options.pictures.front(), BoxOf(options, 0));
 }
 
 nlohmann::ordered_json PictureJson(const Face& face) {

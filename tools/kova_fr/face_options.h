@@ -16,10 +16,15 @@ struct FaceOptions {
     std::vector<std::string> pictures;
     std::vector<std::string> boxes; // as typed: "x,y,w,h" or "all"
     std::string cropPath;           // empty: no crops are wanted
+    bool detect = false;            // look for the face in each picture
+    bool detectAll = false;         // take every face of each picture
     bool json = false;
 };
 
-void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures);
+inline constexpr int kAnyNumber = CLI::detail::expected_max_vector_size;
+
+void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures,
+                    int mostPictures = kAnyNumber);
 
 // The files that --save-crop asks for, without their bytes yet: the one that the user named for one
 // picture; for more the name with -1, -2 and so on before its extension.
@@ -28,8 +33,12 @@ std::vector<OutputFile> CropFiles(const FaceOptions& options);
 // Packs the crop of each face into the file of the same rank.
 void FillCropFiles(const std::vector<Face>& faces, std::vector<OutputFile>& files);
 
-// Recognises the pictures in the order given. A wrong number of boxes is wrong usage.
+// Recognises the pictures in the order given. A wrong number of boxes is wrong usage. Of a picture
+// with several faces that are all wanted, each face's path gets #1, #2 and so on.
 std::vector<Face> RecogniseAll(const Recogniser& recogniser, const FaceOptions& options);
+
+// The same for the one face of the one picture, with all that lies between.
+Inspection InspectOne(const Recogniser& recogniser, const FaceOptions& options);
 
 // One picture as the commands describe it in JSON.
 nlohmann::ordered_json PictureJson(const Face& face);

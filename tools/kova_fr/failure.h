@@ -12,4 +12,7 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// All was done and said, and nobody was recognised: ends the program with status 3.
+class NobodyRecognised {};
+
 } // namespace kova_cli

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orvo/kova_fr.h"
 #include "picture_io.h"
@@ -27,6 +28,7 @@ Box FrameBox(const GreyPicture& picture, const std::optional<Box>& box);
 class MediaFrame {
   public:
     MediaFrame(const GreyPicture& picture, const Box& box);
+    MediaFrame(uint32_t width, uint32_t height); // nothing written yet
     ~MediaFrame();
     MediaFrame(const MediaFrame&) = delete;
     MediaFrame& operator=(const MediaFrame&) = delete;
@@ -37,6 +39,9 @@ class MediaFrame {
     obj_img image_ = {};
     void* address_ = nullptr;
 };
+
+// The 256 x 256 picture that the library makes of a frame, by the platform's scaler.
+std::vector<uint8_t> ScaledFrame(const obj_img& image);
 
 // A status of the platform or of the device API as users report it: 0x and eight digits.
 std::string StatusText(uint32_t status);

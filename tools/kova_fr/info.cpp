@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include <openssl/evp.h>
-
 #include <array>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "commands.h"
+#include "digest.h"
 #include "face.h"
 #include "face_options.h"
-#include "failure.h"
 #include "label.h"
 #include "orvo/cipher.h"
-#include "orvo/model_store.h"
 #include "output_file.h"
 
 namespace kova_cli {
@@ -35,31 +31,6 @@ struct Info {
     std::string customData;
 };
 
-std::string Hex(const uint8_t* bytes, size_t count) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
-    }
-    return text;
-}
-
-std::string ModelDigest(const ModelArray* arrays, size_t count) {
-    const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
-                                                                          EVP_MD_CTX_free);
-    if (context == nullptr || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
-        throw Failure("the models' digests cannot be computed: libcrypto refused SHA-256");
-    }
-    for (size_t i = 0; i < count; ++i) {
-        EVP_DigestUpdate(context.get(), arrays[i].data, arrays[i].size);
-    }
-    std::array<uint8_t, EVP_MAX_MD_SIZE> digest;
-    unsigned length = 0;
-    EVP_DigestFinal_ex(context.get(), digest.data(), &length);
-    return Hex(digest.data(), length);
-}
-
 std::string CustomData() {
     std::array<uint8_t, 65536> bytes; // the stored length has 16 bits
     uint32_t length = 0;
@@ -72,8 +43,8 @@ Info Gather() {
     Info info;
     info.instructionSet = OrvoFrGetInstructionSet();
     info.workingMemory = OrvoFrGetMemorySize();
-    info.alignDigest = ModelDigest(g_alignArray, std::size(g_alignArray));
-    info.recognitionDigest = ModelDigest(g_frArray, std::size(g_frArray));
+    info.alignDigest = Hex(AlignModelDigest());
+    info.recognitionDigest = Hex(RecognitionModelDigest());
     info.customData = CustomData();
     return info;
 }
@@ -95,7 +66,7 @@ std::string Json(const Info& info) {
     json["fr_sha256"] = info.recognitionDigest;
     // Any bytes may be hidden in the table, text or not.
     json["custom_data_hex"] =
-        Hex(reinterpret_cast<const uint8_t*>(info.customData.data()), info.customData.size());
+        Hex({reinterpret_cast<const uint8_t*>(info.customData.data()), info.customData.size()});
     return JsonLine(json);
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
@@ -9,10 +10,14 @@
 #include <jerror.h>
 
 #include "failure.h"
+#include "orientation.h"
 #include "picture_io.h"
 
 namespace kova_cli {
 namespace {
+
+constexpr int kExifMarker = JPEG_APP0 + 1;
+constexpr unsigned kMostMarkerBytes = 0xFFFF;
 
 // libjpeg reports errors by calling error_exit, which must not return: it jumps back to the last
 // setjmp. The functions below that call setjmp return false after such a jump and hold nothing that
@@ -77,8 +82,22 @@ bool ReadHeader(JpegReader& reader, Bytes file) {
     }
     jpeg_create_decompress(&reader.info);
     jpeg_mem_src(&reader.info, file.data(), file.size());
+    jpeg_save_markers(&reader.info, kExifMarker, kMostMarkerBytes);
     jpeg_read_header(&reader.info, TRUE);
     return true;
+}
+
+int Orientation(const jpeg_decompress_struct& info) {
+    static constexpr uint8_t kExif[] = {'E', 'x', 'i', 'f', 0, 0};
+    for (const jpeg_marker_struct* marker = info.marker_list; marker != nullptr;
+         marker = marker->next) {
+        const Bytes data(marker->data, marker->data_length);
+        if (marker->marker == kExifMarker && data.size() > sizeof kExif &&
+            std::equal(std::begin(kExif), std::end(kExif), data.begin())) {
+            return ExifOrientation(data.subspan(sizeof kExif));
+        }
+    }
+    return kUpright;
 }
 
 // Programs that leave the Adobe mark store ink inverted, 255 for none; others store it plainly.
@@ -138,9 +157,12 @@ GreyPicture DecodeJpeg(Bytes file) {
     }
     picture.pixels.resize(size_t{picture.width} * picture.height);
     std::vector<uint8_t> row(size_t{picture.width} * 4);
+    // The markers are gone when the last row has been read.
+    const int orientation = Orientation(reader.info);
     if (!ReadRows(reader, row.data(), picture)) {
         FailDamaged(reader.error);
     }
+    MakeUpright(orientation, picture);
     return picture;
 }
 

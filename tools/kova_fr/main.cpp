@@ -12,19 +12,22 @@
 
 namespace {
 
-enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2 };
+enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2, kNobody = 3 };
 
 constexpr const char* kNotes =
     "A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels; the face\n"
     "needs at least 16 x 12. Colour becomes luma with the weights of BT.601, transparent parts "
     "count\n"
-    "as black, marks of rotation (EXIF) are not followed, an odd last column or row is left out.\n"
+    "as black, marks of rotation (EXIF) are followed, an odd last column or row is left out.\n"
     "\n"
-    "Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage.\n"
+    "Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage, 3 (identify with\n"
+    "--threshold) a face that nobody in the gallery is like enough.\n"
     "\n"
     "Examples:\n"
     "  kova-fr compare a.jpg b.png\n"
     "  kova-fr extract --json face.png\n"
+    "  kova-fr enroll people.gallery ada ada1.jpg ada2.jpg\n"
+    "  kova-fr identify --threshold 0.4 people.gallery somebody.jpg\n"
     "  kova-fr compare --help";
 
 // A program may be started with standard streams closed. Files opened later would take their places
@@ -74,8 +77,14 @@ int main(int count, char** arguments) {
         program.footer(kNotes);
         kova_cli::AddCompareCommand(program);
         kova_cli::AddExtractCommand(program);
+        kova_cli::AddInspectCommand(program);
+        kova_cli::AddEnrollCommand(program);
+        kova_cli::AddIdentifyCommand(program);
+        kova_cli::AddGalleryCommand(program);
         kova_cli::AddInfoCommand(program);
         return Run(program, count, arguments);
+    } catch (const kova_cli::NobodyRecognised&) {
+        return kNobody;
     } catch (const kova_cli::Failure& failure) {
         return Report(failure.what(), kFailure);
     } catch (const std::bad_alloc&) {

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "failure.h"
+#include "orientation.h"
 #include "picture_io.h"
 
 namespace kova_cli {
@@ -110,6 +111,13 @@ bool ReadRows(PngReader& reader, int passes, uint8_t* rows, GreyPicture& picture
     return true;
 }
 
+int Orientation(const PngReader& reader) {
+    png_bytep exif = nullptr;
+    png_uint_32 length = 0;
+    const bool hasExif = png_get_eXIf_1(reader.png, reader.info, &length, &exif) != 0;
+    return hasExif ? ExifOrientation({exif, length}) : kUpright;
+}
+
 } // namespace
 
 bool IsPng(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
@@ -133,6 +141,7 @@ GreyPicture DecodePng(Bytes file) {
     if (!ReadRows(reader, passes, rows.data(), picture)) {
         FailDamaged(reader.error);
     }
+    MakeUpright(Orientation(reader), picture);
     return picture;
 }
 

@@ -2,6 +2,7 @@
 // Every kind of picture reaches the network with the pixels that it holds.
 #include <gtest/gtest.h>
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -79,6 +80,78 @@ void ExpectSameFeature(const std::string& file, const Feature& expected) {
     const TempFolder folder;
     WriteFile(folder / "picture", file);
     EXPECT_EQ(FeatureOf(folder / "picture"), expected);
+}
+
+// A TIFF structure that says nothing but the orientation, in either order of bytes.
+std::string OrientationTiff(int orientation, bool isBigEndian) {
+    const auto number = [isBigEndian](uint32_t value, int count) {
+        std::string bytes;
+        for (int i = 0; i < count; ++i) {
+            bytes += static_cast<char>(value >> 8 * (isBigEndian ? count - 1 - i : i));
+        }
+        return bytes;
+    };
+    // An entry: tag, type (3: of 2 bytes), how many, the value in the first 2 of 4 bytes. Another
+    // one stands before it.
+    return (isBigEndian ? "MM" : "II") + number(42, 2) + number(8, 4) + number(2, 2) +
+           number(0x0100, 2) + number(4, 2) + number(1, 4) + number(6, 4) + number(0x0112, 2) +
+           number(3, 2) + number(1, 4) + number(static_cast<uint32_t>(orientation), 2) +
+           number(0, 2) + number(0, 4);
+}
+
+std::string WithExif(const std::string& jpeg, const std::string& tiff) {
+    const std::string body = std::string("Exif\0\0", 6) + tiff;
+    const size_t length = body.size() + 2;
+    return jpeg.substr(0, 2) + "\xFF\xE1" + static_cast<char>(length >> 8) +
+           static_cast<char>(length) + body + jpeg.substr(2);
+}
+
+// A chunk behind the header of a PNG.
+std::string WithExifChunk(const std::string& png, const std::string& tiff) {
+    constexpr size_t kBehindHeader = 8 + 25;
+    const auto number = [](uint32_t value) {
+        std::string bytes;
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes += static_cast<char>(value >> shift);
+        }
+        return bytes;
+    };
+    const std::string body = "eXIf" + tiff;
+    const auto* data = reinterpret_cast<const Bytef*>(body.data());
+    const auto sum = static_cast<uint32_t>(crc32(0, data, static_cast<uInt>(body.size())));
+    return png.substr(0, kBehindHeader) + number(static_cast<uint32_t>(tiff.size())) + body +
+           number(sum) + png.substr(kBehindHeader);
+}
+
+Grey MirrorColumns(const Grey& picture) {
+    Grey out = picture;
+    for (uint32_t y = 0; y < picture.height; ++y) {
+        std::reverse(out.pixels.begin() + y * picture.width,
+                     out.pixels.begin() + (y + 1) * picture.width);
+    }
+    return out;
+}
+
+// Clockwise.
+Grey QuarterTurn(const Grey& picture) {
+    Grey out{picture.height, picture.width, {}};
+    for (uint32_t y = 0; y < out.height; ++y) {
+        for (uint32_t x = 0; x < out.width; ++x) {
+            out.pixels.push_back(picture.pixels[(picture.height - 1 - x) * picture.width + y]);
+        }
+    }
+    return out;
+}
+
+// What a viewer shows: mirrored or not, then turned clockwise.
+Grey Upright(const Grey& picture, int orientation) {
+    static constexpr int kTurns[] = {0, 0, 2, 2, 3, 1, 1, 3};
+    static constexpr bool kMirrored[] = {false, true, false, true, true, false, true, false};
+    Grey out = kMirrored[orientation - 1] ? MirrorColumns(picture) : picture;
+    for (int i = 0; i < kTurns[orientation - 1]; ++i) {
+        out = QuarterTurn(out);
+    }
+    return out;
 }
 
 TEST(Pictures, PgmOf256GivesTheLibrarysFeatureBitForBit) {
@@ -223,6 +296,44 @@ TEST(Pictures, PnmKindsAndMaximaAreRead) {
 TEST(Pictures, PnmCommentsAreSkipped) {
     EXPECT_EQ(LevelOf(FlatPnm("P5# made by hand\n64 # wide 9\n#high\n64 255\n", "\x64")), 100);
     EXPECT_EQ(LevelOf(FlatPnm("P2\n64 64\n255\n# 7 7 7\n", "100 ")), 100);
+}
+
+TEST(Pictures, ExifOrientationIsFollowedInJpeg) {
+    const std::string jpeg = GreyJpeg(Pattern(120, 80));
+    const Grey stored = DecodeJpegLuma(jpeg);
+    for (int orientation = 1; orientation <= 8; ++orientation) {
+        SCOPED_TRACE(orientation);
+        const Feature expected = LibraryFeature(Upright(stored, orientation));
+        ExpectSameFeature(WithExif(jpeg, OrientationTiff(orientation, false)), expected);
+        ExpectSameFeature(WithExif(jpeg, OrientationTiff(orientation, true)), expected);
+    }
+}
+
+TEST(Pictures, ExifOrientationIsFollowedInPng) {
+    const Grey stored = Pattern(120, 80);
+    for (int orientation = 1; orientation <= 8; ++orientation) {
+        SCOPED_TRACE(orientation);
+        ExpectSameFeature(WithExifChunk(GreyPng(stored), OrientationTiff(orientation, true)),
+                          LibraryFeature(Upright(stored, orientation)));
+    }
+}
+
+TEST(Pictures, DamagedExifMeansUpright) {
+    const std::string jpeg = GreyJpeg(Pattern(120, 80));
+    const Feature expected = LibraryFeature(DecodeJpegLuma(jpeg));
+    const std::string good = OrientationTiff(6, false);
+    ExpectSameFeature(WithExif(jpeg, OrientationTiff(0, false)), expected);
+    ExpectSameFeature(WithExif(jpeg, OrientationTiff(9, false)), expected);
+    ExpectSameFeature(WithExif(jpeg, "XX" + good.substr(2)), expected);
+    // The place of the directory, far outside.
+    ExpectSameFeature(WithExif(jpeg, good.substr(0, 4) + "\xF0\xFF\xFF\xFF" + good.substr(8)),
+                      expected);
+    // More entries than there are bytes, of which none is the orientation.
+    ExpectSameFeature(WithExif(jpeg, good.substr(0, 8) + "\xFF\xFF" + good.substr(10, 12)),
+                      expected);
+    for (size_t length = 0; length < 30; ++length) {
+        ExpectSameFeature(WithExif(jpeg, good.substr(0, length)), expected);
+    }
 }
 
 } // namespace

@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+// enroll, identify and gallery.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "orvo/orvo_fr.h"
+#include "picture_files.h"
+#include "program.h"
+
+namespace kova_fr_test {
+namespace {
+
+using nlohmann::json;
+
+constexpr int kFailure = 1;
+constexpr int kWrongUsage = 2;
+constexpr int kNobody = 3;
+
+std::string Sample(const std::string& name) { return std::string(ORVO_SAMPLES "/") + name; }
+
+class Galleries : public testing::Test {
+  protected:
+    Galleries() {
+        for (uint32_t i = 0; i < 4; ++i) {
+            pictures_.push_back(folder_ / ("p" + std::to_string(i) + ".png"));
+            WriteFile(pictures_.back(), GreyPng(Pattern(256, 256, i + 1)));
+        }
+    }
+
+    static std::string Output(const std::vector<std::string>& arguments) {
+        const Outcome run = KovaFr(arguments);
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        return run.out;
+    }
+
+    void Enroll(const std::string& name, const std::vector<std::string>& pictures) {
+        std::vector<std::string> arguments = {"enroll", gallery_, name};
+        arguments.insert(arguments.end(), pictures.begin(), pictures.end());
+        Output(arguments);
+    }
+
+    // Nothing but the gallery and the pictures is left in the folder.
+    void ExpectNothingLeftBehind() {
+        EXPECT_EQ(folder_.Names(),
+                  (std::vector<std::string>{"g", "p0.png", "p1.png", "p2.png", "p3.png"}));
+    }
+
+    TempFolder folder_;
+    const std::string gallery_ = folder_ / "g";
+    std::vector<std::string> pictures_;
+};
+
+TEST_F(Galleries, IdentifyShowsTheDistancesOfCompareFromTheMostAlike) {
+    Enroll("zero", {pictures_[0]});
+    Enroll("one", {pictures_[1]});
+    Enroll("two", {pictures_[2]});
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[3]}));
+    const json matches = found["pictures"][0]["matches"];
+    ASSERT_EQ(matches.size(), 3u);
+    const std::vector<std::string> names = {"zero", "one", "two"};
+    for (size_t i = 0; i < matches.size(); ++i) {
+        const size_t entry = matches[i]["entry"];
+        EXPECT_EQ(matches[i]["name"], names.at(entry));
+        const json compared =
+            json::parse(Output({"compare", "--json", pictures_[3], pictures_[entry]}));
+        EXPECT_EQ(matches[i]["distance"], compared["distance"]);
+        if (i > 0) {
+            EXPECT_LE(matches[i]["distance"], matches[i - 1]["distance"]);
+        }
+    }
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, OfANameTheBestFeatureCountsAndTopNamesAreListed) {
+    Enroll("both", {pictures_[0], pictures_[1]});
+    Enroll("other", {pictures_[2]});
+    const json all = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
+    EXPECT_EQ(all["features"], 3);
+    ASSERT_EQ(all["pictures"][0]["matches"].size(), 2u);
+    EXPECT_EQ(all["pictures"][0]["matches"][0]["name"], "both");
+    EXPECT_EQ(all["pictures"][0]["matches"][0]["entry"], 1);
+    const json top =
+        json::parse(Output({"identify", "--json", "--top", "1", gallery_, pictures_[1]}));
+    ASSERT_EQ(top["pictures"][0]["matches"].size(), 1u);
+    EXPECT_EQ(top["pictures"][0]["matches"][0]["name"], "both");
+}
+
+TEST_F(Galleries, ThresholdHidesStrangersAndTheStatusSaysSo) {
+    Enroll("zero", {pictures_[0]});
+    const Outcome known = KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0]});
+    EXPECT_EQ(known.status, 0) << known.err;
+    EXPECT_NE(known.out.find("zero"), std::string::npos);
+    const Outcome stranger =
+        KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0], pictures_[1]});
+    EXPECT_EQ(stranger.status, kNobody);
+    EXPECT_EQ(stranger.err, "");
+    EXPECT_NE(stranger.out.find("nobody"), std::string::npos);
+}
+
+TEST_F(Galleries, SamplePeopleAreFoundByOtherPictures) {
+    for (const std::string name : {"cleo", "ira", "joe", "lena"}) {
+        Enroll(name, {Sample(name + "-1.png")});
+    }
+    for (const std::string name : {"cleo", "ira", "joe", "lena"}) {
+        const json found =
+            json::parse(Output({"identify", "--json", gallery_, Sample(name + "-2.png")}));
+        EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], name);
+    }
+}
+
+TEST_F(Galleries, NamesAreListedAndRemoved) {
+    Enroll("b", {pictures_[0], pictures_[1]});
+    Enroll("a b", {pictures_[2]});
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
+              json::parse(R"({"names":[{"name":"a b","features":1},{"name":"b","features":2}]})"));
+    Output({"gallery", "--remove", "b", gallery_});
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
+              json::parse(R"({"names":[{"name":"a b","features":1}]})"));
+    const std::string before = ReadFile(gallery_);
+    ExpectRefusal(KovaFr({"gallery", "--remove", "b", gallery_}), kFailure, "there is no b");
+    EXPECT_EQ(ReadFile(gallery_), before);
+    Output({"gallery", "--remove", "a b", gallery_});
+    const json none = json::parse(Output({"identify", "--json", gallery_, pictures_[0]}));
+    EXPECT_EQ(none["pictures"][0]["matches"].size(), 0u);
+}
+
+TEST_F(Galleries, EveryCutOfAGalleryIsRefused) {
+    Enroll("somebody with a long name", {pictures_[0]});
+    const std::string whole = ReadFile(gallery_);
+    const std::string cut = folder_ / "cut";
+    for (size_t length = 0; length < whole.size(); length += length < 8 ? 1 : 16) {
+        WriteFile(cut, whole.substr(0, length));
+        const Outcome run = KovaFr({"identify", cut, pictures_[0]});
+        ExpectRefusal(run, kFailure, length < 8 ? "no gallery" : "cut short");
+    }
+    WriteFile(cut, whole + "x");
+    ExpectRefusal(KovaFr({"gallery", cut}), kFailure, "damaged");
+}
+
+TEST_F(Galleries, EveryChangedByteOfAGalleryIsNoticed) {
+    Enroll("a", {pictures_[0]});
+    const std::string whole = ReadFile(gallery_);
+    for (size_t at = 0; at < whole.size(); at += at < 64 ? 1 : 37) {
+        std::string changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ 1);
+        WriteFile(folder_ / "changed", changed);
+        const Outcome run = KovaFr({"gallery", folder_ / "changed"});
+        EXPECT_EQ(run.status, kFailure) << at;
+    }
+}
+
+TEST_F(Galleries, DamagedGalleryIsNotAddedToAndStaysAsItIs) {
+    Enroll("a", {pictures_[0]});
+    const std::string half = ReadFile(gallery_).substr(0, 300);
+    WriteFile(gallery_, half);
+    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "cut short");
+    EXPECT_EQ(ReadFile(gallery_), half);
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, OtherFilesAreNoGalleries) {
+    ExpectRefusal(KovaFr({"identify", pictures_[0], pictures_[0]}), kFailure, "is no gallery");
+    const std::string before = ReadFile(pictures_[1]);
+    ExpectRefusal(KovaFr({"enroll", pictures_[1], "a", pictures_[0]}), kFailure, "is no gallery");
+    EXPECT_EQ(ReadFile(pictures_[1]), before);
+    ExpectRefusal(KovaFr({"identify", folder_ / "missing", pictures_[0]}), kFailure,
+                  "cannot be opened");
+    ExpectRefusal(KovaFr({"enroll", folder_.path(), "a", pictures_[0]}), kFailure, "is a folder");
+    ExpectRefusal(KovaFr({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
+                  "cannot be used");
+}
+
+TEST_F(Galleries, AnUnusablePictureAddsNothing) {
+    Enroll("a", {pictures_[0]});
+    const std::string before = ReadFile(gallery_);
+    WriteFile(folder_ / "p3.png", "no picture");
+    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1], pictures_[3]}), kFailure,
+                  "known kind");
+    EXPECT_EQ(ReadFile(gallery_), before);
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, NamesMustBeOneLine) {
+    for (const std::string name : {"", "a\nb", "a\x1b[31m"}) {
+        ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
+    }
+    ExpectRefusal(KovaFr({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}), kWrongUsage,
+                  "1000 bytes");
+    Enroll(std::string(1000, 'x'), {pictures_[0]});
+    Enroll("J\xC3\xBCrgen", {pictures_[1]});
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
+    EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], "J\xC3\xBCrgen");
+}
+
+TEST_F(Galleries, WrongUsage) {
+    ExpectRefusal(KovaFr({"enroll", gallery_, "a"}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFr({"identify", gallery_}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFr({"identify", "--top", "0", gallery_, pictures_[0]}), kWrongUsage, "--top");
+    ExpectRefusal(KovaFr({"identify", "--threshold", "2", gallery_, pictures_[0]}), kWrongUsage,
+                  "--threshold");
+    ExpectRefusal(KovaFr({"gallery"}), kWrongUsage, "gallery");
+}
+
+TEST_F(Galleries, FullDiskHarmsNoEarlierGallery) {
+    Enroll("a", {pictures_[0]});
+    const std::string before = ReadFile(gallery_);
+    // The kernel refuses more than this many blocks a file, as a full disk would.
+    const Outcome run = Shell("trap '' XFSZ; ulimit -f 1; \"$KOVA_FR\" enroll " + gallery_ + " b " +
+                              pictures_[1] + " " + pictures_[2] + " " + pictures_[3]);
+    ExpectRefusal(run, kFailure, "cannot be written");
+    EXPECT_EQ(ReadFile(gallery_), before);
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, TwoWhoEnrollAtOnceLoseNothing) {
+    constexpr size_t kEach = 6;
+    std::vector<std::thread> threads;
+    for (size_t thread = 0; thread < 2; ++thread) {
+        threads.emplace_back([this, thread] {
+            for (size_t i = 0; i < kEach; ++i) {
+                Enroll("n" + std::to_string(thread), {pictures_[i % pictures_.size()]});
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
+              json::parse(R"({"names":[{"name":"n0","features":6},{"name":"n1","features":6}]})"));
+}
+
+} // namespace
+} // namespace kova_fr_test
