@@ -30,4 +30,7 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
         set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
             "-march=armv8.2-a+dotprod;$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     endif()
+elseif(EMSCRIPTEN)
+    list(APPEND ORVO_PATH_SOURCES compute_a/simd/wasm_simd.cpp)
+    list(APPEND ORVO_PATHS wasm_simd)
 endif()

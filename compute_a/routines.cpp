@@ -61,6 +61,9 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
 #if defined(__ARM_NEON)
     paths[count++] = &kNeonRoutines;
 #endif
+#if defined(__wasm_simd128__)
+    paths[count++] = &kWasmSimdRoutines;
+#endif
     paths[count++] = &kPlainRoutines;
     return count;
 }

@@ -86,5 +86,6 @@ extern const Routines kAvx2Routines;
 extern const Routines kAvx512VnniRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
+extern const Routines kWasmSimdRoutines;
 
 } // namespace orvo
