@@ -5,6 +5,17 @@
 // i32x4.dot_i16x8_s multiplies pairs of words and adds each two products. Values and weights are
 // widened to words on their way into a buffer, side by side as the pairs want them; products of
 // bytes cannot overflow there, whatever the weights are, so there is one way of working for all.
+//
+// Milliseconds a face under node 20 on x86-64, where the compiler has vectorised the plain path for
+// the same instructions (a profile of both in turn; whole faces by the fastest of 40):
+//
+//                       plain    here
+//     pointwise          22.4     3.0
+//     first layers        4.2     0.7
+//     depthwise           8.7     3.1
+//     fastest face       27.0     6.7
+//
+// The other routines are the plain ones.
 #include <wasm_simd128.h>
 
 #include <algorithm>
@@ -304,7 +315,6 @@ void Depthwise(const DepthwisePlanes& p) {
 
 } // namespace
 
-// For the rest, what the compiler makes of the plain loops is as good.
 const Routines kWasmSimdRoutines{
     "wasm_simd",        Multiply,         Depthwise,      plain::Dot,      plain::MaxPoolStride1,
     plain::MaxPoolRows, plain::SampleRow, plain::Rectify, plain::FlipSign, plain::Add};
