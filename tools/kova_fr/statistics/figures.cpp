@@ -10,7 +10,7 @@ constexpr double kWantedRates[] = {1e-2, 1e-3, 1e-4};
 constexpr int kTableFrom = 0; // thresholds in ten-thousandths
 constexpr int kTableTo = 9500;
 constexpr int kTableStep = 500;
-constexpr int kCurvePointsPerDecade = 10;
+constexpr int kCurvePointsPerDecade = 25;
 constexpr double kEnoughErrors = 30;
 
 std::vector<size_t> TableThresholds() {

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kova_cli {
+
+// Charts as SVG: sharp at any size, small, and text stays text.
+
+struct Point {
+    double x;
+    double y;
+};
+
+struct Tick {
+    double at;
+    std::string label; // empty: a fine line only
+};
+
+// `at` and all points are in the axis's own measure: a logarithm where the axis is logarithmic.
+struct Axis {
+    std::string title;
+    double low;
+    double high;
+    std::vector<Tick> ticks;
+};
+
+// About `count` ticks at round numbers, with `unit` behind each.
+std::vector<Tick> RoundTicks(double low, double high, int count, const std::string& unit);
+
+class Chart {
+  public:
+    Chart(std::string title, std::string subtitle, Axis x, Axis y);
+
+    // Things drawn later lie above. Those with a label get a line in the legend.
+    void AddBand(const std::vector<Point>& upper, const std::vector<Point>& lower,
+                 const std::string& colour, const std::string& label);
+    void AddLine(const std::vector<Point>& points, const std::string& colour,
+                 const std::string& label);
+    void AddDashes(const std::vector<Point>& points, const std::string& label);
+    // Filled down to the axis.
+    void AddArea(const std::vector<Point>& points, const std::string& colour,
+                 const std::string& label);
+    // `text` stands to the right of the dot.
+    void AddDot(const Point& point, const std::string& colour, const std::string& text);
+    // A line across the whole height; `line` counts the lines of text from the top.
+    void AddUpright(double x, const std::string& text, int line);
+
+    // The legend stands in the lower right or the upper right corner.
+    enum class Corner { kLowerRight, kUpperRight };
+    std::string Svg(Corner legend) const;
+
+  private:
+    struct LegendLine {
+        std::string sample; // SVG, around 0, 0
+        std::string label;
+    };
+
+    double Left(double x) const;
+    double Top(double y) const;
+    std::string Path(const std::vector<Point>& points) const;
+    std::string Grid() const;
+    std::string Legend(Corner corner) const;
+
+    std::string title_;
+    std::string subtitle_;
+    Axis x_;
+    Axis y_;
+    std::string clipped_; // SVG inside the axes
+    std::string texts_;   // and above everything
+    std::vector<LegendLine> legend_;
+};
+
+} // namespace kova_cli

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "commands.h"
+#include "detector.h"
+#include "eval_charts.h"
+#include "eval_input.h"
+#include "eval_report.h"
+#include "face.h"
+#include "failure.h"
+#include "label.h"
+#include "output_file.h"
+#include "progress.h"
+
+namespace kova_cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct EvalOptions {
+    std::string folder;
+    std::string pairsPath;
+    std::string outFolder;
+    bool byName = false;
+    bool detect = false;
+    bool strict = false;
+    bool json = false;
+    uint32_t rounds = 400;
+    uint64_t seed = 0;
+};
+
+constexpr size_t kCopiesNamed = 5;
+
+constexpr const char* kExamples =
+    "FOLDER has one sub-folder a person, and all pictures are compared with one another. A list\n"
+    "of pairs has lines such as `ada/1.png joe/4.png 0`: two pictures, relative to the list, and\n"
+    "1 for one person or 0 for two; or the same with commas (a.png,b.png,1), where a name may be\n"
+    "in quotation marks.\n"
+    "\n"
+    "Prints the error rates over thresholds, and which threshold to take for one, two or three\n"
+    "nines against false accepts. Counts at a threshold are exact. --out adds the files\n"
+    "report.txt, report.json, roc.svg, det.svg and histogram.svg.\n"
+    "\n"
+    "Examples:\n"
+    "  kova-fr eval people/\n"
+    "  kova-fr eval --by-name --out result samples/\n"
+    "  kova-fr eval --pairs pairs.txt --json\n"
+    "  kova-fr eval --detect --strict --out result photographs/";
+
+EvalInput ReadInput(const EvalOptions& options) {
+    if (options.folder.empty() == options.pairsPath.empty()) {
+        throw CLI::RequiredError("either FOLDER or --pairs");
+    }
+    return options.pairsPath.empty() ? FindPeople(options.folder, options.byName)
+                                     : ReadPairs(options.pairsPath);
+}
+
+Feature FeatureOf(const Recogniser& recogniser, const std::string& path, bool detect) {
+    std::optional<Box> box;
+    if (detect) {
+        box = DetectFaces(path).front();
+    }
+    return recogniser.Recognise(path, box).feature;
+}
+
+// Pictures that cannot be used are named at once, and once more in the report.
+std::vector<std::optional<Feature>> Features(const EvalInput& input, const EvalOptions& options,
+                                             std::vector<std::string>& leftOut) {
+    const Recogniser recogniser;
+    Progress progress("Reading");
+    std::vector<std::optional<Feature>> features;
+    for (const std::string& path : input.pictures) {
+        progress.Show(features.size(), input.pictures.size());
+        try {
+            features.emplace_back(FeatureOf(recogniser, path, options.detect));
+        } catch (const Failure& failure) {
+            if (options.strict) {
+                throw;
+            }
+            progress.Clear();
+            std::fprintf(stderr, "kova-fr: left out: %s\n", OneLine(failure.what()).c_str());
+            leftOut.emplace_back(failure.what());
+            features.emplace_back(std::nullopt);
+        }
+    }
+    return features;
+}
+
+void CheckNotEmpty(const kova_statistics::Trial& trial) {
+    const bool hasPairs = trial.pairs ? !trial.pairs->empty() : trial.features.size() >= 2;
+    if (!hasPairs) {
+        throw Failure("no pair of pictures is left to compare; give two pictures at least");
+    }
+}
+
+void CountCopies(const kova_statistics::Scores& scores, const kova_statistics::Trial& trial,
+                 const std::vector<std::string>& names, Evaluation& evaluation) {
+    for (const kova_statistics::Pair& pair : scores.copies) {
+        const bool isOne = trial.person[pair.first] == trial.person[pair.second];
+        ++(isOne ? evaluation.copiesOfOne : evaluation.copiesOfTwo);
+        if (evaluation.copies.size() < kCopiesNamed) {
+            evaluation.copies.push_back(names[pair.first] + " and " + names[pair.second]);
+        }
+    }
+}
+
+OutputFile FileOf(const fs::path& path, const std::string& text) {
+    return {path.string(), true, std::vector<uint8_t>(text.begin(), text.end())};
+}
+
+// Refused before the work rather than after it.
+void MakeOutFolder(const std::string& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error || !fs::is_directory(folder)) {
+        throw Failure(folder + ": the folder cannot be made: " +
+                      (error ? error.message() : "a file has that name") +
+                      "; choose another place");
+    }
+}
+
+void RunEval(const EvalOptions& options) {
+    const EvalInput input = ReadInput(options);
+    if (!options.outFolder.empty()) {
+        MakeOutFolder(options.outFolder);
+    }
+    Evaluation evaluation;
+    const std::vector<std::optional<Feature>> features =
+        Features(input, options, evaluation.leftOut);
+    const kova_statistics::Trial trial = MakeTrial(input, features);
+    CheckNotEmpty(trial);
+
+    kova_statistics::ScoringLimits limits;
+    limits.seed = options.seed;
+    Progress comparing("Comparing");
+    const kova_statistics::Scores scores =
+        ScorePairs(trial, limits, [&](size_t done, size_t all) { comparing.Show(done, all); });
+    comparing.Clear();
+    Progress redrawing("Redrawing");
+    evaluation.figures =
+        ComputeFigures(scores, trial.people, options.rounds, options.seed,
+                       [&](size_t done, size_t all) { redrawing.Show(done, all); });
+    redrawing.Clear();
+
+    std::vector<std::string> names;
+    for (size_t i = 0; i < features.size(); ++i) {
+        if (features[i]) {
+            names.push_back(input.pictures[i]);
+        }
+    }
+    CountCopies(scores, trial, names, evaluation);
+    evaluation.pictures = trial.features.size();
+    evaluation.people = trial.people;
+    evaluation.hasPeople = !trial.pairs;
+    evaluation.pairsLeftOut = trial.pairs ? input.pairs->size() - trial.pairs->size() : 0;
+    evaluation.repeatedPairs = input.repeatedPairs;
+    evaluation.rounds = options.rounds;
+    evaluation.seed = options.seed;
+
+    const std::string text = EvaluationText(evaluation);
+    const std::string json = EvaluationJson(evaluation);
+    if (!options.outFolder.empty()) {
+        const fs::path out = options.outFolder;
+        WriteFiles({FileOf(out / "report.txt", text), FileOf(out / "report.json", json),
+                    FileOf(out / "roc.svg", RocChart(evaluation.figures)),
+                    FileOf(out / "det.svg", DetChart(evaluation.figures)),
+                    FileOf(out / "histogram.svg", HistogramChart(scores.all, evaluation.figures))});
+    }
+    WriteStandardOutput(options.json ? json : text);
+}
+
+} // namespace
+
+void AddEvalCommand(CLI::App& program) {
+    CLI::App& command = *program.add_subcommand(
+        "eval", "Measure error rates on pictures of known people, and recommend thresholds");
+    const auto options = std::make_shared<EvalOptions>();
+    auto* const folder =
+        command.add_option("folder", options->folder, "Pictures, one sub-folder a person")
+            ->type_name("FOLDER");
+    command
+        .add_option("--pairs", options->pairsPath, "List of pairs to compare, in place of a folder")
+        ->excludes(folder)
+        ->type_name("FILE");
+    command
+        .add_flag("--by-name", options->byName,
+                  "FOLDER has the pictures themselves; a person is what stands before the last - "
+                  "or _ of their names (ada-1.png, ada-2.png)")
+        ->needs(folder);
+    command
+        .add_option("--out", options->outFolder,
+                    "Write the report and the charts there; made if it is not there")
+        ->type_name("DIR");
+    command.add_flag("--detect", options->detect,
+                     "Find the largest face in each picture, a whole photograph");
+    command.add_flag("--strict", options->strict,
+                     "Stop at a picture that cannot be used, in place of leaving it out");
+    command.add_option("--rounds", options->rounds, "Sets of redrawn people for the intervals")
+        ->check(CLI::Range(10, 100000))
+        ->capture_default_str();
+    command.add_option("--seed", options->seed, "Of everything drawn at random")
+        ->capture_default_str();
+    command.add_flag("--json", options->json, "Print one line of JSON");
+    command.footer(kExamples);
+    command.callback([options] { RunEval(*options); });
+}
+
+} // namespace kova_cli
