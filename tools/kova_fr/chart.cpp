@@ -10,12 +10,14 @@ namespace kova_cli {
 namespace {
 
 constexpr double kWidth = 720;
-constexpr double kHeight = 500;
+constexpr double kHeight = 520;
 constexpr double kPlotLeft = 78;
 constexpr double kPlotRight = kWidth - 28;
-constexpr double kPlotTop = 70;
+constexpr double kPlotTop = 96;
 constexpr double kPlotBottom = kHeight - 62;
-constexpr double kLegendLine = 20;
+constexpr double kLegendMiddle = 78;
+constexpr double kLabelSize = 12.5;
+constexpr double kLetterWidth = 6.9; // of a label, on average
 
 constexpr const char* kInk = "#1f2933";
 constexpr const char* kSoftInk = "#52606d";
@@ -138,72 +140,71 @@ void Chart::AddArea(const std::vector<Point>& points, const std::string& colour,
                        label});
 }
 
-void Chart::AddDot(const Point& point, const std::string& colour, const std::string& text) {
-    texts_ += Print(
+void Chart::AddDot(const Point& point, const std::string& colour, const std::string& text,
+                   Side side) {
+    const double left = Left(point.x);
+    const double top = Top(point.y);
+    if (left < kPlotLeft || left > kPlotRight || top < kPlotTop || top > kPlotBottom) {
+        return;
+    }
+    marks_ += Print(
         "<circle cx=\"%.1f\" cy=\"%.1f\" r=\"4.5\" fill=\"%s\" stroke=\"#fff\" "
         "stroke-width=\"1.5\"/>\n",
-        Left(point.x), Top(point.y), colour.c_str());
-    // Near the right edge there is no room but on the left.
-    const bool isLeft = Left(point.x) > kPlotRight - 150;
-    const std::string anchor = isLeft ? "text-anchor=\"end\" " : "";
-    texts_ += Text(Left(point.x) + (isLeft ? -10 : 10), Top(point.y) + 17,
-                   (anchor + "class=\"halo\" font-size=\"12.5\"").c_str(), text);
+        left, top, colour.c_str());
+    const bool isLeft = side == Side::kUpperLeft;
+    marks_ += Text(left + (isLeft ? -9 : 9), top - 7,
+                   isLeft ? "class=\"halo\" text-anchor=\"end\"" : "class=\"halo\"", text);
 }
 
-void Chart::AddUpright(double x, const std::string& text, int line) {
-    clipped_ += Line(Left(x), kPlotTop, Left(x), kPlotBottom,
-                     "stroke=\"#52606d\" stroke-width=\"1.2\" stroke-dasharray=\"5 4\"");
-    texts_ +=
-        Text(Left(x) + 6, kPlotTop + 16 + 18 * line, "class=\"halo\" font-size=\"12.5\"", text);
+void Chart::AddUpright(double x, const std::string& text) {
+    const double left = Left(x);
+    marks_ += Line(left, kPlotTop, left, kPlotBottom,
+                   "stroke=\"#1f2933\" stroke-width=\"1.2\" stroke-dasharray=\"5 4\"");
+    marks_ += Print("<g transform=\"translate(%.1f %.1f) rotate(-90)\">", left - 6, kPlotTop + 10) +
+              Text(0, 0, "class=\"halo\" text-anchor=\"end\"", text) + "</g>\n";
 }
 
 std::string Chart::Grid() const {
     std::string svg;
+    double labelled = 0; // where the last label below ends
     for (const Tick& tick : x_.ticks) {
         const double left = Left(tick.at);
         svg += Line(left, kPlotTop, left, kPlotBottom,
                     tick.label.empty() ? "stroke=\"#eef1f4\"" : "stroke=\"#d9dfe5\"");
-        svg +=
-            Text(left, kPlotBottom + 19, "text-anchor=\"middle\" font-size=\"12.5\"", tick.label);
+        const double half = kLetterWidth / 2 * static_cast<double>(tick.label.size());
+        if (!tick.label.empty() && left - half > labelled) {
+            svg += Text(left, kPlotBottom + 19, "text-anchor=\"middle\"", tick.label);
+            labelled = left + half + kLetterWidth;
+        }
     }
     for (const Tick& tick : y_.ticks) {
         const double top = Top(tick.at);
         svg += Line(kPlotLeft, top, kPlotRight, top,
                     tick.label.empty() ? "stroke=\"#eef1f4\"" : "stroke=\"#d9dfe5\"");
-        svg += Text(kPlotLeft - 8, top + 4.5, "text-anchor=\"end\" font-size=\"12.5\"", tick.label);
+        svg += Text(kPlotLeft - 8, top + 4.5, "text-anchor=\"end\"", tick.label);
     }
     return svg;
 }
 
-std::string Chart::Legend(Corner corner) const {
-    size_t longest = 0;
-    for (const LegendLine& line : legend_) {
-        longest = std::max(longest, line.label.size());
-    }
-    const double width = 54 + 6.9 * static_cast<double>(longest);
-    const double height = 12 + kLegendLine * static_cast<double>(legend_.size());
-    const double left = kPlotRight - width - 10;
-    const double top = corner == Corner::kUpperRight ? kPlotTop + 10 : kPlotBottom - height - 10;
-    std::string svg = Print(
-        "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" rx=\"4\" fill=\"#fff\" "
-        "fill-opacity=\"0.9\" stroke=\"#d9dfe5\"/>\n",
-        left, top, width, height);
-    double middle = top + 6 + kLegendLine / 2;
-    for (const LegendLine& line : legend_) {
-        svg += Print("<g transform=\"translate(%.1f %.1f)\">", left + 10, middle) + line.sample +
+std::string Chart::Legend() const {
+    std::string svg;
+    double left = kPlotLeft;
+    for (const LegendEntry& entry : legend_) {
+        svg += Print("<g transform=\"translate(%.1f %.1f)\">", left, kLegendMiddle) + entry.sample +
                "</g>\n";
-        svg += Text(left + 44, middle + 4.5, "font-size=\"12.5\"", line.label);
-        middle += kLegendLine;
+        svg += Text(left + 33, kLegendMiddle + 4.5, "", entry.label);
+        left += 58 + kLetterWidth * static_cast<double>(entry.label.size());
     }
     return svg;
 }
 
-std::string Chart::Svg(Corner legend) const {
+std::string Chart::Svg() const {
     std::string svg = Print(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %.0f %.0f\" width=\"%.0f\" "
-        "height=\"%.0f\" fill=\"%s\" font-family=\"system-ui, 'DejaVu Sans', Arial, "
+        "height=\"%.0f\" fill=\"%s\" font-size=\"%.1f\" font-family=\"system-ui, 'DejaVu Sans', "
+        "Arial, "
         "sans-serif\">\n",
-        kWidth, kHeight, kWidth, kHeight, kInk);
+        kWidth, kHeight, kWidth, kHeight, kInk, kLabelSize);
     svg +=
         "<style>.halo{paint-order:stroke;stroke:#fff;stroke-width:4px;stroke-linejoin:round}"
         "</style>\n";
@@ -224,7 +225,7 @@ std::string Chart::Svg(Corner legend) const {
                 "text-anchor=\"middle\" font-size=\"14\"", x_.title);
     svg += Print("<g transform=\"translate(20 %.0f) rotate(-90)\">", (kPlotTop + kPlotBottom) / 2) +
            Text(0, 0, "text-anchor=\"middle\" font-size=\"14\"", y_.title) + "</g>\n";
-    svg += Legend(legend) + texts_ + "</svg>\n";
+    svg += Legend() + marks_ + "</svg>\n";
     return svg;
 }
 

@@ -33,7 +33,7 @@ class Chart {
   public:
     Chart(std::string title, std::string subtitle, Axis x, Axis y);
 
-    // Things drawn later lie above. Those with a label get a line in the legend.
+    // Things drawn later lie above. Those with a label are named above the axes.
     void AddBand(const std::vector<Point>& upper, const std::vector<Point>& lower,
                  const std::string& colour, const std::string& label);
     void AddLine(const std::vector<Point>& points, const std::string& colour,
@@ -42,17 +42,16 @@ class Chart {
     // Filled down to the axis.
     void AddArea(const std::vector<Point>& points, const std::string& colour,
                  const std::string& label);
-    // `text` stands to the right of the dot.
-    void AddDot(const Point& point, const std::string& colour, const std::string& text);
-    // A line across the whole height; `line` counts the lines of text from the top.
-    void AddUpright(double x, const std::string& text, int line);
+    // A dot, if it lies within the axes, and its text on that side of it.
+    enum class Side { kUpperLeft, kUpperRight };
+    void AddDot(const Point& point, const std::string& colour, const std::string& text, Side side);
+    // A line across the whole height with text along it.
+    void AddUpright(double x, const std::string& text);
 
-    // The legend stands in the lower right or the upper right corner.
-    enum class Corner { kLowerRight, kUpperRight };
-    std::string Svg(Corner legend) const;
+    std::string Svg() const;
 
   private:
-    struct LegendLine {
+    struct LegendEntry {
         std::string sample; // SVG, around 0, 0
         std::string label;
     };
@@ -61,15 +60,15 @@ class Chart {
     double Top(double y) const;
     std::string Path(const std::vector<Point>& points) const;
     std::string Grid() const;
-    std::string Legend(Corner corner) const;
+    std::string Legend() const;
 
     std::string title_;
     std::string subtitle_;
     Axis x_;
     Axis y_;
     std::string clipped_; // SVG inside the axes
-    std::string texts_;   // and above everything
-    std::vector<LegendLine> legend_;
+    std::string marks_;   // and above that
+    std::vector<LegendEntry> legend_;
 };
 
 } // namespace kova_cli

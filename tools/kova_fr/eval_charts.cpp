@@ -82,12 +82,12 @@ void AddCurve(Chart& chart, const Figures& figures, const Place& place, const st
     chart.AddLine(line, kBlue, label);
 }
 
-void AddThresholds(Chart& chart, const Figures& figures, const Place& place) {
+void AddThresholds(Chart& chart, const Figures& figures, const Place& place, Chart::Side side) {
     for (const kova_statistics::Recommendation& one : figures.recommendations) {
         if (one.errors && one.errors->falseRejects) {
             const double threshold = static_cast<double>(one.errors->threshold());
             chart.AddDot(place(one.wanted, 1 - one.errors->falseRejects->value()), kRed,
-                         "threshold " + Print("%.4f", threshold));
+                         "threshold " + Print("%.4f", threshold), side);
         }
     }
 }
@@ -160,18 +160,25 @@ std::string RocChart(const Figures& figures) {
         AddCurve(chart, figures, place, "this model on these pictures");
     }
     chart.AddDashes(guessing, "guessing");
-    AddThresholds(chart, figures, place);
-    return chart.Svg(Chart::Corner::kLowerRight);
+    AddThresholds(chart, figures, place, Chart::Side::kUpperLeft);
+    return chart.Svg();
 }
 
 std::string DetChart(const Figures& figures) {
     const bool hasCurve = !figures.curve.empty();
-    const double high = figures.equalErrorRate && figures.equalErrorRate->value > 0.3 ? 0.99 : 0.6;
+    // Rejects to a little more than half of the pairs, unless that would leave a threshold out.
+    constexpr double kHigh = 0.6;
+    double high = kHigh;
+    for (const kova_statistics::Recommendation& one : figures.recommendations) {
+        const bool isOutside =
+            one.errors && one.errors->falseRejects && one.errors->falseRejects->value() > high;
+        high = isOutside ? 0.99 : high;
+    }
     // Below 1 % for both, so that the axes have room for a curve.
     const double lowX = std::min(LowestShown(figures.differentPairs), 0.01);
     const double lowY = std::max(std::min(LowestShown(figures.samePairs), 0.01), 1e-4);
     Chart chart("Errors", hasCurve ? Counts(figures) : NothingToShow(figures),
-                ProbitAxis("false accepts (share of pairs of two people)", lowX, high),
+                ProbitAxis("false accepts (share of pairs of two people)", lowX, kHigh),
                 ProbitAxis("false rejects (share of pairs of one person)", lowY, high));
     // 0 and 1 lie infinitely far out.
     const Place place = [](double falseAccepts, double trueAccepts) {
@@ -181,14 +188,15 @@ std::string DetChart(const Figures& figures) {
         AddCurve(chart, figures, place, "this model on these pictures");
     }
     const double from = Probit(std::max(lowX, lowY));
-    chart.AddDashes({{from, from}, {Probit(high), Probit(high)}}, "both errors equal");
-    AddThresholds(chart, figures, place);
+    chart.AddDashes({{from, from}, {Probit(kHigh), Probit(kHigh)}}, "both errors equal");
+    AddThresholds(chart, figures, place, Chart::Side::kUpperRight);
     if (figures.equalErrorRate && figures.equalErrorRate->value > 0) {
         const double rate = Probit(figures.equalErrorRate->value);
         chart.AddDot({rate, rate}, kBlue,
-                     "equal: " + Print("%.1f %%", 100 * figures.equalErrorRate->value));
+                     "equal: " + Print("%.1f %%", 100 * figures.equalErrorRate->value),
+                     Chart::Side::kUpperRight);
     }
-    return chart.Svg(Chart::Corner::kUpperRight);
+    return chart.Svg();
 }
 
 std::string HistogramChart(const kova_statistics::Histogram& scores, const Figures& figures) {
@@ -209,16 +217,14 @@ std::string HistogramChart(const kova_statistics::Histogram& scores, const Figur
         {"share of the pairs in steps of 0.02", 0, 1.1 * high, RoundTicks(0, 1.1 * high, 6, " %")});
     chart.AddArea(different, kRed, "two people");
     chart.AddArea(same, kBlue, "one person");
-    int line = 0;
     for (const kova_statistics::Recommendation& one : figures.recommendations) {
         if (one.errors) {
             const double threshold = static_cast<double>(one.errors->threshold());
             chart.AddUpright(threshold,
-                             Print("%.4f", threshold) + ": false accepts " + Percent(one.wanted),
-                             3 + line++);
+                             Print("%.4f", threshold) + ": false accepts " + Percent(one.wanted));
         }
     }
-    return chart.Svg(Chart::Corner::kUpperRight);
+    return chart.Svg();
 }
 
 } // namespace kova_cli
