@@ -33,8 +33,6 @@ struct EvalOptions {
     uint64_t seed = 0;
 };
 
-constexpr size_t kCopiesNamed = 5;
-
 constexpr const char* kExamples =
     "FOLDER has one sub-folder a person, and all pictures are compared with one another. A list\n"
     "of pairs has lines such as `ada/1.png joe/4.png 0`: two pictures, relative to the list, and\n"
@@ -97,14 +95,12 @@ void CheckNotEmpty(const kova_statistics::Trial& trial) {
     }
 }
 
-void CountCopies(const kova_statistics::Scores& scores, const kova_statistics::Trial& trial,
-                 const std::vector<std::string>& names, Evaluation& evaluation) {
-    for (const kova_statistics::Pair& pair : scores.copies) {
-        const bool isOne = trial.person[pair.first] == trial.person[pair.second];
-        ++(isOne ? evaluation.copiesOfOne : evaluation.copiesOfTwo);
-        if (evaluation.copies.size() < kCopiesNamed) {
-            evaluation.copies.push_back(names[pair.first] + " and " + names[pair.second]);
-        }
+void NameCopies(const kova_statistics::Scores& scores, const std::vector<std::string>& names,
+                Evaluation& evaluation) {
+    evaluation.copiesOfOne = scores.copiesOfOne;
+    evaluation.copiesOfTwo = scores.copiesOfTwo;
+    for (const kova_statistics::Pair& pair : scores.firstCopies) {
+        evaluation.copies.push_back(names[pair.first] + " and " + names[pair.second]);
     }
 }
 
@@ -152,7 +148,7 @@ void RunEval(const EvalOptions& options) {
             names.push_back(input.pictures[i]);
         }
     }
-    CountCopies(scores, trial, names, evaluation);
+    NameCopies(scores, names, evaluation);
     evaluation.pictures = trial.features.size();
     evaluation.people = trial.people;
     evaluation.hasPeople = !trial.pairs;

@@ -105,10 +105,10 @@ Axis ProbitAxis(const std::string& title, double low, double high) {
     return axis;
 }
 
-// The power of ten at or below the lowest rate that so many pairs show.
+// The power of ten at or below the lowest rate that so many pairs show, a tenth at most.
 double LowestShown(uint64_t pairs) {
     const double rate =
-        std::max(1 / static_cast<double>(std::max<uint64_t>(pairs, 1)), kFewestShown);
+        std::clamp(1 / static_cast<double>(std::max<uint64_t>(pairs, 1)), kFewestShown, 0.1);
     return std::pow(10, std::floor(std::log10(rate) + 1e-9));
 }
 

@@ -16,9 +16,9 @@ struct Evaluation {
     std::vector<std::string> leftOut; // pictures that cannot be used, each with its reason
     size_t pairsLeftOut = 0;          // of a list, since a picture of theirs was
     size_t repeatedPairs = 0;         // of a list
-    std::vector<std::string> copies;  // "a = b", the first few
-    size_t copiesOfOne = 0;           // pairs of one person with the same feature
-    size_t copiesOfTwo = 0;           // pairs of two people
+    std::vector<std::string> copies;  // the first few, "a and b"
+    uint64_t copiesOfOne = 0;         // pairs of one person with the same feature
+    uint64_t copiesOfTwo = 0;         // pairs of two people
     uint32_t rounds = 0;              // of redrawn people
     uint64_t seed = 0;
     kova_statistics::Figures figures;

@@ -374,7 +374,7 @@ TEST(Scoring, CountsEveryPairAtItsLibraryDistance) {
     EXPECT_EQ(scores.all.same, plain.same);
     EXPECT_EQ(scores.all.different, plain.different);
     EXPECT_EQ(scores.drawn.size(), same.size() + different.size());
-    EXPECT_TRUE(scores.copies.empty());
+    EXPECT_EQ(scores.copiesOfOne + scores.copiesOfTwo, 0u);
 }
 
 TEST(Scoring, AListOfPairsCountsThosePairsOnly) {
@@ -407,7 +407,7 @@ TEST(Scoring, FoldsHoldPairsOfTheirOwnPeople) {
 TEST(Scoring, AnEvenPartOfTooManyDifferentPairsIsDrawn) {
     const Trial trial = RandomTrial(60, 8, 7);
     ScoringLimits limits;
-    limits.mostDifferentDrawn = 5000;
+    limits.mostDrawn = 5000;
     const Scores scores = ScorePairs(trial, limits, NoProgress);
     const Acceptance all(scores.all);
     ASSERT_GT(all.DifferentPairs(), 20000u);
@@ -424,12 +424,25 @@ TEST(Scoring, AnEvenPartOfTooManyDifferentPairsIsDrawn) {
     }
 }
 
+TEST(Scoring, AnEvenPartOfTooManySamePairsIsDrawn) {
+    const Trial trial = TrialOf({std::vector<Feature>(200, At(0)), {At(90)}});
+    ScoringLimits limits;
+    limits.mostDrawn = 2000;
+    const Scores scores = ScorePairs(trial, limits, NoProgress);
+    EXPECT_EQ(Acceptance(scores.all).SamePairs(), 19900u);
+    EXPECT_NEAR(static_cast<double>(scores.drawn.size()), 2200, 200); // 200 different ones
+    EXPECT_EQ(scores.copiesOfOne, 19900u);
+    EXPECT_EQ(scores.firstCopies.size(), limits.mostCopies);
+}
+
 TEST(Scoring, CopiesAreFound) {
     const Trial trial = TrialOf({{At(0), At(0)}, {At(0.01), At(50)}, {At(50)}});
     const Scores scores = ScorePairs(trial, {}, NoProgress);
-    ASSERT_EQ(scores.copies.size(), 2u);
-    EXPECT_EQ(scores.copies[0].second, 1u);
-    EXPECT_EQ(scores.copies[1].first, 3u);
+    EXPECT_EQ(scores.copiesOfOne, 1u);
+    EXPECT_EQ(scores.copiesOfTwo, 1u);
+    ASSERT_EQ(scores.firstCopies.size(), 2u);
+    EXPECT_EQ(scores.firstCopies[0].second, 1u);
+    EXPECT_EQ(scores.firstCopies[1].first, 3u);
 }
 
 // The same draws of people, with every pair repeated as often as it counts.

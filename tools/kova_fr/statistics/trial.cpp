@@ -28,40 +28,62 @@ std::vector<uint32_t> FoldOfPeople(uint32_t people, uint32_t folds, uint64_t see
     return fold;
 }
 
-uint64_t CountDifferent(const Trial& trial) {
+uint64_t Couples(uint64_t count) { return count < 2 ? 0 : count * (count - 1) / 2; }
+
+struct PairCounts {
+    uint64_t same = 0;
+    uint64_t different = 0;
+};
+
+PairCounts CountPairs(const Trial& trial) {
+    PairCounts counts;
     if (trial.pairs) {
-        return static_cast<uint64_t>(
-            std::count_if(trial.pairs->begin(), trial.pairs->end(), [&trial](const Pair& pair) {
-                return trial.person[pair.first] != trial.person[pair.second];
-            }));
+        for (const Pair& pair : *trial.pairs) {
+            ++(trial.person[pair.first] == trial.person[pair.second] ? counts.same
+                                                                     : counts.different);
+        }
+        return counts;
     }
     std::vector<uint64_t> pictures(trial.people);
     for (const uint32_t person : trial.person) {
         ++pictures[person];
     }
-    const uint64_t all = trial.person.size();
-    uint64_t twice = all * all;
     for (const uint64_t own : pictures) {
-        twice -= own * own;
+        counts.same += Couples(own);
     }
-    return twice / 2;
+    counts.different = Couples(trial.person.size()) - counts.same;
+    return counts;
 }
+
+// Draws about `most` of `count` pairs evenly, or all if they are not more.
+class Sampler {
+  public:
+    Sampler(uint64_t most, uint64_t count)
+        : below_(count <= most ? kAll
+                               : static_cast<uint64_t>(static_cast<double>(most) /
+                                                       static_cast<double>(count) * 0x1p64)) {}
+    bool Takes(Random& random) const { return below_ == kAll || random() < below_; }
+
+  private:
+    static constexpr uint64_t kAll = ~uint64_t{0};
+    uint64_t below_;
+};
 
 class Scorer {
   public:
-    Scorer(const Trial& trial, const ScoringLimits& limits, Scores& scores)
-        : trial_(trial), scores_(scores), random_(limits.seed) {
+    Scorer(const Trial& trial, const ScoringLimits& limits, Scores& scores,
+           const PairCounts& counts)
+        : trial_(trial),
+          scores_(scores),
+          mostCopies_(limits.mostCopies),
+          random_(limits.seed),
+          same_(limits.mostDrawn, counts.same),
+          different_(limits.mostDrawn, counts.different) {
         // Each fold needs different people.
         const uint32_t folds = std::min(limits.folds, trial.people / 2);
         if (folds >= 2) {
             fold_ = FoldOfPeople(trial.people, folds, limits.seed);
             scores_.folds.resize(folds);
-        }
-        const uint64_t different = CountDifferent(trial);
-        drawsAll_ = different <= limits.mostDifferentDrawn;
-        if (!drawsAll_) {
-            drawnBelow_ = static_cast<uint64_t>(static_cast<double>(limits.mostDifferentDrawn) /
-                                                static_cast<double>(different) * 0x1p64);
         }
         if (!trial.pairs) {
             search_.emplace(trial, limits.searchRounds);
@@ -80,14 +102,17 @@ class Scorer {
         if (!fold_.empty() && fold_[firstPerson] == fold_[secondPerson]) {
             scores_.folds[fold_[firstPerson]].Add(isSame, rank);
         }
-        if (isSame || drawsAll_ || random_() < drawnBelow_) {
+        if ((isSame ? same_ : different_).Takes(random_)) {
             scores_.drawn.push_back({firstPerson, secondPerson, static_cast<uint32_t>(rank)});
         }
         if (search_) {
             search_->Add(first, second, score);
         }
         if (rank >= kNearlyOne && a == b) {
-            scores_.copies.push_back({first, second});
+            ++(isSame ? scores_.copiesOfOne : scores_.copiesOfTwo);
+            if (scores_.firstCopies.size() < mostCopies_) {
+                scores_.firstCopies.push_back({first, second});
+            }
         }
     }
 
@@ -102,10 +127,11 @@ class Scorer {
 
     const Trial& trial_;
     Scores& scores_;
+    size_t mostCopies_;
     Random random_;
+    Sampler same_;
+    Sampler different_;
     std::vector<uint32_t> fold_;
-    bool drawsAll_ = true;
-    uint64_t drawnBelow_ = 0;
     std::optional<SearchRounds> search_;
 };
 
@@ -114,7 +140,7 @@ class Scorer {
 Scores ScorePairs(const Trial& trial, const ScoringLimits& limits,
                   const std::function<void(size_t, size_t)>& progress) {
     Scores scores;
-    Scorer scorer(trial, limits, scores);
+    Scorer scorer(trial, limits, scores, CountPairs(trial));
     if (trial.pairs) {
         for (const Pair& pair : *trial.pairs) {
             scorer.Score(pair.first, pair.second);

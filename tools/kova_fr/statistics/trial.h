@@ -45,15 +45,18 @@ struct Scores {
     Histogram all;
     // Pairs of which both people belong to the fold. Two folds at least, or none.
     std::vector<Histogram> folds;
-    // For redrawing people: all same pairs, and all different ones or an evenly drawn part of them.
+    // For redrawing people: all pairs, or an evenly drawn part of those of one kind.
     std::vector<ScoredPair> drawn;
     std::vector<Found> found; // a person each; empty if only some pairs are compared
     // Pairs with one and the same feature: copies of a picture, most likely.
-    std::vector<Pair> copies;
+    uint64_t copiesOfOne = 0; // person
+    uint64_t copiesOfTwo = 0;
+    std::vector<Pair> firstCopies;
 };
 
 struct ScoringLimits {
-    uint64_t mostDifferentDrawn = 2'000'000;
+    uint64_t mostDrawn = 2'000'000; // of each kind
+    size_t mostCopies = 5;          // listed
     uint32_t folds = 10;
     uint32_t searchRounds = 10;
     uint64_t seed = 0;
