@@ -60,7 +60,7 @@ std::string FigureText(const std::optional<Figure>& figure, const char* why) {
 
 std::string AccuracyText(const Figures& figures) {
     if (!figures.accuracy) {
-        return "not known: needs both kinds of pairs in two groups of different people";
+        return "not known: needs both kinds of pairs in groups of people";
     }
     return Percent(figures.accuracy->value) + " %" + IntervalText(figures.accuracy->interval) +
            ", " + std::to_string(figures.accuracy->folds) + " folds of different people";
@@ -81,7 +81,7 @@ std::string Summary(const Evaluation& evaluation) {
     text += "accuracy          " + AccuracyText(figures) + "\n";
     text += "rank 1            " +
             FigureText(figures.rank1, evaluation.hasPeople
-                                          ? "needs two pictures of a person"
+                                          ? "needs two people, and two pictures of one"
                                           : "a list of pairs does not say what else to search") +
             "\n";
     return text;

@@ -578,7 +578,7 @@ TEST(Figures, OnePersonSaysNothingAboutFalseAccepts) {
         ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 10, 0, NoProgress);
     EXPECT_EQ(figures.samePairs, 3u);
     EXPECT_EQ(figures.differentPairs, 0u);
-    EXPECT_FALSE(figures.equalErrorRate || figures.area || figures.accuracy);
+    EXPECT_FALSE(figures.equalErrorRate || figures.area || figures.accuracy || figures.rank1);
     EXPECT_TRUE(figures.curve.empty());
     for (const ErrorsAt& errors : figures.table) {
         EXPECT_FALSE(errors.falseAccepts);

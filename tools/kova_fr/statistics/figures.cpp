@@ -114,7 +114,10 @@ Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, u
     figures.equalErrorRate = MakeFigure(EqualErrorRate(acceptance), spread.equalErrorRate);
     figures.area = MakeFigure(AreaUnderCurve(acceptance), spread.area);
     figures.accuracy = VerificationAccuracy(scores.folds);
-    figures.rank1 = MakeFigure(Rank1(scores.found), spread.rank1);
+    // One person alone cannot be mistaken for another.
+    if (people >= 2) {
+        figures.rank1 = MakeFigure(Rank1(scores.found), spread.rank1);
+    }
     return figures;
 }
 
