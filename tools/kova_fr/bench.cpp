@@ -259,8 +259,8 @@ std::string Text(const std::vector<PathTimes>& paths) {
         rounds += (rounds.empty() ? "" : ", ") + std::to_string(path.rounds);
     }
     return text + "Rounds: " + rounds +
-           ".\nIn each a whole face is timed, then each kind in a face of its own, and in one "
-           "more\nwhat its layers leave over. So the lines do not add up exactly.\n";
+           ".\nIn each a whole face is timed, then each kind in a face of its own, and in one\n"
+           "more what its layers leave over. So the lines do not add up exactly.\n";
 }
 
 std::string Json(const std::vector<PathTimes>& paths) {

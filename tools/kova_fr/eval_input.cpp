@@ -2,6 +2,7 @@
 #include "eval_input.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <map>
 #include <numeric>
@@ -43,7 +44,15 @@ bool IsFolder(const fs::path& path) {
     return fs::is_directory(path, error);
 }
 
-bool IsNoFolder(const fs::path& path) { return !IsFolder(path); }
+// Notes and lists may lie among the pictures.
+bool HasPictureName(const fs::path& path) {
+    std::string ending = path.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    static constexpr const char* kEndings[] = {".png", ".jpg", ".jpeg", ".pgm", ".ppm", ".pnm"};
+    return !IsFolder(path) &&
+           std::find(std::begin(kEndings), std::end(kEndings), ending) != std::end(kEndings);
+}
 
 std::string NameBeforeNumber(const fs::path& path) {
     const std::string stem = path.stem().string();
@@ -74,11 +83,11 @@ class Groups {
     throw Failure("line " + std::to_string(line) + " " + what);
 }
 
-// The next name or number of a line with commas, quoted or not.
-std::string TakeQuotable(std::string_view& rest, size_t line) {
+// The next name or number of a line, quoted or not.
+std::string TakeQuotable(std::string_view& rest, char separator, size_t line) {
     std::string field;
     if (!rest.starts_with('"')) {
-        const size_t end = std::min(rest.find(','), rest.size());
+        const size_t end = std::min(rest.find(separator), rest.size());
         field = rest.substr(0, end);
         rest.remove_prefix(end);
         return field;
@@ -99,19 +108,25 @@ std::string TakeQuotable(std::string_view& rest, size_t line) {
     }
 }
 
-std::vector<std::string> CommaFields(std::string_view rest, size_t line) {
-    std::vector<std::string> fields = {TakeQuotable(rest, line)};
-    while (rest.starts_with(',')) {
+std::vector<std::string> SeparatedFields(std::string_view rest, char separator, size_t line) {
+    std::vector<std::string> fields = {TakeQuotable(rest, separator, line)};
+    while (rest.starts_with(separator)) {
         rest.remove_prefix(1);
-        fields.push_back(TakeQuotable(rest, line));
+        fields.push_back(TakeQuotable(rest, separator, line));
     }
     if (!rest.empty()) {
-        FailLine(line, "goes on behind a quotation mark; put a comma there");
+        FailLine(line, "goes on behind a quotation mark; put the separator there");
     }
     return fields;
 }
 
-std::vector<std::string> SpacedFields(const std::string& text) {
+// Commas win over tabs, and these over spaces, which names may have then.
+std::vector<std::string> Fields(const std::string& text, size_t line) {
+    for (const char separator : {',', '\t'}) {
+        if (text.find(separator) != std::string::npos) {
+            return SeparatedFields(text, separator, line);
+        }
+    }
     std::istringstream words(text);
     std::vector<std::string> fields;
     for (std::string word; words >> word;) {
@@ -125,13 +140,15 @@ class PairList {
     explicit PairList(const fs::path& folder) : folder_(folder) {}
 
     void AddLine(const std::string& text, size_t line) {
-        const bool hasCommas = text.find(',') != std::string::npos;
-        const std::vector<std::string> fields =
-            hasCommas ? CommaFields(text, line) : SpacedFields(text);
-        if (fields.empty() || fields[0].starts_with('#')) {
+        if (text.starts_with('#')) {
             return;
         }
-        if (fields.size() != 3 || (fields[2] != "0" && fields[2] != "1")) {
+        const std::vector<std::string> fields = Fields(text, line);
+        if (fields.empty()) {
+            return;
+        }
+        if (fields.size() != 3 || fields[0].empty() || fields[1].empty() ||
+            (fields[2] != "0" && fields[2] != "1")) {
             FailLine(line, "is no pair; write: picture picture 1 (one person) or 0 (two people)");
         }
         AddPair(Number(fields[0]), Number(fields[1]), fields[2] == "1", line);
@@ -213,12 +230,12 @@ EvalInput FindPeople(const std::string& folder, bool byName) {
         input.pictures.push_back(picture.string());
     };
     if (byName) {
-        for (const fs::path& picture : Entries(folder, IsNoFolder)) {
+        for (const fs::path& picture : Entries(folder, HasPictureName)) {
             add(NameBeforeNumber(picture), picture);
         }
     } else {
         for (const fs::path& person : Entries(folder, IsFolder)) {
-            for (const fs::path& picture : Entries(person, IsNoFolder)) {
+            for (const fs::path& picture : Entries(person, HasPictureName)) {
                 add(person.filename().string(), picture);
             }
         }

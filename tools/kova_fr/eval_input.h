@@ -19,13 +19,14 @@ struct EvalInput {
 };
 
 // One sub-folder a person. `byName`: the pictures lie in the folder itself, and a person is what
-// their names have in common before the last '-' or '_'. Hidden files are left out.
+// their names have in common before the last '-' or '_'. Hidden files and those that are not named
+// as pictures are left out.
 EvalInput FindPeople(const std::string& folder, bool byName);
 
-// A list of pairs: `picture picture 1` for one person and 0 for two, or the same with commas, where
-// names may be quoted. Names are relative to the list's folder; empty lines and lines from # on are
-// skipped. Nobody's name is in it, so pictures of one pair, or of a chain of pairs, that show one
-// person make a person; a pair that contradicts this is a Failure.
+// A list of pairs: `picture picture 1` for one person and 0 for two, or the same with commas or
+// tabs, where names may be quoted. Names are relative to the list's folder; empty lines and those
+// that begin with # are skipped. Nobody's name is in it, so pictures of one pair, or of a chain of
+// pairs, that show one person make a person; a pair that contradicts this is a Failure.
 EvalInput ReadPairs(const std::string& path);
 
 // What is left of the input where only some pictures have a feature.

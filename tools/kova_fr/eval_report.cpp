@@ -138,9 +138,9 @@ std::vector<std::string> Notes(const Evaluation& evaluation) {
     notes.push_back(
         "In brackets: 95 % intervals over redrawn people (" + std::to_string(evaluation.rounds) +
         " rounds, seed " + std::to_string(evaluation.seed) +
-        "), since pairs with a picture or a person in common are not independent; those of error "
-        "rates are never narrower than so many independent pairs would give. They say what other "
-        "people in the same conditions would give, not what another camera would.");
+        "), since pairs with a picture or a person in common are not independent. Where no error "
+        "was seen, each person, or each two people, count as one trial. The intervals say what "
+        "other people in the same conditions would give, not what another camera would.");
     if (evaluation.people < kFewPeople) {
         notes.push_back("There are only " + std::to_string(evaluation.people) +
                         " people: the intervals themselves are rough, and too narrow if anything.");

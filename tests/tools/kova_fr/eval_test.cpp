@@ -182,7 +182,7 @@ TEST_F(Eval, AListMayHaveCommasAndQuotesAndItsNamesAreRelativeToIt) {
     fs::copy_file(samples[3].path, folder_ / "b.png");
     const json report =
         JsonOutput({"--pairs", WriteList("a 1.png,\"some, where/a \"\"2\"\".png\",1\r\n"
-                                         "b.png,a 1.png,0\r\n")});
+                                         "b.png\ta 1.png\t0\r\n")});
     EXPECT_EQ(report["pictures"], 3);
     EXPECT_EQ(report["people"], 2);
     EXPECT_EQ(report["same_pairs"], 1);
@@ -205,7 +205,8 @@ TEST_F(Eval, ListsThatCannotBeRightAreRefused) {
     ExpectRefusedList("\na b 2\n", "line 2 is no pair");
     ExpectRefusedList("a b 1 more\n", "line 1 is no pair");
     ExpectRefusedList("a,\"b,1\n", "quotation mark without its end");
-    ExpectRefusedList("a,\"b\"c,1\n", "put a comma there");
+    ExpectRefusedList("a,\"b\"c,1\n", "put the separator there");
+    ExpectRefusedList("a,,1\n", "line 1 is no pair");
     ExpectRefusedList("a a 1\n", "compares a picture with itself");
     ExpectRefusedList("a b 1\nb a 0\n", "line 2 says otherwise");
     ExpectRefusedList("a c 0\na b 1\nb c 1\n", "line 1 says two people where other lines say one");
@@ -215,6 +216,7 @@ TEST_F(Eval, ListsThatCannotBeRightAreRefused) {
 TEST_F(Eval, PicturesThatCannotBeReadAreNamedAndCounted) {
     MakePeople("ab");
     WriteFile(people_ + "/ada/broken.png", "no picture");
+    WriteFile(people_ + "/ada/notes.txt", "not even by its name");
     const Outcome run = Run({people_});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err.rfind("kova-fr: left out: ", 0), 0u) << run.err;
@@ -222,6 +224,15 @@ TEST_F(Eval, PicturesThatCannotBeReadAreNamedAndCounted) {
     EXPECT_NE(run.out.find("6 of 2 people; 1 left out"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("broken.png"), std::string::npos) << run.out;
     ExpectRefusal(Run({"--strict", people_}), 1, "broken.png: is not a picture");
+}
+
+TEST_F(Eval, APersonWithoutAUsablePictureDoesNotCount) {
+    MakePeople("ab");
+    fs::create_directory(people_ + "/bad");
+    WriteFile(people_ + "/bad/1.png", "no picture");
+    const json report = json::parse(Run({"--json", people_}).out);
+    EXPECT_EQ(report["people"], 2);
+    EXPECT_EQ(report["pictures"], 6);
 }
 
 TEST_F(Eval, PairsOfPicturesThatCannotBeReadAreLeftOut) {

@@ -524,6 +524,48 @@ TEST(RedrawnPeople, PairsOfOnePersonAreNotIndependent) {
     EXPECT_GE(errors.falseRejects->interval.high, 0.2);
 }
 
+// Where the truth is known from many more people, it lies in nearly all intervals of samples.
+TEST(RedrawnPeople, IntervalsCoverTheTruth) {
+    const size_t rank = RankOfSteps(3000);
+    const Scores many = ScorePairs(RandomTrial(500, 5, 1000), {}, NoProgress);
+    const double falseAccepts = Acceptance(many.all).FalseAccepts(rank);
+    const double falseRejects = Acceptance(many.all).FalseRejects(rank);
+    Redrawing redrawing;
+    redrawing.rounds = 60;
+    redrawing.thresholds = {rank};
+    constexpr uint64_t kSamples = 60;
+    int covered = 0;
+    for (uint64_t sample = 0; sample < kSamples; ++sample) {
+        const Trial trial = RandomTrial(25, 5, sample);
+        const Spread spread =
+            RedrawPeople(ScorePairs(trial, {}, NoProgress), trial.people, redrawing, NoProgress);
+        const auto covers = [](const std::optional<Interval>& interval, double truth) {
+            return interval && interval->low <= truth && truth <= interval->high ? 1 : 0;
+        };
+        covered += covers(spread.falseAccepts[0], falseAccepts);
+        covered += covers(spread.falseRejects[0], falseRejects);
+    }
+    RecordProperty("covered", covered);
+    EXPECT_GE(covered, 104); // of 120; 114 would be 95 %, and few people give a little less
+    EXPECT_LE(covered, 119); // they are not simply wide
+}
+
+TEST(Figures, NoErrorsStillLeaveAnUpperLimit) {
+    std::vector<std::vector<Feature>> people;
+    for (int person = 0; person < 4; ++person) {
+        people.push_back({At(90 * person), At(90 * person + 0.1), At(90 * person + 0.2)});
+    }
+    const Trial trial = TrialOf(people);
+    const Figures figures =
+        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 20, 0, NoProgress);
+    const ErrorsAt& errors = figures.table[10]; // 0.5
+    EXPECT_EQ(errors.falseAccepts->count, 0u);
+    EXPECT_EQ(errors.falseRejects->count, 0u);
+    // 6 couples of people and 4 people: Wilson's limit without an error is z^2 / (n + z^2).
+    EXPECT_NEAR(errors.falseAccepts->interval.high, 3.8415 / (6 + 3.8415), 1e-5);
+    EXPECT_NEAR(errors.falseRejects->interval.high, 3.8415 / (4 + 3.8415), 1e-5);
+}
+
 TEST(Figures, IntervalsHoldTheirValues) {
     const Trial trial = RandomTrial(30, 6, 4);
     const Figures figures =

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "statistics/figures.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace kova_statistics {
@@ -34,23 +35,48 @@ std::vector<double> CurveRates(const Acceptance& acceptance) {
     return rates;
 }
 
-Rate MakeRate(uint64_t count, uint64_t total, const std::optional<Interval>& redrawn) {
+// People who were compared with themselves, and couples of people who were compared.
+struct Trials {
+    uint64_t people = 0;
+    uint64_t couples = 0;
+};
+
+Trials CountTrials(const std::vector<ScoredPair>& drawn) {
+    std::vector<std::pair<uint32_t, uint32_t>> couples;
+    couples.reserve(drawn.size());
+    for (const ScoredPair& pair : drawn) {
+        couples.emplace_back(std::minmax(pair.firstPerson, pair.secondPerson));
+    }
+    std::sort(couples.begin(), couples.end());
+    couples.erase(std::unique(couples.begin(), couples.end()), couples.end());
+    Trials trials;
+    for (const auto& [first, second] : couples) {
+        ++(first == second ? trials.people : trials.couples);
+    }
+    return trials;
+}
+
+Rate MakeRate(uint64_t count, uint64_t total, uint64_t trials,
+              const std::optional<Interval>& redrawn) {
+    if (count == 0 || count == total) {
+        return {count, total, WilsonInterval(count == 0 ? 0 : trials, trials)};
+    }
     const Interval independent = WilsonInterval(count, total);
     return {count, total, redrawn ? Span(*redrawn, independent) : independent};
 }
 
-ErrorsAt Errors(const Acceptance& acceptance, size_t rank,
+ErrorsAt Errors(const Acceptance& acceptance, size_t rank, const Trials& trials,
                 const std::optional<Interval>& falseAccepts,
                 const std::optional<Interval>& falseRejects) {
     ErrorsAt errors;
     errors.rank = rank;
     if (acceptance.DifferentPairs() > 0) {
-        errors.falseAccepts =
-            MakeRate(acceptance.AcceptedDifferent(rank), acceptance.DifferentPairs(), falseAccepts);
+        errors.falseAccepts = MakeRate(acceptance.AcceptedDifferent(rank),
+                                       acceptance.DifferentPairs(), trials.couples, falseAccepts);
     }
     if (acceptance.SamePairs() > 0) {
         errors.falseRejects = MakeRate(acceptance.SamePairs() - acceptance.AcceptedSame(rank),
-                                       acceptance.SamePairs(), falseRejects);
+                                       acceptance.SamePairs(), trials.people, falseRejects);
     }
     return errors;
 }
@@ -95,11 +121,12 @@ Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, u
     for (const Recommendation& one : figures.recommendations) {
         redrawing.thresholds.push_back(one.errors ? one.errors->rank : 0);
     }
+    const Trials trials = CountTrials(scores.drawn);
     const Spread spread = RedrawPeople(scores, people, redrawing, progress);
 
     for (size_t i = 0; i < redrawing.thresholds.size(); ++i) {
-        const ErrorsAt errors = Errors(acceptance, redrawing.thresholds[i], spread.falseAccepts[i],
-                                       spread.falseRejects[i]);
+        const ErrorsAt errors = Errors(acceptance, redrawing.thresholds[i], trials,
+                                       spread.falseAccepts[i], spread.falseRejects[i]);
         if (i < tableSize) {
             figures.table.push_back(errors);
         } else if (Recommendation& one = figures.recommendations[i - tableSize]; one.errors) {

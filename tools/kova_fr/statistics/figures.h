@@ -16,8 +16,10 @@ struct Figure {
     std::optional<Interval> interval;
 };
 
-// A share of pairs. The interval holds that over redrawn people and, so that it is not empty where
-// no error was seen, Wilson's of so many independent pairs; the true one is not narrower.
+// A share of pairs. The interval holds that over redrawn people and Wilson's of so many independent
+// pairs, as the true one is not narrower. Where no error was seen, or nothing else, redrawing shows
+// nothing: there each person counts as one trial, or each two people, as if their pairs always went
+// the same way.
 struct Rate {
     uint64_t count = 0;
     uint64_t total = 0;
