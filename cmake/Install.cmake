@@ -1,7 +1,7 @@
 # cmake --install, the CMake package orvo_fr and the pkg-config modules kova_fr and kova_mpi_host. The
 # installed tree may be moved: nothing in it knows the prefix.
 #
-# Each Debian package is a component (cmake/DebianPackages.cmake).
+# Each Debian package is a component (cmake/debian/Packages.cmake).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS kova_fr kova_fr_static EXPORT orvo_fr-targets
