@@ -6,9 +6,11 @@ target_link_libraries(orvo_settings INTERFACE Threads::Threads)
 target_compile_options(orvo_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow
     # Results must not depend on what the compiler fuses: std::fma stands where a fused step is meant.
-    -ffp-contract=off
+    -ffp-contract=off)
+if(NOT EMSCRIPTEN)
     # Exported functions and objects must stay replaceable, also where the compiler sees their bodies.
-    -fsemantic-interposition)
+    target_compile_options(orvo_settings INTERFACE -fsemantic-interposition)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # GCC 12 warns of overlaps inside std::string that cannot happen.
     target_compile_options(orvo_settings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)

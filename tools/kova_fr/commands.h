@@ -12,6 +12,7 @@ void AddInspectCommand(CLI::App& program);
 void AddEnrollCommand(CLI::App& program);
 void AddIdentifyCommand(CLI::App& program);
 void AddGalleryCommand(CLI::App& program);
+void AddEvalCommand(CLI::App& program);
 void AddInfoCommand(CLI::App& program);
 
 } // namespace kova_cli

@@ -81,6 +81,7 @@ int main(int count, char** arguments) {
         kova_cli::AddEnrollCommand(program);
         kova_cli::AddIdentifyCommand(program);
         kova_cli::AddGalleryCommand(program);
+        kova_cli::AddEvalCommand(program);
         kova_cli::AddInfoCommand(program);
         return Run(program, count, arguments);
     } catch (const kova_cli::NobodyRecognised&) {
