@@ -12,15 +12,18 @@
 #include <orvo/kova_mpi.h>
 #include <stdio.h>
 
-/* One plane of grey levels in media memory. A camera's frames are there already. */
+/*
+ * One plane of grey levels in media memory, uncached: the scaler reads memory itself and would miss
+ * what is still in the processor's cache. A camera's frames are there already.
+ */
 static int frame_open(obj_img* frame, uint32_t width, uint32_t height) {
     void* address = NULL;
-    frame->width = width & ~1u; /* the library wants even sizes; stride keeps the rows apart */
-    frame->height = height & ~1u;
+    frame->width = width;
+    frame->height = height;
     frame->stride = width;
     frame->pool_id = 0;
     frame->mem_type = 1; /* vir_addr may be used: no mapping for each call */
-    if (KOVA_MPI_SYS_MmzAlloc_Cached(&frame->phy_addr, &address, "FACE", NULL, width * height)) {
+    if (KOVA_MPI_SYS_MmzAlloc(&frame->phy_addr, &address, "FACE", NULL, width * height) != 0) {
         return -1;
     }
     frame->vir_addr = (uintptr_t)address;
@@ -31,9 +34,9 @@ static void frame_close(const obj_img* frame) {
     KOVA_MPI_SYS_MmzFree(frame->phy_addr, (void*)(uintptr_t)frame->vir_addr);
 }
 
+/* The library wants even sizes: an odd last column or row is left out. */
 static int frame_load(obj_img* frame, const char* path) {
-    unsigned width = 0, height = 0, white = 0;
-    int loaded = -1;
+    unsigned width = 0, height = 0, white = 0, row = 0;
     FILE* file = fopen(path, "rb");
     if (file == NULL) {
         return -1;
@@ -44,16 +47,19 @@ static int frame_load(obj_img* frame, const char* path) {
         rewind(file);
         width = height = 256;
     }
-    if (width <= 8192 && height <= 8192 && frame_open(frame, width, height) == 0) {
-        const size_t size = (size_t)width * height;
-        if (fread((void*)(uintptr_t)frame->vir_addr, 1, size, file) == size) {
-            loaded = 0;
-        } else {
+    if (width <= 8192 && height <= 8192 && frame_open(frame, width & ~1u, height & ~1u) == 0) {
+        uint8_t* pixels = (uint8_t*)(uintptr_t)frame->vir_addr;
+        while (row < frame->height &&
+               fread(pixels + (size_t)row * frame->stride, 1, frame->width, file) == frame->width &&
+               fseek(file, (long)(width - frame->width), SEEK_CUR) == 0) {
+            ++row;
+        }
+        if (row < frame->height) {
             frame_close(frame);
         }
     }
     fclose(file);
-    return loaded;
+    return row > 0 && row == frame->height ? 0 : -1;
 }
 
 static int feature_of(const char* path, float feature[KOVA_FR_FEATURE_LEN]) {

@@ -9,12 +9,13 @@ fail() {
     exit 1
 }
 
-# make_pictures FILE: a.pgm, b.pgm and c.pgm in `work` from the file's bytes, since any bytes are a
-# picture. The third has a size that has to be scaled.
+# make_pictures FILE: a.pgm to d.pgm in `work` from the file's bytes, since any bytes are a picture. c.pgm
+# has a size that has to be scaled, d.pgm an odd column.
 make_pictures() {
     { printf 'P5\n256 256\n255\n' && head -c 65536 "$1"; } >"$work/a.pgm"
     { printf 'P5\n256 256\n255\n' && tail -c 65536 "$1"; } >"$work/b.pgm"
     { printf 'P5\n201 150\n255\n' && head -c 30150 "$1"; } >"$work/c.pgm"
+    { printf 'P5\n257 256\n255\n' && tail -c 65792 "$1"; } >"$work/d.pgm"
 }
 
 # wanted_distance KOVA_FR B: of a.pgm and B, as kova-fr gives it, with the digits that tell floats

@@ -18,10 +18,12 @@ library_dir=$(dirname "$(find "$prefix" -name libkova_fr.so)")
 make_pictures "$library_dir/libkova_fr.a"
 distance_b=$(wanted_distance "$prefix/bin/kova-fr" b.pgm)
 distance_c=$(wanted_distance "$prefix/bin/kova-fr" c.pgm)
+distance_d=$(wanted_distance "$prefix/bin/kova-fr" d.pgm)
 
 check_examples() {
     expect "$distance_b" b.pgm "$1/face_distance"
     expect "$distance_c" c.pgm "$1/face_distance"
+    expect "$distance_d" d.pgm "$1/face_distance"
     expect "$distance_b" b.pgm "$1/plain_memory"
     echo "$1: both examples give kova-fr's distances"
 }
@@ -29,6 +31,11 @@ check_examples() {
 for static in OFF ON; do
     build_with_cmake "$work/cmake-$static" -DCMAKE_PREFIX_PATH="$prefix" -DORVO_STATIC=$static
     check_examples "$work/cmake-$static"
+    expect "$distance_b" b.pgm "$work/cmake-$static/face_distance_plain"
+    if "$work/cmake-$static/face_distance_plain" "$work/a.pgm" "$work/c.pgm" 2>"$work/errors"; then
+        fail "a frame was scaled without a scaler"
+    fi
+    grep -q 'no feature (status 0xa0038008)' "$work/errors" || fail "the platform's status is lost"
 done
 
 PKG_CONFIG_PATH=$library_dir/pkgconfig
