@@ -91,6 +91,8 @@ if(TARGET kova_fr_detector)
     debian_package(detector kova-fr-detector graphics "face detector for kova-fr"
         "What kova-fr --detect finds the face of a photograph with. It uses OpenCV."
         kova-fr)
+    # The trained detector itself.
+    string(APPEND CPACK_DEBIAN_DETECTOR_PACKAGE_DEPENDS ", opencv-data")
     install(FILES cmake/debian/kova-fr-detector.lintian-overrides
             DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" RENAME kova-fr-detector
             COMPONENT detector EXCLUDE_FROM_ALL)
