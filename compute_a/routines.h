@@ -5,8 +5,8 @@
 // table.
 //
 // Every path gives the same bytes. One path is chosen when the first kernel runs: the best that the
-// processor has, or the one named by the environment variable ORVO_FR_PATH (for tests and
-// benchmarks; a name that this build or processor does not have is ignored).
+// processor and the operating system have, or the one named by the environment variable
+// ORVO_FR_PATH (a name that this build or machine does not have is ignored).
 #pragma once
 
 #include <cstddef>
@@ -75,8 +75,8 @@ struct Routines {
 // The path in use.
 const Routines& ChosenRoutines();
 
-// Every path that this build has and this processor can run, best first; the plain one is always
-// the last. Returns how many.
+// Every path that this build has and this machine can run, best first; the plain one is always the
+// last. Returns how many. May ask the operating system for what a path needs, see routines.cpp.
 constexpr size_t kMaxPaths = 4;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
@@ -84,6 +84,7 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 extern const Routines kPlainRoutines;
 extern const Routines kAvx2Routines;
 extern const Routines kAvx512VnniRoutines;
+extern const Routines kAmxRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 
