@@ -103,6 +103,13 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
                           int8_t* tmpBuffer) {
     const Geometry g{srcWidth, srcHeight, srcChannels, kernelSize,
                      pad,      stride,    dstWidth,    dstHeight};
+    const orvo::Routines& routines = orvo::ChosenRoutines();
+    const bool sameSize = dstWidth == srcWidth && dstHeight == srcHeight;
+    if (kernelSize == 3 && pad == 1 && stride == 1 && sameSize && routines.convolve3x3 != nullptr &&
+        routines.convolve3x3({src, g.srcWidth, g.srcHeight, g.srcChannels, weights, dstChannels,
+                              bias, outShift, dst})) {
+        return;
+    }
     const size_t taps = g.taps();
     const size_t pixels = g.pixels();
     const size_t matrixBytes = (taps * pixels + 3) / 4 * 4;
@@ -126,6 +133,6 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
         product.pixels = band.rows * g.dstWidth;
         product.rowPitch = product.pixels;
         product.dst = dst + oy * g.dstWidth;
-        orvo::ChosenRoutines().multiply(product);
+        routines.multiply(product);
     }
 }

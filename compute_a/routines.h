@@ -49,6 +49,17 @@ struct DepthwisePlanes {
     int8_t* dst;
 };
 
+// Convolution 3 x 3 with stride 1 of planes with one row or column of zeros around them.
+struct Convolution3x3 {
+    const int8_t* src;
+    size_t width, height, srcChannels;
+    const int8_t* weights; // groups of four channels, interleaved, as in a matrix product
+    size_t channels;
+    const int32_t* bias;
+    uint32_t shift;
+    int8_t* dst;
+};
+
 // The shifts of a residual addition whose sum fits 16 bits: inputs up to 6, output up to 14.
 struct AddShifts {
     uint32_t in1, in2, out;
@@ -70,6 +81,9 @@ struct Routines {
     // in2 null: the shortcut counts as zero. dst may be in1 or in2.
     void (*add)(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
                 const AddShifts& shifts);
+    // Returns false, having done nothing, where its way of working does not fit. Null where a path
+    // has none: the matrix product of the expanded input does for all.
+    bool (*convolve3x3)(const Convolution3x3& convolution) = nullptr;
 };
 
 // The path in use.

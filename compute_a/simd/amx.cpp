@@ -8,7 +8,7 @@
 // (12) and packing pixels (8 for 256 bytes).
 //
 // The operating system gives a process the tiles when it asks for them; see routines.cpp.
-#include <cstring>
+#include <type_traits>
 
 #include "compute_a/routines.h"
 #include "compute_a/simd/avx512_lanes.h"
@@ -113,15 +113,21 @@ void PackGroup(const MatrixProduct& p, const int8_t* weights, int8_t* to) {
         25, 29, 33, 37, 41, 45, 49, 53, 57, 61, 2,  6,  10, 14, 18, 22, 26, 30, 34, 38, 42, 46,
         50, 54, 58, 62, 3,  7,  11, 15, 19, 23, 27, 31, 35, 39, 43, 47, 51, 55, 59, 63};
     const __m512i byChannel = _mm512_load_si512(kByChannel);
-    for (size_t k = 0; k < (p.inner + 63) / 64 * 64; k += 16) {
-        const __mmask64 inside = k < p.inner ? FirstBytes(4 * (p.inner - k)) : 0;
-        const __m512i bytes =
-            _mm512_permutexvar_epi8(byChannel, _mm512_maskz_loadu_epi8(inside, weights + 4 * k));
-        int8_t* const at = to + k / 64 * kTileBytes + k % 64;
-        _mm_store_si128(reinterpret_cast<__m128i*>(at), _mm512_castsi512_si128(bytes));
-        _mm_store_si128(reinterpret_cast<__m128i*>(at + 64), _mm512_extracti32x4_epi32(bytes, 1));
-        _mm_store_si128(reinterpret_cast<__m128i*>(at + 128), _mm512_extracti32x4_epi32(bytes, 2));
-        _mm_store_si128(reinterpret_cast<__m128i*>(at + 192), _mm512_extracti32x4_epi32(bytes, 3));
+    for (size_t k = 0; k < p.inner; k += 64, to += kTileBytes, weights += 256) {
+        __m512i rows[4];
+        for (size_t i = 0; i < 4; ++i) {
+            const __mmask64 inside =
+                k + 16 * i < p.inner ? FirstBytes(4 * (p.inner - k - 16 * i)) : 0;
+            rows[i] = _mm512_permutexvar_epi8(byChannel, LoadBytes(inside, weights + 64 * i));
+        }
+        const __m512i a = _mm512_shuffle_i32x4(rows[0], rows[1], 0x44);
+        const __m512i b = _mm512_shuffle_i32x4(rows[2], rows[3], 0x44);
+        const __m512i c = _mm512_shuffle_i32x4(rows[0], rows[1], 0xEE);
+        const __m512i d = _mm512_shuffle_i32x4(rows[2], rows[3], 0xEE);
+        _mm512_store_si512(to, _mm512_shuffle_i32x4(a, b, 0x88));
+        _mm512_store_si512(to + 64, _mm512_shuffle_i32x4(a, b, 0xDD));
+        _mm512_store_si512(to + 128, _mm512_shuffle_i32x4(c, d, 0x88));
+        _mm512_store_si512(to + 192, _mm512_shuffle_i32x4(c, d, 0xDD));
     }
 }
 
@@ -190,20 +196,8 @@ void PackVector(const MatrixProduct& p, const Cut& cut, size_t pixel, size_t pix
 
 using Sums = int32_t[kTileRows][kQuadPixels];
 
-// The sums of two B's, from the weights' and the pixels' first chunk on.
 template <int kFirst>
-inline void SumPair(const Cut& cut, const int8_t* weights, const int32_t* start,
-                    const int8_t* pixels) {
-    LoadTile<kFirst>(start, 64);
-    LoadTile<kFirst + 1>(start, 64);
-    for (size_t i = 0; i < cut.chunks; ++i) {
-        LoadTile<4>(weights + i * kTileBytes, 64);
-        LoadTile<6>(pixels + i * kTileRows * 256 + kFirst * 64, 256);
-        MultiplyTiles<kFirst, 4, 6>();
-        LoadTile<7>(pixels + i * kTileRows * 256 + (kFirst + 1) * 64, 256);
-        MultiplyTiles<kFirst + 1, 4, 7>();
-    }
-}
+using First = std::integral_constant<int, kFirst>;
 
 template <int kFirst>
 inline void StorePair(Sums& sums) {
@@ -211,55 +205,86 @@ inline void StorePair(Sums& sums) {
     StoreTile<kFirst + 1>(&sums[0][(kFirst + 1) * 16], sizeof sums[0]);
 }
 
+// What a quad's sums become: `planes` channels of up to 64 pixels.
 struct QuadOutput {
     int8_t* dst;
     size_t planePitch;
-    size_t channels;
     __mmask64 inside;
     uint32_t shift;
 };
 
-template <bool ShiftWords>
-void RequantiseQuad(const Sums& sums, const QuadOutput& out) {
+// How a quad's pixels are spread over the four vectors of a channel's sums.
+enum class PixelOrder {
+    kUnpacked,    // as PackQuad() leaves them; requantising undoes it
+    kInterleaved, // each vector has every fourth
+};
+
+template <PixelOrder kOrder, bool ShiftWords>
+void RequantiseQuad(const Sums& sums, const QuadOutput& out, size_t channels) {
     const __m512i shift = ShiftCounts<ShiftWords>(out.shift);
-    for (size_t c = 0; c < out.channels; ++c) {
+    const __m512i interleave = _mm512_broadcast_i32x4(TransposeFourByFour());
+    for (size_t c = 0; c < channels; ++c) {
         const __m512i plane[4] = {_mm512_load_si512(sums[c]), _mm512_load_si512(sums[c] + 16),
                                   _mm512_load_si512(sums[c] + 32), _mm512_load_si512(sums[c] + 48)};
-        StoreBytes(out.inside, Requantise<ShiftWords>(plane, shift), out.dst + c * out.planePitch);
-    }
-}
-
-void Finish(const Sums& sums, const QuadOutput& out) {
-    if (out.shift <= 8) {
-        RequantiseQuad<true>(sums, out);
-    } else {
-        RequantiseQuad<false>(sums, out);
-    }
-}
-
-// Some channels by a quad. A tile's last sums are stored and all of them requantised while the
-// next one's first are made.
-void MultiplyQuad(const Cut& cut, const Operands& operands, size_t channels, QuadOutput out) {
-    alignas(64) Sums sums;
-    const int8_t* weights = operands.weights;
-    const int32_t* start = operands.start;
-    const size_t tilePitch = cut.tileChannels * out.planePitch;
-    out.channels = 0;
-    for (size_t c = 0; c < channels; c += cut.tileChannels) {
-        SumPair<0>(cut, weights, start, operands.pixels);
-        if (c > 0) {
-            StorePair<2>(sums);
-            Finish(sums, out);
-            out.dst += tilePitch;
+        __m512i bytes = Requantise<ShiftWords>(plane, shift);
+        if constexpr (kOrder == PixelOrder::kInterleaved) {
+            bytes = _mm512_shuffle_epi8(bytes, interleave);
         }
-        SumPair<2>(cut, weights, start, operands.pixels);
+        StoreBytes(out.inside, bytes, out.dst + c * out.planePitch);
+    }
+}
+
+template <PixelOrder kOrder>
+void FinishQuad(const Sums& sums, const QuadOutput& out, size_t channels) {
+    if (out.shift <= 8) {
+        RequantiseQuad<kOrder, true>(sums, out, channels);
+    } else {
+        RequantiseQuad<kOrder, false>(sums, out, channels);
+    }
+}
+
+// All channels of a quad. `sumPair(first, tile)` makes the sums first and first + 1 of a tile of
+// channels. A tile's last sums are stored and all of them requantised while the next one's are
+// made.
+template <PixelOrder kOrder, typename SumPair>
+inline void SumQuad(size_t channels, size_t tileChannels, QuadOutput out, const SumPair& sumPair) {
+    alignas(64) Sums sums;
+    size_t before = 0; // channels of the tile before
+    for (size_t c = 0, tile = 0; c < channels; c += tileChannels, ++tile) {
+        sumPair(First<0>{}, tile);
+        if (before > 0) {
+            StorePair<2>(sums);
+        }
+        sumPair(First<2>{}, tile);
+        FinishQuad<kOrder>(sums, out, before);
+        out.dst += before * out.planePitch;
         StorePair<0>(sums);
-        out.channels = channels - c < cut.tileChannels ? channels - c : cut.tileChannels;
-        weights += cut.weightBytes();
-        start += 16 * cut.tileChannels;
+        before = channels - c < tileChannels ? channels - c : tileChannels;
     }
     StorePair<2>(sums);
-    Finish(sums, out);
+    FinishQuad<kOrder>(sums, out, before);
+}
+
+void MultiplyQuad(const Cut& cut, const Operands& operands, size_t channels,
+                  const QuadOutput& out) {
+    const auto sumPair = [&](auto first, size_t tile) {
+        constexpr int kFirst = decltype(first)::value;
+        const int32_t* const start = operands.start + tile * 16 * cut.tileChannels;
+        LoadTile<kFirst>(start, 64);
+        LoadTile<kFirst + 1>(start, 64);
+        const int8_t* weights = operands.weights + tile * cut.weightBytes();
+        const int8_t* pixels = operands.pixels + 64 * kFirst;
+        for (size_t i = 0; i < cut.chunks; ++i) {
+            LoadTile<4>(weights, 64);
+            LoadTile<6>(pixels, 256);
+            MultiplyTiles<kFirst, 4, 6>();
+            LoadTile<7>(pixels + 64, 256);
+            MultiplyTiles<kFirst + 1, 4, 7>();
+            weights += kTileBytes;
+            pixels += kTileRows * 256;
+        }
+    };
+    SumQuad<PixelOrder::kUnpacked>(channels, cut.tileChannels, out, sumPair);
 }
 
 void MultiplyVector(const MatrixProduct& p, const Cut& cut, const Operands& operands,
@@ -323,13 +348,130 @@ void Multiply(const MatrixProduct& p) {
         for (; pixel + kVectorPixels < p.pixels; pixel += kQuadPixels) {
             PackQuad(p, cut, pixel, p.pixels - pixel, operands.pixels);
             MultiplyQuad(cut, operands, channels,
-                         {dst + pixel, p.planePitch, 0, FirstBytes(p.pixels - pixel), p.shift});
+                         {dst + pixel, p.planePitch, FirstBytes(p.pixels - pixel), p.shift});
         }
         if (pixel < p.pixels) {
             PackVector(p, cut, pixel, p.pixels - pixel, operands.pixels);
             MultiplyVector(p, cut, operands, channels, dst + pixel, p.pixels - pixel);
         }
     }
+}
+
+// ---- Convolution 3 x 3 of few planes -----------------------------------------------------------
+//
+// Without a matrix of the inputs: a B's column holds four neighbours in each of three rows of each
+// plane, which is what two outputs side by side see. So A has a channel's weights twice, a byte
+// apart, and there are two B's for a quad: from the column before an output on, and from the column
+// after it on. Both are loaded from the planes as they lie, row after row; what is outside the
+// plane is masked.
+//
+// Exact: as above; the products of the fourth neighbour are with zeros.
+
+constexpr size_t kMostTaps = 16 * 4; // of which each three take four bytes
+constexpr size_t kMostStemChannels = 64;
+
+struct StemOperands {
+    alignas(64) int8_t weights[kMostStemChannels / kTileRows][2][kTileBytes];
+    alignas(64) int32_t start[kMostStemChannels][kVectorPixels];
+    alignas(64) int8_t pixels[2][kTileRows][kQuadPixels];
+};
+
+// Three weights of a filter row, in the first three or the last three bytes of four.
+template <size_t kFrom>
+inline __m512i SpreadFilter(__m512i weights) {
+    alignas(64) uint8_t order[64];
+    __mmask64 present = 0;
+    for (size_t i = 0; i < 64; ++i) {
+        const size_t tap = i % 4 - kFrom;
+        order[i] = static_cast<uint8_t>(i / 4 * 3 + tap);
+        present |= __mmask64{tap < 3} << i;
+    }
+    return _mm512_maskz_permutexvar_epi8(present, _mm512_load_si512(order), weights);
+}
+
+void PackStem(const Convolution3x3& conv, StemOperands& to) {
+    MatrixProduct product{};
+    product.inner = 9 * conv.srcChannels;
+    for (size_t c = 0; c < conv.channels; c += 4) {
+        alignas(64) int8_t rows[4][64];
+        PackGroup(product, conv.weights + c * product.inner, rows[0]);
+        for (size_t i = 0; i < 4; ++i) {
+            const size_t row = (c + i) % kTileRows * 64;
+            auto& tiles = to.weights[c / kTileRows];
+            const __m512i weights = _mm512_load_si512(rows[i]);
+            _mm512_store_si512(tiles[0] + row, SpreadFilter<0>(weights));
+            _mm512_store_si512(tiles[1] + row, SpreadFilter<1>(weights));
+            _mm512_store_si512(to.start[c + i], _mm512_set1_epi32(conv.bias[c + i]));
+        }
+    }
+}
+
+// The bytes of a quad from `pixel` on that begin a row, or if `last` that end one.
+__mmask64 RowEdges(const Convolution3x3& conv, size_t pixel, bool last) {
+    __mmask64 edges = 0;
+    for (size_t i = conv.width - pixel % conv.width - last; i < 64; i += conv.width) {
+        edges |= __mmask64{1} << i;
+    }
+    return edges | (pixel % conv.width == 0 && !last);
+}
+
+void PackStemQuad(const Convolution3x3& conv, size_t pixel, StemOperands& to) {
+    const size_t count = conv.width * conv.height;
+    const __mmask64 columns[2] = {~RowEdges(conv, pixel, false), ~RowEdges(conv, pixel, true)};
+    __mmask64 rows[3] = {FirstBytes(64), FirstBytes(64), FirstBytes(64)};
+    if (pixel < conv.width) {
+        rows[0] = ~FirstBytes(conv.width - pixel);
+    }
+    if (pixel + 64 + conv.width > count) {
+        rows[2] = pixel + conv.width < count ? FirstBytes(count - conv.width - pixel) : 0;
+    }
+    size_t k = 0;
+    for (size_t c = 0; c < conv.srcChannels; ++c) {
+        const int8_t* at = conv.src + c * count + pixel - conv.width;
+        for (size_t ky = 0; ky < 3; ++ky, ++k, at += conv.width) {
+            _mm512_store_si512(to.pixels[0][k],
+                               _mm512_maskz_loadu_epi8(rows[ky] & columns[0], at - 1));
+            _mm512_store_si512(to.pixels[1][k],
+                               _mm512_maskz_loadu_epi8(rows[ky] & columns[1], at + 1));
+        }
+    }
+}
+
+bool Convolve3x3(const Convolution3x3& conv) {
+    const size_t count = conv.width * conv.height;
+    if (conv.width % 4 != 0 || count % kQuadPixels != 0 || conv.srcChannels == 0 ||
+        12 * conv.srcChannels > kMostTaps || conv.channels % kTileRows != 0 ||
+        conv.channels > kMostStemChannels) {
+        return false;
+    }
+    TileShapes shapes;
+    for (size_t tile = 0; tile < 4; ++tile) {
+        shapes.Set(tile, kTileRows, 64);
+    }
+    shapes.Set(4, kTileRows, 12 * conv.srcChannels);
+    shapes.Set(5, kTileRows, 12 * conv.srcChannels);
+    shapes.Set(6, 3 * conv.srcChannels, 64);
+    shapes.Set(7, 3 * conv.srcChannels, 64);
+    const Tiles tiles(shapes);
+    StemOperands operands;
+    PackStem(conv, operands);
+    const auto sumPair = [&](auto first, size_t tile) {
+        constexpr int kFirst = decltype(first)::value;
+        LoadTile<kFirst>(operands.start[tile * kTileRows], 64);
+        LoadTile<kFirst + 1>(operands.start[tile * kTileRows], 64);
+        LoadTile<4>(operands.weights[tile][0], 64);
+        LoadTile<6>(operands.pixels[kFirst / 2], 64);
+        MultiplyTiles<kFirst, 4, 6>();
+        LoadTile<5>(operands.weights[tile][1], 64);
+        MultiplyTiles<kFirst + 1, 5, 6>();
+    };
+    for (size_t pixel = 0; pixel < count; pixel += kQuadPixels) {
+        PackStemQuad(conv, pixel, operands);
+        SumQuad<PixelOrder::kInterleaved>(conv.channels, kTileRows,
+                                          {conv.dst + pixel, count, FirstBytes(64), conv.shift},
+                                          sumPair);
+    }
+    return true;
 }
 
 } // namespace
@@ -343,6 +485,7 @@ const Routines kAmxRoutines{"amx",
                             avx512vnni::SampleRow,
                             avx512vnni::Rectify,
                             avx512vnni::FlipSigns,
-                            avx512vnni::Add};
+                            avx512vnni::Add,
+                            Convolve3x3};
 
 } // namespace orvo

@@ -70,6 +70,11 @@ inline __m512i InterleaveRows(const __m128i row[4]) {
     return _mm512_inserti32x4(packed, _mm_unpackhi_epi16(hi01, hi23), 3);
 }
 
+// In 16 bytes, what is four by four.
+inline __m128i TransposeFourByFour() {
+    return _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+}
+
 // 16 bytes of each of up to four planes. Requantising leaves 4 of each plane in each 16 bytes.
 inline void StoreFourPlanes(__m512i requantised, int8_t* dst, size_t planePitch, size_t planes,
                             __mmask16 inside) {
