@@ -550,14 +550,40 @@ struct Strip {
     int8_t* dst;
     size_t width, height, planeBytes;
     size_t columns;
-    size_t count;             // planes there are
-    __mmask64 inside[Planes]; // which bytes of an input vector are each plane's
+    size_t count;               // planes there are
+    __mmask64 inside[Planes];   // which bytes of an input vector are each plane's
+    __m512i insideBytes;        // the same of all planes
+    size_t firstSafe, rowsSafe; // rows whose parts can be loaded whole
+    size_t rowsStored;          // rows from the first on whose parts can be stored whole
+
+    __m512i Row(size_t y) const {
+        if (y - firstSafe < rowsSafe) {
+            const __m512i flip = _mm512_set1_epi8(-128);
+            constexpr int kAndXor = 0x6A; // (a & b) ^ c
+            return _mm512_ternarylogic_epi64(LoadParts(src + y * width - 1), insideBytes, flip,
+                                             kAndXor);
+        }
+        return y < height ? MaskedRow(y) : FlipSign(_mm512_setzero_si512());
+    }
+
+    // Whole parts: what is not the planes' is masked together with the flipping of signs. Loading
+    // by a mask takes one of the two ports that the products need.
+    __m512i LoadParts(const int8_t* at) const {
+        if constexpr (Planes == 1) {
+            return _mm512_loadu_si512(at);
+        } else if constexpr (Planes == 2) {
+            return _mm512_inserti64x4(_mm512_castsi256_si512(Bytes32::Load(at)),
+                                      Bytes32::Load(at + planeBytes), 1);
+        } else {
+            __m512i row = _mm512_castsi128_si512(Bytes16::Load(at));
+            row = _mm512_inserti32x4(row, Bytes16::Load(at + planeBytes), 1);
+            row = _mm512_inserti32x4(row, Bytes16::Load(at + 2 * planeBytes), 2);
+            return _mm512_inserti32x4(row, Bytes16::Load(at + 3 * planeBytes), 3);
+        }
+    }
 
     // Each plane's part is loaded in place, by a mask.
-    __m512i Row(size_t y) const {
-        if (y >= height) {
-            return FlipSign(_mm512_setzero_si512());
-        }
+    __m512i MaskedRow(size_t y) const {
         const int8_t* at = src + y * width - 1;
         __m512i row = _mm512_maskz_loadu_epi8(inside[0], at);
 #pragma GCC unroll 3
@@ -568,17 +594,16 @@ struct Strip {
         return FlipSign(row);
     }
 
-    // Planes side by side are as wide as the strip: what their parts have too much is stored, too,
-    // to be replaced by the next rows, unless it reaches beyond the plane. A store by a mask takes
-    // twice as long.
+    // What the parts have too much is stored, too, to be replaced by the next rows, strips or
+    // planes, unless nothing would replace it. A store by a mask takes twice as long.
     void Store(size_t y, __m512i bytes) const {
         int8_t* to = dst + y * width;
-        if constexpr (Planes == 1) {
-            _mm512_mask_storeu_epi8(to, FirstBytes(columns), bytes);
-        } else if ((height - y) * width >= kPart && count == Planes) {
+        if (y < rowsStored) {
             StoreParts(to, bytes, [](int8_t* part, auto values) {
                 __builtin_memcpy(part, &values, sizeof values);
             });
+        } else if constexpr (Planes == 1) {
+            _mm512_mask_storeu_epi8(to, FirstBytes(columns), bytes);
         } else {
             StoreParts(to, bytes, [&](int8_t* part, auto values) {
                 const size_t plane = static_cast<size_t>(part - to) / planeBytes;
@@ -589,7 +614,9 @@ struct Strip {
 
     template <typename StorePart>
     void StoreParts(int8_t* to, __m512i bytes, const StorePart& store) const {
-        if constexpr (Planes == 2) {
+        if constexpr (Planes == 1) {
+            store(to, bytes);
+        } else if constexpr (Planes == 2) {
             store(to, _mm512_castsi512_si256(bytes));
             store(to + planeBytes, _mm512_extracti64x4_epi64(bytes, 1));
         } else if constexpr (Planes == 4) {
@@ -608,18 +635,49 @@ struct Strip {
     }
 };
 
+// How many rows of a plane have `bytes` bytes before `end`, the first one's being at `from`.
+size_t RowsWithin(size_t from, size_t bytes, size_t end, const DepthwisePlanes& p) {
+    if (from + bytes > end) {
+        return 0;
+    }
+    const size_t rows = (end - from - bytes) / p.width + 1;
+    return rows < p.height ? rows : p.height;
+}
+
 template <size_t Planes>
 Strip<Planes> StripAt(const DepthwisePlanes& p, size_t channel, size_t count, size_t x,
                       size_t columns) {
     constexpr size_t kPart = Strip<Planes>::kPart;
     const size_t plane = p.width * p.height;
     const size_t at = channel * plane + x;
-    Strip<Planes> strip{p.src + at, p.dst + at, p.width, p.height, plane, columns, count, {}};
+    Strip<Planes> strip{};
+    strip.src = p.src + at;
+    strip.dst = p.dst + at;
+    strip.width = p.width;
+    strip.height = p.height;
+    strip.planeBytes = plane;
+    strip.columns = columns;
+    strip.count = count;
     // The column before the first one, and the one after the last if they are in the plane.
     const __mmask64 inside =
         FirstBytes(p.width - x < kPart ? p.width - x + 1 : kPart) & ~__mmask64{x == 0};
+    __mmask64 allInside = 0;
     for (size_t i = 0; i < count; ++i) {
         strip.inside[i] = inside << (i * kPart % 64);
+        allInside |= strip.inside[i];
+    }
+    strip.insideBytes = _mm512_movm_epi8(allInside);
+    if (count == Planes) {
+        const size_t last = at + (Planes - 1) * plane; // of the strip's planes
+        strip.firstSafe = at == 0 ? 1 : 0;             // nothing is before the first value
+        const size_t safe = RowsWithin(last - (at > 0), kPart, p.channels * plane, p);
+        strip.rowsSafe = safe > strip.firstSafe ? safe - strip.firstSafe : 0;
+        if (columns < p.width) {
+            strip.rowsStored = x + kPart <= p.width ? p.height : 0; // the next strip replaces
+        } else {
+            strip.rowsStored =
+                RowsWithin(last, kPart, Planes > 1 ? last + plane : p.channels * plane, p);
+        }
     }
     return strip;
 }
