@@ -804,11 +804,7 @@ void avx512vnni::Depthwise(const DepthwisePlanes& p) {
     }
 }
 
-namespace {
-
 // ---- Dot product -------------------------------------------------------------------------------
-
-} // namespace
 
 // Two sums: of the products with flipped signs, and of the weights that the flipping multiplies by
 // 128. Measured on 256 values: 4 times as fast as the plain body.

@@ -112,6 +112,20 @@ TEST(Conv, KernelSizesPadsAndStrides) {
     }
 }
 
+TEST(Conv, ThreeByThreeKernelsOverWholeVectorsOfPixels) {
+    const int sizes[][4] = {{4, 16, 1, 16},  {8, 8, 2, 48},   {64, 1, 3, 16},  {128, 2, 4, 32},
+                            {16, 12, 5, 64}, {12, 16, 5, 16}, {20, 16, 3, 32}, {96, 2, 3, 16}};
+    for (const auto& [width, height, srcChannels, dstChannels] : sizes) {
+        const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
+        EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(width)));
+    }
+    const ConvShape shape = Shape(12, 16, 3, 16, 3, 1, 1);
+    CheckEveryShift(kGenericConv, shape);
+    CheckUniformExtremes(kGenericConv, shape);
+    CheckBiasWraps(kGenericConv, shape);
+    CheckOddAddresses(kGenericConv, shape);
+}
+
 TEST(Conv, OddSizes) {
     for (int width = 1; width <= 11; width += 2) {
         for (int height = 1; height <= 11; ++height) {
