@@ -103,16 +103,18 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
                           int8_t* tmpBuffer) {
     const Geometry g{srcWidth, srcHeight, srcChannels, kernelSize,
                      pad,      stride,    dstWidth,    dstHeight};
+    const size_t taps = g.taps();
+    const size_t pixels = g.pixels();
+    const size_t matrixBytes = (taps * pixels + 3) / 4 * 4;
+    const size_t productBytes = 8 * taps * (pixels / 8 + pixels % 8);
+
     const orvo::Routines& routines = orvo::ChosenRoutines();
     const bool sameSize = dstWidth == srcWidth && dstHeight == srcHeight;
     if (kernelSize == 3 && pad == 1 && stride == 1 && sameSize && routines.convolve3x3 != nullptr &&
         routines.convolve3x3({src, g.srcWidth, g.srcHeight, g.srcChannels, weights, dstChannels,
-                              bias, outShift, dst})) {
+                              bias, outShift, dst, tmpBuffer, matrixBytes + productBytes})) {
         return;
     }
-    const size_t taps = g.taps();
-    const size_t pixels = g.pixels();
-    const size_t matrixBytes = (taps * pixels + 3) / 4 * 4;
 
     orvo::MatrixProduct product;
     product.rows = tmpBuffer;
@@ -124,7 +126,7 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
     product.shift = outShift;
     product.planePitch = pixels;
     product.scratch = tmpBuffer + matrixBytes;
-    product.scratchBytes = 8 * taps * (pixels / 8 + pixels % 8);
+    product.scratchBytes = productBytes;
 
     const size_t bandRows = std::max<size_t>(1, kBandPixels / std::max<size_t>(1, g.dstWidth));
     for (size_t oy = 0; oy < g.dstHeight; oy += bandRows) {

@@ -58,6 +58,9 @@ struct Convolution3x3 {
     const int32_t* bias;
     uint32_t shift;
     int8_t* dst;
+
+    int8_t* scratch;
+    size_t scratchBytes;
 };
 
 // The shifts of a residual addition whose sum fits 16 bits: inputs up to 6, output up to 14.

@@ -84,7 +84,7 @@ constexpr size_t kTileBytes = 1024;
 constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 64;
 constexpr size_t kMostChunks = 4;
-constexpr size_t kMemoryBytes = 36 * 1024; // enough for 64 channels of 256 rows, and in the cache
+constexpr size_t kMostPackedBytes = 36 * 1024; // at a time, to stay in the first cache
 
 // How a product is cut into tiles. Rows are taken in chunks of 64, or all at once if there are
 // fewer; channels in tiles of equal height.
@@ -333,20 +333,39 @@ TileShapes ShapesFor(const Cut& cut) {
     return shapes;
 }
 
+// The scratch from a cache line's start on: tiles whose rows straddle two lines take six times as
+// long to load.
+struct Scratch {
+    int8_t* start;
+    size_t bytes;
+
+    Scratch(int8_t* given, size_t givenBytes) {
+        const size_t skip = (64 - reinterpret_cast<uintptr_t>(given) % 64) % 64;
+        start = given + skip;
+        bytes = givenBytes > skip ? givenBytes - skip : 0;
+    }
+};
+
 void Multiply(const MatrixProduct& p) {
     if (p.inner == 0 || p.inner > 64 * kMostChunks || p.channels == 0) {
         avx512vnni::Multiply(p); // longer than any layer's
         return;
     }
     const Cut cut(p);
-    const Tiles tiles(ShapesFor(cut));
-    alignas(64) int8_t memory[kMemoryBytes];
+    const Scratch scratch(p.scratch, p.scratchBytes);
+    const size_t room = scratch.bytes < kMostPackedBytes ? scratch.bytes : kMostPackedBytes;
     const size_t startBytes = cut.tileChannels * 64;
-    const size_t slice = (kMemoryBytes - cut.pixelBytes()) / (cut.weightBytes() + startBytes);
+    const size_t tileBytes = cut.weightBytes() + startBytes;
+    if (room < cut.pixelBytes() + tileBytes) {
+        avx512vnni::Multiply(p); // planes of 6 x 6 and smaller
+        return;
+    }
+    const Tiles tiles(ShapesFor(cut));
+    const size_t slice = (room - cut.pixelBytes()) / tileBytes;
     const size_t sliceChannels = slice * cut.tileChannels;
+    int8_t* const weights = scratch.start + cut.pixelBytes();
     const Operands operands{
-        memory + cut.pixelBytes(),
-        reinterpret_cast<int32_t*>(memory + cut.pixelBytes() + slice * cut.weightBytes()), memory};
+        weights, reinterpret_cast<int32_t*>(weights + slice * cut.weightBytes()), scratch.start};
     for (size_t first = 0; first < p.channels; first += sliceChannels) {
         const size_t left = p.channels - first;
         const size_t channels = left < sliceChannels ? left : sliceChannels;
@@ -377,7 +396,7 @@ void Multiply(const MatrixProduct& p) {
 // times as fast as the AVX-512 path, 1.9 times as the product of the expanded input by tiles.
 
 constexpr size_t kMostTaps = 16 * 4; // of which each three take four bytes
-constexpr size_t kMostStemChannels = 64;
+constexpr size_t kMostStemChannels = 32;
 
 struct StemOperands {
     alignas(64) int8_t weights[kMostStemChannels / kTileRows][2][kTileBytes];
@@ -460,6 +479,10 @@ bool Convolve3x3(const Convolution3x3& conv) {
         conv.channels > kMostStemChannels) {
         return false;
     }
+    const Scratch scratch(conv.scratch, conv.scratchBytes);
+    if (scratch.bytes < sizeof(StemOperands)) {
+        return false;
+    }
     TileShapes shapes;
     for (size_t tile = 0; tile < 4; ++tile) {
         shapes.Set(tile, kTileRows, 64);
@@ -469,7 +492,7 @@ bool Convolve3x3(const Convolution3x3& conv) {
     shapes.Set(6, 3 * conv.srcChannels, 64);
     shapes.Set(7, 3 * conv.srcChannels, 64);
     const Tiles tiles(shapes);
-    StemOperands operands;
+    StemOperands& operands = *reinterpret_cast<StemOperands*>(scratch.start);
     PackStem(conv, operands);
     const auto sumPair = [&](auto first, size_t tile) {
         constexpr int kFirst = decltype(first)::value;

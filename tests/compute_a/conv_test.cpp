@@ -113,8 +113,8 @@ TEST(Conv, KernelSizesPadsAndStrides) {
 }
 
 TEST(Conv, ThreeByThreeKernelsOverWholeVectorsOfPixels) {
-    const int sizes[][4] = {{4, 16, 1, 16},  {8, 8, 2, 48},   {64, 1, 3, 16},  {128, 2, 4, 32},
-                            {16, 12, 5, 64}, {12, 16, 5, 16}, {20, 16, 3, 32}, {96, 2, 3, 16}};
+    const int sizes[][4] = {{4, 144, 1, 16}, {8, 64, 2, 32},  {256, 2, 3, 16}, {128, 4, 4, 32},
+                            {16, 12, 5, 32}, {12, 32, 5, 16}, {20, 16, 3, 32}, {96, 4, 3, 48}};
     for (const auto& [width, height, srcChannels, dstChannels] : sizes) {
         const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
         EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(width)));
