@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <numeric>
+#include <span>
 
 #include "bench/child.h"
 #include "bench/layer_clock.h"
@@ -220,7 +221,7 @@ std::string Cells(const Times& times) {
     return Print("%9.1f", 1000 * times.least) + Print("%9.1f", 1000 * times.median);
 }
 
-std::string Table(const std::vector<PathTimes>& paths) {
+std::string TableOf(std::span<const PathTimes> paths) {
     std::string text(kLabelLength, ' ');
     for (const PathTimes& path : paths) {
         text += PadLeft(path.path, 18);
@@ -244,6 +245,16 @@ std::string Table(const std::vector<PathTimes>& paths) {
         text += Cells(path.rest);
     }
     return text + "\n";
+}
+
+// As many paths side by side as fit a terminal of 80 columns, the others below.
+std::string Table(std::span<const PathTimes> paths) {
+    constexpr size_t kAbreast = 3;
+    std::string text;
+    for (; paths.size() > kAbreast; paths = paths.subspan(kAbreast)) {
+        text += TableOf(paths.first(kAbreast)) + "\n";
+    }
+    return text + TableOf(paths);
 }
 
 std::string Text(const std::vector<PathTimes>& paths) {
