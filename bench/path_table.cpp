@@ -2,12 +2,11 @@
 #include "bench/path_table.h"
 
 #include <cstdio>
-#include <filesystem>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "bench/child.h"
 #include "bench/machine.h"
 #include "bench/naive_layers.h"
 #include "bench/peak.h"
@@ -26,36 +25,13 @@ struct Row {
     double rate() const { return products / nanoseconds; } // in thousands of millions a second
 };
 
-std::string OutputOf(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    if (!pipe) {
-        throw std::runtime_error("cannot run " + command);
-    }
-    std::string output;
-    char chunk[4096];
-    while (const size_t count = std::fread(chunk, 1, sizeof chunk, pipe.get())) {
-        output.append(chunk, count);
-    }
-    return output;
-}
-
-std::string Quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char c : text) {
-        quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    }
-    return quoted + "'";
-}
-
 std::vector<Row> Measure(const std::string& path, const std::string& filter) {
-    std::string command = "ORVO_FR_PATH=" + Quoted(path) + " " +
-                          Quoted(std::filesystem::read_symlink("/proc/self/exe")) +
-                          " --benchmark_format=json";
+    std::vector<std::string> arguments = {"--benchmark_format=json"};
     if (!filter.empty()) {
-        command += " --benchmark_filter=" + Quoted(std::string(kPeakRow) + "|" + filter);
+        arguments.push_back("--benchmark_filter=" + std::string(kPeakRow) + "|" + filter);
     }
     std::vector<Row> rows;
-    const std::string text = OutputOf(command);
+    const std::string text = RunThisProgram(path, arguments);
     if (text.empty() && path == kNaivePath) {
         return rows; // nothing of what was asked for has naive loops
     }

@@ -21,6 +21,21 @@ void RunAvx512Vnni(size_t steps) {
     __asm__ volatile("vzeroupper");
 }
 
+// The path's choice has asked the operating system for the tiles.
+#define TILES(n) "tdpbssd %%tmm5, %%tmm4, %%tmm" #n "\n\t"
+void RunAmx(size_t steps) {
+    struct alignas(64) {
+        uint8_t palette = 1, startRow = 0, reserved[14] = {};
+        uint16_t rowBytes[16] = {64, 64, 64, 64, 64, 64};
+        uint8_t rows[16] = {16, 16, 16, 16, 16, 16};
+    } const shapes;
+    __asm__ volatile("ldtilecfg %0" ::"m"(shapes));
+    for (; steps > 0; --steps) {
+        __asm__ volatile(TILES(0) TILES(1) TILES(2) TILES(3)::);
+    }
+    __asm__ volatile("tilerelease");
+}
+
 #define AVX2(n) "vpmaddwd %%ymm0, %%ymm1, %%ymm2\n\tvpaddd %%ymm2, %%ymm" #n ", %%ymm" #n "\n\t"
 void RunAvx2(size_t steps) {
     for (; steps > 0; --steps) {
@@ -37,6 +52,7 @@ void RunSse2(size_t steps) {
 }
 
 constexpr Peak kPeaks[] = {
+    {"amx", "tdpbssd", RunAmx, 4 * 16 * 16 * 64},
     {"avx512vnni", "vpdpbusd zmm", RunAvx512Vnni, 12 * 64},
     {"avx2", "vpmaddwd + vpaddd ymm", RunAvx2, 6 * 16},
     {"plain", "SSE2 pmaddwd + paddd", RunSse2, 6 * 8},

@@ -1,18 +1,32 @@
-# cmake --install, the CMake package orvo_fr and the pkg-config module kova_fr.
+# cmake --install, the CMake package orvo_fr and the pkg-config modules kova_fr and kova_mpi_host. The
+# installed tree may be moved: nothing in it knows the prefix.
+#
+# Each Debian package is a component (cmake/debian/Packages.cmake).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS kova_fr kova_fr_static kova_mpi_host EXPORT orvo_fr-targets)
-install(DIRECTORY include/orvo TYPE INCLUDE FILES_MATCHING PATTERN "*.h")
+install(TARGETS kova_fr kova_fr_static EXPORT orvo_fr-targets
+        LIBRARY COMPONENT library NAMELINK_COMPONENT development
+        ARCHIVE COMPONENT development)
+install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
+        LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
+install(DIRECTORY include/orvo TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN "*.h")
 install(FILES LICENSE TYPE DOC)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orvo_fr")
-install(EXPORT orvo_fr-targets NAMESPACE orvo_fr:: DESTINATION "${package_dir}")
+install(EXPORT orvo_fr-targets NAMESPACE orvo_fr:: DESTINATION "${package_dir}"
+        COMPONENT development)
 configure_package_config_file(cmake/orvo_fr-config.cmake.in orvo_fr-config.cmake
                               INSTALL_DESTINATION "${package_dir}")
 write_basic_package_version_file(orvo_fr-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/orvo_fr-config.cmake"
               "${PROJECT_BINARY_DIR}/orvo_fr-config-version.cmake"
-        DESTINATION "${package_dir}")
+        DESTINATION "${package_dir}" COMPONENT development)
 
-configure_file(cmake/kova_fr.pc.in kova_fr.pc @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/kova_fr.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+# The way from the pkg-config files to the prefix.
+file(RELATIVE_PATH PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" PC_PREFIX "${PC_PREFIX}")
+foreach(module kova_fr kova_mpi_host)
+    configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/${module}.pc"
+            DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+endforeach()

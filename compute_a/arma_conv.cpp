@@ -106,6 +106,15 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
     const size_t taps = g.taps();
     const size_t pixels = g.pixels();
     const size_t matrixBytes = (taps * pixels + 3) / 4 * 4;
+    const size_t productBytes = 8 * taps * (pixels / 8 + pixels % 8);
+
+    const orvo::Routines& routines = orvo::ChosenRoutines();
+    const bool sameSize = dstWidth == srcWidth && dstHeight == srcHeight;
+    if (kernelSize == 3 && pad == 1 && stride == 1 && sameSize && routines.convolve3x3 != nullptr &&
+        routines.convolve3x3({src, g.srcWidth, g.srcHeight, g.srcChannels, weights, dstChannels,
+                              bias, outShift, dst, tmpBuffer, matrixBytes + productBytes})) {
+        return;
+    }
 
     orvo::MatrixProduct product;
     product.rows = tmpBuffer;
@@ -117,7 +126,7 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
     product.shift = outShift;
     product.planePitch = pixels;
     product.scratch = tmpBuffer + matrixBytes;
-    product.scratchBytes = 8 * taps * (pixels / 8 + pixels % 8);
+    product.scratchBytes = productBytes;
 
     const size_t bandRows = std::max<size_t>(1, kBandPixels / std::max<size_t>(1, g.dstWidth));
     for (size_t oy = 0; oy < g.dstHeight; oy += bandRows) {
@@ -126,6 +135,6 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
         product.pixels = band.rows * g.dstWidth;
         product.rowPitch = product.pixels;
         product.dst = dst + oy * g.dstWidth;
-        orvo::ChosenRoutines().multiply(product);
+        routines.multiply(product);
     }
 }

@@ -4,9 +4,14 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #if defined(__aarch64__)
 #include <sys/auxv.h>
+#elif defined(__x86_64__) && defined(__linux__)
+#include <cpuid.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #endif
 
 namespace orvo {
@@ -15,10 +20,40 @@ namespace {
 constexpr char kPathVariable[] = "ORVO_FR_PATH";
 
 #if defined(__x86_64__)
+bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
+
 bool HasAvx512Vnni() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
            __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vnni");
+}
+#endif
+
+#if defined(__x86_64__) && defined(__linux__)
+// What the tiles' registers are to the processor and to the operating system.
+constexpr unsigned kTileInstructions = 1u << 24 | 1u << 25; // CPUID 7: AMX-TILE and AMX-INT8
+constexpr unsigned kSavesExtendedState = 1u << 27;          // CPUID 1: OSXSAVE
+constexpr unsigned kTileState = 1u << 17 | 1u << 18;        // XCR0: configuration and data
+constexpr long kAskForState = 0x1023;                       // ARCH_REQ_XCOMP_PERM
+constexpr long kTileData = 18;
+
+bool ProcessorHasTiles() {
+    unsigned a, b, c, d;
+    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & kSavesExtendedState) == 0 ||
+        __get_cpuid_count(7, 0, &a, &b, &c, &d) == 0 ||
+        (d & kTileInstructions) != kTileInstructions) {
+        return false;
+    }
+    unsigned low, high;
+    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+    return (low & kTileState) == kTileState;
+}
+
+// Linux lets a process use the tiles' 8 KB of state once it has asked, for all its threads and for
+// good. It refuses where a thread's alternate signal stack would be too small for them.
+bool HasAmx() {
+    return HasAvx512Vnni() && ProcessorHasTiles() &&
+           syscall(SYS_arch_prctl, kAskForState, kTileData) == 0;
 }
 #endif
 
@@ -29,42 +64,60 @@ bool HasDotProduct() {
 }
 #endif
 
+bool Always() { return true; }
+
+struct Path {
+    const Routines& routines;
+    bool (*available)();
+};
+
+// Best first.
+constexpr Path kPaths[] = {
+#if defined(__x86_64__)
+#if defined(__linux__)
+    {kAmxRoutines, HasAmx},
+#endif
+    {kAvx512VnniRoutines, HasAvx512Vnni},
+    {kAvx2Routines, HasAvx2},
+#endif
+#if defined(__aarch64__)
+    {kNeonDotRoutines, HasDotProduct},
+#endif
+#if defined(__ARM_NEON)
+    {kNeonRoutines, Always},
+#endif
+#if defined(__wasm_simd128__)
+    {kWasmSimdRoutines, Always},
+#endif
+    {kPlainRoutines, Always},
+};
+
+// Paths are asked for one by one: naming another is how a process is kept from asking for tiles.
 const Routines* Choose() {
-    const Routines* paths[kMaxPaths];
-    const size_t count = AvailableRoutines(paths);
     const char* wanted = std::getenv(kPathVariable);
-    for (size_t i = 0; wanted != nullptr && i < count; ++i) {
-        if (std::strcmp(paths[i]->name, wanted) == 0) {
-            return paths[i];
+    for (const Path& path : kPaths) {
+        if (wanted != nullptr && std::strcmp(path.routines.name, wanted) == 0 && path.available()) {
+            return &path.routines;
         }
     }
-    return paths[0];
+    for (const Path& path : kPaths) {
+        if (path.available()) {
+            return &path.routines;
+        }
+    }
+    return &kPlainRoutines;
 }
 
 } // namespace
 
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
+    static_assert(std::size(kPaths) <= kMaxPaths);
     size_t count = 0;
-#if defined(__x86_64__)
-    if (HasAvx512Vnni()) {
-        paths[count++] = &kAvx512VnniRoutines;
+    for (const Path& path : kPaths) {
+        if (path.available()) {
+            paths[count++] = &path.routines;
+        }
     }
-    if (__builtin_cpu_supports("avx2")) {
-        paths[count++] = &kAvx2Routines;
-    }
-#endif
-#if defined(__aarch64__)
-    if (HasDotProduct()) {
-        paths[count++] = &kNeonDotRoutines;
-    }
-#endif
-#if defined(__ARM_NEON)
-    paths[count++] = &kNeonRoutines;
-#endif
-#if defined(__wasm_simd128__)
-    paths[count++] = &kWasmSimdRoutines;
-#endif
-    paths[count++] = &kPlainRoutines;
     return count;
 }
 

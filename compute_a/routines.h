@@ -5,8 +5,8 @@
 // table.
 //
 // Every path gives the same bytes. One path is chosen when the first kernel runs: the best that the
-// processor has, or the one named by the environment variable ORVO_FR_PATH (for tests and
-// benchmarks; a name that this build or processor does not have is ignored).
+// processor and the operating system have, or the one named by the environment variable
+// ORVO_FR_PATH (a name that this build or machine does not have is ignored).
 #pragma once
 
 #include <cstddef>
@@ -49,6 +49,20 @@ struct DepthwisePlanes {
     int8_t* dst;
 };
 
+// Convolution 3 x 3 with stride 1 of planes with one row or column of zeros around them.
+struct Convolution3x3 {
+    const int8_t* src;
+    size_t width, height, srcChannels;
+    const int8_t* weights; // groups of four channels, interleaved, as in a matrix product
+    size_t channels;
+    const int32_t* bias;
+    uint32_t shift;
+    int8_t* dst;
+
+    int8_t* scratch;
+    size_t scratchBytes;
+};
+
 // The shifts of a residual addition whose sum fits 16 bits: inputs up to 6, output up to 14.
 struct AddShifts {
     uint32_t in1, in2, out;
@@ -70,13 +84,16 @@ struct Routines {
     // in2 null: the shortcut counts as zero. dst may be in1 or in2.
     void (*add)(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
                 const AddShifts& shifts);
+    // Returns false, having done nothing, where its way of working does not fit. Null where a path
+    // has none: the matrix product of the expanded input does for all.
+    bool (*convolve3x3)(const Convolution3x3& convolution) = nullptr;
 };
 
 // The path in use.
 const Routines& ChosenRoutines();
 
-// Every path that this build has and this processor can run, best first; the plain one is always
-// the last. Returns how many.
+// Every path that this build has and this machine can run, best first; the plain one is always the
+// last. Returns how many. May ask the operating system for what a path needs, see routines.cpp.
 constexpr size_t kMaxPaths = 4;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
@@ -84,6 +101,7 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 extern const Routines kPlainRoutines;
 extern const Routines kAvx2Routines;
 extern const Routines kAvx512VnniRoutines;
+extern const Routines kAmxRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 extern const Routines kWasmSimdRoutines;

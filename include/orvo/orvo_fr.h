@@ -113,9 +113,15 @@ ORVO_API float FrCompare(const float* a, const float* b);
 
 /**
  * The name of the instruction set whose inner routines the kernels use, such as "plain" or
- * "avx512vnni". It is chosen when it is first needed: the best that the processor has, or the one
- * named by the environment variable ORVO_FR_PATH if the processor has that. Results are the same
+ * "avx512vnni". It is chosen when it is first needed: the best that the machine has, or the one
+ * named by the environment variable ORVO_FR_PATH if the machine has that. Results are the same
  * bytes with every one. Any thread may ask at any time. @return a static string
+ *
+ * "amx" needs the operating system's permission, for which Linux is asked when it is chosen. The
+ * permission is the whole process's and stays: from then on a signal's frame may take 8 KB more,
+ * and sigaltstack() refuses stacks that are too small for it. Where some thread has such a stack
+ * already the permission is refused and the best other path chosen. A process that wants none of
+ * this names another path, such as ORVO_FR_PATH=avx512vnni, and the permission is not asked for.
  */
 ORVO_API const char* OrvoFrGetInstructionSet(void);
 

@@ -112,6 +112,20 @@ TEST(Conv, KernelSizesPadsAndStrides) {
     }
 }
 
+TEST(Conv, ThreeByThreeKernelsOverWholeVectorsOfPixels) {
+    const int sizes[][4] = {{4, 144, 1, 16}, {8, 64, 2, 32},  {256, 2, 3, 16}, {128, 4, 4, 32},
+                            {16, 12, 5, 32}, {12, 32, 5, 16}, {20, 16, 3, 32}, {96, 4, 3, 48}};
+    for (const auto& [width, height, srcChannels, dstChannels] : sizes) {
+        const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
+        EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(width)));
+    }
+    const ConvShape shape = Shape(12, 16, 3, 16, 3, 1, 1);
+    CheckEveryShift(kGenericConv, shape);
+    CheckUniformExtremes(kGenericConv, shape);
+    CheckBiasWraps(kGenericConv, shape);
+    CheckOddAddresses(kGenericConv, shape);
+}
+
 TEST(Conv, OddSizes) {
     for (int width = 1; width <= 11; width += 2) {
         for (int height = 1; height <= 11; ++height) {

@@ -100,6 +100,19 @@ TEST(Pointwise, OddSizes) {
     }
 }
 
+TEST(Pointwise, ManyInputChannelsWithEveryKindOfPixelTail) {
+    for (const int srcChannels : {63, 64, 65, 128, 131, 256, 257}) {
+        for (const int pixels : {5, 16, 17, 64, 80, 81, 145}) {
+            EXPECT_TRUE(Matches(Shape(pixels, 1, srcChannels, 21), static_cast<uint64_t>(pixels)));
+        }
+    }
+}
+
+TEST(Pointwise, ManyChannelsOnBothSides) {
+    EXPECT_TRUE(Matches(Shape(9, 9, 256, 261), 1));
+    EXPECT_TRUE(Matches(Shape(12, 12, 128, 300), 2));
+}
+
 TEST(Pointwise, EveryShift) { CheckEveryShift(kPointwiseConv, Shape(13, 1, 18, 6)); }
 
 TEST(Pointwise, AllInputsAndWeightsAtTheirEnds) {

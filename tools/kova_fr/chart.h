@@ -1,42 +1,74 @@
 // SPDX-License-Identifier: MIT
-//
-// Charts as SVG: sharp at every size, readable in every browser, and text that a writer of a few
-// lines can make without a library.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace kova_cli {
 
+// Charts as SVG: sharp at any size, small, and text stays text.
+
+struct Point {
+    double x;
+    double y;
+};
+
+struct Tick {
+    double at;
+    std::string label; // empty: a fine line only
+};
+
+// `at` and all points are in the axis's own measure: a logarithm where the axis is logarithmic.
 struct Axis {
     std::string title;
-    double from = 0, to = 1;
-    bool isLogarithmic = false;
-    bool isPercent = true; // of the labels
-    int steps = 5;         // between labels, unless logarithmic
+    double low;
+    double high;
+    std::vector<Tick> ticks;
 };
 
-struct Series {
-    std::string name;
-    std::string colour;
-    std::vector<std::pair<double, double>> points;
-    bool isBars = false; // points are left edges and heights of bars as wide as their distance
-};
+// About `count` ticks at round numbers, with `unit` behind each.
+std::vector<Tick> RoundTicks(double low, double high, int count, const std::string& unit);
 
-struct Mark {
-    double x, y;
-    std::string label;
-};
+class Chart {
+  public:
+    Chart(std::string title, std::string subtitle, Axis x, Axis y);
 
-struct Chart {
-    std::string title, subtitle;
-    Axis x, y;
-    std::vector<Series> series;
-    std::vector<Mark> marks;
-};
+    // Things drawn later lie above. Those with a label are named above the axes.
+    void AddBand(const std::vector<Point>& upper, const std::vector<Point>& lower,
+                 const std::string& colour, const std::string& label);
+    void AddLine(const std::vector<Point>& points, const std::string& colour,
+                 const std::string& label);
+    void AddDashes(const std::vector<Point>& points, const std::string& label);
+    // Filled down to the axis.
+    void AddArea(const std::vector<Point>& points, const std::string& colour,
+                 const std::string& label);
+    // A dot, if it lies within the axes, and its text on that side of it.
+    enum class Side { kUpperLeft, kUpperRight };
+    void AddDot(const Point& point, const std::string& colour, const std::string& text, Side side);
+    // A line across the whole height with text along it.
+    void AddUpright(double x, const std::string& text);
 
-std::vector<uint8_t> Svg(const Chart& chart);
+    std::string Svg() const;
+
+  private:
+    struct LegendEntry {
+        std::string sample; // SVG, around 0, 0
+        std::string label;
+    };
+
+    double Left(double x) const;
+    double Top(double y) const;
+    std::string Path(const std::vector<Point>& points) const;
+    std::string Grid() const;
+    std::string Legend() const;
+
+    std::string title_;
+    std::string subtitle_;
+    Axis x_;
+    Axis y_;
+    std::string clipped_; // SVG inside the axes
+    std::string marks_;   // and above that
+    std::vector<LegendEntry> legend_;
+};
 
 } // namespace kova_cli

@@ -28,6 +28,8 @@ constexpr const char* kNotes =
     "  kova-fr extract --json face.png\n"
     "  kova-fr enroll people.gallery ada ada1.jpg ada2.jpg\n"
     "  kova-fr identify --threshold 0.4 people.gallery somebody.jpg\n"
+    "  kova-fr eval --out result people/\n"
+    "  kova-fr bench\n"
     "  kova-fr compare --help";
 
 // A program may be started with standard streams closed. Files opened later would take their places
@@ -82,6 +84,7 @@ int main(int count, char** arguments) {
         kova_cli::AddIdentifyCommand(program);
         kova_cli::AddGalleryCommand(program);
         kova_cli::AddEvalCommand(program);
+        kova_cli::AddBenchCommand(program);
         kova_cli::AddInfoCommand(program);
         return Run(program, count, arguments);
     } catch (const kova_cli::NobodyRecognised&) {

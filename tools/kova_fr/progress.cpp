@@ -4,47 +4,38 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <utility>
 
 namespace kova_cli {
 namespace {
 
-constexpr std::chrono::milliseconds kPause{100};
 constexpr size_t kBarLength = 30;
-constexpr const char* kClearLine = "\r\033[K";
+constexpr std::chrono::milliseconds kBetween{100};
 
 } // namespace
 
-Progress::Progress(std::string what, size_t total)
-    : what_(std::move(what)),
-      total_(total),
-      isShown_(isatty(STDERR_FILENO) == 1),
-      begin_(std::chrono::steady_clock::now()),
-      last_(begin_) {}
+Progress::Progress(std::string what)
+    : what_(std::move(what)), isWatched_(isatty(STDERR_FILENO) != 0) {}
 
-Progress::~Progress() {
-    if (isShown_) {
-        std::fputs(kClearLine, stderr);
-    }
-}
+Progress::~Progress() { Clear(); }
 
-void Progress::Advance() {
-    ++done_;
+void Progress::Show(size_t done, size_t all) {
     const auto now = std::chrono::steady_clock::now();
-    if (isShown_ && now - last_ >= kPause) {
-        last_ = now;
-        Show();
+    if (!isWatched_ || all == 0 || now - last_ < kBetween) {
+        return;
     }
+    last_ = now;
+    isShown_ = true;
+    const size_t full = kBarLength * done / all;
+    const std::string bar = std::string(full, '#') + std::string(kBarLength - full, '.');
+    std::fprintf(stderr, "\r%-10s [%s] %zu of %zu\033[K", what_.c_str(), bar.c_str(), done, all);
+    std::fflush(stderr);
 }
 
-void Progress::Show() {
-    const double seconds = std::chrono::duration<double>(last_ - begin_).count();
-    const double rate = static_cast<double>(done_) / seconds;
-    const size_t filled = kBarLength * done_ / total_;
-    const std::string bar = std::string(filled, '#') + std::string(kBarLength - filled, '.');
-    std::fprintf(stderr, "%s%s [%s] %zu of %zu, %.0f a second, %.0f s left", kClearLine,
-                 what_.c_str(), bar.c_str(), done_, total_, rate,
-                 static_cast<double>(total_ - done_) / rate);
+void Progress::Clear() {
+    if (isShown_) {
+        std::fputs("\r\033[K", stderr);
+        isShown_ = false;
+    }
 }
 
 } // namespace kova_cli

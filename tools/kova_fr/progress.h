@@ -2,29 +2,27 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <string>
 
 namespace kova_cli {
 
-// A line on standard error that says how far long work is; nothing unless that is a terminal.
+// A bar on standard error while somebody is watching: nothing if that is no terminal.
 class Progress {
   public:
-    Progress(std::string what, size_t total);
-    ~Progress(); // takes the line away
+    explicit Progress(std::string what);
+    ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void Advance();
+    void Show(size_t done, size_t all);
+    // Makes room for a message.
+    void Clear();
 
   private:
-    void Show();
-
     std::string what_;
-    size_t total_;
-    size_t done_ = 0;
-    bool isShown_;
-    std::chrono::steady_clock::time_point begin_, last_;
+    bool isWatched_;
+    bool isShown_ = false;
+    std::chrono::steady_clock::time_point last_{};
 };
 
 } // namespace kova_cli

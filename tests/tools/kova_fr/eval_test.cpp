@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
-// kova-fr eval.
+// `kova-fr eval` on the sample pictures, whose distances `kova-fr compare` prints, and on input
+// that is not as it should be.
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "picture_files.h"
 #include "program.h"
@@ -11,168 +14,338 @@
 namespace kova_fr_test {
 namespace {
 
+namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr int kFailure = 1;
-constexpr int kWrongUsage = 2;
+std::string Person(const fs::path& picture) {
+    const std::string name = picture.filename().string();
+    return name.substr(0, name.find('-'));
+}
+
+struct Sample {
+    std::string path;
+    std::string person;
+};
+
+// The sample pictures of some people.
+std::vector<Sample> Samples(const std::string& firstLetters) {
+    std::vector<Sample> samples;
+    for (const auto& entry : fs::directory_iterator(ORVO_SAMPLES)) {
+        const std::string person = Person(entry.path());
+        if (entry.path().extension() == ".png" &&
+            firstLetters.find(person[0]) != std::string::npos) {
+            samples.push_back({entry.path().string(), person});
+        }
+    }
+    std::sort(samples.begin(), samples.end(),
+              [](const Sample& a, const Sample& b) { return a.path < b.path; });
+    return samples;
+}
 
 class Eval : public testing::Test {
   protected:
-    // Three sample people with three pictures each.
-    Eval() {
-        for (const std::string name : {"cleo", "joe", "lena"}) {
-            std::filesystem::create_directories(folder_ / ("people/" + name));
-            for (const std::string number : {"1", "2", "3"}) {
-                std::filesystem::copy(ORVO_SAMPLES "/" + name + "-" + number + ".png",
-                                      folder_ / ("people/" + name + "/" + number + ".png"));
-            }
+    // People of the sample pictures, a sub-folder each.
+    void MakePeople(const std::string& firstLetters) {
+        for (const Sample& sample : Samples(firstLetters)) {
+            fs::create_directories(people_ + "/" + sample.person);
+            fs::copy_file(sample.path, people_ + "/" + sample.person + "/" +
+                                           fs::path(sample.path).filename().string());
         }
     }
 
-    std::string Path(const std::string& name) const { return folder_ / ("people/" + name); }
+    static Outcome Run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "eval");
+        arguments.insert(arguments.end(), {"--rounds", "10"});
+        return KovaFr(arguments);
+    }
 
-    static json Report(const std::vector<std::string>& more) {
-        std::vector<std::string> arguments = {"eval", "--json"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        const Outcome run = KovaFr(arguments);
+    static std::string Output(const std::vector<std::string>& arguments) {
+        const Outcome run = Run(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
-        return run.status == 0 ? json::parse(run.out) : json();
+        EXPECT_EQ(run.err, "");
+        return run.out;
+    }
+
+    static json JsonOutput(std::vector<std::string> arguments) {
+        arguments.push_back("--json");
+        const std::string text = Output(arguments);
+        EXPECT_EQ(text.find('\n'), text.size() - 1) << "not one line: " << text;
+        return json::parse(text);
+    }
+
+    std::string WriteList(const std::string& lines) const {
+        WriteFile(folder_ / "pairs", lines);
+        return folder_ / "pairs";
+    }
+
+    // A list of `lines` is refused with status 1 and these words.
+    void ExpectRefusedList(const std::string& lines, const std::string& words) const {
+        ExpectRefusal(Run({"--pairs", WriteList(lines)}), 1, words);
     }
 
     TempFolder folder_;
     const std::string people_ = folder_ / "people";
 };
 
-TEST_F(Eval, CountsPeoplePicturesAndPairs) {
-    const json report = Report({people_});
-    EXPECT_EQ(report["people"], 3);
-    EXPECT_EQ(report["pictures"], 9);
-    EXPECT_EQ(report["same_pairs"], 9);
-    EXPECT_EQ(report["different_pairs"], 27);
-    EXPECT_EQ(report["unusable"].size(), 0u);
-    EXPECT_EQ(report["table"].size(), 19u);
-}
+struct Counts {
+    uint64_t falseAccepts = 0;
+    uint64_t falseRejects = 0;
+    uint64_t same = 0;
+    uint64_t different = 0;
+};
 
-TEST_F(Eval, RatesAreThoseOfTheDistancesOfCompare) {
-    const json report = Report({people_});
-    std::vector<std::string> arguments = {"compare", "--json"};
-    for (const std::string name : {"cleo", "joe", "lena"}) {
-        for (const std::string number : {"/1.png", "/2.png", "/3.png"}) {
-            arguments.push_back(Path(name + number));
-        }
-    }
-    const json distances = json::parse(KovaFr(arguments).out)["distances"];
-    for (const json& row : report["table"]) {
-        const float threshold = row["threshold"];
-        int accepts = 0, rejects = 0;
-        for (size_t a = 0; a < 9; ++a) {
-            for (size_t b = a + 1; b < 9; ++b) {
-                const bool isAccepted = distances[a][b].get<float>() >= threshold;
-                accepts += a / 3 != b / 3 && isAccepted ? 1 : 0;
-                rejects += a / 3 == b / 3 && !isAccepted ? 1 : 0;
+// What a threshold does to the distances that `compare` prints.
+Counts CountErrors(const json& distances, const std::vector<Sample>& samples, float threshold) {
+    Counts counts;
+    for (size_t a = 0; a < samples.size(); ++a) {
+        for (size_t b = a + 1; b < samples.size(); ++b) {
+            const bool isAccepted = distances[a][b].get<float>() >= threshold;
+            if (samples[a].person == samples[b].person) {
+                ++counts.same;
+                counts.falseRejects += isAccepted ? 0 : 1;
+            } else {
+                ++counts.different;
+                counts.falseAccepts += isAccepted ? 1 : 0;
             }
         }
-        EXPECT_DOUBLE_EQ(row["false_accept"]["value"], accepts / 27.0);
-        EXPECT_DOUBLE_EQ(row["false_reject"]["value"], rejects / 9.0);
     }
+    return counts;
 }
 
-TEST_F(Eval, APairListGivesTheSameAsItsFolder) {
+TEST_F(Eval, CountsAtEveryThresholdAreThoseOfTheDistances) {
+    const std::vector<Sample> samples = Samples("abcdefghijkl");
+    ASSERT_EQ(samples.size(), 36u);
+    MakePeople("abcdefghijkl");
+    std::vector<std::string> compare = {"compare", "--json"};
+    for (const Sample& sample : samples) {
+        compare.push_back(sample.path);
+    }
+    const json distances = json::parse(KovaFr(compare).out)["distances"];
+    const json report = JsonOutput({people_});
+    EXPECT_EQ(report["people"], 12);
+    EXPECT_EQ(report["pictures"], 36);
+    EXPECT_EQ(report["same_pairs"], 36);
+    EXPECT_EQ(report["different_pairs"], 594);
+    ASSERT_EQ(report["table"].size(), 20u);
+    json entries = report["table"];
+    entries.push_back(report["recommended"][0]);
+    for (const json& entry : entries) {
+        const Counts counts = CountErrors(distances, samples, entry["threshold"].get<float>());
+        EXPECT_EQ(entry["false_accepts"]["count"], counts.falseAccepts) << entry;
+        EXPECT_EQ(entry["false_rejects"]["count"], counts.falseRejects) << entry;
+        EXPECT_EQ(entry["false_accepts"]["pairs"], counts.different);
+        EXPECT_EQ(entry["false_rejects"]["pairs"], counts.same);
+    }
+    // One step of 0.0001 lower, and more than 1 % are accepted.
+    const double threshold = report["recommended"][0]["threshold"];
+    EXPECT_LE(CountErrors(distances, samples, static_cast<float>(threshold)).falseAccepts, 5u);
+    EXPECT_GT(CountErrors(distances, samples, static_cast<float>(threshold - 0.0001)).falseAccepts,
+              5u);
+    EXPECT_TRUE(report["recommended"][1]["threshold"].is_null());
+    EXPECT_EQ(report["recommended"][1]["fewest_different_pairs"], 3000);
+}
+
+TEST_F(Eval, NamesAndSubFoldersAndListsOfPairsGiveTheSame) {
+    const std::vector<Sample> samples = Samples("abc");
+    MakePeople("abc");
+    fs::create_directory(folder_ / "flat");
     std::string list = "# all pairs\n\n";
+    for (size_t a = 0; a < samples.size(); ++a) {
+        fs::copy_file(samples[a].path,
+                      folder_ / ("flat/" + fs::path(samples[a].path).filename().string()));
+        for (size_t b = 0; b < a; ++b) {
+            list += samples[a].path + " " + samples[b].path +
+                    (samples[a].person == samples[b].person ? " 1\n" : " 0\n");
+        }
+    }
+    const json folders = JsonOutput({people_});
+    EXPECT_EQ(folders, JsonOutput({"--by-name", folder_ / "flat"}));
+    EXPECT_FALSE(folders["rank_1"].is_null());
+    const json pairs = JsonOutput({"--pairs", WriteList(list)});
+    EXPECT_TRUE(pairs["rank_1"].is_null());
+    for (const char* same : {"people", "pictures", "same_pairs", "different_pairs"}) {
+        EXPECT_EQ(pairs[same], folders[same]) << same;
+    }
+    EXPECT_EQ(pairs["equal_error_rate"]["value"], folders["equal_error_rate"]["value"]);
+    EXPECT_EQ(pairs["area_under_curve"]["value"], folders["area_under_curve"]["value"]);
+    for (size_t i = 0; i < folders["table"].size(); ++i) {
+        EXPECT_EQ(pairs["table"][i]["false_accepts"]["count"],
+                  folders["table"][i]["false_accepts"]["count"]);
+    }
+}
+
+TEST_F(Eval, AListMayHaveCommasAndQuotesAndItsNamesAreRelativeToIt) {
+    fs::create_directory(folder_ / "some, where");
+    const std::vector<Sample> samples = Samples("ab");
+    fs::copy_file(samples[0].path, folder_ / "a 1.png");
+    fs::copy_file(samples[1].path, folder_ / "some, where/a \"2\".png");
+    fs::copy_file(samples[3].path, folder_ / "b.png");
+    const json report =
+        JsonOutput({"--pairs", WriteList("a 1.png,\"some, where/a \"\"2\"\".png\",1\r\n"
+                                         "b.png\ta 1.png\t0\r\n")});
+    EXPECT_EQ(report["pictures"], 3);
+    EXPECT_EQ(report["people"], 2);
+    EXPECT_EQ(report["same_pairs"], 1);
+    EXPECT_EQ(report["different_pairs"], 1);
+}
+
+TEST_F(Eval, RepeatedPairsOfAListCountOnce) {
+    const std::vector<Sample> samples = Samples("ab");
+    const std::string& a = samples[0].path;
+    const std::string& b = samples[3].path;
+    const json report =
+        JsonOutput({"--pairs", WriteList(a + " " + b + " 0\n" + b + " " + a + " 0\n")});
+    EXPECT_EQ(report["different_pairs"], 1);
+    EXPECT_EQ(report["repeated_pairs"], 1);
+}
+
+TEST_F(Eval, ListsThatCannotBeRightAreRefused) {
+    ExpectRefusedList("", "has no pairs");
+    ExpectRefusedList("a b\n", "line 1 is no pair");
+    ExpectRefusedList("\na b 2\n", "line 2 is no pair");
+    ExpectRefusedList("a b 1 more\n", "line 1 is no pair");
+    ExpectRefusedList("a,\"b,1\n", "quotation mark without its end");
+    ExpectRefusedList("a,\"b\"c,1\n", "put the separator there");
+    ExpectRefusedList("a,,1\n", "line 1 is no pair");
+    ExpectRefusedList("a a 1\n", "compares a picture with itself");
+    ExpectRefusedList("a b 1\nb a 0\n", "line 2 says otherwise");
+    ExpectRefusedList("a c 0\na b 1\nb c 1\n", "line 1 says two people where other lines say one");
+    ExpectRefusal(Run({"--pairs", folder_ / "none"}), 1, "cannot be opened");
+}
+
+TEST_F(Eval, PicturesThatCannotBeReadAreNamedAndCounted) {
+    MakePeople("ab");
+    WriteFile(people_ + "/ada/broken.png", "no picture");
+    WriteFile(people_ + "/ada/notes.txt", "not even by its name");
+    const Outcome run = Run({people_});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err.rfind("kova-fr: left out: ", 0), 0u) << run.err;
+    EXPECT_NE(run.err.find("broken.png: is not a picture"), std::string::npos) << run.err;
+    EXPECT_NE(run.out.find("6 of 2 people; 1 left out"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("broken.png"), std::string::npos) << run.out;
+    ExpectRefusal(Run({"--strict", people_}), 1, "broken.png: is not a picture");
+}
+
+TEST_F(Eval, APersonWithoutAUsablePictureDoesNotCount) {
+    MakePeople("ab");
+    fs::create_directory(people_ + "/bad");
+    WriteFile(people_ + "/bad/1.png", "no picture");
+    const json report = json::parse(Run({"--json", people_}).out);
+    EXPECT_EQ(report["people"], 2);
+    EXPECT_EQ(report["pictures"], 6);
+}
+
+TEST_F(Eval, PairsOfPicturesThatCannotBeReadAreLeftOut) {
+    const std::vector<Sample> samples = Samples("ab");
+    const std::string list =
+        WriteList(samples[0].path + " " + samples[1].path + " 1\n" + samples[0].path +
+                  " none.png 1\n" + samples[3].path + " " + samples[0].path + " 0\n");
+    const json report = json::parse(Run({"--json", "--pairs", list}).out);
+    EXPECT_EQ(report["pairs_left_out"], 1);
+    EXPECT_EQ(report["pictures"], 3);
+    EXPECT_EQ(report["same_pairs"], 1);
+    EXPECT_EQ(report["different_pairs"], 1);
+    EXPECT_EQ(report["left_out"].size(), 1u);
+}
+
+TEST_F(Eval, NothingToCompareIsAFailure) {
+    fs::create_directories(people_ + "/ada");
+    ExpectRefusal(Run({people_}), 1, "no sub-folders with pictures");
+    ExpectRefusal(Run({"--by-name", folder_ / "none"}), 1, "cannot be read");
+    fs::copy_file(Samples("a")[0].path, people_ + "/ada/1.png");
+    ExpectRefusal(Run({people_}), 1, "no pair of pictures is left");
+}
+
+TEST_F(Eval, WrongUsage) {
+    ExpectRefusal(Run({}), 2, "either FOLDER or --pairs");
+    ExpectRefusal(Run({people_, "--pairs", "list"}), 2, "excludes");
+    ExpectRefusal(Run({"--by-name", "--pairs", "list"}), 2, "requires");
+    ExpectRefusal(KovaFr({"eval", people_, "--rounds", "3"}), 2, "--rounds");
+}
+
+TEST_F(Eval, WritesReportsAndCharts) {
+    MakePeople("abcd");
+    const std::string out = folder_ / "made/here";
+    const std::string printed = Output({people_, "--out", out});
     std::vector<std::string> names;
-    for (const std::string name : {"cleo", "joe", "lena"}) {
-        for (const std::string number : {"/1.png", "/2.png", "/3.png"}) {
-            names.push_back("people/" + name + number);
+    for (const auto& entry : fs::directory_iterator(out)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"det.svg", "histogram.svg", "report.json",
+                                               "report.txt", "roc.svg"}));
+    EXPECT_EQ(ReadFile(out + "/report.txt"), printed);
+    EXPECT_EQ(json::parse(ReadFile(out + "/report.json")), JsonOutput({people_}));
+    EXPECT_NE(ReadFile(out + "/roc.svg").find("this model on these pictures"), std::string::npos);
+    EXPECT_NE(ReadFile(out + "/det.svg").find("both errors equal"), std::string::npos);
+    EXPECT_NE(ReadFile(out + "/histogram.svg").find("two people"), std::string::npos);
+    EXPECT_EQ(Output({people_, "--out", out}), printed); // replaced, and the same again
+}
+
+TEST_F(Eval, AnOutFolderThatCannotBeMadeIsRefused) {
+    MakePeople("ab");
+    WriteFile(folder_ / "file", "");
+    ExpectRefusal(Run({people_, "--out", folder_ / "file"}), 1, "cannot be made");
+    ExpectRefusal(Run({people_, "--out", folder_ / "file/below"}), 1, "cannot be made");
+}
+
+// Whatever is missing, reports and charts hold numbers only, and say what is missing.
+TEST_F(Eval, OnePersonOnly) {
+    MakePeople("a");
+    const std::string out = folder_ / "out";
+    const std::string text = Output({people_, "--out", out});
+    EXPECT_NE(text.find("nothing is known about false accepts"), std::string::npos) << text;
+    const json report = json::parse(ReadFile(out + "/report.json"));
+    EXPECT_EQ(report["same_pairs"], 3);
+    EXPECT_TRUE(report["equal_error_rate"].is_null());
+    EXPECT_TRUE(report["table"][0]["false_accepts"].is_null());
+    for (const char* name : {"/report.txt", "/roc.svg", "/det.svg", "/histogram.svg"}) {
+        const std::string file = ReadFile(out + name);
+        EXPECT_EQ(file.find("nan"), std::string::npos) << name;
+        EXPECT_EQ(file.find("inf"), std::string::npos) << name;
+    }
+}
+
+TEST_F(Eval, OnePictureAPerson) {
+    fs::create_directory(folder_ / "flat");
+    for (const Sample& sample : Samples("abcd")) {
+        if (sample.path.ends_with("-1.png")) {
+            fs::copy_file(sample.path, folder_ / ("flat/" + sample.person + "-1.png"));
         }
     }
-    for (size_t a = 0; a < 9; ++a) {
-        for (size_t b = a + 1; b < 9; ++b) {
-            // Every way to write a line.
-            const std::string between = a % 3 == 0 ? " " : a % 3 == 1 ? ", " : "\t";
-            list += names[a] + between + names[b] + between + (a / 3 == b / 3 ? "1" : "0") +
-                    (b % 2 == 0 ? "\r\n" : "\n");
-        }
-    }
-    WriteFile(folder_ / "pairs.csv", list);
-    const json fromList = Report({"--pairs", folder_ / "pairs.csv"});
-    const json fromFolder = Report({people_});
-    EXPECT_TRUE(fromList["people"].is_null());
-    for (const char* name :
-         {"pictures", "same_pairs", "different_pairs", "equal_error_rate", "area_under_curve"}) {
-        EXPECT_EQ(fromList[name], fromFolder[name]) << name;
-    }
-    for (size_t i = 0; i < fromList["table"].size(); ++i) {
-        EXPECT_EQ(fromList["table"][i]["false_accept"]["value"],
-                  fromFolder["table"][i]["false_accept"]["value"]);
+    const std::string out = folder_ / "out";
+    const std::string text = Output({"--by-name", folder_ / "flat", "--out", out});
+    EXPECT_NE(text.find("nothing is known about false rejects"), std::string::npos) << text;
+    for (const char* name : {"/report.txt", "/roc.svg", "/det.svg", "/histogram.svg"}) {
+        const std::string file = ReadFile(out + name);
+        EXPECT_EQ(file.find("nan"), std::string::npos) << name;
+        EXPECT_EQ(file.find("inf"), std::string::npos) << name;
     }
 }
 
-TEST_F(Eval, ReportIsWrittenAsTextJsonAndPictures) {
-    const std::string out = folder_ / "new/report";
-    const Outcome run = KovaFr({"eval", "--out", out, people_});
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(ReadFile(out + "/report.txt"), run.out);
-    EXPECT_EQ(json::parse(ReadFile(out + "/report.json")), Report({people_}));
-    for (const std::string name : {"roc.svg", "det.svg", "histogram.svg"}) {
-        const std::string svg = ReadFile(out + "/" + name);
-        EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
-        EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
-        EXPECT_EQ(svg.find("nan"), std::string::npos) << name;
-        EXPECT_EQ(svg.find("inf"), std::string::npos) << name;
-    }
-    EXPECT_NE(run.out.find("cannot be seen with 27 pairs"), std::string::npos);
-    size_t files = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(out)) {
-        ++files;
-    }
-    EXPECT_EQ(files, 5u);
+TEST_F(Eval, CopiesOfAPictureAreReported) {
+    MakePeople("ab");
+    fs::copy_file(people_ + "/ada/ada-1.png", people_ + "/ada/copy.png");
+    fs::copy_file(people_ + "/ada/ada-2.png", people_ + "/ben/copy.png");
+    const json report = JsonOutput({people_});
+    EXPECT_EQ(report["copies_of_one_person"], 1);
+    EXPECT_EQ(report["copies_of_two_people"], 1);
+    EXPECT_NE(Output({people_}).find("probably a picture lies with the wrong"), std::string::npos);
 }
 
-TEST_F(Eval, UnusablePicturesAreNamedAndLeftOut) {
-    WriteFile(Path("joe/4.jpg"), "no picture");
-    WriteFile(Path("joe/notes.txt"), "not even by its name");
-    const Outcome run = KovaFr({"eval", "--json", people_});
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1);
-    EXPECT_NE(run.err.find("left out: " + Path("joe/4.jpg")), std::string::npos) << run.err;
-    const json report = json::parse(run.out);
-    EXPECT_EQ(report["pictures"], 9);
-    EXPECT_EQ(report["unusable"].size(), 1u);
-    ExpectRefusal(KovaFr({"eval", "--strict", people_}), kFailure, "joe/4.jpg");
-}
-
-TEST_F(Eval, PersonWithoutAUsablePictureDoesNotCount) {
-    std::filesystem::create_directory(Path("bad"));
-    WriteFile(Path("bad/1.png"), "no picture");
-    const json report = Report({people_});
-    EXPECT_EQ(report["people"], 3);
-    EXPECT_EQ(report["same_pairs"], 9);
-}
-
-TEST_F(Eval, DataThatShowNothingAreRefused) {
-    ExpectRefusal(KovaFr({"eval", folder_ / "missing"}), kFailure, "is no folder");
-    ExpectRefusal(KovaFr({"eval", Path("joe")}), kFailure, "two sub-folders");
-    ExpectRefusal(KovaFr({"eval", Path("joe/1.png")}), kFailure, "is no folder");
-    for (const std::string name : {"cleo", "joe", "lena"}) {
-        std::filesystem::remove(Path(name + "/2.png"));
-        std::filesystem::remove(Path(name + "/3.png"));
+TEST_F(Eval, TheReportFitsEightyColumns) {
+    fs::current_path(folder_.path()); // short names
+    MakePeople("abcdefghijkl");
+    std::istringstream lines(Output({"people"}));
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80u) << line;
     }
-    ExpectRefusal(KovaFr({"eval", people_}), kFailure, "no pairs of the same person");
-    for (const std::string line : {"a.png b.png", "a.png b.png 2", "a.png b.png 1 0", "a.png,,1"}) {
-        WriteFile(folder_ / "pairs", "x y 1\n" + line + "\n");
-        ExpectRefusal(KovaFr({"eval", "--pairs", folder_ / "pairs"}), kFailure,
-                      "line 2 is no pair");
-    }
-    WriteFile(folder_ / "pairs", "a.png b.png 1\n");
-    ExpectRefusal(KovaFr({"eval", "--pairs", folder_ / "pairs"}), kFailure, "different people");
-    ExpectRefusal(KovaFr({"eval"}), kWrongUsage, "folder of people");
-    ExpectRefusal(KovaFr({"eval", "--pairs", folder_ / "pairs", people_}), kWrongUsage, "--pairs");
 }
 
-TEST_F(Eval, ReportCannotTakeThePlaceOfAFile) {
-    WriteFile(folder_ / "file", "precious");
-    ExpectRefusal(KovaFr({"eval", "--out", folder_ / "file", people_}), kFailure, "is a file");
-    EXPECT_EQ(ReadFile(folder_ / "file"), "precious");
+TEST_F(Eval, HelpShowsExamples) {
+    const std::string help = KovaFr({"eval", "--help"}).out;
+    EXPECT_NE(help.find("Examples:\n  kova-fr eval "), std::string::npos) << help;
+    EXPECT_NE(help.find("--pairs"), std::string::npos) << help;
 }
 
 } // namespace

@@ -1,0 +1,22 @@
+# SPDX-License-Identifier: MIT
+"""On-device face recognition: features of faces and their distances.
+
+    >>> feature = orvo_fr.extract(picture)       # uint8 [256, 256] -> float32 [128]
+    >>> orvo_fr.distance(feature, other)         # inner product: 1 for identical faces
+
+Any thread may call any function. Extractions take turns, since the library has one working memory;
+Python's own lock is free meanwhile. A process may fork at any time.
+"""
+from ._library import OrvoFrError, instruction_set
+from ._recognition import FEATURE_LENGTH, IMAGE_SIZE, distance, extract
+from ._version import __version__
+
+__all__ = [
+    "FEATURE_LENGTH",
+    "IMAGE_SIZE",
+    "OrvoFrError",
+    "__version__",
+    "distance",
+    "extract",
+    "instruction_set",
+]

@@ -1,0 +1,82 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Makes the Debian packages of the build in $1 and looks at them; then unpacks them into an empty root,
+# and builds and runs the examples there. The other arguments are for a cross build: the toolchain file
+# and the emulator.
+set -eu
+build=$1
+toolchain=${2:-}
+shift $(($# > 1 ? 2 : 1))
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# shellcheck source=tests/package/examples.sh
+. "$(dirname "$0")/examples.sh"
+
+(cd "$work" && cpack --config "$build/CPackConfig.cmake" -B "$work/packages") >"$work/cpack.log" 2>&1 ||
+    { cat "$work/cpack.log" >&2 && exit 1; }
+
+root=$work/root
+names=
+for package in "$work"/packages/*.deb; do
+    name=$(dpkg-deb -f "$package" Package)
+    names="$names $name"
+    depends=$(dpkg-deb -f "$package" Depends)
+    case $name in
+    libkova-fr1 | libkova-mpi-host1) wanted='libc6 (>= ' ;;
+    libkova-fr-dev | kova-fr) wanted='libkova-fr1 (= ' ;;
+    kova-fr-detector) wanted='opencv-data' ;;
+    *) fail "$name: nobody knows this package" ;;
+    esac
+    case $depends in
+    *"$wanted"*) ;;
+    *) fail "$name depends on '$depends', not on '$wanted'" ;;
+    esac
+    dpkg-deb -c "$package" | awk '!/\/$/ { print $6 }' >"$work/contents"
+    for document in copyright changelog.gz; do
+        grep -q "^\./usr/share/doc/$name/$document\$" "$work/contents" ||
+            fail "$name has no $document"
+    done
+    cat "$work/contents" >>"$work/files"
+    dpkg-deb -x "$package" "$root"
+done
+for name in libkova-fr1 libkova-mpi-host1 libkova-fr-dev; do
+    case "$names " in
+    *" $name "*) ;;
+    *) fail "$name was not made, only$names" ;;
+    esac
+done
+twice=$(sort "$work/files" | uniq -d)
+[ -z "$twice" ] || fail "several packages have $twice"
+
+# The packages are named after what programs ask for, and made for the machine that the code is for.
+architecture=$(dpkg-deb -f "$(echo "$work"/packages/libkova-fr1_*.deb)" Architecture)
+library=$(find "$root" -name libkova_fr.so.1)
+readelf -d "$library" | grep -q 'SONAME.*\[libkova_fr\.so\.1\]' || fail "libkova_fr's SONAME is wrong"
+readelf -h "$library" >"$work/header"
+case $architecture in
+amd64) grep -q 'Machine:.*X86-64' "$work/header" ;;
+arm64) grep -q 'Machine:.*AArch64' "$work/header" ;;
+armel)
+    # softfp: armel's calling convention, not armhf's
+    grep -q 'Machine:.*ARM' "$work/header" && ! grep -q 'hard-float ABI' "$work/header" &&
+        ! readelf -A "$library" | grep -q 'Tag_ABI_VFP_args'
+    ;;
+*) echo "no check for the code of $architecture" ;;
+esac || fail "the code in libkova-fr1 is not for $architecture"
+
+package_dir=$(dirname "$(find "$root" -name orvo_fr-config.cmake)")
+if [ -n "$toolchain" ]; then
+    build_with_cmake "$work/examples" -Dorvo_fr_DIR="$package_dir" -DCMAKE_TOOLCHAIN_FILE="$toolchain"
+else
+    build_with_cmake "$work/examples" -Dorvo_fr_DIR="$package_dir"
+fi
+make_pictures "$(find "$root" -name libkova_fr.a)"
+if [ -x "$root/usr/bin/kova-fr" ]; then
+    wanted=$(wanted_distance "$root/usr/bin/kova-fr" b.pgm)
+else
+    # The command line is not made in a cross build: one example says what the other has to.
+    wanted=$("$@" "$work/examples/plain_memory" "$work/a.pgm" "$work/b.pgm")
+fi
+expect "$wanted" b.pgm "$@" "$work/examples/face_distance"
+expect "$wanted" b.pgm "$@" "$work/examples/plain_memory"
+echo "$architecture:$names: the examples run against them"

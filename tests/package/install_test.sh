@@ -1,0 +1,55 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Installs the build in $1 into an empty prefix, moves that, and builds and runs the examples against
+# it: in C and C++, linked with the shared and the static library, through CMake and pkg-config. Each
+# must give the distance that kova-fr gives.
+set -eu
+build=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# shellcheck source=tests/package/examples.sh
+. "$(dirname "$0")/examples.sh"
+
+cmake --install "$build" --prefix "$work/as-built" >/dev/null
+prefix="$work/moved prefix"
+mv "$work/as-built" "$prefix"
+library_dir=$(dirname "$(find "$prefix" -name libkova_fr.so)")
+
+make_pictures "$library_dir/libkova_fr.a"
+distance_b=$(wanted_distance "$prefix/bin/kova-fr" b.pgm)
+distance_c=$(wanted_distance "$prefix/bin/kova-fr" c.pgm)
+distance_d=$(wanted_distance "$prefix/bin/kova-fr" d.pgm)
+
+check_examples() {
+    expect "$distance_b" b.pgm "$1/face_distance"
+    expect "$distance_c" c.pgm "$1/face_distance"
+    expect "$distance_d" d.pgm "$1/face_distance"
+    expect "$distance_b" b.pgm "$1/plain_memory"
+    echo "$1: both examples give kova-fr's distances"
+}
+
+for static in OFF ON; do
+    build_with_cmake "$work/cmake-$static" -DCMAKE_PREFIX_PATH="$prefix" -DORVO_STATIC=$static
+    check_examples "$work/cmake-$static"
+    expect "$distance_b" b.pgm "$work/cmake-$static/face_distance_plain"
+    if "$work/cmake-$static/face_distance_plain" "$work/a.pgm" "$work/c.pgm" 2>"$work/errors"; then
+        fail "a frame was scaled without a scaler"
+    fi
+    grep -q 'no feature (status 0xa0038008)' "$work/errors" || fail "the platform's status is lost"
+done
+
+PKG_CONFIG_PATH=$library_dir/pkgconfig
+export PKG_CONFIG_PATH
+for static in '' 1; do
+    mkdir "$work/make$static"
+    make -C "$examples" OUT="$work/make$static" STATIC=$static CFLAGS=-Werror CXXFLAGS=-Werror \
+        >/dev/null
+    LD_LIBRARY_PATH=$library_dir check_examples "$work/make$static"
+done
+
+# The statically linked ones must not have taken the shared library after all.
+for program in "$work/cmake-ON/face_distance" "$work/make1/face_distance"; do
+    if readelf -d "$program" | grep -q 'NEEDED.*libkova_fr'; then
+        fail "$program needs libkova_fr.so"
+    fi
+done
