@@ -84,7 +84,7 @@ constexpr size_t kTileRows = 16;
 constexpr size_t kTileBytes = 1024;
 constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 64;
-constexpr size_t kMostChunks = 4;  // more rows than in any layer
+constexpr size_t kMostChunks = 4;  // of 64 rows: the longest layer
 constexpr size_t kFewestRows = 32; // with fewer a tile costs more than its products by vectors
 constexpr size_t kMostPackedBytes = 36 * 1024; // at a time, to stay in the first cache
 
