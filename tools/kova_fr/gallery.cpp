@@ -75,8 +75,9 @@ std::vector<Feature> ReadFeatures(Bytes& rest, uint64_t count) {
         FailInconsistent();
     }
     std::vector<Feature> features(count);
-    std::memcpy(features.data(), rest.data(), count * sizeof(Feature));
-    rest = rest.subspan(count * sizeof(Feature));
+    const Bytes bytes = rest.first(count * sizeof(Feature));
+    std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(features.data()));
+    rest = rest.subspan(bytes.size());
     return features;
 }
 

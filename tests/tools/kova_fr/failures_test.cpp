@@ -4,6 +4,7 @@
 #include <png.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "picture_files.h"
@@ -232,6 +233,14 @@ TEST_F(Failures, FullDiskUnderStandardOutput) {
 
 TEST_F(Failures, StandardOutputClosed) {
     ExpectRefusal(Shell("\"$KOVA_FR\" extract '" + good_ + "' >&-"), kFailure, "standard output");
+}
+
+// As with `| head`: whoever stops reading wants no more text, and no complaint either.
+TEST_F(Failures, ReaderWhoStopsReadingEndsTheProgramQuietly) {
+    const Outcome run = Shell("{ sleep 0.1; \"$KOVA_FR\" extract '" + good_ +
+                              "'; echo $? >&2; } | true");
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, std::to_string(128 + SIGPIPE) + "\n");
 }
 
 TEST_F(Failures, FailedOutputHarmsNoEarlierFile) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // enroll, identify and gallery.
 #include <gtest/gtest.h>
+#include <openssl/sha.h>
 
 #include <cstring>
 #include <filesystem>
@@ -173,6 +174,25 @@ TEST_F(Galleries, OtherFilesAreNoGalleries) {
     ExpectRefusal(KovaFr({"enroll", folder_.path(), "a", pictures_[0]}), kFailure, "is a folder");
     ExpectRefusal(KovaFr({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
                   "cannot be used");
+}
+
+// One that is whole, but whose features come from other models: their digest is changed, and the
+// digest of the file fits again.
+TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
+    Enroll("a", {pictures_[0]});
+    std::string bytes = ReadFile(gallery_);
+    constexpr size_t kModels = 24;
+    bytes[kModels] = static_cast<char>(bytes[kModels] ^ 1);
+    auto* data = reinterpret_cast<uint8_t*>(bytes.data());
+    const size_t content = bytes.size() - SHA256_DIGEST_LENGTH;
+    SHA256(data, content, data + content);
+    WriteFile(gallery_, bytes);
+
+    ExpectRefusal(KovaFr({"identify", gallery_, pictures_[0]}), kFailure, "other models");
+    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
+    ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "other models");
+    EXPECT_EQ(ReadFile(gallery_), bytes);
+    ExpectNothingLeftBehind();
 }
 
 TEST_F(Galleries, AnUnusablePictureAddsNothing) {
