@@ -56,7 +56,8 @@ class FrameAugmenter:
     enlarge = (0.6, 1.8)  # how far a frame may be reduced or enlarged
     outside = 0.12  # of the side, how much of the box may leave the frame
     exposed = 70  # pixels beyond the frame's edge that may be filled in
-    portraits = 0.4  # share of frames that are cut around the head, with the borders filled in
+    unmoved = 0.45  # share of frames that are taken as they are rendered, or mirrored
+    portraits = 0.25  # share of the others that are cut around the head, with the borders filled in
 
     def __init__(self, library, seed=0):
         self.library = library
@@ -118,6 +119,8 @@ class FrameAugmenter:
         frame = self._prepare(frame)
         if box and self.flipped:
             box = (IMAGE - box[2], box[1], IMAGE - box[0], box[3])
+        if self.random.random() < self.unmoved:
+            return self.library.resize(np.ascontiguousarray(frame), ALIGN), box or MIDDLE
         if box and self.random.random() < self.portraits:
             frame = self._cut_portrait(np.ascontiguousarray(frame), box)
         scale, (dx, dy) = self._map(box)

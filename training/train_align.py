@@ -58,6 +58,7 @@ class Validation:
 
     def __init__(self, source, library):
         augment = FrameAugmenter(library, seed=99)
+        augment.unmoved = 0
         small, boxes, faces = [], [], []
         for place in source.validation[: self.most]:
             frame, box = source.get(place)
@@ -140,7 +141,7 @@ class AlignTrainer:
     @staticmethod
     def loss(given, goal):
         goal = goal.clamp(-128 * UNIT, 127 * UNIT)
-        distance = F.smooth_l1_loss(given, goal, beta=8.0) / 16
+        distance = F.smooth_l1_loss(given, goal, beta=8.0) / 64
         return distance + 1 - intersection_over_union(given, goal).mean()
 
     def train_step(self, goal_views, done_views):

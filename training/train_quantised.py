@@ -58,6 +58,8 @@ class QuantisedTrainer(recognition.Trainer):
     def loss(self, crops, people):
         self.add_people()
         features = self.net(self.to_input(crops)).flatten(1)
+        if not self.args.distil:
+            return self.recognition_loss(features, people, 1.0)
         with torch.no_grad():
             goal = self.teacher(crops).flatten(1)
         distance = 1 - F.cosine_similarity(features, goal, dim=1).mean()
@@ -77,7 +79,7 @@ def main():
         "--float", type=Path, required=True, help="the --out folder of the float training"
     )
     parser.add_argument(
-        "--distil", type=float, default=5.0, help="weight of the float features (%(default)s)"
+        "--distil", type=float, default=5.0, help="weight of the float features; 0: none (%(default)s)"
     )
     parser.add_argument(
         "--no-rescaling", action="store_true", help="without the factors between layers"
