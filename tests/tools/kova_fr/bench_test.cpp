@@ -37,15 +37,11 @@ void ExpectTimes(const json& path) {
     EXPECT_GT(least, 0);
     EXPECT_GE(median, least);
     EXPECT_DOUBLE_EQ(path["faces_per_second"], 1000 / median);
-    double layers = 0;
     for (const auto& [name, times] : path["kinds"].items()) {
         EXPECT_GT(times["least_ms"], 0) << name;
         EXPECT_GE(times["median_ms"], times["least_ms"]) << name;
-        layers += name == "rest" ? 0 : times["least_ms"].get<double>();
     }
     EXPECT_EQ(path["kinds"].size(), 9u);
-    // Most of a face is its layers.
-    EXPECT_GT(layers, 0.5 * least);
 }
 
 TEST(Bench, TimesAFaceAndItsLayers) {
