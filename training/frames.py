@@ -56,7 +56,7 @@ class FrameAugmenter:
     enlarge = (0.6, 1.8)  # how far a frame may be reduced or enlarged
     outside = 0.12  # of the side, how much of the box may leave the frame
     exposed = 70  # pixels beyond the frame's edge that may be filled in
-    unmoved = 0.45  # share of frames that are taken as they are rendered, or mirrored
+    unmoved = 0.7  # share of frames that are taken as they are rendered, or mirrored
     portraits = 0.25  # share of the others that are cut around the head, with the borders filled in
 
     def __init__(self, library, seed=0):

@@ -4,7 +4,7 @@
 
 // From which distance a pair counts as the same person: one in a hundred, or in a thousand, pairs of
 // strangers reaches it (`kova-fr eval` on 300 rendered people; to be renewed with the models).
-const THRESHOLDS = { perhaps: 0.49, likely: 0.62 };
+const THRESHOLDS = { perhaps: 0.39, likely: 0.51 };
 
 const MOST_PIXELS = 24e6;
 const LIVE_PAUSE = 250; // milliseconds
