@@ -6,13 +6,13 @@ set(ORVO_PATH_SOURCES)
 set(ORVO_CIPHER_SOURCES)
 set(ORVO_PATHS plain)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx2.cpp compute_a/simd/avx512_depthwise.cpp compute_a/simd/avx512vnni.cpp
-         compute_a/simd/amx.cpp)
+    set(avx512_sources compute_a/simd/amx.cpp compute_a/simd/avx512_depthwise.cpp
+        compute_a/simd/avx512_pool.cpp compute_a/simd/avx512vnni.cpp)
+    list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx2.cpp ${avx512_sources})
     list(APPEND ORVO_PATHS avx2 avx512vnni amx)
     set_source_files_properties(compute_a/simd/avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
-    set_source_files_properties(compute_a/simd/avx512_depthwise.cpp compute_a/simd/avx512vnni.cpp compute_a/simd/amx.cpp PROPERTIES
-        COMPILE_OPTIONS
+    set_source_files_properties(${avx512_sources} PROPERTIES COMPILE_OPTIONS
         "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp)
     set_source_files_properties(cipher/aes_ni.cpp PROPERTIES COMPILE_OPTIONS "-maes;-msse4.1")

@@ -95,16 +95,8 @@ void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint3
         }
         src = scratch;
     }
-    const size_t pitch = border.paddedWidth();
-    const size_t rows = border.paddedHeight() / 2;
-    const size_t columns = pitch / 2;
-    const auto poolRows = orvo::ChosenRoutines().maxPoolRows;
-    for (size_t c = 0; c < channels; ++c, src += pitch * border.paddedHeight()) {
-        for (size_t y = 0; y < rows; ++y, dst += columns) {
-            const int8_t* upper = src + 2 * y * pitch;
-            poolRows(upper, upper + pitch, columns, dst);
-        }
-    }
+    const orvo::Planes planes{border.paddedWidth(), border.paddedHeight(), channels};
+    orvo::ChosenRoutines().maxPoolStride2(src, planes, dst);
 }
 
 void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
@@ -112,23 +104,13 @@ void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height, uint
     if (width == 0 || height == 0) {
         return;
     }
-    const auto poolPlane = orvo::ChosenRoutines().maxPoolStride1;
-    const size_t dstPlane = size_t{width - 1} * (height - 1);
-    for (uint32_t c = 0; c < channels; ++c, src += size_t{width} * height, dst += dstPlane) {
-        poolPlane(src, width, height, dst);
-    }
+    orvo::ChosenRoutines().maxPoolStride1(src, {width, height, channels}, dst);
 }
 
 void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
                     int8_t* dst, void* /*scratch*/) {
-    const auto sampleRow = orvo::ChosenRoutines().sampleRow;
-    const size_t dstWidth = (size_t{width} + 1) / 2;
-    const size_t dstHeight = height > 0 ? (static_cast<size_t>(height) + 1) / 2 : 0;
-    const size_t plane = height > 0 ? size_t{width} * static_cast<size_t>(height) : 0;
-    for (uint32_t c = 0; c < channels; ++c, src += plane) {
-        for (size_t y = 0; y < dstHeight; ++y, dst += dstWidth) {
-            sampleRow(src + 2 * y * width, dstWidth, dst);
-        }
+    if (height > 0) {
+        orvo::ChosenRoutines().sample(src, {width, static_cast<size_t>(height), channels}, dst);
     }
 }
 

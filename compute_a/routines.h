@@ -63,6 +63,14 @@ struct Convolution3x3 {
     size_t scratchBytes;
 };
 
+// Planes one after the other.
+struct Planes {
+    size_t width, height, channels;
+
+    size_t planeBytes() const { return width * height; }
+    size_t bytes() const { return planeBytes() * channels; }
+};
+
 // The shifts of a residual addition whose sum fits 16 bits: inputs up to 6, output up to 14.
 struct AddShifts {
     uint32_t in1, in2, out;
@@ -74,11 +82,12 @@ struct Routines {
     void (*multiply)(const MatrixProduct& product);
     void (*depthwise)(const DepthwisePlanes& planes);
     int32_t (*dot)(const int8_t* a, const int8_t* b, size_t count);
-    // One plane, 2 x 2 maximum with stride 1: src is replaced by its horizontal maxima.
-    void (*maxPoolStride1)(int8_t* src, size_t width, size_t height, int8_t* dst);
-    // Two rows to one, 2 x 2 maximum with stride 2.
-    void (*maxPoolRows)(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst);
-    void (*sampleRow)(const int8_t* src, size_t dstWidth, int8_t* dst);
+    // 2 x 2 maximum with stride 1: src is replaced by its horizontal maxima. Planes are not empty.
+    void (*maxPoolStride1)(int8_t* src, const Planes& planes, int8_t* dst);
+    // 2 x 2 maximum with stride 2; a last odd row or column is ignored.
+    void (*maxPoolStride2)(const int8_t* src, const Planes& planes, int8_t* dst);
+    // Every second value of every second row, from the first on.
+    void (*sample)(const int8_t* src, const Planes& planes, int8_t* dst);
     void (*rectify)(const int8_t* src, int8_t* dst, size_t count);
     void (*flipSign)(uint8_t* data, size_t count);
     // in2 null: the shortcut counts as zero. dst may be in1 or in2.

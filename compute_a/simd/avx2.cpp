@@ -21,6 +21,7 @@
 #include <immintrin.h>
 
 #include "compute_a/routines.h"
+#include "compute_a/simd/by_rows.h"
 #include "compute_a/simd/plain.h"
 
 namespace orvo {
@@ -903,7 +904,7 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 } // namespace
 
 // To flip signs, memory sets the pace.
-const Routines kAvx2Routines{"avx2",    Multiply, Depthwise,       Dot, MaxPoolStride1, MaxPoolRows,
-                             SampleRow, Rectify,  plain::FlipSign, Add};
+const Routines kAvx2Routines{"avx2",    Multiply, Depthwise,       Dot, MaxPoolStride1ByPlanes<MaxPoolStride1>, MaxPoolStride2ByRows<MaxPoolRows>,
+                             SampleByRows<SampleRow>, Rectify,  plain::FlipSign, Add};
 
 } // namespace orvo

@@ -55,28 +55,27 @@ inline __m512i RequantiseBy(const __m512i sums[4], uint32_t shift) {
                       : Requantise<false>(sums, ShiftCounts<false>(shift));
 }
 
-// Bytes by vectors of 8, 16, 32 and 64.
-struct Bytes8 {
-    using Vector = __m128i;
-    static constexpr size_t kSize = 8;
-    static Vector Load(const int8_t* from) {
-        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
-    }
-    static void Store(Vector bytes, int8_t* to) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
-    }
-    static Vector Max(Vector a, Vector b) { return _mm_max_epi8(a, b); }
-};
+// Bytes by vectors of 16, 32 and 64. `some`: which bytes are loaded, stored or, in MaxOf(), the
+// greater ones; the others are zero, stay as they are, or a's.
 struct Bytes16 {
     using Vector = __m128i;
     static constexpr size_t kSize = 16;
     static Vector Load(const int8_t* from) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
     }
+    static Vector LoadSome(__mmask64 some, const int8_t* from) {
+        return _mm_maskz_loadu_epi8(static_cast<__mmask16>(some), from);
+    }
     static void Store(Vector bytes, int8_t* to) {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
     }
+    static void StoreSome(__mmask64 some, Vector bytes, int8_t* to) {
+        _mm_mask_storeu_epi8(to, static_cast<__mmask16>(some), bytes);
+    }
     static Vector Max(Vector a, Vector b) { return _mm_max_epi8(a, b); }
+    static Vector MaxOf(__mmask64 some, Vector a, Vector b) {
+        return _mm_mask_max_epi8(a, static_cast<__mmask16>(some), a, b);
+    }
 };
 struct Bytes32 {
     using Vector = __m256i;
@@ -84,17 +83,35 @@ struct Bytes32 {
     static Vector Load(const int8_t* from) {
         return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
     }
+    static Vector LoadSome(__mmask64 some, const int8_t* from) {
+        return _mm256_maskz_loadu_epi8(static_cast<__mmask32>(some), from);
+    }
     static void Store(Vector bytes, int8_t* to) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), bytes);
     }
+    static void StoreSome(__mmask64 some, Vector bytes, int8_t* to) {
+        _mm256_mask_storeu_epi8(to, static_cast<__mmask32>(some), bytes);
+    }
     static Vector Max(Vector a, Vector b) { return _mm256_max_epi8(a, b); }
+    static Vector MaxOf(__mmask64 some, Vector a, Vector b) {
+        return _mm256_mask_max_epi8(a, static_cast<__mmask32>(some), a, b);
+    }
 };
 struct Bytes64 {
     using Vector = __m512i;
     static constexpr size_t kSize = 64;
     static Vector Load(const int8_t* from) { return _mm512_loadu_si512(from); }
+    static Vector LoadSome(__mmask64 some, const int8_t* from) {
+        return _mm512_maskz_loadu_epi8(some, from);
+    }
     static void Store(Vector bytes, int8_t* to) { _mm512_storeu_si512(to, bytes); }
+    static void StoreSome(__mmask64 some, Vector bytes, int8_t* to) {
+        _mm512_mask_storeu_epi8(to, some, bytes);
+    }
     static Vector Max(Vector a, Vector b) { return _mm512_max_epi8(a, b); }
+    static Vector MaxOf(__mmask64 some, Vector a, Vector b) {
+        return _mm512_mask_max_epi8(a, some, a, b);
+    }
 };
 
 // All of a vector, or some: with a constant mask the compiler drops it.

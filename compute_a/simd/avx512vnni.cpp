@@ -386,138 +386,7 @@ int32_t avx512vnni::Dot(const int8_t* a, const int8_t* b, size_t count) {
 
 namespace {
 
-// ---- Pooling, sampling, element-wise -----------------------------------------------------------
-
-// Registers: the maxima of two neighbours of this row and the next. Measured: 4 times as fast as
-// the plain body; one strip of a plane after another with masked stores took 1.2 times as long.
-//
-// Where a row has columns for a vector, the last one begins early enough to end with them: masked
-// stores take twice as long. Maxima of a row that are taken twice are the same both times, because
-// a row is loaded as a whole before any of it is replaced.
-template <typename Bytes, size_t Vectors>
-void MaxPoolByRows(int8_t* src, size_t width, size_t height, int8_t* dst) {
-    using Vector = typename Bytes::Vector;
-    const size_t columns = width - 1;
-    size_t at[Vectors];
-    for (size_t i = 0; i < Vectors; ++i) {
-        at[i] = i + 1 < Vectors ? i * Bytes::kSize : columns - Bytes::kSize;
-    }
-    Vector here[Vectors];
-    Vector next[Vectors];
-    const auto horizontal = [&](size_t y, Vector maxima[Vectors]) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < Vectors; ++i) {
-            const int8_t* from = src + y * width + at[i];
-            maxima[i] = Bytes::Max(Bytes::Load(from), Bytes::Load(from + 1));
-        }
-    };
-    const auto replace = [&](size_t y) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < Vectors; ++i) {
-            Bytes::Store(here[i], src + y * width + at[i]);
-        }
-    };
-    horizontal(0, here);
-    for (size_t y = 1; y < height; ++y, dst += columns) {
-        horizontal(y, next);
-        replace(y - 1);
-#pragma GCC unroll 2
-        for (size_t i = 0; i < Vectors; ++i) {
-            Bytes::Store(Bytes::Max(here[i], next[i]), dst + at[i]);
-            here[i] = next[i];
-        }
-    }
-    replace(height - 1);
-}
-
-} // namespace
-
-void avx512vnni::MaxPoolStride1(int8_t* src, size_t width, size_t height, int8_t* dst) {
-    const size_t columns = width - 1;
-    if (columns < 8 || columns > 128) {
-        plain::MaxPoolStride1(src, width, height, dst);
-    } else if (columns > 64) {
-        MaxPoolByRows<Bytes64, 2>(src, width, height, dst);
-    } else if (columns == 64) {
-        MaxPoolByRows<Bytes64, 1>(src, width, height, dst);
-    } else if (columns > 32) {
-        MaxPoolByRows<Bytes32, 2>(src, width, height, dst);
-    } else if (columns > 16) {
-        MaxPoolByRows<Bytes16, 2>(src, width, height, dst);
-    } else if (columns == 16) {
-        MaxPoolByRows<Bytes16, 1>(src, width, height, dst);
-    } else {
-        MaxPoolByRows<Bytes8, 2>(src, width, height, dst);
-    }
-}
-
-// The upper of each pair of bytes is brought beside the lower. Measured: 2.5 times as fast as the
-// plain body.
-void avx512vnni::MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth,
-                             int8_t* dst) {
-    for (size_t x = 0; x < dstWidth; x += 32) {
-        const __mmask64 inside = FirstBytes(2 * (dstWidth - x));
-        const __m512i rows = _mm512_max_epi8(_mm512_maskz_loadu_epi8(inside, upper + 2 * x),
-                                             _mm512_maskz_loadu_epi8(inside, lower + 2 * x));
-        const __m512i pairs = _mm512_max_epi8(rows, _mm512_srli_epi16(rows, 8));
-        _mm256_mask_storeu_epi8(dst + x, static_cast<__mmask32>(FirstBytes(dstWidth - x)),
-                                _mm512_cvtepi16_epi8(pairs));
-    }
-}
-
-namespace {
-
-// Outputs by whole vectors, the last of which begins early enough to end with the row: masked loads
-// and stores take several times as long. `some(x)` makes `atOnce` outputs from x on.
-template <typename Some>
-inline void ByVectors(size_t count, size_t atOnce, const Some& some) {
-    for (size_t x = 0; x + atOnce < count; x += atOnce) {
-        some(x);
-    }
-    some(count - atOnce);
-}
-
-} // namespace
-
-// Measured: 1.5 times as fast as the plain body.
-//
-// The first output is the first value; each of the others is the odd one of a pair after it. So no
-// pair reaches beyond the row.
-void avx512vnni::SampleRow(const int8_t* src, size_t dstWidth, int8_t* dst) {
-    if (dstWidth < 5) {
-        plain::SampleRow(src, dstWidth, dst);
-        return;
-    }
-    *dst++ = *src++;
-    const size_t count = dstWidth - 1;
-    if (count >= 32) {
-        ByVectors(count, 32, [&](size_t x) {
-            const __m512i pairs = _mm512_loadu_si512(src + 2 * x);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x),
-                                _mm512_cvtepi16_epi8(_mm512_srli_epi16(pairs, 8)));
-        });
-    } else if (count >= 16) {
-        ByVectors(count, 16, [&](size_t x) {
-            const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * x));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x),
-                             _mm256_cvtepi16_epi8(_mm256_srli_epi16(pairs, 8)));
-        });
-    } else if (count >= 8) {
-        ByVectors(count, 8, [&](size_t x) {
-            const __m128i pairs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * x));
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + x),
-                             _mm_cvtepi16_epi8(_mm_srli_epi16(pairs, 8)));
-        });
-    } else {
-        ByVectors(count, 4, [&](size_t x) {
-            const __m128i pairs = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + 2 * x));
-            const int word = _mm_cvtsi128_si32(_mm_cvtepi16_epi8(_mm_srli_epi16(pairs, 8)));
-            __builtin_memcpy(dst + x, &word, sizeof word);
-        });
-    }
-}
-
-namespace {
+// ---- Element-wise ------------------------------------------------------------------------------
 
 // Whole vectors that begin on a cache line of what is stored, with shorter ones before and after
 // them: buffers seldom begin on one, and every store across two lines takes twice as long.
@@ -621,8 +490,8 @@ void avx512vnni::Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t c
 
 const Routines kAvx512VnniRoutines{
     "avx512vnni",          avx512vnni::Multiply,       avx512vnni::Depthwise,
-    avx512vnni::Dot,       avx512vnni::MaxPoolStride1, avx512vnni::MaxPoolRows,
-    avx512vnni::SampleRow, avx512vnni::Rectify,        avx512vnni::FlipSigns,
+    avx512vnni::Dot,       avx512vnni::MaxPoolStride1, avx512vnni::MaxPoolStride2,
+    avx512vnni::Sample, avx512vnni::Rectify,        avx512vnni::FlipSigns,
     avx512vnni::Add};
 
 } // namespace orvo

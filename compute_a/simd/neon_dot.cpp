@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "compute_a/simd/by_rows.h"
 #include "compute_a/simd/neon.h"
 #include "compute_a/simd/neon_lanes.h"
 #include "compute_a/simd/neon_strips.h"
@@ -518,7 +519,7 @@ void Multiply(const MatrixProduct& p) {
 } // namespace
 
 const Routines kNeonDotRoutines{
-    "neon_dot",        Multiply,        Depthwise,     plain::Dot,      neon::MaxPoolStride1,
-    neon::MaxPoolRows, neon::SampleRow, neon::Rectify, plain::FlipSign, neon::Add};
+    "neon_dot",        Multiply,        Depthwise,     plain::Dot,      MaxPoolStride1ByPlanes<neon::MaxPoolStride1>,
+    MaxPoolStride2ByRows<neon::MaxPoolRows>, SampleByRows<neon::SampleRow>, neon::Rectify, plain::FlipSign, neon::Add};
 
 } // namespace orvo

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "compute_a/requantise.h"
+#include "compute_a/simd/by_rows.h"
 
 namespace orvo {
 namespace plain {
@@ -191,8 +192,8 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 } // namespace plain
 
 const Routines kPlainRoutines{"plain",          plain::Multiply,       plain::Depthwise,
-                              plain::Dot,       plain::MaxPoolStride1, plain::MaxPoolRows,
-                              plain::SampleRow, plain::Rectify,        plain::FlipSign,
+                              plain::Dot,       MaxPoolStride1ByPlanes<plain::MaxPoolStride1>, MaxPoolStride2ByRows<plain::MaxPoolRows>,
+                              SampleByRows<plain::SampleRow>, plain::Rectify,        plain::FlipSign,
                               plain::Add};
 
 } // namespace orvo

@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "compute_a/routines.h"
+#include "compute_a/simd/by_rows.h"
 #include "compute_a/simd/plain.h"
 
 namespace orvo {
@@ -316,7 +317,7 @@ void Depthwise(const DepthwisePlanes& p) {
 } // namespace
 
 const Routines kWasmSimdRoutines{
-    "wasm_simd",        Multiply,         Depthwise,      plain::Dot,      plain::MaxPoolStride1,
-    plain::MaxPoolRows, plain::SampleRow, plain::Rectify, plain::FlipSign, plain::Add};
+    "wasm_simd",        Multiply,         Depthwise,      plain::Dot,      MaxPoolStride1ByPlanes<plain::MaxPoolStride1>,
+    MaxPoolStride2ByRows<plain::MaxPoolRows>, SampleByRows<plain::SampleRow>, plain::Rectify, plain::FlipSign, plain::Add};
 
 } // namespace orvo
