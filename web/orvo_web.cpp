@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the page calls: one picture in, its frame, face box, crop and feature out. The grey levels and
-// the scaling are those of kova-fr, so that the same picture gives the same feature.
+// What the page calls: one picture in, its frame, face box, crop and feature out. The grey levels
+// and the scaling are those of kova-fr, so that the same picture gives the same feature.
 #include <cstring>
 #include <vector>
 

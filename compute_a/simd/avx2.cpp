@@ -904,7 +904,15 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 } // namespace
 
 // To flip signs, memory sets the pace.
-const Routines kAvx2Routines{"avx2",    Multiply, Depthwise,       Dot, MaxPoolStride1ByPlanes<MaxPoolStride1>, MaxPoolStride2ByRows<MaxPoolRows>,
-                             SampleByRows<SampleRow>, Rectify,  plain::FlipSign, Add};
+const Routines kAvx2Routines{"avx2",
+                             Multiply,
+                             Depthwise,
+                             Dot,
+                             MaxPoolStride1ByPlanes<MaxPoolStride1>,
+                             MaxPoolStride2ByRows<MaxPoolRows>,
+                             SampleByRows<SampleRow>,
+                             Rectify,
+                             plain::FlipSign,
+                             Add};
 
 } // namespace orvo

@@ -126,6 +126,10 @@ inline void StoreBytes(__mmask64 inside, __m512i bytes, int8_t* to) {
     }
 }
 
+// Fetches a line that is about to be written: a store that has to wait for its line holds up all
+// that come after it. The place need not exist.
+inline void PrefetchToWrite(const int8_t* place) { __asm__ volatile("prefetchw %0" ::"m"(*place)); }
+
 // Four rows of 16 bytes become 16 lanes of one byte of each.
 inline __m512i InterleaveRows(const __m128i row[4]) {
     const __m128i lo01 = _mm_unpacklo_epi8(row[0], row[1]);

@@ -24,8 +24,11 @@ namespace {
 // loaded before the one above it is stored, since a load that meets a store on its way waits for
 // it; so planes are taken as one sequence of rows.
 //
-// Registers: the maxima of two neighbours of this row and the next. Measured: 1.7 times as fast as
-// two vectors of half the size a row.
+// Registers: the maxima of two neighbours of this row and the next. Measured: 7 to 14 times as fast
+// as the plain body, 1.1 to 1.4 times as two vectors of half the size a row; fetching the lines of
+// the outputs early makes a tenth of that.
+constexpr size_t kAhead = 384; // bytes, of the outputs whose lines are fetched
+
 template <typename Bytes>
 void MaxPoolByRow(int8_t* src, const Planes& planes, int8_t* dst) {
     using Vector = typename Bytes::Vector;
@@ -46,6 +49,7 @@ void MaxPoolByRow(int8_t* src, const Planes& planes, int8_t* dst) {
     for (int8_t* next = src + width; next <= lastRow; next += width, --left) {
         const Vector below = next < lastRow ? horizontal(next) : lastHorizontal();
         Bytes::Store(here, next - width);
+        PrefetchToWrite(dst + kAhead);
         if (left == 1) {
             left = planes.height + 1;
         } else if (next < lastRow) {
@@ -59,9 +63,9 @@ void MaxPoolByRow(int8_t* src, const Planes& planes, int8_t* dst) {
     Bytes::StoreSome(row, here, lastRow);
 }
 
-// Planes of up to 128 columns: two vectors a row, the second of which ends with it. Maxima that are
+// Planes of up to 129 columns: two vectors a row, the second of which ends with it. Maxima that are
 // taken twice are the same both times, because a row is loaded as a whole before any of it is
-// replaced.
+// replaced. Measured: 5 times as fast as the plain body.
 void MaxPoolByTwoVectors(int8_t* src, size_t width, size_t height, int8_t* dst) {
     const size_t columns = width - 1;
     const size_t at[2] = {0, columns - 64};
@@ -83,6 +87,8 @@ void MaxPoolByTwoVectors(int8_t* src, size_t width, size_t height, int8_t* dst) 
     horizontal(0, here);
     for (size_t y = 1; y < height; ++y, dst += columns) {
         horizontal(y, next);
+        PrefetchToWrite(dst + kAhead);
+        PrefetchToWrite(dst + kAhead + 64);
         replace(y - 1);
 #pragma GCC unroll 2
         for (size_t i = 0; i < 2; ++i) {
@@ -150,7 +156,11 @@ struct Halving {
     __m512i together; // where its outputs come from
 
     Halving(const Planes& planes, size_t outputColumns, size_t outputRows)
-        : width(planes.width), dstWidth(outputColumns), dstHeight(outputRows), columns(32), rows(1) {
+        : width(planes.width),
+          dstWidth(outputColumns),
+          dstHeight(outputRows),
+          columns(32),
+          rows(1) {
         if (width <= 64) {
             columns = dstWidth;
             rows = (64 - width) / (2 * width) + 1;
@@ -233,7 +243,7 @@ void HalveBySize(const int8_t* src, const Planes& planes, const Halving& h, int8
 
 } // namespace
 
-// Measured: 4 times as fast as the plain body.
+// Measured: 6 to 10 times as fast as the plain body, 2 to 5 times as one row at a time.
 void avx512vnni::MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t* dst) {
     if (planes.width >= 2) {
         const Halving halving(planes, planes.width / 2, planes.height / 2);
@@ -241,7 +251,7 @@ void avx512vnni::MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t*
     }
 }
 
-// Measured: 3 times as fast as the plain body.
+// Measured: 1.6 to 8 times as fast as the plain body, 1.3 to 3 times as one row at a time.
 void avx512vnni::Sample(const int8_t* src, const Planes& planes, int8_t* dst) {
     if (planes.width >= 1) {
         const Halving halving(planes, (planes.width + 1) / 2, (planes.height + 1) / 2);

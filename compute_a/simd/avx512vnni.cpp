@@ -473,6 +473,10 @@ void avx512vnni::Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t c
     };
     if (is(0, 0, 0) || is(1, 1, 1)) {
         AddBytes(in1, in2, dst, count, [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, b); });
+    } else if (is(0, 1, 0)) {
+        // Twice the second: sums that saturate go on in the same direction.
+        AddBytes(in1, in2, dst, count,
+                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(_mm512_adds_epi8(a, b), b); });
     } else if (is(1, 0, 1)) {
         AddBytes(in1, in2, dst, count,
                  [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, HalfUp(b)); });
@@ -489,8 +493,8 @@ void avx512vnni::Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t c
 }
 
 const Routines kAvx512VnniRoutines{
-    "avx512vnni",          avx512vnni::Multiply,       avx512vnni::Depthwise,
-    avx512vnni::Dot,       avx512vnni::MaxPoolStride1, avx512vnni::MaxPoolStride2,
+    "avx512vnni",       avx512vnni::Multiply,       avx512vnni::Depthwise,
+    avx512vnni::Dot,    avx512vnni::MaxPoolStride1, avx512vnni::MaxPoolStride2,
     avx512vnni::Sample, avx512vnni::Rectify,        avx512vnni::FlipSigns,
     avx512vnni::Add};
 

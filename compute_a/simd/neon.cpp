@@ -21,8 +21,8 @@
 //
 // The dot product and the flipping of signs are not here: what compilers make of the plain ones is
 // as good.
-#include "compute_a/simd/by_rows.h"
 #include "compute_a/simd/neon.h"
+#include "compute_a/simd/by_rows.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -904,9 +904,15 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 
 } // namespace neon
 
-const Routines kNeonRoutines{"neon",          neon::Multiply,       neon::Depthwise,
-                             plain::Dot,      MaxPoolStride1ByPlanes<neon::MaxPoolStride1>, MaxPoolStride2ByRows<neon::MaxPoolRows>,
-                             SampleByRows<neon::SampleRow>, neon::Rectify,        plain::FlipSign,
+const Routines kNeonRoutines{"neon",
+                             neon::Multiply,
+                             neon::Depthwise,
+                             plain::Dot,
+                             MaxPoolStride1ByPlanes<neon::MaxPoolStride1>,
+                             MaxPoolStride2ByRows<neon::MaxPoolRows>,
+                             SampleByRows<neon::SampleRow>,
+                             neon::Rectify,
+                             plain::FlipSign,
                              neon::Add};
 
 } // namespace orvo

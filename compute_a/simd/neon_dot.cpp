@@ -518,8 +518,15 @@ void Multiply(const MatrixProduct& p) {
 
 } // namespace
 
-const Routines kNeonDotRoutines{
-    "neon_dot",        Multiply,        Depthwise,     plain::Dot,      MaxPoolStride1ByPlanes<neon::MaxPoolStride1>,
-    MaxPoolStride2ByRows<neon::MaxPoolRows>, SampleByRows<neon::SampleRow>, neon::Rectify, plain::FlipSign, neon::Add};
+const Routines kNeonDotRoutines{"neon_dot",
+                                Multiply,
+                                Depthwise,
+                                plain::Dot,
+                                MaxPoolStride1ByPlanes<neon::MaxPoolStride1>,
+                                MaxPoolStride2ByRows<neon::MaxPoolRows>,
+                                SampleByRows<neon::SampleRow>,
+                                neon::Rectify,
+                                plain::FlipSign,
+                                neon::Add};
 
 } // namespace orvo

@@ -191,9 +191,15 @@ void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const 
 
 } // namespace plain
 
-const Routines kPlainRoutines{"plain",          plain::Multiply,       plain::Depthwise,
-                              plain::Dot,       MaxPoolStride1ByPlanes<plain::MaxPoolStride1>, MaxPoolStride2ByRows<plain::MaxPoolRows>,
-                              SampleByRows<plain::SampleRow>, plain::Rectify,        plain::FlipSign,
+const Routines kPlainRoutines{"plain",
+                              plain::Multiply,
+                              plain::Depthwise,
+                              plain::Dot,
+                              MaxPoolStride1ByPlanes<plain::MaxPoolStride1>,
+                              MaxPoolStride2ByRows<plain::MaxPoolRows>,
+                              SampleByRows<plain::SampleRow>,
+                              plain::Rectify,
+                              plain::FlipSign,
                               plain::Add};
 
 } // namespace orvo

@@ -316,8 +316,15 @@ void Depthwise(const DepthwisePlanes& p) {
 
 } // namespace
 
-const Routines kWasmSimdRoutines{
-    "wasm_simd",        Multiply,         Depthwise,      plain::Dot,      MaxPoolStride1ByPlanes<plain::MaxPoolStride1>,
-    MaxPoolStride2ByRows<plain::MaxPoolRows>, SampleByRows<plain::SampleRow>, plain::Rectify, plain::FlipSign, plain::Add};
+const Routines kWasmSimdRoutines{"wasm_simd",
+                                 Multiply,
+                                 Depthwise,
+                                 plain::Dot,
+                                 MaxPoolStride1ByPlanes<plain::MaxPoolStride1>,
+                                 MaxPoolStride2ByRows<plain::MaxPoolRows>,
+                                 SampleByRows<plain::SampleRow>,
+                                 plain::Rectify,
+                                 plain::FlipSign,
+                                 plain::Add};
 
 } // namespace orvo

@@ -56,6 +56,19 @@ TEST(Depthwise, PlanesWiderThanAStrip) {
     }
 }
 
+// Widths around those at which planes share vectors or are cut into strips, heights for every turn
+// that rows take, and planes enough for some that share a vector, with some left over.
+TEST(Depthwise, PlanesSideBySideAndStripAfterStrip) {
+    for (const int width : {6, 7, 11, 12, 13, 23, 24, 25, 47, 48, 49, 95, 96, 97, 145}) {
+        for (int height = 1; height <= 9; ++height) {
+            for (const int channels : {1, 3, 6, 9}) {
+                ExpectBothMatch(Shape(width, height, channels, 1),
+                                static_cast<uint64_t>(width * 100 + height));
+            }
+        }
+    }
+}
+
 TEST(Depthwise, EveryTailOfChannels) {
     for (int channels = 1; channels <= 17; ++channels) {
         ExpectBothMatch(Shape(9, 5, channels, 1), 2);
@@ -86,6 +99,11 @@ TEST(Depthwise, OddHeightGivesPairsAndOneSingleRow) {
 }
 
 TEST(Depthwise, EveryShift) { CheckEveryShift(kDepthwiseConv, Shape(9, 3, 5, 1)); }
+TEST(Depthwise, EveryShiftOfTallerPlanes) {
+    for (const int width : {12, 24, 50}) {
+        CheckEveryShift(kDepthwiseConv, Shape(width, 7, 5, 1));
+    }
+}
 TEST(DepthwiseRelu, EveryShift) { CheckEveryShift(kDepthwiseReluConv, Shape(9, 3, 5, 1)); }
 
 TEST(Depthwise, AllInputsAndWeightsAtTheirEnds) {

@@ -108,15 +108,32 @@ TEST(Pointwise, ManyInputChannelsWithEveryKindOfPixelTail) {
     }
 }
 
+// More pixels than are packed at a time, with every number of single vectors behind the last ones.
+TEST(Pointwise, ManyPixelsWithEveryKindOfTail) {
+    for (const int srcChannels : {32, 64, 100, 192}) {
+        for (const int pixels : {300, 320, 577, 1040}) {
+            EXPECT_TRUE(Matches(Shape(pixels, 1, srcChannels, 37), static_cast<uint64_t>(pixels)));
+        }
+    }
+}
+
+TEST(Pointwise, EveryHeightOfATileOfChannels) {
+    for (int dstChannels = 1; dstChannels <= 50; ++dstChannels) {
+        EXPECT_TRUE(Matches(Shape(100, 1, 40, dstChannels), static_cast<uint64_t>(dstChannels)));
+    }
+}
+
 TEST(Pointwise, ManyChannelsOnBothSides) {
     EXPECT_TRUE(Matches(Shape(9, 9, 256, 261), 1));
     EXPECT_TRUE(Matches(Shape(12, 12, 128, 300), 2));
 }
 
 TEST(Pointwise, EveryShift) { CheckEveryShift(kPointwiseConv, Shape(13, 1, 18, 6)); }
+TEST(Pointwise, EveryShiftOfLongerSums) { CheckEveryShift(kPointwiseConv, Shape(81, 1, 36, 20)); }
 
 TEST(Pointwise, AllInputsAndWeightsAtTheirEnds) {
     CheckUniformExtremes(kPointwiseConv, Shape(13, 1, 35, 7));
+    CheckUniformExtremes(kPointwiseConv, Shape(81, 1, 130, 20));
 }
 
 TEST(Pointwise, SumsThatReachTheLargestBiasWrap) {
@@ -133,7 +150,10 @@ TEST(Pointwise, LongestDotProductOfSmallestValues) {
     EXPECT_EQ(RunGuarded(kPointwiseConv, s, data, {}), std::vector<int8_t>(5, 127));
 }
 
-TEST(Pointwise, OddAddresses) { CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7)); }
+TEST(Pointwise, OddAddresses) {
+    CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7));
+    CheckOddAddresses(kPointwiseConv, Shape(12, 12, 64, 20));
+}
 
 // Calls with one argument changed, and tells whether dst and scratch stayed as they were.
 bool Refused(void (*change)(ConvShape&)) {

@@ -33,6 +33,10 @@ Q7 RandomTensor(uint64_t seed, uint32_t width, uint32_t height, uint32_t channel
     return RandomQ7(random, size_t{width} * height * channels);
 }
 
+// Around the lengths of vectors, one and two of them.
+constexpr uint32_t kWidths[] = {1,  2,  3,  8,  9,  16, 17, 31,  32,  33,  34,  35,  47,
+                                48, 49, 63, 64, 65, 66, 95, 127, 128, 129, 130, 131, 200};
+
 // ---- 2 x 2 maximum, stride 2
 
 size_t PooledSize(uint32_t width, uint32_t height, uint32_t channels, uint32_t pad) {
@@ -84,6 +88,17 @@ TEST(MaxPoolStride2, MatchesReferenceForEveryTail) {
     }
     for (uint16_t channels = 1; channels <= 17; ++channels) {
         ExpectPooledMatch(++seed, 9, 9, channels, channels % 2);
+    }
+}
+
+TEST(MaxPoolStride2, MatchesReferenceOnWideAndOnManyPlanes) {
+    uint64_t seed = 1000;
+    for (const uint32_t width : kWidths) {
+        for (const uint32_t height : {2u, 5u}) {
+            for (const uint16_t channels : {1, 2, 30}) {
+                ExpectPooledMatch(++seed, width, height, channels, 0);
+            }
+        }
     }
 }
 
@@ -267,6 +282,17 @@ TEST(MaxPoolStride1, MatchesReferenceForEveryTail) {
     }
 }
 
+TEST(MaxPoolStride1, MatchesReferenceOnWideAndOnManyPlanes) {
+    uint64_t seed = 1000;
+    for (const uint32_t width : kWidths) {
+        for (const uint32_t height : {1u, 2u, 5u}) {
+            for (const uint32_t channels : {1u, 2u, 30u}) {
+                ExpectStride1Match(++seed, width, height, channels);
+            }
+        }
+    }
+}
+
 TEST(MaxPoolStride1, LeavesTheHorizontalMaximaInItsInput) {
     Q7 src = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     Q7 dst(4, 77);
@@ -351,6 +377,17 @@ TEST(Downsample, MatchesReferenceForEveryTail) {
     }
     for (uint32_t channels = 1; channels <= 17; ++channels) {
         ExpectDownsampleMatch(++seed, 9, 5, channels);
+    }
+}
+
+TEST(Downsample, MatchesReferenceOnWideAndOnManyPlanes) {
+    uint64_t seed = 1000;
+    for (const uint32_t width : kWidths) {
+        for (const uint32_t height : {1u, 2u, 5u}) {
+            for (const uint32_t channels : {1u, 2u, 30u}) {
+                ExpectDownsampleMatch(++seed, width, height, channels);
+            }
+        }
     }
 }
 

@@ -37,7 +37,9 @@ bool IsUntouched(const uint8_t* margin) {
 // margin, bytes, margin, and once it is read-only a copy of the bytes
 GuardedBuffer::GuardedBuffer(size_t size, Place)
     : mapping_(static_cast<uint8_t*>(std::malloc(2 * kMargin + size))),
-      mappingSize_(2 * kMargin + size), data_(mapping_ + kMargin), size_(size) {
+      mappingSize_(2 * kMargin + size),
+      data_(mapping_ + kMargin),
+      size_(size) {
     std::memset(mapping_, kPattern, mappingSize_);
     std::memset(data_, 0xA5, size);
 }

@@ -58,10 +58,10 @@ struct Match {
 // earlier first.
 //
 // Exact: every feature is compared, with the very function that `compare` prints from, so that both
-// show the same number. A million features took 0.1 s on one busy core of a server, ranking included;
-// reading and checking such a file takes longer, 0.7 s.
-// Comparing the features' 8-bit values would read a quarter of that, but these are not part of a
-// feature, and the candidates would have to be ranked anew to show the same number.
+// show the same number. A million features took 0.1 s on one busy core of a server, ranking
+// included; reading and checking such a file takes longer, 0.7 s. Comparing the features' 8-bit
+// values would read a quarter of that, but these are not part of a feature, and the candidates
+// would have to be ranked anew to show the same number.
 std::vector<Match> Search(const Gallery& gallery, const Feature& feature, size_t count);
 
 } // namespace kova_cli

@@ -237,8 +237,8 @@ TEST_F(Failures, StandardOutputClosed) {
 
 // As with `| head`: whoever stops reading wants no more text, and no complaint either.
 TEST_F(Failures, ReaderWhoStopsReadingEndsTheProgramQuietly) {
-    const Outcome run = Shell("{ sleep 0.1; \"$KOVA_FR\" extract '" + good_ +
-                              "'; echo $? >&2; } | true");
+    const Outcome run =
+        Shell("{ sleep 0.1; \"$KOVA_FR\" extract '" + good_ + "'; echo $? >&2; } | true");
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, std::to_string(128 + SIGPIPE) + "\n");
 }
