@@ -227,6 +227,21 @@ TEST(ZeroPadPlus, MatchesReferenceForEveryTailAndShift) {
     }
 }
 
+TEST(ZeroPadPlus, EveryPairOfValuesUnderTheNetworksShifts) {
+    Operands every;
+    for (int a = -128; a <= 127; ++a) {
+        for (int b = -128; b <= 127; ++b) {
+            every.in1.push_back(static_cast<int8_t>(a));
+            every.in2.push_back(static_cast<int8_t>(b));
+        }
+    }
+    for (uint16_t shifts = 0; shifts < 8; ++shifts) {
+        ExpectMatch({static_cast<uint16_t>(shifts & 1), static_cast<uint16_t>(shifts >> 1 & 1),
+                     static_cast<uint16_t>(shifts >> 2), 256, 1, 1},
+                    every);
+    }
+}
+
 TEST(ZeroPadPlus, PlaneOfSevenBySevenIsComplete) {
     const Addition a{1, 0, 1, 7, 5, 3};
     ExpectMatch(a, RandomOperands(1, a));
