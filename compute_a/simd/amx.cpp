@@ -69,10 +69,10 @@ inline void MultiplyTiles() {
 // Registers: 0 to 3 the sums of four B's, 4 and 5 the weights, 6 and 7 the pixels. The processor
 // renames them, so a register is loaded anew as soon as what was in it is stored.
 //
-// Sums are stored only when the next ones are about to be made, since they take 50 cycles to be
-// made and a store that waits holds up all that comes after it; and requantised when those have
-// been made, since what a tile stores is to be had only from the first cache. So blocks of pixels
-// and channels follow each other without a pause.
+// A block's sums are stored only when the next one's are about to be made, since they take 50
+// cycles to be made and a store that waits holds up all that comes after it; and requantised when
+// those have been made, since what a tile stores is to be had only from the first cache. So the
+// registers always have the sums of the block before.
 
 constexpr size_t kTileRows = 16;
 constexpr size_t kTileBytes = 1024;
