@@ -228,6 +228,8 @@ struct Cut {
         tileChannels = (tileChannels + 3) / 4 * 4;
     }
     size_t steps() const { return chunks * chunkSteps; }
+    // Then the registers hold a tile's weights, and the stack two tiles'.
+    bool hasFewChunks() const { return chunks <= kMostChunks / 2; }
     size_t vectorBytes() const { return steps() * 64; }
     size_t quadBytes() const { return kBlockVectors * vectorBytes(); }
 };
@@ -357,15 +359,14 @@ void PackSlab(const MatrixProduct& p, const Cut& cut, const Slab& slab) {
     }
 }
 
-// The sums of one B, whose steps are `stride` bytes apart. Up to two chunks of weights have been
-// loaded.
+// The sums of one B, whose steps are `stride` bytes apart. Few chunks of weights have been loaded.
 template <int kVector>
 inline void MultiplyVector(const Cut& cut, const TileWeights& tile, const int8_t* pixels,
                            size_t stride) {
     constexpr int kPixels = 6 + kVector % 2;
     LoadTile<kVector>(tile.start, 64);
     LoadTile<kPixels>(pixels, stride);
-    if (cut.chunks <= 2) {
+    if (cut.hasFewChunks()) {
         MultiplyTiles<kVector, 4, kPixels>();
         if (cut.chunks == 2) {
             LoadTile<kPixels>(pixels + kTileRows * stride, stride);
@@ -382,10 +383,11 @@ inline void MultiplyVector(const Cut& cut, const TileWeights& tile, const int8_t
     }
 }
 
-// A tile of channels by all pixels of a slab. `dst` is the place of the first output.
+// A tile of channels by all pixels of a slab. `block` has the channels and the place of the first
+// output.
 void MultiplySlab(const Cut& cut, const Slab& slab, const TileWeights& tile, Block block,
                   SumsInWork& work) {
-    if (cut.chunks <= 2) {
+    if (cut.hasFewChunks()) {
         LoadTile<4>(tile.weights, 64);
         if (cut.chunks == 2) {
             LoadTile<5>(tile.weights + kTileBytes, 64);
@@ -474,7 +476,7 @@ void Multiply(const MatrixProduct& p) {
         return;
     }
     OnStack stack;
-    const bool twoTiles = cut.chunks <= kMostChunks / 2;
+    const bool twoTiles = cut.hasFewChunks();
     const auto tileWeights = [&](size_t tile) {
         const size_t place = twoTiles ? tile % 2 : 0;
         return TileWeights{stack.weights + place * kMostChunks / 2 * kTileBytes,

@@ -33,6 +33,7 @@ namespace {
 constexpr size_t kVectors = 3;
 constexpr size_t kParts = 4;
 constexpr size_t kPartOutputs = 4 * kVectors;
+constexpr __mmask16 kPartWords = 0x7; // of a part's four words, those with outputs
 
 // Four neighbours of each of 48 outputs in one row. The output that packing brings to byte
 // 16 * part + 4 * vector + i has lane 4 * part + i.
@@ -160,7 +161,7 @@ struct StripShape {
                 i / kPlaneParts < count && columns > before ? columns - before : 0;
             partOutputs[i] = FirstBytes16(outputs < kPartOutputs ? outputs : kPartOutputs);
         }
-        lastWords = isOneOfSeveral() ? 0x7 : 0xF;
+        lastWords = isOneOfSeveral() ? kPartWords : 0xF;
     }
 
     // Then what is stored must end with the columns.
@@ -238,116 +239,120 @@ struct LayerConstants {
 // Register plan: the 9 vectors of three rows; zmm17 to zmm19 the permutations, zmm20 to zmm22 the
 // filter, zmm23 what the sums start from, zmm24 the shift, zmm25 the lowest value, zmm26 the signs
 // to flip; zmm27 a row of input, zmm28 to zmm30 the sums.
-#define ORVO_DW_CONSTANTS                   \
-    "vmovdqa64 (%[layer]), %%zmm17\n\t"     \
-    "vmovdqa64 64(%[layer]), %%zmm18\n\t"   \
-    "vmovdqa64 128(%[layer]), %%zmm19\n\t"  \
-    "vmovdqa64 (%[filter]), %%zmm20\n\t"    \
-    "vmovdqa64 64(%[filter]), %%zmm21\n\t"  \
-    "vmovdqa64 128(%[filter]), %%zmm22\n\t" \
-    "vmovdqa64 192(%[filter]), %%zmm23\n\t" \
-    "vmovdqa64 192(%[layer]), %%zmm24\n\t"  \
-    "vmovdqa64 256(%[layer]), %%zmm25\n\t"  \
+// clang-format off
+#define ORVO_DW_CONSTANTS                                                                         \
+    "vmovdqa64 (%[layer]), %%zmm17\n\t"                                                           \
+    "vmovdqa64 64(%[layer]), %%zmm18\n\t"                                                         \
+    "vmovdqa64 128(%[layer]), %%zmm19\n\t"                                                        \
+    "vmovdqa64 (%[filter]), %%zmm20\n\t"                                                          \
+    "vmovdqa64 64(%[filter]), %%zmm21\n\t"                                                        \
+    "vmovdqa64 128(%[filter]), %%zmm22\n\t"                                                       \
+    "vmovdqa64 192(%[filter]), %%zmm23\n\t"                                                       \
+    "vmovdqa64 192(%[layer]), %%zmm24\n\t"                                                        \
+    "vmovdqa64 256(%[layer]), %%zmm25\n\t"                                                        \
     "vmovdqa64 320(%[layer]), %%zmm26\n\t"
-#define ORVO_DW_LOAD_1 "vmovdqu64 (%[src]), %%zmm27\n\t"
-#define ORVO_DW_LOAD_2                \
-    "vmovdqu64 (%[src]), %%ymm27\n\t" \
+
+// A row of input.
+#define ORVO_DW_LOAD_1                                                                            \
+    "vmovdqu64 (%[src]), %%zmm27\n\t"
+#define ORVO_DW_LOAD_2                                                                            \
+    "vmovdqu64 (%[src]), %%ymm27\n\t"                                                             \
     "vinserti64x4 $1, (%[src],%[plane]), %%zmm27, %%zmm27\n\t"
-#define ORVO_DW_LOAD_4                                           \
-    "vmovdqu64 (%[src]), %%xmm27\n\t"                            \
-    "vinserti32x4 $1, (%[src],%[plane]), %%zmm27, %%zmm27\n\t"   \
-    "vinserti32x4 $2, (%[src],%[plane],2), %%zmm27, %%zmm27\n\t" \
+#define ORVO_DW_LOAD_4                                                                            \
+    "vmovdqu64 (%[src]), %%xmm27\n\t"                                                             \
+    "vinserti32x4 $1, (%[src],%[plane]), %%zmm27, %%zmm27\n\t"                                    \
+    "vinserti32x4 $2, (%[src],%[plane],2), %%zmm27, %%zmm27\n\t"                                  \
     "vinserti32x4 $3, (%[src],%[plane3]), %%zmm27, %%zmm27\n\t"
-#define ORVO_DW_ROW(planes, row)                            \
-    ORVO_DW_LOAD_##planes                                   \
-        "add %[width], %[src]\n\t"                          \
-        "vpternlogq $0x6a, %%zmm26, %[inside], %%zmm27\n\t" \
-        "vpermb %%zmm27, %%zmm17, %[" #row                  \
-        "0]\n\t"                                            \
-        "vpermb %%zmm27, %%zmm18, %[" #row                  \
-        "1]\n\t"                                            \
-        "vpermb %%zmm27, %%zmm19, %[" #row "2]\n\t"
-#define ORVO_DW_PRODUCTS(row, filter) \
-    "vpdpbusd %%" #filter ", %[" #row \
-    "0], %%zmm28\n\t"                 \
-    "vpdpbusd %%" #filter ", %[" #row \
-    "1], %%zmm29\n\t"                 \
+#define ORVO_DW_ROW(planes, row)                                                                  \
+    ORVO_DW_LOAD_##planes                                                                         \
+    "add %[width], %[src]\n\t"                                                                    \
+    "vpternlogq $0x6a, %%zmm26, %[inside], %%zmm27\n\t"                                           \
+    "vpermb %%zmm27, %%zmm17, %[" #row "0]\n\t"                                                   \
+    "vpermb %%zmm27, %%zmm18, %[" #row "1]\n\t"                                                   \
+    "vpermb %%zmm27, %%zmm19, %[" #row "2]\n\t"
+
+// Their sums: of the rows above and beside the outputs, then of one more.
+#define ORVO_DW_PRODUCTS(row, filter)                                                             \
+    "vpdpbusd %%" #filter ", %[" #row "0], %%zmm28\n\t"                                           \
+    "vpdpbusd %%" #filter ", %[" #row "1], %%zmm29\n\t"                                           \
     "vpdpbusd %%" #filter ", %[" #row "2], %%zmm30\n\t"
-#define ORVO_DW_PACK_WORDS                    \
-    "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t" \
-    "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t" \
-    "vpsravw %%zmm24, %%zmm28, %%zmm28\n\t"   \
+#define ORVO_DW_SUMS(upper, middle)                                                               \
+    "vmovdqa64 %%zmm23, %%zmm28\n\t"                                                              \
+    "vmovdqa64 %%zmm23, %%zmm29\n\t"                                                              \
+    "vmovdqa64 %%zmm23, %%zmm30\n\t"                                                              \
+    ORVO_DW_PRODUCTS(upper, zmm20)                                                                \
+    ORVO_DW_PRODUCTS(middle, zmm21)
+#define ORVO_DW_OUTSIDE                                                                           \
+    "vpdpbusd %%zmm22, %%zmm26, %%zmm28\n\t"                                                      \
+    "vpdpbusd %%zmm22, %%zmm26, %%zmm29\n\t"                                                      \
+    "vpdpbusd %%zmm22, %%zmm26, %%zmm30\n\t"
+
+// And what becomes of them.
+#define ORVO_DW_PACK_WORDS                                                                        \
+    "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
+    "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"                                                     \
+    "vpsravw %%zmm24, %%zmm28, %%zmm28\n\t"                                                       \
     "vpsravw %%zmm24, %%zmm30, %%zmm30\n\t"
-#define ORVO_DW_PACK_LONGS                    \
-    "vpsravd %%zmm24, %%zmm28, %%zmm28\n\t"   \
-    "vpsravd %%zmm24, %%zmm29, %%zmm29\n\t"   \
-    "vpsravd %%zmm24, %%zmm30, %%zmm30\n\t"   \
-    "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t" \
+#define ORVO_DW_PACK_LONGS                                                                        \
+    "vpsravd %%zmm24, %%zmm28, %%zmm28\n\t"                                                       \
+    "vpsravd %%zmm24, %%zmm29, %%zmm29\n\t"                                                       \
+    "vpsravd %%zmm24, %%zmm30, %%zmm30\n\t"                                                       \
+    "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
     "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"
-#define ORVO_DW_STORE_1                         \
-    "vmovdqu64 %%xmm28, (%[dst])\n\t"           \
-    "vextracti32x4 $1, %%zmm28, 12(%[dst])\n\t" \
-    "vextracti32x4 $2, %%zmm28, 24(%[dst])\n\t" \
+#define ORVO_DW_BYTES(pack)                                                                       \
+    ORVO_DW_PACK_##pack                                                                           \
+    "vpacksswb %%zmm30, %%zmm28, %%zmm28\n\t"                                                     \
+    "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t"
+
+// `words`: which are stored of a part. A plane's last row may not go beyond the columns where the
+// plane behind it has been stored before; where planes are stored one by one that does not matter.
+#define ORVO_DW_ALL
+#define ORVO_DW_PART "%{%[partWords]%}"
+#define ORVO_DW_STORE_1(words)                                                                    \
+    "vmovdqu32 %%xmm28, (%[dst])\n\t"                                                             \
+    "vextracti32x4 $1, %%zmm28, 12(%[dst])\n\t"                                                   \
+    "vextracti32x4 $2, %%zmm28, 24(%[dst])\n\t"                                                   \
     "vextracti32x4 $3, %%zmm28, 36(%[dst])%{%[lastWords]%}\n\t"
-#define ORVO_DW_STORE_2                                \
-    "vmovdqu64 %%xmm28, (%[dst])\n\t"                  \
-    "vextracti32x4 $1, %%zmm28, 12(%[dst])\n\t"        \
-    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane])\n\t" \
-    "vextracti32x4 $3, %%zmm28, 12(%[dst],%[plane])\n\t"
-#define ORVO_DW_STORE_4                                  \
-    "vmovdqu64 %%xmm28, (%[dst])\n\t"                    \
-    "vextracti32x4 $1, %%zmm28, (%[dst],%[plane])\n\t"   \
-    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane],2)\n\t" \
-    "vextracti32x4 $3, %%zmm28, (%[dst],%[plane3])\n\t"
-#define ORVO_DW_OUTPUTS(planes, pack, upper, middle, lower)                                \
-    "vmovdqa64 %%zmm23, %%zmm28\n\t"                                                       \
-    "vmovdqa64 %%zmm23, %%zmm29\n\t"                                                       \
-    "vmovdqa64 %%zmm23, %%zmm30\n\t" ORVO_DW_PRODUCTS(upper, zmm20)                        \
-        ORVO_DW_PRODUCTS(middle, zmm21) ORVO_DW_PRODUCTS(lower, zmm22) ORVO_DW_PACK_##pack \
-        "vpacksswb %%zmm30, %%zmm28, %%zmm28\n\t"                                          \
-        "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t" ORVO_DW_STORE_##planes "add %[width], %[dst]\n\t"
-// The last row of a plane: nothing below it, and of the other planes nothing is stored beyond the
-// columns, since what follows is stored already.
-#define ORVO_DW_STORE_LAST_1 ORVO_DW_STORE_1
-#define ORVO_DW_STORE_LAST_2                                      \
-    "vmovdqu32 %%xmm28, (%[dst])%{%[part]%}\n\t"                  \
-    "vextracti32x4 $1, %%zmm28, 12(%[dst])%{%[part]%}\n\t"        \
-    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane])%{%[part]%}\n\t" \
-    "vextracti32x4 $3, %%zmm28, 12(%[dst],%[plane])%{%[part]%}\n\t"
-#define ORVO_DW_STORE_LAST_4                                        \
-    "vmovdqu32 %%xmm28, (%[dst])%{%[part]%}\n\t"                    \
-    "vextracti32x4 $1, %%zmm28, (%[dst],%[plane])%{%[part]%}\n\t"   \
-    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane],2)%{%[part]%}\n\t" \
-    "vextracti32x4 $3, %%zmm28, (%[dst],%[plane3])%{%[part]%}\n\t"
-#define ORVO_DW_LAST(planes, pack) \
-    "vmovdqa64 %%zmm23, %%zmm28\n\t"                                                    \
-    "vmovdqa64 %%zmm23, %%zmm29\n\t"                                                    \
-    "vmovdqa64 %%zmm23, %%zmm30\n\t" ORVO_DW_PRODUCTS(a, zmm20)                         \
-        ORVO_DW_PRODUCTS(b, zmm21)                                                      \
-    "vpdpbusd %%zmm22, %%zmm26, %%zmm28\n\t"                                            \
-    "vpdpbusd %%zmm22, %%zmm26, %%zmm29\n\t"                                            \
-    "vpdpbusd %%zmm22, %%zmm26, %%zmm30\n\t" ORVO_DW_PACK_##pack                        \
-    "vpacksswb %%zmm30, %%zmm28, %%zmm28\n\t"                                           \
-    "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t" ORVO_DW_STORE_LAST_##planes
-#define ORVO_DW_BEGIN(upper, middle)       \
-    "vmovdqa64 %%zmm26, %[" #upper         \
-    "0]\n\t"                               \
-    "vmovdqa64 %%zmm26, %[" #upper         \
-    "1]\n\t"                               \
-    "vmovdqa64 %%zmm26, %[" #upper         \
-    "2]\n\t"                               \
-    "vpermb %[first], %%zmm17, %[" #middle \
-    "0]\n\t"                               \
-    "vpermb %[first], %%zmm18, %[" #middle \
-    "1]\n\t"                               \
+#define ORVO_DW_STORE_2(words)                                                                    \
+    "vmovdqu32 %%xmm28, (%[dst])" words "\n\t"                                                    \
+    "vextracti32x4 $1, %%zmm28, 12(%[dst])" words "\n\t"                                          \
+    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane])" words "\n\t"                                   \
+    "vextracti32x4 $3, %%zmm28, 12(%[dst],%[plane])" words "\n\t"
+#define ORVO_DW_STORE_4(words)                                                                    \
+    "vmovdqu32 %%xmm28, (%[dst])" words "\n\t"                                                    \
+    "vextracti32x4 $1, %%zmm28, (%[dst],%[plane])" words "\n\t"                                   \
+    "vextracti32x4 $2, %%zmm28, (%[dst],%[plane],2)" words "\n\t"                                 \
+    "vextracti32x4 $3, %%zmm28, (%[dst],%[plane3])" words "\n\t"
+
+#define ORVO_DW_OUTPUTS(planes, pack, upper, middle, lower)                                       \
+    ORVO_DW_SUMS(upper, middle)                                                                   \
+    ORVO_DW_PRODUCTS(lower, zmm22)                                                                \
+    ORVO_DW_BYTES(pack)                                                                           \
+    ORVO_DW_STORE_##planes(ORVO_DW_ALL)                                                           \
+    "add %[width], %[dst]\n\t"
+#define ORVO_DW_LAST(planes, pack)                                                                \
+    ORVO_DW_SUMS(a, b)                                                                            \
+    ORVO_DW_OUTSIDE                                                                               \
+    ORVO_DW_BYTES(pack)                                                                           \
+    ORVO_DW_STORE_##planes(ORVO_DW_PART)
+
+// Nothing above the first row.
+#define ORVO_DW_BEGIN(upper, middle)                                                              \
+    "vmovdqa64 %%zmm26, %[" #upper "0]\n\t"                                                       \
+    "vmovdqa64 %%zmm26, %[" #upper "1]\n\t"                                                       \
+    "vmovdqa64 %%zmm26, %[" #upper "2]\n\t"                                                       \
+    "vpermb %[first], %%zmm17, %[" #middle "0]\n\t"                                               \
+    "vpermb %[first], %%zmm18, %[" #middle "1]\n\t"                                               \
     "vpermb %[first], %%zmm19, %[" #middle "2]\n\t"
-// Begins so that a and b are the last two rows in the end.
-#define ORVO_DW_WHOLE(planes, pack) \
+
+// Begins with one, two or three rows, so that a and b are the last two in the end.
+#define ORVO_DW_WHOLE(planes, pack)                                                               \
     __asm__ volatile(                                                                             \
         ORVO_DW_CONSTANTS                                                                         \
         "cmp $1, %[begin]\n\t"                                                                    \
         "je 5f\n\t"                                                                               \
-        "ja 4f\n\t" ORVO_DW_BEGIN(a, b)                                                           \
+        "ja 4f\n\t"                                                                               \
+        ORVO_DW_BEGIN(a, b)                                                                       \
         "1:\n\t" ORVO_DW_ROW(planes, c) ORVO_DW_OUTPUTS(planes, pack, a, b, c)                    \
         "2:\n\t" ORVO_DW_ROW(planes, a) ORVO_DW_OUTPUTS(planes, pack, b, c, a)                    \
         "3:\n\t" ORVO_DW_ROW(planes, b) ORVO_DW_OUTPUTS(planes, pack, c, a, b)                    \
@@ -359,18 +364,21 @@ struct LayerConstants {
         "5:\n\t" ORVO_DW_BEGIN(c, a)                                                              \
         "jmp 3b\n"                                                                                \
         "6:\n\t"                                                                                  \
-        "test %[last], %[last]\n\t"                                                              \
-        "jz 7f\n\t" ORVO_DW_LAST(planes, pack)                                                   \
+        "test %[last], %[last]\n\t"                                                               \
+        "jz 7f\n\t"                                                                               \
+        ORVO_DW_LAST(planes, pack)                                                                \
         "7:"                                                                                      \
-        : [a0] "=&v"(a.of[0]), [a1] "=&v"(a.of[1]), [a2] "=&v"(a.of[2]), [b0] "=&v"(b.of[0]),     \
-          [b1] "=&v"(b.of[1]), [b2] "=&v"(b.of[2]), [c0] "=&v"(c.of[0]), [c1] "=&v"(c.of[1]),     \
-          [c2] "=&v"(c.of[2]), [src] "+&r"(src), [dst] "+&r"(dst), [turns] "+&r"(turns)           \
-        : [begin] "r"(rows % 3), [first] "v"(first), [layer] "r"(&layer), [filter] "r"(&filter),  \
-          [inside] "v"(shape.insideBytes), [width] "r"(shape.width),                        \
+        : [a0] "=&v"(a.of[0]), [a1] "=&v"(a.of[1]), [a2] "=&v"(a.of[2]),                          \
+          [b0] "=&v"(b.of[0]), [b1] "=&v"(b.of[1]), [b2] "=&v"(b.of[2]),                          \
+          [c0] "=&v"(c.of[0]), [c1] "=&v"(c.of[1]), [c2] "=&v"(c.of[2]),                          \
+          [src] "+&r"(src), [dst] "+&r"(dst), [turns] "+&r"(turns)                                \
+        : [begin] "r"(rows % 3), [last] "r"(last), [first] "v"(first), [layer] "r"(&layer),       \
+          [filter] "r"(&filter), [inside] "v"(shape.insideBytes), [width] "r"(shape.width),       \
           [plane] "r"(shape.planeBytes), [plane3] "r"(3 * shape.planeBytes),                      \
-          [lastWords] "Yk"(shape.lastWords), [last] "r"(last), [part] "Yk"(part)                  \
+          [lastWords] "Yk"(shape.lastWords), [partWords] "Yk"(partWords)                          \
         : "xmm17", "xmm18", "xmm19", "xmm20", "xmm21", "xmm22", "xmm23", "xmm24", "xmm25",        \
           "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "cc", "memory")
+// clang-format on
 
 // The first rows of outputs, of which there is at least one with a row below, from the first row
 // and those after it; a and b become the two before the next outputs.
@@ -381,7 +389,7 @@ inline void ConvolveWhole(const StripShape<kPlanes>& shape, const LayerConstants
     src += shape.width - 1;
     const size_t last = wholeRows == shape.height;
     const size_t rows = wholeRows - last;
-    const __mmask16 part = 0x7;
+    const __mmask16 partWords = kPartWords;
     size_t turns = (rows + 2) / 3;
     Neighbours c;
     if constexpr (kPlanes == 1 && ShiftWords) {
