@@ -138,6 +138,17 @@ class PointFilter {
         return kept;
     }
 
+    // The numbers of the points that were kept, in their order.
+    std::vector<std::uint32_t> kept() const {
+        std::vector<std::uint32_t> numbers;
+        for (std::size_t i = 0; i < new_index_.size(); ++i) {
+            if (new_index_[i] != dropped) {
+                numbers.push_back(static_cast<std::uint32_t>(i));
+            }
+        }
+        return numbers;
+    }
+
     std::uint32_t operator()(std::uint32_t point) const { return new_index_.at(point); }
     void renumber(Surface& surface) const {
         for (std::uint32_t& point : surface.point) {
@@ -405,6 +416,7 @@ HeadModel load_head_model(const fs::path& assets) {
         }
     }
     model.base = filter.apply(obj.points);
+    model.number = filter.kept();
     for (Surface* surface : {&model.skin, &model.teeth, &model.tongue}) {
         filter.renumber(*surface);
     }

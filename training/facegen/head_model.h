@@ -43,6 +43,7 @@ struct ExpressionUnit {
 // which keeps the part of the base mesh that is used.
 struct HeadModel {
     std::vector<Vec3> base;
+    std::vector<std::uint32_t> number; // by point: what the base mesh's file counts it as
     std::vector<float> occlusion;   // by point: share of the sky that it sees, 0 to 1
     std::vector<bool> inner;        // by point: inside the mouth or behind the eyes
     std::vector<float> head_weight; // by point: 1 where it follows the head, 0 on the shoulders

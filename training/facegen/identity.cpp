@@ -146,7 +146,8 @@ float strength_of(const std::string& stem) {
     return 0.4F;
 }
 
-void add_details(std::vector<Vec3>& points, const HeadModel& model, Random& random) {
+// `share` weakens all but the ears, of which scans know little.
+void add_details(std::vector<Vec3>& points, const HeadModel& model, float share, Random& random) {
     std::map<std::string, float> of_both_sides;
     // Some faces are near the average, others far from it.
     const float reach = random.uniform(0.75F, 1.15F);
@@ -164,6 +165,7 @@ void add_details(std::vector<Vec3>& points, const HeadModel& model, Random& rand
             }
             weight = at->second + (axis.side != 0 ? random.normal_within(0.09F, 2.0F) : 0.0F);
         }
+        weight *= axis.stem.starts_with("ear") ? 1.0F : share;
         const int way = weight > 0 ? axis.more : axis.less;
         if (way >= 0) {
             add(points, model.details[static_cast<std::size_t>(way)],
@@ -249,12 +251,18 @@ Identity draw_identity(Random& random) {
     return identity;
 }
 
-Shape draw_shape(const HeadModel& model, const Identity& identity, Random& random) {
+Shape draw_shape(const HeadModel& model, const ShapeSpace& space, const Identity& identity,
+                 Random& random) {
     Shape shape;
     shape.points = model.base;
-    add_macro(shape.points, model, identity, random);
-    add_details(shape.points, model, random);
-    add_bumps(shape.points, model, random);
+    if (identity.scanned) {
+        add_scanned_shape(shape.points, space, random);
+        add_details(shape.points, model, 0.2F, random);
+    } else {
+        add_macro(shape.points, model, identity, random);
+        add_details(shape.points, model, 1.0F, random);
+        add_bumps(shape.points, model, random);
+    }
 
     shape.left_eye = middle(shape.points, model.left_eye);
     shape.right_eye = middle(shape.points, model.right_eye);

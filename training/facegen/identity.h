@@ -7,6 +7,7 @@
 #include "head_model.h"
 #include "head_regions.h"
 #include "random.h"
+#include "shape_space.h"
 
 namespace facegen {
 
@@ -22,6 +23,7 @@ struct Identity {
     float reflectance = 0.3F;
     float hair_reflectance = 0.05F;
     float oiliness = 0.5F;
+    bool scanned = false; // shaped by the second space
 
     SkinTone tone() const;
     int main_ethnicity() const;
@@ -37,6 +39,8 @@ struct Shape {
     Vec3 eyes, mouth; // what the face box goes by: the eyes' middle and the upper lip's edge
 };
 
-Shape draw_shape(const HeadModel& model, const Identity& identity, Random& random);
+// `space` is used for people who are `scanned` alone.
+Shape draw_shape(const HeadModel& model, const ShapeSpace& space, const Identity& identity,
+                 Random& random);
 
 } // namespace facegen

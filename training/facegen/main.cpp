@@ -14,7 +14,8 @@ namespace {
 using facegen::Job;
 
 struct Options {
-    std::string assets;
+    std::string assets, shapes;
+    float scanned_share = 0.5F;
     Job job;
     bool frames = false;
 };
@@ -24,6 +25,15 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
     command->add_option("--assets", options.assets, "Folder with the head assets")
         ->required()
         ->check(CLI::ExistingDirectory);
+    CLI::Option* shapes =
+        command->add_option("--shapes", options.shapes, "Folder with a second space of head shapes")
+            ->check(CLI::ExistingDirectory);
+    command
+        ->add_option("--scanned-share", options.scanned_share,
+                     "Share of the people whom that space shapes")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0F, 1.0F))
+        ->needs(shapes);
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
         ->required()
@@ -66,7 +76,10 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
 
     try {
-        const facegen::Studio studio = facegen::open_studio(options.assets);
+        facegen::Studio studio = facegen::open_studio(options.assets);
+        if (!options.shapes.empty()) {
+            facegen::add_shapes(studio, options.shapes, options.scanned_share);
+        }
         if (*crops || *frames) {
             options.job.view = *frames ? facegen::View::frame : facegen::View::crop;
             facegen::render_shards(studio, options.job);

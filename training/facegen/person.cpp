@@ -52,6 +52,11 @@ Studio open_studio(const std::filesystem::path& assets) {
     return studio;
 }
 
+void add_shapes(Studio& studio, const std::filesystem::path& shapes, float share) {
+    studio.space = load_shape_space(shapes, studio.model.number, studio.model.base);
+    studio.scanned_share = share;
+}
+
 Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t number) {
     const HeadModel& model = studio.model;
     Person person;
@@ -59,7 +64,11 @@ Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t numbe
     person.number = number;
     Random random(seed, number, 0, Purpose::person);
     person.identity = draw_identity(random);
-    person.shape = draw_shape(model, person.identity, random);
+    // A stream of its own: without the space everybody stays who they were.
+    person.identity.scanned =
+        !studio.space.empty() &&
+        Random(seed, number, 0, Purpose::space).chance(studio.scanned_share);
+    person.shape = draw_shape(model, studio.space, person.identity, random);
     Random hair(seed, number, 0, Purpose::hair);
     person.hairiness = draw_hairiness(person.identity, hair);
     person.hairdress = draw_hairdress(model, person.shape, person.identity, person.hairiness,

@@ -17,9 +17,13 @@ struct Studio {
     HeadModel model;
     SkinKit kit;
     std::vector<StreakTexture> streaks;
+    ShapeSpace space;         // empty: everybody is made of the targets
+    float scanned_share = 0; // of the people, who are shaped by `space`
 };
 
 Studio open_studio(const std::filesystem::path& assets);
+// Lets a share of the people be shaped by the space of that folder.
+void add_shapes(Studio& studio, const std::filesystem::path& shapes, float share);
 
 // A person, ready to be photographed.
 struct Person {
