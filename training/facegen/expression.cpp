@@ -86,6 +86,14 @@ Expression draw_expression(const HeadModel& model, Random& random) {
     return e;
 }
 
+void strengthen(Expression& expression, float factor) {
+    for (Expression::Part& part : expression.parts) {
+        part.weight = std::min(factor * part.weight, std::max(part.weight, 1.2F));
+    }
+    expression.strength = std::min(1.0F, factor * expression.strength);
+    expression.open_mouth = std::min(1.0F, factor * expression.open_mouth);
+}
+
 void quieten_mouth(Expression& expression, const HeadModel& model) {
     expression.open_mouth *= 0.1F;
     for (Expression::Part& part : expression.parts) {

@@ -21,6 +21,9 @@ struct Expression {
 
 Expression draw_expression(const HeadModel& model, Random& random);
 
+// Makes it `factor` times as strong, as far as faces go.
+void strengthen(Expression& expression, float factor);
+
 // Keeps the mouth nearly shut, as under a mask.
 void quieten_mouth(Expression& expression, const HeadModel& model);
 

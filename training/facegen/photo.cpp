@@ -29,6 +29,19 @@ void draw_pose(PhotoPlan& plan, View view, Random& random) {
                                                                   : random.uniform(-25.0F, 25.0F);
 }
 
+// As people come before a camera that hangs higher or lower than they look.
+void draw_wide_pose(PhotoPlan& plan, Random& random) {
+    if (random.chance(0.7F)) {
+        plan.yaw = random.normal_within(19.0F, 2.6F);
+        plan.pitch = random.normal_within(11.0F, 2.4F);
+    } else {
+        plan.yaw = random.uniform(-75.0F, 75.0F);
+        plan.pitch = random.uniform(-30.0F, 30.0F) * (1.0F - 0.5F * std::fabs(plan.yaw) / 75.0F);
+    }
+    plan.roll =
+        random.chance(0.8F) ? random.normal_within(6.0F, 2.5F) : random.uniform(-25.0F, 25.0F);
+}
+
 void draw_frame_box(PhotoPlan& plan, Random& random) {
     const float size = random.uniform(85.0F, 215.0F);
     const float frame = static_cast<float>(frame_size);
@@ -106,9 +119,17 @@ PhotoPlan plan_photo(const Studio& studio, const Person& person, View view, std:
     } else {
         draw_frame_box(plan, random);
     }
-    draw_pose(plan, view, random);
+    const bool scanned = person.identity.scanned;
+    if (scanned) {
+        draw_wide_pose(plan, random);
+    } else {
+        draw_pose(plan, view, random);
+    }
     plan.distance = std::exp(random.uniform(std::log(4.5F), std::log(30.0F)));
     plan.expression = draw_expression(studio.model, random);
+    if (scanned && random.chance(0.4F)) {
+        strengthen(plan.expression, random.uniform(1.1F, 1.7F));
+    }
     plan.light = draw_light(random);
     draw_wear(plan, person, random);
     if (plan.occlusion == Occlusion::face_mask) {

@@ -189,6 +189,67 @@ Folds draw_folds(const Identity& identity, Random& random) {
     return folds;
 }
 
+// The dark lines and hollows of the inner face that every real face shows, sharp where they are
+// sharp in pictures: nostrils and the shadow under the nose, the lids' crease and edge, the line
+// between the lips, the groove beside the nostrils and that above the chin.
+struct Hollows {
+    float nostrils, nose_base, crease, lid_edge, lip_line, wings, chin;
+    float crease_lift, nostril_size;
+
+    float operator()(Vec3 p) const {
+        const float x = std::fabs(p.x);
+        const auto line = [](float distance, float width) {
+            const float t = distance / width;
+            return 1.0F / (1.0F + t * t * t * t);
+        };
+        const auto spot = [&](Vec3 at, float radius) {
+            const Vec3 d{x - at.x, p.y - at.y, p.z - at.z};
+            return std::exp(-dot(d, d) / (radius * radius));
+        };
+        float dark = 0;
+        dark += nostrils * spot({0.086F, 6.858F, 1.553F}, nostril_size);
+        dark += wings * spot({0.176F, 6.895F, 1.474F}, 0.03F);
+        if (x < 0.2F && p.y > 6.76F && p.y < 6.9F) {
+            dark += nose_base * smooth_step(0.2F, 0.1F, x) * smooth_step(6.76F, 6.83F, p.y) *
+                    smooth_step(6.9F, 6.86F, p.y);
+        }
+        const float along = (x - 0.325F) / 0.12F;
+        if (std::fabs(along) < 1.25F && p.y > 7.25F && p.y < 7.45F && p.z > 1.2F) {
+            const float ends = smooth_step(1.25F, 0.8F, std::fabs(along));
+            const float arch = 0.042F * along * along;
+            dark += crease * ends * line(p.y - (7.368F + crease_lift - arch), 0.009F);
+            dark += lid_edge * ends * line(p.y - (7.332F - 1.2F * arch), 0.008F);
+        }
+        if (x < 0.27F && p.y > 6.5F && p.y < 6.7F && p.z > 1.38F) {
+            dark += lip_line * smooth_step(0.27F, 0.22F, x) * line(p.y - 6.604F, 0.009F);
+        }
+        const float chin_x = x / 0.16F, chin_y = (p.y - 6.42F) / 0.035F;
+        dark += chin * std::exp(-chin_x * chin_x - chin_y * chin_y);
+        return dark;
+    }
+};
+
+Hollows draw_hollows(Random& random) {
+    Hollows hollows{};
+    hollows.nostrils = random.uniform(1.2F, 3.2F);
+    hollows.nostril_size = random.uniform(0.022F, 0.036F);
+    hollows.nose_base = random.uniform(0.05F, 0.45F);
+    hollows.crease = random.chance(0.75F) ? random.uniform(0.2F, 0.9F) : 0.0F;
+    hollows.crease_lift = random.uniform(-0.012F, 0.02F);
+    hollows.lid_edge = random.uniform(0.2F, 1.0F);
+    hollows.lip_line = random.uniform(0.3F, 1.3F);
+    hollows.wings = random.uniform(0.1F, 0.7F);
+    hollows.chin = random.uniform(0.0F, 0.35F);
+    return hollows;
+}
+
+void paint_hollows(Logs& logs, const HeadModel& model, const SkinKit& kit, Random& random) {
+    const Hollows hollows = draw_hollows(random);
+    for (const std::uint32_t i : kit.front) {
+        logs[i] -= hollows(model.texel_base[i]);
+    }
+}
+
 void paint_face(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
                 Random& random) {
     const Folds folds = draw_folds(identity, random);
@@ -209,7 +270,8 @@ void paint_brows(Logs& logs, const HeadModel& model, const SkinKit& kit, const I
     const std::uint8_t* one = model.brows[pick()].data();
     const std::uint8_t* other = model.brows[pick()].data();
     const float share = random.chance(0.5F) ? 1.0F : random.uniform(0.4F, 1.0F);
-    const float density = random.uniform(0.7F, 2.0F) * mix(0.85F, 1.15F, identity.male);
+    const float density = random.uniform(0.7F, 2.0F) * mix(0.85F, 1.15F, identity.male) *
+                          (identity.scanned ? 1.35F : 1.0F);
     const float tone = mix(hair_log, random.uniform(-3.0F, -1.0F), 0.35F);
     // Brows differ in their place too: the coverage is read a little off.
     const int shift = (random.below(11) - 5) + tile_width * (random.below(7) - 3);
@@ -323,6 +385,9 @@ void paint_skin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const 
     Logs logs = mixed_skins(model, kit, identity, random);
     paint_face(logs, model, kit, identity, random);
     paint_spots(logs, kit, identity, random);
+    if (identity.scanned) {
+        paint_hollows(logs, model, kit, random);
+    }
     paint_brows(logs, model, kit, identity, hair_log, random);
     paint_hair(logs, model, kit, hairiness, hair_log, random);
     const float tone = identity.reflectance;
