@@ -29,6 +29,8 @@ class Strength:
     noise: float = 0.04  # of the range, spread, at most
     blur: float = 0.25  # share of pictures
     cutout: float = 0.3  # share of pictures
+    corners: float = 0.0  # each corner of the box moves on its own: of the box, at most
+    coarse: float = 0.0  # share of pictures that were smaller and were enlarged
 
     def scaled(self, factor):
         return Strength(**{name: factor * value for name, value in vars(self).items()})
@@ -68,6 +70,26 @@ class Augmenter:
         theta[:, 1, 1] = size / aspect * torch.cos(angle)
         theta[:, :, 2] = 2 * CROP / STORED * s.shift * self._uniform(n, 2)
         return theta
+
+    def _bend(self, grid):
+        """Moves the four corners, and what lies between them in proportion."""
+        if not self.strength.corners:
+            return grid
+        reach = 2 * CROP / STORED * self.strength.corners
+        moves = reach * self._uniform(len(grid), 2, 2, 2)
+        return grid + F.interpolate(
+            moves, size=(CROP, CROP), mode="bilinear", align_corners=True
+        ).permute(0, 2, 3, 1)
+
+    def _coarsen(self, x):
+        chosen = self._happens(len(x), self.strength.coarse).nonzero().flatten()
+        for part in chosen.split(max(1, (len(chosen) + 2) // 3)):
+            if len(part):
+                size = int(torch.randint(28, 72, (1,), generator=self.generator, device=self.device))
+                small = F.interpolate(x[part].unsqueeze(1), size=(size, size), mode="area")
+                large = F.interpolate(small, size=(CROP, CROP), mode="bilinear", align_corners=False)
+                x[part] = large.squeeze(1)
+        return x
 
     def _light(self, x):
         s, n = self.strength, len(x)
@@ -109,8 +131,9 @@ class Augmenter:
         x = pictures.to(self.device).float().div_(255).unsqueeze(1)
         n = len(x)
         grid = F.affine_grid(self._box(n), [n, 1, CROP, CROP], align_corners=False)
+        grid = self._bend(grid)
         x = F.grid_sample(x, grid, padding_mode="border", align_corners=False).squeeze(1)
-        x = self._soften(self._light(x))
+        x = self._coarsen(self._soften(self._light(x)))
         spread = self.strength.noise * self._uniform(n).clamp(min=0)
         x = x + spread[:, None, None] * self._normal(n, CROP, CROP)
         x = self._cut(x).clamp_(0, 1)

@@ -17,6 +17,7 @@ LABELS = (
     "reserved",
 )  # fmt: skip
 COLUMN = {name: index for index, name in enumerate(LABELS)}
+FOLDER_PEOPLE = 100_000_000  # numbers of people that a folder has to itself
 _SUFFIXES = (".png", ".jpg", ".jpeg", ".pgm", ".bmp")
 
 
@@ -57,7 +58,7 @@ class Shards:
             return False
         people = labels[:, COLUMN["person"]].astype(np.int64)
         if not self.shared:
-            people[people >= 0] += folder_number * 100_000_000  # -1: nobody
+            people[people >= 0] += folder_number * FOLDER_PEOPLE  # -1: nobody
         self.pictures.append(pictures)
         self.labels.append((labels, people))
         return True
@@ -76,6 +77,19 @@ class Shards:
 
     def picture(self, place):
         return self.pictures[place[0]][place[1]]
+
+    def folder_of(self, place):
+        """Which folder a picture is from."""
+        return int(self.labels[place[0]][1][place[1]]) // FOLDER_PEOPLE
+
+    def cell_of(self, place):
+        """Age, skin and sex of whom a picture shows."""
+        row = self.label(place)
+        return (
+            int(row[COLUMN["age_band"]]),
+            int(row[COLUMN["skin_tone"]]),
+            int(row[COLUMN["sex"]] > 0.5),
+        )
 
     def label(self, place):
         return self.labels[place[0]][0][place[1]]
@@ -125,14 +139,18 @@ def open_pictures(paths, shared=False):
 
 
 class PeopleSampler:
-    """Batches of `people` x `each` pictures; every person comes once before any comes again."""
+    """Batches of `people` x `each` pictures; every person of a group comes once before any comes
+    again. A group is all people, or with `kinds` those of a folder; a share `cells` of the batches is
+    drawn among those alike in age, sex and skin. Groups come as often as they are large."""
 
-    def __init__(self, source, people, each, held_out=0.02, seed=0):
+    def __init__(self, source, people, each, held_out=0.02, seed=0, kinds=False, cells=0.0):
         self.source, self.each, self.held_out = source, each, held_out
+        self.kinds, self.cells = kinds, cells
         self.people_per_batch = people
         self.random = np.random.default_rng(seed)
         self.classes = {}  # person -> number of the class, in the order of appearance
-        self._queue = []
+        self._queues = {}
+        self._groups = {}
         self.refresh()
 
     def refresh(self):
@@ -149,18 +167,45 @@ class PeopleSampler:
             for person, places in index.items()
             if len(places) >= 2 and is_held_out(person, self.held_out)
         }
+        self._groups = self._grouped()
         before = len(self.classes)
         for person in self.index:
             self.classes.setdefault(person, len(self.classes))
         return len(self.classes) - before
 
+    def _grouped(self):
+        """{(kind, cell or None): people}"""
+        groups = defaultdict(list)
+        for person, places in self.index.items():
+            kind = self.source.folder_of(places[0]) if self.kinds else 0
+            groups[kind, None].append(person)
+            if self.cells:
+                groups[kind, self.source.cell_of(places[0])].append(person)
+        return groups
+
+    def _next_group(self):
+        if not self.kinds and not self.cells:
+            return (0, None)
+        in_cell = self.random.random() < self.cells
+        least = 2 * self.people_per_batch if in_cell else 1
+        names = [
+            name
+            for name, people in self._groups.items()
+            if (name[1] is not None) == in_cell and len(people) >= least
+        ]
+        names = names or [name for name in self._groups if name[1] is None]
+        sizes = np.array([len(self._groups[name]) for name in names], float)
+        return names[self.random.choice(len(names), p=sizes / sizes.sum())]
+
     def _next_people(self):
-        while len(self._queue) < self.people_per_batch:
-            people = list(self.index)
+        group = self._next_group()
+        queue = self._queues.setdefault(group, [])
+        while len(queue) < self.people_per_batch:
+            people = list(self._groups[group])
             self.random.shuffle(people)
-            self._queue += people
-        chosen = self._queue[: self.people_per_batch]
-        del self._queue[: self.people_per_batch]
+            queue += people
+        chosen = queue[: self.people_per_batch]
+        del queue[: self.people_per_batch]
         return chosen
 
     def pictures_of(self, person, count):

@@ -14,6 +14,7 @@ import cv2
 import numpy as np
 
 from . import baselines
+from .cone import cone_figures
 from .frames import intersection_over_union
 from .gallery import FaceDetector, load
 from .groups import group_figures
@@ -36,6 +37,8 @@ def parse_arguments():
     add("--portrait-height", type=int, default=200, metavar="ROWS",
         help="rows of the frame that a picture which is not square takes (%(default)s)")
     add("--rounds", type=int, default=200, help="redrawn sets of people (%(default)s)")
+    add("--threshold", type=float, nargs="*", default=[], metavar="SCORE",
+        help="thresholds from elsewhere, to see what they accept here")
     add("--no-baselines", action="store_true")
     return parser.parse_args()  # fmt: skip
 
@@ -166,12 +169,14 @@ def main():
         "same_pairs": len(pairs.same[0]),
         "different_pairs": len(pairs.different[0]),
         "figures": results,
+        "cone": cone_figures(features, [shot.person for shot in shots], args.threshold),
         "alignment": alignment_figures(library, shots, references, source),
     }
     if all(shot.labels for shot in shots):
         report["groups"] = group_figures(scores["library"], [shot.labels for shot in shots])
     print(f"{pairs.people} people, {len(shots)} pictures, crops: {args.crops}; in %, 95 % intervals")
     print_table(results)
+    print("cone: " + json.dumps(report["cone"]))
     print("alignment: " + json.dumps(report["alignment"]))
     for kind, groups in report.get("groups", {}).items():
         for name, entry in groups.items():

@@ -108,6 +108,21 @@ class QuantNet(nn.Module):
         return out
 
 
+@torch.no_grad()
+def from_tensors(network, tensors):
+    """The network that a safetensors file holds, ready to be trained further. The planes of the
+    first layer are equal, so their filters are summed, and may be split differently later."""
+    net = QuantNet(network)
+    for op in net.convs:
+        weight = torch.from_numpy(tensors[f"{op.number}.weight"].astype("float32"))
+        if op.kind == "full":
+            weight = weight.sum(1, keepdim=True)
+        bias = torch.from_numpy(tensors[f"{op.number}.bias"].astype("float64")) * 2.0**-op.shift
+        getattr(net, f"w{op.number}").copy_(weight)
+        getattr(net, f"beta{op.number}").copy_(bias)
+    return net
+
+
 def split_planes(weight, planes):
     """One filter for the sum of equal planes, as one filter for each plane: as even as integers
     can be."""

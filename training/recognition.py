@@ -14,7 +14,7 @@ import torch
 from . import engine, metrics
 from .augment import Augmenter, Strength, centre_crop
 from .data import PeopleSampler, open_pictures
-from .losses import CosFace, contrastive
+from .losses import CosFace, contrastive, shared_direction
 from .plots import draw_curves
 
 VALIDATION_PEOPLE, VALIDATION_EACH, VALIDATION_BATCH = 150, 8, 64
@@ -37,6 +37,13 @@ def argument_parser(program, description, views, rate):
     add("--rate", type=float, default=rate, help="learning rate (%(default)s)")
     add("--margin", type=float, default=0.3, help="CosFace's margin at the end (%(default)s)")
     add("--scale", type=float, default=32, help="CosFace's scale at the end (%(default)s)")
+    add("--temperature", type=float, default=0.12, help="of the contrastive loss (%(default)s)")
+    add("--shared", type=float, default=0.0, help="weight on what strangers share (%(default)s)")
+    add("--kinds", action="store_true", help="each batch from one folder's people")
+    add("--cells", type=float, default=0.0, help="share of batches of one age, sex and skin (%(default)s)")
+    add("--warm-up", type=int, default=300, help="steps until the full rate (%(default)s)")
+    add("--corners", type=float, default=0.0, help="four-corner warp, share of the box (%(default)s)")
+    add("--coarse", type=float, default=0.0, help="share of pictures taken down and up (%(default)s)")
     add("--jitter", type=float, default=1.0, help="factor on the augmentation (%(default)s)")
     add("--box-jitter", type=float, default=1.0, help="further factor on box errors (%(default)s)")
     add("--held-out", type=float, default=0.02, help="share of people to validate on (%(default)s)")
@@ -64,11 +71,18 @@ class Trainer:
         self.args = args
         self.device = torch.device(args.device)
         self.sampler = PeopleSampler(
-            open_pictures(args.data, args.shared_people), args.people, args.each, args.held_out, args.seed
+            open_pictures(args.data, args.shared_people),
+            args.people,
+            args.each,
+            args.held_out,
+            args.seed,
+            args.kinds,
+            args.cells,
         )
         if not self.sampler.index:
             raise SystemExit(f"no people with two or more pictures in {' '.join(args.data)}")
-        strength = Strength().scaled(args.jitter).with_box(args.box_jitter)
+        strength = Strength(corners=args.corners, coarse=args.coarse)
+        strength = strength.scaled(args.jitter).with_box(args.box_jitter)
         self.augmenter = Augmenter(strength, self.device, args.seed)
         self.classes = CosFace(FEATURES).to(self.device)
         self.step, self.views, self.history = 0, 0, []
@@ -100,7 +114,7 @@ class Trainer:
 
     def _set_rate(self):
         rate = 0.5 * (1 + math.cos(math.pi * min(self.progress, 1.0)))
-        rate = max(rate, 0.005) * min(1.0, (self.step + 1) / 300)
+        rate = max(rate, 0.005) * min(1.0, (self.step + 1) / self.args.warm_up)
         for group in self.optimiser.param_groups:
             group["lr"] = group["most"] * rate
 
@@ -122,7 +136,7 @@ class Trainer:
         if missing == 0:
             return
         newest = list(self.sampler.classes)[-missing:]
-        each, centres = 4, []
+        each, centres = 2, []
         for begin in range(0, missing, 64):
             people = newest[begin : begin + 64]
             pictures = np.concatenate([self.sampler.pictures_of(p, each) for p in people])
@@ -139,7 +153,9 @@ class Trainer:
 
     def recognition_loss(self, features, people, grown):
         """Contrastive loss, and CosFace as far as it has grown; `grown` None: not begun."""
-        loss = contrastive(features, people)
+        loss = contrastive(features, people, self.args.temperature)
+        if self.args.shared:
+            loss = loss + self.args.shared * shared_direction(features, people)
         if grown is None:
             return loss
         scale = 12 + (self.args.scale - 12) * grown

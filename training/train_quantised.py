@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Trains the recognition network in the library's integer arithmetic, from a float training.
+"""Trains the recognition network in the library's integer arithmetic, from a float training or from
+an integer network that is there already.
 
 Besides the losses of the float training it learns the float network's features of the same crops.
 Writes fr.safetensors at every checkpoint. Stop it at any time: started again with the same --out,
@@ -13,6 +14,7 @@ import torch.nn.functional as F
 from . import conversion, engine, recognition, tensors
 from .float_net import FloatNet
 from .memory import keep_memory
+from .quant_net import from_tensors
 
 RESCALING_CROPS = 256
 
@@ -21,6 +23,9 @@ class QuantisedTrainer(recognition.Trainer):
     follow_steps = 300
 
     def make_net(self):
+        if self.args.model:
+            self.teacher = None
+            return from_tensors("fr", tensors.read(self.args.model))
         self.teacher = FloatNet("fr")
         state = torch.load(self.args.float / "float.pt", map_location="cpu")
         self.teacher.load_state_dict(state)
@@ -34,12 +39,13 @@ class QuantisedTrainer(recognition.Trainer):
 
     def attach(self, net, size):
         net.trunk = engine.Trunk(net, size, self.args.threads, quantised=True)
-        if self.teacher.trunk is None:
+        if self.teacher is not None and self.teacher.trunk is None:
             self.teacher.trunk = engine.Trunk(self.teacher, size, self.args.threads)
 
     def make_optimiser(self):
         rate = self.args.rate
-        self.teacher.to(self.device)
+        if self.teacher is not None:
+            self.teacher.to(self.device)
         groups = {"w": [], "b": []}
         for name, parameter in self.net.named_parameters():
             groups[name[0]].append(parameter)
@@ -58,7 +64,7 @@ class QuantisedTrainer(recognition.Trainer):
     def loss(self, crops, people):
         self.add_people()
         features = self.net(self.to_input(crops)).flatten(1)
-        if not self.args.distil:
+        if self.teacher is None or not self.args.distil:
             return self.recognition_loss(features, people, 1.0)
         with torch.no_grad():
             goal = self.teacher(crops).flatten(1)
@@ -75,9 +81,9 @@ class QuantisedTrainer(recognition.Trainer):
 
 def main():
     parser = recognition.argument_parser("train_quantised", __doc__, views=5e5, rate=0.3)
-    parser.add_argument(
-        "--float", type=Path, required=True, help="the --out folder of the float training"
-    )
+    start = parser.add_mutually_exclusive_group(required=True)
+    start.add_argument("--float", type=Path, help="the --out folder of the float training")
+    start.add_argument("--model", type=Path, help="an integer network to go on from: fr.safetensors")
     parser.add_argument(
         "--distil", type=float, default=5.0, help="weight of the float features; 0: none (%(default)s)"
     )
@@ -90,11 +96,13 @@ def main():
     torch.manual_seed(args.seed)
     args.out.mkdir(parents=True, exist_ok=True)
     trainer = QuantisedTrainer(args)
-    if not trainer.resume():
+    resumed = trainer.resume()
+    if not resumed and args.float:
         state = torch.load(args.float / "checkpoint.pt", map_location=trainer.device)
         trainer.take_people(state)
         for entry in state["history"][-1:]:
             print("float network: " + "  ".join(f"{k} {v:.4f}" for k, v in entry.items()), flush=True)
+    if not resumed:
         trainer.checkpoint()
     trainer.run()
 
