@@ -6,8 +6,8 @@
 #include <exception>
 #include <string>
 
-#include "shards.h"
-#include "sheet.h"
+#include "output/shards.h"
+#include "output/sheet.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "npy.h"
+#include "output/npy.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "asset_files.h"
+#include "head/asset_files.h"
 
 namespace facegen {
 namespace {
