@@ -5,15 +5,15 @@ from unittest import mock
 
 import numpy as np
 
-from training import layers
+from training.networks import layers
 from training.tests import pictures
 
 try:
     import torch
     import torch.nn.functional as F
 
-    from training import conversion
-    from training.float_net import FloatNet, is_normalised, to_input
+    from training.export import conversion
+    from training.networks.float_net import FloatNet, is_normalised, to_input
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 

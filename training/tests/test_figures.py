@@ -4,8 +4,8 @@ import unittest
 
 import numpy as np
 
-from training import metrics
-from training.pairs import Pairs, area, equal_error, figures, tar_at, verification_accuracy
+from training.evaluation import metrics
+from training.evaluation.pairs import Pairs, area, equal_error, figures, tar_at, verification_accuracy
 
 
 def _people(count, each, spread, seed=0):

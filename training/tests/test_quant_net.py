@@ -4,15 +4,16 @@ import unittest
 
 import numpy as np
 
-from training import integer_net, layers, tensors
-from training.library import ROOT
+from training.export import tensors
+from training.networks import integer_net, layers
+from training.networks.library import ROOT
 from training.tests import pictures
 
 try:
     import torch
 
     from training import engine
-    from training.quant_net import QuantNet, split_planes, to_input
+    from training.networks.quant_net import QuantNet, split_planes, to_input
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 

@@ -10,15 +10,16 @@ from unittest import mock
 
 import numpy as np
 
-from training import integer_net, layers, tensors
+from training.export import tensors
+from training.networks import integer_net, layers
 from training.tests import pictures
 
 try:
     import matplotlib  # noqa: F401  (draws the curves)
     import torch
 
-    from training import train_float, train_quantised
-    from training.augment import CROP, STORED, Augmenter, Strength, centre_crop
+    from training.trainers import train_float, train_quantised
+    from training.data.augment import CROP, STORED, Augmenter, Strength, centre_crop
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 

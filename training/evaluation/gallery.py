@@ -7,9 +7,9 @@ from pathlib import Path
 import cv2
 import numpy as np
 
-from .data import COLUMN, Shards
-from .frames import box_of
-from .library import IMAGE
+from ..data.shards import COLUMN, Shards
+from ..data.frames import box_of
+from ..networks.library import IMAGE
 
 _SUFFIXES = (".png", ".jpg", ".jpeg", ".pgm", ".bmp")
 

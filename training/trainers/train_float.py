@@ -7,8 +7,9 @@ Stop it at any time: started again with the same --out, it goes on from the last
 """
 import torch
 
-from . import engine, recognition
-from .float_net import FloatNet
+from . import recognition
+from .. import engine
+from ..networks.float_net import FloatNet
 from .memory import keep_memory
 from .recognition import ramp
 

@@ -212,7 +212,7 @@ def spread(base, known, skin):
 
 def main():
     parser = argparse.ArgumentParser(
-        prog="python3 -m training.register_shapes",
+        prog="python3 -m training.data.register_shapes",
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )

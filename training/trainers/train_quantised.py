@@ -11,10 +11,12 @@ from pathlib import Path
 import torch
 import torch.nn.functional as F
 
-from . import conversion, engine, recognition, tensors
-from .float_net import FloatNet
+from . import recognition
+from .. import engine
+from ..export import conversion, tensors
+from ..networks.float_net import FloatNet
 from .memory import keep_memory
-from .quant_net import from_tensors
+from ..networks.quant_net import from_tensors
 
 RESCALING_CROPS = 256
 

@@ -16,20 +16,21 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from . import conversion, engine, tensors
-from .float_net import FloatNet
-from .frames import MIDDLE, FrameAugmenter, FrameSource, intersection_over_union
-from .library import ALIGN, Library
+from .. import engine
+from ..export import conversion, tensors
+from ..networks.float_net import FloatNet
+from ..data.frames import MIDDLE, FrameAugmenter, FrameSource, intersection_over_union
+from ..networks.library import ALIGN, Library
 from .memory import keep_memory
 from .plots import draw_curves
-from .quant_net import QuantNet
+from ..networks.quant_net import QuantNet
 
 UNIT = 2.0  # pixels of an answer's step
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(
-        prog="python3 -m training.train_align",
+        prog="python3 -m training.trainers.train_align",
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )

@@ -15,16 +15,16 @@ import numpy as np
 
 from . import baselines
 from .cone import cone_figures
-from .frames import intersection_over_union
+from ..data.frames import intersection_over_union
 from .gallery import FaceDetector, load
 from .groups import group_figures
-from .library import CROP, IMAGE, Library
+from ..networks.library import CROP, IMAGE, Library
 from .pairs import Pairs, figures
 
 
 def parse_arguments():
     parser = argparse.ArgumentParser(
-        prog="python3 -m training.evaluate",
+        prog="python3 -m training.evaluation.evaluate",
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
@@ -108,7 +108,7 @@ def make_crops(library, shots, references, mode):
 def float_features(path, crops):
     import torch
 
-    from .float_net import FloatNet, to_input
+    from ..networks.float_net import FloatNet, to_input
 
     net = FloatNet("fr")
     net.load_state_dict(torch.load(path, map_location="cpu"))

@@ -13,8 +13,9 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-from . import layers, tensors
-from .layers import Add, AveragePool, Conv, MaxPool, Save
+from . import tensors
+from ..networks import layers
+from ..networks.layers import Add, AveragePool, Conv, MaxPool, Save
 
 OPSET = 10  # the last whose Clip and Pad take their bounds as attributes, as all runtimes do
 
@@ -132,7 +133,7 @@ def build(network, given):
 
 def main():
     parser = argparse.ArgumentParser(
-        prog="python3 -m training.export_onnx",
+        prog="python3 -m training.export.export_onnx",
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )

@@ -6,7 +6,7 @@ from pathlib import Path
 
 import numpy as np
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 IMAGE, ALIGN, CROP, FEATURES = 256, 24, 96, 128
 _OK, _REPEAT_INIT = 0, 7
 

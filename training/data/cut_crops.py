@@ -13,9 +13,9 @@ import cv2
 import numpy as np
 
 from .augment import CROP, STORED
-from .data import COLUMN, LABELS, Shards
-from .gallery import load
-from .library import IMAGE, Library
+from .shards import COLUMN, LABELS, Shards
+from ..evaluation.gallery import load
+from ..networks.library import IMAGE, Library
 
 SHARD = 4096
 
@@ -77,7 +77,7 @@ def frames_of(folder, height):
 
 def main():
     parser = argparse.ArgumentParser(
-        prog="python3 -m training.cut_crops",
+        prog="python3 -m training.data.cut_crops",
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )

@@ -8,10 +8,10 @@ the fixed shifts' integer ranges are used much better.
 """
 import torch
 
-from . import layers
-from .float_net import EPSILON, is_normalised
-from .layers import Add, Conv, Save
-from .quant_net import QuantNet
+from ..networks import layers
+from ..networks.float_net import EPSILON, is_normalised
+from ..networks.layers import Add, Conv, Save
+from ..networks.quant_net import QuantNet
 
 ROUNDING = 1 / 12  # variance of a rounding error
 STEPS = 400

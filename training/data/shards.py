@@ -97,7 +97,7 @@ class Shards:
 
 class Folder:
     """One sub-folder a person. Face crops are stored so that the box is central; a picture that is
-    a whole frame should go through `python3 -m training.cut_crops` first."""
+    a whole frame should go through `python3 -m training.data.cut_crops` first."""
 
     def __init__(self, folder):
         import cv2

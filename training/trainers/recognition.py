@@ -11,9 +11,10 @@ from pathlib import Path
 import numpy as np
 import torch
 
-from . import engine, metrics
-from .augment import Augmenter, Strength, centre_crop
-from .data import PeopleSampler, open_pictures
+from .. import engine
+from ..evaluation import metrics
+from ..data.augment import Augmenter, Strength, centre_crop
+from ..data.shards import PeopleSampler, open_pictures
 from .losses import CosFace, contrastive, shared_direction
 from .plots import draw_curves
 
@@ -23,7 +24,7 @@ FEATURES = 128
 
 def argument_parser(program, description, views, rate):
     parser = argparse.ArgumentParser(
-        prog=f"python3 -m training.{program}",
+        prog=f"python3 -m training.trainers.{program}",
         description=description,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
