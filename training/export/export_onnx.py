@@ -7,6 +7,7 @@ therefore gives the library's bytes. Input: grey levels 0 to 255, [n, 1, size, s
 last layer's integers, [n, outputs].
 """
 import argparse
+from dataclasses import dataclass
 from pathlib import Path
 
 import numpy as np
@@ -15,7 +16,7 @@ from onnx import TensorProto, helper, numpy_helper
 
 from . import tensors
 from ..networks import layers
-from ..networks.layers import Add, AveragePool, Conv, MaxPool, Save
+from ..networks.walk import walk
 
 OPSET = 10  # the last whose Clip and Pad take their bounds as attributes, as all runtimes do
 
@@ -66,58 +67,65 @@ def _convolution(graph, op, given, x):
     return graph.cut(floor, op.rectified)
 
 
-def _addition(graph, op, branch, shortcut, missing):
-    if missing:
-        shortcut = graph.node("Pad", [shortcut], pads=[0, 0, 0, 0, 0, missing, 0, 0])
-    branch = graph.scaled(branch, 2.0 ** (op.branch_shift - op.out_shift))
-    shortcut = graph.scaled(shortcut, 2.0 ** (op.shortcut_shift - op.out_shift))
-    total = graph.node("Add", [branch, shortcut])
-    if op.out_shift:
-        total = graph.node("Floor", [graph.node("Add", [total, graph.constant([0.5])])])
-    return graph.cut(total)
+@dataclass(frozen=True)
+class _Tensor:
+    name: str
+    channels: int
+    size: int
 
 
-def _average(graph, op, x, channels, size):
-    """The mean rounded half away from zero. Half a unit on the dividend keeps a quotient that is
-    rounded away from the whole numbers."""
-    count = size * size
-    ones = graph.constant(np.ones((channels, 1, size, size)), "ones")
-    total = graph.node("Conv", [x, ones], kernel_shape=[size, size], group=channels)
-    total = graph.scaled(total, 2.0**op.shift)
-    parts = []
-    for sign in (1.0, -1.0):
-        part = graph.node("Relu", [graph.scaled(total, sign)])
-        part = graph.node("Add", [part, graph.constant([count // 2 + 0.5])])
-        part = graph.node("Mul", [part, graph.constant([1 / count])])
-        parts.append(graph.node("Floor", [part]))
-    return graph.cut(graph.node("Add", [parts[0], graph.scaled(parts[1], -1.0)]))
+class _Nodes:
+    """The operations as nodes of a graph."""
+
+    def __init__(self, graph, given):
+        self.graph, self.given = graph, given
+
+    def layer(self, op, x):
+        name = _convolution(self.graph, op, self.given, x.name)
+        return _Tensor(name, op.outputs, -(-x.size // op.stride))
+
+    def maximum(self, op, x):
+        name = self.graph.node("MaxPool", [x.name], kernel_shape=[2, 2], strides=[op.stride] * 2)
+        return _Tensor(name, x.channels, x.size // 2 if op.stride == 2 else x.size - 1)
+
+    def add(self, op, branch, shortcut):
+        graph, missing, short = self.graph, branch.channels - shortcut.channels, shortcut.name
+        if missing:
+            short = graph.node("Pad", [short], pads=[0, 0, 0, 0, 0, missing, 0, 0])
+        long = graph.scaled(branch.name, 2.0 ** (op.branch_shift - op.out_shift))
+        short = graph.scaled(short, 2.0 ** (op.shortcut_shift - op.out_shift))
+        total = graph.node("Add", [long, short])
+        if op.out_shift:
+            total = graph.node("Floor", [graph.node("Add", [total, graph.constant([0.5])])])
+        return _Tensor(graph.cut(total), branch.channels, branch.size)
+
+    def average(self, op, x):
+        """The mean rounded half away from zero. Half a unit on the dividend keeps a quotient that
+        is rounded away from the whole numbers."""
+        graph, count = self.graph, x.size * x.size
+        ones = graph.constant(np.ones((x.channels, 1, x.size, x.size)), "ones")
+        total = graph.node("Conv", [x.name, ones], kernel_shape=[x.size, x.size], group=x.channels)
+        total = graph.scaled(total, 2.0**op.shift)
+        parts = []
+        for sign in (1.0, -1.0):
+            part = graph.node("Relu", [graph.scaled(total, sign)])
+            part = graph.node("Add", [part, graph.constant([count // 2 + 0.5])])
+            part = graph.node("Mul", [part, graph.constant([1 / count])])
+            parts.append(graph.node("Floor", [part]))
+        mean = graph.cut(graph.node("Add", [parts[0], graph.scaled(parts[1], -1.0)]))
+        return _Tensor(mean, x.channels, 1)
 
 
 def build(network, given):
-    graph, size = _Graph(), layers.INPUT_SIZE[network]
-    channels, shortcut, shortcut_channels = 1, None, 0
+    graph, side = _Graph(), layers.INPUT_SIZE[network]
     x = graph.node("Add", ["picture", graph.constant([-128.0])])
     planes = layers.STEM_PLANES[network]
     if planes > 1:
         x = graph.node("Concat", [x] * planes, axis=1)
-    for op in layers.merged(layers.PROGRAMS[network]):
-        if isinstance(op, Conv):
-            x = _convolution(graph, op, given, x)
-            channels, size = op.outputs, -(-size // op.stride)
-        elif isinstance(op, MaxPool):
-            x = graph.node("MaxPool", [x], kernel_shape=[2, 2], strides=[op.stride] * 2)
-            size = size // 2 if op.stride == 2 else size - 1
-        elif isinstance(op, Save):
-            shortcut, shortcut_channels = x, channels
-        elif isinstance(op, Add):
-            x = _addition(graph, op, x, shortcut, channels - shortcut_channels)
-        else:
-            assert isinstance(op, AveragePool)
-            x = _average(graph, op, x, channels, size)
-            size = 1
+    ops = layers.merged(layers.PROGRAMS[network])
+    x = walk(ops, _Nodes(graph, given), _Tensor(x, planes, side))
     outputs = layers.convolutions(layers.PROGRAMS[network])[-1].outputs
-    graph.nodes.append(helper.make_node("Flatten", [x], ["answer"], name="answer", axis=1))
-    side = layers.INPUT_SIZE[network]
+    graph.nodes.append(helper.make_node("Flatten", [x.name], ["answer"], name="answer", axis=1))
     return helper.make_model(
         helper.make_graph(
             graph.nodes,

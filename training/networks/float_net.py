@@ -12,7 +12,8 @@ import torch.nn.functional as F
 from torch import nn
 
 from . import layers
-from .layers import MAX, Add, AveragePool, Conv, MaxPool, Save
+from .layers import MAX
+from .walk import walk
 
 MOMENTUM = 0.02  # of the running mean and variance
 EPSILON = 1e-5
@@ -107,22 +108,29 @@ class FloatNet(nn.Module):
 
     def forward(self, x):
         """x: [n, 1, size, size], grey levels less 128, divided by 128. Returns [n, outputs]."""
-        shortcut, begin = None, 0
-        if self.trunk is not None and len(x) == self.trunk.pictures:
-            x, begin = self.trunk(x, MOMENTUM), self.trunk.operations
-        for op in self.ops[begin:]:
-            if isinstance(op, Conv):
-                x = self.layer(op, x)
-            elif isinstance(op, Save):
-                shortcut = x
-            elif isinstance(op, Add):
-                x = add(op, x, shortcut)
-            elif isinstance(op, MaxPool):
-                x = F.max_pool2d(x, 2, op.stride)
-            else:
-                assert isinstance(op, AveragePool)
-                x = F.hardtanh(x.mean((2, 3), keepdim=True) * 2**op.shift, -1.0, MAX)
-        return x.float()
+        return walk(self.ops, self, x, self._trunk).float()
+
+    def _trunk(self, x):
+        if self.trunk is None or len(x) != self.trunk.pictures:
+            return x, 0
+        return self.trunk(x, MOMENTUM), self.trunk.operations
+
+    @staticmethod
+    def maximum(op, x):
+        return F.max_pool2d(x, 2, op.stride)
+
+    @staticmethod
+    def add(op, branch, shortcut):
+        missing = branch.shape[1] - shortcut.shape[1]
+        if missing:
+            shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
+        b = 2.0 ** (op.branch_shift - op.out_shift)
+        s = 2.0 ** (op.shortcut_shift - op.out_shift)
+        return F.hardtanh(branch * b + shortcut * s, -1.0, MAX)
+
+    @staticmethod
+    def average(op, x):
+        return F.hardtanh(x.mean((2, 3), keepdim=True) * 2**op.shift, -1.0, MAX)
 
     @torch.no_grad()
     def set_gains(self, x):
@@ -150,15 +158,6 @@ class FloatNet(nn.Module):
         self(x)
         self._convolve = convolve
         self.train(was_training)
-
-
-def add(op, branch, shortcut):
-    missing = branch.shape[1] - shortcut.shape[1]
-    if missing:
-        shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
-    b = 2.0 ** (op.branch_shift - op.out_shift)
-    s = 2.0 ** (op.shortcut_shift - op.out_shift)
-    return F.hardtanh(branch * b + shortcut * s, -1.0, MAX)
 
 
 def to_input(pictures):

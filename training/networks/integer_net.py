@@ -7,7 +7,7 @@ must not leave 32 bits, where the library's sums would wrap, and that is checked
 import numpy as np
 
 from . import layers
-from .layers import Add, AveragePool, Conv, EverySecond, MaxPool, Rectify, Save
+from .walk import walk
 
 
 def _exact(values):
@@ -58,49 +58,50 @@ def _convolve(op, weights, bias, x):
     return _requantised(sums.reshape(n, op.outputs, *size), op)
 
 
-def _max_pool(x, stride):
-    high = np.maximum(x[:, :, :-1], x[:, :, 1:])
-    high = np.maximum(high[:, :, :, :-1], high[:, :, :, 1:])
-    return high[:, :, ::stride, ::stride]
+class _Integers:
+    """The operations on int8 arrays, by the tensors of one network."""
 
+    def __init__(self, tensors):
+        self.tensors = tensors
 
-def _add(op, branch, shortcut):
-    total = branch.astype(np.int32) << op.branch_shift
-    total[:, : shortcut.shape[1]] += shortcut.astype(np.int32) << op.shortcut_shift
-    if op.out_shift:
-        total = (total + (1 << (op.out_shift - 1))) >> op.out_shift
-    return np.clip(total, -128, 127).astype(np.int8)
+    def layer(self, op, x):
+        weights, bias = self.tensors[f"{op.number}.weight"], self.tensors[f"{op.number}.bias"]
+        return _convolve(op, weights, bias, x)
 
+    @staticmethod
+    def rectify(x):
+        return np.maximum(x, 0)
 
-def _average(op, x):
-    count = x.shape[2] * x.shape[3]
-    total = x.astype(np.int32).sum((2, 3), keepdims=True) << op.shift
-    rounded = np.sign(total) * ((np.abs(total) + count // 2) // count)
-    return np.clip(rounded, -128, 127).astype(np.int8)
+    @staticmethod
+    def every_second(x):
+        return x[:, :, ::2, ::2]
+
+    @staticmethod
+    def maximum(op, x):
+        high = np.maximum(x[:, :, :-1], x[:, :, 1:])
+        high = np.maximum(high[:, :, :, :-1], high[:, :, :, 1:])
+        return high[:, :, :: op.stride, :: op.stride]
+
+    @staticmethod
+    def add(op, branch, shortcut):
+        total = branch.astype(np.int32) << op.branch_shift
+        total[:, : shortcut.shape[1]] += shortcut.astype(np.int32) << op.shortcut_shift
+        if op.out_shift:
+            total = (total + (1 << (op.out_shift - 1))) >> op.out_shift
+        return np.clip(total, -128, 127).astype(np.int8)
+
+    @staticmethod
+    def average(op, x):
+        count = x.shape[2] * x.shape[3]
+        total = x.astype(np.int32).sum((2, 3), keepdims=True) << op.shift
+        rounded = np.sign(total) * ((np.abs(total) + count // 2) // count)
+        return np.clip(rounded, -128, 127).astype(np.int8)
 
 
 def forward(network, tensors, pictures):
     """uint8 grey levels [n, size, size] -> the last layer's int8 [n, outputs]."""
     x = (pictures ^ 0x80).view(np.int8)[:, None].repeat(layers.STEM_PLANES[network], 1)
-    shortcut = None
-    for op in layers.PROGRAMS[network]:
-        if isinstance(op, Conv):
-            weights, bias = tensors[f"{op.number}.weight"], tensors[f"{op.number}.bias"]
-            x = _convolve(op, weights, bias, x)
-        elif isinstance(op, Rectify):
-            x = np.maximum(x, 0)
-        elif isinstance(op, MaxPool):
-            x = _max_pool(x, op.stride)
-        elif isinstance(op, EverySecond):
-            x = x[:, :, ::2, ::2]
-        elif isinstance(op, Save):
-            shortcut = x
-        elif isinstance(op, Add):
-            x = _add(op, x, shortcut)
-        else:
-            assert isinstance(op, AveragePool)
-            x = _average(op, x)
-    return x.reshape(len(pictures), -1)
+    return walk(layers.PROGRAMS[network], _Integers(tensors), x).reshape(len(pictures), -1)
 
 
 def feature(answers):

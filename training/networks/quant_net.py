@@ -10,7 +10,7 @@ import torch.nn.functional as F
 from torch import nn
 
 from . import layers
-from .layers import Add, AveragePool, Conv, MaxPool, Save
+from .walk import walk
 
 
 class _Round(torch.autograd.Function):
@@ -68,22 +68,36 @@ class QuantNet(nn.Module):
 
     def forward(self, x):
         """x: [n, 1, size, size], grey levels less 128. Returns integers [n, outputs]."""
-        shortcut, begin = None, 0
-        if self.trunk is not None and len(x) == self.trunk.pictures:
-            x, begin = self.trunk(x, 0.0), self.trunk.operations
-        for op in self.ops[begin:]:
-            if isinstance(op, Conv):
-                x = self.layer(op, x)
-            elif isinstance(op, Save):
-                shortcut = x
-            elif isinstance(op, Add):
-                x = _add(op, x, shortcut)
-            elif isinstance(op, MaxPool):
-                x = F.max_pool2d(x, 2, op.stride)
-            else:
-                assert isinstance(op, AveragePool)
-                x = _average(op, x)
-        return x
+        return walk(self.ops, self, x, self._trunk)
+
+    def _trunk(self, x):
+        if self.trunk is None or len(x) != self.trunk.pictures:
+            return x, 0
+        return self.trunk(x, 0.0), self.trunk.operations
+
+    @staticmethod
+    def maximum(op, x):
+        return F.max_pool2d(x, 2, op.stride)
+
+    @staticmethod
+    def add(op, branch, shortcut):
+        missing = branch.shape[1] - shortcut.shape[1]
+        if missing:
+            shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
+        half = 0.5 if op.out_shift else 0.0
+        b = 2.0 ** (op.branch_shift - op.out_shift)
+        s = 2.0 ** (op.shortcut_shift - op.out_shift)
+        return _Requantise.apply(branch * b + shortcut * s + half, False)
+
+    @staticmethod
+    def average(op, x):
+        """Rounds half away from zero."""
+        count = x.shape[2] * x.shape[3]
+        total = x.sum((2, 3), keepdim=True) * 2.0**op.shift
+        with torch.no_grad():
+            exact = torch.sign(total) * torch.floor((total.abs() + count // 2) / count)
+        mean = total / count
+        return torch.clamp(mean + (exact - mean).detach(), -128, 127)
 
     @torch.no_grad()
     def clip(self):
@@ -132,26 +146,6 @@ def split_planes(weight, planes):
         parts.append(part)
         rest = rest - part
     return torch.cat(parts, dim=1)
-
-
-def _add(op, branch, shortcut):
-    missing = branch.shape[1] - shortcut.shape[1]
-    if missing:
-        shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
-    half = 0.5 if op.out_shift else 0.0
-    b = 2.0 ** (op.branch_shift - op.out_shift)
-    s = 2.0 ** (op.shortcut_shift - op.out_shift)
-    return _Requantise.apply(branch * b + shortcut * s + half, False)
-
-
-def _average(op, x):
-    """Rounds half away from zero."""
-    count = x.shape[2] * x.shape[3]
-    total = x.sum((2, 3), keepdim=True) * 2.0**op.shift
-    with torch.no_grad():
-        exact = torch.sign(total) * torch.floor((total.abs() + count // 2) / count)
-    mean = total / count
-    return torch.clamp(mean + (exact - mean).detach(), -128, 127)
 
 
 def to_input(pictures):
