@@ -12,10 +12,10 @@ from pathlib import Path
 import cv2
 import numpy as np
 
-from .augment import CROP, STORED
-from .shards import COLUMN, LABELS, Shards
 from ..evaluation.gallery import load
 from ..networks.library import IMAGE, Library
+from .augment import CROP, STORED
+from .shards import COLUMN, LABELS, Shards
 
 SHARD = 4096
 

@@ -4,8 +4,8 @@ the library's own reduction to 24 x 24."""
 import cv2
 import numpy as np
 
-from .shards import COLUMN, Shards, is_held_out
 from ..networks.library import ALIGN, IMAGE
+from .shards import COLUMN, Shards, is_held_out
 
 MIDDLE = (64, 64, 192, 192)  # what is answered when there is no face
 _BORDERS = (cv2.BORDER_REPLICATE, cv2.BORDER_REFLECT_101, cv2.BORDER_CONSTANT)

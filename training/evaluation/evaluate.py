@@ -13,12 +13,12 @@ from pathlib import Path
 import cv2
 import numpy as np
 
+from ..data.frames import intersection_over_union
+from ..networks.library import CROP, IMAGE, Library
 from . import baselines
 from .cone import cone_figures
-from ..data.frames import intersection_over_union
 from .gallery import FaceDetector, load
 from .groups import group_figures
-from ..networks.library import CROP, IMAGE, Library
 from .pairs import Pairs, figures
 
 

@@ -7,8 +7,8 @@ from pathlib import Path
 import cv2
 import numpy as np
 
-from ..data.shards import COLUMN, Shards
 from ..data.frames import box_of
+from ..data.shards import COLUMN, Shards
 from ..networks.library import IMAGE
 
 _SUFFIXES = (".png", ".jpg", ".jpeg", ".pgm", ".bmp")

@@ -14,9 +14,9 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-from . import tensors
 from ..networks import layers
 from ..networks.walk import walk
+from . import tensors
 
 OPSET = 10  # the last whose Clip and Pad take their bounds as attributes, as all runtimes do
 

@@ -1,24 +1,20 @@
 # SPDX-License-Identifier: MIT
-"""What the two trainings of the recognition network share: batches, losses, the following average,
-validation on held-out people, checkpoints."""
+"""What the two trainings of the recognition network share: batches of people, losses on features, class
+centres, validation on held-out people."""
 import argparse
-import copy
-import json
-import math
-import time
 from pathlib import Path
 
 import numpy as np
 import torch
 
-from .. import engine
-from ..evaluation import metrics
 from ..data.augment import Augmenter, Strength, centre_crop
 from ..data.shards import PeopleSampler, open_pictures
+from ..evaluation import metrics
 from .losses import CosFace, contrastive, shared_direction
-from .plots import draw_curves
+from .trainer import Trainer, add_common_options
 
 VALIDATION_PEOPLE, VALIDATION_EACH, VALIDATION_BATCH = 150, 8, 64
+CENTRE_PICTURES = 2  # of a person, whose mean feature its class centre starts at
 FEATURES = 128
 
 
@@ -35,26 +31,18 @@ def argument_parser(program, description, views, rate):
     add("--views", type=float, default=views, help="pictures to train on in all (%(default).0f)")
     add("--people", type=int, default=32, help="people in a batch (%(default)s)")
     add("--each", type=int, default=4, help="pictures of each (%(default)s)")
-    add("--rate", type=float, default=rate, help="learning rate (%(default)s)")
-    add("--margin", type=float, default=0.3, help="CosFace's margin at the end (%(default)s)")
-    add("--scale", type=float, default=32, help="CosFace's scale at the end (%(default)s)")
-    add("--temperature", type=float, default=0.12, help="of the contrastive loss (%(default)s)")
-    add("--shared", type=float, default=0.0, help="weight on what strangers share (%(default)s)")
     add("--kinds", action="store_true", help="each batch from one folder's people")
     add("--cells", type=float, default=0.0, help="share of batches of one age, sex and skin (%(default)s)")
-    add("--warm-up", type=int, default=300, help="steps until the full rate (%(default)s)")
-    add("--corners", type=float, default=0.0, help="four-corner warp, share of the box (%(default)s)")
-    add("--coarse", type=float, default=0.0, help="share of pictures taken down and up (%(default)s)")
+    add("--rate", type=float, default=rate, help="learning rate (%(default)s)")
+    add("--temperature", type=float, default=0.12, help="of the contrastive loss (%(default)s)")
+    add("--shared", type=float, default=0.0, help="weight on what strangers share (%(default)s)")
+    add("--margin", type=float, default=0.3, help="CosFace's margin at the end (%(default)s)")
+    add("--scale", type=float, default=32, help="CosFace's scale at the end (%(default)s)")
     add("--jitter", type=float, default=1.0, help="factor on the augmentation (%(default)s)")
     add("--box-jitter", type=float, default=1.0, help="further factor on box errors (%(default)s)")
-    add("--held-out", type=float, default=0.02, help="share of people to validate on (%(default)s)")
-    add("--refresh", type=int, default=500, help="steps between looks for shards (%(default)s)")
-    add("--checkpoint-minutes", type=float, default=5, help="(%(default)s)")
-    add("--device", default="cpu", help="cpu or cuda (%(default)s)")
-    add("--threads", type=int, default=1, help="(%(default)s)")
-    add("--plain", action="store_true", help="PyTorch's own operators only")
-    add("--seed", type=int, default=1, help="(%(default)s)")
-    add("--stop-after-minutes", type=float, default=math.inf, help="end early, with a checkpoint")
+    add("--corners", type=float, default=0.0, help="four-corner warp, share of the box (%(default)s)")
+    add("--coarse", type=float, default=0.0, help="share of pictures taken down and up (%(default)s)")
+    add_common_options(add)
     return parser
 
 
@@ -62,23 +50,19 @@ def ramp(progress, begin, end):
     return min(max((progress - begin) / (end - begin), 0.0), 1.0)
 
 
-class Trainer:
-    """A subclass names its network in `make_net()`, how to step in `make_optimiser()` and
-    `loss()`, and may say how far crops are scaled for the network in `to_input()`."""
+class RecognitionTrainer(Trainer):
+    """A subclass may say how far crops are scaled for its network in `to_input()`."""
 
-    follow_steps = 1000  # over which weights are averaged
+    validation_batch = VALIDATION_BATCH
 
     def __init__(self, args):
-        self.args = args
-        self.device = torch.device(args.device)
+        super().__init__(args, args.views, args.people * args.each)
+
+    def prepare(self):
+        args = self.args
+        pictures = open_pictures(args.data, args.shared_people)
         self.sampler = PeopleSampler(
-            open_pictures(args.data, args.shared_people),
-            args.people,
-            args.each,
-            args.held_out,
-            args.seed,
-            args.kinds,
-            args.cells,
+            pictures, args.people, args.each, args.held_out, args.seed, args.kinds, args.cells
         )
         if not self.sampler.index:
             raise SystemExit(f"no people with two or more pictures in {' '.join(args.data)}")
@@ -86,21 +70,13 @@ class Trainer:
         strength = strength.scaled(args.jitter).with_box(args.box_jitter)
         self.augmenter = Augmenter(strength, self.device, args.seed)
         self.classes = CosFace(FEATURES).to(self.device)
-        self.step, self.views, self.history = 0, 0, []
-        self.net = self.make_net().to(self.device)
-        self.average = copy.deepcopy(self.net).eval()
-        self.optimiser = self.make_optimiser()
-        self._speed_up()
 
-    def _speed_up(self):
-        """Lets the engine compute both networks where it can."""
-        args, size = self.args, self.args.people * self.args.each
-        if args.device != "cpu" or args.plain or not engine.is_possible():
-            return
-        if size % engine.MULTIPLE:
-            raise SystemExit(f"people x each must be a multiple of {engine.MULTIPLE}")
-        self.attach(self.net, size)
-        self.attach(self.average, VALIDATION_BATCH)
+    def to_input(self, x):
+        return x
+
+    def look_for_shards(self):
+        if self.sampler.refresh():
+            print(f"people: {len(self.sampler.classes)}", flush=True)
 
     def some_crops(self, count):
         """Pictures as they are trained on, for choosing scales."""
@@ -109,15 +85,10 @@ class Trainer:
             pictures.append(self.sampler.batch()[0])
         return self.augmenter(torch.from_numpy(np.concatenate(pictures)[:count])).cpu()
 
-    @property
-    def progress(self):
-        return self.views / self.args.views
-
-    def _set_rate(self):
-        rate = 0.5 * (1 + math.cos(math.pi * min(self.progress, 1.0)))
-        rate = max(rate, 0.005) * min(1.0, (self.step + 1) / self.args.warm_up)
-        for group in self.optimiser.param_groups:
-            group["lr"] = group["most"] * rate
+    def draw(self):
+        pictures, people = self.sampler.batch()
+        crops = self.augmenter(torch.from_numpy(pictures))
+        return crops, torch.from_numpy(people).to(self.device)
 
     @torch.no_grad()
     def features(self, pictures):
@@ -136,8 +107,7 @@ class Trainer:
         missing = len(self.sampler.classes) - len(self.classes.centres)
         if missing == 0:
             return
-        newest = list(self.sampler.classes)[-missing:]
-        each, centres = 2, []
+        newest, each, centres = list(self.sampler.classes)[-missing:], CENTRE_PICTURES, []
         for begin in range(0, missing, 64):
             people = newest[begin : begin + 64]
             pictures = np.concatenate([self.sampler.pictures_of(p, each) for p in people])
@@ -164,39 +134,6 @@ class Trainer:
             features, people, scale, self.args.margin * grown
         )
 
-    def train_step(self):
-        if self.step % self.args.refresh == 0 and self.sampler.refresh():
-            print(f"people: {len(self.sampler.classes)}", flush=True)
-        self._set_rate()
-        pictures, people = self.sampler.batch()
-        crops = self.augmenter(torch.from_numpy(pictures))
-        self.net.train()
-        loss = self.loss(crops, torch.from_numpy(people).to(self.device))
-        self.optimiser.zero_grad(set_to_none=False)
-        loss.backward()
-        self.after_backward()
-        self.optimiser.step()
-        self.after_step()
-        self._follow()
-        self.step += 1
-        self.views += len(pictures)
-        return loss.detach()
-
-    def after_backward(self):
-        pass
-
-    def after_step(self):
-        pass
-
-    @torch.no_grad()
-    def _follow(self):
-        """The average of the weights over the last steps generalises better than the weights."""
-        keep = min(1 - 1 / self.follow_steps, (self.step + 1) / (self.step + 10))
-        for slow, fast in zip(self.average.parameters(), self.net.parameters()):
-            slow.lerp_(fast, 1 - keep)
-        for slow, fast in zip(self.average.buffers(), self.net.buffers()):
-            slow.lerp_(fast, 1 - keep)
-
     def validate(self):
         people = sorted(self.sampler.validation, key=str)[:VALIDATION_PEOPLE]
         places = [
@@ -217,22 +154,8 @@ class Trainer:
             "rank1": metrics.rank_1(features, numbers),
         }
 
-    def save(self):
-        path = self.args.out / "checkpoint.pt"
-        state = {
-            "net": self.net.state_dict(),
-            "average": self.average.state_dict(),
-            "centres": self.classes.centres.detach(),
-            "optimiser": self.optimiser.state_dict(),
-            "classes": self.sampler.classes,
-            "step": self.step,
-            "views": self.views,
-            "history": self.history,
-        }
-        torch.save(state, path.with_suffix(".new"))
-        path.with_suffix(".new").replace(path)
-        (self.args.out / "history.json").write_text(json.dumps(self.history))
-        draw_curves(self.history, self.args.out / "curves.png")
+    def extra_state(self):
+        return {"centres": self.classes.centres.detach(), "classes": self.sampler.classes}
 
     def take_people(self, state):
         """Classes keep their numbers; people that are new since are added behind them."""
@@ -245,50 +168,7 @@ class Trainer:
             self.classes.centres.copy_(state["centres"])
         self.optimiser.param_groups[-1]["params"] = [self.classes.centres]
 
-    def resume(self):
-        path = self.args.out / "checkpoint.pt"
-        if not path.exists():
-            return False
-        state = torch.load(path, map_location=self.device)
-        self.net.load_state_dict(state["net"])
-        self.average.load_state_dict(state["average"])
+    def take_extra(self, state):
         self.take_people(state)
-        most = [group["most"] for group in self.optimiser.param_groups]
-        self.optimiser.load_state_dict(state["optimiser"])
-        for group, rate in zip(self.optimiser.param_groups, most):
-            group["most"] = rate
-        self.step, self.views, self.history = state["step"], state["views"], state["history"]
-        self.augmenter.generator.manual_seed(self.args.seed + self.step)
-        self.sampler.random = np.random.default_rng(self.args.seed + self.step)
-        print(f"resumed at {self.views} views", flush=True)
-        return True
-
-    def run(self):
-        begin = last_save = last_print = time.time()
-        losses, printed_views = [], self.views
-        while self.progress < 1 and time.time() - begin < 60 * self.args.stop_after_minutes:
-            losses.append(self.train_step())
-            if self.step % 50 == 0:
-                now = time.time()
-                loss = float(torch.stack(losses).mean())
-                speed = (self.views - printed_views) / (now - last_print)
-                print(
-                    f"step {self.step}  views {self.views}  {100 * self.progress:.1f} %  "
-                    f"loss {loss:.3f}  {speed:.0f} img/s",
-                    flush=True,
-                )
-                self.history.append({"views": self.views, "loss": loss})
-                losses, printed_views, last_print = [], self.views, now
-            if time.time() - last_save > 60 * self.args.checkpoint_minutes:
-                self.checkpoint()
-                last_save = last_print = time.time()
-                printed_views = self.views
-        self.checkpoint()
-
-    def checkpoint(self):
-        result = self.validate()
-        if result:
-            self.history.append({"views": self.views, **result})
-            text = "  ".join(f"{name} {value:.4f}" for name, value in result.items())
-            print("held-out people: " + text, flush=True)
-        self.save()
+        self.augmenter.generator.manual_seed(self.args.seed + state["step"])
+        self.sampler.random = np.random.default_rng(self.args.seed + state["step"])

@@ -7,50 +7,39 @@ Stop it at any time: started again with the same --out, it goes on from the last
 """
 import torch
 
-from . import recognition
-from .. import engine
 from ..networks.float_net import FloatNet
-from .memory import keep_memory
+from . import recognition
+from .beginning import begin
 from .recognition import ramp
 
 DECAY = 0.05
 
 
-class FloatTrainer(recognition.Trainer):
+class FloatTrainer(recognition.RecognitionTrainer):
     def make_net(self):
         net = FloatNet("fr", self.args.seed)
         net.set_gains(self.some_crops(32))
         return net
 
-    def attach(self, net, size):
-        net.trunk = engine.Trunk(net, size, self.args.threads)
-
-    def make_optimiser(self):
+    def groups(self):
         """Weights of normalised layers have no meaningful length, so decay only sets their pace."""
         rate = self.args.rate
-        return torch.optim.AdamW(
-            [
-                {"params": list(self.net.parameters()), "weight_decay": DECAY, "most": rate},
-                {"params": [self.classes.centres], "weight_decay": 0.0, "most": rate},
-            ],
-            lr=rate,
-        )
+        return [
+            {"params": list(self.net.parameters()), "weight_decay": DECAY, "most": rate},
+            {"params": [self.classes.centres], "weight_decay": 0.0, "most": rate},
+        ]
 
     def to_input(self, x):
         return x.to(torch.bfloat16) if self.device.type == "cuda" else x
 
     def loss(self, crops, people):
-        begin, grown = self.args.contrastive, None
-        if self.progress >= begin:
+        begins, grown = self.args.contrastive, None
+        if self.progress >= begins:
             self.add_people()
-            grown = ramp(self.progress, begin, begin + 0.5 * (1 - begin))
+            grown = ramp(self.progress, begins, begins + 0.5 * (1 - begins))
         return self.recognition_loss(self.net(self.to_input(crops)).flatten(1), people, grown)
 
-    def after_backward(self):
-        torch.nn.utils.clip_grad_norm_(self.net.parameters(), 5.0)
-
-    def save(self):
-        super().save()
+    def write_results(self):
         torch.save(self.average.state_dict(), self.args.out / "float.pt")
 
 
@@ -63,10 +52,7 @@ def main():
         help="share of the training before CosFace joins (%(default)s)",
     )
     args = parser.parse_args()
-    keep_memory()
-    torch.set_num_threads(args.threads)
-    torch.manual_seed(args.seed)
-    args.out.mkdir(parents=True, exist_ok=True)
+    begin(args)
     trainer = FloatTrainer(args)
     trainer.resume()
     trainer.run()

@@ -2,31 +2,32 @@
 """Trains the recognition network in the library's integer arithmetic, from a float training or from
 an integer network that is there already.
 
-Besides the losses of the float training it learns the float network's features of the same crops.
-Writes fr.safetensors at every checkpoint. Stop it at any time: started again with the same --out,
-it goes on from the last checkpoint.
+From a float training it learns that network's features of the same crops besides. Writes
+fr.safetensors at every checkpoint. Stop it at any time: started again with the same --out, it goes on
+from the last checkpoint.
 """
 from pathlib import Path
 
 import torch
 import torch.nn.functional as F
 
-from . import recognition
 from .. import engine
 from ..export import conversion, tensors
 from ..networks.float_net import FloatNet
-from .memory import keep_memory
 from ..networks.quant_net import from_tensors
+from . import recognition
+from .beginning import begin
 
 RESCALING_CROPS = 256
 
 
-class QuantisedTrainer(recognition.Trainer):
+class QuantisedTrainer(recognition.RecognitionTrainer):
     follow_steps = 300
+    quantised = True
+    teacher = None
 
     def make_net(self):
         if self.args.model:
-            self.teacher = None
             return from_tensors("fr", tensors.read(self.args.model))
         self.teacher = FloatNet("fr")
         state = torch.load(self.args.float / "float.pt", map_location="cpu")
@@ -37,28 +38,18 @@ class QuantisedTrainer(recognition.Trainer):
             crops = self.some_crops(RESCALING_CROPS)
             parameters, before, after = conversion.rescale(self.teacher, parameters, crops)
             print(f"relative rounding noise of a layer: {before:.5f}, rescaled {after:.5f}")
+        self.teacher.to(self.device)
         return conversion.to_integers("fr", parameters)
 
     def attach(self, net, size):
-        net.trunk = engine.Trunk(net, size, self.args.threads, quantised=True)
+        super().attach(net, size)
         if self.teacher is not None and self.teacher.trunk is None:
             self.teacher.trunk = engine.Trunk(self.teacher, size, self.args.threads)
 
-    def make_optimiser(self):
-        rate = self.args.rate
-        if self.teacher is not None:
-            self.teacher.to(self.device)
-        groups = {"w": [], "b": []}
-        for name, parameter in self.net.named_parameters():
-            groups[name[0]].append(parameter)
-        return torch.optim.Adam(
-            [
-                {"params": groups["w"], "most": rate},
-                {"params": groups["b"], "most": 0.2 * rate},
-                {"params": [self.classes.centres], "most": 1e-3},
-            ],
-            lr=rate,
-        )
+    def groups(self):
+        return self.integer_groups(self.args.rate) + [
+            {"params": [self.classes.centres], "most": 1e-3}
+        ]
 
     def to_input(self, x):
         return x * 128
@@ -66,18 +57,15 @@ class QuantisedTrainer(recognition.Trainer):
     def loss(self, crops, people):
         self.add_people()
         features = self.net(self.to_input(crops)).flatten(1)
+        loss = self.recognition_loss(features, people, 1.0)
         if self.teacher is None or not self.args.distil:
-            return self.recognition_loss(features, people, 1.0)
+            return loss
         with torch.no_grad():
             goal = self.teacher(crops).flatten(1)
         distance = 1 - F.cosine_similarity(features, goal, dim=1).mean()
-        return self.recognition_loss(features, people, 1.0) + self.args.distil * distance
+        return loss + self.args.distil * distance
 
-    def after_step(self):
-        self.net.clip()
-
-    def save(self):
-        super().save()
+    def write_results(self):
         tensors.write(self.args.out / "fr.safetensors", self.average.tensors())
 
 
@@ -93,18 +81,15 @@ def main():
         "--no-rescaling", action="store_true", help="without the factors between layers"
     )
     args = parser.parse_args()
-    keep_memory()
-    torch.set_num_threads(args.threads)
-    torch.manual_seed(args.seed)
-    args.out.mkdir(parents=True, exist_ok=True)
+    begin(args)
     trainer = QuantisedTrainer(args)
-    resumed = trainer.resume()
-    if not resumed and args.float:
-        state = torch.load(args.float / "checkpoint.pt", map_location=trainer.device)
-        trainer.take_people(state)
-        for entry in state["history"][-1:]:
-            print("float network: " + "  ".join(f"{k} {v:.4f}" for k, v in entry.items()), flush=True)
-    if not resumed:
+    if not trainer.resume():
+        if args.float:
+            state = torch.load(args.float / "checkpoint.pt", map_location=trainer.device)
+            trainer.take_people(state)
+            for entry in state["history"][-1:]:
+                text = "  ".join(f"{k} {v:.4f}" for k, v in entry.items())
+                print("float network: " + text, flush=True)
         trainer.checkpoint()
     trainer.run()
 

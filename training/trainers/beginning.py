@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""Keeps the C library from giving memory back between steps."""
+"""How a training begins; among it, the C library is kept from giving memory back between steps."""
 import ctypes
+
+import torch
 
 
 def keep_memory():
@@ -14,3 +16,11 @@ def keep_memory():
     libc.mallopt(mmap_threshold, 1 << 30)
     libc.mallopt(trim_threshold, (1 << 31) - 1)
     libc.mallopt(top_pad, 1 << 26)
+
+
+def begin(args):
+    """What every training's command does before anything else."""
+    keep_memory()
+    torch.set_num_threads(args.threads)
+    torch.manual_seed(args.seed)
+    args.out.mkdir(parents=True, exist_ok=True)
