@@ -17,7 +17,7 @@ struct Options {
     std::string assets, shapes;
     float scanned_share = 0.5F;
     Job job;
-    bool frames = false;
+    bool frames = false, bare = false;
 };
 
 CLI::App* add_command(CLI::App& app, Options& options, const char* name, const char* what) {
@@ -68,6 +68,9 @@ int main(int argc, char** argv) {
             ->capture_default_str()
             ->check(CLI::PositiveNumber);
     }
+    for (CLI::App* command : {crops, frames}) {
+        command->add_flag("--bare", options.bare, "Bare heads in five even views: shape alone");
+    }
     frames->add_option("--empty", options.job.empty_share, "Share of pictures without a face")
         ->check(CLI::Range(0.0F, 1.0F));
     sheet->add_flag("--frames", options.frames, "Frames with their boxes instead of crops");
@@ -80,6 +83,7 @@ int main(int argc, char** argv) {
         if (!options.shapes.empty()) {
             facegen::add_shapes(studio, options.shapes, options.scanned_share);
         }
+        studio.bare = options.bare;
         if (*crops || *frames) {
             options.job.view = *frames ? facegen::View::frame : facegen::View::crop;
             facegen::render_shards(studio, options.job);

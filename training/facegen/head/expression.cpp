@@ -86,6 +86,12 @@ Expression draw_expression(const HeadModel& model, Random& random) {
     return e;
 }
 
+Expression smile(const HeadModel& model, float strength) {
+    Expression e;
+    Composer(model, e).add("mouth-corner-puller", strength);
+    return e;
+}
+
 void strengthen(Expression& expression, float factor) {
     for (Expression::Part& part : expression.parts) {
         part.weight = std::min(factor * part.weight, std::max(part.weight, 1.2F));

@@ -21,6 +21,9 @@ struct Expression {
 
 Expression draw_expression(const HeadModel& model, Random& random);
 
+// A smile with the mouth shut.
+Expression smile(const HeadModel& model, float strength);
+
 // Makes it `factor` times as strong, as far as faces go.
 void strengthen(Expression& expression, float factor);
 

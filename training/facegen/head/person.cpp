@@ -42,6 +42,19 @@ Piece own_piece(const Surface& surface, const Shape& shape, Material material) {
     return piece;
 }
 
+// Leaves nothing of a person but the shape and the eyes.
+void strip(Person& person) {
+    for (int y = 0; y < atlas::skin.height; ++y) {
+        for (int x = 0; x < atlas::skin.width; ++x) {
+            person.atlas.set(x, y, 0.3F);
+        }
+    }
+    person.identity.reflectance = 0.3F;
+    person.hairdress.styles.resize(1);
+    person.hairdress.styles[0] = HairStyle{};
+    person.hairdress.beard = Piece{};
+}
+
 } // namespace
 
 Studio open_studio(const std::filesystem::path& assets) {
@@ -79,6 +92,9 @@ Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t numbe
     paint_skin(person.atlas, model, studio.kit, person.identity, person.hairiness, skin);
     paint_eyes_and_mouth(person.atlas, model, person.identity, skin);
     paint_hair_tiles(person.atlas, model, person.identity, person.hairdress, studio.streaks, skin);
+    if (studio.bare) {
+        strip(person);
+    }
     person.atlas.pack();
 
     person.eyes = fit_piece(model.eyes, person.shape, eye_material);
@@ -90,6 +106,9 @@ Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t numbe
     }
     const auto lash = static_cast<std::size_t>(skin.below(static_cast<int>(model.lashes.size())));
     person.lashes = fit_piece(model.lashes[lash], person.shape, lash_material);
+    if (studio.bare) {
+        person.lashes = Piece{};
+    }
     person.lashes.style.two_sided = true;
     person.lashes.style.coverage = {
         Coverage::Kind::texture,

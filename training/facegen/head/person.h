@@ -19,6 +19,7 @@ struct Studio {
     std::vector<StreakTexture> streaks;
     ShapeSpace space;        // empty: everybody is made of the targets
     float scanned_share = 0; // of the people, who are shaped by `space`
+    bool bare = false;       // heads of one tone, without hair, brows and lashes: shape alone
 };
 
 Studio open_studio(const std::filesystem::path& assets);

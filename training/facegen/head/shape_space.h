@@ -11,8 +11,8 @@
 namespace facegen {
 
 // A second space of head shapes, learnt from scans of people and laid onto the base mesh by
-// `python3 -m training.data.register_shapes`: a neutral head, and components that vary together as they
-// do among people, each as large as its deviation. Points are those of the head model.
+// `python3 -m training.data.register_shapes`: a neutral head, and components that vary together as
+// they do among people, each as large as its deviation. Points are those of the head model.
 struct ShapeSpace {
     std::vector<Vec3> neutral;                 // shift of each point from the base mesh
     std::vector<std::vector<Vec3>> components; // shift of each point; the widest first

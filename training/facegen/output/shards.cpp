@@ -32,6 +32,20 @@ bool shows_face(const Job& job, std::uint64_t person, std::uint64_t picture) {
     return !random.chance(job.empty_share);
 }
 
+// Five views of a bare head, two of them smiling.
+PhotoPlan bare_photo(const Studio& studio, const PhotoPlan& plan, std::uint64_t picture) {
+    static constexpr float yaws[] = {0, -30, 30, 10, -10}, pitches[] = {0, 0, 0, 15, -15};
+    const std::uint64_t view = picture % 5;
+    PhotoPlan plain = plain_photo(plan, yaws[view], pitches[view]);
+    if (view % 2 == 1) {
+        plain.expression = smile(studio.model, 0.7F);
+    }
+    plain.style = 0;
+    plain.stubble = 0;
+    plain.glasses_as_well = false;
+    return plain;
+}
+
 // Renders the part of one person's pictures that lies in the shard.
 void render_person(const Studio& studio, const Job& job, Photographer& photographer,
                    std::uint64_t nth, Shard& shard) {
@@ -45,7 +59,10 @@ void render_person(const Studio& studio, const Job& job, Photographer& photograp
         const std::size_t slot = i - shard.first;
         std::uint8_t* pixels = shard.pictures.data() + slot * size * size;
         if (shows_face(job, number, picture)) {
-            const PhotoPlan plan = plan_photo(studio, person, job.view, picture);
+            PhotoPlan plan = plan_photo(studio, person, job.view, picture);
+            if (studio.bare) {
+                plan = bare_photo(studio, plan, picture);
+            }
             photographer.take(person, plan, picture, pixels);
             shard.labels[slot] = labels_of(person, plan);
         } else {

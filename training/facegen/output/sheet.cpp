@@ -31,20 +31,15 @@ void outline(Picture& picture, const FaceBox& box) {
 }
 
 // For looking at the faces themselves.
-PhotoPlan simplified(PhotoPlan plan, const Job& job, std::uint64_t picture) {
-    if (job.clean || job.plain) {
-        plan.degradation = Degradation{};
-    }
+PhotoPlan simplified(const PhotoPlan& plan, const Job& job, std::uint64_t picture) {
     if (job.plain) {
-        plan.yaw = 30.0F * (static_cast<float>(picture % 3) - 1.0F);
-        plan.pitch = plan.roll = 0;
-        plan.expression = Expression{};
-        plan.occlusion = Occlusion::none;
-        plan.light = Light{};
-        plan.light.sky = 0.1F;
-        plan.light.lamps[0] = {normalised({0.4F, 0.5F, 0.8F}), 0.4F, 0.05F};
+        return plain_photo(plan, 30.0F * (static_cast<float>(picture % 3) - 1.0F), 0);
     }
-    return plan;
+    PhotoPlan clean = plan;
+    if (job.clean) {
+        clean.degradation = Degradation{};
+    }
+    return clean;
 }
 
 std::string numbered(const char* format, std::uint64_t number) {

@@ -140,6 +140,19 @@ PhotoPlan plan_photo(const Studio& studio, const Person& person, View view, std:
     return plan;
 }
 
+PhotoPlan plain_photo(PhotoPlan plan, float yaw, float pitch) {
+    plan.degradation = Degradation{};
+    plan.yaw = yaw;
+    plan.pitch = pitch;
+    plan.roll = 0;
+    plan.expression = Expression{};
+    plan.occlusion = Occlusion::none;
+    plan.light = Light{};
+    plan.light.sky = 0.1F;
+    plan.light.lamps[0] = {normalised({0.4F, 0.5F, 0.8F}), 0.4F, 0.05F};
+    return plan;
+}
+
 void Photographer::pose_skin(const Person& person, const PhotoPlan& plan, Random& random) {
     const HeadModel& model = studio_.model;
     const std::vector<Vec3>& rest = person.shape.points;

@@ -37,6 +37,10 @@ inline int picture_size(View view) { return view == View::crop ? crop_size : fra
 
 PhotoPlan plan_photo(const Studio& studio, const Person& person, View view, std::uint64_t picture);
 
+// The same without blur and noise, seen from there in even light, with a neutral face and nothing
+// worn.
+PhotoPlan plain_photo(PhotoPlan plan, float yaw, float pitch);
+
 // Renders plans; keeps its buffers from picture to picture, one of these a thread.
 class Photographer {
   public:
