@@ -170,9 +170,9 @@ TEST(Depthwise, WithoutPaddingTheScratchIsUntouched) {
     }
 }
 
-// A border of one around outputs as large as the inputs is what all layers of the networks have, and
-// is put around the values where they are worked on: the scratch has room for the padded planes, but
-// nothing is written to it. The layers would take longer by the copy otherwise.
+// A border of one around outputs as large as the inputs is what all layers of the networks have,
+// and is put around the values where they are worked on: the scratch has room for the padded
+// planes, but nothing is written to it. The layers would take longer by the copy otherwise.
 TEST(Depthwise, UsualGeometryNeedsNoPaddedCopy) {
     constexpr int8_t kOld = 0x3C;
     for (const Kernel* kernel : {&kPlain, &kRelu}) {

@@ -168,9 +168,9 @@ TEST(PathExtremes, RectifiedPointwiseSizes) {
     }
 }
 
-// Long sums are made ready in chunks of rows, and what a chunk's weights allow need not hold for the
-// next one: before `boundary` hardly any weight, from there on as much as there can be, or the other
-// way round.
+// Long sums are made ready in chunks of rows, and what a chunk's weights allow need not hold for
+// the next one: before `boundary` hardly any weight, from there on as much as there can be, or the
+// other way round.
 void CheckWeightsThatChangeAt(size_t boundary, int rows, bool smallFirst) {
     const ConvShape shape = Pointwise(17, 1, rows, 6, 17);
     const size_t count = static_cast<size_t>(rows);
