@@ -21,8 +21,8 @@ namespace {
 constexpr size_t kLanes = 4;
 
 constexpr uint32_t kMagnitude = 0x7fffffffu;
-// 2^-50. Products of such numbers are at least 2^-100 and, like all their sums, multiples of 2^-123:
-// none but 0 is subnormal.
+// 2^-50. Products of such numbers are at least 2^-100 and, like all their sums, multiples of
+// 2^-123: none but 0 is subnormal.
 constexpr uint32_t kSafe = (127u - 50u) << 23;
 
 // Whether all are zero or far from the subnormal numbers.
@@ -47,8 +47,9 @@ float Flush(float value) {
 // two floats is exact in double precision.
 float FlushedProduct(float a, float b) {
     const double exact = static_cast<double>(Flush(a)) * static_cast<double>(Flush(b));
-    return std::fabs(exact) < static_cast<double>(FLT_MIN) ? std::copysign(0.0f, static_cast<float>(exact))
-                                                           : static_cast<float>(exact);
+    return std::fabs(exact) < static_cast<double>(FLT_MIN)
+               ? std::copysign(0.0f, static_cast<float>(exact))
+               : static_cast<float>(exact);
 }
 
 float SumOfLanes(const float* a, const float* b, size_t blocks) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The depthwise kernels with the library's own bounded functions, given addresses that those refuse.
+// The depthwise kernels with the library's own bounded functions, given addresses that those
+// refuse.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -215,8 +215,8 @@ TEST_F(DepthwisePadding, PlainKernelReportsAFailedPieceAndGoesOnWithTheNextRow) 
         // The failed piece and the rest of its row keep their old bytes.
         std::vector<int8_t> expected = planes;
         for (size_t i = n; i < steps.size() && steps[i].row == steps[n].row; ++i) {
-            std::fill_n(expected.begin() + static_cast<ptrdiff_t>(steps[i].offset),
-                        steps[i].count, kOldScratch);
+            std::fill_n(expected.begin() + static_cast<ptrdiff_t>(steps[i].offset), steps[i].count,
+                        kOldScratch);
         }
         EXPECT_EQ(run.scratch, expected);
         EXPECT_EQ(run.dst, Walked(kPlain, expected));

@@ -130,8 +130,7 @@ TEST(InnerProduct, SubnormalProductsOfLanesCountAsZero) {
 TEST(InnerProduct, SubnormalSumsOfLanesCountAsZero) {
     // 1.5 - 1.25 times the smallest normal number, within a lane and between lanes.
     EXPECT_EQ(Bits(ArmACalcDistanceFloat(Floats{1.5f, 0, 0, 0, -1.25f, 0, 0, 0}.data(),
-                                         Floats{kSmallest, 0, 0, 0, kSmallest, 0, 0, 0}.data(),
-                                         8)),
+                                         Floats{kSmallest, 0, 0, 0, kSmallest, 0, 0, 0}.data(), 8)),
               0u);
     EXPECT_EQ(Bits(ArmACalcDistanceFloat(Floats{1.5f, -1.25f, 0, 0}.data(),
                                          Floats{kSmallest, kSmallest, 0, 0}.data(), 4)),

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// How the environment chooses among the instruction sets. Each case chooses in a process of its own.
+// How the environment chooses among the instruction sets. Each case chooses in a process of its
+// own.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>

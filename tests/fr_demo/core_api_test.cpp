@@ -321,8 +321,8 @@ TEST_F(Run, EveryBoxInsideThePictureIsTaken) {
 TEST_F(Run, BoxThatLeavesAtTheLeftIsTakenWhereItsBytesAreThePictures) {
     const Bytes picture = RandomBytes(6, 65536);
     const std::array<int8_t, 4> boxes[] = {
-        {-1, 30, 100, 110}, {-5, 10, 1, 20}, {-50, 10, 0, 20}, {-60, 10, -20, 20},
-        {-128, 1, 127, 127}, {-128, 1, -127, 2}, {-1, 1, 1, 2}, {-128, 126, 127, 127},
+        {-1, 30, 100, 110},  {-5, 10, 1, 20},    {-50, 10, 0, 20}, {-60, 10, -20, 20},
+        {-128, 1, 127, 127}, {-128, 1, -127, 2}, {-1, 1, 1, 2},    {-128, 126, 127, 127},
     };
     for (const auto& b : boxes) {
         RunWithBox(picture.data(), b);
