@@ -33,7 +33,7 @@ uint32_t kova_fr_extract_obj_feature(const obj_img* img, uint32_t feature_len, f
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
     const orvo::ApiLock lock;
-    if (g_frApiInited == 0) {
+    if (!orvo::ApiIsInited()) {
         KOVA_FR_INFO("fr already deinited\n");
         return KOVA_FR_ERR_UNEXIST;
     }
