@@ -8,9 +8,11 @@ set(ORVO_PATHS plain)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     set(avx512_sources compute_a/simd/amx.cpp compute_a/simd/avx512_depthwise.cpp
         compute_a/simd/avx512_pool.cpp compute_a/simd/avx512vnni.cpp)
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx2.cpp ${avx512_sources})
+    set(avx2_sources depthwise elementwise pooling product routines)
+    list(TRANSFORM avx2_sources REPLACE "(.+)" "compute_a/simd/avx2/\\1.cpp")
+    list(APPEND ORVO_PATH_SOURCES ${avx2_sources} ${avx512_sources})
     list(APPEND ORVO_PATHS avx2 avx512vnni amx)
-    set_source_files_properties(compute_a/simd/avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
+    set_source_files_properties(${avx2_sources} PROPERTIES COMPILE_OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set_source_files_properties(${avx512_sources} PROPERTIES COMPILE_OPTIONS
         "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
