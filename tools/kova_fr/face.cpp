@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "fr_demo/face_box.h"
+#include "grey/structure.h"
 #include "orvo/image_tools.h"
 
 namespace kova_cli {
@@ -41,6 +42,16 @@ Box LocateFace(const std::vector<uint8_t>& frame) {
             static_cast<uint32_t>(box.bottom - box.top)};
 }
 
+// There is no measure of whether a part shows a face, only of whether it shows anything.
+void CheckStructure(const GreyPicture& picture, const Box& box) {
+    const uint8_t* const corner = picture.pixels.data() + size_t{box.y} * picture.width + box.x;
+    if (orvo_grey::Structure(corner, box.width, box.height, picture.width) <
+        orvo_grey::kLeastStructure) {
+        throw Failure("the face shows no structure, as a wall or a covered lens does; give a "
+                      "picture or a box with a face in it");
+    }
+}
+
 // Loads the picture and hands its frame to `use`, with a face that knows where it comes from. The
 // Failure names the picture.
 template <typename Use>
@@ -52,6 +63,7 @@ void WithFrame(const std::string& path, const std::optional<Box>& box, const Use
         face.pictureWidth = picture.width;
         face.pictureHeight = picture.height;
         face.box = FrameBox(picture, box);
+        CheckStructure(picture, face.box);
         use(MediaFrame(picture, face.box), face);
     } catch (const Failure& failure) {
         throw Failure(path + ": " + failure.what());

@@ -205,6 +205,13 @@ TEST_F(Galleries, AnUnusablePictureAddsNothing) {
     ExpectNothingLeftBehind();
 }
 
+TEST_F(Galleries, AWallIsNotEnrolled) {
+    WriteFile(pictures_[3], GreyPng(Flat(256, 256, 90)));
+    ExpectRefusal(KovaFr({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
+                  "shows no structure");
+    EXPECT_FALSE(std::filesystem::exists(gallery_));
+}
+
 TEST_F(Galleries, NamesMustBeOneLine) {
     for (const std::string name : {"", "a\nb", "a\x1b[31m"}) {
         ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
