@@ -25,8 +25,8 @@ uint32_t Border(uint32_t cell, uint32_t size) {
 } // namespace
 
 double Structure(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t stride) {
-    // Positions are counted from the middle, so that the plane's three terms are orthogonal and each
-    // takes its own share of the squares away.
+    // Positions are counted from the middle, so that the plane's three terms are orthogonal and
+    // each takes its own share of the squares away.
     double sum = 0;
     double squares = 0;
     double along = 0;

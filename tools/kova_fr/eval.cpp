@@ -34,7 +34,8 @@ struct EvalOptions {
     uint64_t seed = 0;
 };
 
-constexpr const char* kMeaning = R"(FOLDER has one sub-folder a person, and all pictures are compared with one
+constexpr const char* kMeaning =
+    R"(FOLDER has one sub-folder a person, and all pictures are compared with one
 another. A list of pairs has lines such as `ada/1.png joe/4.png 0`: two pictures,
 relative to the list, and 1 for one person or 0 for two; or the same with commas
 (a.png,b.png,1) or tabs, where a name may be in quotation marks.

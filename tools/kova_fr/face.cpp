@@ -47,8 +47,9 @@ void CheckStructure(const GreyPicture& picture, const Box& box) {
     const uint8_t* const corner = picture.pixels.data() + size_t{box.y} * picture.width + box.x;
     if (orvo_grey::Structure(corner, box.width, box.height, picture.width) <
         orvo_grey::kLeastStructure) {
-        throw Failure("the face shows no structure, as a wall or a covered lens does; give a "
-                      "picture or a box with a face in it");
+        throw Failure(
+            "the face shows no structure, as a wall or a covered lens does; give a "
+            "picture or a box with a face in it");
     }
 }
 
@@ -74,6 +75,11 @@ void WithFrame(const std::string& path, const std::optional<Box>& box, const Use
 
 Recogniser::Recogniser() {
     const uint32_t status = kova_fr_init();
+    if (status == KOVA_FR_ERR_NOMEM) {
+        throw Failure("the face library could not be started (" + StatusText(status) +
+                      "): there is no memory for it; close other programs or raise the limit "
+                      "(ulimit -v)");
+    }
     if (status != KOVA_FR_OK) {
         throw Failure("the face library could not be started (" + StatusText(status) +
                       "); report this status");

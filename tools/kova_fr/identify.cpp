@@ -21,7 +21,8 @@ struct IdentifyOptions {
     std::optional<float> threshold;
 };
 
-constexpr const char* kMeaning = R"(Looks each face up among all features of the gallery, by the float inner product
+constexpr const char* kMeaning =
+    R"(Looks each face up among all features of the gallery, by the float inner product
 that compare prints; a million features take well under a second. Of a name with
 several features the best one counts. With --threshold only names at least that
 much alike are listed; without, the most alike names are listed even if they are

@@ -15,12 +15,14 @@ namespace {
 
 enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2, kNobody = 3 };
 
-constexpr const char* kDescription = R"(Face features of pictures and their distances, through the device API.
+constexpr const char* kDescription =
+    R"(Face features of pictures and their distances, through the device API.
 It does not know whether there is a face: what it is given is taken for one, and
 only a picture that shows no structure at all, such as a wall, is refused.
 )";
 
-constexpr const char* kNotes = R"(A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels;
+constexpr const char* kNotes =
+    R"(A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels;
 the face needs at least 16 x 12. Colour becomes luma with the weights of BT.601,
 transparent parts count as black, marks of rotation (EXIF) are followed, an odd
 last column or row is left out.

@@ -8,8 +8,8 @@ namespace kova_cli {
 
 // The thresholds that were measured on real faces with the models of this build: the one place that
 // help texts, printed results and JSON take them from. They stand in thresholds.json beside the
-// models, and tools/measure_thresholds.py renews them. A build with models for which nobody measured
-// any has none, and says so.
+// models, and tools/measure_thresholds.py renews them. A build with models for which nobody
+// measured any has none, and says so.
 
 // As in the file, with the warning that belongs to them; null where there are none.
 const nlohmann::ordered_json& ShippedThresholds();

@@ -153,8 +153,8 @@ TEST_F(Killed, EnrollInAContainerLosesNothingAndLeavesNothing) {
 // What earlier versions left behind in a container.
 TEST_F(Killed, StageOfAKilledRunDoesNotStopTheNext) {
     WriteFile(folder_ / ".kova-fr-1-1.part", "half a gallery");
-    const Outcome run = Shell("unshare -r --pid --fork \"$KOVA_FR\" enroll " + gallery_ + " ada " +
-                              picture_);
+    const Outcome run =
+        Shell("unshare -r --pid --fork \"$KOVA_FR\" enroll " + gallery_ + " ada " + picture_);
     if (run.err.find("unshare") != std::string::npos) {
         GTEST_SKIP() << "this system allows no process namespaces: " << run.err;
     }

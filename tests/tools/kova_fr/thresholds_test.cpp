@@ -121,7 +121,8 @@ TEST_F(Thresholds, StandInJson) {
 
 // What is copied from the help must not accept strangers.
 TEST_F(Thresholds, ExamplesTakeOneThatAcceptsFewStrangers) {
-    const std::string strict = FourDecimals(Measured().at("thresholds").at("at").at(2).at("threshold"));
+    const std::string strict =
+        FourDecimals(Measured().at("thresholds").at("at").at(2).at("threshold"));
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"--help"}, {"identify", "--help"}}) {
         EXPECT_NE(Output(arguments).find(" --threshold " + strict + " people.gallery"),
