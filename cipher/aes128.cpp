@@ -165,23 +165,43 @@ constexpr AesRoutines kPlainRoutines{EncryptBlock, DecryptBlock, DecryptCbc};
 
 constexpr AesRoutines kLookUpRoutines{EncryptBlock, DecryptBlockByLookUp, DecryptCbcByLookUp};
 
-// The best that the processor has. Where the environment forces a path of the kernels, the plain
-// one has the plain cipher beside it and "avx2" the look-ups, so that each way can be measured and
-// tested.
-const AesRoutines* Choose() {
-    const char* path = std::getenv("ORVO_FR_PATH");
-    const auto wants = [path](const char* name) {
-        return path != nullptr && std::strcmp(path, name) == 0;
-    };
-    if (wants("plain")) {
-        return &kPlainRoutines;
-    }
 #if defined(ORVO_HAVE_AES_INSTRUCTIONS)
-    if (!wants("avx2") && __builtin_cpu_supports("aes")) {
-        return &kAesInstructions;
-    }
+bool HasAesInstructions() { return __builtin_cpu_supports("aes"); }
 #endif
-    return &kLookUpRoutines;
+
+bool Always() { return true; }
+
+struct Cipher {
+    const char* name;
+    const AesRoutines& routines;
+    bool (*available)();
+};
+
+// Best first. The plain one is the definition, for tests to compare with and measurements to start
+// from; the look-ups are what other processors run.
+constexpr Cipher kCiphers[] = {
+#if defined(ORVO_HAVE_AES_INSTRUCTIONS)
+    {"instructions", kAesInstructions, HasAesInstructions},
+#endif
+    {"look_up", kLookUpRoutines, Always},
+    {"plain", kPlainRoutines, Always},
+};
+
+// The one that the environment names, so that each can be measured and tested on one machine, or
+// else the best.
+const AesRoutines* Choose() {
+    const char* wanted = std::getenv("ORVO_FR_CIPHER");
+    const AesRoutines* best = nullptr;
+    for (const Cipher& cipher : kCiphers) {
+        if (!cipher.available()) {
+            continue;
+        }
+        if (wanted != nullptr && std::strcmp(cipher.name, wanted) == 0) {
+            return &cipher.routines;
+        }
+        best = best == nullptr ? &cipher.routines : best;
+    }
+    return best;
 }
 
 const AesRoutines& Routines() {

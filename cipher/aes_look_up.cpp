@@ -133,19 +133,24 @@ void Store(uint8_t* block, const State& s) {
 
 void DecryptBlockByLookUp(const uint8_t* roundKeys, uint8_t* block) {
     const InverseKeys keys(roundKeys);
-    Store(block, Decrypt(keys, Load(block)));
+    State s = Decrypt(keys, Load(block));
+    Store(block, s);
+    Wipe(&s, sizeof s);
 }
 
 void DecryptCbcByLookUp(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks) {
     const InverseKeys keys(roundKeys);
     State chain = Load(iv);
+    State s = {};
     for (; blocks > 0; --blocks, buffer += kBlockSize) {
         const State cipherText = Load(buffer);
-        const State s = Decrypt(keys, cipherText);
+        s = Decrypt(keys, cipherText);
         Store(buffer, {s.a ^ chain.a, s.b ^ chain.b, s.c ^ chain.c, s.d ^ chain.d});
         chain = cipherText;
     }
     Store(iv, chain);
+    Wipe(&s, sizeof s);
+    Wipe(&chain, sizeof chain);
 }
 
 } // namespace orvo

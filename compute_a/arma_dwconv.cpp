@@ -69,7 +69,7 @@ void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth, uint16_t
     }
     const orvo::DepthwiseGeometry geometry{srcWidth, srcHeight, srcChannels, pad,
                                            dstWidth, dstHeight, dstChannels};
-    if (orvo::ConvolveInPlaceOfPadding(src, geometry, weights, bias, outShift, 0, dst)) {
+    if (orvo::ConvolveInPlaceOfPadding(src, tmpBuffer, geometry, weights, bias, outShift, 0, dst)) {
         return;
     }
     if (pad > 0) {

@@ -19,8 +19,12 @@ bool HasInnerSize(const obj_img& img) {
     return img.width == kInnerSize && img.height == kInnerSize;
 }
 
-// 256 rows, in 32 bits like the platform's sizes.
-uint32_t MappedBytes(const obj_img& img) { return img.stride << 8; }
+uint64_t FrameBytes(const obj_img& img) { return uint64_t{img.stride} * kInnerSize; }
+
+// In 32 bits, like the platform's lengths.
+uint32_t MappedBytes(const obj_img& img) { return static_cast<uint32_t>(FrameBytes(img)); }
+
+bool IsMapped(const obj_img& img) { return HasInnerSize(img) && img.mem_type == kMapped; }
 
 kova_video_frame ToScalerFrame(const obj_img& img) {
     kova_video_frame frame{};
@@ -149,6 +153,10 @@ uint32_t fr_create_img(const obj_img& img, obj_img& inner) {
         (void)KOVA_MPI_SYS_MmzFree(phyAddr, virAddr);
     }
     return status;
+}
+
+bool IsWholeFrameMapped(const obj_img& img) {
+    return !IsMapped(img) || FrameBytes(img) == MappedBytes(img);
 }
 
 uint32_t fr_destory_img(const obj_img& img, const obj_img& inner) {

@@ -100,6 +100,9 @@ int32_t OrvoFrSetMemory(void* addr, uint32_t size) {
     AlignSetWorkspace(block);
     AlignSetInnerbuf(block + kAlignInnerBufOffset);
     ImageResizeInit();
+    // A path may need the operating system's leave. It is asked here, so that no run, not even the
+    // first, makes a system call.
+    (void)orvo::ChosenRoutines();
     return ORVO_FR_OK;
 }
 

@@ -16,7 +16,8 @@ from wheel.bdist_wheel import bdist_wheel
 
 SOURCE = Path(__file__).resolve().parent.parent
 BUILD = SOURCE / "build" / "python"
-LIBRARY = "libkova_fr.so.1"
+# The second stands in for the camera platform; a build for a camera does without.
+LIBRARIES = ("libkova_fr.so.1", "libkova_mpi_host.so.1")
 
 
 def version():
@@ -24,7 +25,7 @@ def version():
     return re.search(r"project\(orvo_fr VERSION ([0-9.]+)", text).group(1)
 
 
-def built_library():
+def built_libraries():
     arguments = shlex.split(os.environ.get("ORVO_FR_CMAKE_ARGS", ""))
     options = [f"-DORVO_BUILD_{part}=OFF" for part in ("TOOLS", "TESTS", "BENCH", "TRAINING")]
     subprocess.run(
@@ -33,7 +34,7 @@ def built_library():
     )
     jobs = str(os.cpu_count() or 1)
     subprocess.run(["cmake", "--build", BUILD, "--target", "kova_fr", "-j", jobs], check=True)
-    return BUILD / "lib" / LIBRARY
+    return [BUILD / "lib" / name for name in LIBRARIES if (BUILD / "lib" / name).exists()]
 
 
 class BuildWithLibrary(build_py):
@@ -41,7 +42,8 @@ class BuildWithLibrary(build_py):
         super().run()
         folder = Path(self.build_lib) / "orvo_fr"
         folder.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(built_library(), folder / LIBRARY)
+        for library in built_libraries():
+            shutil.copyfile(library, folder / library.name)
 
 
 class MachineDistribution(Distribution):

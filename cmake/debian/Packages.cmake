@@ -65,11 +65,19 @@ if(CPACK_DEBIAN_PACKAGE_ARCHITECTURE STREQUAL "armel")
 .
 This build needs an ARMv7-A processor with NEON and VFPv4.")
 endif()
+set(platform "
+platform's own libraries, or on a PC to libkova-mpi-host1.")
+set(needed)
+if(ORVO_NEEDS_HOST_PLATFORM)
+    set(platform "
+program; libkova-mpi-host1 has those that it does not define.")
+    set(needed libkova-mpi-host1)
+endif()
 debian_package(library libkova-fr1 libs "on-device face recognition"
     "A grey picture of a face in, 128 floats out, and the distance of two of these.
 Two small int8 networks on hand-written kernels, in 1.4 MB of memory that the
-caller hands in. The camera platform's functions (KOVA_MPI_*) are left to the
-platform's own libraries, or on a PC to libkova-mpi-host1.${processors}")
+caller hands in. The camera platform's functions (KOVA_MPI_*) are left to the${platform}${processors}"
+    ${needed})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 debian_package(host_platform libkova-mpi-host1 libs "stand-in for the camera platform of libkova-fr1"
     "Media memory, scaler and forward white-box cipher in software, so that

@@ -18,13 +18,18 @@
 #include "compute_a/simd/avx512_lanes.h"
 #include "compute_a/simd/avx512vnni.h"
 
+// The tests put a model in the place of the tile instructions, so that what stands here is tested on
+// processors without tiles, too.
+#ifdef ORVO_TILE_INSTRUCTIONS
+#include ORVO_TILE_INSTRUCTIONS
+#else
+#include "compute_a/simd/amx_tiles.h"
+#endif
+
 namespace orvo {
 namespace {
 
 // ---- Tiles -------------------------------------------------------------------------------------
-//
-// Statements of assembly: GCC 12's intrinsics do not tell the compiler what memory they read. No
-// register is listed as changed, since nothing else uses tiles and the compiler does not know them.
 
 // The shape of each tile register, as ldtilecfg reads it.
 struct alignas(64) TileShapes {
@@ -43,26 +48,11 @@ struct alignas(64) TileShapes {
 // In effect as long as it lives: tiles in use make every switch to another thread dearer.
 class Tiles {
   public:
-    explicit Tiles(const TileShapes& shapes) { __asm__ volatile("ldtilecfg %0" ::"m"(shapes)); }
-    ~Tiles() { __asm__ volatile("tilerelease"); }
+    explicit Tiles(const TileShapes& shapes) { ConfigureTiles(&shapes); }
+    ~Tiles() { ReleaseTiles(); }
     Tiles(const Tiles&) = delete;
     Tiles& operator=(const Tiles&) = delete;
 };
-
-template <int kTile>
-inline void LoadTile(const void* from, size_t stride) {
-    __asm__ volatile("tileloadd (%0,%1,1), %%tmm%c2" ::"r"(from), "r"(stride), "i"(kTile)
-                     : "memory");
-}
-template <int kTile>
-inline void StoreTile(void* to, size_t stride) {
-    __asm__ volatile("tilestored %%tmm%c2, (%0,%1,1)" ::"r"(to), "r"(stride), "i"(kTile)
-                     : "memory");
-}
-template <int kSums, int kA, int kB>
-inline void MultiplyTiles() {
-    __asm__ volatile("tdpbssd %%tmm%c2, %%tmm%c1, %%tmm%c0" ::"i"(kSums), "i"(kA), "i"(kB));
-}
 
 // ---- Sums --------------------------------------------------------------------------------------
 //

@@ -82,6 +82,8 @@ ORVO_API uint32_t kova_fr_get_distance(const float* feature_a, int32_t feature_a
  * A 256 x 256 picture is used where it lies (mapped first when mem_type is 0). Any other size is
  * stretched to 256 x 256 by the hardware scaler into a temporary 65536-byte buffer named
  * "FR_RESIZE". With mem_type 1 and 256 x 256 no platform call is made at all: the fast path.
+ * With mem_type 0 and 256 x 256 the frame must be shorter than 2^32 bytes, the platform's longest
+ * mapping; of a longer one what could be mapped is given back and KOVA_FR_ERR_RUN returned.
  *
  * @param img          the picture; only read
  * @param feature_len  elements at @p feature; must be 128

@@ -80,8 +80,12 @@ ORVO_API int32_t OrvoFrSetMemory(void* addr, uint32_t size);
  *
  * The alignment network looks at the picture reduced to 24 x 24 and answers with a box; the box,
  * resized to 96 x 96, goes through the recognition network. The box is read with a row pitch of
- * 256 bytes whatever @p img's stride is. A box that leaves the picture is cut to it; one that is
- * empty after that is replaced by the whole picture, so nothing outside the picture is ever read.
+ * 256 bytes whatever @p img's stride is. A box that is not empty and whose bytes are all the
+ * picture's is taken corner for corner, also where its left edge lies outside: its columns there are
+ * the end of the row above. Any other is cut to the picture, and one that is empty after that is
+ * replaced by the whole picture, so nothing outside the picture is ever read.
+ *
+ * No run makes a system call, the first one included, except to report a failure.
  *
  * Not checked: whether OrvoFrInit() has run. Without it the feature is meaningless.
  *
@@ -113,9 +117,10 @@ ORVO_API float FrCompare(const float* a, const float* b);
 
 /**
  * The name of the instruction set whose inner routines the kernels use, such as "plain" or
- * "avx512vnni". It is chosen when it is first needed: the best that the machine has, or the one
- * named by the environment variable ORVO_FR_PATH if the machine has that. Results are the same
- * bytes with every one. Any thread may ask at any time. @return a static string
+ * "avx512vnni". It is chosen when it is first needed, at the latest by OrvoFrSetMemory(): the best
+ * that the machine has, or the one named by the environment variable ORVO_FR_PATH. Where the machine
+ * does not have that one, a line on standard error says so once and the best is taken. Results are
+ * the same bytes with every one. Any thread may ask at any time. @return a static string
  *
  * "amx" needs the operating system's permission, for which Linux is asked when it is chosen. The
  * permission is the whole process's and stays: from then on a signal's frame may take 8 KB more,

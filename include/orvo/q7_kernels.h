@@ -92,9 +92,12 @@ ORVO_API void ArmAConvolve1x1s1p0ChwQ7(const int8_t* src, uint16_t srcWidth, uin
  * @param tmpBuffer    scratch: srcChannels * W * H bytes, untouched when pad is 0. What is in it
  *                     afterwards is unspecified.
  *
- * A failed bounded copy of the padding is reported on standard error, and the call goes on. Where
- * memcpy_s and memset_s are the library's own, which cannot fail here, the padding may be done
- * without them.
+ * A failed bounded fill or copy of the padding is reported on standard error; the rest of its padded
+ * row is not made, and the call goes on with the next row. So a null src gives a report for each of
+ * its rows and a convolution of what the scratch then holds; a null tmpBuffer gives a report for
+ * each padded row, and dst is left alone. With dstChannels 0 the padding is made and nothing else.
+ * Otherwise, where memcpy_s and memset_s are the library's own, which cannot fail here, the padding
+ * may be done without them.
  */
 ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth,
                                             uint16_t srcHeight, uint16_t srcChannels,
@@ -106,7 +109,8 @@ ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth
 
 /**
  * arma_convolvedw_3x3_s1_chw_q7() with a rectifier after the saturation (results 0 .. 127). A
- * failed bounded copy of the padding is reported on standard error and ends the call.
+ * failed bounded fill or copy of the padding, such as with a null src or tmpBuffer, is reported on
+ * standard error and ends the call; dst is then untouched.
  */
 ORVO_API void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeight,
                                            uint16_t srcChannels, const int8_t* weights,
@@ -214,7 +218,8 @@ ORVO_API void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t wid
  *
  * @param src      in and out: each row is replaced by its horizontal maxima (the last value of a
  * row stays); a caller that needs the input afterwards must copy it first
- * @param dst      channels planes of (height - 1) x (width - 1); must not overlap src
+ * @param dst      channels planes of (height - 1) x (width - 1); may be src itself, whose beginning
+ *                 they then replace, and must not overlap it otherwise
  * @param scratch  ignored
  */
 ORVO_API void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height,
@@ -223,7 +228,8 @@ ORVO_API void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t hei
 /**
  * Every second value of every second row, starting with the first.
  *
- * @param dst      channels planes of ceil(height / 2) x ceil(width / 2); must not overlap src
+ * @param dst      channels planes of ceil(height / 2) x ceil(width / 2); may be src itself, and must
+ *                 not overlap it otherwise
  * @param scratch  ignored
  */
 ORVO_API void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
@@ -285,7 +291,8 @@ ORVO_API void ArmARescaleQ7(int8_t* data, int32_t count, int32_t shift);
 /**
  * Inner product of two float vectors in a fixed order, which decides the last bits: four lane sums
  * over blocks of four (product rounded, then added), the lanes paired (0 with 1, 2 with 3), then
- * the up to three remaining elements.
+ * the up to three remaining elements. In all but the last, subnormal inputs, products and sums count
+ * as zeros of their sign, on every processor and whatever its floating point is set to.
  *
  * @param n  elements; 0 and below give 0 without reading anything
  */
