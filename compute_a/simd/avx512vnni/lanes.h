@@ -9,6 +9,7 @@
 #include <cstdint>
 
 namespace orvo {
+namespace { // nothing that a file for another instruction set could share
 
 inline __mmask64 FirstBytes(size_t count) {
     return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
@@ -165,4 +166,5 @@ inline void StoreFourPlanes(__m512i requantised, int8_t* dst, size_t planePitch,
     }
 }
 
+} // namespace
 } // namespace orvo
