@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The definitions and nothing that calls them: a linker that is told to put other functions in their
-// place (--wrap) does so where an object leaves the name undefined, as all callers must.
+// The definitions and nothing that calls them: a linker that is told to put other functions in
+// their place (--wrap) does so where an object leaves the name undefined, as all callers must.
 #include "orvo/bounded_memory.h"
 
 #include <cerrno>
