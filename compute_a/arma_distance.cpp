@@ -9,11 +9,11 @@
 // such a number could come up at all the lanes are computed step by step. Features hold nothing of
 // the kind, and finding that out takes little time beside the chain of dependent additions.
 #include <algorithm>
-#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "orvo/q7_kernels.h"
 
@@ -26,9 +26,18 @@ constexpr uint32_t kMagnitude = 0x7fffffffu;
 // 2^-123: none but 0 is subnormal.
 constexpr uint32_t kSafe = (127u - 50u) << 23;
 
+// std::bit_cast, which the C++ library of Debian 12's Emscripten lacks.
+template <typename To, typename From>
+inline To BitCast(From value) {
+    static_assert(sizeof(To) == sizeof(From));
+    To bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 // A float's magnitude less 1: zeros wrap to the largest numbers, so that one minimum finds the
 // small ones among the others.
-inline uint32_t LessOne(float value) { return (std::bit_cast<uint32_t>(value) & kMagnitude) - 1u; }
+inline uint32_t LessOne(float value) { return (BitCast<uint32_t>(value) & kMagnitude) - 1u; }
 
 // Whether all are zero or far from the subnormal numbers.
 inline bool AreSafe(const float* a, const float* b, size_t count) {
@@ -54,9 +63,9 @@ bool IsSafe(const float* a, const float* b, size_t count) { return AreSafe(a, b,
 
 // The bits decide, not a comparison, which the processor's own settings could change.
 float Flush(float value) {
-    const uint32_t bits = std::bit_cast<uint32_t>(value);
-    return (bits & kMagnitude) < std::bit_cast<uint32_t>(FLT_MIN)
-               ? std::bit_cast<float>(bits & ~kMagnitude)
+    const uint32_t bits = BitCast<uint32_t>(value);
+    return (bits & kMagnitude) < BitCast<uint32_t>(FLT_MIN)
+               ? BitCast<float>(bits & ~kMagnitude)
                : value;
 }
 
