@@ -21,7 +21,7 @@
 #include <immintrin.h>
 
 #include "compute_a/routines.h"
-#include "compute_a/simd/by_rows.h"
+#include "compute_a/simd/planes_of_rows.h"
 #include "compute_a/simd/plain.h"
 
 namespace orvo {

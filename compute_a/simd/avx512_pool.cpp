@@ -10,7 +10,7 @@
 #include "compute_a/routines.h"
 #include "compute_a/simd/avx512_lanes.h"
 #include "compute_a/simd/avx512vnni.h"
-#include "compute_a/simd/by_rows.h"
+#include "compute_a/simd/planes_of_rows.h"
 #include "compute_a/simd/plain.h"
 
 namespace orvo {

@@ -22,7 +22,7 @@
 // The dot product and the flipping of signs are not here: what compilers make of the plain ones is
 // as good.
 #include "compute_a/simd/neon.h"
-#include "compute_a/simd/by_rows.h"
+#include "compute_a/simd/planes_of_rows.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -14,7 +14,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "compute_a/simd/by_rows.h"
+#include "compute_a/simd/planes_of_rows.h"
 #include "compute_a/simd/neon.h"
 #include "compute_a/simd/neon_lanes.h"
 #include "compute_a/simd/neon_strips.h"

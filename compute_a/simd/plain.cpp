@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "compute_a/requantise.h"
-#include "compute_a/simd/by_rows.h"
+#include "compute_a/simd/planes_of_rows.h"
 
 namespace orvo {
 namespace plain {
