@@ -21,7 +21,7 @@
 // What differs from one instruction set to another is its scheme, a class with
 //
 //     Scheme(product)              constants of this product
-//     size_t GroupChannels()       the channels of a group, a multiple of four
+//     size_t GroupChannels()       the channels of a group, a multiple of four; the last may have fewer
 //     Slab                         which pixels, and where they are packed; pixels() says how many
 //     Slab SlabFrom(pixel)         the next slab; none, of no pixels, where the scratch has no room
 //     void MakeReady(group)        the weights and starting sums of a group
@@ -66,6 +66,9 @@ inline ChannelGroup GroupFrom(const MatrixProduct& p, size_t first, size_t most)
 // Returns false, having left some of the product unmade, where the scratch has no room for a slab.
 template <typename Scheme>
 inline bool MultiplyBySlabs(const MatrixProduct& p, Scheme& scheme) {
+    if (p.channels == 0) {
+        return true;
+    }
     const size_t groupChannels = scheme.GroupChannels();
     for (size_t pixel = 0; pixel < p.pixels;) {
         const typename Scheme::Slab slab = scheme.SlabFrom(pixel);
