@@ -17,14 +17,13 @@ endfunction()
 
 orvo_path(plain plain FILES product depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    set(avx512_sources compute_a/simd/amx.cpp compute_a/simd/avx512_depthwise.cpp
-        compute_a/simd/avx512_pool.cpp compute_a/simd/avx512vnni.cpp)
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx2.cpp ${avx512_sources})
-    list(APPEND ORVO_PATHS avx2 avx512vnni amx)
-    set_source_files_properties(compute_a/simd/avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
+    orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
-    set_source_files_properties(${avx512_sources} PROPERTIES COMPILE_OPTIONS
-        "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+    set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni
+        -Wno-uninitialized "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+    orvo_path(avx512vnni avx512vnni FILES product depthwise pooling elementwise routines
+              OPTIONS ${avx512})
+    orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp)
     set_source_files_properties(cipher/aes_ni.cpp PROPERTIES COMPILE_OPTIONS "-maes;-msse4.1")
     set_source_files_properties(cipher/aes128.cpp PROPERTIES COMPILE_DEFINITIONS

@@ -8,6 +8,7 @@ import re
 import shlex
 import shutil
 import subprocess
+from email.utils import parsedate_to_datetime
 from pathlib import Path
 
 from setuptools import Distribution, setup
@@ -18,6 +19,12 @@ SOURCE = Path(__file__).resolve().parent.parent
 BUILD = SOURCE / "build" / "python"
 # The second stands in for the camera platform; a build for a camera does without.
 LIBRARIES = ("libkova_fr.so.1", "libkova_mpi_host.so.1")
+
+
+def released():
+    """The date of the changelog, in seconds: what the wheel dates its files with."""
+    changelog = (SOURCE / "cmake" / "debian" / "changelog.in").read_text()
+    return int(parsedate_to_datetime(re.search(r"^ -- \S+  (.*)$", changelog, re.M).group(1)).timestamp())
 
 
 def version():
@@ -59,6 +66,9 @@ class AnyPythonWheel(bdist_wheel):
     def get_tag(self):
         return "py3", "none", super().get_tag()[2]
 
+
+# The same sources give the same wheel.
+os.environ.setdefault("SOURCE_DATE_EPOCH", str(released()))
 
 setup(
     version=version(),

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fr_demo/face_box.h"
+#include "grey/structure.h"
 #include "orvo/image_tools.h"
 #include "orvo/orvo_fr.h"
 #include "platform/host/resample.h"
@@ -75,7 +76,7 @@ ORVO_WEB uint8_t* OrvoWebPicture(uint32_t pixels) {
 }
 
 // The feature of a part of the picture; an odd last column or row is left out. 0 is success, -1 a
-// part that is too small or leaves the picture.
+// part that is too small or leaves the picture, -2 one that shows no structure.
 ORVO_WEB int32_t OrvoWebExtract(uint32_t pictureWidth, uint32_t pictureHeight, uint32_t left,
                                 uint32_t top, uint32_t width, uint32_t height) {
     width -= width % 2;
@@ -87,6 +88,9 @@ ORVO_WEB int32_t OrvoWebExtract(uint32_t pictureWidth, uint32_t pictureHeight, u
         return -1;
     }
     const std::vector<uint8_t> grey = GreyPart(pictureWidth, left, top, width, height);
+    if (orvo_grey::Structure(grey.data(), width, height, width) < orvo_grey::kLeastStructure) {
+        return -2;
+    }
     kova_host::ScalePlane({grey.data(), width, height, width},
                           {g_result.frame, kFrameSize, kFrameSize, kFrameSize});
     const FrImage image = {g_result.frame, kFrameSize, kFrameSize, kFrameSize};

@@ -26,6 +26,12 @@ execute_process(COMMAND dpkg-architecture -f -t "${DEBIAN_MACHINE}" -q DEB_HOST_
 if(NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
     return() # not a Debian machine
 endif()
+# The date of cmake/debian/changelog.in, in seconds.
+file(STRINGS cmake/debian/changelog.in CHANGELOG_DATE REGEX "^ -- ")
+string(REGEX REPLACE "^ -- [^ ]+  " "" CHANGELOG_DATE "${CHANGELOG_DATE}")
+execute_process(COMMAND date --utc "--date=${CHANGELOG_DATE}" +%s
+                OUTPUT_VARIABLE CHANGELOG_DATE OUTPUT_STRIP_TRAILING_WHITESPACE
+                COMMAND_ERROR_IS_FATAL ANY)
 configure_file(cmake/debian/cpack_settings.cmake.in cpack_settings.cmake @ONLY)
 set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_BINARY_DIR}/cpack_settings.cmake")
 if(NOT CMAKE_CROSSCOMPILING)

@@ -11,12 +11,12 @@
 //   │group │      │      │      │        │
 //   channels
 //
-// A slab is as many pixels as fit the scratch and stay in the first cache. Its rows are packed: a step
-// is the few rows, two or four, whose values of one pixel stand side by side in a 32-bit lane. Then
-// one group of channels after the other has its weights made ready, in the same steps, and meets the
-// slab tile by tile: a tile is the pixels whose sums of a group the registers hold at a time. The
-// sums start from the bias and go over all steps; then they are requantised and stored. The rest is
-// what a slab has left behind its whole tiles.
+// A slab is as many pixels as fit the scratch and stay in the first cache. Its rows are packed: a
+// step is the few rows, two or four, whose values of one pixel stand side by side in a 32-bit lane.
+// Then one group of channels after the other has its weights made ready, in the same steps, and
+// meets the slab tile by tile: a tile is the pixels whose sums of a group the registers hold at a
+// time. The sums start from the bias and go over all steps; then they are requantised and stored.
+// The rest is what a slab has left behind its whole tiles.
 //
 // What differs from one instruction set to another is its scheme, a class with
 //

@@ -43,6 +43,9 @@ class Installation(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             output(sys.executable, *PIP, "wheel", *OFFLINE, "-w", folder, PACKAGE)
             (wheel,) = Path(folder).glob("*.whl")
+            first = wheel.read_bytes()
+            output(sys.executable, *PIP, "wheel", *OFFLINE, "-w", folder, PACKAGE)
+            self.assertEqual(first, wheel.read_bytes(), "the same sources give another wheel")
             self.assertRegex(wheel.name, r"^orvo_fr-[0-9.]+-py3-none-linux_\w+\.whl$")
             with zipfile.ZipFile(wheel) as contents:
                 names = set(contents.namelist())

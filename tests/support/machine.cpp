@@ -73,7 +73,7 @@ bool CanMultiplyDots() {
     sigaction(SIGILL, &leave, &before);
     bool done = false;
     if (sigsetjmp(afterRefusal, 1) == 0) {
-        __asm__ volatile(".arch_extension dotprod\n\tsdot v0.4s, v1.16b, v2.16b" ::: "v0");
+        __asm__ volatile(".inst 0x4e829420" ::: "v0"); // sdot v0.4s, v1.16b, v2.16b
         done = true;
     }
     sigaction(SIGILL, &before, nullptr);

@@ -14,20 +14,20 @@ fi
 failed=0 ran=()
 for path in $has; do
     count=$(grep -cxF "[path] $path" "$log" || true)
-    ran+=("$path ($count tests)")
+    ran+=("$path $count")
     if ((count == 0)); then
         echo "this machine can run the path $path, and no test has entered it" >&2
         failed=1
     fi
 done
-for path in $(sed -n 's/^\[path\] //p' "$log" | sort -u); do
+while read -r path; do
     if ! grep -qxF "$path" <<<"$has"; then
         echo "tests have run on the path $path, which this machine is said to lack" >&2
         failed=1
     fi
-done
+done < <(sed -n 's/^\[path\] //p' "$log" | sort -u)
 
-printf 'ran on'
+printf 'tests by path:'
 printf ' %s' "${ran[0]}"
 ((${#ran[@]} == 1)) || printf ', %s' "${ran[@]:1}"
 [[ -z $lacks ]] || printf '; not on %s, which this machine lacks' "$(paste -sd, <<<"$lacks" | sed 's/,/, /g')"

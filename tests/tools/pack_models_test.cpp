@@ -452,6 +452,24 @@ TEST_F(PackModels, AValueThatIsNotHexadecimalIsRefused) {
                      "line 6: the value of fr_key is not hexadecimal");
 }
 
+TEST_F(PackModels, AKeyFileWithoutEndIsRefused) {
+    fs::remove(key_);
+    fs::create_symlink("/dev/zero", key_);
+    ExpectRefused(key_.string() + ": is larger than 64 KiB");
+}
+
+TEST_F(PackModels, ALargeKeyFileIsRefused) {
+    const std::string comment = "# a comment\n";
+    std::string text = GoodKeyFile();
+    while (text.size() + comment.size() <= 64 * 1024) {
+        text += comment;
+    }
+    WriteText(key_, text);
+    EXPECT_EQ(Pack().status, 0);
+    fs::remove_all(out_);
+    ExpectKeyRefused(text + comment, "is larger than 64 KiB");
+}
+
 TEST_F(PackModels, NoMessageShowsKeyBytes) {
     for (const char* text :
          {"fr_key = 0badc0de0badc0de\n", "fr_key = 0badc0dex\n", "0badc0de\n", "0badc0de = 1\n"}) {

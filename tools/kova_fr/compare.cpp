@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "face_options.h"
 #include "label.h"
+#include "shipped_thresholds.h"
 
 namespace kova_cli {
 namespace {
@@ -19,15 +20,16 @@ constexpr size_t kNumberLength = 7; // "-0.1234"
 constexpr const char* kHowToRead =
     "1 is what a picture gives with itself; the larger the number, the more alike the faces.\n";
 
-constexpr const char* kExamples =
-    "The distance of two faces is 1 for identical ones, and larger for more alike faces.\n"
-    "\n"
-    "Examples:\n"
-    "  kova-fr compare a.jpg b.png\n"
-    "  kova-fr compare samples/*.png\n"
-    "  kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png\n"
-    "  kova-fr compare --detect-all party.jpg\n"
-    "  kova-fr compare --json --save-crop crop.png a.jpg b.png";
+constexpr const char* kMeaning =
+    "The distance of two faces is 1 for identical ones, and larger for more alike faces.\n";
+
+constexpr const char* kExamples = R"(
+Examples:
+  kova-fr compare a.jpg b.png
+  kova-fr compare samples/*.png
+  kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png
+  kova-fr compare --detect-all party.jpg
+  kova-fr compare --json --save-crop crop.png a.jpg b.png)";
 
 Table Distances(const Recogniser& recogniser, const std::vector<Face>& faces) {
     Table table;
@@ -87,7 +89,7 @@ std::string Text(const std::vector<Face>& faces, const Table& table) {
     if (faces.size() == 2) {
         text += "The distance is " + Number(table[0][1], 6) + ".\n";
     }
-    return text + kHowToRead;
+    return text + kHowToRead + ThresholdsText();
 }
 
 std::string Json(const std::vector<Face>& faces, const Table& table) {
@@ -99,6 +101,7 @@ std::string Json(const std::vector<Face>& faces, const Table& table) {
     if (faces.size() == 2) {
         json["distance"] = table[0][1];
     }
+    json["thresholds"] = ShippedThresholds();
     return JsonLine(json);
 }
 
@@ -123,7 +126,7 @@ void AddCompareCommand(CLI::App& program) {
         *program.add_subcommand("compare", "Print the distances of two or more faces");
     const auto options = std::make_shared<FaceOptions>();
     AddFaceOptions(command, *options, 1);
-    command.footer(kExamples);
+    command.footer(kMeaning + ThresholdsText() + kExamples);
     command.callback([options] { RunCompare(*options); });
 }
 

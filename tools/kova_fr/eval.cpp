@@ -15,6 +15,7 @@
 #include "label.h"
 #include "output_file.h"
 #include "progress.h"
+#include "shipped_thresholds.h"
 
 namespace kova_cli {
 namespace {
@@ -33,22 +34,25 @@ struct EvalOptions {
     uint64_t seed = 0;
 };
 
-constexpr const char* kExamples =
-    "FOLDER has one sub-folder a person, and all pictures are compared with one another. A list\n"
-    "of pairs has lines such as `ada/1.png joe/4.png 0`: two pictures, relative to the list, and\n"
-    "1 for one person or 0 for two; or the same with commas (a.png,b.png,1) or tabs, where a name\n"
-    "may be in quotation marks.\n"
-    "\n"
-    "Prints the error rates over thresholds, and which threshold to take for one, two or three\n"
-    "nines against false accepts. Counts at a threshold are exact. --out adds the files\n"
-    "report.txt, report.json, roc.svg, det.svg and histogram.svg. docs/THRESHOLDS.md explains the\n"
-    "words and how to choose.\n"
-    "\n"
-    "Examples:\n"
-    "  kova-fr eval people/\n"
-    "  kova-fr eval --by-name --out result samples/\n"
-    "  kova-fr eval --pairs pairs.txt --json\n"
-    "  kova-fr eval --detect --strict --out result photographs/";
+constexpr const char* kMeaning =
+    R"(FOLDER has one sub-folder a person, and all pictures are compared with one
+another. A list of pairs has lines such as `ada/1.png joe/4.png 0`: two pictures,
+relative to the list, and 1 for one person or 0 for two; or the same with commas
+(a.png,b.png,1) or tabs, where a name may be in quotation marks.
+
+Prints the error rates over thresholds, and which threshold to take for one to
+four nines against false accepts. Counts at a threshold are exact. --out adds the
+files report.txt, report.json, roc.svg, det.svg and histogram.svg.
+docs/THRESHOLDS.md explains the words and how to choose.
+
+)";
+
+constexpr const char* kExamples = R"(
+Examples:
+  kova-fr eval people/
+  kova-fr eval --by-name --out result samples/
+  kova-fr eval --pairs pairs.txt --json
+  kova-fr eval --detect --strict --out result photographs/)";
 
 EvalInput ReadInput(const EvalOptions& options) {
     if (options.folder.empty() == options.pairsPath.empty()) {
@@ -202,7 +206,7 @@ void AddEvalCommand(CLI::App& program) {
     command.add_option("--seed", options->seed, "Of everything drawn at random")
         ->capture_default_str();
     command.add_flag("--json", options->json, "Print one line of JSON");
-    command.footer(kExamples);
+    command.footer(kMeaning + ThresholdsText() + kExamples);
     command.callback([options] { RunEval(*options); });
 }
 

@@ -7,6 +7,7 @@
 
 #include "face_options.h"
 #include "label.h"
+#include "shipped_thresholds.h"
 
 namespace kova_cli {
 namespace {
@@ -21,7 +22,6 @@ using nlohmann::ordered_json;
 
 constexpr uint32_t kFewPeople = 20; // to redraw
 constexpr size_t kRateLength = 27;  // "100.000 (100.000 to 100.000)"
-constexpr size_t kLineLength = 80;
 
 std::string Print(const char* format, double value) {
     char text[64];
@@ -113,23 +113,6 @@ std::string Table(const Figures& figures) {
                 RateText(errors.falseRejects) + "\n";
     }
     return text;
-}
-
-// A list item of any length, broken at spaces.
-std::string Item(const std::string& sentence) {
-    std::string text;
-    std::string line = "-";
-    for (size_t at = 0; at < sentence.size();) {
-        const size_t end = std::min(sentence.find(' ', at), sentence.size());
-        const std::string word = sentence.substr(at, end - at);
-        if (line.size() + 1 + word.size() > kLineLength) {
-            text += line + "\n";
-            line = " ";
-        }
-        line += " " + word;
-        at = end + 1;
-    }
-    return text + line + "\n";
 }
 
 std::vector<std::string> Notes(const Evaluation& evaluation) {
@@ -258,7 +241,7 @@ std::string EvaluationText(const Evaluation& evaluation) {
     std::string text =
         Summary(evaluation) + Recommended(evaluation.figures) + Table(evaluation.figures) + "\n";
     for (const std::string& note : Notes(evaluation)) {
-        text += Item(note);
+        text += Wrapped(note, "- ", "  ");
     }
     return text;
 }
@@ -296,6 +279,7 @@ std::string EvaluationJson(const Evaluation& evaluation) {
     json["rounds"] = evaluation.rounds;
     json["seed"] = evaluation.seed;
     json["notes"] = Notes(evaluation);
+    json["shipped_thresholds"] = ShippedThresholds();
     return JsonLine(json);
 }
 

@@ -4,20 +4,11 @@
 #include <utility>
 
 #include "failure.h"
-#include "fr_demo/face_box.h"
-#include "orvo/image_tools.h"
+#include "fr_demo/locate_face.h"
+#include "grey/structure.h"
 
 namespace kova_cli {
 namespace {
-
-// The recognition network turned the crop into Q7 where it lies: grey level XOR 0x80.
-std::vector<uint8_t> CopyCrop() {
-    std::vector<uint8_t> crop(g_frInnerImage, g_frInnerImage + kCropSize * kCropSize);
-    for (uint8_t& pixel : crop) {
-        pixel ^= 0x80;
-    }
-    return crop;
-}
 
 void Extract(const MediaFrame& frame, Face& face) {
     const uint32_t status = kova_fr_extract_obj_feature(
@@ -26,19 +17,26 @@ void Extract(const MediaFrame& frame, Face& face) {
         throw Failure("the feature could not be computed (" + StatusText(status) +
                       "); report this status");
     }
-    face.crop = CopyCrop();
 }
 
-// The box that the alignment network finds in a frame. The networks share their memory, so the
-// library does not keep the answer behind a feature; asked again it is the same.
-Box LocateFace(const std::vector<uint8_t>& frame) {
-    ImageResizeBilin(frame.data(), g_frInnerImage, kFrameSize, kFrameSize, kFrameSize,
-                     ORVO_FR_ALIGN_SIZE, ORVO_FR_ALIGN_SIZE);
-    AlignRun(g_frInnerImage);
-    const orvo::FaceBox box = orvo::BoxOfAnswer(AlignGetOutput());
-    return {static_cast<uint32_t>(box.left), static_cast<uint32_t>(box.top),
-            static_cast<uint32_t>(box.right - box.left),
-            static_cast<uint32_t>(box.bottom - box.top)};
+// The library does not keep what lies between a frame and its feature; asked again it is the same.
+void Look(Inspection& seen) {
+    const FrImage picture = {seen.frame.data(), kFrameSize, kFrameSize, kFrameSize};
+    uint8_t small[ORVO_FR_ALIGN_SIZE * ORVO_FR_ALIGN_SIZE];
+    seen.faceBox = orvo::LocateFace(picture, small);
+    seen.face.crop.resize(size_t{kCropSize} * kCropSize);
+    orvo::CropFace(picture, seen.faceBox, seen.face.crop.data());
+}
+
+// There is no measure of whether a part shows a face, only of whether it shows anything.
+void CheckStructure(const GreyPicture& picture, const Box& box) {
+    const uint8_t* const corner = picture.pixels.data() + size_t{box.y} * picture.width + box.x;
+    if (orvo_grey::Structure(corner, box.width, box.height, picture.width) <
+        orvo_grey::kLeastStructure) {
+        throw Failure(
+            "the face shows no structure, as a wall or a covered lens does; give a "
+            "picture or a box with a face in it");
+    }
 }
 
 // Loads the picture and hands its frame to `use`, with a face that knows where it comes from. The
@@ -52,6 +50,7 @@ void WithFrame(const std::string& path, const std::optional<Box>& box, const Use
         face.pictureWidth = picture.width;
         face.pictureHeight = picture.height;
         face.box = FrameBox(picture, box);
+        CheckStructure(picture, face.box);
         use(MediaFrame(picture, face.box), face);
     } catch (const Failure& failure) {
         throw Failure(path + ": " + failure.what());
@@ -62,6 +61,11 @@ void WithFrame(const std::string& path, const std::optional<Box>& box, const Use
 
 Recogniser::Recogniser() {
     const uint32_t status = kova_fr_init();
+    if (status == KOVA_FR_ERR_NOMEM) {
+        throw Failure("the face library could not be started (" + StatusText(status) +
+                      "): there is no memory for it; close other programs or raise the limit "
+                      "(ulimit -v)");
+    }
     if (status != KOVA_FR_OK) {
         throw Failure("the face library could not be started (" + StatusText(status) +
                       "); report this status");
@@ -85,7 +89,7 @@ Inspection Recogniser::Inspect(const std::string& path, const std::optional<Box>
         Extract(frame, face);
         result.face = std::move(face);
         result.frame = ScaledFrame(frame.image());
-        result.faceBox = LocateFace(result.frame);
+        Look(result);
     });
     return result;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "fr_demo/face_box.h"
 #include "frame.h"
 #include "orvo/orvo_fr.h"
 
@@ -21,7 +22,8 @@ struct Face {
     uint32_t pictureHeight = 0;
     Box box; // the part that was the frame
     Feature feature = {};
-    std::vector<uint8_t> crop; // what the recognition network saw, kCropSize rows and columns
+    // What the recognition network saw, kCropSize rows and columns; empty unless it was inspected.
+    std::vector<uint8_t> crop;
 };
 
 inline constexpr uint32_t kCropSize = ORVO_FR_CROP_SIZE;
@@ -31,7 +33,7 @@ inline constexpr uint32_t kFrameSize = ORVO_FR_IMAGE_SIZE;
 struct Inspection {
     Face face;
     std::vector<uint8_t> frame; // what the library looked at, kFrameSize rows and columns
-    Box faceBox;                // in the frame, by the alignment network
+    orvo::FaceBox faceBox;      // in the frame, whose left border it may cross
 };
 
 // The device API, from its initialisation to its end.

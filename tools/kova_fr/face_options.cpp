@@ -138,7 +138,9 @@ std::vector<Face> RecogniseAll(const Recogniser& recogniser, const FaceOptions& 
     for (size_t i = 0; i < options.pictures.size(); ++i) {
         const std::string& path = options.pictures[i];
         if (!options.detectAll) {
-            faces.push_back(recogniser.Recognise(path, BoxOf(options, i)));
+            const std::optional<Box> box = BoxOf(options, i);
+            faces.push_back(options.cropPath.empty() ? recogniser.Recognise(path, box)
+                                                     : recogniser.Inspect(path, box).face);
             continue;
         }
         size_t number = 0;

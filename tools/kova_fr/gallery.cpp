@@ -15,6 +15,7 @@
 
 #include "failure.h"
 #include "input_file.h"
+#include "output_file.h"
 
 namespace kova_cli {
 namespace {
@@ -171,10 +172,7 @@ std::vector<uint8_t> PackGallery(const Gallery& gallery) {
 }
 
 GalleryLock::GalleryLock(const std::string& path) {
-    std::error_code error;
-    const std::filesystem::path real =
-        std::filesystem::weakly_canonical(std::filesystem::absolute(path), error);
-    const std::string folder = error ? "." : real.parent_path().string();
+    const std::filesystem::path folder = FolderOf(RealPlace(path));
     folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     // Where a disk knows no locks, two that enroll at once are on their own.
     if (folder_ < 0 || (flock(folder_, LOCK_EX) != 0 && errno != EOPNOTSUPP && errno != ENOLCK)) {

@@ -9,6 +9,7 @@
 #include "failure.h"
 #include "gallery.h"
 #include "label.h"
+#include "shipped_thresholds.h"
 
 namespace kova_cli {
 namespace {
@@ -20,19 +21,23 @@ struct IdentifyOptions {
     std::optional<float> threshold;
 };
 
-constexpr const char* kExamples =
-    "Looks each face up among all features of the gallery, by the float inner product that "
-    "compare\n"
-    "prints; a million features take well under a second. Of a name with several features the "
-    "best\n"
-    "one counts. With --threshold only names at least that much alike are listed; without, the "
-    "most\n"
-    "alike names are listed even if they are strangers (docs/THRESHOLDS.md says how to choose).\n"
-    "\n"
-    "Examples:\n"
-    "  kova-fr identify people.gallery somebody.jpg\n"
-    "  kova-fr identify --top 1 --threshold 0.4 people.gallery a.jpg b.jpg\n"
-    "  kova-fr identify --detect-all --json people.gallery party.jpg";
+constexpr const char* kMeaning =
+    R"(Looks each face up among all features of the gallery, by the float inner product
+that compare prints; a million features take well under a second. Of a name with
+several features the best one counts. With --threshold only names at least that
+much alike are listed; without, the most alike names are listed even if they are
+strangers (docs/THRESHOLDS.md says how to choose). Each enrolled feature is one
+more stranger who can be mistaken for the visitor.
+)";
+
+std::string Footer() {
+    return kMeaning + ThresholdsText() + R"(
+Examples:
+  kova-fr identify people.gallery somebody.jpg
+  kova-fr identify --top 1 --threshold )" +
+           ThresholdOfExamples() + R"( people.gallery a.jpg b.jpg
+  kova-fr identify --detect-all --json people.gallery party.jpg)";
+}
 
 struct Answer {
     std::string path;
@@ -81,6 +86,7 @@ std::string Json(const Gallery& gallery, const std::vector<Answer>& answers) {
         }
         json["pictures"].push_back({{"path", answer.path}, {"matches", matches}});
     }
+    json["thresholds"] = ShippedThresholds();
     return JsonLine(json);
 }
 
@@ -120,7 +126,7 @@ void AddIdentifyCommand(CLI::App& program) {
                     "none")
         ->check(CLI::Range(-1.0, 1.0))
         ->type_name("D");
-    command.footer(kExamples);
+    command.footer(Footer());
     command.callback([options] { RunIdentify(*options); });
 }
 

@@ -10,6 +10,7 @@
 #include "label.h"
 #include "orvo/cipher.h"
 #include "output_file.h"
+#include "shipped_thresholds.h"
 
 namespace kova_cli {
 namespace {
@@ -54,7 +55,8 @@ std::string Text(const Info& info) {
            "\nworking memory      " + std::to_string(info.workingMemory) +
            " bytes\nalignment model     sha256 " + info.alignDigest +
            "\nrecognition model   sha256 " + info.recognitionDigest + "\ncustom data         " +
-           (info.customData.empty() ? "none" : OneLine(info.customData)) + "\n";
+           (info.customData.empty() ? "none" : OneLine(info.customData)) + "\n\n" +
+           ThresholdsText();
 }
 
 std::string Json(const Info& info) {
@@ -67,6 +69,7 @@ std::string Json(const Info& info) {
     // Any bytes may be hidden in the table, text or not.
     json["custom_data_hex"] =
         Hex({reinterpret_cast<const uint8_t*>(info.customData.data()), info.customData.size()});
+    json["thresholds"] = ShippedThresholds();
     return JsonLine(json);
 }
 

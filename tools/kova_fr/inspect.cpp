@@ -35,24 +35,40 @@ std::string FeatureDigest(const Feature& feature) {
     return Hex(stream.Finish());
 }
 
-// A box of the frame in pixels of the picture.
-Box InPicture(const Inspection& seen) {
-    const auto scaled = [](uint32_t value, uint32_t size) {
-        return static_cast<uint32_t>((uint64_t{value} * size + kFrameSize / 2) / kFrameSize);
+// The size of a box, and its corner, which may lie outside.
+struct Place {
+    int32_t x, y, width, height;
+};
+
+Place Of(const Box& box) {
+    return {static_cast<int32_t>(box.x), static_cast<int32_t>(box.y),
+            static_cast<int32_t>(box.width), static_cast<int32_t>(box.height)};
+}
+
+Place InFrame(const Inspection& seen) {
+    const orvo::FaceBox& box = seen.faceBox;
+    return {box.left, box.top, box.right - box.left, box.bottom - box.top};
+}
+
+// From pixels of the frame to those of the picture.
+Place InPicture(const Inspection& seen) {
+    const auto scaled = [](int32_t value, int32_t size) {
+        return static_cast<int32_t>(
+            std::lround(static_cast<double>(value) * size / static_cast<double>(kFrameSize)));
     };
-    const Box& frame = seen.face.box;
-    const Box& box = seen.faceBox;
+    const Place frame = Of(seen.face.box);
+    const Place box = InFrame(seen);
     return {frame.x + scaled(box.x, frame.width), frame.y + scaled(box.y, frame.height),
             scaled(box.width, frame.width), scaled(box.height, frame.height)};
 }
 
-std::string Size(uint32_t width, uint32_t height) {
+std::string Size(int64_t width, int64_t height) {
     return std::to_string(width) + " x " + std::to_string(height);
 }
 
-std::string Place(const Box& box) {
-    return Size(box.width, box.height) + " at " + std::to_string(box.x) + "," +
-           std::to_string(box.y);
+std::string Words(const Place& place) {
+    return Size(place.width, place.height) + " at " + std::to_string(place.x) + "," +
+           std::to_string(place.y);
 }
 
 std::string Text(const Inspection& seen) {
@@ -63,20 +79,20 @@ std::string Text(const Inspection& seen) {
                   static_cast<double>(*most));
     return "picture    " + OneLine(seen.face.path) + ", " +
            Size(seen.face.pictureWidth, seen.face.pictureHeight) + "\nframe      " +
-           Place(seen.face.box) + ", scaled to " + Size(kFrameSize, kFrameSize) + "\nface box   " +
-           Place(seen.faceBox) + " of the frame, " + Place(InPicture(seen)) +
+           Words(Of(seen.face.box)) + ", scaled to " + Size(kFrameSize, kFrameSize) +
+           "\nface box   " + Words(InFrame(seen)) + " of the frame, " + Words(InPicture(seen)) +
            " of the picture\nfeature    128 values from " + values + "\n           sha256 " +
            FeatureDigest(feature) + "\n";
 }
 
-nlohmann::ordered_json BoxJson(const Box& box) {
-    return {{"x", box.x}, {"y", box.y}, {"width", box.width}, {"height", box.height}};
+nlohmann::ordered_json PlaceJson(const Place& place) {
+    return {{"x", place.x}, {"y", place.y}, {"width", place.width}, {"height", place.height}};
 }
 
 std::string Json(const Inspection& seen) {
     nlohmann::ordered_json json = PictureJson(seen.face);
-    json["face_box_in_frame"] = BoxJson(seen.faceBox);
-    json["face_box_in_picture"] = BoxJson(InPicture(seen));
+    json["face_box_in_frame"] = PlaceJson(InFrame(seen));
+    json["face_box_in_picture"] = PlaceJson(InPicture(seen));
     json["feature"] = seen.face.feature;
     json["feature_sha256"] = FeatureDigest(seen.face.feature);
     return JsonLine(json);
@@ -105,14 +121,12 @@ constexpr int32_t kHeight = kBarsTop + kBarsHeight + kLine + kMargin;
 
 void DrawFrame(const Inspection& seen, Canvas& canvas) {
     canvas.Place(kMargin, kPicturesTop, seen.frame, kFrameSize, kFrameSize, kFrameScale);
-    const auto place = [](int32_t from, uint32_t value) {
-        return from + kFrameScale * static_cast<int32_t>(value);
-    };
-    const Box& box = seen.faceBox;
-    canvas.Outline(place(kMargin, box.x), place(kPicturesTop, box.y),
-                   place(kMargin, box.x + box.width), place(kPicturesTop, box.y + box.height), 3,
+    const orvo::FaceBox& box = seen.faceBox;
+    canvas.Outline(kMargin + kFrameScale * box.left, kPicturesTop + kFrameScale * box.top,
+                   kMargin + kFrameScale * box.right, kPicturesTop + kFrameScale * box.bottom, 3,
                    kBoxColour);
-    canvas.Write(kMargin, kMargin + kLine, "frame and face box " + Place(box), kTextScale, kInk);
+    canvas.Write(kMargin, kMargin + kLine, "frame and face box " + Words(InFrame(seen)), kTextScale,
+                 kInk);
 }
 
 void DrawCrop(const Inspection& seen, Canvas& canvas) {

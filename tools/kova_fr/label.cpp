@@ -69,6 +69,26 @@ std::string PadRight(const std::string& label, size_t length) {
     return label + Padding(label, length);
 }
 
+std::string Wrapped(const std::string& text, const std::string& first, const std::string& others) {
+    constexpr size_t kColumns = 80;
+    std::string lines;
+    std::string line = first;
+    bool isEmpty = true;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find(' ', at), text.size());
+        const std::string word = text.substr(at, end - at);
+        if (!isEmpty && LabelLength(line) + 1 + LabelLength(word) > kColumns) {
+            lines += line + "\n";
+            line = others;
+            isEmpty = true;
+        }
+        line += (isEmpty ? "" : " ") + word;
+        isEmpty = false;
+        at = end + 1;
+    }
+    return lines + line + "\n";
+}
+
 std::string OneLine(const std::string& text) {
     std::string line = text;
     const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };

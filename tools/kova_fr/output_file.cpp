@@ -2,6 +2,7 @@
 #include "output_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <list>
+#include <optional>
 
 #include "failure.h"
 
@@ -57,11 +59,58 @@ class OpenFile {
     int descriptor_;
 };
 
-// One file beside its place. Removed unless it was moved there.
+constexpr char kStageBegin[] = ".kova-fr-";
+constexpr char kStageEnd[] = ".part";
+
+// Names that nobody can have had before: in containers process numbers and times repeat.
+std::string RandomStageName() {
+    uint64_t number = 0;
+    if (getentropy(&number, sizeof number) != 0) {
+        throw Failure(std::string("the system gives no random numbers: ") + std::strerror(errno) +
+                      "; report this");
+    }
+    char digits[2 * sizeof number + 1];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(number));
+    return std::string(kStageBegin) + digits + kStageEnd;
+}
+
+bool IsStageName(const std::string& name) {
+    return name.starts_with(kStageBegin) && name.ends_with(kStageEnd);
+}
+
+// Whoever writes a stage holds a lock on it, which goes with the process however that ends. Where a
+// disk knows no locks, nothing is known about a stage, and it stays.
+bool IsLocked(int descriptor) { return flock(descriptor, LOCK_EX | LOCK_NB) == 0; }
+
+// Removes what killed programs left in the folder.
+void RemoveStaleStages(const fs::path& folder) {
+    std::error_code error;
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+        if (IsStageName(at->path().filename().string())) {
+            const OpenFile stage(at->path().string(),
+                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+            if (stage.descriptor() >= 0 && IsLocked(stage.descriptor())) {
+                unlink(at->path().c_str());
+            }
+        }
+    }
+}
+
+// Makes the new name last. Not every file system can do that for a folder.
+bool SyncFolder(const fs::path& folder) {
+    const OpenFile file(folder.string(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return file.descriptor() < 0 || fsync(file.descriptor()) == 0 || errno == EINVAL;
+}
+
+// One file beside its place, short of name and on the same disk. Removed unless it was moved there.
 class StagedFile {
   public:
     explicit StagedFile(const OutputFile& file)
-        : file_(file), place_(RealPlace(file.path)), stage_(StageBeside(place_)) {}
+        : file_(file), place_(RealPlace(file.path)), folder_(FolderOf(place_)) {
+        RemoveStaleStages(folder_);
+        while (!Open()) {
+        }
+    }
     ~StagedFile() {
         if (isStaged_) {
             unlink(stage_.c_str());
@@ -71,18 +120,14 @@ class StagedFile {
     StagedFile& operator=(const StagedFile&) = delete;
 
     void Write() {
-        OpenFile out(stage_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC);
-        if (out.descriptor() < 0) {
-            FailToWrite(file_.path, errno);
-        }
-        isStaged_ = true;
-        KeepPermissions(out.descriptor());
-        WriteAll(out.descriptor(), file_.bytes, file_.path);
-        if (fsync(out.descriptor()) != 0 || !out.Close()) {
+        KeepPermissions();
+        WriteAll(out_->descriptor(), file_.bytes, file_.path);
+        if (fsync(out_->descriptor()) != 0) {
             FailToWrite(file_.path, errno);
         }
     }
 
+    // The lock is held until then.
     void MoveToPlace() {
         if (!Rename()) {
             if (errno == EEXIST) {
@@ -91,46 +136,61 @@ class StagedFile {
             FailToWrite(file_.path, errno);
         }
         isStaged_ = false;
+        if (!out_->Close() || !SyncFolder(folder_)) {
+            FailToWrite(file_.path, errno);
+        }
     }
 
   private:
-    // Where a link points to, so that the link itself stays.
-    static std::string RealPlace(const std::string& path) {
-        std::error_code error;
-        const fs::path real = fs::weakly_canonical(path, error);
-        return error ? path : real.string();
+    // False where another program took the stage for stale before it was locked.
+    bool Open() {
+        stage_ = (folder_ / RandomStageName()).string();
+        out_.emplace(stage_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC);
+        if (out_->descriptor() < 0) {
+            FailToWrite(file_.path, errno);
+        }
+        isStaged_ = true;
+        struct stat status = {};
+        const bool isTaken = !IsLocked(out_->descriptor()) && errno == EWOULDBLOCK;
+        return !isTaken && fstat(out_->descriptor(), &status) == 0 && status.st_nlink > 0;
     }
 
-    // Short and in the same folder, so that it is on the same disk and never too long a name.
-    static std::string StageBeside(const fs::path& place) {
-        static int count = 0;
-        const std::string name =
-            ".kova-fr-" + std::to_string(getpid()) + "-" + std::to_string(++count) + ".part";
-        return (place.parent_path() / name).string();
-    }
-
-    void KeepPermissions(int descriptor) const {
+    void KeepPermissions() const {
         struct stat status = {};
         if (stat(place_.c_str(), &status) == 0) {
             // Where that is not allowed the file gets those of a new one.
-            static_cast<void>(!fchmod(descriptor, status.st_mode & 07777));
+            static_cast<void>(!fchmod(out_->descriptor(), status.st_mode & 07777));
         }
     }
 
     bool Rename() const {
-        if (file_.mayReplace) {
-            return rename(stage_.c_str(), place_.c_str()) == 0;
-        }
+        return file_.mayReplace ? rename(stage_.c_str(), place_.c_str()) == 0 : RenameToFreePlace();
+    }
+
+    // Not every kernel, sandbox and disk has the first of these, nor the second.
+    bool RenameToFreePlace() const {
         if (renameat2(AT_FDCWD, stage_.c_str(), AT_FDCWD, place_.c_str(), RENAME_NOREPLACE) == 0) {
             return true;
         }
-        // Some network disks do not know that flag; CheckOutputs() found the place free.
-        return errno == EINVAL && rename(stage_.c_str(), place_.c_str()) == 0;
+        if (errno == EEXIST) {
+            return false;
+        }
+        if (link(stage_.c_str(), place_.c_str()) == 0) {
+            return unlink(stage_.c_str()) == 0;
+        }
+        struct stat status = {};
+        if (errno == EEXIST || lstat(place_.c_str(), &status) == 0) {
+            errno = EEXIST;
+            return false;
+        }
+        return rename(stage_.c_str(), place_.c_str()) == 0;
     }
 
     const OutputFile& file_;
-    std::string place_;
+    fs::path place_;
+    fs::path folder_;
     std::string stage_;
+    std::optional<OpenFile> out_;
     bool isStaged_ = false;
 };
 
@@ -168,6 +228,24 @@ void CheckOutput(const OutputFile& file, const std::vector<std::string>& inputs)
 }
 
 } // namespace
+
+std::filesystem::path RealPlace(const std::string& path) {
+    constexpr int kMostLinks = 40; // as the kernel follows
+    fs::path place = path;
+    for (int i = 0; i < kMostLinks; ++i) {
+        std::error_code error;
+        const fs::path target = fs::read_symlink(place, error);
+        if (error) {
+            return place;
+        }
+        place = place.parent_path() / target; // which may be absolute and then stands alone
+    }
+    FailToWrite(path, ELOOP);
+}
+
+std::filesystem::path FolderOf(const std::filesystem::path& place) {
+    return place.has_parent_path() ? place.parent_path() : ".";
+}
 
 void CheckOutputs(const std::vector<OutputFile>& files, const std::vector<std::string>& inputs) {
     for (const OutputFile& file : files) {

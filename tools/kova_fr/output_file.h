@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,12 +16,20 @@ struct OutputFile {
     std::vector<uint8_t> bytes;
 };
 
+// Where the links of a path lead, also to a file that is not there yet, so that a link itself stays
+// one.
+std::filesystem::path RealPlace(const std::string& path);
+
+// The folder that a place lies in.
+std::filesystem::path FolderOf(const std::filesystem::path& place);
+
 // Refuses what would only fail after the work: files that exist and may not be replaced, and files
 // that are one of `inputs`.
 void CheckOutputs(const std::vector<OutputFile>& files, const std::vector<std::string>& inputs);
 
 // Writes all files beside their places first and moves them there after that, so that a full disk
-// leaves no half-written file and harms no earlier one. A pipe or a device is written directly.
+// leaves no half-written file and harms no earlier one. What killed programs left beside a place is
+// removed on the way. A pipe or a device is written directly.
 void WriteFiles(const std::vector<OutputFile>& files);
 
 // Writes to standard output, and fails where a plain print would lose text silently.

@@ -5,7 +5,7 @@
 #include "compute_a/tile_model/library.h"
 
 #include "compute_a/routines.h"
-#include "compute_a/simd/avx512vnni.h"
+#include "compute_a/simd/avx512vnni/routines.h"
 #include "orvo/orvo_fr.h"
 
 namespace orvo {

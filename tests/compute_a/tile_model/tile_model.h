@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A model of the tile instructions, with the interface of compute_a/simd/amx_tiles.h: what the
+// A model of the tile instructions, with the interface of compute_a/simd/amx/instructions.h: what the
 // processor would refuse ends the test with a word that says why.
 #pragma once
 

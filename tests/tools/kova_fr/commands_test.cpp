@@ -312,6 +312,13 @@ TEST_F(Commands, HelpShowsExamples) {
     EXPECT_NE(Output({"compare", "--help"}).find("--box"), std::string::npos);
 }
 
+// Who reads no further than the first lines must know.
+TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesNotKnow) {
+    const std::string help = Output({"--help"});
+    const std::string beginning = help.substr(0, help.find("\n\n"));
+    EXPECT_NE(beginning.find("does not know whether there is a face"), std::string::npos) << help;
+}
+
 // "ada" of "samples/ada-1.png".
 std::string Person(const std::string& path) {
     const std::string name = std::filesystem::path(path).filename().string();

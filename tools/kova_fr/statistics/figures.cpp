@@ -7,7 +7,7 @@
 namespace kova_statistics {
 namespace {
 
-constexpr double kWantedRates[] = {1e-2, 1e-3, 1e-4};
+constexpr double kWantedRates[] = {1e-1, 1e-2, 1e-3, 1e-4};
 constexpr int kTableFrom = 0; // thresholds in ten-thousandths
 constexpr int kTableTo = 9500;
 constexpr int kTableStep = 500;

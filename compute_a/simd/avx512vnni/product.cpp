@@ -1,16 +1,32 @@
 // SPDX-License-Identifier: MIT
 //
-// x86-64 with AVX-512 (F, BW, DQ, VL, VBMI) and VNNI.
+// Matrix product and dot product with AVX-512 (F, BW, DQ, VL, VBMI) and VNNI;
+// compute_a/simd/product.h has the walk.
 //
 // vpdpbusd multiplies four unsigned by four signed bytes into a 32-bit lane, wrapping. Activations
 // are signed, so their sign bit is flipped (which adds 128 to each) and 128 times the sum of the
 // weights is taken off the bias: exact, since everything wraps at 32 bits.
+//
+// Sixteen pixels make a vector, which is what a step's 64 bytes hold: four rows' values of a pixel
+// in each 32-bit lane, to be met by four weights of a channel.
+//
+//     | r0 r1 r2 r3 | of p0  | r0 r1 r2 r3 | of p1  | ...  | r0 r1 r2 r3 | of p15
+//
+// A whole tile is four such vectors, a quad, by four channels. Its pixels come in the order that
+// unpacking leaves them, 4 of each 16, which packing the sums undoes:
+//
+//     vector 0: p0-3 p16-19 p32-35 p48-51    vector 1: p4-7 p20-23 p36-39 p52-55    ...
+//
+// The rest is a tile of up to five vectors, the last of which may be short.
+//
+// Measured on the pointwise layers: 24 times as fast as the plain body; tiles written with
+// intrinsics took 1.1 times as long.
 #include <immintrin.h>
 
-#include "compute_a/routines.h"
-#include "compute_a/simd/avx512_lanes.h"
-#include "compute_a/simd/avx512vnni.h"
-#include "compute_a/simd/plain.h"
+#include "compute_a/simd/avx512vnni/lanes.h"
+#include "compute_a/simd/avx512vnni/routines.h"
+#include "compute_a/simd/plain/routines.h"
+#include "compute_a/simd/product.h"
 
 namespace orvo {
 namespace {
@@ -22,31 +38,22 @@ inline __m128i AddParts(__m512i lanes) {
     return _mm_add_epi32(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
 }
 
-// ---- Matrix product ----------------------------------------------------------------------------
-//
-// Sixteen pixels make a vector: each of its 32-bit lanes holds four rows' values of one pixel, and
-// a step multiplies them by four weights of a channel. Blocks of up to five such vectors are
-// packed, then met by the channels, four at a time.
-//
-// Exact: see above; weights and rows beyond the last are zero. Measured on the pointwise layers: 24
-// times as fast as the plain body; tiles written with intrinsics took 1.1 times as long.
-
 constexpr size_t kGroup = 4; // channels
 constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 4 * kVectorPixels; // of four vectors that are packed at once
 constexpr size_t kMostSteps = 256;                // of four rows
-constexpr size_t kPackedBytes = 24 * 1024;        // at a time, to stay in the first cache
+constexpr size_t kSlabBytes = 24 * 1024;          // at a time, to stay in the first cache
 
-// Where a block's vectors are packed: all but the last side by side, step after step, then the last
+// Where a tile's vectors are packed: all but the last side by side, step after step, then the last
 // one's, of which only the bytes of its pixels are stored. The scratch has no room for more.
-struct PackedBlock {
+struct PackedTile {
     uint8_t* values;
     size_t stepBytes;
     uint8_t* last;
     size_t lastBytes;
 };
 
-PackedBlock BlockAt(uint8_t* values, size_t pixels, size_t steps) {
+PackedTile TileAt(uint8_t* values, size_t pixels, size_t steps) {
     const size_t full = (pixels - 1) / kVectorPixels;
     return {values, 64 * full, values + 64 * full * steps, 4 * (pixels - full * kVectorPixels)};
 }
@@ -175,16 +182,16 @@ void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
         "jnz 1b"                                                                             \
         : ORVO_TILE_SUMS_##COUNT, [values] "+r"(values), [last] "+r"(last), [words] "+r"(words),               \
           [steps] "+r"(steps)                                                                \
-        : [stepBytes] "i"(64 * (COUNT - 1)), [lastBytes] "r"(block.lastBytes)                    \
+        : [stepBytes] "i"(64 * (COUNT - 1)), [lastBytes] "r"(tile.lastBytes)                    \
         : "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "xmm31", "cc", "memory")
 
 // sums[vector][channel]
 template <size_t V>
 inline __attribute__((always_inline)) void SumTile(const GroupWeights& group,
-                                                   const PackedBlock& block, size_t steps,
+                                                   const PackedTile& tile, size_t steps,
                                                    __m512i sums[V][kGroup]) {
-    const uint8_t* values = block.values;
-    const uint8_t* last = block.last;
+    const uint8_t* values = tile.values;
+    const uint8_t* last = tile.last;
     const int32_t* words = group.words[0];
     if constexpr (V == 1) {
         ORVO_TILE(1);
@@ -198,23 +205,6 @@ inline __attribute__((always_inline)) void SumTile(const GroupWeights& group,
         ORVO_TILE(5);
     }
 }
-
-// Some pixels that are packed together: quads, then a block of its own for the rest, which takes a
-// quad along if it is only one vector.
-struct Blocks {
-    uint8_t* values;
-    size_t firstPixel;
-    size_t quads;
-    size_t restPixels;
-    size_t steps;
-
-    size_t quadBytes() const { return 4 * kQuadPixels * steps; }
-    size_t pixels() const { return quads * kQuadPixels + restPixels; }
-    // The last vector of the last block is loaded whole.
-    size_t bytes() const {
-        return 4 * pixels() * steps + 4 * (kVectorPixels - (pixels() - 1) % kVectorPixels - 1);
-    }
-};
 
 // Where a tile's results go.
 struct TileOutput {
@@ -235,10 +225,10 @@ inline void StoreQuad(const __m512i sums[4][kGroup], const TileOutput& out) {
 }
 
 template <size_t V>
-void Tile(const GroupWeights& group, const PackedBlock& block, size_t steps, const TileOutput& out,
+void Tile(const GroupWeights& group, const PackedTile& tile, size_t steps, const TileOutput& out,
           size_t pixels) {
     __m512i sums[V][kGroup];
-    SumTile<V>(group, block, steps, sums);
+    SumTile<V>(group, tile, steps, sums);
     constexpr size_t kQuad = V == 5 ? 4 : 0; // and a vector
     if constexpr (kQuad > 0) {
         StoreQuad(sums, out);
@@ -250,122 +240,153 @@ void Tile(const GroupWeights& group, const PackedBlock& block, size_t steps, con
     }
 }
 
-void QuadTile(const GroupWeights& group, const PackedBlock& block, size_t steps,
-              const TileOutput& out) {
+void WholeTile(const GroupWeights& group, const PackedTile& tile, size_t steps,
+               const TileOutput& out) {
     __m512i sums[4][kGroup];
-    SumTile<4>(group, block, steps, sums);
+    SumTile<4>(group, tile, steps, sums);
     StoreQuad(sums, out);
 }
 
-void RestTile(const GroupWeights& group, const PackedBlock& block, size_t steps,
+void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps,
               const TileOutput& out, size_t pixels) {
     switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
         case 1:
-            return Tile<1>(group, block, steps, out, pixels);
+            return Tile<1>(group, tile, steps, out, pixels);
         case 2:
-            return Tile<2>(group, block, steps, out, pixels);
+            return Tile<2>(group, tile, steps, out, pixels);
         case 3:
-            return Tile<3>(group, block, steps, out, pixels);
+            return Tile<3>(group, tile, steps, out, pixels);
         case 4:
-            return Tile<4>(group, block, steps, out, pixels);
+            return Tile<4>(group, tile, steps, out, pixels);
         default:
-            return Tile<5>(group, block, steps, out, pixels);
+            return Tile<5>(group, tile, steps, out, pixels);
     }
 }
 
-void PackRest(const MatrixProduct& p, size_t pixel, size_t pixels, const PackedBlock& block) {
+void PackRest(const MatrixProduct& p, size_t pixel, size_t pixels, const PackedTile& tile) {
     size_t done = 0;
     if (pixels > kQuadPixels) {
-        PackQuad(p, pixel, block.values, block.stepBytes, block.values + 192, block.stepBytes);
+        PackQuad(p, pixel, tile.values, tile.stepBytes, tile.values + 192, tile.stepBytes);
         done = kQuadPixels;
     }
     for (; pixels - done > kVectorPixels; done += kVectorPixels) {
-        PackVector(p, pixel + done, kVectorPixels, block.values + 4 * done, block.stepBytes);
+        PackVector(p, pixel + done, kVectorPixels, tile.values + 4 * done, tile.stepBytes);
     }
-    PackVector(p, pixel + done, pixels - done, block.last, block.lastBytes);
+    PackVector(p, pixel + done, pixels - done, tile.last, tile.lastBytes);
 }
 
-void PackBlocks(const MatrixProduct& p, const Blocks& blocks) {
-    uint8_t* values = blocks.values;
-    size_t pixel = blocks.firstPixel;
-    for (size_t i = 0; i < blocks.quads; ++i, pixel += kQuadPixels, values += blocks.quadBytes()) {
-        const PackedBlock block = BlockAt(values, kQuadPixels, blocks.steps);
-        PackQuad(p, pixel, block.values, block.stepBytes, block.last, block.lastBytes);
-    }
-    if (blocks.restPixels > 0) {
-        PackRest(p, pixel, blocks.restPixels, BlockAt(values, blocks.restPixels, blocks.steps));
-    }
-}
+class Scheme {
+  public:
+    // Quads, then the rest, which takes a quad along where it would be only one vector.
+    struct Slab {
+        uint8_t* packed;
+        size_t firstPixel;
+        size_t tiles;
+        size_t restPixels;
 
-void MultiplyBlocks(const MatrixProduct& p, const Blocks& blocks) {
-    GroupWeights group;
-    const int8_t* weights = p.weights;
-    for (size_t channel = 0; channel < p.channels; channel += kGroup, weights += p.groupBytes) {
-        const size_t left = p.channels - channel;
-        if (left >= kGroup) {
-            LoadGroup(p, weights, channel, group);
+        size_t pixels() const { return tiles * kQuadPixels + restPixels; }
+    };
+
+    explicit Scheme(const MatrixProduct& p)
+        : p_(p), steps_((p.inner + 3) / 4), room_(Least(p.scratchBytes, kSlabBytes)) {}
+
+    size_t GroupChannels() const { return kGroup; }
+
+    Slab SlabFrom(size_t pixel) const {
+        const size_t left = p_.pixels - pixel;
+        Slab slab{nullptr, pixel, left / kQuadPixels, left % kQuadPixels};
+        if (slab.tiles > 0 && slab.restPixels > 0 && slab.restPixels <= kVectorPixels) {
+            --slab.tiles;
+            slab.restPixels += kQuadPixels;
+        }
+        if (Bytes(slab) > room_) {
+            slab.tiles = Least(slab.tiles, room_ / TileBytes());
+            slab.restPixels = 0;
+        }
+        slab.packed = AlignedScratch(Bytes(slab));
+        return slab;
+    }
+
+    void MakeReady(const ChannelGroup& group) {
+        if (group.channels == kGroup) {
+            LoadGroup(p_, group.weights, group.first, ready_);
         } else {
-            LoadLeftover(p, weights, channel, group);
-        }
-        uint8_t* values = blocks.values;
-        TileOutput out{p.dst + channel * p.planePitch + blocks.firstPixel, p.planePitch,
-                       left < kGroup ? left : kGroup, p.shift};
-        for (size_t i = 0; i < blocks.quads; ++i, out.dst += kQuadPixels) {
-            QuadTile(group, BlockAt(values, kQuadPixels, blocks.steps), blocks.steps, out);
-            values += blocks.quadBytes();
-        }
-        if (blocks.restPixels > 0) {
-            RestTile(group, BlockAt(values, blocks.restPixels, blocks.steps), blocks.steps, out,
-                     blocks.restPixels);
+            LoadLeftover(p_, group.weights, group.first, ready_);
         }
     }
-}
 
-// The next pixels to be packed together, as many as fit the room; none if not even one block does.
-Blocks NextBlocks(const MatrixProduct& p, size_t pixel, size_t room) {
-    const size_t left = p.pixels - pixel;
-    Blocks blocks{nullptr, pixel, left / kQuadPixels, left % kQuadPixels, (p.inner + 3) / 4};
-    if (blocks.quads > 0 && blocks.restPixels > 0 && blocks.restPixels <= kVectorPixels) {
-        --blocks.quads;
-        blocks.restPixels += kQuadPixels;
+    void Pack(const Slab& slab) const {
+        uint8_t* to = slab.packed;
+        size_t pixel = slab.firstPixel;
+        for (size_t i = 0; i < slab.tiles; ++i, pixel += kQuadPixels, to += TileBytes()) {
+            const PackedTile tile = TileAt(to, kQuadPixels, steps_);
+            PackQuad(p_, pixel, tile.values, tile.stepBytes, tile.last, tile.lastBytes);
+        }
+        if (slab.restPixels > 0) {
+            PackRest(p_, pixel, slab.restPixels, TileAt(to, slab.restPixels, steps_));
+        }
     }
-    if (blocks.bytes() > room) {
-        const size_t most = room / blocks.quadBytes();
-        blocks.quads = blocks.quads < most ? blocks.quads : most;
-        blocks.restPixels = 0;
-    }
-    return blocks;
-}
 
-// The scratch, from a cache line's start on where it has room for that: values that straddle two
-// lines take twice as long to load.
-uint8_t* AlignedScratch(const MatrixProduct& p, size_t needed) {
-    const size_t skip = (64 - reinterpret_cast<uintptr_t>(p.scratch) % 64) % 64;
-    return reinterpret_cast<uint8_t*>(p.scratch) + (needed + skip <= p.scratchBytes ? skip : 0);
-}
+    void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
+        uint8_t* values = slab.packed;
+        TileOutput out = OutputOf(group, slab.firstPixel);
+        for (size_t i = 0; i < slab.tiles; ++i, out.dst += kQuadPixels, values += TileBytes()) {
+            WholeTile(ready_, TileAt(values, kQuadPixels, steps_), steps_, out);
+        }
+    }
+
+    void MultiplyRest(const ChannelGroup& group, const Slab& slab) const {
+        if (slab.restPixels > 0) {
+            uint8_t* const values = slab.packed + slab.tiles * TileBytes();
+            RestTile(ready_, TileAt(values, slab.restPixels, steps_), steps_,
+                     OutputOf(group, slab.firstPixel + slab.tiles * kQuadPixels), slab.restPixels);
+        }
+    }
+
+  private:
+    size_t TileBytes() const { return 4 * kQuadPixels * steps_; }
+
+    // The last vector is loaded whole.
+    size_t Bytes(const Slab& slab) const {
+        const size_t pixels = slab.pixels();
+        return pixels == 0
+                   ? 0
+                   : 4 * pixels * steps_ + 4 * (kVectorPixels - (pixels - 1) % kVectorPixels - 1);
+    }
+
+    // The scratch, from a cache line's start on where it has room for that: values that straddle
+    // two lines take twice as long to load.
+    uint8_t* AlignedScratch(size_t needed) const {
+        const size_t skip = (64 - reinterpret_cast<uintptr_t>(p_.scratch) % 64) % 64;
+        return reinterpret_cast<uint8_t*>(p_.scratch) +
+               (needed + skip <= p_.scratchBytes ? skip : 0);
+    }
+
+    TileOutput OutputOf(const ChannelGroup& group, size_t pixel) const {
+        return {p_.dst + group.first * p_.planePitch + pixel, p_.planePitch, group.channels,
+                p_.shift};
+    }
+
+    const MatrixProduct& p_;
+    const size_t steps_;
+    const size_t room_;
+    GroupWeights ready_;
+};
 
 } // namespace
 
 void avx512vnni::Multiply(const MatrixProduct& p) {
-    if (p.inner == 0 || p.inner > 4 * kMostSteps || p.pixels == 0) {
-        plain::Multiply(p); // longer than any layer's
+    // Longer than any layer's, or a scratch that has no room for whole steps, as of very small
+    // ones.
+    if (p.inner == 0 || p.inner > 4 * kMostSteps) {
+        plain::Multiply(p);
         return;
     }
-    const size_t room = p.scratchBytes < kPackedBytes ? p.scratchBytes : kPackedBytes;
-    for (size_t pixel = 0; pixel < p.pixels;) {
-        Blocks blocks = NextBlocks(p, pixel, room);
-        if (blocks.pixels() == 0) {
-            plain::Multiply(p); // the scratch of very small products has no room for whole steps
-            return;
-        }
-        blocks.values = AlignedScratch(p, blocks.bytes());
-        PackBlocks(p, blocks);
-        MultiplyBlocks(p, blocks);
-        pixel += blocks.pixels();
+    Scheme scheme(p);
+    if (!MultiplyBySlabs(p, scheme)) {
+        plain::Multiply(p);
     }
 }
-
-// ---- Dot product -------------------------------------------------------------------------------
 
 // Two sums: of the products with flipped signs, and of the weights that the flipping multiplies by
 // 128. Measured on 256 values: 4 times as fast as the plain body.
@@ -383,119 +404,5 @@ int32_t avx512vnni::Dot(const int8_t* a, const int8_t* b, size_t count) {
     lanes = _mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, 0x4E));
     return _mm_cvtsi128_si32(_mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, 0xB1)));
 }
-
-namespace {
-
-// ---- Element-wise ------------------------------------------------------------------------------
-
-// Whole vectors that begin on a cache line of what is stored, with shorter ones before and after
-// them: buffers seldom begin on one, and every store across two lines takes twice as long.
-template <typename Do>
-inline void ByLines(const int8_t* dst, size_t count, const Do& some) {
-    const size_t before = (64 - reinterpret_cast<uintptr_t>(dst) % 64) % 64;
-    size_t i = before < count ? before : count;
-    if (i > 0) {
-        some(0, FirstBytes(i));
-    }
-    for (; i + 64 <= count; i += 64) {
-        some(i, ~__mmask64{0});
-    }
-    if (i < count) {
-        some(i, FirstBytes(count - i));
-    }
-}
-
-} // namespace
-
-// Measured: 1.8 times as fast as the plain body, which the compiler makes into shorter vectors.
-void avx512vnni::Rectify(const int8_t* src, int8_t* dst, size_t count) {
-    ByLines(dst, count, [&](size_t i, __mmask64 inside) {
-        const __m512i values = LoadBytes(inside, src + i);
-        StoreBytes(inside, _mm512_max_epi8(values, _mm512_setzero_si512()), dst + i);
-    });
-}
-
-void avx512vnni::FlipSigns(uint8_t* data, size_t count) {
-    for (size_t i = 0; i < count; i += 64) {
-        const __mmask64 inside = FirstBytes(count - i);
-        _mm512_mask_storeu_epi8(data + i, inside,
-                                FlipSign(_mm512_maskz_loadu_epi8(inside, data + i)));
-    }
-}
-
-namespace {
-
-inline __m512i Widen(__mmask32 inside, const int8_t* values, __m128i shift) {
-    return _mm512_sll_epi16(_mm512_cvtepi8_epi16(_mm256_maskz_loadu_epi8(inside, values)), shift);
-}
-
-// Half of each byte, rounded up: the mean of it and zero. The instruction is for unsigned bytes;
-// the flipped signs add 128 to both and so to the mean.
-inline __m512i HalfUp(__m512i bytes) {
-    return FlipSign(_mm512_avg_epu8(FlipSign(bytes), FlipSign(_mm512_setzero_si512())));
-}
-
-// Measured: 20 times as fast as the plain body, 3 times as fast as sums of 16 bits.
-//
-// The shifts that nearly all layers have are done on bytes: what is shifted left and right by one
-// again stays as it is, and the other summand's lowest bit only matters for the rounding.
-template <typename Sum>
-void AddBytes(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const Sum& sum) {
-    ByLines(dst, count, [&](size_t i, __mmask64 inside) {
-        const __m512i a = LoadBytes(inside, in1 + i);
-        const __m512i b = in2 != nullptr ? LoadBytes(inside, in2 + i) : _mm512_setzero_si512();
-        StoreBytes(inside, sum(a, b), dst + i);
-    });
-}
-
-void AddWords(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& s) {
-    const __m128i shift1 = _mm_cvtsi32_si128(static_cast<int>(s.in1));
-    const __m128i shift2 = _mm_cvtsi32_si128(static_cast<int>(s.in2));
-    const __m128i shiftOut = _mm_cvtsi32_si128(static_cast<int>(s.out));
-    const __m512i half = _mm512_set1_epi16(static_cast<int16_t>(s.out == 0 ? 0 : 1 << (s.out - 1)));
-    for (size_t i = 0; i < count; i += 32) {
-        const __mmask32 inside = static_cast<__mmask32>(FirstBytes(count - i));
-        __m512i sum = _mm512_add_epi16(Widen(inside, in1 + i, shift1), half);
-        if (in2 != nullptr) {
-            sum = _mm512_add_epi16(sum, Widen(inside, in2 + i, shift2));
-        }
-        _mm256_mask_storeu_epi8(dst + i, inside,
-                                _mm512_cvtsepi16_epi8(_mm512_sra_epi16(sum, shiftOut)));
-    }
-}
-
-} // namespace
-
-void avx512vnni::Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count,
-                     const AddShifts& s) {
-    const auto is = [&](uint32_t shift1, uint32_t shift2, uint32_t out) {
-        return s.in1 == shift1 && s.in2 == shift2 && s.out == out;
-    };
-    if (is(0, 0, 0) || is(1, 1, 1)) {
-        AddBytes(in1, in2, dst, count, [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, b); });
-    } else if (is(0, 1, 0)) {
-        // Twice the second: sums that saturate go on in the same direction.
-        AddBytes(in1, in2, dst, count,
-                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(_mm512_adds_epi8(a, b), b); });
-    } else if (is(1, 0, 1)) {
-        AddBytes(in1, in2, dst, count,
-                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(a, HalfUp(b)); });
-    } else if (is(0, 1, 1)) {
-        AddBytes(in1, in2, dst, count,
-                 [](__m512i a, __m512i b) { return _mm512_adds_epi8(HalfUp(a), b); });
-    } else if (is(0, 0, 1)) {
-        AddBytes(in1, in2, dst, count, [](__m512i a, __m512i b) {
-            return FlipSign(_mm512_avg_epu8(FlipSign(a), FlipSign(b)));
-        });
-    } else {
-        AddWords(in1, in2, dst, count, s);
-    }
-}
-
-const Routines kAvx512VnniRoutines{
-    "avx512vnni",       avx512vnni::Multiply,       avx512vnni::Depthwise,
-    avx512vnni::Dot,    avx512vnni::MaxPoolStride1, avx512vnni::MaxPoolStride2,
-    avx512vnni::Sample, avx512vnni::Rectify,        avx512vnni::FlipSigns,
-    avx512vnni::Add};
 
 } // namespace orvo

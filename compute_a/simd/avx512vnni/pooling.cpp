@@ -8,10 +8,10 @@
 #include <immintrin.h>
 
 #include "compute_a/routines.h"
-#include "compute_a/simd/avx512_lanes.h"
-#include "compute_a/simd/avx512vnni.h"
+#include "compute_a/simd/avx512vnni/lanes.h"
+#include "compute_a/simd/avx512vnni/routines.h"
+#include "compute_a/simd/plain/routines.h"
 #include "compute_a/simd/planes_of_rows.h"
-#include "compute_a/simd/plain.h"
 
 namespace orvo {
 namespace {
