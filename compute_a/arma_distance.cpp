@@ -9,7 +9,6 @@
 // such a number could come up at all the lanes are computed step by step. Features hold nothing of
 // the kind, and finding that out takes little time beside the chain of dependent additions.
 #include <algorithm>
-#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
@@ -26,9 +25,15 @@ constexpr uint32_t kMagnitude = 0x7fffffffu;
 // 2^-123: none but 0 is subnormal.
 constexpr uint32_t kSafe = (127u - 50u) << 23;
 
+// As std::bit_cast, which the library of Debian's Emscripten lacks.
+template <typename To, typename From>
+constexpr To BitCast(From from) {
+    return __builtin_bit_cast(To, from);
+}
+
 // A float's magnitude less 1: zeros wrap to the largest numbers, so that one minimum finds the
 // small ones among the others.
-inline uint32_t LessOne(float value) { return (std::bit_cast<uint32_t>(value) & kMagnitude) - 1u; }
+inline uint32_t LessOne(float value) { return (BitCast<uint32_t>(value) & kMagnitude) - 1u; }
 
 // Whether all are zero or far from the subnormal numbers.
 inline bool AreSafe(const float* a, const float* b, size_t count) {
@@ -54,10 +59,9 @@ bool IsSafe(const float* a, const float* b, size_t count) { return AreSafe(a, b,
 
 // The bits decide, not a comparison, which the processor's own settings could change.
 float Flush(float value) {
-    const uint32_t bits = std::bit_cast<uint32_t>(value);
-    return (bits & kMagnitude) < std::bit_cast<uint32_t>(FLT_MIN)
-               ? std::bit_cast<float>(bits & ~kMagnitude)
-               : value;
+    const uint32_t bits = BitCast<uint32_t>(value);
+    return (bits & kMagnitude) < BitCast<uint32_t>(FLT_MIN) ? BitCast<float>(bits & ~kMagnitude)
+                                                            : value;
 }
 
 // What lies below the smallest normal number before it is rounded counts as zero, too; a product of
