@@ -197,7 +197,7 @@ inline void PackTiles32(const int8_t*& at, size_t pitch, size_t steps, int8_t*& 
 // clang-format on
 
 template <Widen kWiden>
-inline void MultiplyTiles32(const Tiles32& t) {
+static void MultiplyTiles32(const Tiles32& t) {
     const int8_t* values = t.values;
     int8_t* dst = t.dst;
     size_t count = t.count;
