@@ -3,11 +3,8 @@
 
 #include "orvo/bounded_memory.h"
 
-// In a file of its own, so that a linker can put other functions in place (--wrap). WebAssembly knows
-// two names of a function by one address only where they are given; see bounded_memory.cpp.
-#if !defined(__EMSCRIPTEN__)
+// In a file of its own, so that a linker can put other functions in place (--wrap).
 namespace orvo {
-
 namespace {
 
 // Two names of one function have one address. Clang takes two names for two functions and would
@@ -25,4 +22,3 @@ bool BoundedMemoryIsOwn() {
 }
 
 } // namespace orvo
-#endif
