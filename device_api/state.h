@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What the parts of the device API share of its state. The state itself, one for the process, is
-// private to lifecycle.cpp; every call into the core and every access to it happens under one mutex.
+// private to lifecycle.cpp; every call into the core and every access to it happens under one
+// mutex.
 #pragma once
 
 #include <cstdint>

@@ -34,8 +34,9 @@ bool UnwrapKey(const StoredModel& model, KeyBuffer& key) {
     return true;
 }
 
-// Biases are enciphered as they lie on a machine with the least significant byte first. Elsewhere their
-// bytes change places before and after; what is stored plain is the same number then as before.
+// Biases are enciphered as they lie on a machine with the least significant byte first. Elsewhere
+// their bytes change places before and after; what is stored plain is the same number then as
+// before.
 void OrderBytes(const ModelArray& array) {
     if constexpr (std::endian::native != std::endian::little) {
         auto* const bytes = static_cast<uint8_t*>(array.data);

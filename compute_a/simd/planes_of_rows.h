@@ -2,8 +2,9 @@
 //
 // Routines for planes made of those for a plane, a row or two.
 //
-// They are static: files for several instruction sets make them of the same routine, each with its own
-// instructions, and the linker would keep any one of them for all, also on a processor without these.
+// They are static: files for several instruction sets make them of the same routine, each with its
+// own instructions, and the linker would keep any one of them for all, also on a processor without
+// these.
 #pragma once
 
 #include "compute_a/routines.h"

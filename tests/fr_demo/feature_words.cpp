@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Prints the feature of one picture as 128 numbers in hexadecimal, so that machines can be compared that
-// keep the bytes of a number in different orders. Given a command, fails where that prints others.
+// Prints the feature of one picture as 128 numbers in hexadecimal, so that machines can be compared
+// that keep the bytes of a number in different orders. Given a command, fails where that prints
+// others.
 #include <bit>
 #include <cstdint>
 #include <cstdio>

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * Loads the library that it is given, every import resolved at once, in a process that has no platform,
- * and opens and closes the device API. */
+ * Loads the library that it is given, every import resolved at once, in a process that has no
+ * platform, and opens and closes the device API. */
 #include <dlfcn.h>
 #include <stdint.h>
 #include <stdio.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A program that links the static library may use the names of the device API's static state for its
-// own: neither sees the other's.
+// A program that links the static library may use the names of the device API's static state for
+// its own: neither sees the other's.
 #include <gtest/gtest.h>
 
 #include <cstdint>

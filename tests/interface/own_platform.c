@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
- * A program that implements some of the platform itself: its functions come before those of the stand-in,
- * which the library brings along. */
+ * A program that implements some of the platform itself: its functions come before those of the
+ * stand-in, which the library brings along. */
 #include <stdio.h>
 
 #include "orvo/cipher.h"

@@ -653,7 +653,8 @@ TEST_F(PackModels, MalformedOffsetsAreNamed) {
         {Json("0"), "data_offsets is not a list of whole numbers"},
         {Json::array({0, 124}), "data_offsets span 124 bytes, which shape [32] does not take"}};
     for (const auto& [offsets, line] : cases) {
-        ExpectFrRefused([&](Model* model) { model->header["0.bias"]["data_offsets"] = offsets; },
+        ExpectFrRefused([&offsets = offsets](
+                            Model* model) { model->header["0.bias"]["data_offsets"] = offsets; },
                         tensor + line);
     }
 }
@@ -668,8 +669,9 @@ TEST_F(PackModels, MalformedShapesAreNamed) {
          "data_offsets span 128 bytes, which shape [9223372036854775807, 9223372036854775807] does "
          "not take"}};
     for (const auto& [shape, line] : cases) {
-        ExpectFrRefused([&](Model* model) { model->header["0.bias"]["shape"] = shape; },
-                        tensor + line);
+        ExpectFrRefused(
+            [&shape = shape](Model* model) { model->header["0.bias"]["shape"] = shape; },
+            tensor + line);
     }
 }
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// The samples, put through the library in one call and by its exported steps: corner for corner as
-// the alignment network answers, both give the same bits.
+// The samples, put through the library in one call and by its exported steps, give the same bits: the
+// box corner for corner as the alignment network answers, where it does not begin before the picture.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <vector>
@@ -18,15 +19,18 @@ namespace {
 
 constexpr size_t kPlane = ORVO_FR_CROP_SIZE * ORVO_FR_CROP_SIZE;
 
-// The feature of a picture whose box lies inside its plane, from the exported functions alone.
+// The feature of a picture from the exported functions alone.
 std::vector<float> FeatureBySteps(const uint8_t* pixels) {
     std::vector<uint8_t> small(ORVO_FR_ALIGN_SIZE * ORVO_FR_ALIGN_SIZE);
     ImageResizeBilin(pixels, small.data(), 256, 256, 256, ORVO_FR_ALIGN_SIZE, ORVO_FR_ALIGN_SIZE);
     AlignRun(small.data());
     const int8_t* const answer = AlignGetOutput();
-    const int left = 2 * answer[0];
-    const int top = 2 * answer[1];
-    EXPECT_GE(256 * top + left, 0);
+    int left = 2 * answer[0];
+    int top = 2 * answer[1];
+    if (256 * top + left < 0) {
+        left = std::max(left, 0);
+        top = std::max(top, 0);
+    }
     std::vector<uint8_t> planes(3 * kPlane);
     ImageResizeBilin(pixels + 256 * top + left, planes.data(), 2 * answer[3] - top,
                      2 * answer[2] - left, 256, ORVO_FR_CROP_SIZE, ORVO_FR_CROP_SIZE);

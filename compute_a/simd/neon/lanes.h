@@ -11,13 +11,18 @@
 #include "compute_a/requantise.h"
 
 namespace orvo {
+namespace { // nothing that a file for another instruction set could share
+
+// The largest total of |w| that a sum of 16 bits may take: with any int8 values its products come
+// to 255 * 128 = 32640 at most.
+constexpr uint32_t kMostWeight = 255;
 
 // When sums of 16 bits that a group of channels adds its products in are widened.
 enum class Widen {
-    kStep,  // after each step of four rows
-    kPair,  // after two steps
-    kEnd,   // after the last: they take all rows
-    kNever, // they cannot take even one step
+    kStep,    // after each step of four rows
+    kPair,    // after two steps
+    kEnd,     // after the last: they take all rows
+    kProduct, // after each product: they cannot take even one step
 };
 
 // 32 bytes, as two vectors of 16 or four of 8: what 32-bit ARM loads and stores by one instruction,
@@ -62,6 +67,15 @@ template <int A, int B>
 inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
     return vmlal_high_s8(vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
                          b.val[B]);
+}
+// The same of rows 0 and 1, and of rows 2 and 3.
+template <int A, int B>
+inline int16x8_t MultiplyFirst(const Bytes32& a, const Bytes32& b) {
+    return vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B]));
+}
+template <int A, int B>
+inline int16x8_t MultiplySecond(const Bytes32& a, const Bytes32& b) {
+    return vmull_high_s8(a.val[A], b.val[B]);
 }
 
 inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
@@ -126,6 +140,14 @@ template <int A, int B>
 inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
     return vmlal_s8(vmull_s8(a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
 }
+template <int A, int B>
+inline int16x8_t MultiplyFirst(const Bytes32& a, const Bytes32& b) {
+    return vmull_s8(a.val[A], b.val[2 * B]);
+}
+template <int A, int B>
+inline int16x8_t MultiplySecond(const Bytes32& a, const Bytes32& b) {
+    return vmull_s8(a.val[A + 2], b.val[2 * B + 1]);
+}
 
 // Rows interleaved by two, 8 pixels, in the order that suits these products; `to` moves past them.
 inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
@@ -157,36 +179,6 @@ inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
 #endif
 }
 
-#if defined(__aarch64__)
-
-// Two vectors by one instruction. Copies of a constant are loaded sooner than moved.
-struct TwoVectors {
-    int32x4_t first, second;
-};
-inline TwoVectors LoadTwo(const int32_t from[8]) {
-    TwoVectors loaded;
-    __asm__("ldp %q0, %q1, %2"
-            : "=w"(loaded.first), "=w"(loaded.second)
-            : "Q"(*reinterpret_cast<const int32_t(*)[8]>(from)));
-    return loaded;
-}
-
-// The top bytes of four vectors, in order.
-inline int8x16_t TopBytes(const int32x4_t v[4]) {
-    const int16x8_t low = vuzp2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[1]));
-    const int16x8_t high = vuzp2q_s16(vreinterpretq_s16_s32(v[2]), vreinterpretq_s16_s32(v[3]));
-    return vuzp2q_s8(vreinterpretq_s8_s16(low), vreinterpretq_s8_s16(high));
-}
-
-// The same, one of each vector in turn.
-inline int8x16_t InterleaveTopBytes(const int32x4_t v[4]) {
-    const int16x8_t even = vtrn2q_s16(vreinterpretq_s16_s32(v[0]), vreinterpretq_s16_s32(v[2]));
-    const int16x8_t odd = vtrn2q_s16(vreinterpretq_s16_s32(v[1]), vreinterpretq_s16_s32(v[3]));
-    return vtrn2q_s8(vreinterpretq_s8_s16(even), vreinterpretq_s8_s16(odd));
-}
-
-#endif
-
 // A finished sum is shifted left, with saturation, until its top byte is the output: the bits below
 // that byte are those that the right shift by `shift` drops, and what the byte cannot hold
 // saturates the whole.
@@ -210,4 +202,5 @@ inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) 
 #endif
 }
 
+} // namespace
 } // namespace orvo

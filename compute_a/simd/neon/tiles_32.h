@@ -13,7 +13,7 @@
 //     q14-q15  products of a plane, until they are widened
 //
 // A finished sum is shifted left with saturation until its top byte is the output (see TopByteShift
-// in neon_lanes.h), and unzipping twice picks that byte. Instructions per 256 products and per tile
+// in lanes.h), and unzipping twice picks that byte. Instructions per 256 products and per tile
 // beside them, from intrinsics and here: 57 and 60 to 56 and 28 where each step is widened, 51 and
 // 59 to 48 and 28 where two are, 41 and 85 to 40 and 44 where all rows fit; 13 % of the product.
 #pragma once
@@ -23,9 +23,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "compute_a/simd/neon_lanes.h"
+#include "compute_a/simd/neon/lanes.h"
 
 namespace orvo {
+namespace {
 
 struct Tiles32 {
     const int8_t* values; // packed pixels, a tile after the other
@@ -196,7 +197,7 @@ inline void PackTiles32(const int8_t*& at, size_t pitch, size_t steps, int8_t*& 
 // clang-format on
 
 template <Widen kWiden>
-inline void MultiplyTiles32(const Tiles32& t) {
+static void MultiplyTiles32(const Tiles32& t) {
     const int8_t* values = t.values;
     int8_t* dst = t.dst;
     size_t count = t.count;
@@ -229,4 +230,5 @@ inline void MultiplyTiles32(const Tiles32& t) {
     }
 }
 
+} // namespace
 } // namespace orvo

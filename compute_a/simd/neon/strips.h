@@ -23,6 +23,7 @@
 #include <cstring>
 
 namespace orvo {
+namespace {
 
 constexpr size_t kStripRows = 6;
 // A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
@@ -124,4 +125,5 @@ void ConvolvePlane(const StripPlane& p, const Filter& filter) {
                   : ConvolveStrip<Sides::kRight, Wide>(strip, filter);
 }
 
+} // namespace
 } // namespace orvo
