@@ -9,11 +9,11 @@
 // such a number could come up at all the lanes are computed step by step. Features hold nothing of
 // the kind, and finding that out takes little time beside the chain of dependent additions.
 #include <algorithm>
-#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "orvo/q7_kernels.h"
 
@@ -26,9 +26,21 @@ constexpr uint32_t kMagnitude = 0x7fffffffu;
 // 2^-123: none but 0 is subnormal.
 constexpr uint32_t kSafe = (127u - 50u) << 23;
 
+// Not std::bit_cast, which the standard library of the WebAssembly compiler does not have.
+inline uint32_t BitsOf(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+inline float FloatOf(uint32_t bits) {
+    float value;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
 // A float's magnitude less 1: zeros wrap to the largest numbers, so that one minimum finds the
 // small ones among the others.
-inline uint32_t LessOne(float value) { return (std::bit_cast<uint32_t>(value) & kMagnitude) - 1u; }
+inline uint32_t LessOne(float value) { return (BitsOf(value) & kMagnitude) - 1u; }
 
 // Whether all are zero or far from the subnormal numbers.
 inline bool AreSafe(const float* a, const float* b, size_t count) {
@@ -54,10 +66,8 @@ bool IsSafe(const float* a, const float* b, size_t count) { return AreSafe(a, b,
 
 // The bits decide, not a comparison, which the processor's own settings could change.
 float Flush(float value) {
-    const uint32_t bits = std::bit_cast<uint32_t>(value);
-    return (bits & kMagnitude) < std::bit_cast<uint32_t>(FLT_MIN)
-               ? std::bit_cast<float>(bits & ~kMagnitude)
-               : value;
+    const uint32_t bits = BitsOf(value);
+    return (bits & kMagnitude) < BitsOf(FLT_MIN) ? FloatOf(bits & ~kMagnitude) : value;
 }
 
 // What lies below the smallest normal number before it is rounded counts as zero, too; a product of

@@ -108,7 +108,7 @@ const Routines& ChosenRoutines();
 constexpr size_t kMaxPaths = 4;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
-// One table a path, each in its file in compute_a/simd/. Only those that the target can have exist.
+// One table a path, each in its folder of compute_a/simd/. Only those that the target can have exist.
 extern const Routines kPlainRoutines;
 extern const Routines kAvx2Routines;
 extern const Routines kAvx512VnniRoutines;

@@ -2,6 +2,7 @@
 #include "device_api/frame.h"
 
 #include "device_api/diagnostics.h"
+#include "device_api/frame_size.h"
 #include "device_api/state.h"
 #include "orvo/kova_mpi.h"
 #include "orvo/orvo_fr.h"
@@ -9,8 +10,6 @@
 namespace orvo {
 namespace {
 
-constexpr uint32_t kMinWidth = 16;
-constexpr uint32_t kMinHeight = 12;
 constexpr uint32_t kInnerSize = ORVO_FR_IMAGE_SIZE;
 constexpr uint32_t kMapped = 0;  // mem_type: the library maps the plane itself
 constexpr uint32_t kVirtual = 1; // mem_type: the caller's address is usable
@@ -81,12 +80,13 @@ uint32_t fr_check_image(const obj_img* img) {
         KOVA_FR_INFO("Error: vir_addr cannot be zero!\n");
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
-    if (img->width < kMinWidth) {
-        KOVA_FR_INFO("Error: width(%u) can not less than %d!\n", img->width, int{kMinWidth});
+    if (img->width < kMinFrameWidth) {
+        KOVA_FR_INFO("Error: width(%u) can not less than %d!\n", img->width, int{kMinFrameWidth});
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
-    if (img->height < kMinHeight) {
-        KOVA_FR_INFO("Error: height(%u) can not less than %d!\n", img->height, int{kMinHeight});
+    if (img->height < kMinFrameHeight) {
+        KOVA_FR_INFO("Error: height(%u) can not less than %d!\n", img->height,
+                     int{kMinFrameHeight});
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
     if (img->width % 2 != 0) {

@@ -6,7 +6,7 @@
 namespace orvo_grey {
 namespace {
 
-constexpr uint32_t kCells = 12; // in each direction; a face has the least rows, and they are 12
+constexpr uint32_t kCells = 12; // in each direction; so many rows has the lowest frame
 
 double CellMean(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t stride) {
     uint64_t sum = 0;

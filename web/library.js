@@ -48,6 +48,9 @@ async function orvoOpen(bytes) {
         throw new Error("the models could not be opened (status " + status + ")");
     }
 
+    const sizes = module.OrvoWebSmallest();
+    const smallest = { width: sizes >>> 16, height: sizes & 0xffff };
+
     // A picture as a canvas gives it (width, height, data: red, green, blue, alpha), of which `part`
     // (left, top, width, height) is the frame; the whole picture without. Null where it shows no
     // structure, as a wall does.
@@ -61,7 +64,8 @@ async function orvoOpen(bytes) {
             return null;
         }
         if (failed !== 0) {
-            throw new RangeError("a face needs at least 16 x 12 pixels inside the picture");
+            throw new RangeError("a face needs at least " + smallest.width + " x " + smallest.height +
+                " pixels inside the picture");
         }
         const milliseconds = performance.now() - begin;
         let at = module.OrvoWebResult();
@@ -87,7 +91,7 @@ async function orvoOpen(bytes) {
         return module.OrvoWebDistance();
     }
 
-    return { extract, distance };
+    return { extract, distance, smallest };
 }
 
 if (typeof module === "object") {

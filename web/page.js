@@ -98,8 +98,10 @@ function look(source, square) {
     if (width * height > MOST_PIXELS) {
         throw new SentenceError("This picture has more than 24 megapixels; choose a smaller one.");
     }
-    if (width < 16 || height < 12) {
-        throw new SentenceError("This picture is too small: a face needs at least 16 x 12 pixels.");
+    const { smallest } = library;
+    if (width < smallest.width || height < smallest.height) {
+        throw new SentenceError("This picture is too small: a face needs at least " + smallest.width +
+            " x " + smallest.height + " pixels.");
     }
     const canvas = document.createElement("canvas");
     canvas.width = width;

@@ -13,6 +13,9 @@
 #include "orvo/model_store.h"
 #include "reference/reference_networks.h"
 
+// Of model_store_in_c.c.
+extern "C" const size_t g_sizesInC[4];
+
 namespace {
 
 using orvo_reference::AlignLayers;
@@ -93,6 +96,17 @@ TEST(Registry, EntriesAreTheDeclaredArrays) {
     for (size_t i = 0; i < fr.size(); ++i) {
         expectSame(fr[i], g_frArray[i]);
     }
+}
+
+TEST(Registry, IsTheSameInC) {
+    size_t bytes = 0;
+    for (const ModelArray& entry : g_frArray) {
+        bytes += entry.size;
+    }
+    EXPECT_EQ(g_sizesInC[0], sizeof g_alignArray);
+    EXPECT_EQ(g_sizesInC[1], sizeof g_frArray);
+    EXPECT_EQ(g_sizesInC[2], sizeof g_alignWeights1);
+    EXPECT_EQ(g_sizesInC[3], bytes);
 }
 
 TEST(Registry, EntryHasFourWordsInOrder) {

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <sstream>
 
-#include "commands.h"
-#include "failure.h"
-#include "label.h"
-#include "output_file.h"
-#include "shipped_thresholds.h"
+#include "commands/commands.h"
+#include "evaluation/shipped_thresholds.h"
+#include "files/failure.h"
+#include "files/output_file.h"
+#include "terminal/label.h"
 
 namespace {
 

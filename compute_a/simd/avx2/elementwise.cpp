@@ -4,7 +4,7 @@
 #include "compute_a/routines.h"
 #include "compute_a/simd/avx2/lanes.h"
 #include "compute_a/simd/avx2/routines.h"
-#include "compute_a/simd/plain.h"
+#include "compute_a/simd/plain/routines.h"
 
 namespace orvo {
 

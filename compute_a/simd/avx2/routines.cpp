@@ -14,7 +14,7 @@
 // The dot product of 256 values takes 13 ns in place of 30.
 #include "compute_a/simd/avx2/routines.h"
 
-#include "compute_a/simd/plain.h"
+#include "compute_a/simd/plain/routines.h"
 
 namespace orvo {
 

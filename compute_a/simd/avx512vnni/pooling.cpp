@@ -10,7 +10,7 @@
 #include "compute_a/routines.h"
 #include "compute_a/simd/avx512vnni/lanes.h"
 #include "compute_a/simd/avx512vnni/routines.h"
-#include "compute_a/simd/plain.h"
+#include "compute_a/simd/plain/routines.h"
 #include "compute_a/simd/planes_of_rows.h"
 
 namespace orvo {

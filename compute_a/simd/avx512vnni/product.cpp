@@ -25,7 +25,7 @@
 
 #include "compute_a/simd/avx512vnni/lanes.h"
 #include "compute_a/simd/avx512vnni/routines.h"
-#include "compute_a/simd/plain.h"
+#include "compute_a/simd/plain/routines.h"
 #include "compute_a/simd/product.h"
 
 namespace orvo {

@@ -44,7 +44,8 @@ void ExpectCropIsTheBox(const Grey& frame, const json& box, const Grey& crop) {
 
 TEST(Inspect, BoxOfTheFrameGivesTheCrop) {
     const TempFolder folder;
-    for (const std::string name : {"cleo-1.png", "joe-2.png", "lena-3.png", "finn-3.png", "kim-1.png"}) {
+    for (const std::string name :
+         {"cleo-1.png", "joe-2.png", "lena-3.png", "finn-3.png", "kim-1.png"}) {
         const json seen = Inspect({Sample(name), "--save-crop", folder / "crop.png"});
         ExpectCropIsTheBox(DecodeGreyPng(ReadFile(Sample(name))), seen["face_box_in_frame"],
                            DecodeGreyPng(ReadFile(folder / "crop.png")));

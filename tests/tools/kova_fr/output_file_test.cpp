@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Files are moved to their places on file systems that lack one call or another, and the folder is
 // made to last. The program's own calls are led through the functions below.
-#include "output_file.h"
+#include "files/output_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "failure.h"
+#include "files/failure.h"
 #include "program.h"
 
 namespace {

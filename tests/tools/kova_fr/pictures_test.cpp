@@ -10,7 +10,7 @@
 #include "orvo/kova_fr.h"
 #include "orvo/kova_mpi.h"
 #include "picture_files.h"
-#include "picture_io.h"
+#include "pictures/picture_io.h"
 #include "program.h"
 
 namespace kova_fr_test {
