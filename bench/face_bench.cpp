@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "bench/naive_layers.h"
+#include "bench/network_input.h"
 #include "bench/own_layers.h"
 #include "bench/path_table.h"
 #include "bench/peak.h"
@@ -44,7 +45,7 @@ struct Core {
         for (size_t i = 0; i < picture.size(); ++i) { // a soft gradient
             picture[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
         }
-        run(); // leaves its part of the picture to the networks when they run alone
+        run(); // brings code and weights into the caches
     }
 
     void run() {
@@ -122,14 +123,14 @@ void TimeDecipher(benchmark::State& state) {
 void TimeAlignRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        AlignRun(g_frInnerImage);
+        AlignRun(orvo_bench::NetworkInput());
     }
 }
 
 void TimeFrRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        FrRun(g_frInnerImage);
+        FrRun(orvo_bench::NetworkInput());
     }
 }
 

@@ -20,14 +20,15 @@
 #include <cstring>
 #include <vector>
 
-#include "bench/layer_clock.h"
+#include "bench/network_input.h"
 #include "orvo/model_store.h"
 #include "orvo/orvo_fr.h"
 #include "orvo/q7_kernels.h"
+#include "timing/layer_clock.h"
 
 namespace {
 
-using namespace orvo_bench;
+using namespace orvo_timing;
 
 // Beside the kinds of kernels.
 constexpr unsigned kAlign = 1u << 9;
@@ -52,10 +53,10 @@ constexpr What kWhats[] = {
 void RunFace(unsigned parts) {
     g_parts = parts;
     if ((parts & kAlign) != 0) {
-        AlignRun(g_frInnerImage);
+        AlignRun(orvo_bench::NetworkInput());
     }
     if ((parts & kRecognition) != 0) {
-        FrRun(g_frInnerImage);
+        FrRun(orvo_bench::NetworkInput());
     }
 }
 
@@ -139,7 +140,7 @@ int Init(const char* calls) {
     extern "C" void __real_##name parameters;         \
     extern "C" void __wrap_##name parameters;         \
     extern "C" void __wrap_##name parameters { RunPart<part>(__real_##name, ORVO_PLAIN arguments); }
-#include "bench/routed_kernels.h"
+#include "timing/routed_kernels.h"
 
 int main(int argc, char** argv) {
     const bool counts = argc >= 3 && argc <= 4 && std::strcmp(argv[1], "--count") == 0;

@@ -1,105 +1,44 @@
 // SPDX-License-Identifier: MIT
 #include "bench/networks.h"
 
+#include "orvo/network_layers.h"
+
 namespace orvo_bench {
 namespace {
 
 using enum LayerKind;
 
-// Grows a network from its input; each layer takes up the shape that the one before it left.
-struct Builder {
-    int channels;
-    int size;
-    Network layers = {};
-    int shortcutChannels = 0;
+struct Keep {};
+constexpr Keep kKeep;
 
-    void to(LayerKind kind, int outChannels) {
-        layers.push_back({kind, channels, size, outChannels});
-        size = OutSize(layers.back());
-        channels = outChannels;
+struct Builder {
+    Network layers = {};
+
+    void layer(LayerKind kind, int channels, int side, int outChannels) {
+        layers.push_back({kind, channels, side, outChannels});
     }
-    void same(LayerKind kind) { to(kind, channels); }
-    void keep() {
-        layers.back().keep = true;
-        shortcutChannels = channels;
-    }
-    void add() { layers.push_back({kAdd, shortcutChannels, size, channels}); }
+    void step(LayerKind kind, int channels, int side) { layer(kind, channels, side, channels); }
+    // What is kept for an addition is marked where it comes from.
+    void step(Keep, int, int) { layers.back().keep = true; }
 };
 
-void AlignBlock(Builder& net, int width) {
-    net.keep();
-    net.to(kPointwise, width / 2);
-    net.same(kDepthwiseRelu);
-    net.to(kPointwise, width);
-    net.same(kDepthwise);
-    net.add();
-}
-
-// The maximum, a filter and every second pixel: halves the plane.
-void Reduce(Builder& net) {
-    net.same(kMaxPool1);
-    net.same(kDepthwise);
-    net.same(kSample);
-    net.same(kRectify);
-}
-
-void ExpandAndReduce(Builder& net, int width) {
-    net.to(kPointwise, width);
-    net.same(kRectify);
-    net.same(kDepthwise);
-    Reduce(net);
-}
-
-void RecognitionBlock(Builder& net, int width) {
-    net.keep();
-    net.to(kPointwise, 2 * width);
-    net.same(kRectify);
-    net.same(kDepthwiseRelu);
-    net.to(kPointwise, width);
-    net.add();
-}
+#define ORVO_LAYER(kind, number, inputs, side, outputs, shift) \
+    net.layer(k##kind, inputs, side, outputs);
+#define ORVO_STEP(kind, channels, side, shift) net.step(k##kind, channels, side);
+#define ORVO_ADD(channels, side, shortcutChannels, branchShift, shortcutShift, outShift) \
+    net.layer(kAdd, shortcutChannels, side, channels);
 
 } // namespace
 
 Network AlignNetwork() {
-    Builder net{1, 24};
-    net.to(kConvolution, 32);
-    for (int width = 36; width <= 68; width += 4) {
-        AlignBlock(net, width);
-        if (width == 44 || width == 56) {
-            net.same(kMaxPool2);
-        }
-    }
-    net.same(kAverage);
-    net.to(kFullyConnected, 4);
+    Builder net;
+    ORVO_ALIGN_NETWORK(ORVO_LAYER, ORVO_STEP, ORVO_ADD)
     return net.layers;
 }
 
 Network RecognitionNetwork() {
-    Builder net{3, 96};
-    net.to(kConvolution, 32);
-    Reduce(net);
-    net.same(kDepthwiseRelu);
-    ExpandAndReduce(net, 64);
-    net.to(kPointwise, 32);
-    for (int block = 0; block < 4; ++block) {
-        RecognitionBlock(net, 32);
-    }
-    ExpandAndReduce(net, 128);
-    net.to(kPointwise, 64);
-    for (int block = 0; block < 6; ++block) {
-        RecognitionBlock(net, 64);
-    }
-    ExpandAndReduce(net, 256);
-    net.to(kPointwise, 64);
-    for (int block = 0; block < 2; ++block) {
-        RecognitionBlock(net, 64);
-    }
-    net.to(kPointwise, 256);
-    net.same(kRectify);
-    net.same(kGlobal);
-    net.to(kFullyConnected, 128);
-    net.same(kNormalise);
+    Builder net;
+    ORVO_FR_NETWORK(ORVO_LAYER, ORVO_STEP, ORVO_ADD)
     return net.layers;
 }
 

@@ -6,10 +6,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "bench/child.h"
-#include "bench/machine.h"
 #include "bench/naive_layers.h"
 #include "bench/peak.h"
+#include "timing/child.h"
+#include "timing/machine.h"
 
 namespace orvo_bench {
 namespace {
@@ -31,7 +31,7 @@ std::vector<Row> Measure(const std::string& path, const std::string& filter) {
         arguments.push_back("--benchmark_filter=" + std::string(kPeakRow) + "|" + filter);
     }
     std::vector<Row> rows;
-    const std::string text = RunThisProgram(path, arguments);
+    const std::string text = orvo_timing::RunThisProgram(path, arguments);
     if (text.empty() && path == kNaivePath) {
         return rows; // nothing of what was asked for has naive loops
     }
@@ -62,7 +62,9 @@ const Row* Find(const std::vector<Row>& rows, const std::string& name) {
 using Results = std::vector<std::pair<std::string, std::vector<Row>>>;
 
 void PrintJson(const TableOptions& options, const Results& results) {
-    Json all = {{"cpu", CpuName()}, {"compiler", CompilerName()}, {"commit", options.commit}};
+    Json all = {{"cpu", orvo_timing::CpuName()},
+                {"compiler", orvo_timing::CompilerName()},
+                {"commit", options.commit}};
     for (const auto& [path, rows] : results) {
         const Row* peak = Find(rows, kPeakRow);
         for (const Row& row : rows) {
@@ -125,8 +127,8 @@ void PrintGains(const Results& results) {
 }
 
 void PrintTable(const TableOptions& options, const Results& results) {
-    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", CpuName().c_str(),
-                CompilerName().c_str(), options.commit.c_str());
+    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", orvo_timing::CpuName().c_str(),
+                orvo_timing::CompilerName().c_str(), options.commit.c_str());
     for (const auto& [path, rows] : results) {
         const Row* peak = Find(rows, kPeakRow);
         const char* note = &path == &results[0].first ? ", chosen here" : "";

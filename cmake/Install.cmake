@@ -25,6 +25,10 @@ install(FILES "${PROJECT_BINARY_DIR}/orvo_fr-config.cmake"
 # The way from the pkg-config files to the prefix.
 file(RELATIVE_PATH PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" PC_PREFIX "${PC_PREFIX}")
+set(PC_REQUIRES)
+if(ORVO_NEEDS_HOST_PLATFORM)
+    set(PC_REQUIRES "Requires.private: kova_mpi_host\n")
+endif()
 foreach(module kova_fr kova_mpi_host)
     configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${module}.pc"

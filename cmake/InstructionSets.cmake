@@ -1,38 +1,43 @@
-# The paths that the target can have, one source file each, compiled for its instruction set.
+# The paths that the target can have, a folder of compute_a/simd/ each, compiled for its instruction set.
 # compute_a/routines.cpp chooses among them when the first kernel runs.
 #
 # ORVO_PATHS names the paths for the tests, which run with each of them.
 set(ORVO_PATH_SOURCES)
 set(ORVO_CIPHER_SOURCES)
-set(ORVO_PATHS plain)
+set(ORVO_PATHS)
+
+# orvo_path(NAME FOLDER FILES stem... [OPTIONS flag...])
+function(orvo_path name folder)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "FILES;OPTIONS")
+    list(TRANSFORM arg_FILES REPLACE "(.+)" "compute_a/simd/${folder}/\\1.cpp")
+    set_source_files_properties(${arg_FILES} PROPERTIES COMPILE_OPTIONS "${arg_OPTIONS}")
+    set(ORVO_PATH_SOURCES ${ORVO_PATH_SOURCES} ${arg_FILES} PARENT_SCOPE)
+    set(ORVO_PATHS ${ORVO_PATHS} ${name} PARENT_SCOPE)
+endfunction()
+
+orvo_path(plain plain FILES product depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    set(avx512_sources compute_a/simd/amx.cpp compute_a/simd/avx512_depthwise.cpp
-        compute_a/simd/avx512_pool.cpp compute_a/simd/avx512vnni.cpp)
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/avx2.cpp ${avx512_sources})
-    list(APPEND ORVO_PATHS avx2 avx512vnni amx)
-    set_source_files_properties(compute_a/simd/avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
+    orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
-    set_source_files_properties(${avx512_sources} PROPERTIES COMPILE_OPTIONS
-        "-mavx512f;-mavx512bw;-mavx512dq;-mavx512vl;-mavx512vbmi;-mavx512vnni;-Wno-uninitialized;$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+    set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni
+        -Wno-uninitialized "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+    orvo_path(avx512vnni avx512vnni FILES product depthwise pooling elementwise routines
+              OPTIONS ${avx512})
+    orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp)
     set_source_files_properties(cipher/aes_ni.cpp PROPERTIES COMPILE_OPTIONS "-maes;-msse4.1")
     set_source_files_properties(cipher/aes128.cpp PROPERTIES COMPILE_DEFINITIONS
                                 ORVO_HAVE_AES_INSTRUCTIONS)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
-    # NEON is in the base line of both targets; see the toolchain files.
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon.cpp)
-    list(APPEND ORVO_PATHS neon)
-    # Scheduled before registers are given out, the tiles and strips would not fit the registers, nor
-    # would the cipher's state and keys.
-    set_source_files_properties(compute_a/simd/neon.cpp cipher/aes_look_up.cpp PROPERTIES
-        COMPILE_OPTIONS "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+    # NEON is in the base line of both targets; see the toolchain files. Scheduled before registers are
+    # given out, the tiles and strips would not fit the registers, nor would the cipher's state and keys.
+    set(unscheduled "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+    orvo_path(neon neon FILES product depthwise pooling elementwise routines OPTIONS ${unscheduled})
+    set_source_files_properties(cipher/aes_look_up.cpp PROPERTIES COMPILE_OPTIONS ${unscheduled})
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
-        list(APPEND ORVO_PATH_SOURCES compute_a/simd/neon_dot.cpp)
-        list(APPEND ORVO_PATHS neon_dot)
-        set_source_files_properties(compute_a/simd/neon_dot.cpp PROPERTIES COMPILE_OPTIONS
-            "-march=armv8.2-a+dotprod;$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
+        orvo_path(neon_dot neon_dot FILES product depthwise routines
+                  OPTIONS -march=armv8.2-a+dotprod ${unscheduled})
     endif()
 elseif(EMSCRIPTEN)
-    list(APPEND ORVO_PATH_SOURCES compute_a/simd/wasm_simd.cpp)
-    list(APPEND ORVO_PATHS wasm_simd)
+    orvo_path(wasm_simd wasm FILES product depthwise routines)
 endif()

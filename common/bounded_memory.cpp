@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+// The definitions and nothing that calls them: a linker that is told to put other functions in
+// their place (--wrap) does so where an object leaves the name undefined, as all callers must.
 #include "orvo/bounded_memory.h"
 
 #include <cerrno>
@@ -11,13 +13,7 @@
 #pragma GCC diagnostic ignored "-Wmissing-attributes"
 #endif
 
-// A second, hidden name for each, which nothing can replace.
 extern "C" {
-__attribute__((visibility("hidden"))) int orvo_own_memcpy_s(void* dst, size_t dstSize,
-                                                            const void* src, size_t count);
-__attribute__((visibility("hidden"))) int orvo_own_memset_s(void* dst, size_t dstSize, int value,
-                                                            size_t count);
-
 int orvo_own_memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
     if (dst == nullptr || src == nullptr) {
         return EINVAL;
@@ -28,6 +24,7 @@ int orvo_own_memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) 
     std::memcpy(dst, src, count);
     return 0;
 }
+
 int orvo_own_memset_s(void* dst, size_t dstSize, int value, size_t count) {
     if (dst == nullptr) {
         return EINVAL;
@@ -45,11 +42,3 @@ __attribute__((weak, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t
 __attribute__((weak, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize, int value,
                                                                size_t count);
 }
-
-namespace orvo {
-
-bool BoundedMemoryIsOwn() {
-    return &memcpy_s == &orvo_own_memcpy_s && &memset_s == &orvo_own_memset_s;
-}
-
-} // namespace orvo

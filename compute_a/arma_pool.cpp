@@ -67,6 +67,13 @@ bool PadPlanes(const int8_t* src, size_t channels, const Border& b, int8_t* scra
     return true;
 }
 
+// In place an output lies at or before the inputs that it is made of, so that loops which take one
+// value after the other come out right. Vectors may store more than that and replace it later, so
+// the plain path serves there.
+const orvo::Routines& RoutinesFor(const int8_t* src, const int8_t* dst) {
+    return src == dst ? orvo::kPlainRoutines : orvo::ChosenRoutines();
+}
+
 // The mean of the values, shifted left first, rounded half away from zero.
 int8_t ShiftedMean(const int8_t* plane, uint32_t count, uint32_t shift) {
     uint32_t sum = 0;
@@ -85,7 +92,7 @@ int8_t ShiftedMean(const int8_t* plane, uint32_t count, uint32_t shift) {
 
 void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint32_t height,
                            uint16_t channels, int32_t pad, int8_t* scratch) {
-    if (pad < 0) {
+    if (pad < 0 || channels == 0) {
         return;
     }
     const Border border{width, height, static_cast<size_t>(pad)};
@@ -96,21 +103,27 @@ void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width, uint3
         src = scratch;
     }
     const orvo::Planes planes{border.paddedWidth(), border.paddedHeight(), channels};
-    orvo::ChosenRoutines().maxPoolStride2(src, planes, dst);
+    if (planes.bytes() != 0) {
+        orvo::ChosenRoutines().maxPoolStride2(src, planes, dst);
+    }
 }
 
 void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
                               int8_t* dst, void* /*scratch*/) {
-    if (width == 0 || height == 0) {
-        return;
+    const orvo::Planes planes{width, height, channels};
+    if (planes.bytes() != 0) {
+        RoutinesFor(src, dst).maxPoolStride1(src, planes, dst);
     }
-    orvo::ChosenRoutines().maxPoolStride1(src, {width, height, channels}, dst);
 }
 
 void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
                     int8_t* dst, void* /*scratch*/) {
-    if (height > 0) {
-        orvo::ChosenRoutines().sample(src, {width, static_cast<size_t>(height), channels}, dst);
+    if (height <= 0) {
+        return;
+    }
+    const orvo::Planes planes{width, static_cast<size_t>(height), channels};
+    if (planes.bytes() != 0) {
+        RoutinesFor(src, dst).sample(src, planes, dst);
     }
 }
 

@@ -10,35 +10,44 @@ namespace {
 
 constexpr char kUnit[] = "../compute_a/convolutiondepthwise_3x3_int8";
 
-// The lines that the failures are reported with are fixed, as is the wording: a failed copy is
-// reported as a fill, and the size bound is the byte count itself.
-void Report(int ret, int line) {
+// Callers may watch for these lines and this wording: a failed copy is reported as a fill. The size
+// bound is the byte count itself.
+bool Succeeded(int ret, int line) {
     if (ret != 0) {
         ORVO_ERR_AT(kUnit, line, "memset_s dst failed: %d\n", ret);
     }
+    return ret == 0;
 }
 
-// Writes `count` zeros and returns the position after them, written or not.
-int8_t* PutZeros(int8_t* to, size_t count, int line) {
-    Report(memset_s(to, count, 0, count), line);
-    return to + count;
+bool PutZeros(int8_t* to, size_t count, int line) {
+    return Succeeded(memset_s(to, count, 0, count), line);
 }
 
-// Copies the planes into zero-bordered ones. Goes on after a failure.
+// One row between two borders. Ends at the first failure.
+void PadRow(const int8_t* src, const orvo::DepthwiseGeometry& g, int8_t* to) {
+    int8_t* const middle = orvo::Offset(to, g.pad);
+    (void)(PutZeros(to, g.pad, 81) &&
+           Succeeded(memcpy_s(middle, g.srcWidth, src, g.srcWidth), 85) &&
+           PutZeros(orvo::Offset(middle, g.srcWidth), g.pad, 90));
+}
+
+// Copies the planes into zero-bordered ones. A row that fails is left where it fails, and the next
+// one is gone on with.
 void PadPlanes(const int8_t* src, const orvo::DepthwiseGeometry& g, int8_t* to) {
+    const auto putBorderRows = [&](int line) {
+        for (size_t y = 0; y < g.pad; ++y) {
+            (void)PutZeros(to, g.paddedWidth(), line);
+            to = orvo::Offset(to, g.paddedWidth());
+        }
+    };
     for (size_t c = 0; c < g.srcChannels; ++c) {
-        for (size_t y = 0; y < g.pad; ++y) {
-            to = PutZeros(to, g.paddedWidth(), 73);
-        }
+        putBorderRows(73);
         for (size_t y = 0; y < g.srcHeight; ++y) {
-            to = PutZeros(to, g.pad, 81);
-            Report(memcpy_s(to, g.srcWidth, src, g.srcWidth), 85);
-            to = PutZeros(to + g.srcWidth, g.pad, 90);
-            src += g.srcWidth;
+            PadRow(src, g, to);
+            src = orvo::Offset(src, g.srcWidth);
+            to = orvo::Offset(to, g.paddedWidth());
         }
-        for (size_t y = 0; y < g.pad; ++y) {
-            to = PutZeros(to, g.paddedWidth(), 97);
-        }
+        putBorderRows(97);
     }
 }
 
@@ -55,12 +64,17 @@ void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_
     }
     const orvo::DepthwiseGeometry geometry{srcWidth, srcHeight, srcChannels, pad,
                                            dstWidth, dstHeight, dstChannels};
-    if (orvo::ConvolveInPlaceOfPadding(src, geometry, weights, bias, outShift, INT8_MIN, dst)) {
+    if (orvo::ConvolveInPlaceOfPadding(src, tmpBuffer, geometry, weights, bias, outShift, INT8_MIN,
+                                       dst)) {
         return;
     }
     if (pad > 0) {
         PadPlanes(src, geometry, tmpBuffer);
         src = tmpBuffer;
+    }
+    // Failures are reported and gone on from, but planes that are nowhere cannot be read.
+    if (src == nullptr) {
+        return;
     }
     orvo::ConvolveDepthwise3x3(src, geometry, weights, bias, outShift, INT8_MIN, dst);
 }

@@ -43,13 +43,15 @@ void ConvolveDepthwise3x3(const int8_t* planes, const DepthwiseGeometry& geometr
     }
 }
 
-bool ConvolveInPlaceOfPadding(const int8_t* src, const DepthwiseGeometry& geometry,
-                              const int8_t* weights, const int32_t* bias, uint32_t shift,
-                              int8_t lowest, int8_t* dst) {
+bool ConvolveInPlaceOfPadding(const int8_t* src, const int8_t* scratch,
+                              const DepthwiseGeometry& geometry, const int8_t* weights,
+                              const int32_t* bias, uint32_t shift, int8_t lowest, int8_t* dst) {
     const bool usual = geometry.pad == 1 && geometry.dstWidth == geometry.srcWidth &&
-                       geometry.dstHeight == geometry.srcHeight &&
+                       geometry.dstHeight == geometry.srcHeight && geometry.dstChannels > 0 &&
                        geometry.dstChannels <= geometry.srcChannels;
-    if (!usual || !BoundedMemoryIsOwn()) {
+    // The own ones refuse a null address, and that is to be reported piece by piece.
+    const bool canFail = src == nullptr || scratch == nullptr || !BoundedMemoryIsOwn();
+    if (!usual || canFail) {
         return false;
     }
     ChosenRoutines().depthwise({src, geometry.srcWidth, geometry.srcHeight, geometry.dstChannels,

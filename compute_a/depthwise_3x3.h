@@ -39,8 +39,14 @@ void ConvolveDepthwise3x3(const int8_t* planes, const DepthwiseGeometry& geometr
 // The usual case, done without the padded planes: a border of one and outputs as large as the
 // inputs, where the bounded functions that write the padding are the library's own and cannot fail.
 // Returns false if it is not that case; then nothing was done.
-bool ConvolveInPlaceOfPadding(const int8_t* src, const DepthwiseGeometry& geometry,
-                              const int8_t* weights, const int32_t* bias, uint32_t shift,
-                              int8_t lowest, int8_t* dst);
+bool ConvolveInPlaceOfPadding(const int8_t* src, const int8_t* scratch,
+                              const DepthwiseGeometry& geometry, const int8_t* weights,
+                              const int32_t* bias, uint32_t shift, int8_t lowest, int8_t* dst);
+
+// The address so many bytes on; a null one stays null, so that every piece of it is refused.
+template <typename Byte>
+Byte* Offset(Byte* address, size_t bytes) {
+    return address == nullptr ? nullptr : address + bytes;
+}
 
 } // namespace orvo

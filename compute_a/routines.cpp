@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "compute_a/routines.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -92,9 +94,14 @@ constexpr Path kPaths[] = {
     {kPlainRoutines, Always},
 };
 
-// Paths are asked for one by one: naming another is how a process is kept from asking for tiles.
-const Routines* Choose() {
+// What the environment asks for; null where it asks for nothing.
+const char* WantedPath() {
     const char* wanted = std::getenv(kPathVariable);
+    return wanted == nullptr || *wanted == '\0' ? nullptr : wanted;
+}
+
+// Paths are asked for one by one: naming another is how a process is kept from asking for tiles.
+const Routines* Choose(const char* wanted) {
     for (const Path& path : kPaths) {
         if (wanted != nullptr && std::strcmp(path.routines.name, wanted) == 0 && path.available()) {
             return &path.routines;
@@ -106,6 +113,16 @@ const Routines* Choose() {
         }
     }
     return &kPlainRoutines;
+}
+
+// A wish that cannot be met is no failure, but whoever wished should know.
+void ReportOther(const char* wanted, const Routines& chosen) {
+    const bool isKnown = std::any_of(std::begin(kPaths), std::end(kPaths), [=](const Path& path) {
+        return std::strcmp(path.routines.name, wanted) == 0;
+    });
+    std::fprintf(stderr, "%s=%s: %s, %s is used\n", kPathVariable, wanted,
+                 isKnown ? "this machine does not have it" : "this build knows no such path",
+                 chosen.name);
 }
 
 } // namespace
@@ -122,12 +139,17 @@ size_t AvailableRoutines(const Routines* paths[kMaxPaths]) {
 }
 
 const Routines& ChosenRoutines() {
-    // Two threads may both find nothing and choose; they choose the same.
+    // Two threads may both find nothing and choose; they choose the same, and the first reports.
     static std::atomic<const Routines*> chosen{nullptr};
     const Routines* routines = chosen.load(std::memory_order_acquire);
     if (routines == nullptr) {
-        routines = Choose();
-        chosen.store(routines, std::memory_order_release);
+        const char* wanted = WantedPath();
+        const Routines* first = nullptr;
+        routines = Choose(wanted);
+        if (chosen.compare_exchange_strong(first, routines, std::memory_order_acq_rel) &&
+            wanted != nullptr && std::strcmp(routines->name, wanted) != 0) {
+            ReportOther(wanted, *routines);
+        }
     }
     return *routines;
 }

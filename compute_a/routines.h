@@ -4,9 +4,10 @@
 // exported functions check, expand and walk; everything that a profile shows goes through this
 // table.
 //
-// Every path gives the same bytes. One path is chosen when the first kernel runs: the best that the
-// processor and the operating system have, or the one named by the environment variable
-// ORVO_FR_PATH (a name that this build or machine does not have is ignored).
+// Every path gives the same bytes. One path is chosen when the working memory is set, or by the first
+// kernel that runs before: the best that the processor and the operating system have, or the one
+// named by the environment variable ORVO_FR_PATH. A name that this build or machine does not have is
+// reported once on standard error, and the best is taken.
 #pragma once
 
 #include <cstddef>
@@ -82,7 +83,8 @@ struct Routines {
     void (*multiply)(const MatrixProduct& product);
     void (*depthwise)(const DepthwisePlanes& planes);
     int32_t (*dot)(const int8_t* a, const int8_t* b, size_t count);
-    // 2 x 2 maximum with stride 1: src is replaced by its horizontal maxima. Planes are not empty.
+    // None of the next three is given planes without values, or none at all.
+    // 2 x 2 maximum with stride 1: src is replaced by its horizontal maxima.
     void (*maxPoolStride1)(int8_t* src, const Planes& planes, int8_t* dst);
     // 2 x 2 maximum with stride 2; a last odd row or column is ignored.
     void (*maxPoolStride2)(const int8_t* src, const Planes& planes, int8_t* dst);
@@ -106,7 +108,7 @@ const Routines& ChosenRoutines();
 constexpr size_t kMaxPaths = 4;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
-// One table a path, each in its file in compute_a/simd/. Only those that the target can have exist.
+// One table a path, each in its folder of compute_a/simd/. Only those that the target can have exist.
 extern const Routines kPlainRoutines;
 extern const Routines kAvx2Routines;
 extern const Routines kAvx512VnniRoutines;

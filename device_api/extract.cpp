@@ -33,7 +33,7 @@ uint32_t kova_fr_extract_obj_feature(const obj_img* img, uint32_t feature_len, f
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
     const orvo::ApiLock lock;
-    if (g_frApiInited == 0) {
+    if (!orvo::ApiIsInited()) {
         KOVA_FR_INFO("fr already deinited\n");
         return KOVA_FR_ERR_UNEXIST;
     }
@@ -44,7 +44,9 @@ uint32_t kova_fr_extract_obj_feature(const obj_img* img, uint32_t feature_len, f
         return createStatus;
     }
     const FrImage image = ToCoreImage(inner);
-    const int32_t runStatus = OrvoFrRun(&image, feature, ORVO_FR_FEATURE_BYTES);
+    const int32_t runStatus = orvo::IsWholeFrameMapped(*img)
+                                  ? OrvoFrRun(&image, feature, ORVO_FR_FEATURE_BYTES)
+                                  : int32_t{ORVO_FR_WRONG_SIZE};
     if (runStatus != ORVO_FR_OK) {
         KOVA_FR_INFO("fr extract obj feature fail,Error:%d\n", runStatus);
     }

@@ -2,6 +2,7 @@
 #include "device_api/frame.h"
 
 #include "device_api/diagnostics.h"
+#include "device_api/frame_size.h"
 #include "device_api/state.h"
 #include "orvo/kova_mpi.h"
 #include "orvo/orvo_fr.h"
@@ -9,8 +10,6 @@
 namespace orvo {
 namespace {
 
-constexpr uint32_t kMinWidth = 16;
-constexpr uint32_t kMinHeight = 12;
 constexpr uint32_t kInnerSize = ORVO_FR_IMAGE_SIZE;
 constexpr uint32_t kMapped = 0;  // mem_type: the library maps the plane itself
 constexpr uint32_t kVirtual = 1; // mem_type: the caller's address is usable
@@ -19,8 +18,12 @@ bool HasInnerSize(const obj_img& img) {
     return img.width == kInnerSize && img.height == kInnerSize;
 }
 
-// 256 rows, in 32 bits like the platform's sizes.
-uint32_t MappedBytes(const obj_img& img) { return img.stride << 8; }
+uint64_t FrameBytes(const obj_img& img) { return uint64_t{img.stride} * kInnerSize; }
+
+// In 32 bits, like the platform's lengths.
+uint32_t MappedBytes(const obj_img& img) { return static_cast<uint32_t>(FrameBytes(img)); }
+
+bool IsMapped(const obj_img& img) { return HasInnerSize(img) && img.mem_type == kMapped; }
 
 kova_video_frame ToScalerFrame(const obj_img& img) {
     kova_video_frame frame{};
@@ -77,12 +80,13 @@ uint32_t fr_check_image(const obj_img* img) {
         KOVA_FR_INFO("Error: vir_addr cannot be zero!\n");
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
-    if (img->width < kMinWidth) {
-        KOVA_FR_INFO("Error: width(%u) can not less than %d!\n", img->width, int{kMinWidth});
+    if (img->width < kMinFrameWidth) {
+        KOVA_FR_INFO("Error: width(%u) can not less than %d!\n", img->width, int{kMinFrameWidth});
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
-    if (img->height < kMinHeight) {
-        KOVA_FR_INFO("Error: height(%u) can not less than %d!\n", img->height, int{kMinHeight});
+    if (img->height < kMinFrameHeight) {
+        KOVA_FR_INFO("Error: height(%u) can not less than %d!\n", img->height,
+                     int{kMinFrameHeight});
         return KOVA_FR_ERR_ILLEGAL_PARAM;
     }
     if (img->width % 2 != 0) {
@@ -151,6 +155,10 @@ uint32_t fr_create_img(const obj_img& img, obj_img& inner) {
     return status;
 }
 
+bool IsWholeFrameMapped(const obj_img& img) {
+    return !IsMapped(img) || FrameBytes(img) == MappedBytes(img);
+}
+
 uint32_t fr_destory_img(const obj_img& img, const obj_img& inner) {
     if (HasInnerSize(img)) {
         if (img.mem_type == kVirtual) {
@@ -161,8 +169,9 @@ uint32_t fr_destory_img(const obj_img& img, const obj_img& inner) {
             KOVA_FR_INFO("Error:image size can not be zero\n");
             return KOVA_FR_ERR_ILLEGAL_PARAM;
         }
-        // The platform is given the low half of the physical address, not the mapping: a pairing
-        // that callers of this interface rely on being kept as it stands.
+        // The mapping is named by the low half of its physical address, which serves a platform that
+        // maps media memory one to one. One that knows mappings by their own address, like the
+        // stand-in, refuses, and the mapping goes when its block does.
         const int32_t status = KOVA_MPI_SYS_Munmap(ToPointer(img.phy_addr & 0xffffffffu), length);
         if (status != 0) {
             KOVA_FR_INFO("KOVA_MPI_SYS_Munmap failed, Error(0x%x)\n",

@@ -16,6 +16,10 @@ uint32_t fr_check_image(const obj_img* img);
 // first if need be; any other is scaled into a buffer of its own. On failure nothing is held.
 uint32_t fr_create_img(const obj_img& img, obj_img& inner);
 
+// False where the frame is longer than the platform's 32-bit lengths can say: the mapping that
+// fr_create_img() made is then too short to be read.
+bool IsWholeFrameMapped(const obj_img& img);
+
 // Releases what fr_create_img() took for the same two records.
 uint32_t fr_destory_img(const obj_img& img, const obj_img& inner);
 

@@ -1,17 +1,29 @@
 // SPDX-License-Identifier: MIT
 //
 // Initialisation, shut-down and the distance of two features.
+#include <pthread.h>
+
 #include "device_api/diagnostics.h"
 #include "device_api/state.h"
 #include "orvo/kova_fr.h"
 #include "orvo/kova_mpi.h"
 #include "orvo/orvo_fr.h"
 
-pthread_mutex_t g_frApiMutex = PTHREAD_MUTEX_INITIALIZER;
-uint32_t g_frApiInited;
-uint64_t g_frMemPhyAddr;
-uint64_t g_frMemVirAddr;
-uint32_t g_frMemSize;
+// Static, so that a program that links the static library keeps these names for itself.
+static pthread_mutex_t g_frApiMutex = PTHREAD_MUTEX_INITIALIZER;
+static uint32_t g_frApiInited;  // 1 between a successful kova_fr_init() and kova_fr_deinit()
+static uint64_t g_frMemPhyAddr; // the working memory: physical address,
+static uint64_t g_frMemVirAddr; // user-space address, in a slot of the same width,
+static uint32_t g_frMemSize;    // and size in bytes
+
+namespace orvo {
+
+ApiLock::ApiLock() { pthread_mutex_lock(&g_frApiMutex); }
+ApiLock::~ApiLock() { pthread_mutex_unlock(&g_frApiMutex); }
+
+bool ApiIsInited() { return g_frApiInited != 0; }
+
+} // namespace orvo
 
 uint32_t kova_fr_init(void) {
     const orvo::ApiLock lock;

@@ -6,7 +6,7 @@
 
 #include "common/diagnostics.h"
 #include "compute_a/routines.h"
-#include "fr_demo/face_box.h"
+#include "fr_demo/locate_face.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/image_tools.h"
 #include "orvo/orvo_fr.h"
@@ -20,7 +20,6 @@ namespace {
 constexpr char kUnit[] = "../fr_demo/fr_api";
 
 constexpr int32_t kImageSize = ORVO_FR_IMAGE_SIZE;
-constexpr int32_t kAlignSize = ORVO_FR_ALIGN_SIZE;
 constexpr int32_t kCropSize = ORVO_FR_CROP_SIZE;
 constexpr uint32_t kPlaneBytes = kCropSize * kCropSize;
 
@@ -34,19 +33,6 @@ constexpr uint32_t kFrInnerBufOffset = kFrWorkspaceBytes;
 constexpr uint32_t kAlignInnerBufOffset = kAlignWorkspaceBytes;
 constexpr uint32_t kInnerImageOffset = kFrInnerBufOffset + kFrInnerBufBytes;
 static_assert(kInnerImageOffset + 3 * kPlaneBytes == ORVO_FR_MEMORY_SIZE);
-
-orvo::FaceBox LocateFace(const FrImage& img) {
-    ImageResizeBilin(img.addr, g_frInnerImage, img.height, img.width, img.stride, kAlignSize,
-                     kAlignSize);
-    AlignRun(g_frInnerImage);
-    return orvo::BoxOfAnswer(AlignGetOutput());
-}
-
-// The row pitch is 256 here whatever the picture's stride is: the contract of OrvoFrRun().
-void CropFace(const FrImage& img, const orvo::FaceBox& box) {
-    ImageResizeBilin(img.addr + box.top * kImageSize + box.left, g_frInnerImage,
-                     box.bottom - box.top, box.right - box.left, kImageSize, kCropSize, kCropSize);
-}
 
 // The recognition network takes three planes.
 int DuplicatePlane() {
@@ -100,6 +86,9 @@ int32_t OrvoFrSetMemory(void* addr, uint32_t size) {
     AlignSetWorkspace(block);
     AlignSetInnerbuf(block + kAlignInnerBufOffset);
     ImageResizeInit();
+    // A path may need the operating system's leave. It is asked here, so that no run, not even the
+    // first, makes a system call.
+    (void)orvo::ChosenRoutines();
     return ORVO_FR_OK;
 }
 
@@ -140,7 +129,9 @@ int32_t OrvoFrRun(const FrImage* img, void* result, uint32_t resultSize) {
     if (status != ORVO_FR_OK) {
         return status;
     }
-    CropFace(*img, LocateFace(*img));
+    // Box and crop go through the same place: the network is done with its input by then.
+    const orvo::FaceBox box = orvo::LocateFace(*img, g_frInnerImage);
+    orvo::CropFace(*img, box, g_frInnerImage);
     int ret = DuplicatePlane();
     if (ret != 0) {
         ORVO_ERR(kUnit, "Duplicate data for FR model failed, the memcpy_s ret: %d\n\n", ret);

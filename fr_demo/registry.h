@@ -10,5 +10,5 @@ static_assert(sizeof(void*) != 4 || sizeof(ModelArray) == 16);
 
 #define ORVO_ARRAY(name) \
     { sizeof name[0], #name, name, sizeof name }
-#define ORVO_LAYER(net, number) \
+#define ORVO_ENTRIES_OF(net, number) \
     ORVO_ARRAY(g_##net##Weights##number), ORVO_ARRAY(g_##net##Bias##number)

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "fr_demo/store_opening.h"
 
+#include <bit>
+#include <cstring>
+
+#include "cipher/traces.h"
 #include "cipher/wipe.h"
 #include "common/diagnostics.h"
 #include "orvo/bounded_memory.h"
@@ -30,6 +34,19 @@ bool UnwrapKey(const StoredModel& model, KeyBuffer& key) {
     return true;
 }
 
+// Biases are enciphered as they lie on a machine with the least significant byte first. Elsewhere
+// their bytes change places before and after; what is stored plain is the same number then as
+// before.
+void OrderBytes(const ModelArray& array) {
+    if constexpr (std::endian::native != std::endian::little) {
+        auto* const bytes = static_cast<uint8_t*>(array.data);
+        for (uint32_t at = 0; array.elementSize == 4 && at < array.size; at += 4) {
+            const uint8_t word[4] = {bytes[at + 3], bytes[at + 2], bytes[at + 1], bytes[at]};
+            std::memcpy(bytes + at, word, sizeof word);
+        }
+    }
+}
+
 // Every array is a CBC stream of its own that starts from the same IV. The bytes after its last
 // whole block are stored plain.
 void DecipherArrays(const StoredModel& model, const KeyBuffer& key) {
@@ -37,7 +54,9 @@ void DecipherArrays(const StoredModel& model, const KeyBuffer& key) {
     for (size_t i = 0; i < model.arrayCount; ++i) {
         const ModelArray& array = model.arrays[i];
         AES_init_ctx_iv(&context, key.bytes, model.arrayIv);
+        OrderBytes(array);
         AES_CBC_decrypt_buffer(&context, static_cast<uint8_t*>(array.data), array.size & ~15u);
+        OrderBytes(array);
     }
     Wipe(&context, sizeof context);
 }
@@ -60,15 +79,22 @@ bool WipeKeyMaterial(const StoredModel& model, KeyBuffer& key) {
            WipeObject(model, model.prefix, "AesIv", model.arrayIv, kIvBytes);
 }
 
-} // namespace
-
-int32_t OpenStore(const StoredModel& model) {
+// A frame of its own, so that nothing of it is left out when the stack below its caller is wiped.
+__attribute__((noinline)) int32_t Open(const StoredModel& model) {
     KeyBuffer key;
     if (!UnwrapKey(model, key)) {
         return 1;
     }
     DecipherArrays(model, key);
     return WipeKeyMaterial(model, key) ? 0 : 1;
+}
+
+} // namespace
+
+int32_t OpenStore(const StoredModel& model) {
+    const int32_t status = Open(model);
+    WipeTraces();
+    return status;
 }
 
 } // namespace orvo

@@ -8,6 +8,7 @@ import re
 import shlex
 import shutil
 import subprocess
+from email.utils import parsedate_to_datetime
 from pathlib import Path
 
 from setuptools import Distribution, setup
@@ -16,7 +17,14 @@ from wheel.bdist_wheel import bdist_wheel
 
 SOURCE = Path(__file__).resolve().parent.parent
 BUILD = SOURCE / "build" / "python"
-LIBRARY = "libkova_fr.so.1"
+# The second stands in for the camera platform; a build for a camera does without.
+LIBRARIES = ("libkova_fr.so.1", "libkova_mpi_host.so.1")
+
+
+def released():
+    """The date of the changelog, in seconds: what the wheel dates its files with."""
+    changelog = (SOURCE / "cmake" / "debian" / "changelog.in").read_text()
+    return int(parsedate_to_datetime(re.search(r"^ -- \S+  (.*)$", changelog, re.M).group(1)).timestamp())
 
 
 def version():
@@ -24,7 +32,7 @@ def version():
     return re.search(r"project\(orvo_fr VERSION ([0-9.]+)", text).group(1)
 
 
-def built_library():
+def built_libraries():
     arguments = shlex.split(os.environ.get("ORVO_FR_CMAKE_ARGS", ""))
     options = [f"-DORVO_BUILD_{part}=OFF" for part in ("TOOLS", "TESTS", "BENCH", "TRAINING")]
     subprocess.run(
@@ -33,7 +41,7 @@ def built_library():
     )
     jobs = str(os.cpu_count() or 1)
     subprocess.run(["cmake", "--build", BUILD, "--target", "kova_fr", "-j", jobs], check=True)
-    return BUILD / "lib" / LIBRARY
+    return [BUILD / "lib" / name for name in LIBRARIES if (BUILD / "lib" / name).exists()]
 
 
 class BuildWithLibrary(build_py):
@@ -41,7 +49,8 @@ class BuildWithLibrary(build_py):
         super().run()
         folder = Path(self.build_lib) / "orvo_fr"
         folder.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(built_library(), folder / LIBRARY)
+        for library in built_libraries():
+            shutil.copyfile(library, folder / library.name)
 
 
 class MachineDistribution(Distribution):
@@ -57,6 +66,9 @@ class AnyPythonWheel(bdist_wheel):
     def get_tag(self):
         return "py3", "none", super().get_tag()[2]
 
+
+# The same sources give the same wheel.
+os.environ.setdefault("SOURCE_DATE_EPOCH", str(released()))
 
 setup(
     version=version(),

@@ -4,6 +4,7 @@
 "use strict";
 
 const ORVO_FEATURE = 128, ORVO_FRAME = 256, ORVO_CROP = 96;
+const NO_STRUCTURE = -2; // of OrvoWebExtract()
 
 // What the module asks of the outside: diagnostics go to the console, there is no environment, and
 // ending the program is an error.
@@ -47,16 +48,24 @@ async function orvoOpen(bytes) {
         throw new Error("the models could not be opened (status " + status + ")");
     }
 
+    const sizes = module.OrvoWebSmallest();
+    const smallest = { width: sizes >>> 16, height: sizes & 0xffff };
+
     // A picture as a canvas gives it (width, height, data: red, green, blue, alpha), of which `part`
-    // (left, top, width, height) is the frame; the whole picture without.
+    // (left, top, width, height) is the frame; the whole picture without. Null where it shows no
+    // structure, as a wall does.
     function extract(picture, part = { left: 0, top: 0, width: picture.width, height: picture.height }) {
         const place = module.OrvoWebPicture(picture.width * picture.height);
         new Uint8Array(memory.buffer, place, picture.data.length).set(picture.data);
         const begin = performance.now();
         const failed = module.OrvoWebExtract(
             picture.width, picture.height, part.left, part.top, part.width, part.height);
+        if (failed === NO_STRUCTURE) {
+            return null;
+        }
         if (failed !== 0) {
-            throw new RangeError("a face needs at least 16 x 12 pixels inside the picture");
+            throw new RangeError("a face needs at least " + smallest.width + " x " + smallest.height +
+                " pixels inside the picture");
         }
         const milliseconds = performance.now() - begin;
         let at = module.OrvoWebResult();
@@ -82,7 +91,7 @@ async function orvoOpen(bytes) {
         return module.OrvoWebDistance();
     }
 
-    return { extract, distance };
+    return { extract, distance, smallest };
 }
 
 if (typeof module === "object") {

@@ -5,10 +5,12 @@
 #include <cstring>
 #include <vector>
 
-#include "fr_demo/face_box.h"
-#include "orvo/image_tools.h"
+#include "device_api/frame_size.h"
+#include "fr_demo/locate_face.h"
+#include "grey/luma.h"
+#include "grey/scale_plane.h"
+#include "grey/structure.h"
 #include "orvo/orvo_fr.h"
-#include "platform/host/resample.h"
 
 #define ORVO_WEB extern "C" __attribute__((used, visibility("default")))
 
@@ -16,7 +18,6 @@ namespace {
 
 constexpr uint32_t kFrameSize = ORVO_FR_IMAGE_SIZE;
 constexpr uint32_t kCropSize = ORVO_FR_CROP_SIZE;
-constexpr uint32_t kMinWidth = 16, kMinHeight = 12; // as the device API asks of a frame
 
 // What the page reads, at these offsets.
 struct Result {
@@ -32,8 +33,7 @@ Result g_result;
 std::vector<uint8_t> g_picture; // red, green, blue, alpha
 
 uint8_t Grey(const uint8_t* pixel) {
-    const uint32_t luma = (77u * pixel[0] + 150u * pixel[1] + 29u * pixel[2] + 128) >> 8;
-    return static_cast<uint8_t>((luma * pixel[3] + 127) / 255); // over black
+    return orvo_grey::OverBlack(orvo_grey::Luma(pixel[0], pixel[1], pixel[2]), pixel[3]);
 }
 
 // The part of the picture, even in both directions, as grey levels.
@@ -50,14 +50,13 @@ std::vector<uint8_t> GreyPart(uint32_t pictureWidth, uint32_t left, uint32_t top
     return grey;
 }
 
-// The networks share their memory, so the alignment network is asked once more.
-void LocateFace() {
-    ImageResizeBilin(g_result.frame, g_frInnerImage, kFrameSize, kFrameSize, kFrameSize,
-                     ORVO_FR_ALIGN_SIZE, ORVO_FR_ALIGN_SIZE);
-    AlignRun(g_frInnerImage);
-    const orvo::FaceBox box = orvo::BoxOfAnswer(AlignGetOutput());
+// The library does not keep what lies between a frame and its feature; asked again it is the same.
+void LookAtFace(const FrImage& frame) {
+    uint8_t small[ORVO_FR_ALIGN_SIZE * ORVO_FR_ALIGN_SIZE];
+    const orvo::FaceBox box = orvo::LocateFace(frame, small);
     const int32_t sides[] = {box.left, box.top, box.right, box.bottom};
     std::memcpy(g_result.box, sides, sizeof sides);
+    orvo::CropFace(frame, box, g_result.crop);
 }
 
 } // namespace
@@ -75,7 +74,7 @@ ORVO_WEB uint8_t* OrvoWebPicture(uint32_t pixels) {
 }
 
 // The feature of a part of the picture; an odd last column or row is left out. 0 is success, -1 a
-// part that is too small or leaves the picture.
+// part that is too small or leaves the picture, -2 one that shows no structure.
 ORVO_WEB int32_t OrvoWebExtract(uint32_t pictureWidth, uint32_t pictureHeight, uint32_t left,
                                 uint32_t top, uint32_t width, uint32_t height) {
     width -= width % 2;
@@ -83,21 +82,23 @@ ORVO_WEB int32_t OrvoWebExtract(uint32_t pictureWidth, uint32_t pictureHeight, u
     const bool isInside = left < pictureWidth && width <= pictureWidth - left &&
                           top < pictureHeight && height <= pictureHeight - top &&
                           g_picture.size() == size_t{4} * pictureWidth * pictureHeight;
-    if (!isInside || width < kMinWidth || height < kMinHeight) {
+    if (!isInside || width < orvo::kMinFrameWidth || height < orvo::kMinFrameHeight) {
         return -1;
     }
     const std::vector<uint8_t> grey = GreyPart(pictureWidth, left, top, width, height);
-    kova_host::ScalePlane({grey.data(), width, height, width},
+    if (orvo_grey::Structure(grey.data(), width, height, width) < orvo_grey::kLeastStructure) {
+        return -2;
+    }
+    orvo_grey::ScalePlane({grey.data(), width, height, width},
                           {g_result.frame, kFrameSize, kFrameSize, kFrameSize});
     const FrImage image = {g_result.frame, kFrameSize, kFrameSize, kFrameSize};
     const int32_t status = OrvoFrRun(&image, g_result.feature, sizeof g_result.feature);
-    // The recognition network turned the crop into Q7 where it lies: grey level XOR 0x80.
-    for (uint32_t i = 0; i < sizeof g_result.crop; ++i) {
-        g_result.crop[i] = g_frInnerImage[i] ^ 0x80;
-    }
-    LocateFace();
+    LookAtFace(image);
     return status;
 }
+
+// The least width times 65536, plus the least height, of a part.
+ORVO_WEB uint32_t OrvoWebSmallest() { return orvo::kMinFrameWidth << 16 | orvo::kMinFrameHeight; }
 
 ORVO_WEB const Result* OrvoWebResult() { return &g_result; }
 

@@ -3,8 +3,13 @@
 "use strict";
 
 // From which distance a pair counts as the same person: one in a hundred, or in a thousand, pairs of
-// strangers reaches it (`kova-fr eval` on 300 rendered people; to be renewed with the models).
-const THRESHOLDS = { perhaps: 0.39, likely: 0.51 };
+// strangers reached it where real faces were measured (ORVO_THRESHOLDS of module.js). Null where nobody
+// measured the models of this build; then there is a number and no verdict.
+const THRESHOLDS = ORVO_THRESHOLDS && { perhaps: measuredFor(0.01), likely: measuredFor(0.001) };
+
+function measuredFor(rate) {
+    return ORVO_THRESHOLDS.at.find((one) => Math.abs(one.false_accept_rate - rate) < 1e-9);
+}
 
 const MOST_PIXELS = 24e6;
 const LIVE_PAUSE = 250; // milliseconds
@@ -93,8 +98,10 @@ function look(source, square) {
     if (width * height > MOST_PIXELS) {
         throw new SentenceError("This picture has more than 24 megapixels; choose a smaller one.");
     }
-    if (width < 16 || height < 12) {
-        throw new SentenceError("This picture is too small: a face needs at least 16 x 12 pixels.");
+    const { smallest } = library;
+    if (width < smallest.width || height < smallest.height) {
+        throw new SentenceError("This picture is too small: a face needs at least " + smallest.width +
+            " x " + smallest.height + " pixels.");
     }
     const canvas = document.createElement("canvas");
     canvas.width = width;
@@ -102,7 +109,12 @@ function look(source, square) {
     const context = canvas.getContext("2d", { willReadFrequently: true });
     const fullWidth = source.videoWidth ?? source.width, fullHeight = source.videoHeight ?? source.height;
     context.drawImage(source, Math.round((width - fullWidth) / 2), Math.round((height - fullHeight) / 2));
-    return library.extract(context.getImageData(0, 0, width, height));
+    const face = library.extract(context.getImageData(0, 0, width, height));
+    if (face === null) {
+        throw new SentenceError("This picture shows no structure, as a wall or a covered lens does; " +
+            "choose one with a face in it.");
+    }
+    return face;
 }
 
 function showFace(slot, face) {
@@ -122,10 +134,28 @@ function showFace(slot, face) {
 }
 
 function verdict(distance) {
-    if (distance >= THRESHOLDS.likely) {
+    if (THRESHOLDS === null) {
+        return "From which distance faces are alike was not measured for these models.";
+    }
+    if (distance >= THRESHOLDS.likely.threshold) {
         return "Probably the same person";
     }
-    return distance >= THRESHOLDS.perhaps ? "Perhaps the same person" : "Probably different people";
+    return distance >= THRESHOLDS.perhaps.threshold ? "Perhaps the same person" : "Probably different people";
+}
+
+// What the words rest on.
+function explainThresholds() {
+    if (THRESHOLDS === null) {
+        return;
+    }
+    const percent = (share) => Number((100 * share).toPrecision(2)) + " %";
+    const words = (one) => percent(one.false_accept_rate) + " of the pairs of strangers (95 % interval " +
+        percent(one.false_accepts.interval[0]) + " to " + percent(one.false_accepts.interval[1]) + ")";
+    byId("thresholds").textContent =
+        "Measured on real faces, " + ORVO_THRESHOLDS.measured_on + ": " + words(THRESHOLDS.perhaps) +
+        " reach " + THRESHOLDS.perhaps.threshold.toFixed(4) + ", where \u201cperhaps\u201d and the marked part of " +
+        "the bar begin, and " + words(THRESHOLDS.likely) + " reach " + THRESHOLDS.likely.threshold.toFixed(4) +
+        ", where \u201cprobably\u201d begins. " + ORVO_THRESHOLDS.warning;
 }
 
 function showResult() {
@@ -138,7 +168,7 @@ function showResult() {
     const place = (value) => 50 * (Math.min(Math.max(value, -1), 1) + 1) + "%";
     byId("verdict").textContent = verdict(distance);
     byId("distance").textContent = distance.toFixed(3);
-    byId("likely").style.left = place(THRESHOLDS.perhaps);
+    byId("likely").style.left = place(THRESHOLDS?.perhaps.threshold ?? 1);
     byId("needle").style.left = place(distance);
     byId("scale").hidden = false;
     byId("time").textContent =
@@ -230,6 +260,7 @@ function listen() {
 
 async function start() {
     listen();
+    explainThresholds();
     try {
         const text = atob(ORVO_MODULE);
         library = await orvoOpen(Uint8Array.from(text, (character) => character.charCodeAt(0)));

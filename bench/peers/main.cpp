@@ -18,10 +18,10 @@
 #include <limits>
 #include <map>
 
-#include "bench/machine.h"
 #include "bench/peers/peer.h"
 #include "compute_a/routines.h"
 #include "orvo/orvo_fr.h"
+#include "timing/machine.h"
 
 namespace {
 
@@ -67,8 +67,9 @@ Contender Own() {
         OrvoFrSetMemory(memory.data(), OrvoFrGetMemorySize()) != ORVO_FR_OK) {
         throw std::runtime_error("the core could not be initialised");
     }
-    return {std::string("own, ") + orvo::ChosenRoutines().name, [] { AlignRun(g_frInnerImage); },
-            [] { FrRun(g_frInnerImage); }, orvo_bench::OwnLayers()};
+    return {std::string("own, ") + orvo::ChosenRoutines().name,
+            [] { AlignRun(orvo_bench::NetworkInput()); }, [] { FrRun(orvo_bench::NetworkInput()); },
+            orvo_bench::OwnLayers()};
 }
 
 void MeasureNetworks(Contender& contender) {
@@ -194,8 +195,8 @@ int main(int argc, char** argv) try {
     CLI11_PARSE(app, argc, argv);
 
     PinToOneCore(core);
-    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", orvo_bench::CpuName().c_str(),
-                orvo_bench::CompilerName().c_str(), commit.c_str());
+    std::printf("CPU       %s\ncompiler  %s\ncommit    %s\n", orvo_timing::CpuName().c_str(),
+                orvo_timing::CompilerName().c_str(), commit.c_str());
     if (std::getenv("ORVO_FR_PATH") != nullptr) {
         Compare(rounds);
     } else {

@@ -26,6 +26,12 @@ execute_process(COMMAND dpkg-architecture -f -t "${DEBIAN_MACHINE}" -q DEB_HOST_
 if(NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
     return() # not a Debian machine
 endif()
+# The date of cmake/debian/changelog.in, in seconds.
+file(STRINGS cmake/debian/changelog.in CHANGELOG_DATE REGEX "^ -- ")
+string(REGEX REPLACE "^ -- [^ ]+  " "" CHANGELOG_DATE "${CHANGELOG_DATE}")
+execute_process(COMMAND date --utc "--date=${CHANGELOG_DATE}" +%s
+                OUTPUT_VARIABLE CHANGELOG_DATE OUTPUT_STRIP_TRAILING_WHITESPACE
+                COMMAND_ERROR_IS_FATAL ANY)
 configure_file(cmake/debian/cpack_settings.cmake.in cpack_settings.cmake @ONLY)
 set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_BINARY_DIR}/cpack_settings.cmake")
 if(NOT CMAKE_CROSSCOMPILING)
@@ -65,11 +71,19 @@ if(CPACK_DEBIAN_PACKAGE_ARCHITECTURE STREQUAL "armel")
 .
 This build needs an ARMv7-A processor with NEON and VFPv4.")
 endif()
+set(platform "
+platform's own libraries, or on a PC to libkova-mpi-host1.")
+set(needed)
+if(ORVO_NEEDS_HOST_PLATFORM)
+    set(platform "
+program; libkova-mpi-host1 has those that it does not define.")
+    set(needed libkova-mpi-host1)
+endif()
 debian_package(library libkova-fr1 libs "on-device face recognition"
     "A grey picture of a face in, 128 floats out, and the distance of two of these.
 Two small int8 networks on hand-written kernels, in 1.4 MB of memory that the
-caller hands in. The camera platform's functions (KOVA_MPI_*) are left to the
-platform's own libraries, or on a PC to libkova-mpi-host1.${processors}")
+caller hands in. The camera platform's functions (KOVA_MPI_*) are left to the${platform}${processors}"
+    ${needed})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 debian_package(host_platform libkova-mpi-host1 libs "stand-in for the camera platform of libkova-fr1"
     "Media memory, scaler and forward white-box cipher in software, so that

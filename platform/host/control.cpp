@@ -2,16 +2,10 @@
 #include <iterator>
 
 #include "orvo/kova_mpi_host.h"
-#include "platform/host/platform.h"
+#include "platform/host/media_memory.h"
 
 namespace kova_host {
 namespace {
-
-Platform* OpenPlatform() {
-    Platform* const platform = new Platform;
-    platform->pool = OpenMediaPool();
-    return platform;
-}
 
 // The element of that rank, or null.
 template <typename Element>
@@ -21,12 +15,6 @@ const Element* At(const std::list<Element>& elements, uint32_t index) {
 }
 
 } // namespace
-
-Platform& ThePlatform() {
-    static Platform* const platform = OpenPlatform();
-    return *platform;
-}
-
 } // namespace kova_host
 
 using namespace kova_host;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "platform/host/media_memory.h"
+
 #include <algorithm>
 #include <vector>
 
 #include "orvo/kova_mpi.h"
 #include "orvo/kova_mpi_host.h"
-#include "platform/host/platform.h"
 
 namespace kova_host {
 namespace {

@@ -3,8 +3,10 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace kova_host {
@@ -17,6 +19,7 @@ constexpr uint64_t kPhysicalMark = uint64_t{1} << 48;
 constexpr uint64_t kLargestPool = sizeof(void*) >= 8 ? uint64_t{1} << 30 : uint64_t{1} << 27;
 constexpr uint64_t kSmallestPool = uint64_t{1} << 24;
 constexpr uint64_t kFourGiB = uint64_t{1} << 32;
+constexpr uint64_t kStep = uint64_t{1} << 28; // between the places that are tried
 
 void* ReserveAddresses(void* where, size_t size) {
     void* const at =
@@ -27,7 +30,6 @@ void* ReserveAddresses(void* where, size_t size) {
 // Reserves `size` bytes that lie wholly below 4 GiB, for good. The first places asked for are the
 // same in every run, so that physical addresses usually are as well. @return 0 if there are none
 uint64_t ReserveBelowFourGiB(size_t size) {
-    constexpr uint64_t kStep = uint64_t{1} << 28;
     for (uint64_t wanted = kStep; wanted + size <= kFourGiB; wanted += kStep) {
         void* const at =
             ReserveAddresses(reinterpret_cast<void*>(static_cast<uintptr_t>(wanted)), size);
@@ -43,6 +45,32 @@ uint64_t ReserveBelowFourGiB(size_t size) {
     return 0;
 }
 
+bool IsLimited() {
+    rlimit limit{};
+    return getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
+// The same without reserving them. What is asked for is only granted where nothing lies; where the
+// limit refuses, nothing lies there either.
+uint64_t FindFreeBelowFourGiB(size_t size) {
+    for (uint64_t wanted = kStep; wanted + size <= kFourGiB; wanted += kStep) {
+        void* const where = reinterpret_cast<void*>(static_cast<uintptr_t>(wanted));
+        void* const at =
+            mmap(where, size, PROT_NONE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
+        if (at == MAP_FAILED && errno == ENOMEM) {
+            return wanted;
+        }
+        if (at != MAP_FAILED) {
+            munmap(at, size);
+        }
+        if (at == where) {
+            return wanted;
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 MediaPool OpenMediaPool() {
@@ -52,9 +80,12 @@ MediaPool OpenMediaPool() {
     if (pool.file < 0) {
         return pool;
     }
-    // Where the address space is crowded or limited a smaller pool still serves.
+    // Under a limit (ulimit -v) a reservation would take the addresses that the memory itself
+    // needs.
+    const auto take = IsLimited() ? FindFreeBelowFourGiB : ReserveBelowFourGiB;
+    // Where the address space is crowded a smaller pool still serves.
     for (uint64_t size = kLargestPool; size >= kSmallestPool; size /= 2) {
-        const uint64_t low = ReserveBelowFourGiB(static_cast<size_t>(size));
+        const uint64_t low = take(static_cast<size_t>(size));
         if (low != 0) {
             pool.base = kPhysicalMark | low;
             pool.size = ftruncate(pool.file, static_cast<off_t>(size)) == 0 ? size : 0;

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <limits>
 
+#include "grey/scale_plane.h"
 #include "orvo/kova_mpi.h"
 #include "orvo/kova_mpi_host.h"
-#include "platform/host/platform.h"
-#include "platform/host/resample.h"
+#include "platform/host/media_memory.h"
 
 namespace kova_host {
 namespace {
@@ -39,8 +39,8 @@ int32_t RunTask(const Platform& platform, const kova_vgs_task& task) {
     Window out = OpenFrame(platform, task.out);
     const bool reachable = in.data != nullptr && out.data != nullptr;
     if (reachable) {
-        ScalePlane({in.data, task.in.width, task.in.height, task.in.stride[0]},
-                   {out.data, task.out.width, task.out.height, task.out.stride[0]});
+        orvo_grey::ScalePlane({in.data, task.in.width, task.in.height, task.in.stride[0]},
+                              {out.data, task.out.width, task.out.height, task.out.stride[0]});
     }
     CloseWindow(in);
     CloseWindow(out);

@@ -41,8 +41,8 @@ def _path() -> str:
 
 
 def _load() -> ctypes.CDLL:
-    # Functions of the camera platform, which only the device API calls, stay unresolved. ctypes lets go
-    # of Python's lock while a function of a CDLL runs.
+    # A library built for a camera leaves the platform's functions, which only the device API calls, to
+    # somebody else. ctypes lets go of Python's lock while a function of a CDLL runs.
     library = ctypes.CDLL(_path(), mode=os.RTLD_LAZY | os.RTLD_LOCAL)
     address, size = ctypes.c_void_p, ctypes.c_uint32
     library.OrvoFrInit.argtypes = []

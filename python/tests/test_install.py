@@ -21,6 +21,12 @@ picture = (numpy.arange(65536) * 7919 % 251).astype(numpy.uint8).reshape(256, 25
 print(orvo_fr.__file__, hashlib.sha256(orvo_fr.extract(picture)).hexdigest(), orvo_fr.__version__)
 """
 
+# Every import resolved at once, which takes the stand-in for the platform beside it.
+LOAD = """
+import ctypes, pathlib, orvo_fr
+ctypes.CDLL(str(pathlib.Path(orvo_fr.__file__).with_name("libkova_fr.so.1")))
+"""
+
 
 def output(*command, **environment):
     """What a command prints, with the environment's own ORVO_FR_LIBRARY out of the way."""
@@ -37,16 +43,21 @@ class Installation(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             output(sys.executable, *PIP, "wheel", *OFFLINE, "-w", folder, PACKAGE)
             (wheel,) = Path(folder).glob("*.whl")
+            first = wheel.read_bytes()
+            output(sys.executable, *PIP, "wheel", *OFFLINE, "-w", folder, PACKAGE)
+            self.assertEqual(first, wheel.read_bytes(), "the same sources give another wheel")
             self.assertRegex(wheel.name, r"^orvo_fr-[0-9.]+-py3-none-linux_\w+\.whl$")
             with zipfile.ZipFile(wheel) as contents:
                 names = set(contents.namelist())
-            self.assertLessEqual({"orvo_fr/libkova_fr.so.1", "orvo_fr/py.typed"}, names)
+            libraries = {"orvo_fr/libkova_fr.so.1", "orvo_fr/libkova_mpi_host.so.1"}
+            self.assertLessEqual(libraries | {"orvo_fr/py.typed"}, names)
 
             environment = Path(folder) / "environment"
             output(sys.executable, "-m", "venv", "--system-site-packages", environment)
             python = environment / "bin" / "python"
             output(python, *PIP, "install", "--no-index", "--no-deps", wheel)
             file, digest, version = output(python, "-c", USE).split()
+            output(python, "-c", LOAD)
             self.assertTrue(file.startswith(str(environment)), file)
             self.assertIn(f"-{version}-", wheel.name)
             checkout = {"PYTHONPATH": str(PACKAGE), "ORVO_FR_LIBRARY": os.environ["ORVO_FR_LIBRARY"]}

@@ -252,9 +252,9 @@ void CheckLayers(const ChwSubject& subject, LayerKernel kernel, std::span<const 
         if (layer.kernel != kernel) {
             continue;
         }
-        SCOPED_TRACE("step " + std::to_string(layer.step));
+        SCOPED_TRACE("layer " + std::to_string(layer.number));
         const ConvShape shape = ShapeOf(layer);
-        const uint64_t seed = static_cast<uint64_t>(layer.step);
+        const uint64_t seed = static_cast<uint64_t>(layer.number);
         const ConvData lively = LivelyData(subject, shape, seed);
         EXPECT_TRUE(IsLively(subject.reference(shape, lively)));
         EXPECT_TRUE(MatchesReference(subject, shape, lively));

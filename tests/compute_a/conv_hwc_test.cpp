@@ -174,12 +174,12 @@ void CheckLayers(std::span<const Layer> layers, int largestSize, int smallestSiz
         if (!dense || layer.size > largestSize || layer.size < smallestSize) {
             continue;
         }
-        SCOPED_TRACE("step " + std::to_string(layer.step));
+        SCOPED_TRACE("layer " + std::to_string(layer.number));
         ConvShape s = ShapeOf(layer);
         // Random bytes deviate by 74: bring the sum of K products to about 40.
         s.outShift = static_cast<uint32_t>(
             std::lround(std::log2(74 * 74 * std::sqrt(static_cast<double>(DotLength(s))) / 40)));
-        ExpectAllMatch(s, static_cast<uint64_t>(layer.step));
+        ExpectAllMatch(s, static_cast<uint64_t>(layer.number));
         ++checked;
     }
     EXPECT_GT(checked, 0);

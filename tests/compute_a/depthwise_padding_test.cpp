@@ -62,6 +62,7 @@ struct Step {
     size_t offset; // in the scratch
     size_t count;
     size_t srcOffset; // copies only
+    size_t row;       // of all padded planes
     int line;
     const char* function; // as the report names it
 };
@@ -70,28 +71,51 @@ std::vector<Step> PaddingSteps(const Kernel& kernel, const ConvShape& s) {
     std::vector<Step> steps;
     size_t at = 0;
     size_t from = 0;
+    size_t row = 0;
     const size_t pad = static_cast<size_t>(s.pad);
     const size_t width = static_cast<size_t>(s.srcWidth);
     const auto fill = [&](size_t count, int line) {
-        steps.push_back({false, at, count, 0, line, "memset_s"});
+        steps.push_back({false, at, count, 0, row, line, "memset_s"});
         at += count;
     };
     for (int c = 0; c < s.srcChannels; ++c) {
-        for (int y = 0; y < s.pad; ++y) {
+        for (int y = 0; y < s.pad; ++y, ++row) {
             fill(width + 2 * pad, kernel.topLine);
         }
-        for (int y = 0; y < s.srcHeight; ++y) {
+        for (int y = 0; y < s.srcHeight; ++y, ++row) {
             fill(pad, kernel.leftLine);
-            steps.push_back({true, at, width, from, kernel.rowLine, kernel.rowFunction});
+            steps.push_back({true, at, width, from, row, kernel.rowLine, kernel.rowFunction});
             at += width;
             from += width;
             fill(pad, kernel.rightLine);
         }
-        for (int y = 0; y < s.pad; ++y) {
+        for (int y = 0; y < s.pad; ++y, ++row) {
             fill(width + 2 * pad, kernel.bottomLine);
         }
     }
     return steps;
+}
+
+// Without those that follow a failing one in its row.
+std::vector<Step> StepsWithRowLeftAt(const std::vector<Step>& steps, size_t failing) {
+    std::vector<Step> done;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        if (i <= failing || steps[i].row != steps[failing].row) {
+            done.push_back(steps[i]);
+        }
+    }
+    return done;
+}
+
+// Those of which each is the first of its row.
+std::vector<Step> FirstStepsOfRows(const std::vector<Step>& steps) {
+    std::vector<Step> first;
+    for (const Step& step : steps) {
+        if (first.empty() || first.back().row != step.row) {
+            first.push_back(step);
+        }
+    }
+    return first;
 }
 
 std::string Report(const Kernel& kernel, const Step& step, int code) {
@@ -178,7 +202,7 @@ TEST_F(DepthwisePadding, CallsInOrderWithTheirBounds) {
     }
 }
 
-TEST_F(DepthwisePadding, PlainKernelReportsAFailedPieceAndGoesOn) {
+TEST_F(DepthwisePadding, PlainKernelReportsAFailedPieceAndGoesOnWithTheNextRow) {
     const std::vector<Step> steps = PaddingSteps(kPlain, shape_);
     const std::vector<int8_t> planes = orvo_reference::PaddedPlanes(shape_, data_.src.data());
     for (size_t n = 0; n < steps.size(); ++n) {
@@ -186,18 +210,21 @@ TEST_F(DepthwisePadding, PlainKernelReportsAFailedPieceAndGoesOn) {
         const int code = 1000 + static_cast<int>(n);
         const Outcome run = RunFailing(kPlain, static_cast<int>(n) + 1, code, false);
         EXPECT_EQ(run.text, Report(kPlain, steps[n], code));
-        ExpectSteps(kPlain, steps, steps.size());
-        // The failed piece keeps its old bytes, the rest of its row included is padded as ever.
+        const std::vector<Step> done = StepsWithRowLeftAt(steps, n);
+        ExpectSteps(kPlain, done, done.size());
+        // The failed piece and the rest of its row keep their old bytes.
         std::vector<int8_t> expected = planes;
-        std::fill_n(expected.begin() + static_cast<ptrdiff_t>(steps[n].offset), steps[n].count,
-                    kOldScratch);
+        for (size_t i = n; i < steps.size() && steps[i].row == steps[n].row; ++i) {
+            std::fill_n(expected.begin() + static_cast<ptrdiff_t>(steps[i].offset), steps[i].count,
+                        kOldScratch);
+        }
         EXPECT_EQ(run.scratch, expected);
         EXPECT_EQ(run.dst, Walked(kPlain, expected));
     }
 }
 
-TEST_F(DepthwisePadding, PlainKernelReportsEveryFailureAndStillConvolves) {
-    const std::vector<Step> steps = PaddingSteps(kPlain, shape_);
+TEST_F(DepthwisePadding, PlainKernelReportsEveryRowThatFailsAndStillConvolves) {
+    const std::vector<Step> steps = FirstStepsOfRows(PaddingSteps(kPlain, shape_));
     const Outcome run = RunFailing(kPlain, 1, -5, true);
     std::string reports;
     for (const Step& step : steps) {
@@ -231,12 +258,17 @@ TEST_F(DepthwisePadding, ReportsInFull) {
     // The table of messages, spelled out: the first channel's steps of one row of one pixel.
     shape_ = Shape(1, 1, 1, 1);
     data_ = LivelyData(kDepthwiseConv, shape_, 12);
+    const char* const plain[] = {
+        "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:73 memset_s dst failed: 34\n",
+        "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:81 memset_s dst failed: 34\n",
+        "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:85 memset_s dst failed: 34\n",
+        "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:90 memset_s dst failed: 34\n",
+        "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:97 memset_s dst failed: 34\n"};
+    for (int n = 0; n < 5; ++n) {
+        EXPECT_EQ(RunFailing(kPlain, n + 1, 34, false).text, plain[n]);
+    }
     EXPECT_EQ(RunFailing(kPlain, 1, 34, true).text,
-              "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:73 memset_s dst failed: 34\n"
-              "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:81 memset_s dst failed: 34\n"
-              "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:85 memset_s dst failed: 34\n"
-              "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:90 memset_s dst failed: 34\n"
-              "[ERR] ../compute_a/convolutiondepthwise_3x3_int8:97 memset_s dst failed: 34\n");
+              std::string(plain[0]) + plain[1] + plain[4]); // a report a row
     const char* const relu[] = {"[ERR] ../compute_a/arma_dwconv:66 memset_s dst failed: 22\n",
                                 "[ERR] ../compute_a/arma_dwconv:77 memset_s dst failed: 22\n",
                                 "[ERR] ../compute_a/arma_dwconv:85 memcpy_s dst failed: 22\n",

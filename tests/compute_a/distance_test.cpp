@@ -106,6 +106,82 @@ TEST(InnerProduct, ProductsInFullBlocksAreRounded) {
               0.0f);
 }
 
+// Four lanes of which the first holds a * b.
+float InLanes(float a, float b) {
+    return ArmACalcDistanceFloat(Floats{a, 0, 0, 0}.data(), Floats{b, 0, 0, 0}.data(), 4);
+}
+
+constexpr float kSmallest = 0x1p-126f; // the smallest normal number
+
+TEST(InnerProduct, SubnormalInputsOfLanesCountAsZero) {
+    EXPECT_EQ(Bits(InLanes(1e-40f, 1e30f)), 0u);
+    EXPECT_EQ(Bits(InLanes(1e30f, 1e-40f)), 0u);
+    EXPECT_EQ(InLanes(kSmallest, 1e30f), kSmallest * 1e30f);
+}
+
+TEST(InnerProduct, SubnormalProductsOfLanesCountAsZero) {
+    EXPECT_EQ(Bits(InLanes(1e-20f, 1e-20f)), 0u);
+    EXPECT_EQ(InLanes(0x1p-63f, 0x1p-63f), kSmallest);
+    // Would round up to the smallest normal number, but lies below it.
+    EXPECT_EQ(Bits(InLanes(kSmallest, 1.0f - 0x1p-24f)), 0u);
+    EXPECT_EQ(Bits(InLanes(0x1.fffffep-64f, 0x1.000001p-63f)), Bits(0.0f));
+}
+
+TEST(InnerProduct, SubnormalSumsOfLanesCountAsZero) {
+    // 1.5 - 1.25 times the smallest normal number, within a lane and between lanes.
+    EXPECT_EQ(Bits(ArmACalcDistanceFloat(Floats{1.5f, 0, 0, 0, -1.25f, 0, 0, 0}.data(),
+                                         Floats{kSmallest, 0, 0, 0, kSmallest, 0, 0, 0}.data(), 8)),
+              0u);
+    EXPECT_EQ(Bits(ArmACalcDistanceFloat(Floats{1.5f, -1.25f, 0, 0}.data(),
+                                         Floats{kSmallest, kSmallest, 0, 0}.data(), 4)),
+              0u);
+    EXPECT_EQ(Bits(ArmACalcDistanceFloat(Floats{1.5f, 0, -1.25f, 0}.data(),
+                                         Floats{kSmallest, 0, kSmallest, 0}.data(), 4)),
+              0u);
+}
+
+TEST(InnerProduct, ZerosThatWereSubnormalKeepTheirSign) {
+    const Floats a = {-1e-40f, -1e-40f, -1e-40f, -1e-40f, 0.0f};
+    const Floats b = {1.0f, 1.0f, 1.0f, 1.0f, -1.0f};
+    // Lanes start at +0, which a -0 leaves as it is.
+    EXPECT_EQ(Bits(ArmACalcDistanceFloat(a.data(), b.data(), 4)), 0u);
+    // A lane that sums to a negative subnormal number becomes -0, and -0 - 0 stays so.
+    const Floats c = {-1.5f, -1.5f, -1.5f, -1.5f, 1.25f, 1.25f, 1.25f, 1.25f};
+    const Floats d(8, kSmallest);
+    EXPECT_EQ(Bits(ArmACalcDistanceFloat(c.data(), d.data(), 8)), Bits(-0.0f));
+}
+
+TEST(InnerProduct, TailKeepsSubnormalNumbers) {
+    EXPECT_EQ(ArmACalcDistanceFloat(Floats{0, 0, 0, 0, 1e-20f}.data(),
+                                    Floats{0, 0, 0, 0, 1e-20f}.data(), 5),
+              1e-20f * 1e-20f);
+    EXPECT_GT(1e-20f * 1e-20f, 0.0f);
+}
+
+// Random numbers around the limits, where some blocks hold subnormal numbers and others do not.
+TEST(InnerProduct, MatchesReferenceAroundTheSmallestNormalNumber) {
+    Random random(31);
+    for (int round = 0; round < 20000; ++round) {
+        const int32_t n = random.Between(1, 40);
+        const int exponent = random.Between(-170, 20);
+        const auto draw = [&](int from) {
+            Floats values(static_cast<size_t>(n));
+            for (float& value : values) {
+                value = random.Between(0, 4) == 0
+                            ? 0.0f
+                            : std::ldexp(static_cast<float>(random.Between(-0xFFFFFF, 0xFFFFFF)),
+                                         from + random.Between(-4, 4));
+            }
+            return values;
+        };
+        const Floats a = draw(exponent);
+        const Floats b = draw(-150 - exponent);
+        ASSERT_EQ(Bits(ArmACalcDistanceFloat(a.data(), b.data(), n)),
+                  Bits(orvo_reference::InnerProduct(a.data(), b.data(), n)))
+            << round;
+    }
+}
+
 TEST(InnerProduct, LanesArePairedZeroWithOneAndTwoWithThree) {
     const float big = 0x1p30f;
     const Floats ones(4, 1.0f);

@@ -168,6 +168,40 @@ TEST(PathExtremes, RectifiedPointwiseSizes) {
     }
 }
 
+// Long sums are made ready in chunks of rows, and what a chunk's weights allow need not hold for
+// the next one: before `boundary` hardly any weight, from there on as much as there can be, or the
+// other way round.
+void CheckWeightsThatChangeAt(size_t boundary, int rows, bool smallFirst) {
+    const ConvShape shape = Pointwise(17, 1, rows, 6, 17);
+    const size_t count = static_cast<size_t>(rows);
+    Random random(boundary + count);
+    ConvData data;
+    data.src.assign(orvo_reference::SrcBytes(shape), INT8_MAX);
+    data.weights.resize(kPointwiseConv.weightCount(shape));
+    for (size_t i = 0; i < data.weights.size(); ++i) {
+        const size_t channel = i / count;
+        const bool small = (i % count < boundary) == smallFirst;
+        const int large = channel % 2 == 0 ? random.Between(100, 127) : random.Between(-128, -100);
+        data.weights[i] = static_cast<int8_t>(small ? i % 64 == channel : large);
+    }
+    data.bias.assign(static_cast<size_t>(shape.dstChannels), 1000);
+    EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data))
+        << rows << " rows, changing at " << boundary << (smallFirst ? ", small first" : "");
+    data.src.back() = INT8_MIN; // one sign anywhere
+    EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data)) << "with a sign";
+}
+
+TEST(PathExtremes, WeightsThatGrowOrShrinkWithinALongSum) {
+    for (const size_t boundary : {64, 128, 256, 512, 1024}) {
+        for (const int rows : {513, 600, 1023, 1024, 1100, 1700}) {
+            if (boundary < static_cast<size_t>(rows)) {
+                CheckWeightsThatChangeAt(boundary, rows, true);
+                CheckWeightsThatChangeAt(boundary, rows, false);
+            }
+        }
+    }
+}
+
 // Every row count up to the steps of any path, every leftover of pixels and of channels.
 TEST(PathExtremes, PointwiseSizes) {
     for (int rows = 1; rows <= 20; ++rows) {
@@ -177,6 +211,32 @@ TEST(PathExtremes, PointwiseSizes) {
                 MatchesReference(kPointwiseConv, shape, LivelyData(kPointwiseConv, shape, 7)));
             EXPECT_TRUE(
                 MatchesReference(kPointwiseConv, shape, ExtremeData(kPointwiseConv, shape, 8)));
+        }
+    }
+}
+
+// The scratch has exactly the size that the interface states for a number of pixels: what a path
+// takes of it must fit for each number, the odd ones that leave it hardly more than the pixels too.
+TEST(PathExtremes, PointwiseScratchOfEveryPixelCount) {
+    for (int pixels = 1; pixels <= 200; ++pixels) {
+        for (const int rows : {4, 7, 32, 36, 160}) {
+            const ConvShape shape = Pointwise(pixels, 1, rows, 5, 9);
+            EXPECT_TRUE(
+                MatchesReference(kPointwiseConv, shape, LivelyData(kPointwiseConv, shape, 17)));
+        }
+    }
+}
+
+TEST(PathExtremes, ConvolutionScratchOfEveryPixelCount) {
+    for (int width = 1; width <= 40; ++width) {
+        for (const int height : {1, 3, 4}) {
+            for (const int srcChannels : {1, 3, 4}) {
+                ConvShape shape = Pointwise(width, height, srcChannels, 5, 9);
+                shape.kernelSize = 3;
+                shape.pad = 1;
+                EXPECT_TRUE(
+                    MatchesReference(kGenericConv, shape, LivelyData(kGenericConv, shape, 18)));
+            }
         }
     }
 }

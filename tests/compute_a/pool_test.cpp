@@ -513,6 +513,45 @@ TEST(GlobalAverage, PlanesWithoutValuesLeaveTheOutputUnwritten) {
     EXPECT_EQ(dst, Q7(2, 77));
 }
 
+// Every kernel on planes of which there are none, or that hold nothing: there is not a byte that it
+// may read or write.
+void PoolNothing(uint32_t width, uint32_t height, uint16_t channels) {
+    SCOPED_TRACE(testing::Message() << width << " x " << height << " x " << channels);
+    for (const auto place : kBothPlaces) {
+        GuardedBuffer src(0, place);
+        GuardedBuffer dst(0, place);
+        GuardedBuffer scratch(0, place);
+        ArmAMaxpoolK2x2S1x1ChwQ7(src.q7(), width, height, channels, dst.q7(), scratch.q7());
+        ArmAMaxPool2x2S2ChwQ7(src.q7(), dst.q7(), width, height, channels, 0, scratch.q7());
+        ArmADownsample(src.q7(), width, static_cast<int32_t>(height), channels, dst.q7(),
+                       scratch.q7());
+        ArmAGapQ7Chw(src.q7(), width, height, channels, 3, scratch.q7(), dst.q7());
+    }
+}
+
+TEST(PoolingKernels, NoChannelsTouchNothingAtAnyWidth) {
+    for (uint32_t width = 1; width <= 130; ++width) {
+        for (const uint32_t height : {1u, 2u, 3u, 8u, 130u}) {
+            PoolNothing(width, height, 0);
+            for (const auto place : kBothPlaces) {
+                GuardedBuffer none(0, place);
+                for (const int32_t pad : {1, 2}) {
+                    ArmAMaxPool2x2S2ChwQ7(none.q7(), none.q7(), width, height, 0, pad, none.q7());
+                }
+            }
+        }
+    }
+}
+
+TEST(PoolingKernels, EmptyPlanesTouchNothing) {
+    for (const uint16_t channels : {0, 1, 2, 33}) {
+        for (uint32_t size = 0; size <= 130; ++size) {
+            PoolNothing(size, 0, channels);
+            PoolNothing(0, size, channels);
+        }
+    }
+}
+
 TEST(PoolingKernels, LeaveTheIgnoredScratchAlone) {
     int8_t scratch[4] = {1, 2, 3, 4};
     Q7 src = RandomTensor(1, 4, 4, 1);

@@ -317,16 +317,30 @@ TEST_F(Run, EveryBoxInsideThePictureIsTaken) {
     }
 }
 
-TEST_F(Run, BoxThatLeavesThePictureIsCutToIt) {
+// Left of the picture lies the end of the row above.
+TEST_F(Run, BoxThatLeavesAtTheLeftIsTakenWhereItsBytesAreThePictures) {
+    const Bytes picture = RandomBytes(6, 65536);
+    const std::array<int8_t, 4> boxes[] = {
+        {-1, 30, 100, 110},  {-5, 10, 1, 20},    {-50, 10, 0, 20}, {-60, 10, -20, 20},
+        {-128, 1, 127, 127}, {-128, 1, -127, 2}, {-1, 1, 1, 2},    {-128, 126, 127, 127},
+    };
+    for (const auto& b : boxes) {
+        RunWithBox(picture.data(), b);
+        EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 2 * b[0], 2 * b[1], 2 * b[2], 2 * b[3]))
+            << int{b[0]} << ' ' << int{b[1]} << ' ' << int{b[2]} << ' ' << int{b[3]};
+    }
+}
+
+TEST_F(Run, BoxThatBeginsBeforeThePictureIsCutToIt) {
     const Bytes picture = RandomBytes(6, 65536);
     RunWithBox(picture.data(), {-10, -20, 100, 110});
     EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 0, 0, 200, 220));
     RunWithBox(picture.data(), {-128, -128, 127, 127});
     EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 0, 0, 254, 254));
-    RunWithBox(picture.data(), {-1, 30, 100, 110});
-    EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 0, 60, 200, 220));
-    RunWithBox(picture.data(), {-5, 10, 1, 20});
-    EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 0, 20, 2, 40));
+    RunWithBox(picture.data(), {-1, 0, 100, 110});
+    EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 0, 0, 200, 220));
+    RunWithBox(picture.data(), {10, -1, 100, 110});
+    EXPECT_EQ(Crop(), ReferenceCrop(picture.data(), 20, 0, 200, 220));
 }
 
 TEST_F(Run, EmptyReversedOrOutlyingBoxesAreReplacedByTheWholePicture) {
@@ -334,7 +348,7 @@ TEST_F(Run, EmptyReversedOrOutlyingBoxesAreReplacedByTheWholePicture) {
     const Bytes whole = ReferenceCrop(picture.data(), 0, 0, 256, 256);
     const std::array<int8_t, 4> boxes[] = {
         {0, 0, 0, 0},       {50, 50, 50, 60},         {50, 50, 60, 50},     {100, 20, 10, 110},
-        {20, 110, 100, 20}, {127, 127, 0, 0},         {-50, -50, -10, -10}, {-50, 10, 0, 20},
+        {20, 110, 100, 20}, {127, 127, 0, 0},         {-50, -50, -10, -10}, {-50, 0, 0, 20},
         {10, -50, 20, -1},  {-128, -128, -128, -128}, {127, 0, -128, 127},  {127, 127, -128, -128},
     };
     for (const auto& b : boxes) {
@@ -360,6 +374,34 @@ TEST_F(Run, EveryAnswerStaysInsideThePicture) {
                                           extremes[i / 27]});
         }
     }
+}
+
+// Whoever puts a run together from the exported functions, corner for corner, gets the same bits,
+// wherever all of the box's bytes are the picture's.
+TEST_F(Run, EqualsItsExportedStepsForEveryBoxInsideThePlane) {
+    align.real = false;
+    fr.real = true;
+    ASSERT_EQ(OrvoFrInit(), 0);
+    const Bytes picture = RandomBytes(12, 65536);
+    Random random(13);
+    int outside = 0;
+    for (int round = 0; round < 500; ++round) {
+        const std::array<int8_t, 4> b = {random.Q7(), random.Q7(), random.Q7(), random.Q7()};
+        const int start = 2 * b[1] * 256 + 2 * b[0];
+        if (b[0] >= b[2] || b[1] >= b[3] || start < 0) {
+            continue;
+        }
+        outside += b[0] < 0;
+        RunWithBox(picture.data(), b);
+        const std::vector<float> feature = feature_;
+        ImageResizeBilin(picture.data() + start, g_frInnerImage, 2 * (b[3] - b[1]),
+                         2 * (b[2] - b[0]), 256, 96, 96);
+        std::memcpy(g_frInnerImage + 9216, g_frInnerImage, 9216);
+        std::memcpy(g_frInnerImage + 18432, g_frInnerImage, 9216);
+        FrRun(g_frInnerImage);
+        ASSERT_EQ(std::memcmp(feature.data(), FrGetOutput(), 512), 0);
+    }
+    EXPECT_GT(outside, 10);
 }
 
 // The picture's stride counts for the alignment network only.

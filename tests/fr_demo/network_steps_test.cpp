@@ -33,6 +33,9 @@ namespace {
 
 using orvo_reference::Layer;
 using orvo_reference::LayerKind;
+using orvo_reference::Place;
+using orvo_reference::Step;
+using orvo_reference::StepKind;
 using orvo_test::Digest;
 using orvo_test::GuardedBuffer;
 
@@ -218,253 +221,86 @@ std::string Join(std::initializer_list<std::string> words) {
 
 std::string N(int value) { return std::to_string(value); }
 
-// One network's table. Layers are named by number; every square plane by its one size.
-class Table {
+// The call that a step of a network is: g_align or g_fr names its parameters.
+class CallOf {
   public:
-    explicit Table(std::string network) : prefix_("g_" + std::move(network)) {}
+    CallOf(std::string prefix, const Step& step) : prefix_(std::move(prefix)), s_(step) {}
 
-    static std::string Xor(int count) { return "ArmAXorQ7(input, " + N(count) + ")"; }
-    std::string Conv(const char* src, int in, int size, int layer, int out, int shift,
-                     const char* dst) const {
-        return Convolution("arma_convolve_chw_q7", 3, src, in, size, layer, out, shift, dst);
-    }
-    std::string Pw(const char* src, int in, int size, int layer, int out, int shift,
-                   const char* dst) const {
-        return Convolution("ArmAConvolve1x1s1p0ChwQ7", 1, src, in, size, layer, out, shift, dst);
-    }
-    std::string Dw(const char* src, int in, int size, int layer, int out, int shift,
-                   const char* dst) const {
-        return Convolution("arma_convolvedw_3x3_s1_chw_q7", 3, src, in, size, layer, out, shift,
-                           dst);
-    }
-    std::string Dwr(const char* src, int in, int size, int layer, int out, int shift,
-                    const char* dst) const {
-        return Convolution("ArmAConvolvedwRelu3x3s1ChwQ7", 3, src, in, size, layer, out, shift,
-                           dst);
-    }
-    static std::string Add(const char* in1, const char* in2, const char* dst, int in1Shift,
-                           int in2Shift, int outShift, int size, int outChannels, int in2Channels) {
-        return "ArmAZpadPlusChwQ7(" +
-               Join({in1, in2, dst, N(in1Shift), N(in2Shift), N(outShift), N(size), N(size),
-                     N(outChannels), N(in2Channels), "workspace"}) +
-               ")";
-    }
-    static std::string Relu(const char* data, int count) {
-        return "ArmAReluChwQ7(" + Join({data, data, N(count)}) + ")";
-    }
-    static std::string Mp1(const char* src, int channels, int size, const char* dst) {
-        return "ArmAMaxpoolK2x2S1x1ChwQ7(" +
-               Join({src, N(size), N(size), N(channels), dst, "workspace"}) + ")";
-    }
-    static std::string Mp2(const char* src, int size, int channels, const char* dst) {
-        return "ArmAMaxPool2x2S2ChwQ7(" +
-               Join({src, dst, N(size), N(size), N(channels), "0", "workspace"}) + ")";
-    }
-    static std::string Ds(const char* src, int channels, int size, const char* dst) {
-        return "ArmADownsample(" + Join({src, N(size), N(size), N(channels), dst, "workspace"}) +
-               ")";
-    }
-    static std::string Gap(const char* src, int size, int channels, int shift, const char* dst) {
-        return "ArmAGapQ7Chw(" +
-               Join({src, N(size), N(size), N(channels), N(shift), "workspace", dst}) + ")";
-    }
-    std::string Global(const char* src, int size, int channels, int layer, int shift,
-                       const char* dst) const {
-        return "ArmAConvolveGlobalChwQ7(" +
-               Join({src, N(size), N(size), N(channels), Weights(layer), Bias(layer), N(shift), dst,
-                     "workspace"}) +
-               ")";
-    }
-    std::string Fc(const char* src, int layer, int in, int out, int shift, const char* dst) const {
-        return "ArmAFcQ7(" +
-               Join({src, Weights(layer), N(in), N(out), N(shift), Bias(layer), dst, "workspace"}) +
-               ")";
-    }
-    static std::string Norm(const char* src, int count) {
-        return "ArmAL2Norm(" + Join({src, N(count), "g_frResult"}) + ")";
+    std::string Text() const {
+        const std::string size = N(s_.size);
+        const std::string planes = N(s_.inChannels);
+        const std::string shift = N(s_.outShift);
+        const std::string src = Name(s_.src);
+        const std::string dst = Name(s_.dst);
+        const std::string count = N(s_.inChannels * s_.size * s_.size);
+        switch (s_.kind) {
+            case StepKind::kGreyToQ7:
+                return Call("ArmAXorQ7", {src, count});
+            case StepKind::kConvolution:
+                return Convolution("arma_convolve_chw_q7", 3);
+            case StepKind::kPointwise:
+                return Convolution("ArmAConvolve1x1s1p0ChwQ7", 1);
+            case StepKind::kDepthwise:
+                return Convolution("arma_convolvedw_3x3_s1_chw_q7", 3);
+            case StepKind::kDepthwiseRectified:
+                return Convolution("ArmAConvolvedwRelu3x3s1ChwQ7", 3);
+            case StepKind::kAdd:
+                return Call("ArmAZpadPlusChwQ7",
+                            {src, Name(s_.second), dst, N(s_.firstShift), N(s_.secondShift), shift,
+                             size, size, N(s_.outChannels), planes, "workspace"});
+            case StepKind::kRectify:
+                return Call("ArmAReluChwQ7", {src, dst, count});
+            case StepKind::kMaxPoolStride1:
+                return Call("ArmAMaxpoolK2x2S1x1ChwQ7",
+                            {src, size, size, planes, dst, "workspace"});
+            case StepKind::kMaxPoolStride2:
+                return Call("ArmAMaxPool2x2S2ChwQ7",
+                            {src, dst, size, size, planes, "0", "workspace"});
+            case StepKind::kDownsample:
+                return Call("ArmADownsample", {src, size, size, planes, dst, "workspace"});
+            case StepKind::kGlobalAverage:
+                return Call("ArmAGapQ7Chw", {src, size, size, planes, shift, "workspace", dst});
+            case StepKind::kGlobal:
+                return Call("ArmAConvolveGlobalChwQ7",
+                            {src, size, size, planes, Weights(), Bias(), shift, dst, "workspace"});
+            case StepKind::kFullyConnected:
+                return Call("ArmAFcQ7", {src, Weights(), planes, N(s_.outChannels), shift, Bias(),
+                                         dst, "workspace"});
+            case StepKind::kUnitLength:
+                return Call("ArmAL2Norm", {src, planes, "g_frResult"});
+        }
+        throw std::logic_error("no such kind of step");
     }
 
   private:
-    std::string Weights(int layer) const { return prefix_ + "Weights" + N(layer); }
-    std::string Bias(int layer) const { return prefix_ + "Bias" + N(layer); }
-    std::string Convolution(const char* kernel, int kernelSize, const char* src, int in, int size,
-                            int layer, int out, int shift, const char* dst) const {
-        return std::string(kernel) + "(" +
-               Join({src, N(size), N(size), N(in), Weights(layer), N(out), N(kernelSize),
-                     N(kernelSize / 2), "1", Bias(layer), N(shift), dst, N(size), N(size),
-                     "workspace"}) +
-               ")";
+    static std::string Call(const char* kernel, std::initializer_list<std::string> arguments) {
+        return std::string(kernel) + "(" + Join(arguments) + ")";
+    }
+    static std::string Name(Place place) {
+        return place == Place::kInput
+                   ? "input"
+                   : std::string(1, "XYZ"[static_cast<int>(place) - static_cast<int>(Place::kX)]);
+    }
+    std::string Weights() const { return prefix_ + "Weights" + N(s_.layer); }
+    std::string Bias() const { return prefix_ + "Bias" + N(s_.layer); }
+    std::string Convolution(const char* kernel, int kernelSize) const {
+        const std::string size = N(s_.size);
+        return Call(kernel, {Name(s_.src), size, size, N(s_.inChannels), Weights(),
+                             N(s_.outChannels), N(kernelSize), N(kernelSize / 2), "1", Bias(),
+                             N(s_.outShift), Name(s_.dst), size, size, "workspace"});
     }
 
     std::string prefix_;
+    const Step& s_;
 };
 
-struct AlignTable : Table {
-    AlignTable() : Table("align") {}
-    // clang-format off
-    std::vector<std::string> Steps() const {
-        return {
-            Xor(576),
-            Conv("input", 1, 24, 0, 32, 8, "X"),
-            Pw("X", 32, 24, 1, 18, 7, "Y"),
-            Dwr("Y", 18, 24, 2, 18, 6, "Z"),
-            Pw("Z", 18, 24, 4, 36, 7, "Y"),
-            Dw("Y", 36, 24, 5, 36, 6, "Z"),
-            Add("Z", "X", "Y", 1, 0, 1, 24, 36, 32),
-            Pw("Y", 36, 24, 7, 20, 5, "X"),
-            Dwr("X", 20, 24, 8, 20, 7, "Z"),
-            Pw("Z", 20, 24, 10, 40, 6, "X"),
-            Dw("X", 40, 24, 11, 40, 6, "Z"),
-            Add("Z", "Y", "X", 0, 1, 1, 24, 40, 36),
-            Pw("X", 40, 24, 13, 22, 6, "Y"),
-            Dwr("Y", 22, 24, 14, 22, 6, "Z"),
-            Pw("Z", 22, 24, 16, 44, 7, "Y"),
-            Dw("Y", 44, 24, 17, 44, 7, "Z"),
-            Add("Z", "X", "Y", 0, 1, 0, 24, 44, 40),
-            Mp2("Y", 24, 44, "X"),
-            Pw("X", 44, 12, 20, 24, 6, "Y"),
-            Dwr("Y", 24, 12, 21, 24, 6, "Z"),
-            Pw("Z", 24, 12, 23, 48, 6, "Y"),
-            Dw("Y", 48, 12, 24, 48, 6, "Z"),
-            Add("Z", "X", "Y", 0, 0, 0, 12, 48, 44),
-            Pw("Y", 48, 12, 26, 26, 6, "X"),
-            Dwr("X", 26, 12, 27, 26, 7, "Z"),
-            Pw("Z", 26, 12, 29, 52, 7, "X"),
-            Dw("X", 52, 12, 30, 52, 7, "Z"),
-            Add("Z", "Y", "X", 1, 0, 1, 12, 52, 48),
-            Pw("X", 52, 12, 32, 28, 5, "Y"),
-            Dwr("Y", 28, 12, 33, 28, 6, "Z"),
-            Pw("Z", 28, 12, 35, 56, 6, "Y"),
-            Dw("Y", 56, 12, 36, 56, 7, "Z"),
-            Add("Z", "X", "Y", 0, 0, 0, 12, 56, 52),
-            Mp2("Y", 12, 56, "X"),
-            Pw("X", 56, 6, 39, 30, 5, "Y"),
-            Dwr("Y", 30, 6, 40, 30, 6, "Z"),
-            Pw("Z", 30, 6, 42, 60, 7, "Y"),
-            Dw("Y", 60, 6, 43, 60, 5, "Z"),
-            Add("Z", "X", "Y", 0, 0, 0, 6, 60, 56),
-            Pw("Y", 60, 6, 45, 32, 5, "X"),
-            Dwr("X", 32, 6, 46, 32, 7, "Z"),
-            Pw("Z", 32, 6, 48, 64, 6, "X"),
-            Dw("X", 64, 6, 49, 64, 6, "Z"),
-            Add("Z", "Y", "X", 0, 0, 1, 6, 64, 60),
-            Pw("X", 64, 6, 51, 34, 6, "Y"),
-            Dwr("Y", 34, 6, 52, 34, 7, "Z"),
-            Pw("Z", 34, 6, 54, 68, 6, "Y"),
-            Dw("Y", 68, 6, 55, 68, 6, "Z"),
-            Add("Z", "X", "Y", 0, 1, 1, 6, 68, 64),
-            Gap("Y", 6, 68, 3, "X"),
-            Fc("X", 58, 68, 4, 8, "Y"),
-        };
+std::vector<std::string> CallsOf(const char* prefix, const std::vector<Step>& steps) {
+    std::vector<std::string> calls;
+    for (const Step& step : steps) {
+        calls.push_back(CallOf(prefix, step).Text());
     }
-    // clang-format on
-};
-
-struct FrTable : Table {
-    FrTable() : Table("fr") {}
-    // clang-format off
-    std::vector<std::string> Steps() const {
-        return {
-            Xor(27648),
-            Conv("input", 3, 96, 0, 32, 11, "X"),
-            Mp1("X", 32, 96, "Y"),
-            Dw("Y", 32, 95, 2, 32, 9, "X"),
-            Ds("X", 32, 95, "Y"),
-            Relu("Y", 73728),
-            Dwr("Y", 32, 48, 5, 32, 4, "X"),
-            Pw("X", 32, 48, 7, 64, 7, "Y"),
-            Relu("Y", 147456),
-            Dw("Y", 64, 48, 9, 64, 7, "X"),
-            Mp1("X", 64, 48, "Y"),
-            Dw("Y", 64, 47, 11, 64, 9, "X"),
-            Ds("X", 64, 47, "Y"),
-            Relu("Y", 36864),
-            Pw("Y", 64, 24, 14, 32, 6, "X"),
-            Pw("X", 32, 24, 15, 64, 8, "Y"),
-            Relu("Y", 36864),
-            Dwr("Y", 64, 24, 17, 64, 4, "Z"),
-            Pw("Z", 64, 24, 19, 32, 7, "Y"),
-            Add("X", "Y", "Z", 1, 0, 1, 24, 32, 32),
-            Pw("Z", 32, 24, 21, 64, 6, "Y"),
-            Relu("Y", 36864),
-            Dwr("Y", 64, 24, 23, 64, 6, "X"),
-            Pw("X", 64, 24, 25, 32, 6, "Y"),
-            Add("Z", "Y", "X", 1, 0, 1, 24, 32, 32),
-            Pw("X", 32, 24, 27, 64, 7, "Y"),
-            Relu("Y", 36864),
-            Dwr("Y", 64, 24, 29, 64, 6, "Z"),
-            Pw("Z", 64, 24, 31, 32, 6, "Y"),
-            Add("X", "Y", "Z", 1, 0, 1, 24, 32, 32),
-            Pw("Z", 32, 24, 33, 64, 7, "Y"),
-            Relu("Y", 36864),
-            Dwr("Y", 64, 24, 35, 64, 7, "X"),
-            Pw("X", 64, 24, 37, 32, 5, "Y"),
-            Add("Z", "Y", "X", 1, 0, 1, 24, 32, 32),
-            Pw("X", 32, 24, 39, 128, 7, "Y"),
-            Relu("Y", 73728),
-            Dw("Y", 128, 24, 41, 128, 8, "X"),
-            Mp1("X", 128, 24, "Y"),
-            Dw("Y", 128, 23, 43, 128, 8, "X"),
-            Ds("X", 128, 23, "Y"),
-            Relu("Y", 18432),
-            Pw("Y", 128, 12, 46, 64, 7, "X"),
-            Pw("X", 64, 12, 47, 128, 9, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 49, 128, 4, "Z"),
-            Pw("Z", 128, 12, 51, 64, 6, "Y"),
-            Add("X", "Y", "Z", 1, 0, 1, 12, 64, 64),
-            Pw("Z", 64, 12, 53, 128, 8, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 55, 128, 4, "X"),
-            Pw("X", 128, 12, 57, 64, 6, "Y"),
-            Add("Z", "Y", "X", 1, 0, 1, 12, 64, 64),
-            Pw("X", 64, 12, 59, 128, 7, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 61, 128, 7, "Z"),
-            Pw("Z", 128, 12, 63, 64, 5, "Y"),
-            Add("X", "Y", "Z", 0, 0, 0, 12, 64, 64),
-            Pw("Z", 64, 12, 65, 128, 8, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 67, 128, 5, "X"),
-            Pw("X", 128, 12, 69, 64, 6, "Y"),
-            Add("Z", "Y", "X", 0, 0, 1, 12, 64, 64),
-            Pw("X", 64, 12, 71, 128, 8, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 73, 128, 6, "Z"),
-            Pw("Z", 128, 12, 75, 64, 6, "Y"),
-            Add("X", "Y", "Z", 1, 0, 1, 12, 64, 64),
-            Pw("Z", 64, 12, 77, 128, 7, "Y"),
-            Relu("Y", 18432),
-            Dwr("Y", 128, 12, 79, 128, 6, "X"),
-            Pw("X", 128, 12, 81, 64, 7, "Y"),
-            Add("Z", "Y", "X", 0, 0, 0, 12, 64, 64),
-            Pw("X", 64, 12, 83, 256, 8, "Y"),
-            Relu("Y", 36864),
-            Dw("Y", 256, 12, 85, 256, 7, "X"),
-            Mp1("X", 256, 12, "Y"),
-            Dw("Y", 256, 11, 87, 256, 8, "X"),
-            Ds("X", 256, 11, "Y"),
-            Relu("Y", 9216),
-            Pw("Y", 256, 6, 90, 64, 7, "X"),
-            Pw("X", 64, 6, 91, 128, 9, "Y"),
-            Relu("Y", 4608),
-            Dwr("Y", 128, 6, 93, 128, 6, "Z"),
-            Pw("Z", 128, 6, 95, 64, 6, "Y"),
-            Add("X", "Y", "Z", 1, 0, 1, 6, 64, 64),
-            Pw("Z", 64, 6, 97, 128, 8, "Y"),
-            Relu("Y", 4608),
-            Dwr("Y", 128, 6, 99, 128, 5, "X"),
-            Pw("X", 128, 6, 101, 64, 7, "Y"),
-            Add("Z", "Y", "X", 0, 0, 1, 6, 64, 64),
-            Pw("X", 64, 6, 103, 256, 7, "Y"),
-            Relu("Y", 9216),
-            Global("Y", 6, 256, 105, 6, "X"),
-            Fc("X", 106, 256, 128, 7, "Y"),
-            Norm("Y", 128),
-        };
-    }
-    // clang-format on
-};
+    return calls;
+}
 
 // ---- The networks under watch
 
@@ -563,7 +399,7 @@ void ExpectGolden(const std::vector<Call>& calls, const uint64_t (&golden)[kStep
 }
 
 TEST(AlignmentNetwork, EveryCallHasItsLayersArguments) {
-    ExpectArguments(WatchAlign(0), AlignTable().Steps());
+    ExpectArguments(WatchAlign(0), CallsOf("g_align", orvo_reference::AlignSteps()));
 }
 
 TEST(AlignmentNetwork, EveryStepOnASmoothPictureGivesTheGoldenBytes) {
@@ -575,7 +411,7 @@ TEST(AlignmentNetwork, EveryStepOnNoiseGivesTheGoldenBytes) {
 }
 
 TEST(RecognitionNetwork, EveryCallHasItsLayersArguments) {
-    ExpectArguments(WatchFr(0), FrTable().Steps());
+    ExpectArguments(WatchFr(0), CallsOf("g_fr", orvo_reference::FrSteps()));
 }
 
 TEST(RecognitionNetwork, EveryStepOnASmoothPictureGivesTheGoldenBytes) {

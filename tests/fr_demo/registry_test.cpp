@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -12,177 +13,100 @@
 #include "orvo/model_store.h"
 #include "reference/reference_networks.h"
 
+// Of model_store_in_c.c.
+extern "C" const size_t g_sizesInC[4];
+
 namespace {
 
-// What an entry must say, taken from the declarations.
-struct Expected {
-    std::string name;
-    void* data;
-    size_t size;
-    uint32_t elementSize;
-};
+using orvo_reference::AlignLayers;
+using orvo_reference::FrLayers;
+using orvo_reference::Layer;
 
-#define ORVO_ARRAYS(network, n)                                                               \
-    {"g_" #network "Weights" #n, g_##network##Weights##n, sizeof g_##network##Weights##n, 1}, \
-        {"g_" #network "Bias" #n, g_##network##Bias##n, sizeof g_##network##Bias##n, 4},
+void ExpectEntry(const ModelArray& entry, const std::string& name, size_t size,
+                 uint32_t elementSize) {
+    ASSERT_NE(entry.name, nullptr) << name;
+    EXPECT_EQ(entry.name, name);
+    EXPECT_EQ(entry.size, size) << name;
+    EXPECT_EQ(entry.elementSize, elementSize) << name;
+    // The name is the symbol's own.
+    EXPECT_NE(entry.data, nullptr) << name;
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, name.c_str()), entry.data) << name;
+}
 
-// clang-format off
-const std::vector<Expected> kAlign = {
-    ORVO_ARRAYS(align, 0)
-    ORVO_ARRAYS(align, 1)
-    ORVO_ARRAYS(align, 2)
-    ORVO_ARRAYS(align, 4)
-    ORVO_ARRAYS(align, 5)
-    ORVO_ARRAYS(align, 7)
-    ORVO_ARRAYS(align, 8)
-    ORVO_ARRAYS(align, 10)
-    ORVO_ARRAYS(align, 11)
-    ORVO_ARRAYS(align, 13)
-    ORVO_ARRAYS(align, 14)
-    ORVO_ARRAYS(align, 16)
-    ORVO_ARRAYS(align, 17)
-    ORVO_ARRAYS(align, 20)
-    ORVO_ARRAYS(align, 21)
-    ORVO_ARRAYS(align, 23)
-    ORVO_ARRAYS(align, 24)
-    ORVO_ARRAYS(align, 26)
-    ORVO_ARRAYS(align, 27)
-    ORVO_ARRAYS(align, 29)
-    ORVO_ARRAYS(align, 30)
-    ORVO_ARRAYS(align, 32)
-    ORVO_ARRAYS(align, 33)
-    ORVO_ARRAYS(align, 35)
-    ORVO_ARRAYS(align, 36)
-    ORVO_ARRAYS(align, 39)
-    ORVO_ARRAYS(align, 40)
-    ORVO_ARRAYS(align, 42)
-    ORVO_ARRAYS(align, 43)
-    ORVO_ARRAYS(align, 45)
-    ORVO_ARRAYS(align, 46)
-    ORVO_ARRAYS(align, 48)
-    ORVO_ARRAYS(align, 49)
-    ORVO_ARRAYS(align, 51)
-    ORVO_ARRAYS(align, 52)
-    ORVO_ARRAYS(align, 54)
-    ORVO_ARRAYS(align, 55)
-    ORVO_ARRAYS(align, 58)
-};
-
-const std::vector<Expected> kFr = {
-    ORVO_ARRAYS(fr, 0)
-    ORVO_ARRAYS(fr, 2)
-    ORVO_ARRAYS(fr, 5)
-    ORVO_ARRAYS(fr, 7)
-    ORVO_ARRAYS(fr, 9)
-    ORVO_ARRAYS(fr, 11)
-    ORVO_ARRAYS(fr, 14)
-    ORVO_ARRAYS(fr, 15)
-    ORVO_ARRAYS(fr, 17)
-    ORVO_ARRAYS(fr, 19)
-    ORVO_ARRAYS(fr, 21)
-    ORVO_ARRAYS(fr, 23)
-    ORVO_ARRAYS(fr, 25)
-    ORVO_ARRAYS(fr, 27)
-    ORVO_ARRAYS(fr, 29)
-    ORVO_ARRAYS(fr, 31)
-    ORVO_ARRAYS(fr, 33)
-    ORVO_ARRAYS(fr, 35)
-    ORVO_ARRAYS(fr, 37)
-    ORVO_ARRAYS(fr, 39)
-    ORVO_ARRAYS(fr, 41)
-    ORVO_ARRAYS(fr, 43)
-    ORVO_ARRAYS(fr, 46)
-    ORVO_ARRAYS(fr, 47)
-    ORVO_ARRAYS(fr, 49)
-    ORVO_ARRAYS(fr, 51)
-    ORVO_ARRAYS(fr, 53)
-    ORVO_ARRAYS(fr, 55)
-    ORVO_ARRAYS(fr, 57)
-    ORVO_ARRAYS(fr, 59)
-    ORVO_ARRAYS(fr, 61)
-    ORVO_ARRAYS(fr, 63)
-    ORVO_ARRAYS(fr, 65)
-    ORVO_ARRAYS(fr, 67)
-    ORVO_ARRAYS(fr, 69)
-    ORVO_ARRAYS(fr, 71)
-    ORVO_ARRAYS(fr, 73)
-    ORVO_ARRAYS(fr, 75)
-    ORVO_ARRAYS(fr, 77)
-    ORVO_ARRAYS(fr, 79)
-    ORVO_ARRAYS(fr, 81)
-    ORVO_ARRAYS(fr, 83)
-    ORVO_ARRAYS(fr, 85)
-    ORVO_ARRAYS(fr, 87)
-    ORVO_ARRAYS(fr, 90)
-    ORVO_ARRAYS(fr, 91)
-    ORVO_ARRAYS(fr, 93)
-    ORVO_ARRAYS(fr, 95)
-    ORVO_ARRAYS(fr, 97)
-    ORVO_ARRAYS(fr, 99)
-    ORVO_ARRAYS(fr, 101)
-    ORVO_ARRAYS(fr, 103)
-    ORVO_ARRAYS(fr, 105)
-    ORVO_ARRAYS(fr, 106)
-};
-// clang-format on
-
+// A layer's weights stand directly before its biases.
 template <size_t kEntries>
-void ExpectRegistry(const ModelArray (&registry)[kEntries], const std::vector<Expected>& expected) {
-    ASSERT_EQ(kEntries, expected.size());
-    for (size_t i = 0; i < kEntries; ++i) {
-        const ModelArray& entry = registry[i];
-        ASSERT_NE(entry.name, nullptr) << i;
-        EXPECT_EQ(entry.name, expected[i].name) << i;
-        EXPECT_EQ(entry.data, expected[i].data) << entry.name;
-        EXPECT_EQ(entry.size, expected[i].size) << entry.name;
-        EXPECT_EQ(entry.elementSize, expected[i].elementSize) << entry.name;
-        // The name is the symbol's own.
-        EXPECT_EQ(dlsym(RTLD_DEFAULT, entry.name), entry.data) << entry.name;
+void ExpectRegistry(const ModelArray (&registry)[kEntries], const std::string& prefix,
+                    const std::vector<Layer>& layers) {
+    ASSERT_EQ(kEntries, 2 * layers.size());
+    for (size_t i = 0; i < layers.size(); ++i) {
+        const std::string number = std::to_string(layers[i].number);
+        ExpectEntry(registry[2 * i], prefix + "Weights" + number, orvo_test::WeightsSize(layers[i]),
+                    1);
+        ExpectEntry(registry[2 * i + 1], prefix + "Bias" + number, orvo_test::BiasSize(layers[i]),
+                    4);
     }
 }
 
 TEST(Registry, OfTheAlignmentModelListsEveryArrayInLayerOrder) {
-    EXPECT_EQ(std::size(g_alignArray), 76u);
-    ExpectRegistry(g_alignArray, kAlign);
+    ExpectRegistry(g_alignArray, "g_align", AlignLayers());
 }
 
 TEST(Registry, OfTheRecognitionModelListsEveryArrayInLayerOrder) {
-    EXPECT_EQ(std::size(g_frArray), 108u);
-    ExpectRegistry(g_frArray, kFr);
+    ExpectRegistry(g_frArray, "g_fr", FrLayers());
 }
 
-template <size_t kEntries>
-void ExpectPairs(const ModelArray (&registry)[kEntries], const std::string& prefix) {
-    for (size_t i = 0; i + 1 < kEntries; i += 2) {
-        const std::string weights = registry[i].name;
-        ASSERT_EQ(weights.rfind(prefix + "Weights", 0), 0u) << weights;
-        const std::string number = weights.substr(prefix.size() + 7);
-        EXPECT_EQ(registry[i + 1].name, prefix + "Bias" + number);
-        EXPECT_EQ(registry[i].elementSize, 1u) << weights;
-        EXPECT_EQ(registry[i + 1].elementSize, 4u) << weights;
-        EXPECT_EQ(registry[i + 1].size % 4, 0u) << weights;
+TEST(Registry, LayersStandInTheOrderOfTheirNumbers) {
+    for (const std::vector<Layer>& layers : {AlignLayers(), FrLayers()}) {
+        EXPECT_TRUE(std::is_sorted(
+            layers.begin(), layers.end(),
+            [](const Layer& first, const Layer& second) { return first.number < second.number; }));
     }
 }
 
-TEST(Registry, WeightsStandDirectlyBeforeTheirLayersBiases) {
-    ExpectPairs(g_alignArray, "g_align");
-    ExpectPairs(g_frArray, "g_fr");
-}
+// Programs in C see the arrays as they are declared.
+#define ORVO_DECLARED(network, number)                                             \
+    {"g_" #network "Weights" #number, g_##network##Weights##number,                \
+     sizeof g_##network##Weights##number, sizeof g_##network##Weights##number[0]}, \
+        {"g_" #network "Bias" #number, g_##network##Bias##number,                  \
+         sizeof g_##network##Bias##number, sizeof g_##network##Bias##number[0]},
+#define ORVO_ALIGN_DECLARED(kind, number, ...) ORVO_DECLARED(align, number)
+#define ORVO_FR_DECLARED(kind, number, ...) ORVO_DECLARED(fr, number)
 
-template <size_t kEntries>
-void ExpectSizes(const ModelArray (&registry)[kEntries],
-                 const std::vector<orvo_reference::Layer>& layers) {
-    ASSERT_EQ(layers.size() * 2, kEntries);
-    for (size_t i = 0; i < layers.size(); ++i) {
-        EXPECT_EQ(registry[2 * i].size, orvo_test::WeightsSize(layers[i])) << registry[2 * i].name;
-        EXPECT_EQ(registry[2 * i + 1].size, orvo_test::BiasSize(layers[i]))
-            << registry[2 * i + 1].name;
+TEST(Registry, EntriesAreTheDeclaredArrays) {
+    struct Declared {
+        std::string name;
+        const void* data;
+        size_t size, elementSize;
+    };
+    const std::vector<Declared> align = {
+        ORVO_ALIGN_NETWORK(ORVO_ALIGN_DECLARED, ORVO_NO_LAYER, ORVO_NO_LAYER)};
+    const std::vector<Declared> fr = {
+        ORVO_FR_NETWORK(ORVO_FR_DECLARED, ORVO_NO_LAYER, ORVO_NO_LAYER)};
+    const auto expectSame = [](const Declared& array, const ModelArray& entry) {
+        EXPECT_EQ(entry.name, array.name);
+        EXPECT_EQ(entry.data, array.data) << array.name;
+        EXPECT_EQ(entry.size, array.size) << array.name;
+        EXPECT_EQ(entry.elementSize, array.elementSize) << array.name;
+    };
+    ASSERT_EQ(align.size(), std::size(g_alignArray));
+    ASSERT_EQ(fr.size(), std::size(g_frArray));
+    for (size_t i = 0; i < align.size(); ++i) {
+        expectSame(align[i], g_alignArray[i]);
+    }
+    for (size_t i = 0; i < fr.size(); ++i) {
+        expectSame(fr[i], g_frArray[i]);
     }
 }
 
-TEST(Registry, SizesFollowFromTheLayers) {
-    ExpectSizes(g_alignArray, orvo_reference::AlignLayers());
-    ExpectSizes(g_frArray, orvo_reference::FrLayers());
+TEST(Registry, IsTheSameInC) {
+    size_t bytes = 0;
+    for (const ModelArray& entry : g_frArray) {
+        bytes += entry.size;
+    }
+    EXPECT_EQ(g_sizesInC[0], sizeof g_alignArray);
+    EXPECT_EQ(g_sizesInC[1], sizeof g_frArray);
+    EXPECT_EQ(g_sizesInC[2], sizeof g_alignWeights1);
+    EXPECT_EQ(g_sizesInC[3], bytes);
 }
 
 TEST(Registry, EntryHasFourWordsInOrder) {
@@ -191,8 +115,6 @@ TEST(Registry, EntryHasFourWordsInOrder) {
     EXPECT_EQ(offsetof(ModelArray, data), 2 * sizeof(void*));
     EXPECT_EQ(offsetof(ModelArray, size), 3 * sizeof(void*));
     EXPECT_EQ(sizeof(ModelArray), 4 * sizeof(void*)); // 16 bytes on a 32-bit target
-    EXPECT_EQ(sizeof g_alignArray, 76 * sizeof(ModelArray));
-    EXPECT_EQ(sizeof g_frArray, 108 * sizeof(ModelArray));
 }
 
 TEST(Registry, KeyMaterialHasItsSizes) {

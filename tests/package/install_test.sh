@@ -20,6 +20,9 @@ distance_b=$(wanted_distance "$prefix/bin/kova-fr" b.pgm)
 distance_c=$(wanted_distance "$prefix/bin/kova-fr" c.pgm)
 distance_d=$(wanted_distance "$prefix/bin/kova-fr" d.pgm)
 
+# The part of it that measures lies in another folder.
+"$prefix/bin/kova-fr" bench --seconds 0 >/dev/null
+
 check_examples() {
     expect "$distance_b" b.pgm "$1/face_distance"
     expect "$distance_c" c.pgm "$1/face_distance"
@@ -38,6 +41,12 @@ for static in OFF ON; do
     grep -q 'no feature (status 0xa0038008)' "$work/errors" || fail "the platform's status is lost"
 done
 
+# A program that does not call the platform itself need not name it: the shared library brings the stand-in.
+alone=$work/cmake-alone
+cmake -S "$examples" -B "$alone" -DCMAKE_PREFIX_PATH="$prefix" -DPLATFORM_LIBRARIES= >/dev/null
+cmake --build "$alone" --target plain_memory >/dev/null
+expect "$distance_b" b.pgm "$alone/plain_memory"
+
 PKG_CONFIG_PATH=$library_dir/pkgconfig
 export PKG_CONFIG_PATH
 for static in '' 1; do
@@ -46,6 +55,10 @@ for static in '' 1; do
         >/dev/null
     LD_LIBRARY_PATH=$library_dir check_examples "$work/make$static"
 done
+mkdir "$work/make-alone"
+make -C "$examples" OUT="$work/make-alone" PLATFORM_LIBS= CXXFLAGS=-Werror \
+    "$work/make-alone/plain_memory" >/dev/null
+LD_LIBRARY_PATH=$library_dir expect "$distance_b" b.pgm "$work/make-alone/plain_memory"
 
 # The statically linked ones must not have taken the shared library after all.
 for program in "$work/cmake-ON/face_distance" "$work/make1/face_distance"; do

@@ -8,23 +8,11 @@
 #include <map>
 #include <vector>
 
-// Both networks, written out step by step over plain definitions of their operations and weights in
-// natural order (output channel, input channel, kernel row, kernel column).
+#include "reference/reference_layers.h"
+
+// Both networks, step by step over plain definitions of their operations and weights in natural
+// order (output channel, input channel, kernel row, kernel column).
 namespace orvo_reference {
-
-enum class LayerKind { kConvolution, kPointwise, kDepthwise, kGlobal, kFullyConnected };
-
-// A layer with parameters. Depthwise and global layers have as many outputs as inputs.
-struct Layer {
-    int number;
-    LayerKind kind;
-    int inChannels;
-    int outChannels;
-    int outShift;
-};
-
-const std::vector<Layer>& AlignLayers();
-const std::vector<Layer>& FrLayers();
 
 struct LayerParameters {
     std::vector<int8_t> weights;
@@ -47,10 +35,10 @@ std::vector<uint8_t> SeededPicture(int picture, int planes, int size);
 // Called after every step with its number and the bytes of its output.
 using AfterStep = std::function<void(int step, const void* output, size_t size)>;
 
-// 24 x 24 grey levels to four signed bytes. Steps 0 to 50.
+// 24 x 24 grey levels to four signed bytes.
 std::array<int8_t, 4> RunAlign(const Model& model, const std::vector<uint8_t>& picture,
                                const AfterStep& afterStep);
-// Three planes of 96 x 96 grey levels to a feature. Steps 0 to 95.
+// Three planes of 96 x 96 grey levels to a feature.
 std::array<float, 128> RunFr(const Model& model, const std::vector<uint8_t>& picture,
                              const AfterStep& afterStep);
 

@@ -188,18 +188,34 @@ void Rescale(int8_t* data, int32_t count, int32_t shift) {
     }
 }
 
+namespace {
+
+// A subnormal number counts as the zero of its sign.
+template <typename Number>
+float WithoutSubnormals(Number value) {
+    const Number smallestNormal = std::ldexp(Number{1}, -126);
+    if (std::abs(value) < smallestNormal) {
+        return std::signbit(value) ? -0.0f : 0.0f;
+    }
+    return static_cast<float>(value);
+}
+
+} // namespace
+
 float InnerProduct(const float* a, const float* b, int32_t n) {
     float lane[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     int32_t i = 0;
     for (; i + 4 <= n; i += 4) {
         for (int32_t l = 0; l < 4; ++l) {
-            const float product = a[i + l] * b[i + l];
-            lane[l] = lane[l] + product;
+            const double x = static_cast<double>(WithoutSubnormals(a[i + l]));
+            const double y = static_cast<double>(WithoutSubnormals(b[i + l]));
+            const float product = WithoutSubnormals(x * y); // exact before it is rounded
+            lane[l] = WithoutSubnormals(lane[l] + product);
         }
     }
-    const float low = lane[0] + lane[1];
-    const float high = lane[2] + lane[3];
-    float sum = low + high;
+    const float low = WithoutSubnormals(lane[0] + lane[1]);
+    const float high = WithoutSubnormals(lane[2] + lane[3]);
+    float sum = WithoutSubnormals(low + high);
     if (n - i == 3) {
         const float first = a[i] * b[i];
         const float second = a[i + 1] * b[i + 1];

@@ -452,6 +452,24 @@ TEST_F(PackModels, AValueThatIsNotHexadecimalIsRefused) {
                      "line 6: the value of fr_key is not hexadecimal");
 }
 
+TEST_F(PackModels, AKeyFileWithoutEndIsRefused) {
+    fs::remove(key_);
+    fs::create_symlink("/dev/zero", key_);
+    ExpectRefused(key_.string() + ": is larger than 64 KiB");
+}
+
+TEST_F(PackModels, ALargeKeyFileIsRefused) {
+    const std::string comment = "# a comment\n";
+    std::string text = GoodKeyFile();
+    while (text.size() + comment.size() <= 64 * 1024) {
+        text += comment;
+    }
+    WriteText(key_, text);
+    EXPECT_EQ(Pack().status, 0);
+    fs::remove_all(out_);
+    ExpectKeyRefused(text + comment, "is larger than 64 KiB");
+}
+
 TEST_F(PackModels, NoMessageShowsKeyBytes) {
     for (const char* text :
          {"fr_key = 0badc0de0badc0de\n", "fr_key = 0badc0dex\n", "0badc0de\n", "0badc0de = 1\n"}) {
@@ -635,7 +653,8 @@ TEST_F(PackModels, MalformedOffsetsAreNamed) {
         {Json("0"), "data_offsets is not a list of whole numbers"},
         {Json::array({0, 124}), "data_offsets span 124 bytes, which shape [32] does not take"}};
     for (const auto& [offsets, line] : cases) {
-        ExpectFrRefused([&](Model* model) { model->header["0.bias"]["data_offsets"] = offsets; },
+        ExpectFrRefused([&offsets = offsets](
+                            Model* model) { model->header["0.bias"]["data_offsets"] = offsets; },
                         tensor + line);
     }
 }
@@ -650,8 +669,9 @@ TEST_F(PackModels, MalformedShapesAreNamed) {
          "data_offsets span 128 bytes, which shape [9223372036854775807, 9223372036854775807] does "
          "not take"}};
     for (const auto& [shape, line] : cases) {
-        ExpectFrRefused([&](Model* model) { model->header["0.bias"]["shape"] = shape; },
-                        tensor + line);
+        ExpectFrRefused(
+            [&shape = shape](Model* model) { model->header["0.bias"]["shape"] = shape; },
+            tensor + line);
     }
 }
 

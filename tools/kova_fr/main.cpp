@@ -5,32 +5,45 @@
 #include <cstdio>
 #include <sstream>
 
-#include "commands.h"
-#include "failure.h"
-#include "label.h"
-#include "output_file.h"
+#include "commands/commands.h"
+#include "evaluation/shipped_thresholds.h"
+#include "files/failure.h"
+#include "files/output_file.h"
+#include "terminal/label.h"
 
 namespace {
 
 enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2, kNobody = 3 };
 
+constexpr const char* kDescription =
+    R"(Face features of pictures and their distances, through the device API.
+It does not know whether there is a face: what it is given is taken for one, and
+only a picture that shows no structure at all, such as a wall, is refused.
+)";
+
 constexpr const char* kNotes =
-    "A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels; the face\n"
-    "needs at least 16 x 12. Colour becomes luma with the weights of BT.601, transparent parts "
-    "count\n"
-    "as black, marks of rotation (EXIF) are followed, an odd last column or row is left out.\n"
-    "\n"
-    "Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage, 3 (identify with\n"
-    "--threshold) a face that nobody in the gallery is like enough.\n"
-    "\n"
-    "Examples:\n"
-    "  kova-fr compare a.jpg b.png\n"
-    "  kova-fr extract --json face.png\n"
-    "  kova-fr enroll people.gallery ada ada1.jpg ada2.jpg\n"
-    "  kova-fr identify --threshold 0.4 people.gallery somebody.jpg\n"
-    "  kova-fr eval --out result people/\n"
-    "  kova-fr bench\n"
-    "  kova-fr compare --help";
+    R"(A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels;
+the face needs at least 16 x 12. Colour becomes luma with the weights of BT.601,
+transparent parts count as black, marks of rotation (EXIF) are followed, an odd
+last column or row is left out.
+
+Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage,
+3 (identify with --threshold) a face that nobody in the gallery is like enough.
+
+)";
+
+std::string Footer() {
+    return kNotes + kova_cli::ThresholdsText() + R"(
+Examples:
+  kova-fr compare a.jpg b.png
+  kova-fr extract --json face.png
+  kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
+  kova-fr identify --threshold )" +
+           kova_cli::ThresholdOfExamples() + R"( people.gallery somebody.jpg
+  kova-fr eval --out result people/
+  kova-fr bench
+  kova-fr compare --help)";
+}
 
 // A program may be started with standard streams closed. Files opened later would take their places
 // and receive what is meant for the user; these cannot be written.
@@ -72,11 +85,10 @@ int Run(CLI::App& program, int count, char** arguments) {
 int main(int count, char** arguments) {
     FillClosedStreams();
     try {
-        CLI::App program("Face features of pictures and their distances, through the device API.",
-                         "kova-fr");
+        CLI::App program(kDescription, "kova-fr");
         program.set_version_flag("--version", "kova-fr " ORVO_VERSION);
         program.require_subcommand(1);
-        program.footer(kNotes);
+        program.footer(Footer());
         kova_cli::AddCompareCommand(program);
         kova_cli::AddExtractCommand(program);
         kova_cli::AddInspectCommand(program);

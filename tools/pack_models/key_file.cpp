@@ -2,16 +2,19 @@
 #include "tools/pack_models/key_file.h"
 
 #include <cstddef>
-#include <fstream>
 #include <set>
 #include <span>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
+#include "tools/pack_models/input_file.h"
 #include "tools/pack_models/pack_error.h"
 
 namespace orvo::pack {
 namespace {
+
+constexpr size_t kMaxFileSize = 64 * 1024;
 
 struct Entry {
     std::string_view name;
@@ -79,15 +82,13 @@ const Entry& FindEntry(const std::vector<Entry>& entries, std::string_view name,
 } // namespace
 
 KeyFile ReadKeyFile(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) {
-        throw PackError(path + ": cannot be opened");
-    }
+    const std::vector<uint8_t> bytes = ReadFile(path, kMaxFileSize);
+    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
     KeyFile keys = {};
     const std::vector<Entry> entries = EntriesOf(&keys);
     std::set<std::string_view> seen;
     std::string text;
-    for (int number = 1; std::getline(file, text); ++number) {
+    for (int number = 1; std::getline(lines, text); ++number) {
         const std::string where = path + ": line " + std::to_string(number) + ": ";
         const std::string_view line = Trim(std::string_view(text).substr(0, text.find('#')));
         if (line.empty()) {
@@ -102,9 +103,6 @@ KeyFile ReadKeyFile(const std::string& path) {
             throw PackError(where + std::string(entry.name) + " is given a second time");
         }
         ReadHex(Trim(line.substr(equals + 1)), entry, where);
-    }
-    if (file.bad()) {
-        throw PackError(path + ": cannot be read");
     }
     for (const Entry& entry : entries) {
         if (!seen.contains(entry.name)) {

@@ -2,13 +2,13 @@
 #include "tools/pack_models/model_file.h"
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
 
+#include "tools/pack_models/input_file.h"
 #include "tools/pack_models/pack_error.h"
 
 namespace orvo::pack {
@@ -33,28 +33,6 @@ struct Tensor {
     std::vector<int64_t> shape;
     std::span<const uint8_t> data;
 };
-
-// Reads from 64 KiB at a time up to a bound, so that a device or a pipe given by mistake ends too.
-std::vector<uint8_t> ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw PackError(path + ": cannot be opened");
-    }
-    std::vector<uint8_t> bytes;
-    std::vector<char> chunk(64 * 1024);
-    while (file.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) ||
-           file.gcount() > 0) {
-        bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + file.gcount());
-        if (bytes.size() > kMaxFileSize) {
-            throw PackError(path + ": is larger than " + std::to_string(kMaxFileSize >> 20) +
-                            " MiB");
-        }
-    }
-    if (file.bad()) {
-        throw PackError(path + ": cannot be read");
-    }
-    return bytes;
-}
 
 uint64_t ReadLittleEndian(std::span<const uint8_t> bytes) {
     uint64_t value = 0;
@@ -245,7 +223,7 @@ std::vector<int32_t> TakeValues(const std::string& path, std::map<std::string, T
 } // namespace
 
 std::vector<LayerParameters> ReadModel(const std::string& path, std::span<const Layer> layers) {
-    const std::vector<uint8_t> file = ReadFile(path);
+    const std::vector<uint8_t> file = ReadFile(path, kMaxFileSize);
     std::map<std::string, Tensor> tensors = ParseTensors(path, file);
     std::vector<LayerParameters> parameters;
     for (const Layer& layer : layers) {

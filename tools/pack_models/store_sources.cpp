@@ -44,8 +44,8 @@ void AppendWeights(std::string* source, const std::string& name, std::span<const
                [](uint8_t byte) { return std::to_string(static_cast<int8_t>(byte)); });
 }
 
-// The enciphered bytes are listed as the numbers that they are on a little-endian machine, like
-// every machine that the library runs on.
+// The enciphered bytes are listed as the numbers that they are on a little-endian machine; the library
+// changes their places on any other before it deciphers.
 void AppendBiases(std::string* source, const std::string& name, std::span<const uint8_t> bytes) {
     std::vector<int32_t> values;
     for (size_t i = 0; i < bytes.size(); i += 4) {

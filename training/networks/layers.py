@@ -1,12 +1,15 @@
 # SPDX-License-Identifier: MIT
-"""The two networks, written once.
+"""The two networks, as the library's own list has them.
 
 A network is a straight list of operations. The integer forward pass and the exports walk the list
 as it stands, step for step like the library; the trained forms walk the shorter list that
 `merged()` makes of it. A layer's number is that of its tensors in models/*.safetensors.
 """
+import re
 from dataclasses import dataclass, replace
+from pathlib import Path
 
+LIST = Path("include/orvo/network_layers.h")
 STEM_PLANES = {"align": 1, "fr": 3}
 INPUT_SIZE = {"align": 24, "fr": 96}
 MAX = 127 / 128  # the largest activation; the smallest is -1, or 0 behind a rectifier
@@ -74,110 +77,68 @@ class AveragePool:
     shift: int
 
 
-def _align():
-    ops = [Conv(0, "full", 1, 32, 8)]
-    width = 32
-    # Number of the block's first layer, shifts of its four layers, shifts of the addition.
-    blocks = [
-        (1, (7, 6, 7, 6), (1, 0, 1)),
-        (7, (5, 7, 6, 6), (0, 1, 1)),
-        (13, (6, 6, 7, 7), (0, 1, 0)),
-        (20, (6, 6, 6, 6), (0, 0, 0)),
-        (26, (6, 7, 7, 7), (1, 0, 1)),
-        (32, (5, 6, 6, 7), (0, 0, 0)),
-        (39, (5, 6, 7, 5), (0, 0, 0)),
-        (45, (5, 7, 6, 6), (0, 0, 1)),
-        (51, (6, 7, 6, 6), (0, 1, 1)),
-    ]
-    for index, (n, shifts, add) in enumerate(blocks):
-        wide = width + 4
-        narrow = wide // 2
-        ops += [
-            Save(),
-            Conv(n, "pointwise", width, narrow, shifts[0]),
-            Conv(n + 1, "depthwise", narrow, narrow, shifts[1], rectified=True),
-            Conv(n + 3, "pointwise", narrow, wide, shifts[2]),
-            Conv(n + 4, "depthwise", wide, wide, shifts[3], closes_branch=True),
-            Add(*add),
-        ]
-        width = wide
-        if index in (2, 5):
-            ops.append(MaxPool(2))
-    ops += [AveragePool(3), Conv(58, "dense", 68, 4, 8)]
+KINDS = {
+    "Convolution": "full",
+    "Pointwise": "pointwise",
+    "Depthwise": "depthwise",
+    "DepthwiseRelu": "depthwise",
+    "Global": "global",
+    "FullyConnected": "dense",
+}
+
+
+def _layer(kind, number, inputs, _side, outputs, shift):
+    rectified = kind == "DepthwiseRelu"
+    return Conv(int(number), KINDS[kind], int(inputs), int(outputs), int(shift), rectified)
+
+
+def _step(kind, _channels, _side, shift):
+    """None for what follows the quantised network."""
+    return {
+        "Keep": Save(),
+        "MaxPool1": MaxPool(1),
+        "MaxPool2": MaxPool(2),
+        "Sample": EverySecond(),
+        "Rectify": Rectify(),
+        "Average": AveragePool(int(shift)),
+        "Normalise": None,
+    }[kind]
+
+
+def _add(_channels, _side, _shortcut_channels, branch_shift, shortcut_shift, out_shift):
+    return Add(int(branch_shift), int(shortcut_shift), int(out_shift))
+
+
+READERS = {"LAYER": _layer, "STEP": _step, "ADD": _add}
+
+
+def _read_program(text, network):
+    """A network from the text of the library's list, include/orvo/network_layers.h."""
+    head = f"#define ORVO_{network.upper()}_NETWORK("
+    lines = iter(text[text.index(head) :].splitlines())
+    next(lines)
+    ops = []
+    for line in lines:
+        row = re.match(r"\s+(\w+)\((.*?)\)", line)
+        if row:
+            op = READERS[row[1]](*(value.strip() for value in row[2].split(",")))
+            if isinstance(op, Add):
+                ops[-1] = replace(ops[-1], closes_branch=True)
+            ops += [op] if op else []
+        elif "/*" not in line:
+            raise ValueError(f"{LIST}: no step of a network: {line}")
+        if not line.endswith("\\"):
+            break
     return ops
 
 
-def _fr_blocks(ops, width, blocks):
-    for n, shifts, (shortcut_shift, branch_shift, out_shift) in blocks:
-        ops += [
-            Save(),
-            Conv(n, "pointwise", width, 2 * width, shifts[0]),
-            Rectify(),
-            Conv(n + 2, "depthwise", 2 * width, 2 * width, shifts[1], rectified=True),
-            Conv(n + 4, "pointwise", 2 * width, width, shifts[2], closes_branch=True),
-            Add(branch_shift, shortcut_shift, out_shift),
-        ]
+def _read_programs():
+    above = next(p for p in Path(__file__).resolve().parents if (p / LIST).is_file())
+    text = (above / LIST).read_text(encoding="utf-8")
+    return {network: _read_program(text, network) for network in STEM_PLANES}
 
 
-def _fr_reduction(ops, n, width, wide, out, shifts):
-    """Expansion, anti-aliased halving of the plane, projection."""
-    ops += [
-        Conv(n, "pointwise", width, wide, shifts[0]),
-        Rectify(),
-        Conv(n + 2, "depthwise", wide, wide, shifts[1]),
-        MaxPool(1),
-        Conv(n + 4, "depthwise", wide, wide, shifts[2]),
-        EverySecond(),
-        Rectify(),
-        Conv(n + 7, "pointwise", wide, out, shifts[3]),
-    ]
-
-
-def _fr():
-    ops = [
-        Conv(0, "full", 3, 32, 11),
-        MaxPool(1),
-        Conv(2, "depthwise", 32, 32, 9),
-        EverySecond(),
-        Rectify(),
-        Conv(5, "depthwise", 32, 32, 4, rectified=True),
-    ]
-    _fr_reduction(ops, 7, 32, 64, 32, (7, 7, 9, 6))
-    _fr_blocks(
-        ops,
-        32,
-        [
-            (15, (8, 4, 7), (1, 0, 1)),
-            (21, (6, 6, 6), (1, 0, 1)),
-            (27, (7, 6, 6), (1, 0, 1)),
-            (33, (7, 7, 5), (1, 0, 1)),
-        ],
-    )
-    _fr_reduction(ops, 39, 32, 128, 64, (7, 8, 8, 7))
-    _fr_blocks(
-        ops,
-        64,
-        [
-            (47, (9, 4, 6), (1, 0, 1)),
-            (53, (8, 4, 6), (1, 0, 1)),
-            (59, (7, 7, 5), (0, 0, 0)),
-            (65, (8, 5, 6), (0, 0, 1)),
-            (71, (8, 6, 6), (1, 0, 1)),
-            (77, (7, 6, 7), (0, 0, 0)),
-        ],
-    )
-    _fr_reduction(ops, 83, 64, 256, 64, (8, 7, 8, 7))
-    _fr_blocks(ops, 64, [(91, (9, 6, 6), (1, 0, 1)), (97, (8, 5, 7), (0, 0, 1))])
-    ops += [
-        Conv(103, "pointwise", 64, 256, 7),
-        Rectify(),
-        Conv(105, "global", 256, 256, 6),
-        Conv(106, "dense", 256, 128, 7),
-    ]
-    return ops
-
-
-PROGRAMS = {"align": _align(), "fr": _fr()}
+PROGRAMS = _read_programs()
 
 
 def convolutions(ops):

@@ -111,6 +111,34 @@ class Pictures(PageTest):
         self.wait(lambda: self.has_face("b"))
         self.assertEqual(self.text("#verdict"), "Probably different people")
 
+    def test_words_go_by_the_thresholds_that_were_measured_on_real_faces(self):
+        record = json.loads((SAMPLES.parent / "models/thresholds.json").read_text())["thresholds"]
+        _, hundredth, thousandth = [one["threshold"] for one in record["at"][:3]]
+        says = lambda distance: self.browser.execute_script(f"return verdict({distance})")  # noqa: E731
+        self.assertEqual(says(thousandth), "Probably the same person")
+        self.assertEqual(says(thousandth - 1e-4), "Perhaps the same person")
+        self.assertEqual(says(hundredth), "Perhaps the same person")
+        self.assertEqual(says(hundredth - 1e-4), "Probably different people")
+        text = self.browser.execute_script("return document.getElementById('thresholds').textContent")
+        for part in (record["measured_on"], f"{hundredth:.4f}", f"{thousandth:.4f}", record["warning"]):
+            self.assertIn(part, text)
+
+    def test_a_picture_without_structure_is_refused_and_the_face_stays(self):
+        self.choose("a", FIRST)
+        self.wait(lambda: self.has_face("a"))
+        before = self.feature("a")
+        self.browser.execute_script(
+            "const canvas = document.createElement('canvas'); canvas.width = canvas.height = 300;"
+            "const pen = canvas.getContext('2d'); pen.fillStyle = '#808890'; pen.fillRect(0, 0, 300, 300);"
+            "canvas.toBlob((blob) => takeFile(slots.a, blob));"
+        )
+        self.wait(lambda: self.text("#slot-a .message"))
+        self.assertIn("shows no structure", self.text("#slot-a .message"))
+        self.assertEqual(self.feature("a"), before)
+
+    def test_the_first_lines_say_what_the_page_does_not_know(self):
+        self.assertIn("does not know whether there is a face", self.text("header"))
+
     def test_samples_are_one_click_away(self):
         for slot in "ab":
             self.element(f"#slot-{slot} .sample").click()

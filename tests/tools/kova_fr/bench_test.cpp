@@ -44,6 +44,17 @@ void ExpectTimes(const json& path) {
     EXPECT_EQ(path["kinds"].size(), 9u);
 }
 
+// A kernel that the program defined would be called in every run in place of the library's own.
+TEST(Bench, TheProgramItselfStandsBeforeNoKernel) {
+    const Outcome own = Shell("nm -D --defined-only \"$KOVA_FR\"");
+    ASSERT_EQ(own.status, 0) << own.err;
+    for (const char* kernel : {"ArmA", "arma_"}) {
+        EXPECT_EQ(own.out.find(kernel), std::string::npos) << own.out;
+    }
+    const Outcome timing = Shell("nm -D --defined-only \"$KOVA_FR-bench\"");
+    EXPECT_NE(timing.out.find("ArmAFcQ7"), std::string::npos) << timing.out << timing.err;
+}
+
 TEST(Bench, TimesAFaceAndItsLayers) {
     const json result = JsonOutput({"--json"});
     ASSERT_EQ(result["paths"].size(), 1u);

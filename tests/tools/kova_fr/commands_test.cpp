@@ -77,7 +77,7 @@ PrintedTable ParseTable(const std::string& text) {
 }
 
 // What the recognition network is to see of a 256 x 256 picture, from the library's own parts: the
-// box that the alignment network answers with, cut to the picture, scaled to 96 x 96.
+// box that the alignment network answers with, scaled to 96 x 96.
 std::vector<uint8_t> ExpectedCrop(const Grey& picture) {
     static std::vector<uint8_t> memory(ORVO_FR_MEMORY_SIZE);
     EXPECT_EQ(OrvoFrInit(), ORVO_FR_OK);
@@ -87,7 +87,7 @@ std::vector<uint8_t> ExpectedCrop(const Grey& picture) {
     AlignRun(small.data());
     int corners[4];
     for (int i = 0; i < 4; ++i) {
-        corners[i] = std::max(0, 2 * AlignGetOutput()[i]);
+        corners[i] = 2 * AlignGetOutput()[i];
     }
     const int left = corners[0];
     const int top = corners[1];
@@ -95,6 +95,7 @@ std::vector<uint8_t> ExpectedCrop(const Grey& picture) {
     const int bottom = corners[3];
     EXPECT_LT(left, right);
     EXPECT_LT(top, bottom);
+    EXPECT_GE(top * 256 + left, 0); // what the library takes corner for corner
     std::vector<uint8_t> crop(96 * 96);
     ImageResizeBilin(picture.pixels.data() + top * 256 + left, crop.data(), bottom - top,
                      right - left, 256, 96, 96);
@@ -309,6 +310,13 @@ TEST_F(Commands, HelpShowsExamples) {
         EXPECT_NE(help.find("Examples:\n  kova-fr "), std::string::npos) << help;
     }
     EXPECT_NE(Output({"compare", "--help"}).find("--box"), std::string::npos);
+}
+
+// Who reads no further than the first lines must know.
+TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesNotKnow) {
+    const std::string help = Output({"--help"});
+    const std::string beginning = help.substr(0, help.find("\n\n"));
+    EXPECT_NE(beginning.find("does not know whether there is a face"), std::string::npos) << help;
 }
 
 // "ada" of "samples/ada-1.png".

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Media memory is given back on every path, also when the platform or the library fails.
-#include "face.h"
+#include "faces/face.h"
 
 #include <gtest/gtest.h>
 
-#include "failure.h"
+#include "files/failure.h"
 #include "orvo/kova_mpi_host.h"
 #include "picture_files.h"
 #include "program.h"

@@ -76,6 +76,39 @@ TEST_F(Failures, PictureTooSmall) {
     ExpectRefusedPicture(GreyJpeg(Pattern(16, 11)), "too small (16 x 11)");
 }
 
+// A wall, a covered lens: whatever is in such a picture, it is no face.
+TEST_F(Failures, PictureWithoutStructure) {
+    const std::string expected = "shows no structure";
+    Grey wall = Flat(256, 256, 128);
+    ExpectRefusedPicture(GreyPng(wall), expected);
+    ExpectRefusedPicture(BinaryPgm(Flat(16, 12, 0)), expected);
+    ExpectRefusedPicture(BinaryPgm(Flat(400, 300, 255)), expected);
+    uint32_t state = 1;
+    for (uint8_t& pixel : wall.pixels) { // as a sensor sees it: noise of +-15 levels
+        state = state * 1664525 + 1013904223;
+        pixel = static_cast<uint8_t>(pixel + (state >> 16) % 31 - 15);
+    }
+    ExpectRefusedPicture(GreyPng(wall), expected);
+    for (size_t i = 0; i < wall.pixels.size(); ++i) { // and lit from one side
+        wall.pixels[i] = static_cast<uint8_t>(wall.pixels[i] + i % 256 / 4);
+    }
+    ExpectRefusedPicture(GreyPng(wall), expected);
+}
+
+TEST_F(Failures, PartWithoutStructure) {
+    Grey picture = Flat(512, 256, 60);
+    const Grey pattern = Pattern(256, 256);
+    for (size_t y = 0; y < 256; ++y) {
+        std::copy_n(&pattern.pixels[y * 256], 256, &picture.pixels[y * 512 + 256]);
+    }
+    const std::string path = folder_ / "half.pgm";
+    WriteFile(path, BinaryPgm(picture));
+    ExpectRefusal(KovaFr({"extract", path, "--box", "0,0,256,256"}), kFailure,
+                  "shows no structure");
+    EXPECT_EQ(KovaFr({"extract", path, "--box", "256,0,256,256"}).status, 0);
+    EXPECT_EQ(KovaFr({"extract", path}).status, 0);
+}
+
 TEST_F(Failures, PictureTooFlat) {
     ExpectRefusedPicture(GreyPng(Pattern(20000, 10)), "too small (20000 x 10)");
 }

@@ -205,6 +205,24 @@ TEST_F(Galleries, AnUnusablePictureAddsNothing) {
     ExpectNothingLeftBehind();
 }
 
+TEST_F(Galleries, LinkToAGalleryThatIsNotThereYetStaysALink) {
+    const std::string elsewhere = folder_ / "elsewhere";
+    std::filesystem::create_directory(elsewhere);
+    std::filesystem::create_symlink("elsewhere/real", gallery_);
+    Enroll("a", {pictures_[0]});
+    Enroll("b", {pictures_[1]});
+    EXPECT_TRUE(std::filesystem::is_symlink(gallery_));
+    EXPECT_TRUE(std::filesystem::is_regular_file(elsewhere + "/real"));
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 2u);
+}
+
+TEST_F(Galleries, AWallIsNotEnrolled) {
+    WriteFile(pictures_[3], GreyPng(Flat(256, 256, 90)));
+    ExpectRefusal(KovaFr({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
+                  "shows no structure");
+    EXPECT_FALSE(std::filesystem::exists(gallery_));
+}
+
 TEST_F(Galleries, NamesMustBeOneLine) {
     for (const std::string name : {"", "a\nb", "a\x1b[31m"}) {
         ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");

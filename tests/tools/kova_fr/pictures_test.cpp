@@ -10,6 +10,7 @@
 #include "orvo/kova_fr.h"
 #include "orvo/kova_mpi.h"
 #include "picture_files.h"
+#include "pictures/picture_io.h"
 #include "program.h"
 
 namespace kova_fr_test {
@@ -36,18 +37,12 @@ Feature LibraryFeature(const Grey& picture) {
     return feature;
 }
 
-// The one level of a picture without content. A resize of equal pixels leaves them as they are, so
-// the crop shows what the picture was read as.
+// The one level that a picture without content is read as.
 int LevelOf(const std::string& file) {
     const TempFolder folder;
     WriteFile(folder / "flat", file);
-    const Outcome run = KovaFr({"extract", folder / "flat", "--save-crop", folder / "crop.png"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    if (run.status != 0) {
-        return -1;
-    }
-    const Grey crop = DecodeGreyPng(ReadFile(folder / "crop.png"));
-    const auto [least, most] = std::minmax_element(crop.pixels.begin(), crop.pixels.end());
+    const kova_cli::GreyPicture picture = kova_cli::LoadPicture(folder / "flat");
+    const auto [least, most] = std::minmax_element(picture.pixels.begin(), picture.pixels.end());
     EXPECT_EQ(*least, *most);
     return *least;
 }
@@ -174,7 +169,10 @@ TEST(Pictures, InterlacedPngGivesTheSameFeature) {
 
 TEST(Pictures, OtherSizesGiveTheLibrarysFeature) {
     for (const auto& [width, height] : {std::pair{16u, 12u}, {300u, 200u}, {1000u, 30u}}) {
-        const Grey picture = Pattern(width, height);
+        Grey picture = Pattern(width, height);
+        for (size_t i = 0; i < picture.pixels.size(); i += 7) { // soft waves show little in 16 x 12
+            picture.pixels[i] = static_cast<uint8_t>(255 - picture.pixels[i]);
+        }
         ExpectSameFeature(BinaryPgm(picture), LibraryFeature(picture));
     }
 }

@@ -85,6 +85,8 @@ Outcome RunProgram(const std::vector<std::string>& command) {
 
 } // namespace
 
+const char* KovaFrProgram() { return KOVA_FR_PROGRAM; }
+
 Outcome KovaFr(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {KOVA_FR_PROGRAM};
     command.insert(command.end(), arguments.begin(), arguments.end());

@@ -15,6 +15,9 @@ struct Outcome {
     std::string err;
 };
 
+// Where the program is.
+const char* KovaFrProgram();
+
 // Runs kova-fr with these arguments.
 Outcome KovaFr(const std::vector<std::string>& arguments);
 

@@ -9,9 +9,9 @@
 #include <map>
 #include <numeric>
 
-#include "statistics/figures.h"
-#include "statistics/random.h"
-#include "statistics/search_rounds.h"
+#include "evaluation/statistics/figures.h"
+#include "evaluation/statistics/random.h"
+#include "evaluation/statistics/search_rounds.h"
 
 namespace kova_statistics {
 namespace {
@@ -92,20 +92,20 @@ Feature At(double degrees) {
     return feature;
 }
 
-Trial TrialOf(const std::vector<std::vector<Feature>>& people) {
-    Trial trial;
+Comparisons ComparisonsOf(const std::vector<std::vector<Feature>>& people) {
+    Comparisons comparisons;
     for (const std::vector<Feature>& person : people) {
         for (const Feature& feature : person) {
-            trial.features.push_back(feature);
-            trial.person.push_back(trial.people);
+            comparisons.features.push_back(feature);
+            comparisons.person.push_back(comparisons.people);
         }
-        ++trial.people;
+        ++comparisons.people;
     }
-    return trial;
+    return comparisons;
 }
 
 // People of one to `mostPictures` pictures, scattered around a direction each.
-Trial RandomTrial(uint32_t people, uint32_t mostPictures, uint64_t seed) {
+Comparisons RandomComparisons(uint32_t people, uint32_t mostPictures, uint64_t seed) {
     Random random(seed);
     const auto number = [&random] { return DrawBelow(random, 2001) / 1000.0 - 1; };
     std::vector<std::vector<Feature>> pictures(people);
@@ -125,12 +125,12 @@ Trial RandomTrial(uint32_t people, uint32_t mostPictures, uint64_t seed) {
             }
         }
     }
-    return TrialOf(pictures);
+    return ComparisonsOf(pictures);
 }
 
-float Score(const Trial& trial, size_t a, size_t b) {
-    return OrvoFrGetDistance(trial.features[a].data(), sizeof(Feature), trial.features[b].data(),
-                             sizeof(Feature));
+float Score(const Comparisons& comparisons, size_t a, size_t b) {
+    return OrvoFrGetDistance(comparisons.features[a].data(), sizeof(Feature),
+                             comparisons.features[b].data(), sizeof(Feature));
 }
 
 TEST(Thresholds, AreTheFloatsThatAProgramWrites) {
@@ -291,36 +291,37 @@ TEST(Folds, ThoseWithoutPairsOfBothKindsAreLeftOut) {
 }
 
 // The definition, with a loop for each word of it.
-std::vector<Found> PlainSearch(const Trial& trial, size_t mostRounds) {
+std::vector<Found> PlainSearch(const Comparisons& comparisons, size_t mostRounds) {
     std::map<uint32_t, std::vector<size_t>> pictures;
     size_t most = 0;
-    for (size_t i = 0; i < trial.person.size(); ++i) {
-        pictures[trial.person[i]].push_back(i);
-        most = std::max(most, pictures[trial.person[i]].size());
+    for (size_t i = 0; i < comparisons.person.size(); ++i) {
+        pictures[comparisons.person[i]].push_back(i);
+        most = std::max(most, pictures[comparisons.person[i]].size());
     }
-    std::vector<Found> found(trial.people);
-    for (size_t looked = 0; looked < trial.person.size(); ++looked) {
+    std::vector<Found> found(comparisons.people);
+    for (size_t looked = 0; looked < comparisons.person.size(); ++looked) {
         double asked = 0;
         double right = 0;
         for (size_t round = 0; round < std::min(mostRounds, most); ++round) {
             const auto enrolled = [&](uint32_t person) {
                 return pictures[person][round % pictures[person].size()];
             };
-            const uint32_t own = trial.person[looked];
+            const uint32_t own = comparisons.person[looked];
             if (enrolled(own) == looked) {
                 continue;
             }
             bool isFound = true;
-            for (uint32_t other = 0; other < trial.people; ++other) {
-                isFound = isFound && (other == own || Score(trial, looked, enrolled(other)) <
-                                                          Score(trial, looked, enrolled(own)));
+            for (uint32_t other = 0; other < comparisons.people; ++other) {
+                isFound =
+                    isFound && (other == own || Score(comparisons, looked, enrolled(other)) <
+                                                    Score(comparisons, looked, enrolled(own)));
             }
             asked += 1;
             right += isFound ? 1 : 0;
         }
         if (asked > 0) {
-            found[trial.person[looked]].asked += 1;
-            found[trial.person[looked]].right += right / asked;
+            found[comparisons.person[looked]].asked += 1;
+            found[comparisons.person[looked]].right += right / asked;
         }
     }
     return found;
@@ -328,9 +329,9 @@ std::vector<Found> PlainSearch(const Trial& trial, size_t mostRounds) {
 
 TEST(Search, AgreesWithThePlainDefinition) {
     for (uint64_t seed = 0; seed < 5; ++seed) {
-        const Trial trial = RandomTrial(12, 13, seed);
-        const std::vector<Found> found = ScorePairs(trial, {}, NoProgress).found;
-        const std::vector<Found> plain = PlainSearch(trial, 10);
+        const Comparisons comparisons = RandomComparisons(12, 13, seed);
+        const std::vector<Found> found = ScorePairs(comparisons, {}, NoProgress).found;
+        const std::vector<Found> plain = PlainSearch(comparisons, 10);
         ASSERT_EQ(found.size(), plain.size());
         for (size_t person = 0; person < found.size(); ++person) {
             ASSERT_DOUBLE_EQ(found[person].asked, plain[person].asked);
@@ -344,30 +345,31 @@ TEST(Search, AgreesWithThePlainDefinition) {
 TEST(Search, WorkedOutByHand) {
     // Round 1 enrols 0 and 90 degrees: 10 finds 0, and 40 finds 0 as well, wrongly. Round 2 enrols
     // 10 and 40: 0 finds 10, and 90 finds 40.
-    const Trial trial = TrialOf({{At(0), At(10)}, {At(90), At(40)}});
-    EXPECT_DOUBLE_EQ(*Rank1(ScorePairs(trial, {}, NoProgress).found), 0.75);
+    const Comparisons comparisons = ComparisonsOf({{At(0), At(10)}, {At(90), At(40)}});
+    EXPECT_DOUBLE_EQ(*Rank1(ScorePairs(comparisons, {}, NoProgress).found), 0.75);
 }
 
 TEST(Search, APictureAsAlikeToAnotherPersonIsNotFound) {
-    const Trial trial = TrialOf({{At(0), At(0)}, {At(0), At(0)}});
-    EXPECT_EQ(*Rank1(ScorePairs(trial, {}, NoProgress).found), 0.0);
+    const Comparisons comparisons = ComparisonsOf({{At(0), At(0)}, {At(0), At(0)}});
+    EXPECT_EQ(*Rank1(ScorePairs(comparisons, {}, NoProgress).found), 0.0);
 }
 
 TEST(Search, PeopleWithOnePictureAreOnlySearchedAmong) {
-    const Trial single = TrialOf({{At(0)}, {At(90)}});
+    const Comparisons single = ComparisonsOf({{At(0)}, {At(90)}});
     EXPECT_FALSE(Rank1(ScorePairs(single, {}, NoProgress).found));
-    const Trial mixed = TrialOf({{At(0), At(10)}, {At(90)}});
+    const Comparisons mixed = ComparisonsOf({{At(0), At(10)}, {At(90)}});
     EXPECT_EQ(*Rank1(ScorePairs(mixed, {}, NoProgress).found), 1.0);
 }
 
 TEST(Scoring, CountsEveryPairAtItsLibraryDistance) {
-    const Trial trial = RandomTrial(9, 6, 11);
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
+    const Comparisons comparisons = RandomComparisons(9, 6, 11);
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
     Scored same;
     Scored different;
-    for (size_t a = 0; a < trial.features.size(); ++a) {
-        for (size_t b = a + 1; b < trial.features.size(); ++b) {
-            (trial.person[a] == trial.person[b] ? same : different).push_back(Score(trial, a, b));
+    for (size_t a = 0; a < comparisons.features.size(); ++a) {
+        for (size_t b = a + 1; b < comparisons.features.size(); ++b) {
+            (comparisons.person[a] == comparisons.person[b] ? same : different)
+                .push_back(Score(comparisons, a, b));
         }
     }
     const Histogram plain = HistogramOf(same, different);
@@ -378,19 +380,21 @@ TEST(Scoring, CountsEveryPairAtItsLibraryDistance) {
 }
 
 TEST(Scoring, AListOfPairsCountsThosePairsOnly) {
-    Trial trial = RandomTrial(4, 3, 2);
-    trial.pairs = {{0, 1}, {static_cast<uint32_t>(trial.features.size() - 1), 0}};
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
+    Comparisons comparisons = RandomComparisons(4, 3, 2);
+    comparisons.pairs = {{0, 1}, {static_cast<uint32_t>(comparisons.features.size() - 1), 0}};
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
     EXPECT_EQ(scores.drawn.size(), 2u);
     const Acceptance acceptance(scores.all);
     EXPECT_EQ(acceptance.SamePairs() + acceptance.DifferentPairs(), 2u);
-    EXPECT_EQ(acceptance.AcceptedDifferent(RankOf(Score(trial, trial.features.size() - 1, 0))), 1u);
+    EXPECT_EQ(acceptance.AcceptedDifferent(
+                  RankOf(Score(comparisons, comparisons.features.size() - 1, 0))),
+              1u);
     EXPECT_TRUE(scores.found.empty());
 }
 
 TEST(Scoring, FoldsHoldPairsOfTheirOwnPeople) {
-    const Trial trial = RandomTrial(25, 4, 5);
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
+    const Comparisons comparisons = RandomComparisons(25, 4, 5);
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
     ASSERT_EQ(scores.folds.size(), 10u);
     uint64_t same = 0;
     uint64_t different = 0;
@@ -401,14 +405,14 @@ TEST(Scoring, FoldsHoldPairsOfTheirOwnPeople) {
     }
     EXPECT_EQ(same, Acceptance(scores.all).SamePairs());
     EXPECT_LT(different, Acceptance(scores.all).DifferentPairs() / 5);
-    EXPECT_TRUE(ScorePairs(RandomTrial(3, 4, 5), {}, NoProgress).folds.empty());
+    EXPECT_TRUE(ScorePairs(RandomComparisons(3, 4, 5), {}, NoProgress).folds.empty());
 }
 
 TEST(Scoring, AnEvenPartOfTooManyDifferentPairsIsDrawn) {
-    const Trial trial = RandomTrial(60, 8, 7);
+    const Comparisons comparisons = RandomComparisons(60, 8, 7);
     ScoringLimits limits;
     limits.mostDrawn = 5000;
-    const Scores scores = ScorePairs(trial, limits, NoProgress);
+    const Scores scores = ScorePairs(comparisons, limits, NoProgress);
     const Acceptance all(scores.all);
     ASSERT_GT(all.DifferentPairs(), 20000u);
     Histogram drawn;
@@ -425,10 +429,10 @@ TEST(Scoring, AnEvenPartOfTooManyDifferentPairsIsDrawn) {
 }
 
 TEST(Scoring, AnEvenPartOfTooManySamePairsIsDrawn) {
-    const Trial trial = TrialOf({std::vector<Feature>(200, At(0)), {At(90)}});
+    const Comparisons comparisons = ComparisonsOf({std::vector<Feature>(200, At(0)), {At(90)}});
     ScoringLimits limits;
     limits.mostDrawn = 2000;
-    const Scores scores = ScorePairs(trial, limits, NoProgress);
+    const Scores scores = ScorePairs(comparisons, limits, NoProgress);
     EXPECT_EQ(Acceptance(scores.all).SamePairs(), 19900u);
     EXPECT_NEAR(static_cast<double>(scores.drawn.size()), 2200, 200); // 200 different ones
     EXPECT_EQ(scores.copiesOfOne, 19900u);
@@ -436,8 +440,8 @@ TEST(Scoring, AnEvenPartOfTooManySamePairsIsDrawn) {
 }
 
 TEST(Scoring, CopiesAreFound) {
-    const Trial trial = TrialOf({{At(0), At(0)}, {At(0.01), At(50)}, {At(50)}});
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
+    const Comparisons comparisons = ComparisonsOf({{At(0), At(0)}, {At(0.01), At(50)}, {At(50)}});
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
     EXPECT_EQ(scores.copiesOfOne, 1u);
     EXPECT_EQ(scores.copiesOfTwo, 1u);
     ASSERT_EQ(scores.firstCopies.size(), 2u);
@@ -446,12 +450,12 @@ TEST(Scoring, CopiesAreFound) {
 }
 
 // The same draws of people, with every pair repeated as often as it counts.
-Spread PlainRedrawing(const Scores& scores, uint32_t people, const Redrawing& redrawing) {
-    Random random(redrawing.seed);
+Spread PlainBootstrap(const Scores& scores, uint32_t people, const Bootstrap& bootstrap) {
+    Random random(bootstrap.seed);
     std::vector<double> equalErrorRates;
     std::vector<double> falseAccepts;
     std::vector<double> falseRejects;
-    for (uint32_t round = 0; round < redrawing.rounds; ++round) {
+    for (uint32_t round = 0; round < bootstrap.rounds; ++round) {
         std::vector<uint32_t> drawn;
         for (uint32_t i = 0; i < people; ++i) {
             drawn.push_back(DrawBelow(random, people));
@@ -471,7 +475,7 @@ Spread PlainRedrawing(const Scores& scores, uint32_t people, const Redrawing& re
                 }
             }
         }
-        const float threshold = ThresholdAt(redrawing.thresholds[0]);
+        const float threshold = ThresholdAt(bootstrap.thresholds[0]);
         falseAccepts.push_back(Share(CountFrom(different, threshold), different));
         falseRejects.push_back(1 - Share(CountFrom(same, threshold), same));
         equalErrorRates.push_back(PlainEqualErrorRate(same, different));
@@ -491,14 +495,14 @@ void ExpectNear(const std::optional<Interval>& a, const std::optional<Interval>&
 }
 
 TEST(RedrawnPeople, AgreeWithRepeatingEveryPair) {
-    const Trial trial = RandomTrial(8, 5, 21);
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
-    Redrawing redrawing;
-    redrawing.rounds = 20;
-    redrawing.seed = 9;
-    redrawing.thresholds = {RankOfSteps(1500)};
-    const Spread spread = RedrawPeople(scores, trial.people, redrawing, NoProgress);
-    const Spread plain = PlainRedrawing(scores, trial.people, redrawing);
+    const Comparisons comparisons = RandomComparisons(8, 5, 21);
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
+    Bootstrap bootstrap;
+    bootstrap.rounds = 20;
+    bootstrap.seed = 9;
+    bootstrap.thresholds = {RankOfSteps(1500)};
+    const Spread spread = BootstrapPeople(scores, comparisons.people, bootstrap, NoProgress);
+    const Spread plain = PlainBootstrap(scores, comparisons.people, bootstrap);
     ExpectNear(spread.equalErrorRate, plain.equalErrorRate);
     ExpectNear(spread.falseAccepts[0], plain.falseAccepts[0]);
     ExpectNear(spread.falseRejects[0], plain.falseRejects[0]);
@@ -514,9 +518,9 @@ TEST(RedrawnPeople, PairsOfOnePersonAreNotIndependent) {
             pictures.push_back(At(person == 0 ? 36 * picture : 0.1 * picture));
         }
     }
-    const Trial trial = TrialOf(people);
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 200, 0, NoProgress);
+    const Comparisons comparisons = ComparisonsOf(people);
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 200, 0, NoProgress);
     const ErrorsAt& errors = figures.table.back(); // 0.95
     ASSERT_TRUE(errors.falseRejects);
     EXPECT_DOUBLE_EQ(errors.falseRejects->value(), 0.1);
@@ -527,18 +531,18 @@ TEST(RedrawnPeople, PairsOfOnePersonAreNotIndependent) {
 // Where the truth is known from many more people, it lies in nearly all intervals of samples.
 TEST(RedrawnPeople, IntervalsCoverTheTruth) {
     const size_t rank = RankOfSteps(3000);
-    const Scores many = ScorePairs(RandomTrial(500, 5, 1000), {}, NoProgress);
+    const Scores many = ScorePairs(RandomComparisons(500, 5, 1000), {}, NoProgress);
     const double falseAccepts = Acceptance(many.all).FalseAccepts(rank);
     const double falseRejects = Acceptance(many.all).FalseRejects(rank);
-    Redrawing redrawing;
-    redrawing.rounds = 60;
-    redrawing.thresholds = {rank};
+    Bootstrap bootstrap;
+    bootstrap.rounds = 60;
+    bootstrap.thresholds = {rank};
     constexpr uint64_t kSamples = 60;
     int covered = 0;
     for (uint64_t sample = 0; sample < kSamples; ++sample) {
-        const Trial trial = RandomTrial(25, 5, sample);
-        const Spread spread =
-            RedrawPeople(ScorePairs(trial, {}, NoProgress), trial.people, redrawing, NoProgress);
+        const Comparisons comparisons = RandomComparisons(25, 5, sample);
+        const Spread spread = BootstrapPeople(ScorePairs(comparisons, {}, NoProgress),
+                                              comparisons.people, bootstrap, NoProgress);
         const auto covers = [](const std::optional<Interval>& interval, double truth) {
             return interval && interval->low <= truth && truth <= interval->high ? 1 : 0;
         };
@@ -555,9 +559,9 @@ TEST(Figures, NoErrorsStillLeaveAnUpperLimit) {
     for (int person = 0; person < 4; ++person) {
         people.push_back({At(90 * person), At(90 * person + 0.1), At(90 * person + 0.2)});
     }
-    const Trial trial = TrialOf(people);
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 20, 0, NoProgress);
+    const Comparisons comparisons = ComparisonsOf(people);
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 20, 0, NoProgress);
     const ErrorsAt& errors = figures.table[10]; // 0.5
     EXPECT_EQ(errors.falseAccepts->count, 0u);
     EXPECT_EQ(errors.falseRejects->count, 0u);
@@ -567,9 +571,9 @@ TEST(Figures, NoErrorsStillLeaveAnUpperLimit) {
 }
 
 TEST(Figures, IntervalsHoldTheirValues) {
-    const Trial trial = RandomTrial(30, 6, 4);
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 50, 0, NoProgress);
+    const Comparisons comparisons = RandomComparisons(30, 6, 4);
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 50, 0, NoProgress);
     for (const auto& figure : {figures.equalErrorRate, figures.area, figures.rank1}) {
         ASSERT_TRUE(figure && figure->interval);
         EXPECT_LE(figure->interval->low, figure->value);
@@ -590,34 +594,35 @@ TEST(Figures, IntervalsHoldTheirValues) {
 }
 
 TEST(Figures, TheSameSeedGivesTheSameAndAnotherDoesNot) {
-    const Trial trial = RandomTrial(12, 4, 4);
-    const Scores scores = ScorePairs(trial, {}, NoProgress);
+    const Comparisons comparisons = RandomComparisons(12, 4, 4);
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
     const auto high = [&](uint64_t seed) {
-        return ComputeFigures(scores, trial.people, 20, seed, NoProgress).area->interval->high;
+        return ComputeFigures(scores, comparisons.people, 20, seed, NoProgress)
+            .area->interval->high;
     };
     EXPECT_EQ(high(1), high(1));
     EXPECT_NE(high(1), high(2));
 }
 
 TEST(Figures, OneThresholdIsRecommendedForEachRateThatThePairsCanShow) {
-    const Trial trial = RandomTrial(20, 6, 8);
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 10, 0, NoProgress);
+    const Comparisons comparisons = RandomComparisons(20, 6, 8);
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 10, 0, NoProgress);
     ASSERT_GT(figures.differentPairs, 300u);
     ASSERT_LT(figures.differentPairs, 3000u);
-    ASSERT_EQ(figures.recommendations.size(), 3u);
-    const Recommendation& hundredth = figures.recommendations[0];
+    ASSERT_EQ(figures.recommendations.size(), 4u);
+    const Recommendation& hundredth = figures.recommendations[1];
     ASSERT_TRUE(hundredth.errors);
     EXPECT_TRUE(hundredth.isRough);
     EXPECT_LE(hundredth.errors->falseAccepts->value(), 0.01);
-    EXPECT_FALSE(figures.recommendations[1].errors);
     EXPECT_FALSE(figures.recommendations[2].errors);
+    EXPECT_FALSE(figures.recommendations[3].errors);
 }
 
 TEST(Figures, OnePersonSaysNothingAboutFalseAccepts) {
-    const Trial trial = TrialOf({{At(0), At(10), At(90)}});
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 10, 0, NoProgress);
+    const Comparisons comparisons = ComparisonsOf({{At(0), At(10), At(90)}});
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 10, 0, NoProgress);
     EXPECT_EQ(figures.samePairs, 3u);
     EXPECT_EQ(figures.differentPairs, 0u);
     EXPECT_FALSE(figures.equalErrorRate || figures.area || figures.accuracy || figures.rank1);
@@ -633,9 +638,9 @@ TEST(Figures, OnePersonSaysNothingAboutFalseAccepts) {
 }
 
 TEST(Figures, OnePictureAPersonSaysNothingAboutFalseRejects) {
-    const Trial trial = TrialOf({{At(0)}, {At(10)}, {At(90)}});
-    const Figures figures =
-        ComputeFigures(ScorePairs(trial, {}, NoProgress), trial.people, 10, 0, NoProgress);
+    const Comparisons comparisons = ComparisonsOf({{At(0)}, {At(10)}, {At(90)}});
+    const Figures figures = ComputeFigures(ScorePairs(comparisons, {}, NoProgress),
+                                           comparisons.people, 10, 0, NoProgress);
     EXPECT_EQ(figures.samePairs, 0u);
     EXPECT_EQ(figures.differentPairs, 3u);
     EXPECT_FALSE(figures.equalErrorRate || figures.area || figures.accuracy || figures.rank1);

@@ -1,0 +1,97 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""clang-tidy over every C and C++ file that git knows, each as its own target compiles it.
+
+usage: .ci/tidy.py [FILE...]
+
+The compile databases are those that `./run lint` configures. A file that none of them knows must have
+its flags below, so that nothing is left out silently.
+"""
+import json
+import os
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+
+# The first that knows a file is the one that it is looked at with.
+DATABASES = ("lint", "arm", "aarch64", "wasm")
+
+# What is compiled by other means than CMake in this repository.
+OTHER_FLAGS = {
+    "bench/insn_count/": ["-std=c99", "-I/usr/include"],
+    "examples/": ["-Iinclude"],
+    "training/engine/": ["-std=c++20", "-fopenmp", "-march=sapphirerapids"],
+}
+
+# The library is looked at with all checks of .clang-tidy. The rest goes without those that take most of the
+# time, and tests compare floats bit by bit on purpose.
+LIBRARY = ("cipher/", "common/", "compute_a/", "device_api/", "fr_demo/", "platform/", "web/")
+FEWER_CHECKS = ("--checks=-clang-analyzer-*,-performance-*,-readability-redundant-*,"
+                "-bugprone-suspicious-memory-comparison,-bugprone-exception-escape")
+
+# The compilers are GCC's; clang does not know all of its flags.
+GCC_FLAGS = ["--extra-arg=-Wno-unknown-warning-option",
+             "--extra-arg=-Wno-ignored-optimization-argument"]
+
+
+def tracked_files():
+    patterns = ["*.c", "*.cpp"]
+    listed = subprocess.run(["git", "ls-files", "-z", "--", *patterns], cwd=ROOT, check=True,
+                            capture_output=True, text=True).stdout
+    return [name for name in listed.split("\0") if name]
+
+
+def files_of(database):
+    path = ROOT / "build" / database / "compile_commands.json"
+    return {os.path.realpath(entry["file"]) for entry in json.loads(path.read_text())}
+
+
+def emscripten_flags():
+    """What em++ adds to the command in the database to make clang compile for the browser."""
+    flags = subprocess.run(["em++", "--cflags"], check=True, capture_output=True, text=True).stdout
+    sysroot = [flag for flag in flags.split() if flag.startswith("--sysroot=")]
+    return ["--extra-arg-before=--target=wasm32-unknown-emscripten", "--extra-arg=-D__EMSCRIPTEN__",
+            *(f"--extra-arg={flag}" for flag in sysroot)]
+
+
+def command(name, databases):
+    checks = [] if name.startswith(LIBRARY) else [FEWER_CHECKS]
+    start = ["clang-tidy", "--quiet", *checks, *GCC_FLAGS]
+    for database, files in databases.items():
+        if os.path.realpath(ROOT / name) in files:
+            target = emscripten_flags() if database == "wasm" else []
+            return [*start, "-p", str(ROOT / "build" / database), *target, name]
+    for folder, flags in OTHER_FLAGS.items():
+        if name.startswith(folder):
+            return [*start, name, "--", *flags]
+    sys.exit(f"{name}: in no compile database; build it, or add its flags to {Path(__file__).name}")
+
+
+def tidy(job):
+    name, arguments = job
+    result = subprocess.run(arguments, cwd=ROOT, capture_output=True, text=True)
+    if result.returncode == 0:
+        return True
+    # Its standard error counts the warnings in system headers, and says what went wrong with no file.
+    print(result.stdout or f"{name}: {result.stderr}", end="", flush=True)
+    return False
+
+
+def main():
+    names = sys.argv[1:] or tracked_files()
+    databases = {database: files_of(database) for database in DATABASES}
+    jobs = [(name, command(name, databases)) for name in names]
+    # The long ones first: those with the large headers of the tools' libraries.
+    jobs.sort(key=lambda job: (not job[0].startswith(("tools/", "bench/")), job[0]))
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        clean = list(pool.map(tidy, jobs))
+    if not all(clean):
+        sys.exit(f"clang-tidy: {clean.count(False)} of {len(clean)} files have findings")
+    print(f"clang-tidy: {len(clean)} files are clean")
+
+
+if __name__ == "__main__":
+    main()

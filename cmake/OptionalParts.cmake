@@ -1,0 +1,56 @@
+# The parts beside the library: ON, OFF, or AUTO, which is ON where what they need is there. So the library
+# builds on a machine that has nothing else, and asking for a part by name fails where it cannot be made.
+
+# orvo_part(OPTION HELP DEFAULT NEEDS...): a part. A need is "PACKAGE=Debian package", for find_package(), or
+# "/FILE=Debian package". In the caller's scope the option is ON or OFF afterwards.
+function(orvo_part option help default)
+    set(${option} ${default} CACHE STRING "${help}: AUTO, ON or OFF")
+    set_property(CACHE ${option} PROPERTY STRINGS AUTO ON OFF)
+    if(NOT ${option} STREQUAL "AUTO")
+        return()
+    endif()
+    set(missing)
+    foreach(need IN LISTS ARGN)
+        string(REGEX MATCH "^(.*)=(.*)$" need "${need}")
+        set(name "${CMAKE_MATCH_1}")
+        set(package "${CMAKE_MATCH_2}")
+        if(IS_ABSOLUTE "${name}")
+            if(NOT EXISTS "${name}")
+                list(APPEND missing "${name} (${package})")
+            endif()
+            continue()
+        endif()
+        find_package(${name} QUIET)
+        if(NOT ${name}_FOUND)
+            list(APPEND missing "${name} (${package})")
+        endif()
+    endforeach()
+    if(missing)
+        list(JOIN missing ", " missing)
+        message(STATUS "${option} is off, for want of ${missing}")
+        set(${option} OFF PARENT_SCOPE)
+    else()
+        set(${option} ON PARENT_SCOPE)
+    endif()
+endfunction()
+
+# As part of another project there is the library alone unless that project says otherwise.
+set(default OFF)
+if(PROJECT_IS_TOP_LEVEL)
+    set(default AUTO)
+endif()
+set(ORVO_GOOGLETEST_DIR "/usr/src/googletest" CACHE PATH "GoogleTest's sources (package googletest)")
+set(ORVO_BUILD_TOOLS OFF)
+set(test_needs)
+set(bench_needs)
+if(NOT CMAKE_CROSSCOMPILING)
+    # The command line needs libpng and libjpeg for the machine it runs on.
+    unset(ORVO_BUILD_TOOLS)
+    orvo_part(ORVO_BUILD_TOOLS "Build the command line kova-fr" ${default}
+              PNG=libpng-dev JPEG=libjpeg-dev OpenSSL=libssl-dev)
+    set(test_needs OpenSSL=libssl-dev)
+    set(bench_needs benchmark=libbenchmark-dev)
+endif()
+orvo_part(ORVO_BUILD_TESTS "Build the tests" ${default}
+          "${ORVO_GOOGLETEST_DIR}/CMakeLists.txt=googletest" ${test_needs})
+orvo_part(ORVO_BUILD_BENCH "Build the benchmarks" ${default} ${bench_needs})

@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: MIT
+//
+// Depthwise convolution with NEON: strips as strips.h walks them, with sums of 16 bits. They hold
+// three rows' products where the weights allow it, one row's otherwise.
+#include <algorithm>
+#include <cstdlib>
+
+#include "compute_a/simd/neon/lanes.h"
+#include "compute_a/simd/neon/routines.h"
+#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/plain/routines.h"
+
+namespace orvo {
+namespace {
+
+#if defined(__aarch64__)
+using Weight = int8x16_t; // one weight in all lanes
+inline Weight LoadWeight(const int8_t* weight) { return vld1q_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return vget_low_s8(weight); }
+#else
+using Weight = int8x8_t;
+inline Weight LoadWeight(const int8_t* weight) { return vld1_dup_s8(weight); }
+inline int8x8_t LowHalf(Weight weight) { return weight; }
+#endif
+
+constexpr uint8_t kColumnNumbers[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
+// The columns of a strip, and their neighbours.
+template <class Columns>
+struct InputRow {
+    typename Columns::Vector left, centre, right;
+};
+
+// Strips of eight columns.
+struct Columns8 {
+    using Vector = int8x8_t;
+    static constexpr size_t kCount = 8;
+    static constexpr size_t kHalves = 1; // vectors of 16-bit sums
+    static Vector Load(const int8_t* from) { return vld1_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdup_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vand_s8(a, b); }
+    // All bits set in the first `count` columns.
+    static Vector Before(size_t count) {
+        const uint8x8_t end = vdup_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpret_s8_u8(vclt_u8(vld1_u8(kColumnNumbers), end));
+    }
+    static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
+    // The columns to the left and to the right, zeros outside.
+    static Vector Left(Vector v) {
+        return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    static Vector Right(Vector v) {
+        return vreinterpret_s8_u64(vshr_n_u64(vreinterpret_u64_s8(v), 8));
+    }
+    // A row inside a plane, from 7 columns before the strip to the one after it.
+    static constexpr size_t kLoadedBefore = 7;
+    static InputRow<Columns8> LoadInside(const int8_t* from) {
+        const int8x16_t columns = vld1q_s8(from);
+        const int8x8_t low = vget_low_s8(columns);
+        const int8x8_t high = vget_high_s8(columns);
+        return {vext_s8(low, high, 6), vext_s8(low, high, 7), high};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return vmull_s8(v, LowHalf(w));
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return vmlal_s8(sum, v, LowHalf(w));
+    }
+};
+
+#if defined(__aarch64__)
+
+// Strips of sixteen, for which 32-bit ARM has too few registers.
+struct Columns16 {
+    using Vector = int8x16_t;
+    static constexpr size_t kCount = 16;
+    static constexpr size_t kHalves = 2;
+    static Vector Load(const int8_t* from) { return vld1q_s8(from); }
+    static void Store(int8_t* to, Vector v) { vst1q_s8(to, v); }
+    static Vector Repeat(int8_t value) { return vdupq_n_s8(value); }
+    static Vector And(Vector a, Vector b) { return vandq_s8(a, b); }
+    static Vector Before(size_t count) {
+        const uint8x16_t end = vdupq_n_u8(static_cast<uint8_t>(std::min(count, kCount)));
+        return vreinterpretq_s8_u8(vcltq_u8(vld1q_u8(kColumnNumbers), end));
+    }
+    static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
+    static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
+    static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
+    static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
+    static constexpr size_t kLoadedBefore = 1;
+    static InputRow<Columns16> LoadInside(const int8_t* from) {
+        return {vld1q_s8(from), vld1q_s8(from + 1), vld1q_s8(from + 2)};
+    }
+
+    template <size_t Half>
+    static int16x8_t Multiply(Vector v, Weight w) {
+        return Half == 0 ? vmull_s8(vget_low_s8(v), vget_low_s8(w)) : vmull_high_s8(v, w);
+    }
+    template <size_t Half>
+    static int16x8_t MultiplyAdd(int16x8_t sum, Vector v, Weight w) {
+        return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
+    }
+};
+
+using WideColumns = Columns16;
+
+#else
+
+using WideColumns = Columns8;
+
+#endif
+
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyRow(const InputRow<Columns>& row, const Weight weights[3]) {
+    int16x8_t sum = Columns::template Multiply<Half>(row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
+}
+template <class Columns, size_t Half>
+inline int16x8_t MultiplyAddRow(int16x8_t sum, const InputRow<Columns>& row,
+                                const Weight weights[3]) {
+    sum = Columns::template MultiplyAdd<Half>(sum, row.left, weights[0]);
+    sum = Columns::template MultiplyAdd<Half>(sum, row.centre, weights[1]);
+    return Columns::template MultiplyAdd<Half>(sum, row.right, weights[2]);
+}
+
+// One channel's parameters.
+struct Filter {
+    const int8_t* weights;
+    int32_t bias;
+    uint32_t shift;
+    int8_t lowest;
+};
+
+// Totals of |w|: the outer rows' and the middle row's.
+struct FilterTotals {
+    uint64_t outer, middle;
+};
+inline FilterTotals TotalsOf(const int8_t* weights) {
+    const uint8x8_t first8 = vreinterpret_u8_s8(vabs_s8(vld1_s8(weights)));
+    const uint8x8_t middle = vcreate_u8(0x0000FFFFFF000000u);
+    const uint8x16_t parts = vcombine_u8(vbic_u8(first8, middle), vand_u8(first8, middle));
+    const uint64x2_t totals = vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(parts)));
+    return {vgetq_lane_u64(totals, 0) + static_cast<uint64_t>(std::abs(weights[8])),
+            vgetq_lane_u64(totals, 1)};
+}
+
+// Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
+// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest
+// of the bias is added to it, and a shift by one less than asked for is all that is left to do.
+// Where the last addition saturates, so does the output, since no more than eight further bits are
+// shifted out. Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of
+// sums, 4 of constants. Six rows of 8 columns take 140 to 146 instructions there, widened 209 to
+// 217.
+struct HalvedSums {
+    static bool Take(const Filter& f) {
+        const FilterTotals totals = TotalsOf(f.weights);
+        return totals.outer <= kMostWeight && totals.middle <= kMostWeight && f.shift >= 1 &&
+               f.shift <= 9 && f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
+    }
+
+    struct Constants {
+        int16x8_t lowestBit, halfBias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : lowestBit(vdupq_n_s16(static_cast<int16_t>(f.bias & 1))),
+              halfBias(vdupq_n_s16(static_cast<int16_t>(f.bias >> 1))),
+              shiftCount(vdupq_n_s16(static_cast<int16_t>(1 - static_cast<int32_t>(f.shift)))) {}
+    };
+
+    int16x8_t outer, middle;
+
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
+        outer = MultiplyAddRow<Columns, Half>(constants.lowestBit, row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        middle = MultiplyRow<Columns, Half>(row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        outer = MultiplyAddRow<Columns, Half>(outer, row, weights);
+    }
+    int16x8_t Shifted(const Constants& constants) const {
+        const int16x8_t half = vqaddq_s16(vhaddq_s16(outer, middle), constants.halfBias);
+        return vshlq_s16(half, constants.shiftCount);
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
+// share a 16-bit sum, which only two weights of -128 could overflow.
+struct WidenedSums {
+    static bool Take(const Filter& f) {
+        const int8_t* w = f.weights;
+        return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
+    }
+
+    struct Constants {
+        int32x4_t bias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : bias(vdupq_n_s32(f.bias)), shiftCount(RightShiftCount(f.shift)) {}
+    };
+
+    int32x4_t low, high;
+
+    void Add(int16x8_t products) {
+        low = vaddw_s16(low, vget_low_s16(products));
+        high = vaddw_s16(high, vget_high_s16(products));
+    }
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
+        low = high = constants.bias;
+        AddMiddle<Columns, Half>(row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+    }
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        AddMiddle<Columns, Half>(row, weights);
+    }
+    int16x8_t Shifted(const Constants& constants) const {
+        return NarrowPair(vshlq_s32(low, constants.shiftCount),
+                          vshlq_s32(high, constants.shiftCount));
+    }
+};
+
+// One channel's strips: the filter, and bytes that are set where a strip wider than the plane has
+// the plane's columns.
+template <class Columns, class ColumnSums>
+class FilterStrip {
+  public:
+    using Vector = typename Columns::Vector;
+    using Row = InputRow<Columns>;
+    struct Sums {
+        ColumnSums half[Columns::kHalves];
+    };
+    static constexpr size_t kColumns = Columns::kCount;
+
+    FilterStrip(const Filter& f, size_t width)
+        : constants_(f), lowest_(Columns::Repeat(f.lowest)), inside_(Columns::Before(width)) {
+#pragma GCC unroll 9
+        for (size_t i = 0; i < 9; ++i) {
+            weights_[i] = LoadWeight(f.weights + i);
+        }
+    }
+
+    template <Sides kSides>
+    static constexpr size_t LoadedBefore() {
+        return kSides == Sides::kNone ? Columns::kLoadedBefore : kSides == Sides::kRight ? 1 : 0;
+    }
+
+    template <Sides kSides>
+    Row Load(const int8_t* from) const {
+        if constexpr (kSides == Sides::kNone) {
+            return Columns::LoadInside(from);
+        } else if constexpr (kSides == Sides::kLeft) {
+            const auto centre = Columns::Load(from);
+            return {Columns::Left(centre), centre, Columns::Load(from + 1)};
+        } else if constexpr (kSides == Sides::kRight) {
+            const auto centre = Columns::Load(from + 1);
+            return {Columns::Load(from), centre, Columns::Right(centre)};
+        } else {
+            const auto centre = Columns::And(Columns::Load(from), inside_);
+            return {Columns::Left(centre), centre, Columns::Right(centre)};
+        }
+    }
+
+    void AddTop(const Row& row, Sums& sums) const {
+        sums.half[0].template AddTop<Columns, 0>(row, weights_, constants_);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddTop<Columns, 1>(row, weights_, constants_);
+        }
+    }
+    void AddMiddle(const Row& row, Sums& sums) const {
+        sums.half[0].template AddMiddle<Columns, 0>(row, weights_ + 3);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddMiddle<Columns, 1>(row, weights_ + 3);
+        }
+    }
+    void AddBottom(const Row& row, Sums& sums) const {
+        sums.half[0].template AddBottom<Columns, 0>(row, weights_ + 6);
+        if constexpr (Columns::kHalves == 2) {
+            sums.half[1].template AddBottom<Columns, 1>(row, weights_ + 6);
+        }
+    }
+
+    Vector Output(const Sums& sums) const {
+        int16x8_t shifted[Columns::kHalves];
+#pragma GCC unroll 2
+        for (size_t half = 0; half < Columns::kHalves; ++half) {
+            shifted[half] = sums.half[half].Shifted(constants_);
+        }
+        return Columns::Max(Columns::Narrow(shifted), lowest_);
+    }
+    static void Store(int8_t* to, Vector output) { Columns::Store(to, output); }
+
+  private:
+    Weight weights_[9];
+    typename ColumnSums::Constants constants_;
+    Vector lowest_, inside_;
+};
+
+} // namespace
+
+void neon::Depthwise(const DepthwisePlanes& p) {
+    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
+        plain::Depthwise(p);
+        return;
+    }
+    const size_t plane = p.width * p.height;
+    StripPlane at{p.src, nullptr, p.dst, p.width, p.height};
+    for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
+        const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
+        if (HalvedSums::Take(filter)) {
+            ConvolvePlane<FilterStrip<WideColumns, HalvedSums>, FilterStrip<Columns8, HalvedSums>>(
+                at, filter);
+        } else if (WidenedSums::Take(filter)) {
+            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
+                          FilterStrip<Columns8, WidenedSums>>(at, filter);
+        } else {
+            plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
+                              p.lowest, at.dst});
+        }
+    }
+}
+
+} // namespace orvo

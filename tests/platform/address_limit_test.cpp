@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// Under a limit of the address space (ulimit -v) the pool leaves room for the memory that it is to
+// hand out, however narrow the limit is.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "platform/platform_fixture.h"
+
+using namespace platform_test;
+
+namespace {
+
+constexpr uint32_t kWorkingMemory = 1410052; // what the library asks for first
+constexpr uint32_t kFrame = 256 * 256;
+
+uint64_t AddressesInUse() {
+    unsigned long long pages = 0;
+    FILE* const file = std::fopen("/proc/self/statm", "r");
+    EXPECT_NE(file, nullptr);
+    EXPECT_EQ(std::fscanf(file, "%llu", &pages), 1);
+    std::fclose(file);
+    return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Whether a process with so many bytes of addresses left gets that memory from a platform that it
+// opens then.
+bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
+    const pid_t child = fork();
+    if (child == 0) {
+        rlimit limit{};
+        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(AddressesInUse() + left);
+        if (setrlimit(RLIMIT_AS, &limit) != 0) {
+            _exit(2);
+        }
+        for (const uint32_t size : sizes) {
+            const Memory memory = Allocate(size);
+            if (memory.vir == nullptr) {
+                _exit(1);
+            }
+            std::memset(memory.vir, 1, size);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_LE(WEXITSTATUS(status), 1);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace
+
+TEST(AddressLimit, LibrarysMemoryIsHandedOutWhereverThereIsRoomForIt) {
+    constexpr uint64_t kNeeded = kWorkingMemory + 2 * kFrame;
+    constexpr uint64_t kAllowance = 256 * 1024; // pages beside the windows, and the heap's records
+    for (uint64_t left = kNeeded + kAllowance; left < uint64_t{1400} << 20; left += left / 16) {
+        EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, kFrame, kFrame})) << left;
+    }
+}
+
+TEST(AddressLimit, HalfOfWhatIsLeftCanBeHandedOut) {
+    for (uint64_t left = uint64_t{8} << 20; left < uint64_t{1400} << 20; left *= 2) {
+        EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, static_cast<uint32_t>(left / 2)})) << left;
+    }
+}

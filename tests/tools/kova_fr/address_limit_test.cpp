@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// kova-fr under a limit of the address space (ulimit -v).
+#include <gtest/gtest.h>
+
+#include "program.h"
+
+namespace kova_fr_test {
+namespace {
+
+constexpr uint64_t kStep = 128; // KiB, as the shell counts
+
+Outcome Under(uint64_t limit, const std::string& command) {
+    return Shell("ulimit -v " + std::to_string(limit) + "; exec \"$KOVA_FR\" " + command);
+}
+
+// The narrowest limit in which the program starts at all.
+uint64_t Least() {
+    uint64_t limit = 4096;
+    while (Under(limit, "--version").status != 0 && limit < (uint64_t{1} << 21)) {
+        limit += kStep;
+    }
+    return limit;
+}
+
+TEST(AddressLimit, ComparesOrSaysThatMemoryLacksUnderEveryLimitInWhichItStarts) {
+    const uint64_t least = Least();
+    ASSERT_LT(least, uint64_t{1} << 21);
+    // Pictures, working memory, frames and the heap's own steps.
+    const uint64_t enough = least + 8 * 1024;
+    const std::string compare = "compare '" ORVO_SAMPLES "/ira-1.png' '" ORVO_SAMPLES "/ira-2.png'";
+    for (uint64_t limit = least; limit < uint64_t{1400} << 10;
+         limit += limit < 2 * enough ? 2 * kStep : limit / 20) {
+        const Outcome run = Under(limit, compare);
+        if (run.status == 0) {
+            continue;
+        }
+        EXPECT_LT(limit, enough) << run.err;
+        EXPECT_EQ(run.status, 1) << limit << ": " << run.err;
+        EXPECT_NE(run.err.find("memory"), std::string::npos) << limit << ": " << run.err;
+    }
+}
+
+} // namespace
+} // namespace kova_fr_test

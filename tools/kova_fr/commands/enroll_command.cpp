@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "commands/commands.h"
+#include "commands/face_options.h"
+#include "files/failure.h"
+#include "gallery/gallery.h"
+#include "terminal/json_line.h"
+#include "terminal/label.h"
+
+namespace kova_cli {
+namespace {
+
+struct EnrollOptions {
+    std::string galleryPath;
+    std::string name;
+    FaceOptions faces;
+};
+
+constexpr const char* kNotes =
+    R"(Adds the faces to the gallery under the name; a gallery that is not there yet is
+made. Several pictures of a person, in different light and from different sides,
+help. All pictures are taken or none, and the file is replaced whole, so that it
+is never half written.
+
+Examples:
+  kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
+  kova-fr enroll --detect people.gallery joe holiday.jpg
+  kova-fr gallery people.gallery)";
+
+std::string CheckName(const std::string& name) {
+    if (name.empty() || name.size() > kLongestName || OneLine(name) != name) {
+        return "a name has 1 to " + std::to_string(kLongestName) +
+               " bytes and no control characters";
+    }
+    return "";
+}
+
+void CheckGalleryPlace(const EnrollOptions& options) {
+    CheckOutputs({{options.galleryPath, true, {}}}, options.faces.pictures);
+    if (options.galleryPath == options.faces.cropPath) {
+        throw CLI::ValidationError("--save-crop", "names the same file as the gallery");
+    }
+}
+
+void RunEnroll(const EnrollOptions& options) {
+    std::vector<OutputFile> files = CropFiles(options.faces);
+    CheckOutputs(files, options.faces.pictures);
+    CheckGalleryPlace(options);
+    const Recogniser recogniser;
+    const GalleryLock lock(options.galleryPath);
+    const Sha256 models = ModelsDigest();
+    Gallery gallery;
+    gallery.models = models;
+    if (std::filesystem::exists(options.galleryPath)) {
+        gallery = LoadGallery(options.galleryPath, models);
+    }
+    const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
+    for (const Face& face : faces) {
+        gallery.Add(options.name, face.feature);
+    }
+    FillCropFiles(faces, files);
+    files.push_back({options.galleryPath, true, PackGallery(gallery)});
+    WriteFiles(files);
+    if (options.faces.json) {
+        WriteStandardOutput(JsonLine({{"name", options.name},
+                                      {"added", faces.size()},
+                                      {"features", gallery.features.size()}}));
+        return;
+    }
+    WriteStandardOutput(options.name + ": " + std::to_string(faces.size()) +
+                        (faces.size() == 1 ? " face" : " faces") + " added; the gallery has " +
+                        std::to_string(gallery.features.size()) + "\n");
+}
+
+} // namespace
+
+void AddEnrollCommand(CLI::App& program) {
+    CLI::App& command = *program.add_subcommand("enroll", "Add faces to a gallery under a name");
+    const auto options = std::make_shared<EnrollOptions>();
+    command.add_option("gallery", options->galleryPath, "Gallery file; made if it is not there")
+        ->required()
+        ->type_name("GALLERY");
+    command.add_option("name", options->name, "Whose faces these are")
+        ->required()
+        ->check(CheckName, "")
+        ->type_name("NAME");
+    AddFaceOptions(command, options->faces, 1);
+    command.footer(kNotes);
+    command.callback([options] { RunEnroll(*options); });
+}
+
+} // namespace kova_cli

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace kova_cli {
+
+// The thresholds that were measured on real faces with the models of this build: the one place that
+// help texts, printed results and JSON take them from. They stand in thresholds.json beside the
+// models, and tools/measure_thresholds.py renews them. A build with models for which nobody
+// measured any has none, and says so.
+
+// As in the file, with the warning that belongs to them; null where there are none.
+const nlohmann::ordered_json& ShippedThresholds();
+
+// Which shares of the pairs of strangers reach which distance, where that was measured, and what
+// moves it. Some lines of at most 80 columns.
+std::string ThresholdsText();
+
+// For examples that a user may copy: the one that accepts 1 of 1000 pairs of strangers.
+std::string ThresholdOfExamples();
+
+} // namespace kova_cli
