@@ -26,7 +26,7 @@ def cut(library, frame):
     left, top, right, bottom = library.box(frame)
     across = round((right - left) * (STORED - CROP) / (2 * CROP))
     down = round((bottom - top) * (STORED - CROP) / (2 * CROP))
-    margin = max(across, down)
+    margin = max(across, down) + max(0, -left)
     padded = cv2.copyMakeBorder(frame, *[margin] * 4, cv2.BORDER_REPLICATE)
     region = padded[
         top - down + margin : bottom + down + margin, left - across + margin : right + across + margin

@@ -91,16 +91,14 @@ def alignment_figures(library, shots, references, source):
 def make_crops(library, shots, references, mode):
     """Crops, and the library's features of them."""
     if mode == "align":
-        boxes = [library.box(shot.frame) for shot in shots]
+        crops = np.stack([library.crop(shot.frame, library.box(shot.frame)) for shot in shots])
         features = np.stack([library.feature(shot.frame) for shot in shots])
     else:
         whole = (0, 0, IMAGE, IMAGE)
         known = [box for box in references if box is not None]
         usual = tuple(np.median(known, axis=0)) if known else whole
         boxes = [whole if mode == "whole" else (box or usual) for box in references]
-        features = None
-    crops = np.stack([cut(library, shot.frame, box) for shot, box in zip(shots, boxes)])
-    if features is None:
+        crops = np.stack([cut(library, shot.frame, box) for shot, box in zip(shots, boxes)])
         features = np.stack([library.crop_feature(crop) for crop in crops])
     return crops, features
 

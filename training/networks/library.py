@@ -61,14 +61,26 @@ class Library:
         return np.frombuffer(ctypes.string_at(self._lib.AlignGetOutput(), 4), np.int8)
 
     def box(self, frame):
-        """Left, top, right and bottom of the face in a 256 x 256 frame, cut to the frame as the
-        library does it."""
+        """Left, top, right and bottom of the face in a 256 x 256 frame, as the library takes them:
+        cut to the frame only where the box is empty or begins before the frame's first byte."""
         answer = self.align_answer(self.resize(frame, ALIGN)).astype(int) * 2
-        left, top = np.maximum(answer[:2], 0)
-        right, bottom = np.minimum(answer[2:], IMAGE)
+        left, top, right, bottom = (int(corner) for corner in answer)
+        if left < right and top < bottom and top * IMAGE + left >= 0:
+            return left, top, right, bottom
+        left, top = max(left, 0), max(top, 0)
         if left >= right or top >= bottom:
             return 0, 0, IMAGE, IMAGE
-        return int(left), int(top), int(right), int(bottom)
+        return left, top, right, bottom
+
+    def crop(self, frame, box):
+        """What the recognition network is given of a box(). Columns left of the frame are the end of
+        the row above."""
+        left, top, right, bottom = box
+        bytes_from_corner = np.ascontiguousarray(frame).reshape(-1)[top * IMAGE + left :]
+        region = np.lib.stride_tricks.as_strided(
+            bytes_from_corner, (bottom - top, right - left), (IMAGE, 1)
+        )
+        return self.resize(region, CROP)
 
     def crop_feature(self, crop):
         """The feature of a 96 x 96 crop."""

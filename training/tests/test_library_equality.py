@@ -42,8 +42,7 @@ class LibraryEquality(unittest.TestCase):
 
     def test_a_whole_run_is_alignment_crop_and_recognition(self):
         for frame in self.frames[:40]:
-            left, top, right, bottom = self.library.box(frame)
-            crop = self.library.resize(frame[top:bottom, left:right], CROP)
+            crop = self.library.crop(frame, self.library.box(frame))
             answer = integer_net.forward("fr", self.models["fr"], crop[None])
             np.testing.assert_array_equal(
                 integer_net.feature(answer)[0].view(np.uint32),
