@@ -3,19 +3,18 @@
 // AES-128 by words: a column of the state is one 32-bit word, row 0 in its low byte. Substitution
 // goes through the two 256-byte boxes, column mixing works on the four bytes of a word at once.
 #include <atomic>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
 #include "cipher/aes_routines.h"
 #include "cipher/aes_tables.h"
+#include "cipher/blocks.h"
 #include "cipher/wipe.h"
 #include "orvo/cipher.h"
 
 namespace orvo {
 namespace {
-
-constexpr uint32_t kBlockSize = 16;
-constexpr int kRounds = 10;
 
 static_assert(sizeof(AES_ctx) == 192);
 
@@ -23,35 +22,19 @@ struct State {
     uint32_t column[4];
 };
 
-uint32_t LoadWord(const uint8_t* bytes) {
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
-}
-
-void StoreWord(uint8_t* bytes, uint32_t word) {
-    bytes[0] = static_cast<uint8_t>(word);
-    bytes[1] = static_cast<uint8_t>(word >> 8);
-    bytes[2] = static_cast<uint8_t>(word >> 16);
-    bytes[3] = static_cast<uint8_t>(word >> 24);
-}
-
-uint32_t RotateRight(uint32_t word, unsigned bits) {
-    return (word >> bits) | (word << (32 - bits));
-}
-
 // TimesX() on the four bytes of a word.
 uint32_t TimesX4(uint32_t word) {
     return ((word & 0x7f7f7f7fu) << 1) ^ (((word >> 7) & 0x01010101u) * 0x1bu);
 }
 
 uint32_t MixColumn(uint32_t a) {
-    const uint32_t b = RotateRight(a, 8);
-    return TimesX4(a ^ b) ^ b ^ RotateRight(a, 16) ^ RotateRight(a, 24);
+    const uint32_t b = std::rotr(a, 8);
+    return TimesX4(a ^ b) ^ b ^ std::rotr(a, 16) ^ std::rotr(a, 24);
 }
 
 // The inverse matrix is the forward one times a matrix that only adds 4 * (a[i] + a[i + 2]).
 uint32_t InverseMixColumn(uint32_t a) {
-    return MixColumn(a ^ TimesX4(TimesX4(a ^ RotateRight(a, 16))));
+    return MixColumn(a ^ TimesX4(TimesX4(a ^ std::rotr(a, 16))));
 }
 
 uint32_t Substitute(const uint8_t box[256], uint32_t row0, uint32_t row1, uint32_t row2,
@@ -96,7 +79,7 @@ void StoreBlock(uint8_t* block, const State& s) {
 void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     State s = LoadBlock(block);
     AddRoundKey(&s, roundKeys, 0);
-    for (int round = 1; round < kRounds; ++round) {
+    for (int round = 1; round < kAesRounds; ++round) {
         s = SubstituteShift(s);
         for (uint32_t& column : s.column) {
             column = MixColumn(column);
@@ -104,15 +87,15 @@ void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
         AddRoundKey(&s, roundKeys, round);
     }
     s = SubstituteShift(s);
-    AddRoundKey(&s, roundKeys, kRounds);
+    AddRoundKey(&s, roundKeys, kAesRounds);
     StoreBlock(block, s);
     Wipe(&s, sizeof s);
 }
 
 void DecryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     State s = LoadBlock(block);
-    AddRoundKey(&s, roundKeys, kRounds);
-    for (int round = kRounds - 1; round > 0; --round) {
+    AddRoundKey(&s, roundKeys, kAesRounds);
+    for (int round = kAesRounds - 1; round > 0; --round) {
         s = InverseSubstituteShift(s);
         AddRoundKey(&s, roundKeys, round);
         for (uint32_t& column : s.column) {
@@ -125,19 +108,13 @@ void DecryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     Wipe(&s, sizeof s);
 }
 
-void XorBlock(uint8_t* block, const uint8_t* other) {
-    for (uint32_t i = 0; i < kBlockSize; ++i) {
-        block[i] = static_cast<uint8_t>(block[i] ^ other[i]);
-    }
-}
-
 void ExpandKey(uint8_t* roundKeys, const uint8_t* key) {
     std::memcpy(roundKeys, key, kBlockSize);
     uint8_t roundConstant = 1;
-    for (int i = 4; i < 4 * (kRounds + 1); ++i) {
+    for (int i = 4; i < 4 * (kAesRounds + 1); ++i) {
         uint32_t word = LoadWord(roundKeys + 4 * (i - 1));
         if (i % 4 == 0) {
-            word = RotateRight(word, 8);
+            word = std::rotr(word, 8);
             word = Substitute(kAesSboxes.forward, word, word, word, word) ^ roundConstant;
             roundConstant = TimesX(roundConstant);
         }

@@ -5,17 +5,14 @@
 // without AES instructions. Compiled without early scheduling (cmake/InstructionSets.cmake),
 // opening the models takes 42 instructions a byte on 32-bit ARM, 48 with it.
 #include <bit>
-#include <cstring>
 
 #include "cipher/aes_routines.h"
 #include "cipher/aes_tables.h"
+#include "cipher/blocks.h"
 #include "cipher/wipe.h"
 
 namespace orvo {
 namespace {
-
-constexpr int kRounds = 10;
-constexpr size_t kBlockSize = 16;
 
 struct MixTable {
     uint32_t share[256]; // of row 0; the other rows' shares are this one rotated
@@ -37,35 +34,16 @@ constexpr MixTable MakeMixTable() {
 
 constexpr MixTable kMix = MakeMixTable();
 
-uint32_t RotateLeft(uint32_t word, unsigned bits) { return word << bits | word >> (32 - bits); }
-
-uint32_t LoadWord(const uint8_t* bytes) {
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
-}
-
-// Compilers do not join the bytes of a store once they have gone through vectors.
-void StoreWord(uint8_t* bytes, uint32_t word) {
-    if constexpr (std::endian::native == std::endian::little) {
-        std::memcpy(bytes, &word, sizeof word);
-        return;
-    }
-    bytes[0] = static_cast<uint8_t>(word);
-    bytes[1] = static_cast<uint8_t>(word >> 8);
-    bytes[2] = static_cast<uint8_t>(word >> 16);
-    bytes[3] = static_cast<uint8_t>(word >> 24);
-}
-
 // The keys of the equivalent inverse cipher, in the order that it uses them: the inner ones have
 // gone through the inverse column mixing, because here they are added after it.
 struct InverseKeys {
-    uint32_t word[kRounds + 1][4];
+    uint32_t word[kAesRounds + 1][4];
 
     explicit InverseKeys(const uint8_t* roundKeys) {
-        for (int round = 0; round <= kRounds; ++round) {
+        for (int round = 0; round <= kAesRounds; ++round) {
             for (int column = 0; column < 4; ++column) {
-                const uint8_t* key = roundKeys + 16 * (kRounds - round) + 4 * column;
-                const bool isInner = round > 0 && round < kRounds;
+                const uint8_t* key = roundKeys + 16 * (kAesRounds - round) + 4 * column;
+                const bool isInner = round > 0 && round < kAesRounds;
                 word[round][column] = isInner ? Mix(key) : LoadWord(key);
             }
         }
@@ -76,9 +54,9 @@ struct InverseKeys {
     // The table substitutes before it mixes, so the bytes are substituted forward first.
     static uint32_t Mix(const uint8_t* column) {
         uint32_t mixed = 0;
-        for (unsigned row = 0; row < 4; ++row) {
+        for (int row = 0; row < 4; ++row) {
             const uint32_t share = kMix.share[kAesSboxes.forward[column[row]]];
-            mixed ^= row == 0 ? share : RotateLeft(share, 8 * row);
+            mixed ^= std::rotl(share, 8 * row);
         }
         return mixed;
     }
@@ -91,9 +69,9 @@ struct State {
 // One output column: row k comes from the k-th column to the left.
 inline uint32_t MixedColumn(uint32_t row0, uint32_t row1, uint32_t row2, uint32_t row3,
                             uint32_t key) {
-    return kMix.share[row0 & 0xff] ^ RotateLeft(kMix.share[(row1 >> 8) & 0xff], 8) ^
-           RotateLeft(kMix.share[(row2 >> 16) & 0xff], 16) ^
-           RotateLeft(kMix.share[row3 >> 24], 24) ^ key;
+    return kMix.share[row0 & 0xff] ^ std::rotl(kMix.share[(row1 >> 8) & 0xff], 8) ^
+           std::rotl(kMix.share[(row2 >> 16) & 0xff], 16) ^ std::rotl(kMix.share[row3 >> 24], 24) ^
+           key;
 }
 
 inline uint32_t LastColumn(uint32_t row0, uint32_t row1, uint32_t row2, uint32_t row3,
@@ -108,12 +86,12 @@ inline uint32_t LastColumn(uint32_t row0, uint32_t row1, uint32_t row2, uint32_t
 inline State Decrypt(const InverseKeys& keys, State s) {
     const uint32_t* key = keys.word[0];
     s = {s.a ^ key[0], s.b ^ key[1], s.c ^ key[2], s.d ^ key[3]};
-    for (int round = 1; round < kRounds; ++round) {
+    for (int round = 1; round < kAesRounds; ++round) {
         key = keys.word[round];
         s = {MixedColumn(s.a, s.d, s.c, s.b, key[0]), MixedColumn(s.b, s.a, s.d, s.c, key[1]),
              MixedColumn(s.c, s.b, s.a, s.d, key[2]), MixedColumn(s.d, s.c, s.b, s.a, key[3])};
     }
-    key = keys.word[kRounds];
+    key = keys.word[kAesRounds];
     return {LastColumn(s.a, s.d, s.c, s.b, key[0]), LastColumn(s.b, s.a, s.d, s.c, key[1]),
             LastColumn(s.c, s.b, s.a, s.d, key[2]), LastColumn(s.d, s.c, s.b, s.a, key[3])};
 }

@@ -5,12 +5,12 @@
 #include <immintrin.h>
 
 #include "cipher/aes_routines.h"
+#include "cipher/blocks.h"
 #include "cipher/wipe.h"
 
 namespace orvo {
 namespace {
 
-constexpr int kRounds = 10;
 constexpr size_t kLanes = 8;
 
 inline __m128i Load(const uint8_t* from) {
@@ -22,14 +22,14 @@ inline void Store(uint8_t* to, __m128i block) {
 
 // The keys of the equivalent inverse cipher, in the order that it uses them.
 struct InverseKeys {
-    __m128i key[kRounds + 1];
+    __m128i key[kAesRounds + 1];
 
     explicit InverseKeys(const uint8_t* roundKeys) {
-        key[0] = Load(roundKeys + 16 * kRounds);
-        for (int round = 1; round < kRounds; ++round) {
-            key[round] = _mm_aesimc_si128(Load(roundKeys + 16 * (kRounds - round)));
+        key[0] = Load(roundKeys + kBlockSize * kAesRounds);
+        for (int round = 1; round < kAesRounds; ++round) {
+            key[round] = _mm_aesimc_si128(Load(roundKeys + kBlockSize * (kAesRounds - round)));
         }
-        key[kRounds] = Load(roundKeys);
+        key[kAesRounds] = Load(roundKeys);
     }
     ~InverseKeys() { Wipe(key, sizeof key); }
 };
@@ -39,13 +39,13 @@ inline void Decrypt(const InverseKeys& keys, __m128i (&blocks)[Lanes]) {
     for (__m128i& block : blocks) {
         block = _mm_xor_si128(block, keys.key[0]);
     }
-    for (int round = 1; round < kRounds; ++round) {
+    for (int round = 1; round < kAesRounds; ++round) {
         for (__m128i& block : blocks) {
             block = _mm_aesdec_si128(block, keys.key[round]);
         }
     }
     for (__m128i& block : blocks) {
-        block = _mm_aesdeclast_si128(block, keys.key[kRounds]);
+        block = _mm_aesdeclast_si128(block, keys.key[kAesRounds]);
     }
 }
 
@@ -55,21 +55,22 @@ inline __m128i DecryptCbcBlocks(const InverseKeys& keys, __m128i chain, uint8_t*
     __m128i cipherText[Lanes];
     __m128i blocks[Lanes];
     for (size_t i = 0; i < Lanes; ++i) {
-        cipherText[i] = blocks[i] = Load(buffer + 16 * i);
+        cipherText[i] = blocks[i] = Load(buffer + kBlockSize * i);
     }
     Decrypt(keys, blocks);
     for (size_t i = 0; i < Lanes; ++i) {
-        Store(buffer + 16 * i, _mm_xor_si128(blocks[i], i == 0 ? chain : cipherText[i - 1]));
+        Store(buffer + kBlockSize * i,
+              _mm_xor_si128(blocks[i], i == 0 ? chain : cipherText[i - 1]));
     }
     return cipherText[Lanes - 1];
 }
 
 void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     __m128i state = _mm_xor_si128(Load(block), Load(roundKeys));
-    for (int round = 1; round < kRounds; ++round) {
-        state = _mm_aesenc_si128(state, Load(roundKeys + 16 * round));
+    for (int round = 1; round < kAesRounds; ++round) {
+        state = _mm_aesenc_si128(state, Load(roundKeys + kBlockSize * round));
     }
-    Store(block, _mm_aesenclast_si128(state, Load(roundKeys + 16 * kRounds)));
+    Store(block, _mm_aesenclast_si128(state, Load(roundKeys + kBlockSize * kAesRounds)));
 }
 
 void DecryptBlock(const uint8_t* roundKeys, uint8_t* block) {
@@ -82,10 +83,10 @@ void DecryptBlock(const uint8_t* roundKeys, uint8_t* block) {
 void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks) {
     const InverseKeys keys(roundKeys);
     __m128i chain = Load(iv);
-    for (; blocks >= kLanes; blocks -= kLanes, buffer += 16 * kLanes) {
+    for (; blocks >= kLanes; blocks -= kLanes, buffer += kBlockSize * kLanes) {
         chain = DecryptCbcBlocks<kLanes>(keys, chain, buffer);
     }
-    for (; blocks > 0; --blocks, buffer += 16) {
+    for (; blocks > 0; --blocks, buffer += kBlockSize) {
         chain = DecryptCbcBlocks<1>(keys, chain, buffer);
     }
     Store(iv, chain);

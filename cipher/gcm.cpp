@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // Galois/Counter Mode (NIST SP 800-38D) over the white-box forward cipher.
+#include <algorithm>
 #include <cstddef>
 
+#include "cipher/blocks.h"
 #include "cipher/wipe.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/cipher.h"
@@ -10,7 +12,10 @@
 
 namespace {
 
-constexpr uint32_t kBlockSize = 16;
+using orvo::kBlockSize;
+using orvo::XorBlock;
+using orvo::XorBytes;
+
 constexpr uint32_t kMinTagLength = 4;
 constexpr uint32_t kDirectIvLength = 12;
 constexpr uint8_t kReduction = 0xE1; // x^128 = x^7 + x^2 + x + 1, bits reflected
@@ -28,18 +33,10 @@ struct Message {
     uint32_t additionalLength;
 };
 
-void xor_block(uint8_t* block, const uint8_t* other, uint32_t count) {
-    for (uint32_t i = 0; i < count; ++i) {
-        block[i] = static_cast<uint8_t>(block[i] ^ other[i]);
-    }
-}
-
-void xor_block_128(uint8_t* block, const uint8_t* other) { xor_block(block, other, kBlockSize); }
-
 // Multiplies by x in the field: a right shift, because the standard reflects the bits.
-void block_mul2(uint8_t* block) {
+void TimesXReflected(uint8_t* block) {
     const uint8_t out = block[kBlockSize - 1] & 1u;
-    for (uint32_t i = kBlockSize - 1; i > 0; --i) {
+    for (size_t i = kBlockSize - 1; i > 0; --i) {
         block[i] = static_cast<uint8_t>(block[i] >> 1 | block[i - 1] << 7);
     }
     // A mask instead of a branch: the bit depends on the key.
@@ -50,17 +47,17 @@ void block_mul2(uint8_t* block) {
 void GhashStep(uint8_t* hash, const uint8_t* block, const uint8_t* key) {
     Block product;
     Block operand;
-    xor_block_128(operand.bytes, hash);
-    xor_block_128(operand.bytes, block);
-    for (uint32_t i = 0; i < 8 * kBlockSize; ++i) {
+    XorBlock(operand.bytes, hash);
+    XorBlock(operand.bytes, block);
+    for (size_t i = 0; i < 8 * kBlockSize; ++i) {
         const uint32_t bit = key[i / 8] >> (7 - i % 8) & 1u;
         const uint8_t mask = static_cast<uint8_t>(0u - bit);
-        for (uint32_t k = 0; k < kBlockSize; ++k) {
+        for (size_t k = 0; k < kBlockSize; ++k) {
             product.bytes[k] = static_cast<uint8_t>(product.bytes[k] ^ (operand.bytes[k] & mask));
         }
-        block_mul2(operand.bytes);
+        TimesXReflected(operand.bytes);
     }
-    for (uint32_t k = 0; k < kBlockSize; ++k) {
+    for (size_t k = 0; k < kBlockSize; ++k) {
         hash[k] = product.bytes[k];
     }
 }
@@ -69,7 +66,7 @@ void GhashStep(uint8_t* hash, const uint8_t* block, const uint8_t* key) {
 // skipped.
 void Ghash(uint8_t* hash, const uint8_t* data, uint32_t length, const uint8_t* key) {
     for (uint32_t at = 0; at < length;) {
-        const uint32_t count = length - at < kBlockSize ? length - at : kBlockSize;
+        const uint32_t count = std::min(length - at, uint32_t{kBlockSize});
         Block block;
         if (memcpy_s(block.bytes, kBlockSize, data + at, count) == 0) {
             GhashStep(hash, block.bytes, key);
@@ -94,7 +91,7 @@ void GhashLengths(uint8_t* hash, uint32_t first, uint32_t second, const uint8_t*
 }
 
 void Inc32(uint8_t* counter) {
-    for (uint32_t i = kBlockSize; i > kBlockSize - 4; --i) {
+    for (size_t i = kBlockSize; i > kBlockSize - 4; --i) {
         if (++counter[i - 1] != 0) {
             return;
         }
@@ -105,7 +102,7 @@ void Inc32(uint8_t* counter) {
 void Gctr(const Block& firstCounter, const uint8_t* in, uint32_t length, uint8_t* out) {
     Block counter = firstCounter;
     for (uint32_t at = 0; at < length;) {
-        const uint32_t count = length - at < kBlockSize ? length - at : kBlockSize;
+        const uint32_t count = std::min(length - at, uint32_t{kBlockSize});
         Block keyStream;
         (void)wb_aes_encrypt(counter.bytes, keyStream.bytes);
         for (uint32_t i = 0; i < count; ++i) {
@@ -126,7 +123,7 @@ struct Gcm {
 void DerivePreCounter(const uint8_t* iv, uint32_t ivLength, Gcm& gcm) {
     uint8_t* const preCounter = gcm.preCounter.bytes;
     if (ivLength == kDirectIvLength) {
-        xor_block(preCounter, iv, kDirectIvLength);
+        XorBytes(preCounter, iv, kDirectIvLength);
         preCounter[kBlockSize - 1] = 1;
         return;
     }
@@ -155,7 +152,7 @@ void ComputeTag(const Gcm& gcm, const Message& message, Block& tag) {
     Ghash(hash.bytes, message.text, message.length, key);
     GhashLengths(hash.bytes, message.additionalLength, message.length, key);
     (void)wb_aes_encrypt(gcm.preCounter.bytes, tag.bytes);
-    xor_block_128(tag.bytes, hash.bytes);
+    XorBlock(tag.bytes, hash.bytes);
 }
 
 // Takes the same time wherever the tags differ, so that a forger learns nothing from it.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // AES-128 decryption in which the key exists only folded into table2. Every round has one shape:
 // each byte of the state selects a word in its sub-table, and four words XOR into a column.
+#include "cipher/blocks.h"
 #include "cipher/white_box_rounds.h"
 #include "cipher/wipe.h"
 #include "orvo/bounded_memory.h"
@@ -8,13 +9,8 @@
 
 namespace {
 
-constexpr uint32_t kBlockSize = 16;
-
-void XorBlock(uint8_t* block, const uint8_t* other) {
-    for (uint32_t i = 0; i < kBlockSize; ++i) {
-        block[i] = static_cast<uint8_t>(block[i] ^ other[i]);
-    }
-}
+using orvo::kBlockSize;
+using orvo::XorBlock;
 
 bool IsWholeBlocks(uint32_t length) { return length != 0 && length % kBlockSize == 0; }
 
@@ -24,7 +20,7 @@ bool IsPaddingValid(const uint8_t* block) {
     if (padding > kBlockSize) {
         return false;
     }
-    for (uint32_t i = kBlockSize - padding; i + 1 < kBlockSize; ++i) {
+    for (size_t i = kBlockSize - padding; i + 1 < kBlockSize; ++i) {
         if (block[i] != padding) {
             return false;
         }
@@ -66,8 +62,8 @@ int32_t wb_aes_decrypt_cbc(const uint8_t iv[16], const uint8_t* in, uint32_t len
     if (memcpy_s(chain, sizeof chain, iv, kBlockSize) != 0) {
         return -1;
     }
-    const uint32_t blocks = length / kBlockSize;
-    for (uint32_t i = 0; i < blocks; ++i, in += kBlockSize, out += kBlockSize) {
+    const size_t blocks = length / kBlockSize;
+    for (size_t i = 0; i < blocks; ++i, in += kBlockSize, out += kBlockSize) {
         if (i + 1 < blocks) {
             (void)wb_aes_decrypt(in, out);
             XorBlock(out, chain);
@@ -90,8 +86,8 @@ int32_t wb_aes_decrypt_cbc_no_pad(const uint8_t iv[16], const uint8_t* in, uint3
     if (memcpy_s(chain, sizeof chain, iv, kBlockSize) != 0) {
         return -1;
     }
-    const uint32_t blocks = length / kBlockSize;
-    for (uint32_t i = 0; i < blocks; ++i, in += kBlockSize, out += kBlockSize) {
+    const size_t blocks = length / kBlockSize;
+    for (size_t i = 0; i < blocks; ++i, in += kBlockSize, out += kBlockSize) {
         (void)wb_aes_decrypt(in, out);
         XorBlock(out, chain);
         if (memcpy_s(chain, sizeof chain, in, kBlockSize) != 0) {

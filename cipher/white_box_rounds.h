@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "cipher/blocks.h"
+
 // The walk through a white-box table of 10 rounds x 16 sub-tables x 256 words, shared by the
 // library's decryption and the stand-in of the sibling encryption, which differ in the row shift.
 namespace orvo {
@@ -24,9 +26,7 @@ template <unsigned kStep>
 inline void RunTableCipher(const uint32_t* table, const uint8_t in[16], uint8_t out[16]) {
     uint32_t w[4];
     for (unsigned j = 0; j < 4; ++j) {
-        w[j] = in[4 * j] | static_cast<uint32_t>(in[4 * j + 1]) << 8 |
-               static_cast<uint32_t>(in[4 * j + 2]) << 16 |
-               static_cast<uint32_t>(in[4 * j + 3]) << 24;
+        w[j] = LoadWord(in + 4 * j);
     }
 #pragma GCC unroll 10
     for (unsigned r = 0; r < 10; ++r) {
@@ -39,10 +39,7 @@ inline void RunTableCipher(const uint32_t* table, const uint8_t in[16], uint8_t 
         w[3] = x[3];
     }
     for (unsigned j = 0; j < 4; ++j) {
-        out[4 * j] = static_cast<uint8_t>(w[j]);
-        out[4 * j + 1] = static_cast<uint8_t>(w[j] >> 8);
-        out[4 * j + 2] = static_cast<uint8_t>(w[j] >> 16);
-        out[4 * j + 3] = static_cast<uint8_t>(w[j] >> 24);
+        StoreWord(out + 4 * j, w[j]);
     }
 }
 

@@ -10,7 +10,8 @@ namespace {
 
 constexpr char kUnit[] = "../compute_a/arma_dwconv";
 
-// The lines that the failures are reported with are fixed.
+// `line` names the step that failed. It is a number of its own, not the source's, so that a log
+// reads the same after the source has changed.
 bool Zeros(orvo::BoundedWriter& out, size_t count, int line) {
     const int ret = out.Fill(0, count);
     if (ret != 0) {

@@ -169,8 +169,9 @@ uint32_t fr_destory_img(const obj_img& img, const obj_img& inner) {
             KOVA_FR_INFO("Error:image size can not be zero\n");
             return KOVA_FR_ERR_ILLEGAL_PARAM;
         }
-        // The platform is given the low half of the physical address, not the mapping: a pairing
-        // that callers of this interface rely on being kept as it stands.
+        // The mapping is named by the low half of its physical address, which serves a platform that
+        // maps media memory one to one. One that knows mappings by their own address, like the
+        // stand-in, refuses, and the mapping goes when its block does.
         const int32_t status = KOVA_MPI_SYS_Munmap(ToPointer(img.phy_addr & 0xffffffffu), length);
         if (status != 0) {
             KOVA_FR_INFO("KOVA_MPI_SYS_Munmap failed, Error(0x%x)\n",

@@ -25,16 +25,17 @@ typedef struct AES_ctx {
 } AES_ctx;
 
 /** Expands a 16-byte key. The IV is not touched. */
-ORVO_API void AES_init_ctx(AES_ctx* ctx, const uint8_t key[16]);
+ORVO_API void AES_init_ctx(AES_ctx* ctx, const uint8_t key[16]) ORVO_NONNULL;
 /** Expands a 16-byte key and sets the IV. */
-ORVO_API void AES_init_ctx_iv(AES_ctx* ctx, const uint8_t key[16], const uint8_t iv[16]);
+ORVO_API void AES_init_ctx_iv(AES_ctx* ctx, const uint8_t key[16],
+                              const uint8_t iv[16]) ORVO_NONNULL;
 /** Sets the IV. */
-ORVO_API void AES_ctx_set_iv(AES_ctx* ctx, const uint8_t iv[16]);
+ORVO_API void AES_ctx_set_iv(AES_ctx* ctx, const uint8_t iv[16]) ORVO_NONNULL;
 
 /** Enciphers one block of 16 bytes in place. */
-ORVO_API void AES_ECB_encrypt(const AES_ctx* ctx, uint8_t block[16]);
+ORVO_API void AES_ECB_encrypt(const AES_ctx* ctx, uint8_t block[16]) ORVO_NONNULL;
 /** Deciphers one block of 16 bytes in place. */
-ORVO_API void AES_ECB_decrypt(const AES_ctx* ctx, uint8_t block[16]);
+ORVO_API void AES_ECB_decrypt(const AES_ctx* ctx, uint8_t block[16]) ORVO_NONNULL;
 
 /**
  * CBC in place. The chain continues in a later call, through the context's IV.
@@ -65,7 +66,7 @@ ORVO_API extern const uint32_t table2[40960];
  * @param in,out  16 bytes each; may be the same block
  * @return 0, always
  */
-ORVO_API int32_t wb_aes_decrypt(const uint8_t in[16], uint8_t out[16]);
+ORVO_API int32_t wb_aes_decrypt(const uint8_t in[16], uint8_t out[16]) ORVO_NONNULL;
 
 /**
  * CBC decryption with the white-box tables, padding (PKCS#7) removed.
@@ -80,7 +81,7 @@ ORVO_API int32_t wb_aes_decrypt(const uint8_t in[16], uint8_t out[16]);
  * @return 0; -1 for a bad length or bad padding, when the output may be partly written
  */
 ORVO_API int32_t wb_aes_decrypt_cbc(const uint8_t iv[16], const uint8_t* in, uint32_t length,
-                                    uint8_t* out, uint32_t* outLength);
+                                    uint8_t* out, uint32_t* outLength) ORVO_CHECK_RESULT;
 
 /** CBC decryption with the white-box tables, every byte kept; see wb_aes_decrypt_cbc(). */
 ORVO_API int32_t wb_aes_decrypt_cbc_no_pad(const uint8_t iv[16], const uint8_t* in, uint32_t length,
@@ -118,10 +119,9 @@ ORVO_API int32_t wb_aes_encrypt_gcm(const uint8_t* iv, uint32_t ivLength, const 
 ORVO_API int32_t wb_aes_decrypt_gcm(const uint8_t* iv, uint32_t ivLength, const uint8_t* ciphertext,
                                     uint32_t length, uint8_t* plaintext, const uint8_t* additional,
                                     uint32_t additionalLength, const uint8_t* tag,
-                                    uint32_t tagLength);
+                                    uint32_t tagLength) ORVO_CHECK_RESULT;
 
-/* ---- Custom data in the white-box table --------------------------------------------------------
- */
+/* ---- Custom data in the white-box table ------------------------------------------------------ */
 
 /** Sets the one, process-wide state of the byte stream. Not for several threads. */
 ORVO_API void psr_init(uint32_t seed);
@@ -134,18 +134,18 @@ ORVO_API void psr_rand_bytes(uint8_t* buffer, uint32_t count);
  * Unmasks collected custom data: 16-bit seed, 16-bit masked length, masked bytes.
  *
  * @param output     receives as many bytes as the stored length says, up to 65535: there is no
- * bound. pack_models never stores more than 256.
+ *                   bound. pack_models never stores more than 256.
  * @param length     receives the length
  * @param collected  4 bytes and as many as the stored length says
  */
-ORVO_API void decode(uint8_t* output, uint32_t* length, const uint8_t* collected);
+ORVO_API void decode(uint8_t* output, uint32_t* length, const uint8_t* collected) ORVO_NONNULL;
 
 /**
  * Collects 260 bytes of custom data from a table in the form of table2, from round 1 on, and
  * unmasks them.
  *
  * @param table    must have as many rounds as @p entries asks for: 16 * @p entries bytes come from
- * each
+ *                 each
  * @param entries  entries of each sub-table that carry bytes: 4 in table2. 0 collects nothing and
  *                 gives length 0.
  * @param output   as for decode(): 256 bytes for a table that pack_models made

@@ -58,8 +58,8 @@ ORVO_API void ImageResizeBilin(const uint8_t* src, uint8_t* dst, int32_t srcHeig
  * @param src        @p srcHeight rows of @p srcWidth pixels without gaps, only read
  * @param dst        @p dstHeight rows of @p dstWidth pixels without gaps; must not overlap @p src
  * @param channels   samples per pixel; should be even. An odd number counts fully in the length of
- * a source row and is rounded down to an even one in the length of a pixel, in the source as in the
- * output. Below 2 nothing is written.
+ *                   a source row and is rounded down to an even one in the length of a pixel, in
+ *                   the source as in the output. Below 2 nothing is written.
  *
  * If any of the four sizes is below 1 nothing is written.
  */

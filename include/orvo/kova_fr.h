@@ -23,15 +23,13 @@
 ORVO_C_BEGIN
 
 #define KOVA_FR_OK 0u
-#define KOVA_FR_ERR_ILLEGAL_PARAM                                                            \
-    0xa03f8003u                           /**< a length, size or image field is out of range \
-                                           */
-#define KOVA_FR_ERR_EXIST 0xa03f8004u     /**< already initialised */
-#define KOVA_FR_ERR_UNEXIST 0xa03f8005u   /**< not initialised */
-#define KOVA_FR_ERR_NULL_PTR 0xa03f8006u  /**< null pointer, or the frame could not be mapped */
-#define KOVA_FR_ERR_NOT_READY 0xa03f8008u /**< the core could not be initialised */
-#define KOVA_FR_ERR_NOMEM 0xa03f800cu     /**< no memory, or the core refused the block */
-#define KOVA_FR_ERR_RUN 0xa03f8041u       /**< the recognition run failed */
+#define KOVA_FR_ERR_ILLEGAL_PARAM 0xa03f8003u /**< a length, size or image field is out of range */
+#define KOVA_FR_ERR_EXIST 0xa03f8004u         /**< already initialised */
+#define KOVA_FR_ERR_UNEXIST 0xa03f8005u       /**< not initialised */
+#define KOVA_FR_ERR_NULL_PTR 0xa03f8006u      /**< null pointer, or a frame that cannot be mapped */
+#define KOVA_FR_ERR_NOT_READY 0xa03f8008u     /**< the core could not be initialised */
+#define KOVA_FR_ERR_NOMEM 0xa03f800cu         /**< no memory, or the core refused the block */
+#define KOVA_FR_ERR_RUN 0xa03f8041u           /**< the recognition run failed */
 
 /** Elements of a feature. Lengths in this interface count elements, not bytes. */
 #define KOVA_FR_FEATURE_LEN 128
@@ -54,7 +52,7 @@ typedef struct obj_img {
  * @return 0; KOVA_FR_ERR_EXIST; KOVA_FR_ERR_NOT_READY; KOVA_FR_ERR_NOMEM. A failure leaves the
  *         state as it was.
  */
-ORVO_API uint32_t kova_fr_init(void);
+ORVO_API uint32_t kova_fr_init(void) ORVO_CHECK_RESULT;
 
 /**
  * Frees the working memory. The models stay deciphered for the life of the process.
@@ -74,7 +72,7 @@ ORVO_API uint32_t kova_fr_deinit(void);
  */
 ORVO_API uint32_t kova_fr_get_distance(const float* feature_a, int32_t feature_a_len,
                                        const float* feature_b, int32_t feature_b_len,
-                                       float* result);
+                                       float* result) ORVO_CHECK_RESULT;
 
 /**
  * Computes the feature of one face picture.
@@ -92,7 +90,7 @@ ORVO_API uint32_t kova_fr_get_distance(const float* feature_a, int32_t feature_a
  *         KOVA_FR_ERR_RUN; or the platform's own code if allocating or scaling failed
  */
 ORVO_API uint32_t kova_fr_extract_obj_feature(const obj_img* img, uint32_t feature_len,
-                                              float* feature);
+                                              float* feature) ORVO_CHECK_RESULT;
 
 ORVO_C_END
 

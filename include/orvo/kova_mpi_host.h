@@ -98,16 +98,17 @@ typedef enum kova_mpi_host_blank {
 } kova_mpi_host_blank;
 
 /** Where the pool lies: every physical address is in [*base, *base + *size). */
-ORVO_API void kova_mpi_host_get_pool(uint64_t* base, uint64_t* size);
+ORVO_API void kova_mpi_host_get_pool(uint64_t* base, uint64_t* size) ORVO_NONNULL;
 
 /** What is in use now. */
-ORVO_API void kova_mpi_host_get_usage(kova_mpi_host_usage* usage);
+ORVO_API void kova_mpi_host_get_usage(kova_mpi_host_usage* usage) ORVO_NONNULL;
 /** How many live blocks have this name. @p bytes: their sizes' sum; may be null */
 ORVO_API uint32_t kova_mpi_host_blocks_named(const char* name, uint64_t* bytes);
 /** The live block of that rank in order of allocation. @return 0, or -1 if there are not so many */
-ORVO_API int32_t kova_mpi_host_get_block(uint32_t index, kova_mpi_host_block* block);
+ORVO_API int32_t kova_mpi_host_get_block(uint32_t index, kova_mpi_host_block* block) ORVO_NONNULL;
 /** The live mapping of that rank in order of making. @return 0, or -1 if there are not so many */
-ORVO_API int32_t kova_mpi_host_get_mapping(uint32_t index, kova_mpi_host_mapping* mapping);
+ORVO_API int32_t kova_mpi_host_get_mapping(uint32_t index,
+                                           kova_mpi_host_mapping* mapping) ORVO_NONNULL;
 
 /** Starts recording calls, with an empty record. Nothing is recorded before the first start. */
 ORVO_API void kova_mpi_host_start_recording(void);
@@ -116,7 +117,7 @@ ORVO_API void kova_mpi_host_stop_recording(void);
 /** Calls recorded since the start. The first 4096 can be looked at, later ones are only counted. */
 ORVO_API uint32_t kova_mpi_host_call_count(void);
 /** A recorded call, counted from 0. @return 0, or -1 if it is not in the record */
-ORVO_API int32_t kova_mpi_host_get_call(uint32_t index, kova_mpi_host_call* call);
+ORVO_API int32_t kova_mpi_host_get_call(uint32_t index, kova_mpi_host_call* call) ORVO_NONNULL;
 
 /**
  * Makes a function of kova_mpi.h fail: the @p n th call from now, counted from 1, does nothing but

@@ -33,8 +33,7 @@ typedef struct ModelArray {
 
 #define ORVO_TWO_ARRAYS(...) +2
 
-/** Every array of a model in the order of the layer numbers, a layer's weights before its biases.
- */
+/** Every array of a model, in the order of the layers, a layer's weights before its biases. */
 ORVO_API extern ModelArray
     g_alignArray[0 ORVO_ALIGN_NETWORK(ORVO_TWO_ARRAYS, ORVO_NO_LAYER, ORVO_NO_LAYER)];
 ORVO_API extern ModelArray

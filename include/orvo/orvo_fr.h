@@ -12,8 +12,8 @@
  * time, except for the distance functions, which read only their arguments and may run in any
  * thread at any time.
  *
- * Diagnostics: every failure prints one line to standard error, "[ERR] <source unit>:<line>
- * <text>".
+ * Diagnostics: every failure prints one line to standard error, "[ERR] UNIT:LINE TEXT", where the
+ * unit is a source file.
  */
 #ifndef ORVO_ORVO_FR_H
 #define ORVO_ORVO_FR_H
@@ -58,7 +58,7 @@ typedef struct FrImage {
  *         not be wiped. After a failure past the unwrapping of the first key the arrays may be
  *         plain already, and the library stays unusable until the process restarts.
  */
-ORVO_API int32_t OrvoFrInit(void);
+ORVO_API int32_t OrvoFrInit(void) ORVO_CHECK_RESULT;
 
 /** @return the size in bytes of the working memory, always 1410052. */
 ORVO_API uint32_t OrvoFrGetMemorySize(void);
@@ -73,17 +73,17 @@ ORVO_API uint32_t OrvoFrGetMemorySize(void);
  * @param size  its size; anything but OrvoFrGetMemorySize() is refused with ORVO_FR_WRONG_SIZE
  * @return ORVO_FR_OK, or one of the two above; a refusal changes no state
  */
-ORVO_API int32_t OrvoFrSetMemory(void* addr, uint32_t size);
+ORVO_API int32_t OrvoFrSetMemory(void* addr, uint32_t size) ORVO_CHECK_RESULT;
 
 /**
  * Computes the feature of one face picture.
  *
  * The alignment network looks at the picture reduced to 24 x 24 and answers with a box; the box,
- * resized to 96 x 96, goes through the recognition network. The box is read with a row pitch of
- * 256 bytes whatever @p img's stride is. A box that is not empty and whose bytes are all the
- * picture's is taken corner for corner, also where its left edge lies outside: its columns there are
- * the end of the row above. Any other is cut to the picture, and one that is empty after that is
- * replaced by the whole picture, so nothing outside the picture is ever read.
+ * resized to 96 x 96, goes through the recognition network. The box is read with a row pitch of 256
+ * bytes whatever @p img's stride is. A box that is not empty and whose bytes are all the picture's
+ * is taken corner for corner, also where its left edge lies outside: its columns there are the end
+ * of the row above. Any other is cut to the picture, and one that is empty after that is replaced
+ * by the whole picture, so nothing outside the picture is ever read.
  *
  * No run makes a system call, the first one included, except to report a failure.
  *
@@ -97,7 +97,7 @@ ORVO_API int32_t OrvoFrSetMemory(void* addr, uint32_t size);
  * @return ORVO_FR_OK; ORVO_FR_NULL_ADDRESS; ORVO_FR_WRONG_SIZE. After a refused argument every
  *         buffer is untouched.
  */
-ORVO_API int32_t OrvoFrRun(const FrImage* img, void* result, uint32_t resultSize);
+ORVO_API int32_t OrvoFrRun(const FrImage* img, void* result, uint32_t resultSize) ORVO_CHECK_RESULT;
 
 /** The argument check of OrvoFrRun(), with its messages and status codes. */
 ORVO_API int32_t CheckInput(const FrImage* img, const void* result, uint32_t resultSize);
@@ -113,14 +113,15 @@ ORVO_API int32_t CheckInput(const FrImage* img, const void* result, uint32_t res
 ORVO_API float OrvoFrGetDistance(const float* a, uint32_t aSize, const float* b, uint32_t bSize);
 
 /** The inner product of two features of 128 floats, unchecked. */
-ORVO_API float FrCompare(const float* a, const float* b);
+ORVO_API float FrCompare(const float* a, const float* b) ORVO_NONNULL;
 
 /**
  * The name of the instruction set whose inner routines the kernels use, such as "plain" or
  * "avx512vnni". It is chosen when it is first needed, at the latest by OrvoFrSetMemory(): the best
- * that the machine has, or the one named by the environment variable ORVO_FR_PATH. Where the machine
- * does not have that one, a line on standard error says so once and the best is taken. Results are
- * the same bytes with every one. Any thread may ask at any time. @return a static string
+ * that the machine has, or the one named by the environment variable ORVO_FR_PATH. Where the
+ * machine does not have that one, a line on standard error says so once and the best is taken.
+ * Results are the same bytes with every one. Any thread may ask at any time. @return a static
+ * string
  *
  * "amx" needs the operating system's permission, for which Linux is asked when it is chosen. The
  * permission is the whole process's and stays: from then on a signal's frame may take 8 KB more,
@@ -130,12 +131,10 @@ ORVO_API float FrCompare(const float* a, const float* b);
  */
 ORVO_API const char* OrvoFrGetInstructionSet(void);
 
-/** Deciphers the alignment model in place. Called by OrvoFrInit() only. @return 0, or 1 on failure
- */
+/** Deciphers the alignment model in place; OrvoFrInit() alone calls it. @return 0; 1 on failure */
 ORVO_API int32_t AlignDecrypt(void);
 
-/** Deciphers the recognition model in place. Called by OrvoFrInit() only. @return 0, or 1 on
- * failure */
+/** Deciphers the recognition model in place; as AlignDecrypt(). */
 ORVO_API int32_t FrDecrypt(void);
 
 /**
@@ -147,7 +146,7 @@ ORVO_API int32_t FrDecrypt(void);
  * exclusive), is left at AlignGetOutput(). Writes 38408 bytes at most at the workspace and 76032
  * at most at the inner buffer.
  */
-ORVO_API void AlignRun(uint8_t* input);
+ORVO_API void AlignRun(uint8_t* input) ORVO_NONNULL;
 
 /** @return where the alignment network left its answer: g_alignInnerBuf + g_alignResOffset */
 ORVO_API int8_t* AlignGetOutput(void);
@@ -166,7 +165,7 @@ ORVO_API void AlignSetInnerbuf(void* addr);
  * The feature is left in g_frResult. Writes 497668 bytes at most at the workspace and 884736 at
  * most at the inner buffer.
  */
-ORVO_API void FrRun(uint8_t* input);
+ORVO_API void FrRun(uint8_t* input) ORVO_NONNULL;
 
 /** @return the address of g_frResult */
 ORVO_API float* FrGetOutput(void);

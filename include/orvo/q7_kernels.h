@@ -38,8 +38,13 @@ ORVO_C_BEGIN
  * @param weights      packed. A dot product runs over input channel, kernel row, kernel column.
  *                     Group g of four output channels starts at byte 4 * K * g: for each k the
  *                     weights of channels 4g .. 4g+3 side by side. The r-th of the dstChannels % 4
- *                     leftover channels starts at 4 * K * (dstChannels / 4 + r), K bytes in k
- * order.
+ *                     leftover channels starts at 4 * K * (dstChannels / 4 + r), K bytes in the
+ *                     order of k. For five channels, a to e:
+ *
+ *       byte 0                      4 * K                       8 * K
+ *            | a0 b0 c0 d0 | a1 b1 c1 d1 | ... | e0 e1 e2 ... | unused |
+ *              k = 0         k = 1                k = 0, 1, 2 ...
+ *
  * @param pad          zero rows and columns before the first; positions beyond the right and
  *                     bottom edge read as zero too
  * @param stride       step between output positions
@@ -66,6 +71,12 @@ ORVO_API void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_
  * @param weights    packed. Group g of four output channels starts at byte 16 * S * g: for each
  *                   input channel the weights of channels 4g .. 4g+3 side by side. The r-th of the
  *                   dstChannels % 4 leftover channels starts at 16 * S * (dstChannels / 4 + r).
+ *                   For five channels, a to e, and three inputs (S = 3):
+ *
+ *       byte 0                                48                      96
+ *            | a0 b0 c0 d0 | a1 b1 c1 d1 | a2 b2 c2 d2 | unused | e0 e1 e2 | unused |
+ *              input 0       input 1       input 2
+ *
  * @param dst        plane p starts at byte p * M; must not overlap src or tmpBuffer
  * @param tmpBuffer  scratch: 32 * S * (N / 8 + (N % 8) / 4 + N % 4) bytes
  *
@@ -84,7 +95,10 @@ ORVO_API void ArmAConvolve1x1s1p0ChwQ7(const int8_t* src, uint16_t srcWidth, uin
  *
  * With W = srcWidth + 2 * pad and H = srcHeight + 2 * pad:
  *
- * @param weights      9 bytes per channel, row-major, channels back to back
+ * @param weights      9 bytes per channel, row-major, channels back to back. For channels a, b:
+ *
+ *       | a00 a01 a02 a10 a11 a12 a20 a21 a22 | b00 b01 ... b22 |     aYX: row Y, column X
+ *
  * @param dstChannels  channels computed; should equal srcChannels
  * @param dst          must not overlap src or tmpBuffer
  * @param dstWidth,dstHeight  must be W - 2 and H - 2. They are not checked: the input is walked two
@@ -92,12 +106,12 @@ ORVO_API void ArmAConvolve1x1s1p0ChwQ7(const int8_t* src, uint16_t srcWidth, uin
  * @param tmpBuffer    scratch: srcChannels * W * H bytes, untouched when pad is 0. What is in it
  *                     afterwards is unspecified.
  *
- * A failed bounded fill or copy of the padding is reported on standard error; the rest of its padded
- * row is not made, and the call goes on with the next row. So a null src gives a report for each of
- * its rows and a convolution of what the scratch then holds; a null tmpBuffer gives a report for
- * each padded row, and dst is left alone. With dstChannels 0 the padding is made and nothing else.
- * Otherwise, where memcpy_s and memset_s are the library's own, which cannot fail here, the padding
- * may be done without them.
+ * A failed bounded fill or copy of the padding is reported on standard error; the rest of its
+ * padded row is not made, and the call goes on with the next row. So a null src gives a report for
+ * each of its rows and a convolution of what the scratch then holds; a null tmpBuffer gives a
+ * report for each padded row, and dst is left alone. With dstChannels 0 the padding is made and
+ * nothing else. Otherwise, where memcpy_s and memset_s are the library's own, which cannot fail
+ * here, the padding may be done without them.
  */
 ORVO_API void arma_convolvedw_3x3_s1_chw_q7(const int8_t* src, uint16_t srcWidth,
                                             uint16_t srcHeight, uint16_t srcChannels,
@@ -128,7 +142,7 @@ ORVO_API void ArmAConvolvedwRelu3x3s1ChwQ7(const int8_t* src, uint16_t srcWidth,
  * With K = kernelSize^2 * srcChannels (below 65536) and N = dstWidth * dstHeight:
  *
  * @param weights        dstChannels rows of K bytes, in the order kernel row, kernel column,
- * channel
+ *                       channel
  * @param dst            N pixels of dstChannels bytes; must not overlap src or tmpBuffer
  * @param dstHeight      signed; below 1 nothing is written
  * @param tmpBuffer      scratch, receives the im2col matrix: N columns of K bytes
@@ -172,8 +186,7 @@ ORVO_API void MultAccumulate4(const int8_t* vec0, const int8_t* vec1, const int8
 /* ---- From a tensor to a vector --------------------------------------------------------------- */
 
 /**
- * Global depthwise convolution: dst[c] = requantised(bias[c] + sum of plane c times weight plane
- * c).
+ * Global depthwise convolution: dst[c] = requantised(bias[c] + plane c times weight plane c).
  *
  * @param weights   channels planes of width x height
  * @param outShift  only the low 8 bits count; 32 and more leaves the sign
@@ -197,8 +210,7 @@ ORVO_API void ArmAFcQ7(const int8_t* src, const int8_t* weights, uint32_t inCoun
                        uint32_t outCount, uint16_t outShift, const int32_t* bias, int8_t* dst,
                        void* scratch);
 
-/* ---- Pooling and sampling ---------------------------------------------------------------------
- */
+/* ---- Pooling and sampling -------------------------------------------------------------------- */
 
 /**
  * 2 x 2 maximum with stride 2. A last odd row or column is ignored.
@@ -217,7 +229,7 @@ ORVO_API void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t wid
  * 2 x 2 maximum with stride 1 and no padding.
  *
  * @param src      in and out: each row is replaced by its horizontal maxima (the last value of a
- * row stays); a caller that needs the input afterwards must copy it first
+ *                 row stays); a caller that needs the input afterwards must copy it first
  * @param dst      channels planes of (height - 1) x (width - 1); may be src itself, whose beginning
  *                 they then replace, and must not overlap it otherwise
  * @param scratch  ignored
@@ -228,8 +240,8 @@ ORVO_API void ArmAMaxpoolK2x2S1x1ChwQ7(int8_t* src, uint32_t width, uint32_t hei
 /**
  * Every second value of every second row, starting with the first.
  *
- * @param dst      channels planes of ceil(height / 2) x ceil(width / 2); may be src itself, and must
- *                 not overlap it otherwise
+ * @param dst      channels planes of ceil(height / 2) x ceil(width / 2); may be src itself, and
+ *                 must not overlap it otherwise
  * @param scratch  ignored
  */
 ORVO_API void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, uint32_t channels,
@@ -247,8 +259,7 @@ ORVO_API void ArmADownsample(const int8_t* src, uint32_t width, int32_t height, 
 ORVO_API void ArmAGapQ7Chw(const int8_t* src, uint32_t width, uint32_t height, uint32_t channels,
                            uint16_t shift, void* scratch, int8_t* dst);
 
-/* ---- Element-wise -----------------------------------------------------------------------------
- */
+/* ---- Element-wise ---------------------------------------------------------------------------- */
 
 /** Turns count grey levels into Q7 in place: each byte XOR 0x80, so that p becomes p - 128. */
 ORVO_API void ArmAXorQ7(uint8_t* data, int32_t count);
@@ -291,15 +302,14 @@ ORVO_API void ArmARescaleQ7(int8_t* data, int32_t count, int32_t shift);
 /**
  * Inner product of two float vectors in a fixed order, which decides the last bits: four lane sums
  * over blocks of four (product rounded, then added), the lanes paired (0 with 1, 2 with 3), then
- * the up to three remaining elements. In all but the last, subnormal inputs, products and sums count
- * as zeros of their sign, on every processor and whatever its floating point is set to.
+ * the up to three remaining elements. In all but the last, subnormal inputs, products and sums
+ * count as zeros of their sign, on every processor and whatever its floating point is set to.
  *
  * @param n  elements; 0 and below give 0 without reading anything
  */
 ORVO_API float ArmACalcDistanceFloat(const float* a, const float* b, int32_t n);
 
-/* ---- Re-layout of int8 weights for a blocked matrix product ------------------------------------
- */
+/* ---- Re-layout of int8 weights for a blocked matrix product ---------------------------------- */
 
 /**
  * Weaves the weights of a 1 x 1 convolution: four filters at a time, so that one load brings the
@@ -308,15 +318,22 @@ ORVO_API float ArmACalcDistanceFloat(const float* a, const float* b, int32_t n);
  *
  * @param weights  @p outch rows of @p inch bytes
  * @param output   outch / 4 + outch % 4 slots of 16 * (inch / 4 + inch % 4) bytes: one for each
- * four filters (for each element the bytes of the four), then one for each leftover filter (its
- * bytes as they are). Bytes of a slot beyond these stay untouched. Must not overlap @p weights.
+ *                 four filters (for each element the bytes of the four), then one for each leftover
+ *                 filter (its bytes as they are). Bytes of a slot beyond these stay untouched. Must
+ *                 not overlap @p weights. For filters a to e:
+ *
+ *       | a0 b0 c0 d0 | a1 b1 c1 d1 | ... | untouched | e0 e1 e2 ... | untouched |
+ *         slot 0                                        slot 1
  *
  * Nothing is written if an address is null or a count below 1.
  */
 ORVO_API void conv1x1s1_sgemm_transform_kernel_int8_neon_32(const int8_t* weights, int32_t inch,
                                                             int32_t outch, int8_t* output);
 
-/** The same with pairs of elements: two of filter 0, two of filter 1 ... then an odd last one each.
+/**
+ * The same with pairs of elements, then an odd last one of each filter:
+ *
+ *       | a0 a1 b0 b1 c0 c1 d0 d1 | a2 a3 b2 b3 c2 c3 d2 d3 | a4 b4 c4 d4 | untouched | e0 e1 ...
  */
 ORVO_API void conv1x1s1_sgemm_transform_kernel_int8_neon_64(const int8_t* weights, int32_t inch,
                                                             int32_t outch, int8_t* output);

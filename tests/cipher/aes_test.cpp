@@ -13,7 +13,6 @@ namespace {
 
 using orvo_test::GuardedBuffer;
 using orvo_test::Hex;
-using orvo_test::Random;
 using Bytes = std::vector<uint8_t>;
 
 AES_ctx Context(const std::string& key) {

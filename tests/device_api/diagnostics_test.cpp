@@ -49,14 +49,14 @@ TEST(DeviceDiagnostics, AreTwoWritesPrefixThenMessage) {
     ExpectPair(one, 0, "kova_fr_deinit", "fr already deinited\n");
 
     const std::vector<std::string> two =
-        Writes([] { kova_fr_extract_obj_feature(nullptr, 0, nullptr); });
+        Writes([] { return kova_fr_extract_obj_feature(nullptr, 0, nullptr); });
     ASSERT_EQ(two.size(), 4u);
     ExpectPair(two, 0, "fr_check_image", "Error: obj_img null!\n");
     ExpectPair(two, 2, "kova_fr_extract_obj_feature", "check image failed!\n");
 
     const Feature feature{};
     const std::vector<std::string> withValues =
-        Writes([&] { kova_fr_get_distance(feature.data(), -7, nullptr, 0, nullptr); });
+        Writes([&] { return kova_fr_get_distance(feature.data(), -7, nullptr, 0, nullptr); });
     ASSERT_EQ(withValues.size(), 2u);
     ExpectPair(withValues, 0, "kova_fr_get_distance", "Error: feature_a_len(-7) must be 128!\n");
 }
@@ -81,12 +81,12 @@ TEST(DeviceDiagnostics, NameTheLineThatReports) {
     };
     const Feature feature{};
     const float* const good = feature.data();
-    const int first =
-        lineOf(Writes([&] { kova_fr_get_distance(nullptr, 128, good, 128, nullptr); }).at(0));
+    const int first = lineOf(
+        Writes([&] { return kova_fr_get_distance(nullptr, 128, good, 128, nullptr); }).at(0));
     const int second =
-        lineOf(Writes([&] { kova_fr_get_distance(good, 127, good, 128, nullptr); }).at(0));
-    const int third =
-        lineOf(Writes([&] { kova_fr_get_distance(good, 128, nullptr, 128, nullptr); }).at(0));
+        lineOf(Writes([&] { return kova_fr_get_distance(good, 127, good, 128, nullptr); }).at(0));
+    const int third = lineOf(
+        Writes([&] { return kova_fr_get_distance(good, 128, nullptr, 128, nullptr); }).at(0));
     EXPECT_GT(first, 0);
     EXPECT_LT(first, second);
     EXPECT_LT(second, third);

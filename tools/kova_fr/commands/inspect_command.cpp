@@ -143,9 +143,10 @@ void DrawFeature(const Feature& feature, Canvas& canvas) {
     }
     const float end = std::max(0.1f, std::ceil(largest * 10) / 10);
     const int32_t left = kWidth - kMargin - kBarPitch * static_cast<int32_t>(feature.size());
-    const int32_t zero = kBarsTop + kBarsHeight / 2;
+    constexpr int32_t kLongest = kBarsHeight / 2;
+    const int32_t zero = kBarsTop + kLongest;
     const auto height = [end](float value) {
-        return static_cast<int32_t>(std::lround(value / end * (kBarsHeight / 2)));
+        return static_cast<int32_t>(std::lround(value / end * kLongest));
     };
     for (const float mark : {-end, 0.0f, end}) {
         const int32_t y = zero - height(mark);

@@ -13,9 +13,7 @@ namespace kova_cli {
 namespace {
 
 using kova_statistics::CurvePoint;
-using kova_statistics::ErrorsAt;
 using kova_statistics::Figures;
-using kova_statistics::Interval;
 
 // Told apart by people who see colours differently as well.
 constexpr const char* kBlue = "#0072b2";
