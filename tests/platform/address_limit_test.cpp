@@ -16,6 +16,8 @@ namespace {
 
 constexpr uint32_t kWorkingMemory = 1410052; // what the library asks for first
 constexpr uint32_t kFrame = 256 * 256;
+// Half of it fits the pool.
+constexpr uint64_t kWidestLimit = uint64_t{sizeof(void*) >= 8 ? 1400 : 160} << 20;
 
 uint64_t AddressesInUse() {
     unsigned long long pages = 0;
@@ -57,13 +59,13 @@ bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
 TEST(AddressLimit, LibrarysMemoryIsHandedOutWhereverThereIsRoomForIt) {
     constexpr uint64_t kNeeded = kWorkingMemory + 2 * kFrame;
     constexpr uint64_t kAllowance = 256 * 1024; // pages beside the windows, and the heap's records
-    for (uint64_t left = kNeeded + kAllowance; left < uint64_t{1400} << 20; left += left / 16) {
+    for (uint64_t left = kNeeded + kAllowance; left < kWidestLimit; left += left / 16) {
         EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, kFrame, kFrame})) << left;
     }
 }
 
 TEST(AddressLimit, HalfOfWhatIsLeftCanBeHandedOut) {
-    for (uint64_t left = uint64_t{8} << 20; left < uint64_t{1400} << 20; left *= 2) {
+    for (uint64_t left = uint64_t{8} << 20; left < kWidestLimit; left *= 2) {
         EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, static_cast<uint32_t>(left / 2)})) << left;
     }
 }

@@ -95,6 +95,24 @@ TEST_F(Failures, PictureWithoutStructure) {
     ExpectRefusedPicture(GreyPng(wall), expected);
 }
 
+// Faces in the dark are no walls.
+TEST_F(Failures, DarkFacesAreTaken) {
+    std::vector<std::string> arguments = {"extract"};
+    for (const auto& entry : std::filesystem::directory_iterator(ORVO_SAMPLES)) {
+        if (entry.path().extension() == ".png") {
+            Grey dark = DecodeGreyPng(ReadFile(entry.path().string()));
+            for (uint8_t& pixel : dark.pixels) {
+                pixel /= 3;
+            }
+            arguments.push_back(folder_ / entry.path().filename().string());
+            WriteFile(arguments.back(), GreyPng(dark));
+        }
+    }
+    ASSERT_EQ(arguments.size(), 37u);
+    const Outcome run = KovaFr(arguments);
+    EXPECT_EQ(run.status, 0) << run.err;
+}
+
 TEST_F(Failures, PartWithoutStructure) {
     Grey picture = Flat(512, 256, 60);
     const Grey pattern = Pattern(256, 256);

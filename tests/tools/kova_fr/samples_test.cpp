@@ -56,9 +56,9 @@ TEST(Samples, OneCallEqualsItsSteps) {
         const FrImage image = {picture.pixels.data(), 256, 256, 256};
         std::vector<float> feature(ORVO_FR_FEATURE_LENGTH);
         ASSERT_EQ(OrvoFrRun(&image, feature.data(), ORVO_FR_FEATURE_BYTES), ORVO_FR_OK);
-        EXPECT_EQ(std::memcmp(feature.data(), FeatureBySteps(image.addr).data(),
-                              ORVO_FR_FEATURE_BYTES),
-                  0);
+        EXPECT_EQ(
+            std::memcmp(feature.data(), FeatureBySteps(image.addr).data(), ORVO_FR_FEATURE_BYTES),
+            0);
         ++samples;
     }
     EXPECT_EQ(samples, 36);
