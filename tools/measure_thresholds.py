@@ -35,7 +35,7 @@ def framed(people, folder):
     sys.path.insert(0, str(ROOT))
     import cv2
 
-    from training.gallery import place
+    from training.evaluation.gallery import place
 
     for source in sorted(path for path in people.glob("*/*") if path.is_file()):
         picture = cv2.imread(str(source), cv2.IMREAD_GRAYSCALE)
