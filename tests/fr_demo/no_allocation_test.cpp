@@ -119,8 +119,11 @@ TEST_F(NoAllocation, HappensInARunOnPlainModels) {
 }
 
 TEST_F(NoAllocation, HappensInInitialisationAndSetup) {
-    EXPECT_EQ(AllocationsDuring([] { OrvoFrInit(); }), 0);
-    EXPECT_EQ(AllocationsDuring([&] { OrvoFrSetMemory(memory_.data(), 1410052); }), 0);
+    int32_t status = -1;
+    EXPECT_EQ(AllocationsDuring([&] { status = OrvoFrInit(); }), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(AllocationsDuring([&] { status = OrvoFrSetMemory(memory_.data(), 1410052); }), 0);
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(
         AllocationsDuring([&] { OrvoFrGetDistance(feature_.data(), 512, feature_.data(), 512); }),
         0);
