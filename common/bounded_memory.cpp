@@ -42,9 +42,3 @@ __attribute__((weak, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t
 __attribute__((weak, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize, int value,
                                                                size_t count);
 }
-
-#if defined(__EMSCRIPTEN__)
-bool orvo::BoundedMemoryIsOwn() {
-    return &memcpy_s == &orvo_own_memcpy_s && &memset_s == &orvo_own_memset_s;
-}
-#endif

@@ -91,26 +91,63 @@ bool ResizeBorderRow(const uint8_t* srcRow, const Axis& columns, uint8_t* dstRow
     return true;
 }
 
-// A row between the borders: interpolated between two source rows, and between columns where the
-// position lies inside the source.
-void ResizeMiddleRow(const uint8_t* upper, const uint8_t* lower, int32_t rowLevel,
-                     const Axis& columns, uint8_t* dstRow) {
-    const int32_t middleEnd = columns.dstSize - columns.border;
-    const int16_t* edge = g_bilinLUT[rowLevel][0];
-    int32_t x = 0;
-    for (; x < columns.border; ++x) {
-        dstRow[x] = ToPixel(edge[0] * upper[0] + edge[2] * lower[0] + kHalf);
+// The rows between the borders, each interpolated between two source rows.
+struct MiddleRows {
+    const uint8_t* src;
+    int32_t srcStride;
+    Axis axis;
+    uint8_t* dst;
+    int32_t dstWidth;
+};
+
+// Calls make(upper, lower, level, dstRow) for each of them.
+template <typename Make>
+void ForMiddleRows(const MiddleRows& rows, const Make& make) {
+    const int32_t bottom = rows.axis.dstSize - rows.axis.border;
+    float position = rows.axis.start;
+    for (int32_t y = rows.axis.border; y < bottom; ++y, position += rows.axis.step) {
+        const Position p = Locate(rows.axis, position);
+        make(rows.src + static_cast<ptrdiff_t>(p.pixel) * rows.srcStride,
+             rows.src + static_cast<ptrdiff_t>(p.next) * rows.srcStride, p.level,
+             rows.dst + static_cast<size_t>(y) * static_cast<size_t>(rows.dstWidth));
     }
-    float position = columns.start;
-    for (; x < middleEnd; ++x, position += columns.step) {
-        const Position p = Locate(columns, position);
-        const int16_t* w = g_bilinLUT[rowLevel][p.level];
-        dstRow[x] = ToPixel(w[0] * upper[p.pixel] + w[1] * upper[p.next] + w[2] * lower[p.pixel] +
-                            w[3] * lower[p.next] + kHalf);
-    }
+}
+
+// The columns at both ends whose positions lie outside the source.
+void ResizeMiddleEdges(const MiddleRows& rows, const Axis& columns) {
     const int32_t last = columns.srcSize - 1;
-    for (; x < columns.dstSize; ++x) {
-        dstRow[x] = ToPixel(edge[0] * upper[last] + edge[2] * lower[last] + kHalf);
+    const int32_t rightEdge = std::max(columns.border, columns.dstSize - columns.border);
+    ForMiddleRows(
+        rows, [&](const uint8_t* upper, const uint8_t* lower, int32_t level, uint8_t* dstRow) {
+            const int16_t* edge = g_bilinLUT[level][0];
+            const uint8_t left = ToPixel(edge[0] * upper[0] + edge[2] * lower[0] + kHalf);
+            const uint8_t right = ToPixel(edge[0] * upper[last] + edge[2] * lower[last] + kHalf);
+            std::fill(dstRow, dstRow + columns.border, left);
+            std::fill(dstRow + rightEdge, dstRow + columns.dstSize, right);
+        });
+}
+
+// The others, in strips of columns that are located once for all rows.
+void ResizeMiddleColumns(const MiddleRows& rows, const Axis& columns) {
+    constexpr int32_t kStrip = 128;
+    const int32_t middleEnd = columns.dstSize - columns.border;
+    float position = columns.start;
+    for (int32_t first = columns.border; first < middleEnd; first += kStrip) {
+        const int32_t count = std::min(kStrip, middleEnd - first);
+        Position strip[kStrip];
+        for (int32_t i = 0; i < count; ++i, position += columns.step) {
+            strip[i] = Locate(columns, position);
+        }
+        ForMiddleRows(rows, [&](const uint8_t* upper, const uint8_t* lower, int32_t level,
+                                uint8_t* dstRow) {
+            const int16_t(*weights)[4] = g_bilinLUT[level];
+            for (int32_t i = 0; i < count; ++i) {
+                const Position& p = strip[i];
+                const int16_t* w = weights[p.level];
+                dstRow[first + i] = ToPixel(w[0] * upper[p.pixel] + w[1] * upper[p.next] +
+                                            w[2] * lower[p.pixel] + w[3] * lower[p.next] + kHalf);
+            }
+        });
     }
 }
 
@@ -159,13 +196,11 @@ void ImageResizeBilin(const uint8_t* src, uint8_t* dst, int32_t srcHeight, int32
         }
     }
 
-    const int32_t bottom = dstHeight - rows.border;
-    float position = rows.start;
-    for (int32_t y = rows.border; y < bottom; ++y, position += rows.step) {
-        const Position p = Locate(rows, position);
-        ResizeMiddleRow(srcRow(p.pixel), srcRow(p.next), p.level, columns, dstRow(y));
-    }
+    const MiddleRows middle{src, srcStride, rows, dst, dstWidth};
+    ResizeMiddleEdges(middle, columns);
+    ResizeMiddleColumns(middle, columns);
 
+    const int32_t bottom = dstHeight - rows.border;
     if (rows.border > 0) {
         uint8_t* const first = dstRow(bottom);
         if (!ResizeBorderRow(srcRow(srcHeight - 1), columns, first)) {

@@ -21,7 +21,7 @@
 // What differs from one instruction set to another is its scheme, a class with
 //
 //     Scheme(product)              constants of this product
-//     size_t GroupChannels()       the channels of a group, a multiple of four; the last may have fewer
+//     size_t GroupChannels()       the channels of a group, a multiple of four; of the last, at most
 //     Slab                         which pixels, and where they are packed; pixels() says how many
 //     Slab SlabFrom(pixel)         the next slab; none, of no pixels, where the scratch has no room
 //     void MakeReady(group)        the weights and starting sums of a group

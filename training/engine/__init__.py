@@ -12,7 +12,7 @@ from pathlib import Path
 
 import torch
 
-from ..layers import INPUT_SIZE, Add, Conv, MaxPool, Save
+from ..networks.layers import INPUT_SIZE, Add, Conv, MaxPool, Save
 from .mirror import Mirror, trunk
 
 _FOLDER = Path(__file__).parent

@@ -3,7 +3,7 @@
 one of integers, channels filled up to multiples of 32."""
 import torch
 
-from ..layers import AveragePool, Conv, MaxPool, Save
+from ..networks.layers import AveragePool, Conv, MaxPool, Save
 
 LANES = 32
 

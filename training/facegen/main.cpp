@@ -6,17 +6,18 @@
 #include <exception>
 #include <string>
 
-#include "shards.h"
-#include "sheet.h"
+#include "output/shards.h"
+#include "output/sheet.h"
 
 namespace {
 
 using facegen::Job;
 
 struct Options {
-    std::string assets;
+    std::string assets, shapes;
+    float scanned_share = 0.5F;
     Job job;
-    bool frames = false;
+    bool frames = false, bare = false;
 };
 
 CLI::App* add_command(CLI::App& app, Options& options, const char* name, const char* what) {
@@ -24,6 +25,15 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
     command->add_option("--assets", options.assets, "Folder with the head assets")
         ->required()
         ->check(CLI::ExistingDirectory);
+    CLI::Option* shapes =
+        command->add_option("--shapes", options.shapes, "Folder with a second space of head shapes")
+            ->check(CLI::ExistingDirectory);
+    command
+        ->add_option("--scanned-share", options.scanned_share,
+                     "Share of the people whom that space shapes")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0F, 1.0F))
+        ->needs(shapes);
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
         ->required()
@@ -58,6 +68,9 @@ int main(int argc, char** argv) {
             ->capture_default_str()
             ->check(CLI::PositiveNumber);
     }
+    for (CLI::App* command : {crops, frames}) {
+        command->add_flag("--bare", options.bare, "Bare heads in five even views: shape alone");
+    }
     frames->add_option("--empty", options.job.empty_share, "Share of pictures without a face")
         ->check(CLI::Range(0.0F, 1.0F));
     sheet->add_flag("--frames", options.frames, "Frames with their boxes instead of crops");
@@ -66,7 +79,11 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
 
     try {
-        const facegen::Studio studio = facegen::open_studio(options.assets);
+        facegen::Studio studio = facegen::open_studio(options.assets);
+        if (!options.shapes.empty()) {
+            facegen::add_shapes(studio, options.shapes, options.scanned_share);
+        }
+        studio.bare = options.bare;
         if (*crops || *frames) {
             options.job.view = *frames ? facegen::View::frame : facegen::View::crop;
             facegen::render_shards(studio, options.job);

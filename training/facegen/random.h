@@ -9,7 +9,16 @@ namespace facegen {
 
 // What a stream of random numbers is for. Each purpose has its own stream, so that a draw added to
 // one part of a picture leaves the others as they were.
-enum class Purpose : std::uint64_t { person, skin, hair, picture, background, occluder, camera };
+enum class Purpose : std::uint64_t {
+    person,
+    skin,
+    hair,
+    picture,
+    background,
+    occluder,
+    camera,
+    space
+};
 
 // A small generator of our own, because the distributions of the standard library differ between
 // its implementations.

@@ -5,7 +5,7 @@ import zlib
 
 import numpy as np
 
-from training.library import IMAGE, ROOT
+from training.networks.library import IMAGE, ROOT
 
 
 def read_grey_png(path):

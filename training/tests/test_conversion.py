@@ -5,49 +5,58 @@ from unittest import mock
 
 import numpy as np
 
-from training import layers
+from training.networks import layers
+from training.networks.walk import walk
 from training.tests import pictures
 
 try:
     import torch
     import torch.nn.functional as F
 
-    from training import conversion
-    from training.float_net import FloatNet, is_normalised, to_input
+    from training.export import conversion
+    from training.networks.float_net import FloatNet, is_normalised, to_input
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
 QUIET = 0.1  # factor on every layer's answers, so that none is cut off
 
 
-def walk(net, parameters, x):
-    """The network in real numbers without limits, from folded weights and biases in the units of the
+class RealNumbers:
+    """The operations without limits or rounding, from folded weights and biases in the units of the
     integers."""
-    shortcut = None
-    for op in net.ops:
-        if isinstance(op, layers.Conv):
-            w, bias = parameters[op.number]
-            bias = (bias - 0.5).view(1, -1, *[1] * (x.dim() - 2))
-            if op.kind == "dense":
-                x = F.linear(x.flatten(1), w) / 2.0**op.shift + bias.view(1, -1)
-            else:
-                groups = op.outputs if op.kind in ("depthwise", "global") else 1
-                padding = 1 if op.kind in ("full", "depthwise") else 0
-                x = F.conv2d(x, w, stride=op.stride, padding=padding, groups=groups) / 2.0**op.shift
-                x = x + bias
-            x = x.clamp(min=0) if op.rectified else x
-        elif isinstance(op, layers.Save):
-            shortcut = x
-        elif isinstance(op, layers.Add):
-            missing = x.shape[1] - shortcut.shape[1]
-            shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, missing))
-            x = x * 2.0**op.branch_shift + shortcut * 2.0**op.shortcut_shift
-            x = x / 2.0**op.out_shift
-        elif isinstance(op, layers.MaxPool):
-            x = F.max_pool2d(x, 2, op.stride)
+
+    def __init__(self, parameters):
+        self.parameters = parameters
+
+    def layer(self, op, x):
+        w, bias = self.parameters[op.number]
+        bias = (bias - 0.5).view(1, -1, *[1] * (x.dim() - 2))
+        if op.kind == "dense":
+            x = F.linear(x.flatten(1), w) / 2.0**op.shift + bias.view(1, -1)
         else:
-            x = x.mean((2, 3), keepdim=True) * 2.0**op.shift
-    return x.flatten(1)
+            groups = op.outputs if op.kind in ("depthwise", "global") else 1
+            padding = 1 if op.kind in ("full", "depthwise") else 0
+            x = F.conv2d(x, w, stride=op.stride, padding=padding, groups=groups) / 2.0**op.shift
+            x = x + bias
+        return x.clamp(min=0) if op.rectified else x
+
+    @staticmethod
+    def add(op, branch, shortcut):
+        shortcut = F.pad(shortcut, (0, 0, 0, 0, 0, branch.shape[1] - shortcut.shape[1]))
+        total = branch * 2.0**op.branch_shift + shortcut * 2.0**op.shortcut_shift
+        return total / 2.0**op.out_shift
+
+    @staticmethod
+    def maximum(op, x):
+        return F.max_pool2d(x, 2, op.stride)
+
+    @staticmethod
+    def average(op, x):
+        return x.mean((2, 3), keepdim=True) * 2.0**op.shift
+
+
+def answers(net, parameters, x):
+    return walk(net.ops, RealNumbers(parameters), x).flatten(1)
 
 
 def made(network):
@@ -80,7 +89,7 @@ class Conversion(unittest.TestCase):
                     if is_normalised(op):
                         getattr(net, f"gain{op.number}").mul_(QUIET)
                 expected = net(x)
-                answer = walk(net, conversion.folded(net), 128 * x.double()) / 128
+                answer = answers(net, conversion.folded(net), 128 * x.double()) / 128
             self.assertLess(max(largest), 127 / 128, network)
             scale = float(expected.abs().max())
             np.testing.assert_allclose(answer, expected, atol=1e-4 * scale, err_msg=network)
@@ -93,8 +102,8 @@ class Conversion(unittest.TestCase):
                 changed, before, after = conversion.rescale(net, parameters, x)
             self.assertLess(after, before, network)
             with torch.no_grad():
-                expected = walk(net, parameters, 128 * x.double())
-                answer = walk(net, changed, 128 * x.double())
+                expected = answers(net, parameters, 128 * x.double())
+                answer = answers(net, changed, 128 * x.double())
             np.testing.assert_allclose(answer, expected, rtol=1e-8, atol=1e-8, err_msg=network)
             differs = [n for n in parameters if not torch.equal(parameters[n][0], changed[n][0])]
             self.assertGreater(len(differs), len(parameters) // 2, network)

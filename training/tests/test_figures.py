@@ -4,8 +4,9 @@ import unittest
 
 import numpy as np
 
-from training import metrics
-from training.pairs import Pairs, area, equal_error, figures, tar_at, verification_accuracy
+from training.evaluation import metrics
+from training.evaluation.cone import cone_figures
+from training.evaluation.pairs import Pairs, area, equal_error, figures, tar_at, verification_accuracy
 
 
 def _people(count, each, spread, seed=0):
@@ -68,6 +69,27 @@ class Figures(unittest.TestCase):
         self.assertGreater(accuracy, 0.8)
         self.assertLess(accuracy, 1.0)
         self.assertGreater(error, 0.0)
+
+
+class Cone(unittest.TestCase):
+    def test_what_strangers_share_moves_threshold_and_mean(self):
+        people, features = _people(20, 5, spread=0.1)
+        apart = cone_figures(features, people)
+        self.assertLess(abs(apart["mean_of_strangers"]), 0.05)
+        shared = features + 0.1 * features[:1] * 10
+        shared /= np.linalg.norm(shared, axis=1, keepdims=True)
+        threshold = apart["thresholds"]["0.01"]
+        cone = cone_figures(shared, people, [threshold])
+        self.assertGreater(cone["mean_of_strangers"], 0.3)
+        self.assertGreater(cone["length_of_mean"], apart["length_of_mean"] + 0.3)
+        self.assertGreater(cone["at"][f"{threshold:g}"]["false_accepts"], 0.5)
+
+    def test_thresholds_give_the_rates_they_are_named_by(self):
+        people, features = _people(60, 4, spread=2.0)
+        cone = cone_figures(features, people)
+        again = cone_figures(features, people, [cone["thresholds"]["0.01"]])
+        (entry,) = again["at"].values()
+        self.assertAlmostEqual(entry["false_accepts"], 0.01, places=3)
 
 
 if __name__ == "__main__":

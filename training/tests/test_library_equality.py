@@ -4,8 +4,9 @@ import unittest
 
 import numpy as np
 
-from training import integer_net, tensors
-from training.library import ALIGN, CROP, ROOT, Library
+from training.export import tensors
+from training.networks import integer_net
+from training.networks.library import ALIGN, CROP, ROOT, Library
 from training.tests import pictures
 
 COUNT = 200

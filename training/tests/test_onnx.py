@@ -4,15 +4,16 @@ import unittest
 
 import numpy as np
 
-from training import integer_net, tensors
-from training.library import ALIGN, CROP, ROOT, Library
+from training.export import tensors
+from training.networks import integer_net
+from training.networks.library import ALIGN, CROP, ROOT, Library
 from training.tests import pictures
 
 try:
     import cv2
     import onnx
 
-    from training import export_onnx
+    from training.export import export_onnx
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 

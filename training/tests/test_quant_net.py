@@ -4,31 +4,23 @@ import unittest
 
 import numpy as np
 
-from training import integer_net, layers, tensors
-from training.library import ROOT
+from training.export import tensors
+from training.networks import integer_net, layers
+from training.networks.library import ROOT
 from training.tests import pictures
 
 try:
     import torch
 
     from training import engine
-    from training.quant_net import QuantNet, split_planes, to_input
+    from training.networks.quant_net import from_tensors, split_planes, to_input
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
 
 def load(network):
-    net = QuantNet(network)
     model = tensors.read(ROOT / "models" / f"{network}.safetensors")
-    with torch.no_grad():
-        for op in net.convs:
-            weight = torch.from_numpy(model[f"{op.number}.weight"].astype(np.float32))
-            if op.kind == "full":
-                weight = weight.sum(1, keepdim=True)
-            getattr(net, f"w{op.number}").copy_(weight)
-            bias = torch.from_numpy(model[f"{op.number}.bias"].astype(np.float64))
-            getattr(net, f"beta{op.number}").copy_(bias * 2.0**-op.shift)
-    return net, model
+    return from_tensors(network, model), model
 
 
 class QuantNetEquality(unittest.TestCase):

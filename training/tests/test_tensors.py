@@ -5,8 +5,9 @@ from pathlib import Path
 
 import numpy as np
 
-from training import layers, tensors
-from training.library import ROOT
+from training.export import tensors
+from training.networks import layers
+from training.networks.library import ROOT
 
 
 class Tensors(unittest.TestCase):

@@ -10,15 +10,19 @@ from unittest import mock
 
 import numpy as np
 
-from training import integer_net, layers, tensors
+from training.export import tensors
+from training.networks import integer_net, layers
+from training.networks.library import ROOT
 from training.tests import pictures
 
 try:
     import matplotlib  # noqa: F401  (draws the curves)
     import torch
 
-    from training import train_float, train_quantised
-    from training.augment import CROP, STORED, Augmenter, Strength, centre_crop
+    from training.data.augment import CROP, STORED, Augmenter, Strength, centre_crop
+    from training.data.shards import FOLDER_PEOPLE, PeopleSampler, Shards
+    from training.trainers import train_align, train_float, train_quantised
+    from training.trainers.losses import shared_direction
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
@@ -35,8 +39,12 @@ def write_shard(folder, number, first_person):
 
 
 def run(module, *arguments):
+    return run_plain(module, *arguments, "--people", 2, "--each", 4, "--plain")
+
+
+def run_plain(module, *arguments):
     said = io.StringIO()
-    argv = ["training", *map(str, arguments), "--people", 2, "--each", 4, "--plain"]
+    argv = ["training", *arguments]
     with mock.patch.object(sys, "argv", list(map(str, argv))), contextlib.redirect_stdout(said):
         module.main()
     return said.getvalue()
@@ -71,6 +79,38 @@ class Trainings(unittest.TestCase):
             self.assertEqual(features.shape, (2, 128))
             self.assertGreater(int(np.abs(features).max()), 0)
 
+    def test_an_integer_network_goes_on_and_may_be_drawn_by_kind_and_cell(self):
+        with tempfile.TemporaryDirectory() as name:
+            one, other, out = (Path(name) / part for part in ("one", "other", "out"))
+            for folder in (one, other):
+                folder.mkdir()
+                write_shard(folder, 0, 0)
+            start = ROOT / "models" / "fr.safetensors"
+            options = ("--model", start, "--kinds", "--cells", 0.5, "--shared", 1.0)
+            warp = ("--corners", 0.04, "--coarse", 0.5)
+            run(train_quantised, "--data", one, other, "--out", out, "--views", 16, *options, *warp)
+            before, after = tensors.read(start), tensors.read(out / "fr.safetensors")
+            self.assertEqual(list(before), list(after))
+            moved = [n for n in before if not np.array_equal(before[n], after[n])]
+            self.assertGreater(len(moved), 0)
+            # Two steps move nothing far.
+            far = max(np.abs(before[n].astype(int) - after[n]).max() for n in before if "weight" in n)
+            self.assertLess(far, 8)
+
+    def test_batches_of_a_kind_are_from_one_folder_and_of_a_cell_are_alike(self):
+        with tempfile.TemporaryDirectory() as name:
+            one, other = Path(name) / "one", Path(name) / "other"
+            for folder in (one, other):
+                folder.mkdir()
+                write_shard(folder, 0, 0)
+            sampler = PeopleSampler(Shards([one, other]), 4, 2, 0.0, 1, kinds=True, cells=0.5)
+            kinds = set()
+            for _ in range(12):
+                people = sampler._next_people()
+                self.assertEqual(len({person // FOLDER_PEOPLE for person in people}), 1)
+                kinds.add(people[0] // FOLDER_PEOPLE)
+            self.assertEqual(kinds, {0, 1})
+
     def test_a_shard_without_its_labels_is_not_taken(self):
         with tempfile.TemporaryDirectory() as name:
             data = Path(name)
@@ -78,6 +118,38 @@ class Trainings(unittest.TestCase):
             (data / "crops-00000.labels.npy").unlink()
             with self.assertRaisesRegex(SystemExit, "no people with two or more pictures"):
                 run(train_float, "--data", data, "--out", data / "out", "--views", 8)
+
+
+class AlignmentTraining(unittest.TestCase):
+    def test_from_frames_to_integers_with_a_stop_in_each_stage(self):
+        with tempfile.TemporaryDirectory() as name:
+            data, out = Path(name) / "data", Path(name) / "out"
+            data.mkdir()
+            frames = pictures.synthetic(48, seed=5)
+            labels = np.zeros((len(frames), 16), np.float32)
+            labels[:, 0] = np.arange(len(frames))
+            labels[:, 1:4] = (64, 60, 120)
+            np.save(data / "frames-00000.pictures.npy", frames)
+            np.save(data / "frames-00000.labels.npy", labels)
+            options = ("--data", data, "--out", out, "--batch", 8, "--plain", "--held-out", 0.2)
+            said = [
+                run_plain(train_align, *options, "--views", views, "--integer-views", integer_views)
+                for views, integer_views in ((16, 16), (16, 32))
+            ]
+            self.assertNotIn("resumed", said[0])
+            self.assertIn("resumed at 16 views", said[1])
+            model = tensors.read(out / "align.safetensors")
+            small = pictures.synthetic(2, layers.INPUT_SIZE["align"], seed=9)
+            self.assertEqual(integer_net.forward("align", model, small).shape, (2, 4))
+
+
+class Losses(unittest.TestCase):
+    def test_what_strangers_share_is_their_mean_score_squared(self):
+        people = torch.tensor([0, 0, 1, 1])
+        features = torch.tensor([[1.0, 0.0], [1.0, 0.0], [1.0, 1.0], [1.0, 1.0]])
+        self.assertAlmostEqual(float(shared_direction(features, people)), 0.5, places=5)
+        features[2:] = torch.tensor([-1.0, 0.0])
+        self.assertEqual(float(shared_direction(features, people)), 0.0)
 
 
 class Augmentation(unittest.TestCase):

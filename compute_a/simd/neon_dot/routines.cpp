@@ -4,8 +4,8 @@
 //
 //     convolution    6.4   2.7   1.3
 //     pointwise     32.4  10.7   4.7
-//     depthwise     36.0   4.0   3.1
-//     in all        78.7  18.5  10.1
+//     depthwise     36.0   4.4   3.1
+//     in all        78.7  18.8  10.1
 #include "compute_a/simd/neon_dot/routines.h"
 
 #include "compute_a/simd/neon/routines.h"

@@ -9,6 +9,7 @@
 #include "commands/face_options.h"
 #include "files/failure.h"
 #include "layer_times/path_times.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 #include "timing/child.h"
 #include "timing/machine.h"

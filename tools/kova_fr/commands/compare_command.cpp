@@ -6,6 +6,7 @@
 #include "commands/commands.h"
 #include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

@@ -7,6 +7,7 @@
 #include "commands/face_options.h"
 #include "files/failure.h"
 #include "gallery/gallery.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

@@ -5,6 +5,7 @@
 
 #include "commands/commands.h"
 #include "commands/face_options.h"
+#include "terminal/json_line.h"
 
 namespace kova_cli {
 namespace {

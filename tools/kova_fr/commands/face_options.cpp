@@ -168,8 +168,4 @@ nlohmann::ordered_json PictureJson(const Face& face) {
               {"height", face.box.height}}}};
 }
 
-std::string JsonLine(const nlohmann::ordered_json& json) {
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
-
 } // namespace kova_cli

@@ -43,8 +43,4 @@ Inspection InspectOne(const Recogniser& recogniser, const FaceOptions& options);
 // One picture as the commands describe it in JSON.
 nlohmann::ordered_json PictureJson(const Face& face);
 
-// One line. Bytes of file names that are no UTF-8 are replaced; numbers that are not finite, which
-// JSON cannot say, become null.
-std::string JsonLine(const nlohmann::ordered_json& json);
-
 } // namespace kova_cli

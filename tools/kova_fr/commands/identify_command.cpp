@@ -9,6 +9,7 @@
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
 #include "gallery/gallery.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

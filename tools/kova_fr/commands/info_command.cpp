@@ -10,6 +10,7 @@
 #include "faces/face.h"
 #include "files/output_file.h"
 #include "orvo/cipher.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

@@ -8,6 +8,7 @@
 #include "commands/face_options.h"
 #include "faces/digest.h"
 #include "pictures/canvas.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "asset_files.h"
+#include "head/asset_files.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "head_model.h"
+#include "head/head_model.h"
 
 namespace facegen {
 namespace {

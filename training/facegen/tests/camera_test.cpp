@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "camera.h"
+#include "render/camera.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "npy.h"
+#include "output/npy.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <stdexcept>
 
-#include "asset_files.h"
+#include "head/asset_files.h"
 
 namespace facegen {
 namespace {
@@ -25,6 +26,22 @@ TEST(Npy, HasAHeaderThatNumPyReadsAndThenTheBytes) {
     ASSERT_EQ(bytes.size(), 10 + header + sizeof values);
     EXPECT_EQ(std::memcmp(bytes.data() + 10 + header, values, sizeof values), 0);
     EXPECT_FALSE(std::filesystem::exists(file.string() + ".part"));
+    std::filesystem::remove(file);
+}
+
+TEST(Npy, ReadsWhatItWrote) {
+    const auto file = std::filesystem::temp_directory_path() / "facegen_npy_read_test.npy";
+    const float values[6] = {1, 2, 3, 4, 5, 6};
+    write_npy(file, "<f4", {2, 3}, values, sizeof values);
+    const NpyFile array = read_npy(file);
+    EXPECT_EQ(array.type, "<f4");
+    EXPECT_EQ(array.shape, (std::vector<std::size_t>{2, 3}));
+    ASSERT_EQ(array.bytes.size(), sizeof values);
+    EXPECT_EQ(array.data<float>()[5], 6.0F);
+    std::filesystem::resize_file(file, std::filesystem::file_size(file) - 1);
+    EXPECT_THROW(read_npy(file), std::runtime_error);
+    std::filesystem::resize_file(file, 4);
+    EXPECT_THROW(read_npy(file), std::runtime_error);
     std::filesystem::remove(file);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "rasteriser.h"
+#include "render/rasteriser.h"
 
 #include <gtest/gtest.h>
 

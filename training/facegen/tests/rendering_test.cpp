@@ -7,9 +7,9 @@
 #include <cstring>
 #include <numeric>
 
-#include "asset_files.h"
-#include "labels.h"
-#include "shards.h"
+#include "head/asset_files.h"
+#include "output/labels.h"
+#include "output/shards.h"
 
 namespace facegen {
 namespace {

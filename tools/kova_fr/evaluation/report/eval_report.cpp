@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
+#include "terminal/json_line.h"
 #include "terminal/label.h"
 
 namespace kova_cli {

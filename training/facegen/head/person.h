@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+#include "head/head_model.h"
+#include "head/identity.h"
+#include "skin/atlas.h"
+#include "skin/skin.h"
+#include "wear/hair.h"
+#include "wear/piece.h"
+
+namespace facegen {
+
+// Everything that all people share.
+struct Studio {
+    HeadModel model;
+    SkinKit kit;
+    std::vector<StreakTexture> streaks;
+    ShapeSpace space;        // empty: everybody is made of the targets
+    float scanned_share = 0; // of the people, who are shaped by `space`
+    bool bare = false;       // heads of one tone, without hair, brows and lashes: shape alone
+};
+
+Studio open_studio(const std::filesystem::path& assets);
+// Lets a share of the people be shaped by the space of that folder.
+void add_shapes(Studio& studio, const std::filesystem::path& shapes, float share);
+
+// A person, ready to be photographed.
+struct Person {
+    std::uint64_t seed = 0, number = 0;
+    Identity identity;
+    Shape shape;
+    Hairdress hairdress;
+    Hairiness hairiness;
+    Piece eyes, lashes, teeth, tongue;
+    Atlas atlas;
+};
+
+// Depends on the seed and the number alone.
+Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t number);
+
+} // namespace facegen

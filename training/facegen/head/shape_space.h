@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "random.h"
+#include "vec3.h"
+
+namespace facegen {
+
+// A second space of head shapes, learnt from scans of people and laid onto the base mesh by
+// `python3 -m training.data.register_shapes`: a neutral head, and components that vary together as
+// they do among people, each as large as its deviation. Points are those of the head model.
+struct ShapeSpace {
+    std::vector<Vec3> neutral;                 // shift of each point from the base mesh
+    std::vector<std::vector<Vec3>> components; // shift of each point; the widest first
+
+    bool empty() const { return components.empty(); }
+};
+
+// `numbers`: by point of the head model, its number in the base mesh's file.
+ShapeSpace load_shape_space(const std::filesystem::path& folder,
+                            const std::vector<std::uint32_t>& numbers,
+                            const std::vector<Vec3>& base);
+
+// Moves points of the base mesh to a head drawn from the space.
+void add_scanned_shape(std::vector<Vec3>& points, const ShapeSpace& space, Random& random);
+
+} // namespace facegen

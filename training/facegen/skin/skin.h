@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "head/head_model.h"
+#include "head/head_regions.h"
+#include "head/identity.h"
+#include "skin/atlas.h"
+#include "skin/noise_fields.h"
+
+namespace facegen {
+
+// What painting skins needs, worked out once.
+struct SkinKit {
+    std::vector<NoiseField> broad, middling, fine;
+    std::vector<float> azimuth;                        // by texel
+    std::vector<std::uint8_t> lips, moustache, goatee; // by texel, 0 to 255
+    std::vector<std::int8_t> beard;     // depth inside the beard's region, 1/200 dm, clamped
+    std::vector<std::uint32_t> front;   // texels of the face proper
+    std::vector<std::uint32_t> stubble; // packed as the atlas is: density of stubble
+};
+
+SkinKit make_skin_kit(const HeadModel& model);
+
+enum class BeardStyle { none, shadow, moustache, goatee, full };
+
+struct Hairiness {
+    Hairline hairline;
+    float scalp = 1; // how much of the scalp the painted hair hides
+    BeardStyle beard = BeardStyle::none;
+    float beard_density = 0;
+};
+
+// Paints the skin tile of the atlas.
+void paint_skin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+                const Hairiness& hairiness, Random& random);
+
+// Paints eyes, teeth and tongue.
+void paint_eyes_and_mouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
+                          Random& random);
+
+} // namespace facegen
