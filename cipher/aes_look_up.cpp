@@ -3,7 +3,7 @@
 // AES-128 decryption by one table of words: for each byte its inverse substitution and its share of
 // the inverse column mixing. A column takes four look-ups, three of them rotated. For processors
 // without AES instructions. Compiled without early scheduling (cmake/InstructionSets.cmake),
-// opening the models takes 42 instructions a byte on 32-bit ARM, 48 with it.
+// opening the models takes 41 instructions a byte on 32-bit ARM, 48 with it.
 #include <bit>
 
 #include "cipher/aes_routines.h"

@@ -18,6 +18,7 @@
 #include <limits>
 #include <map>
 
+#include "bench/network_input.h"
 #include "bench/peers/peer.h"
 #include "compute_a/routines.h"
 #include "orvo/orvo_fr.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Forward and backward pass of a network up to its head, for training on a processor
-// with AVX-512. Called from training/engine.py.
+// with AVX-512. Called from __init__.py beside it.
 #include <omp.h>
 #include <sys/mman.h>
 
