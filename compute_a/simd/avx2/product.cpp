@@ -446,7 +446,7 @@ class Scheme {
     size_t mostTiles_;
     int8_t* packed_;
     Taken taken_ = Taken::kOne;
-    GroupWeights ready_;
+    GroupWeights ready_ = {};
 };
 
 template <typename Packing>
