@@ -51,9 +51,9 @@ inline size_t Steps(const MatrixProduct& p) {
 // Four channels and the weights of up to kChunkSteps steps. Where fewer than four are left over,
 // the others' weights are zero.
 struct GroupWeights {
-    const int8_t* weights;
-    size_t first;
-    size_t channels;
+    const int8_t* weights = nullptr;
+    size_t first = 0;
+    size_t channels = 0;
     int32_t bias[kGroup];
     alignas(32) int8_t steps[kChunkSteps][16];
 };
@@ -446,7 +446,7 @@ class Scheme {
     size_t mostTiles_;
     int8_t* packed_;
     Taken taken_ = Taken::kOne;
-    GroupWeights ready_ = {};
+    GroupWeights ready_;
 };
 
 template <typename Packing>
