@@ -120,8 +120,8 @@ TEST_F(NoAllocation, HappensInARunOnPlainModels) {
 
 TEST_F(NoAllocation, HappensInInitialisationAndSetup) {
     EXPECT_EQ(AllocationsDuring([] { EXPECT_EQ(OrvoFrInit(), 0); }), 0);
-    EXPECT_EQ(
-        AllocationsDuring([&] { EXPECT_EQ(OrvoFrSetMemory(memory_.data(), 1410052), 0); }), 0);
+    EXPECT_EQ(AllocationsDuring([&] { EXPECT_EQ(OrvoFrSetMemory(memory_.data(), 1410052), 0); }),
+              0);
     EXPECT_EQ(
         AllocationsDuring([&] { OrvoFrGetDistance(feature_.data(), 512, feature_.data(), 512); }),
         0);
