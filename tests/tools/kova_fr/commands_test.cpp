@@ -347,7 +347,7 @@ TEST_F(Commands, SamplePicturesAreTakenAndPeopleResembleThemselves) {
     }
     // 3 pairs of each of 12 people, and all other pairs.
     constexpr double kSamePairs = 12 * 3;
-    constexpr double kOtherPairs = 36 * 35 / 2 - kSamePairs;
+    constexpr double kOtherPairs = 36 * 35 / 2.0 - kSamePairs;
     EXPECT_GT(same / kSamePairs, different / kOtherPairs + 0.3);
 }
 
