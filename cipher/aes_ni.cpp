@@ -26,7 +26,7 @@ struct InverseKeys {
 
     explicit InverseKeys(const uint8_t* roundKeys) {
         key[0] = Load(roundKeys + kBlockSize * kAesRounds);
-        for (int round = 1; round < kAesRounds; ++round) {
+        for (size_t round = 1; round < kAesRounds; ++round) {
             key[round] = _mm_aesimc_si128(Load(roundKeys + kBlockSize * (kAesRounds - round)));
         }
         key[kAesRounds] = Load(roundKeys);
@@ -39,7 +39,7 @@ inline void Decrypt(const InverseKeys& keys, __m128i (&blocks)[Lanes]) {
     for (__m128i& block : blocks) {
         block = _mm_xor_si128(block, keys.key[0]);
     }
-    for (int round = 1; round < kAesRounds; ++round) {
+    for (size_t round = 1; round < kAesRounds; ++round) {
         for (__m128i& block : blocks) {
             block = _mm_aesdec_si128(block, keys.key[round]);
         }
@@ -67,7 +67,7 @@ inline __m128i DecryptCbcBlocks(const InverseKeys& keys, __m128i chain, uint8_t*
 
 void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     __m128i state = _mm_xor_si128(Load(block), Load(roundKeys));
-    for (int round = 1; round < kAesRounds; ++round) {
+    for (size_t round = 1; round < kAesRounds; ++round) {
         state = _mm_aesenc_si128(state, Load(roundKeys + kBlockSize * round));
     }
     Store(block, _mm_aesenclast_si128(state, Load(roundKeys + kBlockSize * kAesRounds)));
