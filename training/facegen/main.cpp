@@ -15,12 +15,12 @@ using facegen::Job;
 
 struct Options {
     std::string assets, shapes;
-    float scanned_share = 0.5F;
+    float scannedShare = 0.5f;
     Job job;
     bool frames = false, bare = false;
 };
 
-CLI::App* add_command(CLI::App& app, Options& options, const char* name, const char* what) {
+CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* what) {
     CLI::App* command = app.add_subcommand(name, what);
     command->add_option("--assets", options.assets, "Folder with the head assets")
         ->required()
@@ -29,10 +29,10 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
         command->add_option("--shapes", options.shapes, "Folder with a second space of head shapes")
             ->check(CLI::ExistingDirectory);
     command
-        ->add_option("--scanned-share", options.scanned_share,
+        ->add_option("--scanned-share", options.scannedShare,
                      "Share of the people whom that space shapes")
         ->capture_default_str()
-        ->check(CLI::Range(0.0F, 1.0F))
+        ->check(CLI::Range(0.0f, 1.0f))
         ->needs(shapes);
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
@@ -43,7 +43,7 @@ CLI::App* add_command(CLI::App& app, Options& options, const char* name, const c
         ->check(CLI::PositiveNumber);
     command->add_option("--seed", options.job.seed, "The same seed gives the same pictures")
         ->capture_default_str();
-    command->add_option("--first-person", options.job.first_person, "Number of the first person")
+    command->add_option("--first-person", options.job.firstPerson, "Number of the first person")
         ->capture_default_str();
     return command;
 }
@@ -55,43 +55,43 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     Options options;
     CLI::App* crops =
-        add_command(app, options, "crops", "shards of 128 x 128 pictures around faces");
+        AddCommand(app, options, "crops", "shards of 128 x 128 pictures around faces");
     CLI::App* frames =
-        add_command(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
-    CLI::App* sheet = add_command(app, options, "sheet", "a contact sheet, one row a person");
-    add_command(app, options, "people", "PNG files, one folder a person, and boxes.json");
+        AddCommand(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
+    CLI::App* sheet = AddCommand(app, options, "sheet", "a contact sheet, one row a person");
+    AddCommand(app, options, "people", "PNG files, one folder a person, and boxes.json");
     for (CLI::App* command : {crops, frames}) {
         command->add_option("--threads", options.job.threads, "Threads to render with")
             ->capture_default_str()
             ->check(CLI::Range(1, 256));
-        command->add_option("--shard-size", options.job.shard_size, "Pictures a shard")
+        command->add_option("--shard-size", options.job.shardSize, "Pictures a shard")
             ->capture_default_str()
             ->check(CLI::PositiveNumber);
     }
     for (CLI::App* command : {crops, frames}) {
         command->add_flag("--bare", options.bare, "Bare heads in five even views: shape alone");
     }
-    frames->add_option("--empty", options.job.empty_share, "Share of pictures without a face")
-        ->check(CLI::Range(0.0F, 1.0F));
+    frames->add_option("--empty", options.job.emptyShare, "Share of pictures without a face")
+        ->check(CLI::Range(0.0f, 1.0f));
     sheet->add_flag("--frames", options.frames, "Frames with their boxes instead of crops");
     sheet->add_flag("--clean", options.job.clean, "Without blur, noise and JPEG");
     sheet->add_flag("--plain", options.job.plain, "Clean, facing the camera, in even light");
     CLI11_PARSE(app, argc, argv);
 
     try {
-        facegen::Studio studio = facegen::open_studio(options.assets);
+        facegen::Studio studio = facegen::OpenStudio(options.assets);
         if (!options.shapes.empty()) {
-            facegen::add_shapes(studio, options.shapes, options.scanned_share);
+            facegen::AddShapes(studio, options.shapes, options.scannedShare);
         }
         studio.bare = options.bare;
         if (*crops || *frames) {
-            options.job.view = *frames ? facegen::View::frame : facegen::View::crop;
-            facegen::render_shards(studio, options.job);
+            options.job.view = *frames ? facegen::View::kFrame : facegen::View::kCrop;
+            facegen::RenderShards(studio, options.job);
         } else if (*sheet) {
-            options.job.view = options.frames ? facegen::View::frame : facegen::View::crop;
-            facegen::render_sheet(studio, options.job);
+            options.job.view = options.frames ? facegen::View::kFrame : facegen::View::kCrop;
+            facegen::RenderSheet(studio, options.job);
         } else {
-            facegen::render_people(studio, options.job);
+            facegen::RenderPeople(studio, options.job);
         }
     } catch (const std::exception& e) {
         std::fprintf(stderr, "facegen: %s\n", e.what());

@@ -19,10 +19,10 @@ struct Picture {
           channels(c),
           pixels(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) *
                  static_cast<std::size_t>(c)) {}
-    std::uint8_t* at(int x, int y) {
+    std::uint8_t* At(int x, int y) {
         return pixels.data() + (static_cast<std::size_t>(y) * width + x) * channels;
     }
-    const std::uint8_t* at(int x, int y) const {
+    const std::uint8_t* At(int x, int y) const {
         return pixels.data() + (static_cast<std::size_t>(y) * width + x) * channels;
     }
 };

@@ -10,14 +10,14 @@ namespace facegen {
 // What a stream of random numbers is for. Each purpose has its own stream, so that a draw added to
 // one part of a picture leaves the others as they were.
 enum class Purpose : std::uint64_t {
-    person,
-    skin,
-    hair,
-    picture,
-    background,
-    occluder,
-    camera,
-    space
+    kPerson,
+    kSkin,
+    kHair,
+    kPicture,
+    kBackground,
+    kOccluder,
+    kCamera,
+    kSpace
 };
 
 // A small generator of our own, because the distributions of the standard library differ between
@@ -30,11 +30,11 @@ class Random {
     Random(std::uint64_t seed, std::uint64_t person, std::uint64_t picture, Purpose purpose)
         : state_(seed) {
         for (std::uint64_t part : {person, picture, static_cast<std::uint64_t>(purpose)}) {
-            state_ = next() ^ (part * 0xd1342543de82ef95ULL + 0x632be59bd9b4e019ULL);
+            state_ = Next() ^ (part * 0xd1342543de82ef95ULL + 0x632be59bd9b4e019ULL);
         }
     }
 
-    std::uint64_t next() {
+    std::uint64_t Next() {
         state_ += 0x9e3779b97f4a7c15ULL;
         std::uint64_t z = state_;
         z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
@@ -42,24 +42,24 @@ class Random {
         return z ^ (z >> 31);
     }
 
-    float uniform() { return static_cast<float>(next() >> 40) * 0x1p-24F; }
-    float uniform(float from, float to) { return from + (to - from) * uniform(); }
-    bool chance(float share) { return uniform() < share; }
-    int below(int count) {
-        return static_cast<int>((next() >> 33) % static_cast<std::uint64_t>(count));
+    float Uniform() { return static_cast<float>(Next() >> 40) * 0x1p-24F; }
+    float Uniform(float from, float to) { return from + (to - from) * Uniform(); }
+    bool Chance(float share) { return Uniform() < share; }
+    int Below(int count) {
+        return static_cast<int>((Next() >> 33) % static_cast<std::uint64_t>(count));
     }
-    float sign() { return chance(0.5F) ? 1.0F : -1.0F; }
+    float Sign() { return Chance(0.5f) ? 1.0f : -1.0f; }
 
-    float normal() {
-        const float u = 1.0F - uniform();
-        return std::sqrt(-2.0F * std::log(u)) * std::cos(6.28318531F * uniform());
+    float Normal() {
+        const float u = 1.0f - Uniform();
+        return std::sqrt(-2.0f * std::log(u)) * std::cos(6.28318531f * Uniform());
     }
-    float normal(float mean, float deviation) { return mean + deviation * normal(); }
+    float Normal(float mean, float deviation) { return mean + deviation * Normal(); }
     // Normal, but never further than `limit` deviations out: no monsters.
-    float normal_within(float deviation, float limit) {
-        float value = normal();
+    float NormalWithin(float deviation, float limit) {
+        float value = Normal();
         while (std::fabs(value) > limit) {
-            value = normal();
+            value = Normal();
         }
         return deviation * value;
     }

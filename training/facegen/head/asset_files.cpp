@@ -12,13 +12,13 @@
 namespace facegen {
 namespace {
 
-[[noreturn]] void fail(const std::string& name, int line, const std::string& what) {
+[[noreturn]] void Fail(const std::string& name, int line, const std::string& what) {
     throw std::runtime_error(name + ":" + std::to_string(line) + ": " + what);
 }
 
 // Calls visit(words, line number) for each line that is neither empty nor a comment.
 template <typename Visit>
-void for_each_line(std::string_view text, Visit visit) {
+void ForEachLine(std::string_view text, Visit visit) {
     std::vector<std::string_view> words;
     int number = 0;
     while (!text.empty()) {
@@ -44,7 +44,7 @@ void for_each_line(std::string_view text, Visit visit) {
 }
 
 template <typename Number>
-bool read_number(std::string_view word, Number& number) {
+bool ReadNumber(std::string_view word, Number& number) {
     if (!word.empty() && word.front() == '+') {
         word.remove_prefix(1);
     }
@@ -53,25 +53,25 @@ bool read_number(std::string_view word, Number& number) {
 }
 
 template <typename Number>
-Number number_of(std::string_view word, const std::string& name, int line) {
+Number NumberOf(std::string_view word, const std::string& name, int line) {
     Number number{};
-    if (!read_number(word, number)) {
-        fail(name, line, "\"" + std::string(word) + "\" is not a number");
+    if (!ReadNumber(word, number)) {
+        Fail(name, line, "\"" + std::string(word) + "\" is not a number");
     }
     return number;
 }
 
-Corner corner_of(std::string_view word, const std::string& name, int line) {
+Corner CornerOf(std::string_view word, const std::string& name, int line) {
     const std::size_t slash = word.find('/');
     Corner corner;
-    corner.point = number_of<std::uint32_t>(word.substr(0, slash), name, line);
+    corner.point = NumberOf<std::uint32_t>(word.substr(0, slash), name, line);
     if (slash != std::string_view::npos) {
         std::string_view rest = word.substr(slash + 1);
         rest = rest.substr(0, rest.find('/'));
-        corner.texture = rest.empty() ? 0 : number_of<std::uint32_t>(rest, name, line);
+        corner.texture = rest.empty() ? 0 : NumberOf<std::uint32_t>(rest, name, line);
     }
     if (corner.point == 0) {
-        fail(name, line, "points count from 1");
+        Fail(name, line, "points count from 1");
     }
     --corner.point;
     corner.texture -= corner.texture > 0 ? 1 : 0;
@@ -80,12 +80,12 @@ Corner corner_of(std::string_view word, const std::string& name, int line) {
 
 } // namespace
 
-ObjFile parse_obj(std::string_view text, const std::string& name) {
+ObjFile ParseObj(std::string_view text, const std::string& name) {
     ObjFile obj;
     int group = 0;
     obj.groups.emplace_back();
-    for_each_line(text, [&](const std::vector<std::string_view>& words, int line) {
-        const auto value = [&](std::size_t i) { return number_of<float>(words[i], name, line); };
+    ForEachLine(text, [&](const std::vector<std::string_view>& words, int line) {
+        const auto value = [&](std::size_t i) { return NumberOf<float>(words[i], name, line); };
         if (words[0] == "v" && words.size() >= 4) {
             obj.points.push_back({value(1), value(2), value(3)});
         } else if (words[0] == "vt" && words.size() >= 3) {
@@ -98,18 +98,18 @@ ObjFile parse_obj(std::string_view text, const std::string& name) {
             }
         } else if (words[0] == "f") {
             if (words.size() != 4 && words.size() != 5) {
-                fail(name, line, "a face has three or four corners");
+                Fail(name, line, "a face has three or four corners");
             }
             ObjFace face;
             face.corners = static_cast<int>(words.size()) - 1;
             face.group = group;
             for (int i = 0; i < face.corners; ++i) {
-                face.corner[i] = corner_of(words[i + 1], name, line);
+                face.corner[i] = CornerOf(words[i + 1], name, line);
                 if (face.corner[i].point >= obj.points.size()) {
-                    fail(name, line, "a face names a point that does not exist");
+                    Fail(name, line, "a face names a point that does not exist");
                 }
                 if (face.corner[i].texture >= std::max<std::size_t>(obj.texture.size(), 1)) {
-                    fail(name, line, "a face names a texture coordinate that does not exist");
+                    Fail(name, line, "a face names a texture coordinate that does not exist");
                 }
             }
             obj.faces.push_back(face);
@@ -118,22 +118,22 @@ ObjFile parse_obj(std::string_view text, const std::string& name) {
     return obj;
 }
 
-Fitting parse_fitting(std::string_view text, const std::string& name) {
+Fitting ParseFitting(std::string_view text, const std::string& name) {
     Fitting fitting;
-    bool in_points = false;
-    for_each_line(text, [&](const std::vector<std::string_view>& words, int line) {
+    bool inPoints = false;
+    ForEachLine(text, [&](const std::vector<std::string_view>& words, int line) {
         const auto index = [&](std::size_t i) {
-            return number_of<std::uint32_t>(words[i], name, line);
+            return NumberOf<std::uint32_t>(words[i], name, line);
         };
-        const auto value = [&](std::size_t i) { return number_of<float>(words[i], name, line); };
+        const auto value = [&](std::size_t i) { return NumberOf<float>(words[i], name, line); };
         std::uint32_t first = 0;
         if (words[0] == "verts") {
-            in_points = true;
+            inPoints = true;
         } else if (words.size() == 4 && words[0].size() == 7 && words[0].substr(1) == "_scale" &&
                    words[0][0] >= 'x' && words[0][0] <= 'z') {
             fitting.scale[static_cast<std::size_t>(words[0][0] - 'x')] = {index(1), index(2),
                                                                           value(3)};
-        } else if (in_points && read_number(words[0], first)) {
+        } else if (inPoints && ReadNumber(words[0], first)) {
             // Keyword lines may stand between the points, so that only numbers are taken for them.
             if (words.size() == 1) {
                 fitting.points.push_back({{first, first, first}, {1, 0, 0}, {}});
@@ -142,28 +142,28 @@ Fitting parse_fitting(std::string_view text, const std::string& name) {
                                           {value(3), value(4), value(5)},
                                           {value(6), value(7), value(8)}});
             } else {
-                fail(name, line, "a fitted point is one index or nine numbers");
+                Fail(name, line, "a fitted point is one index or nine numbers");
             }
         }
     });
     return fitting;
 }
 
-Target parse_target(std::string_view text, const std::string& name) {
+Target ParseTarget(std::string_view text, const std::string& name) {
     Target target;
-    for_each_line(text, [&](const std::vector<std::string_view>& words, int line) {
+    ForEachLine(text, [&](const std::vector<std::string_view>& words, int line) {
         if (words.size() != 4) {
-            fail(name, line, "a target line has four numbers");
+            Fail(name, line, "a target line has four numbers");
         }
-        target.point.push_back(number_of<std::uint32_t>(words[0], name, line));
-        target.shift.push_back({number_of<float>(words[1], name, line),
-                                number_of<float>(words[2], name, line),
-                                number_of<float>(words[3], name, line)});
+        target.point.push_back(NumberOf<std::uint32_t>(words[0], name, line));
+        target.shift.push_back({NumberOf<float>(words[1], name, line),
+                                NumberOf<float>(words[2], name, line),
+                                NumberOf<float>(words[3], name, line)});
     });
     return target;
 }
 
-std::string read_text(const std::filesystem::path& file) {
+std::string ReadText(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     if (!in) {
         throw std::runtime_error(file.string() + ": cannot be opened");
@@ -171,7 +171,7 @@ std::string read_text(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::string read_gzipped_text(const std::filesystem::path& file) {
+std::string ReadGzippedText(const std::filesystem::path& file) {
     gzFile in = gzopen(file.c_str(), "rb");
     if (in == nullptr) {
         throw std::runtime_error(file.string() + ": cannot be opened");

@@ -33,7 +33,7 @@ struct ObjFile {
     std::vector<ObjFace> faces;
 };
 
-ObjFile parse_obj(std::string_view text, const std::string& name);
+ObjFile ParseObj(std::string_view text, const std::string& name);
 
 // How something worn (eyes, hair) follows the base mesh: each of its points lies at a weighted sum
 // of three base points plus an offset.
@@ -52,7 +52,7 @@ struct Fitting {
     std::vector<Point> points;
 };
 
-Fitting parse_fitting(std::string_view text, const std::string& name);
+Fitting ParseFitting(std::string_view text, const std::string& name);
 
 // Points that a morph target moves, and how far.
 struct Target {
@@ -60,9 +60,9 @@ struct Target {
     std::vector<Vec3> shift;
 };
 
-Target parse_target(std::string_view text, const std::string& name);
+Target ParseTarget(std::string_view text, const std::string& name);
 
-std::string read_text(const std::filesystem::path& file);
-std::string read_gzipped_text(const std::filesystem::path& file);
+std::string ReadText(const std::filesystem::path& file);
+std::string ReadGzippedText(const std::filesystem::path& file);
 
 } // namespace facegen

@@ -12,17 +12,17 @@ class Composer {
     Composer(const HeadModel& model, Expression& expression)
         : model_(model), expression_(expression) {}
 
-    void add(const std::string& name, float weight) {
+    void Add(const std::string& name, float weight) {
         for (std::size_t i = 0; i < model_.units.size(); ++i) {
-            if (model_.units[i].name == name && weight > 0.02F) {
+            if (model_.units[i].name == name && weight > 0.02f) {
                 expression_.parts.push_back({i, weight});
                 expression_.strength += weight;
             }
         }
     }
-    void both(const std::string& before, const std::string& after, float weight, Random& random) {
-        add(before + "left" + after, weight * random.uniform(0.8F, 1.0F));
-        add(before + "right" + after, weight * random.uniform(0.8F, 1.0F));
+    void Both(const std::string& before, const std::string& after, float weight, Random& random) {
+        Add(before + "left" + after, weight * random.Uniform(0.8f, 1.0f));
+        Add(before + "right" + after, weight * random.Uniform(0.8f, 1.0f));
     }
 
   private:
@@ -32,84 +32,84 @@ class Composer {
 
 } // namespace
 
-Expression draw_expression(const HeadModel& model, Random& random) {
+Expression DrawExpression(const HeadModel& model, Random& random) {
     Expression e;
     Composer c(model, e);
-    const float kind = random.uniform();
-    if (kind < 0.25F) { // neutral, but for a trace
-        c.add("mouth-corner-puller", random.uniform(0.0F, 0.15F));
-    } else if (kind < 0.5F) { // a smile
-        const float much = random.uniform(0.2F, 1.0F);
-        c.add("mouth-corner-puller", much);
-        c.add("mouth-parling", random.chance(0.4F) ? random.uniform(0.0F, 0.5F) * much : 0.0F);
-        e.open_mouth = random.chance(0.4F) ? random.uniform(0.05F, 0.5F) * much : 0.0F;
-        c.both("eye-", "-slit", random.uniform(0.0F, 0.5F) * much, random);
-    } else if (kind < 0.65F) { // speaking
-        e.open_mouth = random.uniform(0.05F, 0.6F);
-        static constexpr const char* shapes[] = {"mouth-pursing", "mouth-protusion",
-                                                 "mouth-eversion", "mouth-part-later",
-                                                 "mouth-retraction"};
-        c.add(shapes[random.below(5)], random.uniform(0.0F, 0.6F));
-    } else if (kind < 0.74F) { // surprise
-        e.open_mouth = random.uniform(0.2F, 0.95F);
-        c.both("eyebrows-", "-up", random.uniform(0.3F, 1.0F), random);
-        c.both("eye-", "-opened-up", random.uniform(0.2F, 1.0F), random);
-    } else if (kind < 0.83F) { // anger or effort
-        c.both("eyebrows-", "-down", random.uniform(0.3F, 1.0F), random);
-        c.both("eye-", "-slit", random.uniform(0.0F, 0.6F), random);
-        c.add("nose-compression", random.uniform(0.0F, 0.6F));
-        c.add("mouth-compression", random.uniform(0.0F, 0.7F));
-    } else if (kind < 0.9F) { // sadness
-        c.both("eyebrows-", "-inner-up", random.uniform(0.2F, 0.9F), random);
-        c.add("mouth-depression", random.uniform(0.2F, 0.9F));
+    const float kind = random.Uniform();
+    if (kind < 0.25f) { // neutral, but for a trace
+        c.Add("mouth-corner-puller", random.Uniform(0.0f, 0.15f));
+    } else if (kind < 0.5f) { // a smile
+        const float much = random.Uniform(0.2f, 1.0f);
+        c.Add("mouth-corner-puller", much);
+        c.Add("mouth-parling", random.Chance(0.4f) ? random.Uniform(0.0f, 0.5f) * much : 0.0f);
+        e.openMouth = random.Chance(0.4f) ? random.Uniform(0.05f, 0.5f) * much : 0.0f;
+        c.Both("eye-", "-slit", random.Uniform(0.0f, 0.5f) * much, random);
+    } else if (kind < 0.65f) { // speaking
+        e.openMouth = random.Uniform(0.05f, 0.6f);
+        static constexpr const char* kShapes[] = {"mouth-pursing", "mouth-protusion",
+                                                  "mouth-eversion", "mouth-part-later",
+                                                  "mouth-retraction"};
+        c.Add(kShapes[random.Below(5)], random.Uniform(0.0f, 0.6f));
+    } else if (kind < 0.74f) { // surprise
+        e.openMouth = random.Uniform(0.2f, 0.95f);
+        c.Both("eyebrows-", "-up", random.Uniform(0.3f, 1.0f), random);
+        c.Both("eye-", "-opened-up", random.Uniform(0.2f, 1.0f), random);
+    } else if (kind < 0.83f) { // anger or effort
+        c.Both("eyebrows-", "-down", random.Uniform(0.3f, 1.0f), random);
+        c.Both("eye-", "-slit", random.Uniform(0.0f, 0.6f), random);
+        c.Add("nose-compression", random.Uniform(0.0f, 0.6f));
+        c.Add("mouth-compression", random.Uniform(0.0f, 0.7f));
+    } else if (kind < 0.9f) { // sadness
+        c.Both("eyebrows-", "-inner-up", random.Uniform(0.2f, 0.9f), random);
+        c.Add("mouth-depression", random.Uniform(0.2f, 0.9f));
     } else { // anything
         for (int i = 0; i < 3; ++i) {
             const auto unit =
-                static_cast<std::size_t>(random.below(static_cast<int>(model.units.size())));
-            const float weight = random.uniform(0.1F, 0.6F);
+                static_cast<std::size_t>(random.Below(static_cast<int>(model.units.size())));
+            const float weight = random.Uniform(0.1f, 0.6f);
             e.parts.push_back({unit, weight});
             e.strength += weight;
         }
     }
-    if (random.chance(0.12F)) {
-        c.both("eye-", "-closure", random.uniform(0.3F, 1.0F), random);
-    } else if (random.chance(0.3F)) {
-        c.both("eye-", "-slit", random.uniform(0.0F, 0.5F), random);
+    if (random.Chance(0.12f)) {
+        c.Both("eye-", "-closure", random.Uniform(0.3f, 1.0f), random);
+    } else if (random.Chance(0.3f)) {
+        c.Both("eye-", "-slit", random.Uniform(0.0f, 0.5f), random);
     }
-    if (random.chance(0.2F)) {
-        c.both("eyebrows-", "-extern-up", random.uniform(0.0F, 0.7F), random);
+    if (random.Chance(0.2f)) {
+        c.Both("eyebrows-", "-extern-up", random.Uniform(0.0f, 0.7f), random);
     }
-    c.add("mouth-open", e.open_mouth);
-    e.strength = std::min(1.0F, e.strength / 2.0F);
-    e.gaze_yaw = random.normal_within(0.16F, 2.2F);
-    e.gaze_pitch = random.normal_within(0.08F, 2.2F);
+    c.Add("mouth-open", e.openMouth);
+    e.strength = std::min(1.0f, e.strength / 2.0f);
+    e.gazeYaw = random.NormalWithin(0.16f, 2.2f);
+    e.gazePitch = random.NormalWithin(0.08f, 2.2f);
     return e;
 }
 
-Expression smile(const HeadModel& model, float strength) {
+Expression Smile(const HeadModel& model, float strength) {
     Expression e;
-    Composer(model, e).add("mouth-corner-puller", strength);
+    Composer(model, e).Add("mouth-corner-puller", strength);
     return e;
 }
 
-void strengthen(Expression& expression, float factor) {
+void Strengthen(Expression& expression, float factor) {
     for (Expression::Part& part : expression.parts) {
-        part.weight = std::min(factor * part.weight, std::max(part.weight, 1.2F));
+        part.weight = std::min(factor * part.weight, std::max(part.weight, 1.2f));
     }
-    expression.strength = std::min(1.0F, factor * expression.strength);
-    expression.open_mouth = std::min(1.0F, factor * expression.open_mouth);
+    expression.strength = std::min(1.0f, factor * expression.strength);
+    expression.openMouth = std::min(1.0f, factor * expression.openMouth);
 }
 
-void quieten_mouth(Expression& expression, const HeadModel& model) {
-    expression.open_mouth *= 0.1F;
+void QuietenMouth(Expression& expression, const HeadModel& model) {
+    expression.openMouth *= 0.1f;
     for (Expression::Part& part : expression.parts) {
         if (model.units[part.unit].name.starts_with("mouth")) {
-            part.weight *= 0.1F;
+            part.weight *= 0.1f;
         }
     }
 }
 
-void apply(const Expression& expression, const HeadModel& model, int ethnicity,
+void Apply(const Expression& expression, const HeadModel& model, int ethnicity,
            std::vector<Vec3>& points) {
     for (const Expression::Part& part : expression.parts) {
         const Target& target = model.units[part.unit].target[ethnicity];

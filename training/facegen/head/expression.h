@@ -15,23 +15,23 @@ struct Expression {
     };
     std::vector<Part> parts;
     float strength = 0; // about 0 to 1
-    float open_mouth = 0;
-    float gaze_yaw = 0, gaze_pitch = 0; // radians
+    float openMouth = 0;
+    float gazeYaw = 0, gazePitch = 0; // radians
 };
 
-Expression draw_expression(const HeadModel& model, Random& random);
+Expression DrawExpression(const HeadModel& model, Random& random);
 
 // A smile with the mouth shut.
-Expression smile(const HeadModel& model, float strength);
+Expression Smile(const HeadModel& model, float strength);
 
 // Makes it `factor` times as strong, as far as faces go.
-void strengthen(Expression& expression, float factor);
+void Strengthen(Expression& expression, float factor);
 
 // Keeps the mouth nearly shut, as under a mask.
-void quieten_mouth(Expression& expression, const HeadModel& model);
+void QuietenMouth(Expression& expression, const HeadModel& model);
 
 // Moves the points of a face whose dominant ethnicity is given.
-void apply(const Expression& expression, const HeadModel& model, int ethnicity,
+void Apply(const Expression& expression, const HeadModel& model, int ethnicity,
            std::vector<Vec3>& points);
 
 } // namespace facegen

@@ -17,13 +17,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t dropped = 0xffffffffU;
-constexpr const char* ethnicity_names[] = {"african", "asian", "caucasian"};
-constexpr const char* sex_names[] = {"female", "male"};
-constexpr const char* age_names[] = {"child", "young", "old"};
+constexpr std::uint32_t kDropped = 0xffffffffU;
+constexpr const char* kEthnicityNames[] = {"african", "asian", "caucasian"};
+constexpr const char* kSexNames[] = {"female", "male"};
+constexpr const char* kAgeNames[] = {"child", "young", "old"};
 
 // Files in a fixed order, since a folder's own order differs between machines.
-std::vector<fs::path> files_in(const fs::path& folder, const std::string& ending) {
+std::vector<fs::path> FilesIn(const fs::path& folder, const std::string& ending) {
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(folder)) {
         if (entry.path().filename().string().ends_with(ending)) {
@@ -34,7 +34,7 @@ std::vector<fs::path> files_in(const fs::path& folder, const std::string& ending
     return files;
 }
 
-std::vector<fs::path> folders_in(const fs::path& folder) {
+std::vector<fs::path> FoldersIn(const fs::path& folder) {
     std::vector<fs::path> folders;
     for (const auto& entry : fs::directory_iterator(folder)) {
         if (entry.is_directory()) {
@@ -45,56 +45,56 @@ std::vector<fs::path> folders_in(const fs::path& folder) {
     return folders;
 }
 
-ObjFile read_obj(const fs::path& file) { return parse_obj(read_text(file), file.string()); }
-Fitting read_fitting(const fs::path& file) { return parse_fitting(read_text(file), file.string()); }
+ObjFile ReadObj(const fs::path& file) { return ParseObj(ReadText(file), file.string()); }
+Fitting ReadFitting(const fs::path& file) { return ParseFitting(ReadText(file), file.string()); }
 
-Target read_target(const fs::path& file) {
-    return parse_target(read_gzipped_text(file), file.string());
+Target ReadTarget(const fs::path& file) {
+    return ParseTarget(ReadGzippedText(file), file.string());
 }
 
 // Texture coordinates 0 to 1 (v upwards) to texels of a tile.
-void place_in_tile(Surface& surface, const atlas::Tile& tile) {
+void PlaceInTile(Surface& surface, const atlas::Tile& tile) {
     for (std::size_t i = 0; i < surface.point.size(); ++i) {
         surface.u[i] =
             static_cast<float>(tile.x) + std::clamp(surface.u[i] * static_cast<float>(tile.width),
-                                                    0.5F, static_cast<float>(tile.width) - 1.5F);
+                                                    0.5f, static_cast<float>(tile.width) - 1.5f);
         surface.v[i] = static_cast<float>(tile.y) +
-                       std::clamp((1.0F - surface.v[i]) * static_cast<float>(tile.height), 0.5F,
-                                  static_cast<float>(tile.height) - 1.5F);
+                       std::clamp((1.0f - surface.v[i]) * static_cast<float>(tile.height), 0.5f,
+                                  static_cast<float>(tile.height) - 1.5f);
     }
 }
 
 // What lies outside the head's window of the sheet takes a texel of plain skin on the neck.
-void place_skin(Surface& surface, const std::vector<Vec3>& base) {
-    constexpr float sheet = static_cast<float>(atlas::skin_sheet);
-    const auto u_of = [&](std::size_t i) {
-        return surface.u[i] * sheet - static_cast<float>(atlas::skin_left) - 0.5F;
+void PlaceSkin(Surface& surface, const std::vector<Vec3>& base) {
+    constexpr float sheet = static_cast<float>(atlas::kSkinSheet);
+    const auto uOf = [&](std::size_t i) {
+        return surface.u[i] * sheet - static_cast<float>(atlas::kSkinLeft) - 0.5f;
     };
-    const auto v_of = [&](std::size_t i) {
-        return (1.0F - surface.v[i]) * sheet - static_cast<float>(atlas::skin_top) - 0.5F;
+    const auto vOf = [&](std::size_t i) {
+        return (1.0f - surface.v[i]) * sheet - static_cast<float>(atlas::kSkinTop) - 0.5f;
     };
     std::vector<float> u(surface.point.size()), v(surface.point.size());
     std::size_t neck = 0;
-    float nearest = 1e9F;
+    float nearest = 1e9f;
     for (std::size_t i = 0; i < u.size(); ++i) {
-        u[i] = u_of(i);
-        v[i] = v_of(i);
-        const float distance = length(base[surface.point[i]] - Vec3{0.25F, 6.05F, 0.72F});
+        u[i] = uOf(i);
+        v[i] = vOf(i);
+        const float distance = Length(base[surface.point[i]] - Vec3{0.25f, 6.05f, 0.72f});
         if (distance < nearest) {
             nearest = distance;
             neck = i;
         }
     }
     for (std::size_t i = 0; i < u.size(); ++i) {
-        const bool inside = u[i] > 1.0F && u[i] < static_cast<float>(atlas::skin.width) - 2.0F &&
-                            v[i] > 1.0F && v[i] < static_cast<float>(atlas::skin.height) - 2.0F &&
-                            base[surface.point[i]].y > 5.0F;
+        const bool inside = u[i] > 1.0f && u[i] < static_cast<float>(atlas::kSkin.width) - 2.0f &&
+                            v[i] > 1.0f && v[i] < static_cast<float>(atlas::kSkin.height) - 2.0f &&
+                            base[surface.point[i]].y > 5.0f;
         surface.u[i] = inside ? u[i] : u[neck];
         surface.v[i] = inside ? v[i] : v[neck];
     }
 }
 
-void one_texel(Surface& surface, const atlas::Tile& tile) {
+void OneTexel(Surface& surface, const atlas::Tile& tile) {
     std::fill(surface.u.begin(), surface.u.end(), static_cast<float>(tile.x + 2));
     std::fill(surface.v.begin(), surface.v.end(), static_cast<float>(tile.y + 2));
 }
@@ -102,36 +102,36 @@ void one_texel(Surface& surface, const atlas::Tile& tile) {
 // Keeps the points that anything uses and renumbers them.
 class PointFilter {
   public:
-    explicit PointFilter(std::size_t points) : new_index_(points, dropped) {}
+    explicit PointFilter(std::size_t points) : newIndex_(points, kDropped) {}
 
-    void want(std::uint32_t point) {
-        if (point >= new_index_.size()) {
+    void Want(std::uint32_t point) {
+        if (point >= newIndex_.size()) {
             throw std::runtime_error("a fitting names a point that the base mesh does not have");
         }
-        new_index_[point] = 0;
+        newIndex_[point] = 0;
     }
-    void want(const Surface& surface) {
+    void Want(const Surface& surface) {
         for (const std::uint32_t point : surface.point) {
-            want(point);
+            Want(point);
         }
     }
-    void want(const Fitting& fitting) {
+    void Want(const Fitting& fitting) {
         for (const auto& point : fitting.points) {
             for (const std::uint32_t base : point.base) {
-                want(base);
+                Want(base);
             }
         }
         for (const auto& scale : fitting.scale) {
-            want(scale.from);
-            want(scale.to);
+            Want(scale.from);
+            Want(scale.to);
         }
     }
 
-    std::vector<Vec3> apply(const std::vector<Vec3>& points) {
+    std::vector<Vec3> Apply(const std::vector<Vec3>& points) {
         std::vector<Vec3> kept;
         for (std::size_t i = 0; i < points.size(); ++i) {
-            if (new_index_[i] != dropped) {
-                new_index_[i] = static_cast<std::uint32_t>(kept.size());
+            if (newIndex_[i] != kDropped) {
+                newIndex_[i] = static_cast<std::uint32_t>(kept.size());
                 kept.push_back(points[i]);
             }
         }
@@ -139,38 +139,38 @@ class PointFilter {
     }
 
     // The numbers of the points that were kept, in their order.
-    std::vector<std::uint32_t> kept() const {
+    std::vector<std::uint32_t> Kept() const {
         std::vector<std::uint32_t> numbers;
-        for (std::size_t i = 0; i < new_index_.size(); ++i) {
-            if (new_index_[i] != dropped) {
+        for (std::size_t i = 0; i < newIndex_.size(); ++i) {
+            if (newIndex_[i] != kDropped) {
                 numbers.push_back(static_cast<std::uint32_t>(i));
             }
         }
         return numbers;
     }
 
-    std::uint32_t operator()(std::uint32_t point) const { return new_index_.at(point); }
-    void renumber(Surface& surface) const {
+    std::uint32_t operator()(std::uint32_t point) const { return newIndex_.at(point); }
+    void Renumber(Surface& surface) const {
         for (std::uint32_t& point : surface.point) {
-            point = new_index_[point];
+            point = newIndex_[point];
         }
     }
-    void renumber(Fitting& fitting) const {
+    void Renumber(Fitting& fitting) const {
         for (auto& point : fitting.points) {
             for (std::uint32_t& base : point.base) {
-                base = new_index_[base];
+                base = newIndex_[base];
             }
         }
         for (auto& scale : fitting.scale) {
-            scale.from = new_index_[scale.from];
-            scale.to = new_index_[scale.to];
+            scale.from = newIndex_[scale.from];
+            scale.to = newIndex_[scale.to];
         }
     }
-    Target renumbered(const Target& target) const {
+    Target Renumbered(const Target& target) const {
         Target kept;
         for (std::size_t i = 0; i < target.point.size(); ++i) {
-            const std::uint32_t index = new_index_.at(target.point[i]);
-            if (index != dropped) {
+            const std::uint32_t index = newIndex_.at(target.point[i]);
+            if (index != kDropped) {
                 kept.point.push_back(index);
                 kept.shift.push_back(target.shift[i]);
             }
@@ -179,63 +179,63 @@ class PointFilter {
     }
 
   private:
-    std::vector<std::uint32_t> new_index_;
+    std::vector<std::uint32_t> newIndex_;
 };
 
-Fitted read_fitted(const fs::path& folder, const std::string& name, const atlas::Tile& tile) {
+Fitted ReadFitted(const fs::path& folder, const std::string& name, const atlas::Tile& tile) {
     Fitted fitted;
     fitted.name = name;
-    const ObjFile obj = read_obj(folder / (name + ".obj"));
-    fitted.fitting = read_fitting(folder / (name + ".mhclo"));
+    const ObjFile obj = ReadObj(folder / (name + ".obj"));
+    fitted.fitting = ReadFitting(folder / (name + ".mhclo"));
     if (obj.points.size() != fitted.fitting.points.size()) {
         throw std::runtime_error(name + ": its mesh and its fitting differ in their points");
     }
     SurfaceBuilder builder(obj);
     for (const ObjFace& face : obj.faces) {
-        builder.add(face);
+        builder.Add(face);
     }
-    fitted.surface = builder.take();
-    place_in_tile(fitted.surface, tile);
+    fitted.surface = builder.Take();
+    PlaceInTile(fitted.surface, tile);
     return fitted;
 }
 
-void add_skin(HeadModel& model, const ObjFile& obj) {
+void AddSkin(HeadModel& model, const ObjFile& obj) {
     const auto body = std::find(obj.groups.begin(), obj.groups.end(), "body") - obj.groups.begin();
     SurfaceBuilder builder(obj);
-    std::size_t close_faces = 0;
+    std::size_t closeFaces = 0;
     for (const bool close : {true, false}) {
         for (const ObjFace& face : obj.faces) {
             if (face.group != body) {
                 continue;
             }
-            float lowest = 1e9F, widest = 0;
+            float lowest = 1e9f, widest = 0;
             for (int i = 0; i < face.corners; ++i) {
                 const Vec3 p = obj.points[face.corner[i].point];
                 lowest = std::min(lowest, p.y);
                 widest = std::max(widest, std::fabs(p.x));
             }
-            const bool is_close = lowest > 4.9F && widest < 2.4F;
-            if (is_close == close && lowest > 2.0F && widest < 3.2F) {
-                builder.add(face);
-                close_faces += close ? 1 : 0;
+            const bool isClose = lowest > 4.9f && widest < 2.4f;
+            if (isClose == close && lowest > 2.0f && widest < 3.2f) {
+                builder.Add(face);
+                closeFaces += close ? 1 : 0;
             }
         }
     }
-    model.skin = builder.take();
-    model.close_triangles = 2 * close_faces; // the base mesh has faces of four corners only
+    model.skin = builder.Take();
+    model.closeTriangles = 2 * closeFaces; // the base mesh has faces of four corners only
 }
 
-Surface groups_of(const ObjFile& obj, const std::set<std::string>& names) {
+Surface GroupsOf(const ObjFile& obj, const std::set<std::string>& names) {
     SurfaceBuilder builder(obj);
     for (const ObjFace& face : obj.faces) {
         if (names.count(obj.groups[static_cast<std::size_t>(face.group)]) > 0) {
-            builder.add(face);
+            builder.Add(face);
         }
     }
-    return builder.take();
+    return builder.Take();
 }
 
-std::vector<std::uint32_t> points_of_group(const ObjFile& obj, const std::string& name) {
+std::vector<std::uint32_t> PointsOfGroup(const ObjFile& obj, const std::string& name) {
     std::set<std::uint32_t> points;
     for (const ObjFace& face : obj.faces) {
         if (obj.groups[static_cast<std::size_t>(face.group)] == name) {
@@ -250,25 +250,25 @@ std::vector<std::uint32_t> points_of_group(const ObjFile& obj, const std::string
     return {points.begin(), points.end()};
 }
 
-fs::path hair_picture(const fs::path& assets, const std::string& name) {
+fs::path HairPicture(const fs::path& assets, const std::string& name) {
     return assets / "hair" / name / (name + "_diffuse.png");
 }
 
 // "l-eye-scale-incr" is the way up of the axis "eye-scale" on the left.
-void add_detail(HeadModel& model, std::map<std::string, std::size_t>& known,
-                const std::string& name, Target target) {
-    static const std::vector<std::pair<std::string, std::string>> ways{
+void AddDetail(HeadModel& model, std::map<std::string, std::size_t>& known, const std::string& name,
+               Target target) {
+    static const std::vector<std::pair<std::string, std::string>> kWays{
         {"-incr", "-decr"},        {"-up", "-down"},        {"-out", "-in"},
         {"-forward", "-backward"}, {"-convex", "-concave"}, {"-uncompress", "-compress"}};
     std::string stem = name;
     bool more = true;
-    for (const auto& [up, down] : ways) {
-        for (const bool is_up : {true, false}) {
-            const std::string& ending = is_up ? up : down;
+    for (const auto& [up, down] : kWays) {
+        for (const bool isUp : {true, false}) {
+            const std::string& ending = isUp ? up : down;
             // "-compress" also ends in what "-uncompress" does not, since that has no dash before.
             if (stem == name && name.ends_with(ending)) {
                 stem = name.substr(0, name.size() - ending.size());
-                more = is_up;
+                more = isUp;
             }
         }
     }
@@ -287,74 +287,74 @@ void add_detail(HeadModel& model, std::map<std::string, std::size_t>& known,
     model.details.push_back(std::move(target));
 }
 
-std::string target_name(const fs::path& file) {
+std::string TargetName(const fs::path& file) {
     std::string name = file.filename().string();
     return name.substr(0, name.size() - std::string(".target.gz").size());
 }
 
-void read_targets(HeadModel& model, const fs::path& folder, const PointFilter& filter) {
-    for (int e = 0; e < ethnicities; ++e) {
-        for (int s = 0; s < sexes; ++s) {
-            for (int a = 0; a < ages; ++a) {
-                const std::string name = std::string(ethnicity_names[e]) + "-" + sex_names[s] +
-                                         "-" + age_names[a] + ".target.gz";
-                model.macro[e][s][a] = filter.renumbered(read_target(folder / "macro" / name));
+void ReadTargets(HeadModel& model, const fs::path& folder, const PointFilter& filter) {
+    for (int e = 0; e < kEthnicities; ++e) {
+        for (int s = 0; s < kSexes; ++s) {
+            for (int a = 0; a < kAges; ++a) {
+                const std::string name = std::string(kEthnicityNames[e]) + "-" + kSexNames[s] +
+                                         "-" + kAgeNames[a] + ".target.gz";
+                model.macro[e][s][a] = filter.Renumbered(ReadTarget(folder / "macro" / name));
             }
         }
     }
     std::map<std::string, std::size_t> known;
     for (const char* part :
          {"head", "eyes", "nose", "mouth", "ears", "chin", "cheek", "forehead", "neck", "asym"}) {
-        for (const fs::path& file : files_in(folder / part, ".target.gz")) {
-            const std::string name = target_name(file);
+        for (const fs::path& file : FilesIn(folder / part, ".target.gz")) {
+            const std::string name = TargetName(file);
             if (name.starts_with("asymm-")) {
                 continue; // those of the trunk
             }
-            add_detail(model, known, name, filter.renumbered(read_target(file)));
+            AddDetail(model, known, name, filter.Renumbered(ReadTarget(file)));
         }
     }
     for (const fs::path& file :
-         files_in(folder / "expression/units" / ethnicity_names[0], ".target.gz")) {
+         FilesIn(folder / "expression/units" / kEthnicityNames[0], ".target.gz")) {
         ExpressionUnit unit;
-        unit.name = target_name(file);
-        for (int e = 0; e < ethnicities; ++e) {
-            unit.target[e] = filter.renumbered(
-                read_target(folder / "expression/units" / ethnicity_names[e] / file.filename()));
+        unit.name = TargetName(file);
+        for (int e = 0; e < kEthnicities; ++e) {
+            unit.target[e] = filter.Renumbered(
+                ReadTarget(folder / "expression/units" / kEthnicityNames[e] / file.filename()));
         }
         model.units.push_back(std::move(unit));
     }
 }
 
-void read_textures(HeadModel& model, const fs::path& assets) {
+void ReadTextures(HeadModel& model, const fs::path& assets) {
     for (const Fitted& hair : model.hairs) {
-        model.hair_textures.push_back(hair_texture(read_png(hair_picture(assets, hair.name))));
+        model.hairTextures.push_back(BakeHairTexture(ReadPng(HairPicture(assets, hair.name))));
     }
     for (const Fitted& lashes : model.lashes) {
         const Picture picture =
-            read_png(assets / "eyelashes" / lashes.name / (lashes.name + ".png"));
-        model.lash_alpha.push_back(reduced_channel(picture, 3, atlas::hair.width));
+            ReadPng(assets / "eyelashes" / lashes.name / (lashes.name + ".png"));
+        model.lashAlpha.push_back(ReducedChannel(picture, 3, atlas::kHair.width));
     }
-    for (const fs::path& file : files_in(assets / "eyes/materials", ".png")) {
-        model.eye_tones.push_back(reduced_channel(read_png(file), 1, atlas::eyes.width));
+    for (const fs::path& file : FilesIn(assets / "eyes/materials", ".png")) {
+        model.eyeTones.push_back(ReducedChannel(ReadPng(file), 1, atlas::kEyes.width));
     }
-    for (const fs::path& file : files_in(assets / "skins", ".jpg")) {
-        model.skins.push_back(skin_detail(read_jpeg(file), model));
-        model.skin_names.push_back(file.stem().string());
+    for (const fs::path& file : FilesIn(assets / "skins", ".jpg")) {
+        model.skins.push_back(SkinDetail(ReadJpeg(file), model));
+        model.skinNames.push_back(file.stem().string());
     }
 }
 
-void bake_brows(HeadModel& model, const fs::path& assets, const PointFilter& filter) {
-    for (const fs::path& folder : folders_in(assets / "eyebrows")) {
+void BakeBrows(HeadModel& model, const fs::path& assets, const PointFilter& filter) {
+    for (const fs::path& folder : FoldersIn(assets / "eyebrows")) {
         const std::string name = folder.filename().string();
-        Fitted brow = read_fitted(folder, name, atlas::Tile{0, 0, 512, 512});
-        filter.renumber(brow.fitting);
-        model.brows.push_back(brow_coverage(brow, read_png(folder / (name + ".png")), model));
+        Fitted brow = ReadFitted(folder, name, atlas::Tile{0, 0, 512, 512});
+        filter.Renumber(brow.fitting);
+        model.brows.push_back(BrowCoverage(brow, ReadPng(folder / (name + ".png")), model));
     }
 }
 
 } // namespace
 
-std::vector<Vec3> fit(const Fitting& fitting, const std::vector<Vec3>& points) {
+std::vector<Vec3> Fit(const Fitting& fitting, const std::vector<Vec3>& points) {
     const auto along = [](Vec3 v, std::size_t axis) {
         return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
     };
@@ -377,72 +377,72 @@ std::vector<Vec3> fit(const Fitting& fitting, const std::vector<Vec3>& points) {
     return fitted;
 }
 
-HeadModel load_head_model(const fs::path& assets) {
+HeadModel LoadHeadModel(const fs::path& assets) {
     HeadModel model;
-    const ObjFile obj = read_obj(assets / "base" / "base.obj");
-    add_skin(model, obj);
-    model.teeth = groups_of(obj, {"helper-upper-teeth", "helper-lower-teeth"});
-    model.tongue = groups_of(obj, {"helper-tongue"});
-    one_texel(model.teeth, atlas::teeth);
-    one_texel(model.tongue, atlas::tongue);
-    place_skin(model.skin, obj.points);
+    const ObjFile obj = ReadObj(assets / "base" / "base.obj");
+    AddSkin(model, obj);
+    model.teeth = GroupsOf(obj, {"helper-upper-teeth", "helper-lower-teeth"});
+    model.tongue = GroupsOf(obj, {"helper-tongue"});
+    OneTexel(model.teeth, atlas::kTeeth);
+    OneTexel(model.tongue, atlas::kTongue);
+    PlaceSkin(model.skin, obj.points);
 
-    model.eyes = read_fitted(assets / "eyes", "low-poly", atlas::eyes);
-    for (const fs::path& folder : folders_in(assets / "eyelashes")) {
-        model.lashes.push_back(read_fitted(folder, folder.filename().string(), atlas::hair));
+    model.eyes = ReadFitted(assets / "eyes", "low-poly", atlas::kEyes);
+    for (const fs::path& folder : FoldersIn(assets / "eyelashes")) {
+        model.lashes.push_back(ReadFitted(folder, folder.filename().string(), atlas::kHair));
     }
-    for (const fs::path& folder : folders_in(assets / "hair")) {
-        if (!fs::exists(hair_picture(assets, folder.filename().string()))) {
+    for (const fs::path& folder : FoldersIn(assets / "hair")) {
+        if (!fs::exists(HairPicture(assets, folder.filename().string()))) {
             continue; // some styles come without their texture and would look like helmets
         }
-        model.hairs.push_back(read_fitted(folder, folder.filename().string(), atlas::hair));
+        model.hairs.push_back(ReadFitted(folder, folder.filename().string(), atlas::kHair));
     }
 
     PointFilter filter(obj.points.size());
-    model.left_eye = points_of_group(obj, "helper-l-eye");
-    model.right_eye = points_of_group(obj, "helper-r-eye");
+    model.leftEye = PointsOfGroup(obj, "helper-l-eye");
+    model.rightEye = PointsOfGroup(obj, "helper-r-eye");
     for (const Surface* surface : {&model.skin, &model.teeth, &model.tongue}) {
-        filter.want(*surface);
+        filter.Want(*surface);
     }
-    filter.want(model.eyes.fitting);
+    filter.Want(model.eyes.fitting);
     for (const auto* group : {&model.lashes, &model.hairs}) {
         for (const Fitted& fitted : *group) {
-            filter.want(fitted.fitting);
+            filter.Want(fitted.fitting);
         }
     }
-    for (const auto* group : {&model.left_eye, &model.right_eye}) {
+    for (const auto* group : {&model.leftEye, &model.rightEye}) {
         for (const std::uint32_t point : *group) {
-            filter.want(point);
+            filter.Want(point);
         }
     }
-    model.base = filter.apply(obj.points);
-    model.number = filter.kept();
+    model.base = filter.Apply(obj.points);
+    model.number = filter.Kept();
     for (Surface* surface : {&model.skin, &model.teeth, &model.tongue}) {
-        filter.renumber(*surface);
+        filter.Renumber(*surface);
     }
-    filter.renumber(model.eyes.fitting);
+    filter.Renumber(model.eyes.fitting);
     for (auto* group : {&model.lashes, &model.hairs}) {
         for (Fitted& fitted : *group) {
-            filter.renumber(fitted.fitting);
+            filter.Renumber(fitted.fitting);
         }
     }
-    for (auto* group : {&model.left_eye, &model.right_eye}) {
+    for (auto* group : {&model.leftEye, &model.rightEye}) {
         for (std::uint32_t& point : *group) {
             point = filter(point);
         }
     }
     // The upper edge of the upper lip on the midline, by its place in the base mesh.
-    constexpr std::uint32_t lip_edge_point = 455;
-    model.lip_edge = filter(lip_edge_point);
+    constexpr std::uint32_t lipEdgePoint = 455;
+    model.lipEdge = filter(lipEdgePoint);
 
-    read_targets(model, assets / "targets", filter);
+    ReadTargets(model, assets / "targets", filter);
     for (const Vec3& point : model.base) {
-        model.head_weight.push_back(follows_head(point));
+        model.headWeight.push_back(FollowsHead(point));
     }
-    bake_occlusion(model);
-    bake_texel_base(model);
-    read_textures(model, assets);
-    bake_brows(model, assets, filter);
+    BakeOcclusion(model);
+    BakeTexelBase(model);
+    ReadTextures(model, assets);
+    BakeBrows(model, assets, filter);
     return model;
 }
 

@@ -11,9 +11,9 @@
 
 namespace facegen {
 
-constexpr int ethnicities = 3; // african, asian, caucasian
-constexpr int sexes = 2;       // female, male
-constexpr int ages = 3;        // child, young, old
+constexpr int kEthnicities = 3; // african, asian, caucasian
+constexpr int kSexes = 2;       // female, male
+constexpr int kAges = 3;        // child, young, old
 
 // Something that is fitted to the base mesh: eyes, lashes, a hair style.
 struct Fitted {
@@ -36,7 +36,7 @@ struct DetailAxis {
 
 struct ExpressionUnit {
     std::string name;
-    Target target[ethnicities];
+    Target target[kEthnicities];
 };
 
 // Everything read from the assets, the same for all people. Indices of points are into `base`,
@@ -46,38 +46,38 @@ struct HeadModel {
     std::vector<std::uint32_t> number; // by point: what the base mesh's file counts it as
     std::vector<float> occlusion;      // by point: share of the sky that it sees, 0 to 1
     std::vector<bool> inner;           // by point: inside the mouth or behind the eyes
-    std::vector<float> head_weight;    // by point: 1 where it follows the head, 0 on the shoulders
+    std::vector<float> headWeight;     // by point: 1 where it follows the head, 0 on the shoulders
 
     Surface skin; // the head and neck first, then what only a wide view needs
-    std::size_t close_triangles = 0;
+    std::size_t closeTriangles = 0;
     Surface teeth, tongue;
 
     Fitted eyes;
     std::vector<Fitted> lashes, hairs;
-    std::vector<Picture> lash_alpha;        // by lashes
-    std::vector<HairTexture> hair_textures; // by hair
-    std::vector<Picture> eye_tones;         // at the size of the eyes' tile
+    std::vector<Picture> lashAlpha;        // by lashes
+    std::vector<HairTexture> hairTextures; // by hair
+    std::vector<Picture> eyeTones;         // at the size of the eyes' tile
 
-    std::vector<std::uint32_t> left_eye, right_eye; // points about each eyeball
-    std::uint32_t lip_edge = 0;                     // where the mouth begins, on the midline
+    std::vector<std::uint32_t> leftEye, rightEye; // points about each eyeball
+    std::uint32_t lipEdge = 0;                    // where the mouth begins, on the midline
 
-    Target macro[ethnicities][sexes][ages];
+    Target macro[kEthnicities][kSexes][kAges];
     std::vector<Target> details;
     std::vector<DetailAxis> axes;
     std::vector<ExpressionUnit> units;
 
     // By texel of the atlas's skin tile, row by row.
-    std::vector<Vec3> texel_base; // base coordinates; those far down where no skin is
-    std::vector<bool> texel_used;
+    std::vector<Vec3> texelBase; // base coordinates; those far down where no skin is
+    std::vector<bool> texelUsed;
     std::vector<std::vector<std::int16_t>>
         skins; // log2 of reflectance over the face's mean, x 2048
-    std::vector<std::string> skin_names;
+    std::vector<std::string> skinNames;
     std::vector<std::vector<std::uint8_t>> brows; // coverage
 };
 
-HeadModel load_head_model(const std::filesystem::path& assets);
+HeadModel LoadHeadModel(const std::filesystem::path& assets);
 
 // Where the fitted points of `fitted` lie on a head with these points.
-std::vector<Vec3> fit(const Fitting& fitting, const std::vector<Vec3>& points);
+std::vector<Vec3> Fit(const Fitting& fitting, const std::vector<Vec3>& points);
 
 } // namespace facegen

@@ -11,36 +11,36 @@
 
 namespace facegen {
 
-enum class AgeBand { child, young, middle, old };
-enum class SkinTone { light, medium, dark };
+enum class AgeBand { kChild, kYoung, kMiddle, kOld };
+enum class SkinTone { kLight, kMedium, kDark };
 
 // Who a person is: everything that stays from picture to picture.
 struct Identity {
-    float ethnicity[ethnicities] = {};
+    float ethnicity[kEthnicities] = {};
     float male = 0; // 0 to 1
-    AgeBand age = AgeBand::young;
+    AgeBand age = AgeBand::kYoung;
     float wrinkles = 0; // 0 to 1
-    float reflectance = 0.3F;
-    float hair_reflectance = 0.05F;
-    float oiliness = 0.5F;
+    float reflectance = 0.3f;
+    float hairReflectance = 0.05f;
+    float oiliness = 0.5f;
     bool scanned = false; // shaped by the second space
 
-    SkinTone tone() const;
-    int main_ethnicity() const;
+    SkinTone Tone() const;
+    int MainEthnicity() const;
 };
 
-Identity draw_identity(Random& random);
+Identity DrawIdentity(Random& random);
 
 // The person's points, with the middle of the eyes at the origin.
 struct Shape {
     std::vector<Vec3> points, normals;
-    Vec3 left_eye, right_eye; // middles of the eyeballs
-    float eye_radius = 0;
+    Vec3 leftEye, rightEye; // middles of the eyeballs
+    float eyeRadius = 0;
     Vec3 eyes, mouth; // what the face box goes by: the eyes' middle and the upper lip's edge
 };
 
 // `space` is used for people who are `scanned` alone.
-Shape draw_shape(const HeadModel& model, const ShapeSpace& space, const Identity& identity,
-                 Random& random);
+Shape DrawShape(const HeadModel& model, const ShapeSpace& space, const Identity& identity,
+                Random& random);
 
 } // namespace facegen

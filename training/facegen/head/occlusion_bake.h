@@ -6,6 +6,6 @@
 namespace facegen {
 
 // Fills HeadModel::occlusion and ::inner from the base mesh, by looking at it from many sides.
-void bake_occlusion(HeadModel& model);
+void BakeOcclusion(HeadModel& model);
 
 } // namespace facegen

@@ -6,9 +6,9 @@
 namespace facegen {
 namespace {
 
-Piece fit_piece(const Fitted& fitted, const Shape& shape, Material material) {
+Piece FitPiece(const Fitted& fitted, const Shape& shape, Material material) {
     Piece piece;
-    piece.points = fit(fitted.fitting, shape.points);
+    piece.points = Fit(fitted.fitting, shape.points);
     for (const auto& point : fitted.fitting.points) {
         piece.follows.push_back(point.base[0]);
     }
@@ -18,7 +18,7 @@ Piece fit_piece(const Fitted& fitted, const Shape& shape, Material material) {
 }
 
 // Parts of the base mesh other than skin are pieces that follow their own points.
-Piece own_piece(const Surface& surface, const Shape& shape, Material material) {
+Piece OwnPiece(const Surface& surface, const Shape& shape, Material material) {
     Piece piece;
     piece.surface = surface;
     std::vector<std::uint32_t> index(shape.points.size(), 0xffffffffU);
@@ -31,25 +31,25 @@ Piece own_piece(const Surface& surface, const Shape& shape, Material material) {
         point = index[point];
     }
     // Light reaches the front of the mouth only.
-    float front = -far_away;
+    float front = -kFarAway;
     for (const Vec3& p : piece.points) {
         front = std::max(front, p.z);
     }
     for (const Vec3& p : piece.points) {
-        piece.occlusion.push_back(0.75F * smooth_step(front - 0.4F, front, p.z));
+        piece.occlusion.push_back(0.75f * SmoothStep(front - 0.4f, front, p.z));
     }
     piece.style.material = material;
     return piece;
 }
 
 // Leaves nothing of a person but the shape and the eyes.
-void strip(Person& person) {
-    for (int y = 0; y < atlas::skin.height; ++y) {
-        for (int x = 0; x < atlas::skin.width; ++x) {
-            person.atlas.set(x, y, 0.3F);
+void Strip(Person& person) {
+    for (int y = 0; y < atlas::kSkin.height; ++y) {
+        for (int x = 0; x < atlas::kSkin.width; ++x) {
+            person.atlas.Set(x, y, 0.3f);
         }
     }
-    person.identity.reflectance = 0.3F;
+    person.identity.reflectance = 0.3f;
     person.hairdress.styles.resize(1);
     person.hairdress.styles[0] = HairStyle{};
     person.hairdress.beard = Piece{};
@@ -57,68 +57,68 @@ void strip(Person& person) {
 
 } // namespace
 
-Studio open_studio(const std::filesystem::path& assets) {
+Studio OpenStudio(const std::filesystem::path& assets) {
     Studio studio;
-    studio.model = load_head_model(assets);
-    studio.kit = make_skin_kit(studio.model);
-    studio.streaks = make_streaks();
+    studio.model = LoadHeadModel(assets);
+    studio.kit = MakeSkinKit(studio.model);
+    studio.streaks = MakeStreaks();
     return studio;
 }
 
-void add_shapes(Studio& studio, const std::filesystem::path& shapes, float share) {
-    studio.space = load_shape_space(shapes, studio.model.number, studio.model.base);
-    studio.scanned_share = share;
+void AddShapes(Studio& studio, const std::filesystem::path& shapes, float share) {
+    studio.space = LoadShapeSpace(shapes, studio.model.number, studio.model.base);
+    studio.scannedShare = share;
 }
 
-Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t number) {
+Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number) {
     const HeadModel& model = studio.model;
     Person person;
     person.seed = seed;
     person.number = number;
-    Random random(seed, number, 0, Purpose::person);
-    person.identity = draw_identity(random);
+    Random random(seed, number, 0, Purpose::kPerson);
+    person.identity = DrawIdentity(random);
     // A stream of its own: without the space everybody stays who they were.
-    person.identity.scanned = !studio.space.empty() &&
-                              Random(seed, number, 0, Purpose::space).chance(studio.scanned_share);
-    person.shape = draw_shape(model, studio.space, person.identity, random);
-    Random hair(seed, number, 0, Purpose::hair);
-    person.hairiness = draw_hairiness(person.identity, hair);
-    person.hairdress = draw_hairdress(model, person.shape, person.identity, person.hairiness,
-                                      studio.streaks, hair);
+    person.identity.scanned = !studio.space.Empty() &&
+                              Random(seed, number, 0, Purpose::kSpace).Chance(studio.scannedShare);
+    person.shape = DrawShape(model, studio.space, person.identity, random);
+    Random hair(seed, number, 0, Purpose::kHair);
+    person.hairiness = DrawHairiness(person.identity, hair);
+    person.hairdress =
+        DrawHairdress(model, person.shape, person.identity, person.hairiness, studio.streaks, hair);
     if (person.hairdress.styles.front().id == 1) { // shaven or bald
-        person.hairiness.scalp = hair.chance(0.5F) ? 0.0F : hair.uniform(0.1F, 0.5F);
+        person.hairiness.scalp = hair.Chance(0.5f) ? 0.0f : hair.Uniform(0.1f, 0.5f);
     }
-    Random skin(seed, number, 0, Purpose::skin);
-    paint_skin(person.atlas, model, studio.kit, person.identity, person.hairiness, skin);
-    paint_eyes_and_mouth(person.atlas, model, person.identity, skin);
-    paint_hair_tiles(person.atlas, model, person.identity, person.hairdress, studio.streaks, skin);
+    Random skin(seed, number, 0, Purpose::kSkin);
+    PaintSkin(person.atlas, model, studio.kit, person.identity, person.hairiness, skin);
+    PaintEyesAndMouth(person.atlas, model, person.identity, skin);
+    PaintHairTiles(person.atlas, model, person.identity, person.hairdress, studio.streaks, skin);
     if (studio.bare) {
-        strip(person);
+        Strip(person);
     }
-    person.atlas.pack();
+    person.atlas.Pack();
 
-    person.eyes = fit_piece(model.eyes, person.shape, eye_material);
+    person.eyes = FitPiece(model.eyes, person.shape, kEyeMaterial);
     // The upper lid shades the eyeball.
     for (const Vec3& p : person.eyes.points) {
-        const float up = (p.y - 0.5F * (person.shape.left_eye.y + person.shape.right_eye.y)) /
-                         person.shape.eye_radius;
-        person.eyes.occlusion.push_back(mix(0.85F, 0.35F, smooth_step(-0.3F, 0.55F, up)));
+        const float up = (p.y - 0.5f * (person.shape.leftEye.y + person.shape.rightEye.y)) /
+                         person.shape.eyeRadius;
+        person.eyes.occlusion.push_back(Mix(0.85f, 0.35f, SmoothStep(-0.3f, 0.55f, up)));
     }
-    const auto lash = static_cast<std::size_t>(skin.below(static_cast<int>(model.lashes.size())));
-    person.lashes = fit_piece(model.lashes[lash], person.shape, lash_material);
+    const auto lash = static_cast<std::size_t>(skin.Below(static_cast<int>(model.lashes.size())));
+    person.lashes = FitPiece(model.lashes[lash], person.shape, kLashMaterial);
     if (studio.bare) {
         person.lashes = Piece{};
     }
-    person.lashes.style.two_sided = true;
+    person.lashes.style.twoSided = true;
     person.lashes.style.coverage = {
-        Coverage::Kind::texture,
-        &model.lash_alpha[lash],
-        atlas::hair.x,
-        atlas::hair.y,
-        skin.uniform(0.2F, 0.9F) * mix(1.2F, 0.6F, person.identity.male),
+        Coverage::Kind::kTexture,
+        &model.lashAlpha[lash],
+        atlas::kHair.x,
+        atlas::kHair.y,
+        skin.Uniform(0.2f, 0.9f) * Mix(1.2f, 0.6f, person.identity.male),
         0};
-    person.teeth = own_piece(model.teeth, person.shape, teeth_material);
-    person.tongue = own_piece(model.tongue, person.shape, tongue_material);
+    person.teeth = OwnPiece(model.teeth, person.shape, kTeethMaterial);
+    person.tongue = OwnPiece(model.tongue, person.shape, kTongueMaterial);
     return person;
 }
 

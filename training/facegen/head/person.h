@@ -17,14 +17,14 @@ struct Studio {
     HeadModel model;
     SkinKit kit;
     std::vector<StreakTexture> streaks;
-    ShapeSpace space;        // empty: everybody is made of the targets
-    float scanned_share = 0; // of the people, who are shaped by `space`
-    bool bare = false;       // heads of one tone, without hair, brows and lashes: shape alone
+    ShapeSpace space;       // empty: everybody is made of the targets
+    float scannedShare = 0; // of the people, who are shaped by `space`
+    bool bare = false;      // heads of one tone, without hair, brows and lashes: shape alone
 };
 
-Studio open_studio(const std::filesystem::path& assets);
+Studio OpenStudio(const std::filesystem::path& assets);
 // Lets a share of the people be shaped by the space of that folder.
-void add_shapes(Studio& studio, const std::filesystem::path& shapes, float share);
+void AddShapes(Studio& studio, const std::filesystem::path& shapes, float share);
 
 // A person, ready to be photographed.
 struct Person {
@@ -38,6 +38,6 @@ struct Person {
 };
 
 // Depends on the seed and the number alone.
-Person make_person(const Studio& studio, std::uint64_t seed, std::uint64_t number);
+Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number);
 
 } // namespace facegen

@@ -17,15 +17,14 @@ struct ShapeSpace {
     std::vector<Vec3> neutral;                 // shift of each point from the base mesh
     std::vector<std::vector<Vec3>> components; // shift of each point; the widest first
 
-    bool empty() const { return components.empty(); }
+    bool Empty() const { return components.empty(); }
 };
 
 // `numbers`: by point of the head model, its number in the base mesh's file.
-ShapeSpace load_shape_space(const std::filesystem::path& folder,
-                            const std::vector<std::uint32_t>& numbers,
-                            const std::vector<Vec3>& base);
+ShapeSpace LoadShapeSpace(const std::filesystem::path& folder,
+                          const std::vector<std::uint32_t>& numbers, const std::vector<Vec3>& base);
 
 // Moves points of the base mesh to a head drawn from the space.
-void add_scanned_shape(std::vector<Vec3>& points, const ShapeSpace& space, Random& random);
+void AddScannedShape(std::vector<Vec3>& points, const ShapeSpace& space, Random& random);
 
 } // namespace facegen

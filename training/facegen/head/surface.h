@@ -23,24 +23,24 @@ struct Surface {
 // Collects faces of an obj file into a surface, sharing equal vertices.
 class SurfaceBuilder {
   public:
-    explicit SurfaceBuilder(const ObjFile& obj) : obj_(obj), vertices_of_(obj.points.size()) {}
-    void add(const ObjFace& face);
-    Surface take() { return std::move(surface_); }
+    explicit SurfaceBuilder(const ObjFile& obj) : obj_(obj), verticesOf_(obj.points.size()) {}
+    void Add(const ObjFace& face);
+    Surface Take() { return std::move(surface_); }
 
   private:
     struct Vertex {
         std::uint32_t texture, index;
     };
-    std::uint32_t vertex_of(Corner corner);
+    std::uint32_t VertexOf(Corner corner);
 
     const ObjFile& obj_;
-    std::vector<std::vector<Vertex>> vertices_of_; // by point
+    std::vector<std::vector<Vertex>> verticesOf_; // by point
     Surface surface_;
 };
 
 // Adds the area-weighted normals of the triangles to `normals`, by point.
-void add_normals(const Surface& surface, const std::vector<Vec3>& points,
-                 std::vector<Vec3>& normals);
-void normalise(std::vector<Vec3>& normals);
+void AddNormals(const Surface& surface, const std::vector<Vec3>& points,
+                std::vector<Vec3>& normals);
+void Normalise(std::vector<Vec3>& normals);
 
 } // namespace facegen

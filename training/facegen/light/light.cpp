@@ -4,65 +4,65 @@
 namespace facegen {
 namespace {
 
-Vec3 from_angles(float around, float up) {
+Vec3 FromAngles(float around, float up) {
     return {std::sin(around) * std::cos(up), std::sin(up), std::cos(around) * std::cos(up)};
 }
 
-Vec3 any_direction(Random& random) {
-    return from_angles(random.uniform(-3.14F, 3.14F), random.uniform(-1.2F, 1.4F));
+Vec3 AnyDirection(Random& random) {
+    return FromAngles(random.Uniform(-3.14f, 3.14f), random.Uniform(-1.2f, 1.4f));
 }
 
 } // namespace
 
-Light draw_light(Random& random) {
+Light DrawLight(Random& random) {
     Light light;
-    const float kind = random.uniform();
-    light.kind = kind < 0.36F   ? LightKind::soft
-                 : kind < 0.62F ? LightKind::side
-                 : kind < 0.78F ? LightKind::hard
-                 : kind < 0.88F ? LightKind::dark
-                                : LightKind::infrared;
-    light.ambient = random.uniform(0.25F, 0.7F);
-    light.gradient = any_direction(random) * random.uniform(0.0F, 0.75F);
-    light.sky = random.uniform(-0.2F, 0.35F);
-    light.across = random.uniform(-0.2F, 0.2F);
-    light.gamma = random.uniform(1.7F, 2.7F);
-    light.shoulder = random.chance(0.5F) ? random.uniform() : 0.0F;
-    light.lamps[0] = {from_angles(random.normal(0, 0.7F), random.uniform(-0.1F, 1.1F)),
-                      random.uniform(0.1F, 0.7F), random.uniform(0.02F, 0.1F)};
-    light.lamps[1] = {from_angles(random.normal(0, 1.1F), random.uniform(-0.6F, 1.2F)),
-                      random.chance(0.5F) ? random.uniform(0.0F, 0.5F) : 0.0F, 0};
-    light.mean_level = 0.26F * std::exp(random.normal_within(0.38F, 2.2F));
+    const float kind = random.Uniform();
+    light.kind = kind < 0.36f   ? LightKind::kSoft
+                 : kind < 0.62f ? LightKind::kSide
+                 : kind < 0.78f ? LightKind::kHard
+                 : kind < 0.88f ? LightKind::kDark
+                                : LightKind::kInfrared;
+    light.ambient = random.Uniform(0.25f, 0.7f);
+    light.gradient = AnyDirection(random) * random.Uniform(0.0f, 0.75f);
+    light.sky = random.Uniform(-0.2f, 0.35f);
+    light.across = random.Uniform(-0.2f, 0.2f);
+    light.gamma = random.Uniform(1.7f, 2.7f);
+    light.shoulder = random.Chance(0.5f) ? random.Uniform() : 0.0f;
+    light.lamps[0] = {FromAngles(random.Normal(0, 0.7f), random.Uniform(-0.1f, 1.1f)),
+                      random.Uniform(0.1f, 0.7f), random.Uniform(0.02f, 0.1f)};
+    light.lamps[1] = {FromAngles(random.Normal(0, 1.1f), random.Uniform(-0.6f, 1.2f)),
+                      random.Chance(0.5f) ? random.Uniform(0.0f, 0.5f) : 0.0f, 0};
+    light.meanLevel = 0.26f * std::exp(random.NormalWithin(0.38f, 2.2f));
     switch (light.kind) {
-        case LightKind::soft:
+        case LightKind::kSoft:
             break;
-        case LightKind::side:
-            light.ambient = random.uniform(0.05F, 0.35F);
-            light.gradient = light.gradient * 0.6F;
-            light.lamps[0].towards = from_angles(random.sign() * random.uniform(0.7F, 1.9F),
-                                                 random.uniform(-0.3F, 0.8F));
-            light.lamps[0].strength = random.uniform(0.6F, 1.7F);
-            light.lamps[0].softness = random.uniform(0.01F, 0.06F);
-            break;
-        case LightKind::hard:
-            light.ambient = random.uniform(0.05F, 0.3F);
+        case LightKind::kSide:
+            light.ambient = random.Uniform(0.05f, 0.35f);
+            light.gradient = light.gradient * 0.6f;
             light.lamps[0].towards =
-                from_angles(random.normal(0, 0.8F), random.uniform(-0.5F, 1.35F));
-            light.lamps[0].strength = random.uniform(0.8F, 2.0F);
-            light.lamps[0].softness = random.uniform(0.005F, 0.03F);
-            light.mean_level = random.uniform(0.22F, 0.7F);
-            light.shoulder *= 0.5F;
+                FromAngles(random.Sign() * random.Uniform(0.7f, 1.9f), random.Uniform(-0.3f, 0.8f));
+            light.lamps[0].strength = random.Uniform(0.6f, 1.7f);
+            light.lamps[0].softness = random.Uniform(0.01f, 0.06f);
             break;
-        case LightKind::dark:
-            light.mean_level = 0.05F * std::exp(random.normal_within(0.4F, 2));
+        case LightKind::kHard:
+            light.ambient = random.Uniform(0.05f, 0.3f);
+            light.lamps[0].towards =
+                FromAngles(random.Normal(0, 0.8f), random.Uniform(-0.5f, 1.35f));
+            light.lamps[0].strength = random.Uniform(0.8f, 2.0f);
+            light.lamps[0].softness = random.Uniform(0.005f, 0.03f);
+            light.meanLevel = random.Uniform(0.22f, 0.7f);
+            light.shoulder *= 0.5f;
             break;
-        case LightKind::infrared:
-            light.ambient = random.uniform(0.02F, 0.15F);
-            light.gradient = light.gradient * 0.1F;
-            light.lamps[0] = {from_angles(random.normal(0, 0.12F), random.normal(0.05F, 0.12F)),
-                              random.uniform(0.7F, 1.2F), 0.02F};
-            light.lamps[1].strength *= 0.3F;
-            light.mean_level = random.uniform(0.15F, 0.5F);
+        case LightKind::kDark:
+            light.meanLevel = 0.05f * std::exp(random.NormalWithin(0.4f, 2));
+            break;
+        case LightKind::kInfrared:
+            light.ambient = random.Uniform(0.02f, 0.15f);
+            light.gradient = light.gradient * 0.1f;
+            light.lamps[0] = {FromAngles(random.Normal(0, 0.12f), random.Normal(0.05f, 0.12f)),
+                              random.Uniform(0.7f, 1.2f), 0.02f};
+            light.lamps[1].strength *= 0.3f;
+            light.meanLevel = random.Uniform(0.15f, 0.5f);
             break;
     }
     return light;

@@ -6,28 +6,28 @@
 
 namespace facegen {
 
-enum class LightKind { soft, side, hard, dark, infrared };
+enum class LightKind { kSoft, kSide, kHard, kDark, kInfrared };
 
 struct Lamp {
     Vec3 towards{0, 0, 1}; // in the camera's frame
     float strength = 0;
-    float softness = 0.02F; // radius of the shadow's edge, decimetres
+    float softness = 0.02f; // radius of the shadow's edge, decimetres
 };
 
 // A light field: what comes from all around (constant, linear and part of the quadratic spherical
 // harmonics) and two lamps, of which the first casts shadows.
 struct Light {
-    LightKind kind = LightKind::soft;
-    float ambient = 0.5F;
+    LightKind kind = LightKind::kSoft;
+    float ambient = 0.5f;
     Vec3 gradient;
     float sky = 0;    // more from above and below, less from the sides
     float across = 0; // more from both sides than from the front
     Lamp lamps[2];
-    float mean_level = 0.25F; // of the face in the picture, linear, before clipping
-    float gamma = 2.2F;
+    float meanLevel = 0.25f; // of the face in the picture, linear, before clipping
+    float gamma = 2.2f;
     float shoulder = 0; // 0: highlights are cut off, 1: they bend over
 };
 
-Light draw_light(Random& random);
+Light DrawLight(Random& random);
 
 } // namespace facegen

@@ -17,36 +17,36 @@ struct Finish {
     float gloss = 16;       // the larger, the smaller the highlight
     float wrap = 0;         // light that creeps round the edge of the shadow
     float rim = 0;          // more shine at grazing angles
-    float infrared_gain = 1,
-          infrared_power = 1; // reflectance in infrared: gain * reflectance^power
+    float infraredGain = 1,
+          infraredPower = 1; // reflectance in infrared: gain * reflectance^power
 };
 
 struct Surroundings {
-    Finish finishes[materials];
+    Finish finishes[kMaterials];
     const std::uint32_t* atlas = nullptr;
     const std::uint32_t* stubble = nullptr;
-    float stubble_density = 0;
-    float stripes = 0, stripe_pitch = 0.1F; // of the clothes
+    float stubbleDensity = 0;
+    float stripes = 0, stripePitch = 0.1f; // of the clothes
 };
 
 // What the first lamp sees: a depth map along its direction, in the camera's frame.
 struct Shadow {
     DepthMap map;
     Vec3 across, up, towards, middle;
-    float per_dm = 0;
+    float perDm = 0;
 
-    void aim(Vec3 lamp, Vec3 at, float reach, int size);
-    float x_of(Vec3 p) const {
-        return static_cast<float>(map.width) / 2 + dot(p - middle, across) * per_dm;
+    void Aim(Vec3 lamp, Vec3 at, float reach, int size);
+    float XOf(Vec3 p) const {
+        return static_cast<float>(map.width) / 2 + Dot(p - middle, across) * perDm;
     }
-    float y_of(Vec3 p) const {
-        return static_cast<float>(map.height) / 2 - dot(p - middle, up) * per_dm;
+    float YOf(Vec3 p) const {
+        return static_cast<float>(map.height) / 2 - Dot(p - middle, up) * perDm;
     }
-    float depth_of(Vec3 p) const { return -dot(p - middle, towards); }
+    float DepthOf(Vec3 p) const { return -Dot(p - middle, towards); }
 };
 
 // Radiance at each sample; below 0 where nothing is.
-void shade(const Samples& samples, const Camera& camera, const Light& light, const Shadow* shadow,
+void Shade(const Samples& samples, const Camera& camera, const Light& light, const Shadow* shadow,
            const Surroundings& surroundings, std::vector<float>& radiance);
 
 } // namespace facegen

@@ -9,27 +9,27 @@ namespace facegen {
 
 // The columns of a shard's labels.
 enum Label {
-    label_person,
-    label_box_left, // pixels of the picture
-    label_box_top,
-    label_box_size,
-    label_yaw, // degrees
-    label_pitch,
-    label_roll,
-    label_light,     // LightKind
-    label_occlusion, // Occlusion
-    label_age,       // AgeBand
-    label_skin_tone, // SkinTone
-    label_sex,       // 0 female-ish to 1 male-ish
-    label_expression,
-    label_blur, // pixels
-    label_hair, // the same number for the same cut
-    label_reserved,
-    labels
+    kLabelPerson,
+    kLabelBoxLeft, // pixels of the picture
+    kLabelBoxTop,
+    kLabelBoxSize,
+    kLabelYaw, // degrees
+    kLabelPitch,
+    kLabelRoll,
+    kLabelLight,     // LightKind
+    kLabelOcclusion, // Occlusion
+    kLabelAge,       // AgeBand
+    kLabelSkinTone,  // SkinTone
+    kLabelSex,       // 0 female-ish to 1 male-ish
+    kLabelExpression,
+    kLabelBlur, // pixels
+    kLabelHair, // the same number for the same cut
+    kLabelReserved,
+    kLabels
 };
 
-using Labels = std::array<float, labels>;
+using Labels = std::array<float, kLabels>;
 
-Labels labels_of(const Person& person, const PhotoPlan& plan);
+Labels LabelsOf(const Person& person, const PhotoPlan& plan);
 
 } // namespace facegen

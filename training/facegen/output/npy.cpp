@@ -9,8 +9,8 @@
 
 namespace facegen {
 
-void write_npy(const std::filesystem::path& file, const char* type,
-               const std::vector<std::size_t>& shape, const void* data, std::size_t bytes) {
+void WriteNpy(const std::filesystem::path& file, const char* type,
+              const std::vector<std::size_t>& shape, const void* data, std::size_t bytes) {
     std::string header =
         std::string("{'descr': '") + type + "', 'fortran_order': False, 'shape': (";
     for (const std::size_t side : shape) {
@@ -37,7 +37,7 @@ void write_npy(const std::filesystem::path& file, const char* type,
 namespace {
 
 // What stands behind `'name': ` in the header, up to one of `ends`.
-std::string entry(const std::string& header, const std::string& name, const char* ends) {
+std::string Entry(const std::string& header, const std::string& name, const char* ends) {
     const std::string key = "'" + name + "': ";
     const std::size_t at = header.find(key);
     if (at == std::string::npos) {
@@ -48,7 +48,7 @@ std::string entry(const std::string& header, const std::string& name, const char
 }
 
 // Bytes of one value: "<f4" has 4.
-std::size_t value_size(const std::string& type) {
+std::size_t ValueSize(const std::string& type) {
     return type.size() == 3 && type[2] > '0' && type[2] <= '8'
                ? static_cast<std::size_t>(type[2] - '0')
                : 0;
@@ -56,8 +56,8 @@ std::size_t value_size(const std::string& type) {
 
 } // namespace
 
-NpyFile read_npy(const std::filesystem::path& file) {
-    const std::string all = read_text(file);
+NpyFile ReadNpy(const std::filesystem::path& file) {
+    const std::string all = ReadText(file);
     const auto fail = [&](const char* what) {
         throw std::runtime_error(file.string() + ": " + what);
     };
@@ -71,13 +71,13 @@ NpyFile read_npy(const std::filesystem::path& file) {
     }
     const std::string header = all.substr(10, length);
     NpyFile array;
-    array.type = entry(header, "descr", ",");
+    array.type = Entry(header, "descr", ",");
     array.type = array.type.size() > 2 ? array.type.substr(1, array.type.size() - 2) : "";
-    if (entry(header, "fortran_order", ",") != "False" || value_size(array.type) == 0) {
+    if (Entry(header, "fortran_order", ",") != "False" || ValueSize(array.type) == 0) {
         fail("of an order or type that is not read here");
     }
     std::size_t values = 1;
-    const std::string shape = entry(header, "shape", ")");
+    const std::string shape = Entry(header, "shape", ")");
     for (std::size_t i = 0; i < shape.size(); ++i) {
         if (shape[i] >= '0' && shape[i] <= '9') {
             std::size_t end = i;
@@ -86,7 +86,7 @@ NpyFile read_npy(const std::filesystem::path& file) {
             i += end - 1;
         }
     }
-    if (all.size() - 10 - length != values * value_size(array.type)) {
+    if (all.size() - 10 - length != values * ValueSize(array.type)) {
         fail("of another size than its header says");
     }
     array.bytes.assign(all.begin() + static_cast<std::ptrdiff_t>(10 + length), all.end());

@@ -15,7 +15,7 @@
 namespace facegen {
 namespace {
 
-[[noreturn]] void fail(const std::filesystem::path& file, const std::string& what) {
+[[noreturn]] void Fail(const std::filesystem::path& file, const std::string& what) {
     throw std::runtime_error(file.string() + ": " + what);
 }
 
@@ -30,15 +30,15 @@ struct JpegFailure {
     char message[JMSG_LENGTH_MAX];
 };
 
-void on_jpeg_failure(j_common_ptr common) {
+void OnJpegFailure(j_common_ptr common) {
     auto* failure = reinterpret_cast<JpegFailure*>(common->err);
     failure->manager.format_message(common, failure->message);
     std::longjmp(failure->back, 1);
 }
 
-void decode(jpeg_decompress_struct& jpeg, std::uint8_t* to, std::size_t row_bytes) {
+void Decode(jpeg_decompress_struct& jpeg, std::uint8_t* to, std::size_t rowBytes) {
     while (jpeg.output_scanline < jpeg.output_height) {
-        JSAMPROW row = to + jpeg.output_scanline * row_bytes;
+        JSAMPROW row = to + jpeg.output_scanline * rowBytes;
         jpeg_read_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_decompress(&jpeg);
@@ -46,44 +46,44 @@ void decode(jpeg_decompress_struct& jpeg, std::uint8_t* to, std::size_t row_byte
 
 } // namespace
 
-Picture read_png(const std::filesystem::path& file) {
+Picture ReadPng(const std::filesystem::path& file) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     if (png_image_begin_read_from_file(&image, file.c_str()) == 0) {
-        fail(file, image.message);
+        Fail(file, image.message);
     }
     image.format = PNG_FORMAT_RGBA;
     Picture picture(static_cast<int>(image.width), static_cast<int>(image.height), 4);
     if (png_image_finish_read(&image, nullptr, picture.pixels.data(), 0, nullptr) == 0) {
-        fail(file, image.message);
+        Fail(file, image.message);
     }
     return picture;
 }
 
-void write_png(const std::filesystem::path& file, const Picture& grey) {
+void WritePng(const std::filesystem::path& file, const Picture& grey) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = static_cast<png_uint_32>(grey.width);
     image.height = static_cast<png_uint_32>(grey.height);
     image.format = PNG_FORMAT_GRAY;
     if (png_image_write_to_file(&image, file.c_str(), 0, grey.pixels.data(), 0, nullptr) == 0) {
-        fail(file, image.message);
+        Fail(file, image.message);
     }
 }
 
-Picture read_jpeg(const std::filesystem::path& file) {
+Picture ReadJpeg(const std::filesystem::path& file) {
     const std::unique_ptr<std::FILE, FileCloser> in(std::fopen(file.c_str(), "rb"));
     if (!in) {
-        fail(file, "cannot be opened");
+        Fail(file, "cannot be opened");
     }
     jpeg_decompress_struct jpeg{};
     JpegFailure failure{};
     jpeg.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = on_jpeg_failure;
+    failure.manager.error_exit = OnJpegFailure;
     Picture picture;
     if (setjmp(failure.back) != 0) {
         jpeg_destroy_decompress(&jpeg);
-        fail(file, failure.message);
+        Fail(file, failure.message);
     }
     jpeg_create_decompress(&jpeg);
     jpeg_stdio_src(&jpeg, in.get());
@@ -91,17 +91,17 @@ Picture read_jpeg(const std::filesystem::path& file) {
     jpeg.out_color_space = JCS_RGB;
     jpeg_start_decompress(&jpeg);
     picture = Picture(static_cast<int>(jpeg.output_width), static_cast<int>(jpeg.output_height), 3);
-    decode(jpeg, picture.pixels.data(), static_cast<std::size_t>(picture.width) * 3);
+    Decode(jpeg, picture.pixels.data(), static_cast<std::size_t>(picture.width) * 3);
     jpeg_destroy_decompress(&jpeg);
     return picture;
 }
 
-void jpeg_round_trip(std::uint8_t* pixels, int width, int height, int quality) {
+void JpegRoundTrip(std::uint8_t* pixels, int width, int height, int quality) {
     unsigned char* bytes = nullptr;
     unsigned long size = 0;
     JpegFailure failure{};
     jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = on_jpeg_failure;
+    failure.manager.error_exit = OnJpegFailure;
 
     jpeg_compress_struct writer{};
     writer.err = &failure.manager;
@@ -133,7 +133,7 @@ void jpeg_round_trip(std::uint8_t* pixels, int width, int height, int quality) {
     jpeg_mem_src(&reader, bytes, size);
     jpeg_read_header(&reader, TRUE);
     jpeg_start_decompress(&reader);
-    decode(reader, pixels, static_cast<std::size_t>(width));
+    Decode(reader, pixels, static_cast<std::size_t>(width));
     jpeg_destroy_decompress(&reader);
     std::free(bytes);
 }

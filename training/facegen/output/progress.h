@@ -12,11 +12,11 @@ namespace facegen {
 class Progress {
   public:
     explicit Progress(std::uint64_t total);
-    void add(std::uint64_t count); // from any thread
-    void finish();
+    void Add(std::uint64_t count); // from any thread
+    void Finish();
 
   private:
-    void show();
+    void Show();
 
     using Clock = std::chrono::steady_clock;
     std::mutex mutex_;

@@ -8,9 +8,9 @@
 namespace facegen {
 
 // A contact sheet as PNG, one row a person; frames carry their boxes.
-void render_sheet(const Studio& studio, const Job& job);
+void RenderSheet(const Studio& studio, const Job& job);
 
 // One folder a person with frames as PNG, and boxes.json beside the folders.
-void render_people(const Studio& studio, const Job& job);
+void RenderPeople(const Studio& studio, const Job& job);
 
 } // namespace facegen

@@ -6,34 +6,34 @@ namespace {
 
 // The side goes by the true distance of eyes and mouth, not by its foreshortened picture, so that a
 // turned or nodding head keeps a box of its size.
-float side(const Camera& camera, Vec3 eyes, Vec3 mouth) {
-    const Vec3 centre = mix(eyes, mouth, box_centre);
-    return box_per_eye_mouth * length(mouth - eyes) * camera.scale / camera.depth_of(centre);
+float Side(const Camera& camera, Vec3 eyes, Vec3 mouth) {
+    const Vec3 centre = Mix(eyes, mouth, kBoxCentre);
+    return kBoxPerEyeMouth * Length(mouth - eyes) * camera.scale / camera.DepthOf(centre);
 }
 
 } // namespace
 
-FaceBox face_box(const Camera& camera, Vec3 eyes, Vec3 mouth) {
+FaceBox FaceBoxOf(const Camera& camera, Vec3 eyes, Vec3 mouth) {
     FaceBox box;
-    box.size = side(camera, eyes, mouth);
-    box.left = mix(camera.x_of(eyes), camera.x_of(mouth), box_centre) - box.size / 2;
-    box.top = mix(camera.y_of(eyes), camera.y_of(mouth), box_centre) - box.size / 2;
+    box.size = Side(camera, eyes, mouth);
+    box.left = Mix(camera.XOf(eyes), camera.XOf(mouth), kBoxCentre) - box.size / 2;
+    box.top = Mix(camera.YOf(eyes), camera.YOf(mouth), kBoxCentre) - box.size / 2;
     return box;
 }
 
-Camera camera_for(const FaceBox& box, float distance, Vec3 eyes, Vec3 mouth) {
+Camera CameraFor(const FaceBox& box, float distance, Vec3 eyes, Vec3 mouth) {
     Camera camera;
     camera.distance = distance;
-    camera.scale = box.size / side(camera, eyes, mouth);
-    const FaceBox at_origin = face_box(camera, eyes, mouth);
-    camera.centre_x = box.left - at_origin.left;
-    camera.centre_y = box.top - at_origin.top;
+    camera.scale = box.size / Side(camera, eyes, mouth);
+    const FaceBox atOrigin = FaceBoxOf(camera, eyes, mouth);
+    camera.centreX = box.left - atOrigin.left;
+    camera.centreY = box.top - atOrigin.top;
     return camera;
 }
 
-Camera enlarged(const Camera& camera, float factor) {
-    return {camera.distance, camera.scale * factor, camera.centre_x * factor,
-            camera.centre_y * factor};
+Camera Enlarged(const Camera& camera, float factor) {
+    return {camera.distance, camera.scale * factor, camera.centreX * factor,
+            camera.centreY * factor};
 }
 
 } // namespace facegen

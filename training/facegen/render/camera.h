@@ -10,28 +10,27 @@ struct FaceBox {
     float left = 0, top = 0, size = 0;
 };
 
-constexpr float box_per_eye_mouth =
-    2.7F;                          // side over the distance from the eyes' middle to the mouth
-constexpr float box_centre = 0.4F; // how far from the eyes to the mouth its centre lies
+constexpr float kBoxPerEyeMouth = 2.7f; // side over the distance from the eyes' middle to the mouth
+constexpr float kBoxCentre = 0.4f;      // how far from the eyes to the mouth its centre lies
 
 // A pinhole camera that looks along -z from (0, 0, distance): +x right, +y up in the picture.
 struct Camera {
     float distance = 10;
-    float scale = 1;                  // pixels a decimetre at distance 1
-    float centre_x = 0, centre_y = 0; // where the axis meets the picture
+    float scale = 1;                // pixels a decimetre at distance 1
+    float centreX = 0, centreY = 0; // where the axis meets the picture
 
-    float x_of(Vec3 p) const { return centre_x + scale * p.x / (distance - p.z); }
-    float y_of(Vec3 p) const { return centre_y - scale * p.y / (distance - p.z); }
-    float depth_of(Vec3 p) const { return distance - p.z; }
+    float XOf(Vec3 p) const { return centreX + scale * p.x / (distance - p.z); }
+    float YOf(Vec3 p) const { return centreY - scale * p.y / (distance - p.z); }
+    float DepthOf(Vec3 p) const { return distance - p.z; }
 };
 
 // The box of a face whose eyes' middle and mouth lie at these places.
-FaceBox face_box(const Camera& camera, Vec3 eyes, Vec3 mouth);
+FaceBox FaceBoxOf(const Camera& camera, Vec3 eyes, Vec3 mouth);
 
 // The camera at this distance for which the face has that box.
-Camera camera_for(const FaceBox& box, float distance, Vec3 eyes, Vec3 mouth);
+Camera CameraFor(const FaceBox& box, float distance, Vec3 eyes, Vec3 mouth);
 
 // The same view in pixels `factor` times as fine.
-Camera enlarged(const Camera& camera, float factor);
+Camera Enlarged(const Camera& camera, float factor);
 
 } // namespace facegen

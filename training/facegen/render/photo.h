@@ -13,7 +13,7 @@
 
 namespace facegen {
 
-enum class Occlusion { none, glasses, dark_glasses, cap, face_mask, hand };
+enum class Occlusion { kNone, kGlasses, kDarkGlasses, kCap, kFaceMask, kHand };
 
 // Everything drawn for one picture of a person before it is rendered.
 struct PhotoPlan {
@@ -23,23 +23,23 @@ struct PhotoPlan {
     float distance = 10;                // of the camera, decimetres
     Expression expression;
     Light light;
-    Occlusion occlusion = Occlusion::none;
-    bool glasses_as_well = false;
+    Occlusion occlusion = Occlusion::kNone;
+    bool glassesAsWell = false;
     std::size_t style = 0; // index into the person's hair styles
     float stubble = 0;
     Degradation degradation;
 };
 
-enum class View { crop, frame };
+enum class View { kCrop, kFrame };
 
-constexpr int crop_size = 128, crop_box = 96, frame_size = 256;
-inline int picture_size(View view) { return view == View::crop ? crop_size : frame_size; }
+constexpr int kCropSize = 128, kCropBox = 96, kFrameSize = 256;
+inline int PictureSize(View view) { return view == View::kCrop ? kCropSize : kFrameSize; }
 
-PhotoPlan plan_photo(const Studio& studio, const Person& person, View view, std::uint64_t picture);
+PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::uint64_t picture);
 
 // The same without blur and noise, seen from there in even light, with a neutral face and nothing
 // worn.
-PhotoPlan plain_photo(PhotoPlan plan, float yaw, float pitch);
+PhotoPlan PlainPhoto(PhotoPlan plan, float yaw, float pitch);
 
 // Renders plans; keeps its buffers from picture to picture, one of these a thread.
 class Photographer {
@@ -47,17 +47,17 @@ class Photographer {
     explicit Photographer(const Studio& studio) : studio_(studio) {}
 
     // Writes plan.size x plan.size pixels.
-    void take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
+    void Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
               std::uint8_t* pixels);
     // A picture of that size with no face in it.
-    void take_empty(std::uint64_t seed, std::uint64_t number, std::uint64_t picture, int size,
-                    std::uint8_t* pixels);
+    void TakeEmpty(std::uint64_t seed, std::uint64_t number, std::uint64_t picture, int size,
+                   std::uint8_t* pixels);
 
   private:
-    void pose_skin(const Person& person, const PhotoPlan& plan, Random& random);
-    void pose(const Person& person, const Piece& piece, const Expression* gaze);
-    void draw_piece(const Piece& piece);
-    void develop(const PhotoPlan& plan, Random& random);
+    void PoseSkin(const Person& person, const PhotoPlan& plan, Random& random);
+    void Pose(const Person& person, const Piece& piece, const Expression* gaze);
+    void DrawPiece(const Piece& piece);
+    void Develop(const PhotoPlan& plan, Random& random);
 
     const Studio& studio_;
     Samples samples_;
@@ -68,10 +68,10 @@ class Photographer {
     std::vector<Vec3> face_;            // skin points with expression, the person's frame
     std::vector<Vec3> posed_, normals_; // skin points before the camera
     std::vector<float> collar_;
-    std::vector<Vec3> piece_points_, piece_normals_;
+    std::vector<Vec3> piecePoints_, pieceNormals_;
     std::vector<DrawVertex> vertices_;
-    std::vector<DrawVertex> shadow_vertices_;
-    std::vector<float> radiance_, tones_, face_tones_, cover_;
+    std::vector<DrawVertex> shadowVertices_;
+    std::vector<float> radiance_, tones_, faceTones_, cover_;
 };
 
 } // namespace facegen

@@ -17,7 +17,7 @@ struct DrawVertex {
     std::array<float, 7> varying;
 };
 
-enum Varying { at_u, at_v, at_nx, at_ny, at_nz, at_occlusion, at_field };
+enum Varying { kAtU, kAtV, kAtNx, kAtNy, kAtNz, kAtOcclusion, kAtField };
 
 // What the nearest surface is like at each sample. Rows are padded, so that blocks of eight samples
 // may be written at the end of a row.
@@ -27,21 +27,21 @@ struct Samples {
     std::array<std::vector<float>, 7> plane;
     std::vector<std::int32_t> material; // -1: nothing
 
-    void clear(int w, int h);
+    void Clear(int w, int h);
 };
 
 struct DepthMap {
     int width = 0, height = 0, stride = 0;
     std::vector<float> depth;
 
-    void clear(int w, int h);
+    void Clear(int w, int h);
 };
 
-constexpr float far_away = 1e9F;
+constexpr float kFarAway = 1e9f;
 
 // Which parts of a surface are really there.
 struct Coverage {
-    enum class Kind { solid, texture, field } kind = Kind::solid;
+    enum class Kind { kSolid, kTexture, kField } kind = Kind::kSolid;
     // One channel, at this place in the atlas; a field may do without.
     const Picture* alpha = nullptr;
     int left = 0, top = 0;
@@ -51,13 +51,13 @@ struct Coverage {
 
 struct DrawStyle {
     std::int32_t material = 0;
-    bool two_sided = false;
+    bool twoSided = false;
     Coverage coverage;
 };
 
-void draw(Samples& samples, const std::vector<DrawVertex>& vertices, const Triangle* triangles,
+void Draw(Samples& samples, const std::vector<DrawVertex>& vertices, const Triangle* triangles,
           std::size_t count, const DrawStyle& style);
-void draw(DepthMap& map, const std::vector<DrawVertex>& vertices, const Triangle* triangles,
+void Draw(DepthMap& map, const std::vector<DrawVertex>& vertices, const Triangle* triangles,
           std::size_t count, const DrawStyle& style);
 
 } // namespace facegen

@@ -8,49 +8,49 @@
 namespace facegen {
 namespace {
 
-constexpr int tile_width = atlas::skin.width, tile_height = atlas::skin.height;
+constexpr int kTileWidth = atlas::kSkin.width, kTileHeight = atlas::kSkin.height;
 
 // 2^x to about 3 parts in 10000, in a form that compilers vectorise.
-inline float fast_exp2(float x) {
-    x = std::max(x, -24.0F);
+inline float FastExp2(float x) {
+    x = std::max(x, -24.0f);
     const float whole = std::floor(x);
     const float part = x - whole;
-    const float power = 1.0F + part * (0.69583282F + part * (0.22606716F + part * 0.07810022F));
+    const float power = 1.0f + part * (0.69583282f + part * (0.22606716f + part * 0.07810022f));
     return power * std::bit_cast<float>((static_cast<std::int32_t>(whole) + 127) << 23);
 }
 
-std::uint8_t byte(float share) { return static_cast<std::uint8_t>(255.0F * clamp01(share)); }
+std::uint8_t Byte(float share) { return static_cast<std::uint8_t>(255.0f * Clamp01(share)); }
 
 // Skins of the same depth of tone go together best.
-std::size_t pick_skin(const HeadModel& model, const Identity& identity, Random& random) {
-    const bool dark = identity.reflectance < 0.15F;
+std::size_t PickSkin(const HeadModel& model, const Identity& identity, Random& random) {
+    const bool dark = identity.reflectance < 0.15f;
     for (int attempt = 0; attempt < 40; ++attempt) {
         const auto at =
-            static_cast<std::size_t>(random.below(static_cast<int>(model.skins.size())));
-        const std::string& name = model.skin_names[at];
-        const bool is_dark = name.find("darkskinned") != std::string::npos;
-        const bool is_old = name.starts_with("old");
-        const bool wants_old = identity.age == AgeBand::old ||
-                               (identity.age == AgeBand::middle && random.chance(0.3F));
-        if (is_dark == dark && is_old == wants_old) {
+            static_cast<std::size_t>(random.Below(static_cast<int>(model.skins.size())));
+        const std::string& name = model.skinNames[at];
+        const bool isDark = name.find("darkskinned") != std::string::npos;
+        const bool isOld = name.starts_with("old");
+        const bool wantsOld = identity.age == AgeBand::kOld ||
+                              (identity.age == AgeBand::kMiddle && random.Chance(0.3f));
+        if (isDark == dark && isOld == wantsOld) {
             return at;
         }
     }
-    return static_cast<std::size_t>(random.below(static_cast<int>(model.skins.size())));
+    return static_cast<std::size_t>(random.Below(static_cast<int>(model.skins.size())));
 }
 
 using Logs = std::vector<float>; // log2 of reflectance over the skin's own, by texel
 
-Logs mixed_skins(const HeadModel& model, const SkinKit& kit, const Identity& identity,
-                 Random& random) {
-    const std::int16_t* one = model.skins[pick_skin(model, identity, random)].data();
-    const std::int16_t* other = model.skins[pick_skin(model, identity, random)].data();
-    const float contrast = random.uniform(0.9F, 1.6F);
-    const float share = random.uniform();
-    const float of_one = contrast * share / 2048.0F, of_other = contrast * (1.0F - share) / 2048.0F;
-    Logs logs(model.texel_base.size());
+Logs MixedSkins(const HeadModel& model, const SkinKit& kit, const Identity& identity,
+                Random& random) {
+    const std::int16_t* one = model.skins[PickSkin(model, identity, random)].data();
+    const std::int16_t* other = model.skins[PickSkin(model, identity, random)].data();
+    const float contrast = random.Uniform(0.9f, 1.6f);
+    const float share = random.Uniform();
+    const float ofOne = contrast * share / 2048.0f, ofOther = contrast * (1.0f - share) / 2048.0f;
+    Logs logs(model.texelBase.size());
     for (std::size_t i = 0; i < logs.size(); ++i) {
-        logs[i] = of_one * static_cast<float>(one[i]) + of_other * static_cast<float>(other[i]);
+        logs[i] = ofOne * static_cast<float>(one[i]) + ofOther * static_cast<float>(other[i]);
     }
     const auto add = [&](const NoiseField& field, float weight) {
         const std::int8_t* from = field.data();
@@ -58,70 +58,70 @@ Logs mixed_skins(const HeadModel& model, const SkinKit& kit, const Identity& ide
             logs[i] += weight * static_cast<float>(from[i]);
         }
     };
-    const float broad = random.uniform(0.03F, 0.13F) / 127.0F;
+    const float broad = random.Uniform(0.03f, 0.13f) / 127.0f;
     for (const NoiseField& field : kit.broad) {
-        add(field, broad * random.normal_within(1, 2));
+        add(field, broad * random.NormalWithin(1, 2));
     }
-    const float middling = random.uniform(0.02F, 0.1F) / 127.0F;
+    const float middling = random.Uniform(0.02f, 0.1f) / 127.0f;
     for (const NoiseField& field : kit.middling) {
-        add(field, middling * random.normal_within(1, 2));
+        add(field, middling * random.NormalWithin(1, 2));
     }
-    const float fine = (0.02F + 0.05F * random.uniform() + 0.06F * identity.wrinkles) / 127.0F;
+    const float fine = (0.02f + 0.05f * random.Uniform() + 0.06f * identity.wrinkles) / 127.0f;
     for (const NoiseField& field : kit.fine) {
-        add(field, fine * random.normal_within(1, 2));
+        add(field, fine * random.NormalWithin(1, 2));
     }
     return logs;
 }
 
-void paint_spot(Logs& logs, int x, int y, float radius, float depth) {
-    const int reach = static_cast<int>(radius * 1.6F) + 1;
-    for (int j = std::max(0, y - reach); j <= std::min(tile_height - 1, y + reach); ++j) {
-        for (int i = std::max(0, x - reach); i <= std::min(tile_width - 1, x + reach); ++i) {
+void PaintSpot(Logs& logs, int x, int y, float radius, float depth) {
+    const int reach = static_cast<int>(radius * 1.6f) + 1;
+    for (int j = std::max(0, y - reach); j <= std::min(kTileHeight - 1, y + reach); ++j) {
+        for (int i = std::max(0, x - reach); i <= std::min(kTileWidth - 1, x + reach); ++i) {
             const float away = std::hypot(static_cast<float>(i - x), static_cast<float>(j - y));
-            logs[static_cast<std::size_t>(j) * tile_width + static_cast<std::size_t>(i)] -=
-                depth * smooth_step(radius * 1.3F, radius * 0.5F, away);
+            logs[static_cast<std::size_t>(j) * kTileWidth + static_cast<std::size_t>(i)] -=
+                depth * SmoothStep(radius * 1.3f, radius * 0.5f, away);
         }
     }
 }
 
-void paint_spots(Logs& logs, const SkinKit& kit, const Identity& identity, Random& random) {
+void PaintSpots(Logs& logs, const SkinKit& kit, const Identity& identity, Random& random) {
     const auto anywhere = [&] {
         return kit
-            .front[static_cast<std::size_t>(random.below(static_cast<int>(kit.front.size())))];
+            .front[static_cast<std::size_t>(random.Below(static_cast<int>(kit.front.size())))];
     };
     const auto spot = [&](float radius, float depth) {
         const std::uint32_t at = anywhere();
-        paint_spot(logs, static_cast<int>(at % tile_width), static_cast<int>(at / tile_width),
-                   radius, depth);
+        PaintSpot(logs, static_cast<int>(at % kTileWidth), static_cast<int>(at / kTileWidth),
+                  radius, depth);
     };
-    const int moles = random.chance(0.6F) ? random.below(6) : 0;
+    const int moles = random.Chance(0.6f) ? random.Below(6) : 0;
     for (int i = 0; i < moles; ++i) {
-        spot(random.uniform(1.0F, 3.2F), random.uniform(0.5F, 1.8F));
+        spot(random.Uniform(1.0f, 3.2f), random.Uniform(0.5f, 1.8f));
     }
-    if (random.chance(0.12F)) {
-        spot(random.uniform(5.0F, 16.0F), random.uniform(-0.4F, 0.6F)); // a birthmark
+    if (random.Chance(0.12f)) {
+        spot(random.Uniform(5.0f, 16.0f), random.Uniform(-0.4f, 0.6f)); // a birthmark
     }
-    if (identity.reflectance > 0.25F && random.chance(0.2F)) {
-        const int freckles = 60 + random.below(250);
+    if (identity.reflectance > 0.25f && random.Chance(0.2f)) {
+        const int freckles = 60 + random.Below(250);
         for (int i = 0; i < freckles; ++i) {
-            spot(random.uniform(0.7F, 1.5F), random.uniform(0.1F, 0.45F));
+            spot(random.Uniform(0.7f, 1.5f), random.Uniform(0.1f, 0.45f));
         }
     }
-    const int blotches = random.below(identity.age == AgeBand::old ? 24 : 8);
+    const int blotches = random.Below(identity.age == AgeBand::kOld ? 24 : 8);
     for (int i = 0; i < blotches; ++i) {
-        spot(random.uniform(2.0F, 7.0F), random.uniform(-0.12F, 0.25F));
+        spot(random.Uniform(2.0f, 7.0f), random.Uniform(-0.12f, 0.25f));
     }
-    if (random.chance(0.08F)) { // a scar
+    if (random.Chance(0.08f)) { // a scar
         const std::uint32_t from = anywhere();
-        const float angle = random.uniform(0.0F, 6.28F), depth = random.uniform(-0.5F, 0.5F);
-        const int steps = 6 + random.below(16);
+        const float angle = random.Uniform(0.0f, 6.28f), depth = random.Uniform(-0.5f, 0.5f);
+        const int steps = 6 + random.Below(16);
         for (int i = 0; i < steps; ++i) {
-            const float along = 1.5F * static_cast<float>(i);
-            paint_spot(
+            const float along = 1.5f * static_cast<float>(i);
+            PaintSpot(
                 logs,
-                static_cast<int>(from % tile_width) + static_cast<int>(along * std::cos(angle)),
-                static_cast<int>(from / tile_width) + static_cast<int>(along * std::sin(angle)),
-                1.2F, depth);
+                static_cast<int>(from % kTileWidth) + static_cast<int>(along * std::cos(angle)),
+                static_cast<int>(from / kTileWidth) + static_cast<int>(along * std::sin(angle)),
+                1.2f, depth);
         }
     }
 }
@@ -129,63 +129,63 @@ void paint_spots(Logs& logs, const SkinKit& kit, const Identity& identity, Rando
 // Folds and shadows of the face itself, in the base mesh's coordinates.
 struct Folds {
     float forehead, frown, laugh, crow, bags, sockets, cheeks, nose;
-    float laugh_slant, forehead_pitch, forehead_phase;
+    float laughSlant, foreheadPitch, foreheadPhase;
 
     float operator()(Vec3 p) const {
         const float x = std::fabs(p.x);
         float dark = 0;
         const auto line = [](float distance, float width) {
             const float t = distance / width;
-            return 1.0F / (1.0F + t * t * t * t);
+            return 1.0f / (1.0f + t * t * t * t);
         };
-        if (p.y > 7.5F && p.y < 7.92F && x < 0.48F) {
-            const float wave = 0.012F * std::sin(7.0F * p.x + forehead_phase);
-            const float at = (p.y + wave - 7.53F) / forehead_pitch;
-            const float away = std::fabs(at - std::round(at)) * forehead_pitch;
-            dark += forehead * line(away, 0.011F) * smooth_step(0.48F, 0.3F, x) *
-                    smooth_step(7.92F, 7.85F, p.y);
+        if (p.y > 7.5f && p.y < 7.92f && x < 0.48f) {
+            const float wave = 0.012f * std::sin(7.0f * p.x + foreheadPhase);
+            const float at = (p.y + wave - 7.53f) / foreheadPitch;
+            const float away = std::fabs(at - std::round(at)) * foreheadPitch;
+            dark += forehead * line(away, 0.011f) * SmoothStep(0.48f, 0.3f, x) *
+                    SmoothStep(7.92f, 7.85f, p.y);
         }
-        if (p.y > 7.3F && p.y < 7.55F && x < 0.12F) {
-            dark += frown * line(std::fabs(x - 0.06F - 0.1F * (p.y - 7.35F)), 0.011F) *
-                    smooth_step(7.3F, 7.36F, p.y) * smooth_step(7.55F, 7.46F, p.y);
+        if (p.y > 7.3f && p.y < 7.55f && x < 0.12f) {
+            dark += frown * line(std::fabs(x - 0.06f - 0.1f * (p.y - 7.35f)), 0.011f) *
+                    SmoothStep(7.3f, 7.36f, p.y) * SmoothStep(7.55f, 7.46f, p.y);
         }
-        if (p.y > 6.5F && p.y < 6.98F && x > 0.1F && x < 0.5F) {
-            const float middle = 0.2F + (6.95F - p.y) * laugh_slant;
-            dark += laugh * line(std::fabs(x - middle), 0.016F) * smooth_step(6.98F, 6.9F, p.y) *
-                    smooth_step(6.5F, 6.62F, p.y);
+        if (p.y > 6.5f && p.y < 6.98f && x > 0.1f && x < 0.5f) {
+            const float middle = 0.2f + (6.95f - p.y) * laughSlant;
+            dark += laugh * line(std::fabs(x - middle), 0.016f) * SmoothStep(6.98f, 6.9f, p.y) *
+                    SmoothStep(6.5f, 6.62f, p.y);
         }
-        if (x > 0.5F && x < 0.7F && p.y > 7.1F && p.y < 7.42F) {
-            const float spread = (p.y - 7.27F) / (0.35F + (x - 0.5F)) * 9.0F;
-            dark += crow * line(std::fabs(spread - std::round(spread)), 0.2F) *
-                    smooth_step(0.5F, 0.55F, x) * smooth_step(0.7F, 0.6F, x);
+        if (x > 0.5f && x < 0.7f && p.y > 7.1f && p.y < 7.42f) {
+            const float spread = (p.y - 7.27f) / (0.35f + (x - 0.5f)) * 9.0f;
+            dark += crow * line(std::fabs(spread - std::round(spread)), 0.2f) *
+                    SmoothStep(0.5f, 0.55f, x) * SmoothStep(0.7f, 0.6f, x);
         }
-        const float eye_x = (x - 0.31F) / 0.17F;
-        const float under = (p.y - 7.16F - 0.05F * eye_x * eye_x) / 0.06F;
-        dark += bags * std::exp(-1.5F * (eye_x * eye_x + under * under));
-        const float over = (p.y - 7.36F) / 0.07F;
-        dark += sockets * std::exp(-1.2F * (eye_x * eye_x + over * over));
-        const float cheek_x = (x - 0.44F) / 0.18F, cheek_y = (p.y - 6.93F) / 0.17F;
-        dark += cheeks * std::exp(-cheek_x * cheek_x - cheek_y * cheek_y);
-        const float nose_x = x / 0.13F, nose_y = (p.y - 6.93F) / 0.12F;
-        dark += nose * std::exp(-nose_x * nose_x - nose_y * nose_y);
+        const float eyeX = (x - 0.31f) / 0.17f;
+        const float under = (p.y - 7.16f - 0.05f * eyeX * eyeX) / 0.06f;
+        dark += bags * std::exp(-1.5f * (eyeX * eyeX + under * under));
+        const float over = (p.y - 7.36f) / 0.07f;
+        dark += sockets * std::exp(-1.2f * (eyeX * eyeX + over * over));
+        const float cheekX = (x - 0.44f) / 0.18f, cheekY = (p.y - 6.93f) / 0.17f;
+        dark += cheeks * std::exp(-cheekX * cheekX - cheekY * cheekY);
+        const float noseX = x / 0.13f, noseY = (p.y - 6.93f) / 0.12f;
+        dark += nose * std::exp(-noseX * noseX - noseY * noseY);
         return dark;
     }
 };
 
-Folds draw_folds(const Identity& identity, Random& random) {
+Folds DrawFolds(const Identity& identity, Random& random) {
     const float age = identity.wrinkles;
     Folds folds{};
-    folds.forehead = age * random.uniform(0.0F, 0.75F);
-    folds.frown = age * random.uniform(0.0F, 0.8F);
-    folds.laugh = (0.08F + age) * random.uniform(0.1F, 0.75F);
-    folds.crow = age * random.uniform(0.0F, 0.6F);
-    folds.bags = random.uniform(-0.05F, 0.25F) + age * random.uniform(0.0F, 0.45F);
-    folds.sockets = random.uniform(-0.1F, 0.45F);
-    folds.cheeks = random.uniform(-0.15F, 0.25F);
-    folds.nose = random.uniform(-0.15F, 0.25F);
-    folds.laugh_slant = random.uniform(0.3F, 0.55F);
-    folds.forehead_pitch = random.uniform(0.075F, 0.11F);
-    folds.forehead_phase = random.uniform(0.0F, 6.28F);
+    folds.forehead = age * random.Uniform(0.0f, 0.75f);
+    folds.frown = age * random.Uniform(0.0f, 0.8f);
+    folds.laugh = (0.08f + age) * random.Uniform(0.1f, 0.75f);
+    folds.crow = age * random.Uniform(0.0f, 0.6f);
+    folds.bags = random.Uniform(-0.05f, 0.25f) + age * random.Uniform(0.0f, 0.45f);
+    folds.sockets = random.Uniform(-0.1f, 0.45f);
+    folds.cheeks = random.Uniform(-0.15f, 0.25f);
+    folds.nose = random.Uniform(-0.15f, 0.25f);
+    folds.laughSlant = random.Uniform(0.3f, 0.55f);
+    folds.foreheadPitch = random.Uniform(0.075f, 0.11f);
+    folds.foreheadPhase = random.Uniform(0.0f, 6.28f);
     return folds;
 }
 
@@ -193,157 +193,157 @@ Folds draw_folds(const Identity& identity, Random& random) {
 // sharp in pictures: nostrils and the shadow under the nose, the lids' crease and edge, the line
 // between the lips, the groove beside the nostrils and that above the chin.
 struct Hollows {
-    float nostrils, nose_base, crease, lid_edge, lip_line, wings, chin;
-    float crease_lift, nostril_size;
+    float nostrils, noseBase, crease, lidEdge, lipLine, wings, chin;
+    float creaseLift, nostrilSize;
 
     float operator()(Vec3 p) const {
         const float x = std::fabs(p.x);
         const auto line = [](float distance, float width) {
             const float t = distance / width;
-            return 1.0F / (1.0F + t * t * t * t);
+            return 1.0f / (1.0f + t * t * t * t);
         };
         const auto spot = [&](Vec3 at, float radius) {
             const Vec3 d{x - at.x, p.y - at.y, p.z - at.z};
-            return std::exp(-dot(d, d) / (radius * radius));
+            return std::exp(-Dot(d, d) / (radius * radius));
         };
         float dark = 0;
-        dark += nostrils * spot({0.086F, 6.858F, 1.553F}, nostril_size);
-        dark += wings * spot({0.176F, 6.895F, 1.474F}, 0.03F);
-        if (x < 0.2F && p.y > 6.76F && p.y < 6.9F) {
-            dark += nose_base * smooth_step(0.2F, 0.1F, x) * smooth_step(6.76F, 6.83F, p.y) *
-                    smooth_step(6.9F, 6.86F, p.y);
+        dark += nostrils * spot({0.086f, 6.858f, 1.553f}, nostrilSize);
+        dark += wings * spot({0.176f, 6.895f, 1.474f}, 0.03f);
+        if (x < 0.2f && p.y > 6.76f && p.y < 6.9f) {
+            dark += noseBase * SmoothStep(0.2f, 0.1f, x) * SmoothStep(6.76f, 6.83f, p.y) *
+                    SmoothStep(6.9f, 6.86f, p.y);
         }
-        const float along = (x - 0.325F) / 0.12F;
-        if (std::fabs(along) < 1.25F && p.y > 7.25F && p.y < 7.45F && p.z > 1.2F) {
-            const float ends = smooth_step(1.25F, 0.8F, std::fabs(along));
-            const float arch = 0.042F * along * along;
-            dark += crease * ends * line(p.y - (7.368F + crease_lift - arch), 0.009F);
-            dark += lid_edge * ends * line(p.y - (7.332F - 1.2F * arch), 0.008F);
+        const float along = (x - 0.325f) / 0.12f;
+        if (std::fabs(along) < 1.25f && p.y > 7.25f && p.y < 7.45f && p.z > 1.2f) {
+            const float ends = SmoothStep(1.25f, 0.8f, std::fabs(along));
+            const float arch = 0.042f * along * along;
+            dark += crease * ends * line(p.y - (7.368f + creaseLift - arch), 0.009f);
+            dark += lidEdge * ends * line(p.y - (7.332f - 1.2f * arch), 0.008f);
         }
-        if (x < 0.27F && p.y > 6.5F && p.y < 6.7F && p.z > 1.38F) {
-            dark += lip_line * smooth_step(0.27F, 0.22F, x) * line(p.y - 6.604F, 0.009F);
+        if (x < 0.27f && p.y > 6.5f && p.y < 6.7f && p.z > 1.38f) {
+            dark += lipLine * SmoothStep(0.27f, 0.22f, x) * line(p.y - 6.604f, 0.009f);
         }
-        const float chin_x = x / 0.16F, chin_y = (p.y - 6.42F) / 0.035F;
-        dark += chin * std::exp(-chin_x * chin_x - chin_y * chin_y);
+        const float chinX = x / 0.16f, chinY = (p.y - 6.42f) / 0.035f;
+        dark += chin * std::exp(-chinX * chinX - chinY * chinY);
         return dark;
     }
 };
 
-Hollows draw_hollows(Random& random) {
+Hollows DrawHollows(Random& random) {
     Hollows hollows{};
-    hollows.nostrils = random.uniform(1.2F, 3.2F);
-    hollows.nostril_size = random.uniform(0.022F, 0.036F);
-    hollows.nose_base = random.uniform(0.05F, 0.45F);
-    hollows.crease = random.chance(0.75F) ? random.uniform(0.2F, 0.9F) : 0.0F;
-    hollows.crease_lift = random.uniform(-0.012F, 0.02F);
-    hollows.lid_edge = random.uniform(0.2F, 1.0F);
-    hollows.lip_line = random.uniform(0.3F, 1.3F);
-    hollows.wings = random.uniform(0.1F, 0.7F);
-    hollows.chin = random.uniform(0.0F, 0.35F);
+    hollows.nostrils = random.Uniform(1.2f, 3.2f);
+    hollows.nostrilSize = random.Uniform(0.022f, 0.036f);
+    hollows.noseBase = random.Uniform(0.05f, 0.45f);
+    hollows.crease = random.Chance(0.75f) ? random.Uniform(0.2f, 0.9f) : 0.0f;
+    hollows.creaseLift = random.Uniform(-0.012f, 0.02f);
+    hollows.lidEdge = random.Uniform(0.2f, 1.0f);
+    hollows.lipLine = random.Uniform(0.3f, 1.3f);
+    hollows.wings = random.Uniform(0.1f, 0.7f);
+    hollows.chin = random.Uniform(0.0f, 0.35f);
     return hollows;
 }
 
-void paint_hollows(Logs& logs, const HeadModel& model, const SkinKit& kit, Random& random) {
-    const Hollows hollows = draw_hollows(random);
+void PaintHollows(Logs& logs, const HeadModel& model, const SkinKit& kit, Random& random) {
+    const Hollows hollows = DrawHollows(random);
     for (const std::uint32_t i : kit.front) {
-        logs[i] -= hollows(model.texel_base[i]);
+        logs[i] -= hollows(model.texelBase[i]);
     }
 }
 
-void paint_face(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
-                Random& random) {
-    const Folds folds = draw_folds(identity, random);
-    const float lip_tone = random.chance(0.15F * (1.0F - identity.male))
-                               ? random.uniform(-1.3F, -0.6F) // lipstick
-                               : random.uniform(-0.75F, 0.0F);
+void PaintFace(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+               Random& random) {
+    const Folds folds = DrawFolds(identity, random);
+    const float lipTone = random.Chance(0.15f * (1.0f - identity.male))
+                              ? random.Uniform(-1.3f, -0.6f) // lipstick
+                              : random.Uniform(-0.75f, 0.0f);
     for (const std::uint32_t i : kit.front) {
-        logs[i] -= folds(model.texel_base[i]);
-        logs[i] += lip_tone * static_cast<float>(kit.lips[i]) * (1.0F / 255.0F);
+        logs[i] -= folds(model.texelBase[i]);
+        logs[i] += lipTone * static_cast<float>(kit.lips[i]) * (1.0f / 255.0f);
     }
 }
 
-void paint_brows(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
-                 float hair_log, Random& random) {
+void PaintBrows(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+                float hairLog, Random& random) {
     const auto pick = [&] {
-        return static_cast<std::size_t>(random.below(static_cast<int>(model.brows.size())));
+        return static_cast<std::size_t>(random.Below(static_cast<int>(model.brows.size())));
     };
     const std::uint8_t* one = model.brows[pick()].data();
     const std::uint8_t* other = model.brows[pick()].data();
-    const float share = random.chance(0.5F) ? 1.0F : random.uniform(0.4F, 1.0F);
-    const float density = random.uniform(0.7F, 2.0F) * mix(0.85F, 1.15F, identity.male) *
-                          (identity.scanned ? 1.35F : 1.0F);
-    const float tone = mix(hair_log, random.uniform(-3.0F, -1.0F), 0.35F);
+    const float share = random.Chance(0.5f) ? 1.0f : random.Uniform(0.4f, 1.0f);
+    const float density = random.Uniform(0.7f, 2.0f) * Mix(0.85f, 1.15f, identity.male) *
+                          (identity.scanned ? 1.35f : 1.0f);
+    const float tone = Mix(hairLog, random.Uniform(-3.0f, -1.0f), 0.35f);
     // Brows differ in their place too: the coverage is read a little off.
-    const int shift = (random.below(11) - 5) + tile_width * (random.below(7) - 3);
+    const int shift = (random.Below(11) - 5) + kTileWidth * (random.Below(7) - 3);
     for (const std::uint32_t i : kit.front) {
         const auto from = static_cast<std::size_t>(
-            std::clamp(static_cast<int>(i) + shift, 0, tile_width * tile_height - 1));
-        const float coverage = clamp01(density *
+            std::clamp(static_cast<int>(i) + shift, 0, kTileWidth * kTileHeight - 1));
+        const float coverage = Clamp01(density *
                                        (share * static_cast<float>(one[from]) +
-                                        (1.0F - share) * static_cast<float>(other[from])) *
-                                       (1.0F / 255.0F));
-        logs[i] = mix(logs[i], std::min(tone, logs[i]), coverage);
+                                        (1.0f - share) * static_cast<float>(other[from])) *
+                                       (1.0f / 255.0f));
+        logs[i] = Mix(logs[i], std::min(tone, logs[i]), coverage);
     }
 }
 
-void paint_hair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hairiness& hairiness,
-                float hair_log, Random& random) {
-    const float ragged = random.uniform(0.0002F, 0.0006F);
+void PaintHair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hairiness& hairiness,
+               float hairLog, Random& random) {
+    const float ragged = random.Uniform(0.0002f, 0.0006f);
     const NoiseField& fine =
-        kit.fine[static_cast<std::size_t>(random.below(static_cast<int>(kit.fine.size())))];
+        kit.fine[static_cast<std::size_t>(random.Below(static_cast<int>(kit.fine.size())))];
     const NoiseField& other = kit.middling[0];
     for (std::size_t i = 0; i < logs.size(); ++i) {
-        const Vec3 base = model.texel_base[i];
-        if (base.y < 6.2F || hairiness.scalp == 0) {
+        const Vec3 base = model.texelBase[i];
+        if (base.y < 6.2f || hairiness.scalp == 0) {
             continue;
         }
-        const float above = above_hairline(base, kit.azimuth[i], hairiness.hairline) +
+        const float above = AboveHairline(base, kit.azimuth[i], hairiness.hairline) +
                             ragged * static_cast<float>(fine[i] + other[i]);
-        if (above > -0.05F) {
-            const float coverage = hairiness.scalp * smooth_step(-0.05F, 0.07F, above);
-            const float tone = hair_log + 0.0025F * static_cast<float>(fine[i]);
-            logs[i] = mix(logs[i], tone, coverage);
+        if (above > -0.05f) {
+            const float coverage = hairiness.scalp * SmoothStep(-0.05f, 0.07f, above);
+            const float tone = hairLog + 0.0025f * static_cast<float>(fine[i]);
+            logs[i] = Mix(logs[i], tone, coverage);
         }
     }
-    if (hairiness.beard == BeardStyle::none) {
+    if (hairiness.beard == BeardStyle::kNone) {
         return;
     }
-    const float edge = random.uniform(0.03F, 0.12F), start = random.uniform(-0.02F, 0.07F);
-    const float chin = random.uniform(0.6F, 1.0F);
+    const float edge = random.Uniform(0.03f, 0.12f), start = random.Uniform(-0.02f, 0.07f);
+    const float chin = random.Uniform(0.6f, 1.0f);
     for (std::size_t i = 0; i < logs.size(); ++i) {
         if (kit.beard[i] == -128) {
             continue;
         }
-        const float depth = static_cast<float>(kit.beard[i]) * (1.0F / 200.0F);
-        float coverage = smooth_step(start, start + edge, depth);
-        if (hairiness.beard == BeardStyle::moustache) {
-            coverage = static_cast<float>(kit.moustache[i]) * (1.0F / 255.0F);
-        } else if (hairiness.beard == BeardStyle::goatee) {
-            coverage = static_cast<float>(kit.goatee[i]) * (1.0F / 255.0F);
+        const float depth = static_cast<float>(kit.beard[i]) * (1.0f / 200.0f);
+        float coverage = SmoothStep(start, start + edge, depth);
+        if (hairiness.beard == BeardStyle::kMoustache) {
+            coverage = static_cast<float>(kit.moustache[i]) * (1.0f / 255.0f);
+        } else if (hairiness.beard == BeardStyle::kGoatee) {
+            coverage = static_cast<float>(kit.goatee[i]) * (1.0f / 255.0f);
         } else {
-            coverage *= mix(chin, 1.0F, static_cast<float>(kit.goatee[i]) * (1.0F / 255.0F));
+            coverage *= Mix(chin, 1.0f, static_cast<float>(kit.goatee[i]) * (1.0f / 255.0f));
         }
-        coverage *= hairiness.beard_density * (1.0F + 0.004F * static_cast<float>(fine[i]));
-        logs[i] = mix(logs[i], std::min(hair_log, logs[i]), clamp01(coverage));
+        coverage *= hairiness.beardDensity * (1.0f + 0.004f * static_cast<float>(fine[i]));
+        logs[i] = Mix(logs[i], std::min(hairLog, logs[i]), Clamp01(coverage));
     }
 }
 
 } // namespace
 
-SkinKit make_skin_kit(const HeadModel& model) {
+SkinKit MakeSkinKit(const HeadModel& model) {
     SkinKit kit;
     for (std::uint32_t i = 0; i < 8; ++i) {
-        kit.broad.push_back(noise_field(model.texel_base, 0.33F, 11 + i));
+        kit.broad.push_back(MakeNoiseField(model.texelBase, 0.33f, 11 + i));
     }
     for (std::uint32_t i = 0; i < 6; ++i) {
-        kit.middling.push_back(noise_field(model.texel_base, 0.1F, 31 + i));
+        kit.middling.push_back(MakeNoiseField(model.texelBase, 0.1f, 31 + i));
     }
     for (std::uint32_t i = 0; i < 4; ++i) {
-        kit.fine.push_back(noise_field(model.texel_base, 0.022F, 51 + i));
+        kit.fine.push_back(MakeNoiseField(model.texelBase, 0.022f, 51 + i));
     }
-    const std::size_t texels = model.texel_base.size();
-    for (const Vec3& base : model.texel_base) {
-        kit.azimuth.push_back(azimuth(base));
+    const std::size_t texels = model.texelBase.size();
+    for (const Vec3& base : model.texelBase) {
+        kit.azimuth.push_back(Azimuth(base));
     }
     kit.lips.resize(texels);
     kit.moustache.resize(texels);
@@ -351,94 +351,93 @@ SkinKit make_skin_kit(const HeadModel& model) {
     kit.beard.assign(texels, -128);
     std::vector<std::uint8_t> stubble(texels);
     for (std::size_t i = 0; i < texels; ++i) {
-        if (!model.texel_used[i]) {
+        if (!model.texelUsed[i]) {
             continue;
         }
-        const Vec3 base = model.texel_base[i];
-        kit.lips[i] = byte(lips(base));
-        kit.moustache[i] = byte(moustache(base));
-        kit.goatee[i] = byte(goatee(base));
-        const float depth = inside_beard(base);
-        kit.beard[i] = static_cast<std::int8_t>(std::clamp(depth * 200.0F, -127.0F, 127.0F));
-        const float grain = 1.0F + 0.5F * static_cast<float>(kit.fine[1][i]) / 127.0F;
-        stubble[i] = byte(0.8F * grain * smooth_step(0.0F, 0.12F, depth));
-        if (base.z > 0.75F && std::fabs(base.x) < 0.72F && base.y > 6.1F && base.y < 7.95F) {
+        const Vec3 base = model.texelBase[i];
+        kit.lips[i] = Byte(Lips(base));
+        kit.moustache[i] = Byte(Moustache(base));
+        kit.goatee[i] = Byte(Goatee(base));
+        const float depth = InsideBeard(base);
+        kit.beard[i] = static_cast<std::int8_t>(std::clamp(depth * 200.0f, -127.0f, 127.0f));
+        const float grain = 1.0f + 0.5f * static_cast<float>(kit.fine[1][i]) / 127.0f;
+        stubble[i] = Byte(0.8f * grain * SmoothStep(0.0f, 0.12f, depth));
+        if (base.z > 0.75f && std::fabs(base.x) < 0.72f && base.y > 6.1f && base.y < 7.95f) {
             kit.front.push_back(static_cast<std::uint32_t>(i));
         }
     }
-    kit.stubble.assign(static_cast<std::size_t>(atlas::width) * atlas::height, 0);
-    for (int y = 0; y + 1 < tile_height; ++y) {
-        for (int x = 0; x + 1 < tile_width; ++x) {
-            const std::uint8_t* at = stubble.data() + static_cast<std::size_t>(y) * tile_width + x;
-            kit.stubble[static_cast<std::size_t>(y) * atlas::width + static_cast<std::size_t>(x)] =
+    kit.stubble.assign(static_cast<std::size_t>(atlas::kWidth) * atlas::kHeight, 0);
+    for (int y = 0; y + 1 < kTileHeight; ++y) {
+        for (int x = 0; x + 1 < kTileWidth; ++x) {
+            const std::uint8_t* at = stubble.data() + static_cast<std::size_t>(y) * kTileWidth + x;
+            kit.stubble[static_cast<std::size_t>(y) * atlas::kWidth + static_cast<std::size_t>(x)] =
                 static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
-                static_cast<std::uint32_t>(at[tile_width]) << 16 |
-                static_cast<std::uint32_t>(at[tile_width + 1]) << 24;
+                static_cast<std::uint32_t>(at[kTileWidth]) << 16 |
+                static_cast<std::uint32_t>(at[kTileWidth + 1]) << 24;
         }
     }
     return kit;
 }
 
-void paint_skin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const Identity& identity,
-                const Hairiness& hairiness, Random& random) {
-    const float hair_log = std::log2(identity.hair_reflectance / identity.reflectance);
-    Logs logs = mixed_skins(model, kit, identity, random);
-    paint_face(logs, model, kit, identity, random);
-    paint_spots(logs, kit, identity, random);
+void PaintSkin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+               const Hairiness& hairiness, Random& random) {
+    const float hairLog = std::log2(identity.hairReflectance / identity.reflectance);
+    Logs logs = MixedSkins(model, kit, identity, random);
+    PaintFace(logs, model, kit, identity, random);
+    PaintSpots(logs, kit, identity, random);
     if (identity.scanned) {
-        paint_hollows(logs, model, kit, random);
+        PaintHollows(logs, model, kit, random);
     }
-    paint_brows(logs, model, kit, identity, hair_log, random);
-    paint_hair(logs, model, kit, hairiness, hair_log, random);
+    PaintBrows(logs, model, kit, identity, hairLog, random);
+    PaintHair(logs, model, kit, hairiness, hairLog, random);
     const float tone = identity.reflectance;
-    for (int y = 0; y < tile_height; ++y) {
-        const float* from = logs.data() + static_cast<std::size_t>(y) * tile_width;
-        std::uint32_t row[tile_width];
-        for (int x = 0; x < tile_width; ++x) {
-            const float reflectance = std::min(tone * fast_exp2(from[x]), 0.95F);
-            row[x] = static_cast<std::uint32_t>(std::sqrt(reflectance) * 255.0F + 0.5F);
+    for (int y = 0; y < kTileHeight; ++y) {
+        const float* from = logs.data() + static_cast<std::size_t>(y) * kTileWidth;
+        std::uint32_t row[kTileWidth];
+        for (int x = 0; x < kTileWidth; ++x) {
+            const float reflectance = std::min(tone * FastExp2(from[x]), 0.95f);
+            row[x] = static_cast<std::uint32_t>(std::sqrt(reflectance) * 255.0f + 0.5f);
         }
-        for (int x = 0; x < tile_width; ++x) {
-            atlas.set_code(x, y, row[x]);
+        for (int x = 0; x < kTileWidth; ++x) {
+            atlas.SetCode(x, y, row[x]);
         }
     }
 }
 
-void paint_eyes_and_mouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
-                          Random& random) {
+void PaintEyesAndMouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
+                       Random& random) {
     const auto pick =
-        static_cast<std::size_t>(random.below(static_cast<int>(model.eye_tones.size())));
-    const Picture& eye = model.eye_tones[pick];
-    const float light_eyes =
-        identity.ethnicity[2] > 0.5F ? random.uniform(0.05F, 1.1F) : random.uniform(0.03F, 0.35F);
-    const float white = random.uniform(0.33F, 0.55F);
+        static_cast<std::size_t>(random.Below(static_cast<int>(model.eyeTones.size())));
+    const Picture& eye = model.eyeTones[pick];
+    const float lightEyes =
+        identity.ethnicity[2] > 0.5f ? random.Uniform(0.05f, 1.1f) : random.Uniform(0.03f, 0.35f);
+    const float white = random.Uniform(0.33f, 0.55f);
     // The two irises in the eye textures, as shares of their width.
-    constexpr float iris_x[2] = {0.705F, 0.292F}, iris_y[2] = {0.296F, 0.701F},
-                    iris_radius = 0.118F;
+    constexpr float irisX[2] = {0.705f, 0.292f}, irisY[2] = {0.296f, 0.701f}, irisRadius = 0.118f;
     for (int y = 0; y < eye.height; ++y) {
         for (int x = 0; x < eye.width; ++x) {
-            const float fx = (static_cast<float>(x) + 0.5F) / static_cast<float>(eye.width);
-            const float fy = (static_cast<float>(y) + 0.5F) / static_cast<float>(eye.height);
-            float away = 1.0F;
+            const float fx = (static_cast<float>(x) + 0.5f) / static_cast<float>(eye.width);
+            const float fy = (static_cast<float>(y) + 0.5f) / static_cast<float>(eye.height);
+            float away = 1.0f;
             for (int i = 0; i < 2; ++i) {
-                away = std::min(away, std::hypot(fx - iris_x[i], fy - iris_y[i]));
+                away = std::min(away, std::hypot(fx - irisX[i], fy - irisY[i]));
             }
-            const float code = *eye.at(x, y) / 255.0F;
-            const float iris = light_eyes * code * code;
-            const float sclera = white * std::min(1.0F, code * code * 2.3F);
-            const float on_white = smooth_step(iris_radius * 0.96F, iris_radius * 1.08F, away);
-            atlas.set(atlas::eyes.x + x, atlas::eyes.y + y, mix(iris, sclera, on_white));
+            const float code = *eye.At(x, y) / 255.0f;
+            const float iris = lightEyes * code * code;
+            const float sclera = white * std::min(1.0f, code * code * 2.3f);
+            const float onWhite = SmoothStep(irisRadius * 0.96f, irisRadius * 1.08f, away);
+            atlas.Set(atlas::kEyes.x + x, atlas::kEyes.y + y, Mix(iris, sclera, onWhite));
         }
     }
     const auto fill = [&](const atlas::Tile& tile, float reflectance) {
         for (int y = 0; y < tile.height; ++y) {
             for (int x = 0; x < tile.width; ++x) {
-                atlas.set(tile.x + x, tile.y + y, reflectance);
+                atlas.Set(tile.x + x, tile.y + y, reflectance);
             }
         }
     };
-    fill(atlas::teeth, random.uniform(0.4F, 0.75F));
-    fill(atlas::tongue, random.uniform(0.15F, 0.28F));
+    fill(atlas::kTeeth, random.Uniform(0.4f, 0.75f));
+    fill(atlas::kTongue, random.Uniform(0.15f, 0.28f));
 }
 
 } // namespace facegen

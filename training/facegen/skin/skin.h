@@ -22,23 +22,23 @@ struct SkinKit {
     std::vector<std::uint32_t> stubble; // packed as the atlas is: density of stubble
 };
 
-SkinKit make_skin_kit(const HeadModel& model);
+SkinKit MakeSkinKit(const HeadModel& model);
 
-enum class BeardStyle { none, shadow, moustache, goatee, full };
+enum class BeardStyle { kNone, kShadow, kMoustache, kGoatee, kFull };
 
 struct Hairiness {
     Hairline hairline;
     float scalp = 1; // how much of the scalp the painted hair hides
-    BeardStyle beard = BeardStyle::none;
-    float beard_density = 0;
+    BeardStyle beard = BeardStyle::kNone;
+    float beardDensity = 0;
 };
 
 // Paints the skin tile of the atlas.
-void paint_skin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const Identity& identity,
-                const Hairiness& hairiness, Random& random);
+void PaintSkin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+               const Hairiness& hairiness, Random& random);
 
 // Paints eyes, teeth and tongue.
-void paint_eyes_and_mouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
-                          Random& random);
+void PaintEyesAndMouth(Atlas& atlas, const HeadModel& model, const Identity& identity,
+                       Random& random);
 
 } // namespace facegen

@@ -10,19 +10,19 @@
 namespace facegen {
 
 // One channel of a picture, reduced to size x size by averaging.
-Picture reduced_channel(const Picture& picture, int channel, int size);
+Picture ReducedChannel(const Picture& picture, int channel, int size);
 
 // A hair texture at the size of its tile: tones relative to their mean, which becomes 128.
-HairTexture hair_texture(const Picture& rgba);
+HairTexture BakeHairTexture(const Picture& rgba);
 
 // Fills HeadModel::texel_base and ::texel_used.
-void bake_texel_base(HeadModel& model);
+void BakeTexelBase(HeadModel& model);
 
 // A skin's detail (see HeadModel::skins): its painted hair is taken out.
-std::vector<std::int16_t> skin_detail(const Picture& rgb, const HeadModel& model);
+std::vector<std::int16_t> SkinDetail(const Picture& rgb, const HeadModel& model);
 
 // How much of each texel of the skin an eyebrow covers.
-std::vector<std::uint8_t> brow_coverage(const Fitted& brow, const Picture& rgba,
-                                        const HeadModel& model);
+std::vector<std::uint8_t> BrowCoverage(const Fitted& brow, const Picture& rgba,
+                                       const HeadModel& model);
 
 } // namespace facegen

@@ -14,8 +14,8 @@ namespace {
 TEST(Npy, HasAHeaderThatNumPyReadsAndThenTheBytes) {
     const auto file = std::filesystem::temp_directory_path() / "facegen_npy_test.npy";
     const float values[6] = {1, 2, 3, 4, 5, 6};
-    write_npy(file, "<f4", {2, 3}, values, sizeof values);
-    const std::string bytes = read_text(file);
+    WriteNpy(file, "<f4", {2, 3}, values, sizeof values);
+    const std::string bytes = ReadText(file);
     EXPECT_EQ(bytes.substr(0, 8), std::string("\x93NUMPY\x01\x00", 8));
     const std::size_t header =
         static_cast<unsigned char>(bytes[8]) + 256U * static_cast<unsigned char>(bytes[9]);
@@ -32,16 +32,16 @@ TEST(Npy, HasAHeaderThatNumPyReadsAndThenTheBytes) {
 TEST(Npy, ReadsWhatItWrote) {
     const auto file = std::filesystem::temp_directory_path() / "facegen_npy_read_test.npy";
     const float values[6] = {1, 2, 3, 4, 5, 6};
-    write_npy(file, "<f4", {2, 3}, values, sizeof values);
-    const NpyFile array = read_npy(file);
+    WriteNpy(file, "<f4", {2, 3}, values, sizeof values);
+    const NpyFile array = ReadNpy(file);
     EXPECT_EQ(array.type, "<f4");
     EXPECT_EQ(array.shape, (std::vector<std::size_t>{2, 3}));
     ASSERT_EQ(array.bytes.size(), sizeof values);
-    EXPECT_EQ(array.data<float>()[5], 6.0F);
+    EXPECT_EQ(array.Data<float>()[5], 6.0f);
     std::filesystem::resize_file(file, std::filesystem::file_size(file) - 1);
-    EXPECT_THROW(read_npy(file), std::runtime_error);
+    EXPECT_THROW(ReadNpy(file), std::runtime_error);
     std::filesystem::resize_file(file, 4);
-    EXPECT_THROW(read_npy(file), std::runtime_error);
+    EXPECT_THROW(ReadNpy(file), std::runtime_error);
     std::filesystem::remove(file);
 }
 

@@ -9,9 +9,9 @@ namespace facegen {
 namespace {
 
 TEST(Random, SameStreamSameNumbers) {
-    Random a(1, 2, 3, Purpose::skin), b(1, 2, 3, Purpose::skin);
+    Random a(1, 2, 3, Purpose::kSkin), b(1, 2, 3, Purpose::kSkin);
     for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(a.next(), b.next());
+        EXPECT_EQ(a.Next(), b.Next());
     }
 }
 
@@ -19,8 +19,8 @@ TEST(Random, StreamsOfOtherPeoplePicturesAndPurposesDiffer) {
     std::set<std::uint64_t> first;
     for (std::uint64_t person = 0; person < 20; ++person) {
         for (std::uint64_t picture = 0; picture < 20; ++picture) {
-            for (const Purpose purpose : {Purpose::person, Purpose::picture, Purpose::camera}) {
-                first.insert(Random(7, person, picture, purpose).next());
+            for (const Purpose purpose : {Purpose::kPerson, Purpose::kPicture, Purpose::kCamera}) {
+                first.insert(Random(7, person, picture, purpose).Next());
             }
         }
     }
@@ -32,7 +32,7 @@ TEST(Random, NormalHasMeanZeroAndDeviationOne) {
     double sum = 0, squares = 0;
     constexpr int count = 20000;
     for (int i = 0; i < count; ++i) {
-        const double value = random.normal();
+        const double value = random.Normal();
         sum += value;
         squares += value * value;
     }
@@ -43,7 +43,7 @@ TEST(Random, NormalHasMeanZeroAndDeviationOne) {
 TEST(Random, NormalWithinStaysWithin) {
     Random random(6);
     for (int i = 0; i < 5000; ++i) {
-        EXPECT_LE(std::fabs(random.normal_within(2.0F, 1.5F)), 3.0F);
+        EXPECT_LE(std::fabs(random.NormalWithin(2.0f, 1.5f)), 3.0f);
     }
 }
 

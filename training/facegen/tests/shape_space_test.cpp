@@ -16,61 +16,61 @@ namespace fs = std::filesystem;
 class ShapeSpaceFiles : public testing::Test {
   protected:
     void SetUp() override {
-        folder_ = fs::temp_directory_path() /
-                  (std::string("facegen_") +
-                   testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(folder_);
+        folder = fs::temp_directory_path() /
+                 (std::string("facegen_") +
+                  testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::create_directories(folder);
         const std::int32_t points[3] = {3, 5, 9};
         const float neutral[9] = {0, 7, 1, 1, 8, 1, 2, 9, 1};
         float components[18] = {};
         components[0] = 1;  // the first moves point 3 to the left
         components[13] = 2; // the second moves point 5 up
-        write_npy(folder_ / "points.npy", "<i4", {3}, points, sizeof points);
-        write_npy(folder_ / "neutral.npy", "<f4", {3, 3}, neutral, sizeof neutral);
-        write_npy(folder_ / "components.npy", "<f4", {2, 3, 3}, components, sizeof components);
+        WriteNpy(folder / "points.npy", "<i4", {3}, points, sizeof points);
+        WriteNpy(folder / "neutral.npy", "<f4", {3, 3}, neutral, sizeof neutral);
+        WriteNpy(folder / "components.npy", "<f4", {2, 3, 3}, components, sizeof components);
     }
-    void TearDown() override { fs::remove_all(folder_); }
+    void TearDown() override { fs::remove_all(folder); }
 
-    fs::path folder_;
+    fs::path folder;
     // Of the head model: numbers in the base mesh's file, and where the points lie there.
-    std::vector<std::uint32_t> numbers_{2, 3, 5};
-    std::vector<Vec3> base_{{0, 1, 0}, {0, 6, 1}, {1, 7, 1}};
+    std::vector<std::uint32_t> numbers{2, 3, 5};
+    std::vector<Vec3> base{{0, 1, 0}, {0, 6, 1}, {1, 7, 1}};
 };
 
 TEST_F(ShapeSpaceFiles, PointsFindTheirRowsAndOthersFollowTheLowest) {
-    const ShapeSpace space = load_shape_space(folder_, numbers_, base_);
+    const ShapeSpace space = LoadShapeSpace(folder, numbers, base);
     ASSERT_EQ(space.neutral.size(), 3U);
-    EXPECT_EQ(space.neutral[1].y, 1.0F);
-    EXPECT_EQ(space.neutral[2].y, 1.0F);
-    EXPECT_EQ(space.neutral[0].y, 1.0F); // not in the space: as point 3, the lowest that is
+    EXPECT_EQ(space.neutral[1].y, 1.0f);
+    EXPECT_EQ(space.neutral[2].y, 1.0f);
+    EXPECT_EQ(space.neutral[0].y, 1.0f); // not in the space: as point 3, the lowest that is
     ASSERT_EQ(space.components.size(), 2U);
-    EXPECT_EQ(space.components[0][1].x, 1.0F);
-    EXPECT_EQ(space.components[1][2].y, 2.0F);
-    EXPECT_EQ(length(space.components[0][0]), 0.0F);
+    EXPECT_EQ(space.components[0][1].x, 1.0f);
+    EXPECT_EQ(space.components[1][2].y, 2.0f);
+    EXPECT_EQ(Length(space.components[0][0]), 0.0f);
 }
 
 TEST_F(ShapeSpaceFiles, TheStreamDecidesTheHead) {
-    const ShapeSpace space = load_shape_space(folder_, numbers_, base_);
+    const ShapeSpace space = LoadShapeSpace(folder, numbers, base);
     const auto drawn = [&](std::uint64_t seed) {
-        std::vector<Vec3> points = base_;
+        std::vector<Vec3> points = base;
         Random random(seed);
-        add_scanned_shape(points, space, random);
+        AddScannedShape(points, space, random);
         return points;
     };
     const auto one = drawn(1), again = drawn(1), other = drawn(2);
     EXPECT_EQ(one[1].x, again[1].x);
     EXPECT_NE(one[1].x, other[1].x);
     EXPECT_NE(one[2].y, other[2].y);
-    EXPECT_EQ(one[0].x, 0.0F); // no component moves it
-    EXPECT_LE(std::fabs(one[1].x), 2.2F);
+    EXPECT_EQ(one[0].x, 0.0f); // no component moves it
+    EXPECT_LE(std::fabs(one[1].x), 2.2f);
 }
 
 TEST_F(ShapeSpaceFiles, FilesThatDoNotFitAreRefused) {
     const float few[6] = {};
-    write_npy(folder_ / "neutral.npy", "<f4", {2, 3}, few, sizeof few);
-    EXPECT_THROW(load_shape_space(folder_, numbers_, base_), std::runtime_error);
-    write_npy(folder_ / "neutral.npy", "<i4", {2, 3}, few, sizeof few);
-    EXPECT_THROW(load_shape_space(folder_, numbers_, base_), std::runtime_error);
+    WriteNpy(folder / "neutral.npy", "<f4", {2, 3}, few, sizeof few);
+    EXPECT_THROW(LoadShapeSpace(folder, numbers, base), std::runtime_error);
+    WriteNpy(folder / "neutral.npy", "<i4", {2, 3}, few, sizeof few);
+    EXPECT_THROW(LoadShapeSpace(folder, numbers, base), std::runtime_error);
 }
 
 } // namespace

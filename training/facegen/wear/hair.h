@@ -16,16 +16,16 @@ struct StreakTexture {
     Picture tone;
 };
 
-std::vector<StreakTexture> make_streaks();
+std::vector<StreakTexture> MakeStreaks();
 
 // A way to wear hair.
 struct HairStyle {
-    int id = 0;                      // 0: none; the same number for the same cut
-    Piece piece;                     // empty: nothing but what is painted on the scalp
-    Piece fringe;                    // over the forehead
-    Piece curtain;                   // hanging over ears, neck and shoulders
-    int texture = -1;                // index into HeadModel::hair_textures
-    std::vector<Triangle> under_cap; // the piece's triangles that a cap leaves
+    int id = 0;                     // 0: none; the same number for the same cut
+    Piece piece;                    // empty: nothing but what is painted on the scalp
+    Piece fringe;                   // over the forehead
+    Piece curtain;                  // hanging over ears, neck and shoulders
+    int texture = -1;               // index into HeadModel::hair_textures
+    std::vector<Triangle> underCap; // the piece's triangles that a cap leaves
 };
 
 struct Hairdress {
@@ -35,15 +35,15 @@ struct Hairdress {
     int streaks = 0;
 };
 
-Hairiness draw_hairiness(const Identity& identity, Random& random);
+Hairiness DrawHairiness(const Identity& identity, Random& random);
 
-Hairdress draw_hairdress(const HeadModel& model, const Shape& shape, const Identity& identity,
-                         const Hairiness& hairiness, const std::vector<StreakTexture>& streaks,
-                         Random& random);
+Hairdress DrawHairdress(const HeadModel& model, const Shape& shape, const Identity& identity,
+                        const Hairiness& hairiness, const std::vector<StreakTexture>& streaks,
+                        Random& random);
 
 // Paints the tiles of hair and streaks.
-void paint_hair_tiles(Atlas& atlas, const HeadModel& model, const Identity& identity,
-                      const Hairdress& hairdress, const std::vector<StreakTexture>& streaks,
-                      Random& random);
+void PaintHairTiles(Atlas& atlas, const HeadModel& model, const Identity& identity,
+                    const Hairdress& hairdress, const std::vector<StreakTexture>& streaks,
+                    Random& random);
 
 } // namespace facegen

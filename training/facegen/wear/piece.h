@@ -11,19 +11,19 @@
 namespace facegen {
 
 enum Material : std::int32_t {
-    skin_material,
-    eye_material,
-    teeth_material,
-    tongue_material,
-    hair_material,
-    beard_material,
-    lash_material,
-    frame_material, // of glasses
-    lens_material,
-    fabric_material, // caps
-    mask_material,
-    cloth_material,
-    materials
+    kSkinMaterial,
+    kEyeMaterial,
+    kTeethMaterial,
+    kTongueMaterial,
+    kHairMaterial,
+    kBeardMaterial,
+    kLashMaterial,
+    kFrameMaterial, // of glasses
+    kLensMaterial,
+    kFabricMaterial, // caps
+    kMaskMaterial,
+    kClothMaterial,
+    kMaterials
 };
 
 // Something that sits on the head, in the person's own frame (middle of the eyes at the origin).
@@ -35,7 +35,7 @@ struct Piece {
     Surface surface;
     DrawStyle style;
 
-    bool empty() const { return surface.triangles.empty(); }
+    bool Empty() const { return surface.triangles.empty(); }
 };
 
 } // namespace facegen

@@ -17,10 +17,10 @@ struct ShellPoint {
 
 // A layer over part of the skin that follows its every move: short hair, a beard, a cap, a mask.
 // `at` is asked once for each point of the skin that is not inside the mouth.
-Piece grow_shell(const HeadModel& model, const std::vector<Vec3>& points, float field_floor,
-                 const std::function<ShellPoint(std::uint32_t)>& at);
+Piece GrowShell(const HeadModel& model, const std::vector<Vec3>& points, float fieldFloor,
+                const std::function<ShellPoint(std::uint32_t)>& at);
 
 // Moves each offset towards the mean of its neighbours, so that the shell bridges hollows.
-void smooth_shell(Piece& shell, int rounds);
+void SmoothShell(Piece& shell, int rounds);
 
 } // namespace facegen
