@@ -12,7 +12,7 @@ namespace {
 // Thresholds of the four samples of a pixel, so that part of a pixel can be covered.
 constexpr float kThreshold[2][2] = {{0.125f, 0.625f}, {0.875f, 0.375f}};
 
-// A value that is linear over the triangle: at(x, y) = value + x * per_x + y * per_y.
+// A value that is linear over the triangle: at(x, y) = value + x * perX + y * perY.
 struct Plane {
     float value, perX, perY;
 };

@@ -15,7 +15,7 @@ Picture ReducedChannel(const Picture& picture, int channel, int size);
 // A hair texture at the size of its tile: tones relative to their mean, which becomes 128.
 HairTexture BakeHairTexture(const Picture& rgba);
 
-// Fills HeadModel::texel_base and ::texel_used.
+// Fills HeadModel::texelBase and ::texelUsed.
 void BakeTexelBase(HeadModel& model);
 
 // A skin's detail (see HeadModel::skins): its painted hair is taken out.

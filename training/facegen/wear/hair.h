@@ -24,7 +24,7 @@ struct HairStyle {
     Piece piece;                    // empty: nothing but what is painted on the scalp
     Piece fringe;                   // over the forehead
     Piece curtain;                  // hanging over ears, neck and shoulders
-    int texture = -1;               // index into HeadModel::hair_textures
+    int texture = -1;               // index into HeadModel::hairTextures
     std::vector<Triangle> underCap; // the piece's triangles that a cap leaves
 };
 

@@ -9,7 +9,7 @@
 namespace facegen {
 
 // How far the shell stands off the skin at a point, and its field there (see Coverage): where the
-// field is below `field_floor` all over a triangle, the triangle is left out.
+// field is below `fieldFloor` all over a triangle, the triangle is left out.
 struct ShellPoint {
     Vec3 offset;
     float field;
