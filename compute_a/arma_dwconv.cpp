@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise 3 x 3 convolution with rectifier; see depthwise_3x3.h.
+// Depthwise 3 x 3 convolution with rectifier; see depthwise_shared.h.
 #include "common/diagnostics.h"
 #include "compute_a/bounded_writer.h"
-#include "compute_a/depthwise_3x3.h"
+#include "compute_a/depthwise_shared.h"
 #include "orvo/q7_kernels.h"
 
 namespace {

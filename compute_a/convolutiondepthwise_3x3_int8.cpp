@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise 3 x 3 convolution without rectifier; see depthwise_3x3.h.
+// Depthwise 3 x 3 convolution without rectifier; see depthwise_shared.h.
 #include "common/diagnostics.h"
-#include "compute_a/depthwise_3x3.h"
+#include "compute_a/depthwise_shared.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/q7_kernels.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "compute_a/depthwise_3x3.h"
+#include "compute_a/depthwise_shared.h"
 
 #include <algorithm>
 
