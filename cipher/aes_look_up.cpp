@@ -53,12 +53,11 @@ struct InverseKeys {
   private:
     // The table substitutes before it mixes, so the bytes are substituted forward first.
     static uint32_t Mix(const uint8_t* column) {
-        uint32_t mixed = 0;
-        for (int row = 0; row < 4; ++row) {
-            const uint32_t share = kMix.share[kAesSboxes.forward[column[row]]];
-            mixed ^= std::rotl(share, 8 * row);
-        }
-        return mixed;
+        const auto share = [column](int row) {
+            return kMix.share[kAesSboxes.forward[column[row]]];
+        };
+        return share(0) ^ std::rotl(share(1), 8) ^ std::rotl(share(2), 16) ^
+               std::rotl(share(3), 24);
     }
 };
 
