@@ -111,6 +111,14 @@ void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures,
     command.add_flag("--json", options.json, "Print one line of JSON");
 }
 
+void AddCalibrationOption(CLI::App& command, std::string& path) {
+    command
+        .add_option("--calibration", path,
+                    "Give scores as this file of kova-fr calibrate has them, too, and how many "
+                    "pairs of strangers are as alike")
+        ->type_name("FILE");
+}
+
 std::vector<OutputFile> CropFiles(const FaceOptions& options) {
     std::vector<OutputFile> files;
     if (options.cropPath.empty()) {

@@ -26,6 +26,9 @@ inline constexpr int kAnyNumber = CLI::detail::expected_max_vector_size;
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures,
                     int mostPictures = kAnyNumber);
 
+// --calibration FILE.
+void AddCalibrationOption(CLI::App& command, std::string& path);
+
 // The files that --save-crop asks for, without their bytes yet: the one that the user named for one
 // picture; for more the name with -1, -2 and so on before its extension.
 std::vector<OutputFile> CropFiles(const FaceOptions& options);

@@ -94,7 +94,9 @@ class Scorer {
     void Score(uint32_t first, uint32_t second) {
         const Feature& a = comparisons_.features[first];
         const Feature& b = comparisons_.features[second];
-        const float score = OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b);
+        const float score = comparisons_.score
+                                ? comparisons_.score(first, second)
+                                : OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b);
         const size_t rank = RankOf(score);
         const uint32_t firstPerson = comparisons_.person[first];
         const uint32_t secondPerson = comparisons_.person[second];
