@@ -53,8 +53,7 @@ Calibration Model(const Comparisons& comparisons, const People& people,
     const size_t size = std::min(kMostInCohort, wanted.size());
     for (size_t i = 0; i < size; ++i) {
         const uint32_t person = wanted[i * wanted.size() / size];
-        model.cohort.push_back(
-            Centred(model.mean, comparisons.features[people[person].front()]));
+        model.cohort.push_back(Centred(model.mean, comparisons.features[people[person].front()]));
     }
     return model;
 }
@@ -122,7 +121,8 @@ void RankStrangers(const Comparisons& comparisons, PairScores& scores, Calibrati
     }
     std::sort(strangers.begin(), strangers.end(), std::greater<>());
     calibration.strangerPairs = strangers.size();
-    for (uint64_t rank = 1; rank < strangers.size(); rank += std::max<uint64_t>(1, rank / kRankSteps)) {
+    for (uint64_t rank = 1; rank < strangers.size();
+         rank += std::max<uint64_t>(1, rank / kRankSteps)) {
         calibration.strangers.push_back({rank, static_cast<double>(strangers[rank - 1])});
     }
     calibration.strangers.push_back({strangers.size(), static_cast<double>(strangers.back())});
@@ -175,9 +175,8 @@ Calibration Calibrate(const Comparisons& comparisons, const CalibratingOptions& 
     kova_statistics::ScoringLimits limits;
     limits.seed = options.seed;
     const auto silent = [](size_t, size_t) {};
-    const Figures figures =
-        ComputeFigures(ScorePairs(scored, limits, silent), comparisons.people, options.rounds,
-                       options.seed, silent);
+    const Figures figures = ComputeFigures(ScorePairs(scored, limits, silent), comparisons.people,
+                                           options.rounds, options.seed, silent);
     calibration.thresholds = Thresholds(figures);
     return calibration;
 }

@@ -65,8 +65,7 @@ float CentredScore(const CalibratedFace& a, const CalibratedFace& b) {
 
 float NormalisedScore(const CalibratedFace& a, const CalibratedFace& b) {
     const double centred = static_cast<double>(CentredScore(a, b));
-    return static_cast<float>(
-        std::clamp(centred - 0.5 * (a.likeOthers + b.likeOthers), -1.0, 1.0));
+    return static_cast<float>(std::clamp(centred - 0.5 * (a.likeOthers + b.likeOthers), -1.0, 1.0));
 }
 
 Rarity RarityOf(const Calibration& calibration, double normalisedScore) {

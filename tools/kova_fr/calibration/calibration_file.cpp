@@ -29,7 +29,8 @@ ordered_json NumbersJson(const Numbers& numbers) {
 }
 
 [[noreturn]] void FailContents(const std::string& what) {
-    throw Failure("is no calibration of kova-fr: " + what + "; make it anew with kova-fr calibrate");
+    throw Failure("is no calibration of kova-fr: " + what +
+                  "; make it anew with kova-fr calibrate");
 }
 
 // The number, which JSON cannot make infinite.

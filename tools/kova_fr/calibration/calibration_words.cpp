@@ -9,8 +9,8 @@
 namespace kova_cli {
 namespace {
 
-constexpr uint64_t kFewPeople = 50;     // to trust the intervals of
-constexpr double kAlmostAll = 2;        // of two strangers one is as alike
+constexpr uint64_t kFewPeople = 50; // to trust the intervals of
+constexpr double kAlmostAll = 2;    // of two strangers one is as alike
 
 // 12345 becomes "12,000".
 std::string RoundedDown(double number) {
@@ -45,13 +45,12 @@ nlohmann::ordered_json RarityJson(const Rarity& rarity) {
 
 std::string CalibrationWords(const Calibration& calibration) {
     const std::string shares = SharesText(calibration.thresholds);
-    std::string text = Wrapped(
-        "Calibrated on " + std::to_string(calibration.pictures) + " pictures of " +
-        std::to_string(calibration.people) + " people. " +
-        (shares.empty()
-             ? "They are too few for thresholds."
-             : "Of pairs of strangers a threshold of the normalised score of " + shares +
-                   ", with 95 % intervals over people in brackets."));
+    std::string text =
+        Wrapped("Calibrated on " + std::to_string(calibration.pictures) + " pictures of " +
+                std::to_string(calibration.people) + " people. " +
+                (shares.empty() ? "They are too few for thresholds."
+                                : "Of pairs of strangers a threshold of the normalised score of " +
+                                      shares + ", with 95 % intervals over people in brackets."));
     if (calibration.people < kFewPeople) {
         text += Wrapped("There are only " + std::to_string(calibration.people) +
                         " people: the intervals themselves are rough, and too narrow if anything.");

@@ -50,8 +50,8 @@ constexpr const char* kExamples = R"(Examples:
   kova-fr identify --calibration door.calibration people.gallery a.jpg)";
 
 EvalInput Find(const CalibrateOptions& options) {
-    EvalInput input = options.byName ? FindPeople(options.folder, true)
-                                     : FindPeopleOrStrangers(options.folder);
+    EvalInput input =
+        options.byName ? FindPeople(options.folder, true) : FindPeopleOrStrangers(options.folder);
     if (input.pictures.size() > kMostPictures) {
         throw Failure(options.folder + ": has " + std::to_string(input.pictures.size()) +
                       " pictures; give at most " + std::to_string(kMostPictures));
@@ -102,7 +102,8 @@ void RunCalibrate(const CalibrateOptions& options) {
     const std::string file = CalibrationText(calibration);
     WriteFiles({{options.outPath, true, std::vector<uint8_t>(file.begin(), file.end())}});
     if (!options.json) {
-        WriteStandardOutput(Wrapped(options.outPath + ": written.") + CalibrationWords(calibration));
+        WriteStandardOutput(Wrapped(options.outPath + ": written.") +
+                            CalibrationWords(calibration));
         return;
     }
     WriteStandardOutput(JsonLine({{"path", options.outPath},
@@ -120,8 +121,7 @@ void AddCalibrateCommand(CLI::App& program) {
         "calibrate", "Learn from pictures of your own camera what its scores mean");
     const auto options = std::make_shared<CalibrateOptions>();
     command
-        .add_option("folder", options->folder,
-                    "Pictures, one a person, or one sub-folder a person")
+        .add_option("folder", options->folder, "Pictures, one a person, or one sub-folder a person")
         ->required()
         ->type_name("FOLDER");
     command.add_option("--out", options->outPath, "Write the calibration there")

@@ -132,9 +132,9 @@ std::string Text(const std::vector<Face>& faces, const CalibratedTables& tables)
         TableText(tables.normalised, Labels(faces)) + "\n";
     if (faces.size() == 2) {
         const float score = tables.normalised[0][1];
-        text += Wrapped("The normalised score is " + Number(score, 6) + ": " +
-                        RarityWords(RarityOf(tables.calibration, static_cast<double>(score))) +
-                        ".");
+        text +=
+            Wrapped("The normalised score is " + Number(score, 6) + ": " +
+                    RarityWords(RarityOf(tables.calibration, static_cast<double>(score))) + ".");
     }
     return text + CalibrationWords(tables.calibration);
 }

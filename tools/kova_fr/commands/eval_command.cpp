@@ -99,8 +99,8 @@ void RunEval(const EvalOptions& options) {
         MakeOutFolder(options.outFolder);
     }
     Evaluation evaluation;
-    const std::vector<std::optional<Feature>> features = ReadFeatures(
-        Recogniser(), input, {options.detect, options.strict}, evaluation.leftOut);
+    const std::vector<std::optional<Feature>> features =
+        ReadFeatures(Recogniser(), input, {options.detect, options.strict}, evaluation.leftOut);
     const kova_statistics::Comparisons comparisons = MakeComparisons(input, features);
     CheckNotEmpty(comparisons);
 

@@ -257,7 +257,8 @@ EvalInput FindPeopleOrStrangers(const std::string& folder) {
     const std::vector<fs::path> people = Entries(folder, IsFolder);
     for (const fs::path& person : people) {
         if (!Entries(person, HasPictureName).empty()) {
-            throw Failure(folder + ": has pictures and sub-folders with pictures; give either one " +
+            throw Failure(folder +
+                          ": has pictures and sub-folders with pictures; give either one " +
                           "sub-folder for each person, or one picture for each");
         }
     }
