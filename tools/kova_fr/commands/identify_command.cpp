@@ -8,7 +8,7 @@
 #include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
-#include "gallery/gallery.h"
+#include "gallery/search.h"
 #include "terminal/json_line.h"
 #include "terminal/label.h"
 
@@ -45,11 +45,16 @@ struct Answer {
     std::vector<Match> matches;
 };
 
-std::vector<Answer> Identify(const Gallery& gallery, const std::vector<Face>& faces,
+std::vector<Answer> Identify(const GalleryFile& gallery, const std::vector<Face>& faces,
                              const IdentifyOptions& options) {
-    std::vector<Answer> answers;
+    std::vector<Feature> features;
     for (const Face& face : faces) {
-        Answer answer{face.path, Search(gallery, face.feature, options.top)};
+        features.push_back(face.feature);
+    }
+    std::vector<std::vector<Match>> matches = Search(gallery, features, options.top);
+    std::vector<Answer> answers;
+    for (size_t i = 0; i < faces.size(); ++i) {
+        Answer answer{faces[i].path, std::move(matches[i])};
         if (options.threshold) {
             std::erase_if(answer.matches, [&options](const Match& match) {
                 return match.distance < *options.threshold;
@@ -60,30 +65,29 @@ std::vector<Answer> Identify(const Gallery& gallery, const std::vector<Face>& fa
     return answers;
 }
 
-std::string Text(const Gallery& gallery, const std::vector<Answer>& answers) {
+std::string Text(const std::vector<Answer>& answers) {
     std::string text;
     for (const Answer& answer : answers) {
         text += OneLine(answer.path) + "\n";
         for (const Match& match : answer.matches) {
             char number[32];
             std::snprintf(number, sizeof number, "  %8.6f  ", static_cast<double>(match.distance));
-            text += number + gallery.names[match.entry] + "\n";
+            text += number + match.name + "\n";
         }
         text += answer.matches.empty() ? "  nobody\n" : "";
     }
     return text;
 }
 
-std::string Json(const Gallery& gallery, const std::vector<Answer>& answers) {
+std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers) {
     nlohmann::ordered_json json;
-    json["features"] = gallery.features.size();
+    json["features"] = gallery.count();
     json["pictures"] = nlohmann::ordered_json::array();
     for (const Answer& answer : answers) {
         nlohmann::ordered_json matches = nlohmann::ordered_json::array();
         for (const Match& match : answer.matches) {
-            matches.push_back({{"name", gallery.names[match.entry]},
-                               {"distance", match.distance},
-                               {"entry", match.entry}});
+            matches.push_back(
+                {{"name", match.name}, {"distance", match.distance}, {"entry", match.entry}});
         }
         json["pictures"].push_back({{"path", answer.path}, {"matches", matches}});
     }
@@ -95,12 +99,12 @@ void RunIdentify(const IdentifyOptions& options) {
     std::vector<OutputFile> crops = CropFiles(options.faces);
     CheckOutputs(crops, options.faces.pictures);
     const Recogniser recogniser;
-    const Gallery gallery = LoadGallery(options.galleryPath, ModelsDigest());
+    const GalleryFile gallery(options.galleryPath, ModelsDigest());
     const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
     const std::vector<Answer> answers = Identify(gallery, faces, options);
     FillCropFiles(faces, crops);
     WriteFiles(crops);
-    WriteStandardOutput(options.faces.json ? Json(gallery, answers) : Text(gallery, answers));
+    WriteStandardOutput(options.faces.json ? Json(gallery, answers) : Text(answers));
     const bool isNobody = std::any_of(answers.begin(), answers.end(),
                                       [](const Answer& a) { return a.matches.empty(); });
     if (options.threshold && isNobody) {
