@@ -213,6 +213,56 @@ TEST_F(Calibrate, CompareSaysHowRareItIs) {
         << strangers.out;
 }
 
+// All entries, by the score that `compare` gives.
+TEST_F(Calibrate, IdentifyRanksByTheNormalisedScore) {
+    MakeFromSamples();
+    const std::string gallery = folder_ / "people.gallery";
+    const std::vector<std::string> enrolled = {"ada-1", "ben-1", "cleo-2", "joe-1", "lena-3"};
+    std::vector<std::string> compare = {"compare", "--json", "--calibration", file_,
+                                        Sample("joe-2")};
+    for (const std::string& name : enrolled) {
+        ASSERT_EQ(KovaFr({"enroll", gallery, name, Sample(name)}).status, 0);
+        compare.push_back(Sample(name));
+    }
+    const json compared = json::parse(KovaFr(compare).out);
+    const Outcome run = KovaFr({"identify", "--json", "--top", "9", "--calibration", file_, gallery,
+                                Sample("joe-2")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json matches = json::parse(run.out)["pictures"][0]["matches"];
+    ASSERT_EQ(matches.size(), enrolled.size());
+    double last = 1;
+    for (const json& match : matches) {
+        const auto place = static_cast<size_t>(
+            std::find(enrolled.begin(), enrolled.end(), match["name"]) - enrolled.begin());
+        ASSERT_LT(place, enrolled.size());
+        const json& tables = compared["calibration"];
+        EXPECT_EQ(match["normalised"], tables["normalised"][0][place + 1]);
+        EXPECT_EQ(match["rarity"], tables["rarity"][0][place + 1]);
+        EXPECT_EQ(match["distance"], compared["distances"][0][place + 1]);
+        EXPECT_LE(match["normalised"].get<double>(), last);
+        last = match["normalised"].get<double>();
+    }
+    EXPECT_EQ(matches[0]["name"], "joe-1");
+}
+
+TEST_F(Calibrate, IdentifysThresholdIsOfTheNormalisedScore) {
+    MakeFromSamples();
+    const std::string gallery = folder_ / "people.gallery";
+    ASSERT_EQ(KovaFr({"enroll", gallery, "joe", Sample("joe-1")}).status, 0);
+    const auto identify = [&](double threshold) {
+        return KovaFr({"identify", "--calibration", file_, "--threshold",
+                       std::to_string(threshold), gallery, Sample("joe-2")});
+    };
+    const json compared = json::parse(KovaFr({"compare", "--json", "--calibration", file_,
+                                              Sample("joe-1"), Sample("joe-2")}).out);
+    const auto score = compared["calibration"]["normalised"][0][1].get<double>();
+    ASSERT_GT(compared["distance"].get<double>(), score + 0.01); // the plain one would pass both
+    EXPECT_EQ(identify(score - 0.01).status, 0);
+    const Outcome above = identify(score + 0.01);
+    EXPECT_EQ(above.status, 3);
+    EXPECT_NE(above.out.find("nobody"), std::string::npos);
+}
+
 TEST_F(Calibrate, StrangersNeedNoNames) {
     const Outcome run = Run({MakeStrangers(60), "--json"});
     ASSERT_EQ(run.status, 0) << run.err;

@@ -78,11 +78,12 @@ void ScoreFolds(const Comparisons& comparisons, const People& people, uint32_t o
     const Calibration model = Model(comparisons, people, [&](uint32_t person) {
         return person % kFolds != one && person % kFolds != other;
     });
+    const FaceCalibrator calibrated(model);
     std::vector<std::pair<uint32_t, CalibratedFace>> faces;
     for (uint32_t person = 0; person < people.size(); ++person) {
         if (person % kFolds == one || person % kFolds == other) {
             for (const uint32_t picture : people[person]) {
-                faces.emplace_back(picture, Calibrated(model, comparisons.features[picture]));
+                faces.emplace_back(picture, calibrated(comparisons.features[picture]));
             }
         }
     }

@@ -47,14 +47,16 @@ Feature Centred(const std::array<double, ORVO_FR_FEATURE_LENGTH>& mean, const Fe
     return centred;
 }
 
-CalibratedFace Calibrated(const Calibration& calibration, const Feature& feature) {
+FaceCalibrator::FaceCalibrator(const Calibration& calibration)
+    : calibration_(calibration),
+      cohort_(orvo::LookThrough(reinterpret_cast<const float*>(calibration.cohort.data()),
+                                calibration.cohort.size())) {}
+
+CalibratedFace FaceCalibrator::operator()(const Feature& feature) const {
     CalibratedFace face;
-    face.centred = Centred(calibration.mean, feature);
-    std::vector<float> scores;
-    scores.reserve(calibration.cohort.size());
-    for (const Feature& other : calibration.cohort) {
-        scores.push_back(InnerProduct(face.centred, other));
-    }
+    face.centred = Centred(calibration_.mean, feature);
+    std::vector<float> scores(cohort_.count);
+    orvo::Distances(face.centred.data(), cohort_, scores.data());
     face.likeOthers = MeanOfMostAlike(scores);
     return face;
 }

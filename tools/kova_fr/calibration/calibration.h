@@ -8,6 +8,7 @@
 
 #include "evaluation/statistics/comparisons.h"
 #include "faces/digest.h"
+#include "search/distances.h"
 
 namespace kova_cli {
 
@@ -52,7 +53,16 @@ struct CalibratedFace {
 // says the same.
 size_t MostAlike(size_t cohort);
 
-CalibratedFace Calibrated(const Calibration& calibration, const Feature& feature);
+// Looks at faces with a calibration, which must outlive it.
+class FaceCalibrator {
+  public:
+    explicit FaceCalibrator(const Calibration& calibration);
+    CalibratedFace operator()(const Feature& feature) const;
+
+  private:
+    const Calibration& calibration_;
+    orvo::Features cohort_;
+};
 
 // The inner product without the mean: 1 for a face with itself.
 float CentredScore(const CalibratedFace& a, const CalibratedFace& b);

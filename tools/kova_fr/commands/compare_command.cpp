@@ -60,10 +60,11 @@ Table Distances(const Recogniser& recogniser, const std::vector<Face>& faces) {
 
 CalibratedTables CalibrateTables(Calibration calibration, const std::vector<Face>& faces) {
     CalibratedTables tables{std::move(calibration), {}, {}};
+    const FaceCalibrator calibrate(tables.calibration);
     std::vector<CalibratedFace> calibrated;
     calibrated.reserve(faces.size());
     for (const Face& face : faces) {
-        calibrated.push_back(Calibrated(tables.calibration, face.feature));
+        calibrated.push_back(calibrate(face.feature));
     }
     for (const CalibratedFace& a : calibrated) {
         std::vector<float>& centred = tables.centred.emplace_back();
@@ -178,10 +179,7 @@ void RunCompare(const CompareOptions& all) {
     std::vector<OutputFile> crops = CropFiles(options);
     CheckOutputs(crops, options.pictures);
     const Recogniser recogniser;
-    std::optional<Calibration> calibration;
-    if (!all.calibrationPath.empty()) {
-        calibration = LoadCalibration(all.calibrationPath, ModelsDigest());
-    }
+    std::optional<Calibration> calibration = CalibrationIfNamed(all.calibrationPath);
     const std::vector<Face> faces = RecogniseAll(recogniser, options);
     const Table table = Distances(recogniser, faces);
     FillCropFiles(faces, crops);
