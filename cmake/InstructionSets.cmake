@@ -24,8 +24,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     orvo_path(avx512vnni avx512vnni FILES product depthwise pooling elementwise routines
               OPTIONS ${avx512})
     orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
-    list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp)
+    list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp cipher/aes_vaes.cpp)
     set_source_files_properties(cipher/aes_ni.cpp PROPERTIES COMPILE_OPTIONS "-maes;-msse4.1")
+    set(wide_aes -maes -mvaes -mavx512f -Wno-uninitialized
+        "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
+    set_source_files_properties(cipher/aes_vaes.cpp PROPERTIES COMPILE_OPTIONS "${wide_aes}")
     set_source_files_properties(cipher/aes128.cpp PROPERTIES COMPILE_DEFINITIONS
                                 ORVO_HAVE_AES_INSTRUCTIONS)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
