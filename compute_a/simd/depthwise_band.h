@@ -23,9 +23,8 @@
 //     Copy(from, to)                   as many bytes
 //     kOutputs                         outputs made at a time
 //     Filter(weights, bias, planes)    constants of a channel
-//     ConvolveBand(values, count, pitch, filter, results)
-//                                      makes `count` from three rows, `pitch` values apart; a last
-//                                      vector of outputs may be more than is asked for
+//     Convolve(values, pitch, filter, results)
+//                                      makes them from three rows, `pitch` values apart
 #pragma once
 
 #include <cstddef>
@@ -134,6 +133,14 @@ void StoreBand(const Strip& strip, size_t y, size_t rows, const Band<Lanes>& ban
 }
 
 template <typename Lanes>
+void ConvolveBand(Band<Lanes>& band, size_t count, size_t pitch,
+                  const typename Lanes::Filter& filter) {
+    for (size_t i = 0; i < count; i += Lanes::kOutputs) {
+        Lanes::Convolve(band.values + i, pitch, filter, band.results + i);
+    }
+}
+
+template <typename Lanes>
 void ConvolveStrip(const Strip& strip, const typename Lanes::Filter& filter) {
     Band<Lanes> band;
     const size_t pitch = strip.pitch();
@@ -142,7 +149,7 @@ void ConvolveStrip(const Strip& strip, const typename Lanes::Filter& filter) {
         const size_t left = strip.height - y;
         const size_t rows = left < most ? left : most;
         WidenBand<Lanes>(strip, y, rows, band);
-        Lanes::ConvolveBand(band.values, rows * pitch, pitch, filter, band.results);
+        ConvolveBand<Lanes>(band, rows * pitch, pitch, filter);
         StoreBand<Lanes>(strip, y, rows, band);
         y += rows;
     }

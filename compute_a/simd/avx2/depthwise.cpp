@@ -85,14 +85,6 @@ struct BandLanes {
     }
     static void Copy(const int8_t* from, int8_t* to) { Store16(to, Load16(from)); }
 
-    static void ConvolveBand(const int16_t* values, size_t count, size_t pitch, const Filter& f,
-                             int8_t* results) {
-        for (size_t i = 0; i < count; i += kOutputs) {
-            Convolve(values + i, pitch, f, results + i);
-        }
-    }
-
-  private:
     static void Convolve(const int16_t* values, size_t pitch, const Filter& f, int8_t* results) {
         const __m256i interleave = _mm256_broadcastsi128_si256(
             _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));

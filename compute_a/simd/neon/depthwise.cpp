@@ -7,7 +7,7 @@
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/plain/routines.h"
 
 namespace orvo {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How the ARM paths walk a plane that is convolved depthwise. A strip of some columns goes down the
+// How planes are convolved depthwise where vectors are narrow. A strip of some columns goes down the
 // plane, six output rows at a time: each of the eight input rows around them is loaded once, with
 // its neighbours to the left and to the right, and is the top row of one output, the middle row of
 // the one above and the bottom row of the one above that. Where rows or columns are left over, the
