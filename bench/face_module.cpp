@@ -32,8 +32,8 @@ ORVO_MODULE int32_t FaceModuleOpen() {
     for (uint32_t i = 0; i < sizeof g_picture; ++i) {
         g_picture[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
     }
-    return OrvoFrInit() == ORVO_FR_OK &&
-                   OrvoFrSetMemory(g_memory, sizeof g_memory) == ORVO_FR_OK && Run()
+    return OrvoFrInit() == ORVO_FR_OK && OrvoFrSetMemory(g_memory, sizeof g_memory) == ORVO_FR_OK &&
+                   Run()
                ? 0
                : 1;
 }

@@ -99,9 +99,8 @@ inline Vector MaxOfPairs(const int8_t* upper, const int8_t* lower) {
 
 void MaxPoolRows(const int8_t* upper, const int8_t* lower, size_t dstWidth, int8_t* dst) {
     const auto do16 = [&](size_t x) {
-        wasm_v128_store(dst + x,
-                        LowBytes(MaxOfPairs(upper + 2 * x, lower + 2 * x),
-                                 MaxOfPairs(upper + 2 * x + 16, lower + 2 * x + 16)));
+        wasm_v128_store(dst + x, LowBytes(MaxOfPairs(upper + 2 * x, lower + 2 * x),
+                                          MaxOfPairs(upper + 2 * x + 16, lower + 2 * x + 16)));
     };
     const auto do8 = [&](size_t x) {
         const Vector words = MaxOfPairs(upper + 2 * x, lower + 2 * x);

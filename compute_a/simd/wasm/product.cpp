@@ -102,8 +102,8 @@ inline TileBytes MultiplyTile(const int8_t* values, const GroupWeights& group, s
     }
     Vector words[kGroup];
     for (size_t c = 0; c < kGroup; ++c) {
-        words[c] = wasm_i16x8_narrow_i32x4(ShiftRight(sums[c][0], shift),
-                                           ShiftRight(sums[c][1], shift));
+        words[c] =
+            wasm_i16x8_narrow_i32x4(ShiftRight(sums[c][0], shift), ShiftRight(sums[c][1], shift));
     }
     return {wasm_i8x16_narrow_i16x8(words[0], words[1]),
             wasm_i8x16_narrow_i16x8(words[2], words[3])};

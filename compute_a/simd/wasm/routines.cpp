@@ -25,6 +25,7 @@ const Routines kWasmSimdRoutines{
     .rectify = wasm::Rectify,
     .flipSign = plain::FlipSign,
     .add = wasm::Add,
+    .convolvePlane = wasm::ConvolvePlane,
 };
 
 } // namespace orvo

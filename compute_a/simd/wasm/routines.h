@@ -15,6 +15,7 @@ namespace orvo {
 namespace wasm {
 
 void Multiply(const MatrixProduct& product);
+bool ConvolvePlane(const PlaneConvolution& convolution);
 void Depthwise(const DepthwisePlanes& planes);
 void MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst);
 void MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t* dst);
