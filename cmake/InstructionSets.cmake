@@ -38,6 +38,21 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
         orvo_path(neon_dot neon_dot FILES product depthwise routines
                   OPTIONS -march=armv8.2-a+dotprod ${unscheduled})
     endif()
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "riscv64")
+    # Vectors by intrinsics that take a rounding mode, as those of GCC 14 and Clang 17 do. Older compilers leave the
+    # plain path.
+    include(CheckCXXSourceCompiles)
+    set(vectors -march=rv64gcv)
+    set(CMAKE_REQUIRED_FLAGS ${vectors})
+    check_cxx_source_compiles("
+        #include <riscv_vector.h>
+        static_assert(__riscv_v_intrinsic >= 12000);
+        int main() {}" ORVO_HAVE_RVV_INTRINSICS)
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(ORVO_HAVE_RVV_INTRINSICS)
+        orvo_path(rvv rvv FILES product plane depthwise pooling elementwise routines OPTIONS ${vectors})
+        set_source_files_properties(compute_a/routines.cpp PROPERTIES COMPILE_DEFINITIONS ORVO_HAVE_RVV)
+    endif()
 elseif(EMSCRIPTEN)
     orvo_path(wasm_simd wasm FILES product plane depthwise pooling elementwise routines)
 endif()

@@ -139,5 +139,6 @@ extern const Routines kAmxRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 extern const Routines kWasmSimdRoutines;
+extern const Routines kRvvRoutines;
 
 } // namespace orvo
