@@ -84,10 +84,10 @@ void RunFace(unsigned parts) {
         RunPicture();
     }
     if ((parts & kAlign) != 0) {
-        AlignRun(orvo_bench::NetworkInput());
+        AlignRun(orvo_bench::AlignInput());
     }
     if ((parts & kRecognition) != 0) {
-        FrRun(orvo_bench::NetworkInput());
+        FrRun(orvo_bench::RecognitionInput());
     }
 }
 

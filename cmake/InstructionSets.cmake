@@ -15,7 +15,7 @@ function(orvo_path name folder)
     set(ORVO_PATHS ${ORVO_PATHS} ${name} PARENT_SCOPE)
 endfunction()
 
-orvo_path(plain plain FILES product depthwise pooling elementwise routines)
+orvo_path(plain plain FILES product plane depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
