@@ -36,7 +36,7 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
         set(product product_64)
     endif()
-    orvo_path(neon neon FILES ${product} depthwise pooling elementwise routines
+    orvo_path(neon neon FILES ${product} plane depthwise pooling elementwise routines
               OPTIONS ${unscheduled})
     set_source_files_properties(cipher/aes_look_up.cpp PROPERTIES COMPILE_OPTIONS ${unscheduled})
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
