@@ -103,6 +103,30 @@ void LoadGroup(const PlaneConvolution& p, size_t first, GroupWeights& group) {
 
 #if defined(__aarch64__)
 
+// A row's values of a tile: d1 + d2 and d2 - d1, d0 - d2 and d1 - d3.
+struct TileRow {
+    int16x8_t middle, outer;
+};
+
+// The addresses move past what is loaded and stored. GCC would count all from one of them.
+inline TileRow LoadRow(const int16_t*& from) {
+    TileRow row;
+    __asm__("ldp %q0, %q1, [%2], #32"
+            : "=w"(row.middle), "=w"(row.outer), "+r"(from)
+            : "m"(*reinterpret_cast<const int16_t(*)[kTileValues]>(from)));
+    return row;
+}
+inline void StoreLow(int8x16_t bytes, int8_t*& to) {
+    __asm__("str %d2, [%1], #8"
+            : "=m"(*reinterpret_cast<int8_t(*)[kTileColumns]>(to)), "+r"(to)
+            : "w"(bytes));
+}
+inline void StoreHigh(int8x16_t bytes, int8_t*& to) {
+    __asm__("st1 {%2.d}[1], [%1], #8"
+            : "=m"(*reinterpret_cast<int8_t(*)[kTileColumns]>(to)), "+r"(to)
+            : "w"(bytes));
+}
+
 // Products with the values that stand first in a vector, and second.
 template <int kWeight>
 inline int32x4_t AddFirst(int32x4_t sum, int16x8_t values, const int16x8_t weights[2]) {
@@ -126,31 +150,34 @@ void MultiplyTiles(const GroupWeights& group, Tiles t) {
         weights[c][1] = vcombine_s16(vld1_s16(group.rows[c][0] + 8), vdup_n_s16(0));
         biases[c] = vdupq_n_s32(group.twiceBias[c]);
     }
-    for (; t.count > 0; --t.count, t.values += kTileValues, t.dst += kTileColumns) {
-        int16x8_t middle[3], outer[3];
-#pragma GCC unroll 3
-        for (size_t row = 0; row < 3; ++row) {
-            middle[row] = vld1q_s16(t.values + row * t.pitch);
-            outer[row] = vld1q_s16(t.values + row * t.pitch + 8);
-        }
+    const int16_t* rows[3] = {t.values, t.values + t.pitch, t.values + 2 * t.pitch};
+    int8_t* planes[kGroup];
+#pragma GCC unroll 4
+    for (size_t c = 0; c < kGroup; ++c) {
+        planes[c] = t.dst + c * t.planePitch;
+    }
+    for (; t.count > 0; --t.count) {
+        const TileRow above = LoadRow(rows[0]);
+        const TileRow at = LoadRow(rows[1]);
+        const TileRow below = LoadRow(rows[2]);
         int16x8_t outputs[kGroup];
 #pragma GCC unroll 4
         for (size_t c = 0; c < kGroup; ++c) {
             const int16x8_t* w = weights[c];
-            int32x4_t a = AddFirst<0>(biases[c], middle[0], w);
-            int32x4_t b = vmull_high_laneq_s16(middle[0], w[0], 3);
-            a = AddFirst<1>(a, middle[1], w);
-            b = AddSecond<4>(b, middle[1], w);
-            a = AddFirst<2>(a, middle[2], w);
-            b = AddSecond<5>(b, middle[2], w);
+            int32x4_t a = AddFirst<0>(biases[c], above.middle, w);
+            int32x4_t b = vmull_high_laneq_s16(above.middle, w[0], 3);
+            a = AddFirst<1>(a, at.middle, w);
+            b = AddSecond<4>(b, at.middle, w);
+            a = AddFirst<2>(a, below.middle, w);
+            b = AddSecond<5>(b, below.middle, w);
             int32x4_t even = vaddq_s32(a, b);
             int32x4_t odd = vsubq_s32(a, b);
-            even = AddFirst<6>(even, outer[0], w);
-            odd = AddSecond<9>(odd, outer[0], w);
-            even = AddFirst<7>(even, outer[1], w);
-            odd = AddSecond<10>(odd, outer[1], w);
-            even = AddFirst<8>(even, outer[2], w);
-            odd = AddSecond<11>(odd, outer[2], w);
+            even = AddFirst<6>(even, above.outer, w);
+            odd = AddSecond<9>(odd, above.outer, w);
+            even = AddFirst<7>(even, at.outer, w);
+            odd = AddSecond<10>(odd, at.outer, w);
+            even = AddFirst<8>(even, below.outer, w);
+            odd = AddSecond<11>(odd, below.outer, w);
             outputs[c] = vtrn2q_s16(vreinterpretq_s16_s32(vqshlq_s32(even, shiftCount)),
                                     vreinterpretq_s16_s32(vqshlq_s32(odd, shiftCount)));
         }
@@ -158,8 +185,8 @@ void MultiplyTiles(const GroupWeights& group, Tiles t) {
         for (size_t c = 0; c < kGroup; c += 2) {
             const int8x16_t bytes = vuzp2q_s8(vreinterpretq_s8_s16(outputs[c]),
                                               vreinterpretq_s8_s16(outputs[c + 1]));
-            vst1_s8(t.dst + c * t.planePitch, vget_low_s8(bytes));
-            vst1_s8(t.dst + (c + 1) * t.planePitch, vget_high_s8(bytes));
+            StoreLow(bytes, planes[c]);
+            StoreHigh(bytes, planes[c + 1]);
         }
     }
 }
