@@ -32,7 +32,12 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
     # NEON is in the base line of both targets; see the toolchain files. Scheduled before registers are
     # given out, the tiles and strips would not fit the registers, nor would the cipher's state and keys.
     set(unscheduled "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
-    orvo_path(neon neon FILES product depthwise pooling elementwise routines OPTIONS ${unscheduled})
+    set(product product_32)
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+        set(product product_64)
+    endif()
+    orvo_path(neon neon FILES ${product} plane depthwise pooling elementwise routines
+              OPTIONS ${unscheduled})
     set_source_files_properties(cipher/aes_look_up.cpp PROPERTIES COMPILE_OPTIONS ${unscheduled})
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
         orvo_path(neon_dot neon_dot FILES product depthwise routines

@@ -72,8 +72,9 @@ struct HalvedSums {
         }
         return sum;
     }
+    void Start(const Constants& c) { outer = c.outerStart; }
     void AddTop(const Row& row, const Constants& c) {
-        outer = AddProducts(c.outerStart, row, c.weights[0]);
+        outer = AddProducts(outer, row, c.weights[0]);
     }
     void AddMiddle(const Row& row, const Constants& c) {
         middle = AddProducts(c.middleStart, row, c.weights[1]);
@@ -130,10 +131,8 @@ struct PairedSums {
         low = wasm_i32x4_add(low, wasm_i32x4_dot_i16x8(row.lowRight, right));
         high = wasm_i32x4_add(high, wasm_i32x4_dot_i16x8(row.highRight, right));
     }
-    void AddTop(const Row& row, const Constants& c) {
-        low = high = c.bias;
-        Add(row, c.left[0], c.right[0]);
-    }
+    void Start(const Constants& c) { low = high = c.bias; }
+    void AddTop(const Row& row, const Constants& c) { Add(row, c.left[0], c.right[0]); }
     void AddMiddle(const Row& row, const Constants& c) { Add(row, c.left[1], c.right[1]); }
     void AddBottom(const Row& row, const Constants& c) { Add(row, c.left[2], c.right[2]); }
     Vector Shifted(const Constants& c) const {
@@ -178,7 +177,11 @@ class FilterStrip {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const { sums.AddTop(row, constants_); }
+    void Start(Sums& sums) const { sums.Start(constants_); }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
+        sums.AddTop(row, constants_);
+    }
     void AddMiddle(const Row& row, Sums& sums) const { sums.AddMiddle(row, constants_); }
     void AddBottom(const Row& row, Sums& sums) const { sums.AddBottom(row, constants_); }
 
@@ -205,7 +208,7 @@ class FilterStrip {
 } // namespace
 
 void wasm::Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kMinStripPlaneHeight) {
         plain::Depthwise(p);
         return;
     }
