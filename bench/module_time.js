@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// node module_time.js [--rounds N] MODULE.wasm [OTHER.wasm...]
+// node module_time.js [--rounds N] [NAME=VALUE...] MODULE.wasm [[NAME=VALUE...] OTHER.wasm...]
 //
 // Milliseconds of OrvoFrRun() and of its layers by kind in modules made from face_module.cpp: the least and
 // the median of many rounds, in each of which every module runs once, so that a busy machine slows all
-// alike. The features of all modules must be the same.
+// alike. The features of all modules must be the same. A module is given the variables that stand before it:
+//
+//     node module_time.js face_time.wasm ORVO_FR_PATH=plain face_time.wasm
 "use strict";
 
 const fs = require("fs");
@@ -19,8 +21,9 @@ function fail(line) {
     process.exit(1);
 }
 
-function open(file) {
+function open({ file, variables }) {
     let memory = null;
+    const texts = variables.map(text => Buffer.from(text + "\0"));
     const refuse = () => fail(file + ": the module asked for what no run needs");
     const view = () => new DataView(memory.buffer);
     const system = {
@@ -29,16 +32,29 @@ function open(file) {
             return 0;
         },
         environ_sizes_get(count, size) {
-            view().setUint32(count, 0, true);
-            view().setUint32(size, 0, true);
+            view().setUint32(count, texts.length, true);
+            view().setUint32(size, texts.reduce((sum, text) => sum + text.length, 0), true);
             return 0;
         },
-        environ_get: () => 0,
+        environ_get(addresses, at) {
+            for (const text of texts) {
+                view().setUint32(addresses, at, true);
+                new Uint8Array(memory.buffer, at).set(text);
+                addresses += 4;
+                at += text.length;
+            }
+            return 0;
+        },
         proc_exit: refuse,
     };
     const refusing = new Proxy(system, { get: (known, name) => known[name] || refuse });
-    const instance = new WebAssembly.Instance(new WebAssembly.Module(fs.readFileSync(file)),
-        { env: { emscripten_notify_memory_growth() {} }, wasi_snapshot_preview1: refusing });
+    let instance = null;
+    try {
+        instance = new WebAssembly.Instance(new WebAssembly.Module(fs.readFileSync(file)),
+            { env: { emscripten_notify_memory_growth() {} }, wasi_snapshot_preview1: refusing });
+    } catch (error) {
+        fail(file + ": " + error.message);
+    }
     memory = instance.exports.memory;
     instance.exports._initialize();
     if (instance.exports.FaceModuleOpen() !== 0) {
@@ -57,10 +73,19 @@ function median(sorted) {
 
 const words = process.argv.slice(2);
 const rounds = words[0] === "--rounds" ? Number(words.splice(0, 2)[1]) : 300;
-if (words.length === 0 || !(rounds >= 1)) {
-    fail("usage: node module_time.js [--rounds N] MODULE.wasm [OTHER.wasm...]");
+const isVariable = word => /^\w+=/.test(word);
+const wanted = [];
+for (let variables = [], i = 0; i < words.length; ++i) {
+    variables.push(words[i]);
+    if (!isVariable(words[i])) {
+        wanted.push({ file: variables.pop(), variables });
+        variables = [];
+    }
 }
-const modules = words.map(open);
+if (wanted.length === 0 || !(rounds >= 1)) {
+    fail("usage: node module_time.js [--rounds N] [NAME=VALUE...] MODULE.wasm [...]");
+}
+const modules = wanted.map(open);
 if (modules.some(module => module.feature() !== modules[0].feature())) {
     fail("the modules' features differ");
 }
