@@ -191,15 +191,19 @@ inline int32x4_t RightShiftCount(uint32_t shift) {
     return vdupq_n_s32(-static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
 }
 
+inline int16x8_t TopWords(int32x4_t low, int32x4_t high) {
+    const int16x8_t lowWords = vreinterpretq_s16_s32(low);
+    const int16x8_t highWords = vreinterpretq_s16_s32(high);
+#if defined(__aarch64__)
+    return vuzp2q_s16(lowWords, highWords);
+#else
+    return vuzpq_s16(lowWords, highWords).val[1];
+#endif
+}
+
 // Eight finished sums.
 inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) {
-    const int16x8_t lowWords = vreinterpretq_s16_s32(vqshlq_s32(low, shiftCount));
-    const int16x8_t highWords = vreinterpretq_s16_s32(vqshlq_s32(high, shiftCount));
-#if defined(__aarch64__)
-    return vshrn_n_s16(vuzp2q_s16(lowWords, highWords), 8);
-#else
-    return vshrn_n_s16(vuzpq_s16(lowWords, highWords).val[1], 8);
-#endif
+    return vshrn_n_s16(TopWords(vqshlq_s32(low, shiftCount), vqshlq_s32(high, shiftCount)), 8);
 }
 
 } // namespace

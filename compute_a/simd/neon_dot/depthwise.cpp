@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/neon/strips.h
+// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/strips.h
 // walks them.
 //
 // A vector of a row is four groups of four neighbours. The taps of a filter's row, before a zero,
@@ -10,7 +10,7 @@
 // narrows them undoes.
 #include <algorithm>
 
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
 #include "compute_a/simd/plain/routines.h"
@@ -93,10 +93,13 @@ class DotStrip16 {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const {
+    void Start(Sums& sums) const {
         const TwoVectors low = LoadTwo(bias_);
         const TwoVectors high = LoadTwo(bias_);
         sums = {{low.first, low.second, high.first, high.second}};
+    }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
         Add<0>(row, sums);
     }
     void AddMiddle(const Row& row, Sums& sums) const { Add<1>(row, sums); }
@@ -165,9 +168,12 @@ class DotStrip8 {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const {
+    void Start(Sums& sums) const {
         const TwoVectors bias = LoadTwo(bias_);
         sums = {bias.first, bias.second};
+    }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
         Add<0>(row, sums);
     }
     void AddMiddle(const Row& row, Sums& sums) const { Add<1>(row, sums); }
@@ -197,7 +203,7 @@ class DotStrip8 {
 } // namespace
 
 void neon_dot::Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kMinStripPlaneHeight) {
         plain::Depthwise(p);
         return;
     }

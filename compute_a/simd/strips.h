@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// How the ARM paths walk a plane that is convolved depthwise. A strip of some columns goes down the
-// plane, six output rows at a time: each of the eight input rows around them is loaded once, with
-// its neighbours to the left and to the right, and is the top row of one output, the middle row of
-// the one above and the bottom row of the one above that. Where rows or columns are left over, the
-// last strip or the last six rows overlap those before.
+// How planes are convolved depthwise where vectors are narrow. A strip of some columns goes down the
+// plane: each input row is loaded once, with its neighbours to the left and to the right, and is the
+// bottom row of the output above it, which is finished then, the middle row of its own output and
+// the top row of the one below. Where columns are left over, the last strip overlaps the one before.
 //
 // What a path does with a row is its own. A path's strip has
 //
@@ -12,8 +11,10 @@
 //     kColumns                      outputs of one row
 //     LoadedBefore<sides>()         how far to the left of the strip its rows are loaded
 //     Row Load<sides>(from)
-//     Sums                          of one row of outputs, to which
-//     AddTop, AddMiddle, AddBottom  add an input row, in this order
+//     Sums                          of one row of outputs, begun by
+//     Start(sums)                   without the row above, or by
+//     StartWithTop(row, sums)
+//     AddMiddle, AddBottom          add an input row, in this order
 //     Output(sums)                  the finished bytes
 //     Store(to, output)
 #pragma once
@@ -21,15 +22,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace orvo {
 namespace {
 
-constexpr size_t kStripRows = 6;
-// A row that is narrower than a strip is loaded with the start of the next one, which must hold it.
+// A row that is narrower than a strip is loaded with the start of the next one, which must hold it,
+// and stored so.
 constexpr size_t kMinStripPlaneWidth = 4;
-
-constexpr int8_t kZeroRow[32] = {};
+constexpr size_t kMinStripPlaneHeight = 2;
 
 // Which sides of the plane a strip touches. One that touches both is at least as wide as the plane.
 enum class Sides { kNone, kLeft, kRight, kBoth };
@@ -45,55 +46,47 @@ struct StripPlane {
 
 template <Sides kSides, class Strip, class Filter>
 inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
+    using Sums = typename Strip::Sums;
     const Strip strip(filter, p.width);
     const size_t width = p.width;
-    const int8_t* at = kZeroRow;
-    const int8_t* next = p.src - Strip::template LoadedBefore<kSides>();
+    const int8_t* at = p.src - Strip::template LoadedBefore<kSides>();
     int8_t* dst = p.dst;
-    for (size_t left = p.height; left > 0;) {
-        if (left < kStripRows) {
-            const size_t again = (kStripRows - left) * width;
-            at -= again;
-            next -= again;
-            dst -= again;
-            left = kStripRows;
-        }
-        left -= kStripRows;
-        const bool atEnd = left == 0;
-        const size_t lastRow = kStripRows + left; // of the plane, if loaded here at all
-        typename Strip::Sums sums[kStripRows];
-#pragma GCC unroll 8
-        for (size_t i = 0; i < kStripRows + 2; ++i) {
-            const typename Strip::Row row = strip.template Load<kSides>(at);
-            at = next;
-            next += width;
-            if (kSides == Sides::kBoth && i + 1 == lastRow) {
-                at = p.last;
-            }
-            if (i == kStripRows && atEnd) {
-                at = kZeroRow;
-            }
-            if (i >= 2) {
-                strip.AddBottom(row, sums[i - 2]);
-                const auto output = strip.Output(sums[i - 2]);
-                if (kSides == Sides::kBoth && i == kStripRows + 1 && atEnd) {
-                    int8_t bytes[Strip::kColumns];
-                    Strip::Store(bytes, output);
-                    std::memcpy(dst, bytes, width);
-                } else {
-                    Strip::Store(dst, output);
-                }
-                dst += width;
-            }
-            if (i >= 1 && i <= kStripRows) {
-                strip.AddMiddle(row, sums[i - 1]);
-            }
-            if (i < kStripRows) {
-                strip.AddTop(row, sums[i]);
-            }
-        }
-        next -= 2 * width;
-        at = next - width;
+    Sums a, b;
+    {
+        const typename Strip::Row row = strip.template Load<kSides>(at);
+        strip.Start(a);
+        strip.AddMiddle(row, a);
+        strip.StartWithTop(row, b);
+    }
+    // A row, which finishes the output above it. Its place is the next one's.
+    const auto goOn = [&](Sums& above, Sums& here) {
+        const typename Strip::Row row = strip.template Load<kSides>(at);
+        strip.AddBottom(row, above);
+        Strip::Store(dst, strip.Output(above));
+        dst += width;
+        strip.AddMiddle(row, here);
+        strip.StartWithTop(row, above);
+    };
+    size_t left = p.height - (kSides == Sides::kBoth ? 2 : 1);
+    for (; left >= 2; left -= 2) {
+        at += width;
+        goOn(a, b);
+        at += width;
+        goOn(b, a);
+    }
+    if (left > 0) {
+        at += width;
+        goOn(a, b);
+        std::swap(a, b);
+    }
+    if constexpr (kSides == Sides::kBoth) {
+        at = p.last;
+        goOn(a, b);
+        int8_t bytes[Strip::kColumns];
+        Strip::Store(bytes, strip.Output(b));
+        std::memcpy(dst, bytes, width);
+    } else {
+        Strip::Store(dst, strip.Output(a));
     }
 }
 
