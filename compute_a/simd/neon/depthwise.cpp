@@ -4,11 +4,16 @@
 // three rows' products where the weights allow it, one row's otherwise.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <type_traits>
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
 #include "compute_a/simd/neon/strips.h"
 #include "compute_a/simd/plain/routines.h"
+#if !defined(__aarch64__)
+#include "compute_a/simd/neon/strips_32.h"
+#endif
 
 namespace orvo {
 namespace {
@@ -75,7 +80,7 @@ struct Columns8 {
 
 #if defined(__aarch64__)
 
-// Strips of sixteen, for which 32-bit ARM has too few registers.
+// Strips of sixteen, for which 32-bit ARM has too few registers unless they are placed by hand.
 struct Columns16 {
     using Vector = int8x16_t;
     static constexpr size_t kCount = 16;
@@ -90,13 +95,7 @@ struct Columns16 {
     }
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
     static Vector TopBytes(const int16x8_t words[kHalves]) {
-        const int8x16_t first = vreinterpretq_s8_s16(words[0]);
-        const int8x16_t second = vreinterpretq_s8_s16(words[1]);
-#if defined(__aarch64__)
-        return vuzp2q_s8(first, second);
-#else
-        return vuzpq_s8(first, second).val[1];
-#endif
+        return vuzp2q_s8(vreinterpretq_s8_s16(words[0]), vreinterpretq_s8_s16(words[1]));
     }
     static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
     static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
@@ -114,12 +113,6 @@ struct Columns16 {
         return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
     }
 };
-
-using WideColumns = Columns16;
-
-#else
-
-using WideColumns = Columns8;
 
 #endif
 
@@ -159,8 +152,8 @@ inline FilterTotals TotalsOf(const int8_t* weights) {
 }
 
 // How far a sum of 16 bits is shifted left, with saturation, until its top byte is the output.
-inline int16x8_t TopByteShiftOfWords(int32_t shift) {
-    return vdupq_n_s16(static_cast<int16_t>(8 - std::min(shift, 31)));
+inline int16_t TopByteShiftOfWord(uint32_t shift) {
+    return static_cast<int16_t>(8 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
 }
 
 // Whether a sum of 16 bits holds the products and the bias.
@@ -174,13 +167,14 @@ struct OneSum {
         const FilterTotals totals = TotalsOf(f.weights);
         return HoldsBias(totals.outer + totals.middle, f.bias);
     }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift); }
 
     struct Constants {
         int16x8_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
             : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
-              shiftCount(TopByteShiftOfWords(static_cast<int32_t>(f.shift))) {}
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
     };
 
     int16x8_t sum;
@@ -210,13 +204,14 @@ struct TwoSums {
         const FilterTotals totals = TotalsOf(f.weights);
         return HoldsBias(totals.outer, f.bias) && totals.middle <= kMostWeight && f.shift >= 1;
     }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift - 1); }
 
     struct Constants {
         int16x8_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
             : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
-              shiftCount(TopByteShiftOfWords(static_cast<int32_t>(f.shift) - 1)) {}
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
     };
 
     int16x8_t outer, middle;
@@ -369,6 +364,44 @@ class FilterStrip {
     Vector lowest_, inside_;
 };
 
+#if defined(__aarch64__)
+
+template <class ColumnSums>
+using WideStrip = FilterStrip<Columns16, ColumnSums>;
+
+#else
+
+template <class ColumnSums>
+struct AssemblyStrip {
+    static constexpr size_t kColumns = kColumns32;
+
+    template <Sides kSides>
+    static void Walk(const StripPlane& p, const Filter& f) {
+        constexpr bool kTwo = std::is_same_v<ColumnSums, TwoSums>;
+        Strip32 strip;
+        std::fill(strip.bias, strip.bias + kColumns, static_cast<int16_t>(f.bias));
+        std::memset(strip.edge, 0, kColumns);
+        if (kSides == Sides::kBoth) {
+            std::memset(strip.edge, -1, std::min(p.width, kColumns));
+        }
+        strip.shiftCount = ColumnSums::TopByteShift(f.shift);
+        strip.lowest = f.lowest;
+        std::memcpy(strip.weights, f.weights, sizeof strip.weights);
+        WalkStrip32<kSides, kTwo>(p, strip);
+    }
+};
+
+template <class ColumnSums>
+using WideStrip = std::conditional_t<std::is_same_v<ColumnSums, WidenedSums>,
+                                     FilterStrip<Columns8, WidenedSums>, AssemblyStrip<ColumnSums>>;
+
+#endif
+
+template <class ColumnSums>
+void Convolve(const StripPlane& plane, const Filter& filter) {
+    ConvolvePlane<WideStrip<ColumnSums>, FilterStrip<Columns8, ColumnSums>>(plane, filter);
+}
+
 } // namespace
 
 void neon::Depthwise(const DepthwisePlanes& p) {
@@ -381,14 +414,11 @@ void neon::Depthwise(const DepthwisePlanes& p) {
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
         if (OneSum::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, OneSum>, FilterStrip<Columns8, OneSum>>(at,
-                                                                                         filter);
+            Convolve<OneSum>(at, filter);
         } else if (TwoSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, TwoSums>, FilterStrip<Columns8, TwoSums>>(
-                at, filter);
+            Convolve<TwoSums>(at, filter);
         } else if (WidenedSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
-                          FilterStrip<Columns8, WidenedSums>>(at, filter);
+            Convolve<WidenedSums>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});

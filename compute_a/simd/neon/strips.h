@@ -17,6 +17,8 @@
 //     AddMiddle, AddBottom          add an input row, in this order
 //     Output(sums)                  the finished bytes
 //     Store(to, output)
+//
+// or kColumns and, where it walks by itself, Walk<sides>(plane, filter).
 #pragma once
 
 #include <cstddef>
@@ -45,7 +47,7 @@ struct StripPlane {
 };
 
 template <Sides kSides, class Strip, class Filter>
-inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
+inline void WalkStrip(const StripPlane& p, const Filter& filter) {
     using Sums = typename Strip::Sums;
     const Strip strip(filter, p.width);
     const size_t width = p.width;
@@ -87,6 +89,15 @@ inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
         std::memcpy(dst, bytes, width);
     } else {
         Strip::Store(dst, strip.Output(a));
+    }
+}
+
+template <Sides kSides, class Strip, class Filter>
+inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
+    if constexpr (requires { Strip::template Walk<kSides>(p, filter); }) {
+        Strip::template Walk<kSides>(p, filter);
+    } else {
+        WalkStrip<kSides, Strip>(p, filter);
     }
 }
 
