@@ -69,14 +69,14 @@ inline void WalkStrip(const StripPlane& p, const Filter& filter) {
         strip.AddMiddle(row, here);
         strip.StartWithTop(row, above);
     };
-    size_t left = p.height - (kSides == Sides::kBoth ? 2 : 1);
-    for (; left >= 2; left -= 2) {
+    const size_t rows = p.height - (kSides == Sides::kBoth ? 2 : 1);
+    for (size_t pairs = rows / 2; pairs > 0; --pairs) {
         at += width;
         goOn(a, b);
         at += width;
         goOn(b, a);
     }
-    if (left > 0) {
+    if (rows % 2 != 0) {
         at += width;
         goOn(a, b);
         std::swap(a, b);
