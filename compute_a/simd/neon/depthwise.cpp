@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <type_traits>
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
@@ -234,13 +233,42 @@ struct TwoSums {
     }
 };
 
-// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
-// share a 16-bit sum, which only two weights of -128 could overflow.
-struct WidenedSums {
-    static bool Take(const Filter& f) {
-        const int8_t* w = f.weights;
+// The 16-bit sums of a row of the filter: one, where none of the rows has a total of more than it may
+// take, or one of the outer two products and one of the middle product. Only two weights of -128
+// could overflow that of two.
+struct WholeRows {
+    static bool Take(const int8_t* weights) {
+        for (size_t i = 0; i < 9; i += 3) {
+            const int total =
+                std::abs(weights[i]) + std::abs(weights[i + 1]) + std::abs(weights[i + 2]);
+            if (total > static_cast<int>(kMostWeight)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        sums.Add(MultiplyRow<Columns, Half>(row, weights));
+    }
+};
+struct SplitRows {
+    static bool Take(const int8_t* weights) {
+        const int8_t* w = weights;
         return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
     }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        sums.Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        sums.Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened.
+template <class Rows>
+struct WidenedSums {
+    static bool Take(const Filter& f) { return Rows::Take(f.weights); }
 
     struct Constants {
         int32x4_t bias, shiftCount;
@@ -255,25 +283,19 @@ struct WidenedSums {
         low = vaddw_s16(low, vget_low_s16(products));
         high = vaddw_s16(high, vget_high_s16(products));
     }
-    template <class Columns, size_t Half>
-    void AddRow(const InputRow<Columns>& row, const Weight weights[3]) {
-        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
-        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
-        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
-    }
 
     void Start(const Constants& constants) { low = high = constants.bias; }
     template <class Columns, size_t Half>
     void AddTop(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     int16x8_t TopByteWords(const Constants& constants) const {
         return TopWords(vqshlq_s32(low, constants.shiftCount),
@@ -371,13 +393,12 @@ using WideStrip = FilterStrip<Columns16, ColumnSums>;
 
 #else
 
-template <class ColumnSums>
+template <class ColumnSums, bool kTwo>
 struct AssemblyStrip {
     static constexpr size_t kColumns = kColumns32;
 
     template <Sides kSides>
     static void Walk(const StripPlane& p, const Filter& f) {
-        constexpr bool kTwo = std::is_same_v<ColumnSums, TwoSums>;
         Strip32 strip;
         std::fill(strip.bias, strip.bias + kColumns, static_cast<int16_t>(f.bias));
         std::memset(strip.edge, 0, kColumns);
@@ -392,8 +413,20 @@ struct AssemblyStrip {
 };
 
 template <class ColumnSums>
-using WideStrip = std::conditional_t<std::is_same_v<ColumnSums, WidenedSums>,
-                                     FilterStrip<Columns8, WidenedSums>, AssemblyStrip<ColumnSums>>;
+struct WideStripOf {
+    using Type = FilterStrip<Columns8, ColumnSums>;
+};
+template <>
+struct WideStripOf<OneSum> {
+    using Type = AssemblyStrip<OneSum, false>;
+};
+template <>
+struct WideStripOf<TwoSums> {
+    using Type = AssemblyStrip<TwoSums, true>;
+};
+
+template <class ColumnSums>
+using WideStrip = typename WideStripOf<ColumnSums>::Type;
 
 #endif
 
@@ -417,8 +450,10 @@ void neon::Depthwise(const DepthwisePlanes& p) {
             Convolve<OneSum>(at, filter);
         } else if (TwoSums::Take(filter)) {
             Convolve<TwoSums>(at, filter);
-        } else if (WidenedSums::Take(filter)) {
-            Convolve<WidenedSums>(at, filter);
+        } else if (WidenedSums<WholeRows>::Take(filter)) {
+            Convolve<WidenedSums<WholeRows>>(at, filter);
+        } else if (WidenedSums<SplitRows>::Take(filter)) {
+            Convolve<WidenedSums<SplitRows>>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});

@@ -176,16 +176,15 @@ void WalkStrip32(const StripPlane& p, const Strip32& s) {
         right = outputs;
         rows -= 1;
         if constexpr (!kTwo) {
-            ORVO_RUN_WALK(ORVO_WALK_ONE(
-                ORVO_LOAD_BOTH_ONE("[%[at]], %[width]"),
-                ORVO_LOAD_BOTH_ONE("[%[left]]") ORVO_ROW_OF_ONE("q5", "q6", "q7", "q8")
-                    ORVO_END_OF_ONE("q7", "q8", "[%[right]]")));
+            ORVO_RUN_WALK(ORVO_WALK_ONE(ORVO_LOAD_BOTH_ONE("[%[at]], %[width]"),
+                                        ORVO_LOAD_BOTH_ONE("[%[left]]")
+                                            ORVO_ROW_OF_ONE("q5", "q6", "q7", "q8")
+                                                ORVO_END_OF_ONE("q7", "q8", "[%[right]]")));
         } else {
-            ORVO_RUN_WALK(ORVO_WALK_TWO(
-                ORVO_LOAD_BOTH_TWO("[%[at]], %[width]"),
-                ORVO_LOAD_BOTH_TWO("[%[left]]")
-                    ORVO_ROW_OF_TWO("q5", "q6", "q9", "q10")
-                        ORVO_END_OF_TWO("q9", "q10", "[%[right]]")));
+            ORVO_RUN_WALK(ORVO_WALK_TWO(ORVO_LOAD_BOTH_TWO("[%[at]], %[width]"),
+                                        ORVO_LOAD_BOTH_TWO("[%[left]]")
+                                            ORVO_ROW_OF_TWO("q5", "q6", "q9", "q10")
+                                                ORVO_END_OF_TWO("q9", "q10", "[%[right]]")));
         }
         std::memcpy(dst, outputs, p.width);
     }
