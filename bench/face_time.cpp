@@ -44,18 +44,12 @@ struct What {
 };
 
 constexpr What kWhats[] = {
-    {"run", "run", kRun | kAllKernels},
-    {"face", "face", kNetworks | kAllKernels},
-    {"align", "align", kAlign | kAllKernels},
-    {"recog", "recog", kRecognition | kAllKernels},
-    {"conv", "kind:conv", kNetworks | kConv},
-    {"pw", "kind:pw", kNetworks | kPointwise},
-    {"dw", "kind:dw", kNetworks | kDepthwise},
-    {"maxpool", "kind:maxpool", kNetworks | kMaxPool},
-    {"add", "kind:add", kNetworks | kAdd},
-    {"relu", "kind:relu", kNetworks | kRelu},
-    {"ds", "kind:ds", kNetworks | kDownsample},
-    {"head", "kind:head", kNetworks | kHead},
+    {"run", "run", kRun | kAllKernels},         {"face", "face", kNetworks | kAllKernels},
+    {"align", "align", kAlign | kAllKernels},   {"recog", "recog", kRecognition | kAllKernels},
+    {"conv", "kind:conv", kNetworks | kConv},   {"pw", "kind:pw", kNetworks | kPointwise},
+    {"dw", "kind:dw", kNetworks | kDepthwise},  {"maxpool", "kind:maxpool", kNetworks | kMaxPool},
+    {"add", "kind:add", kNetworks | kAdd},      {"relu", "kind:relu", kNetworks | kRelu},
+    {"ds", "kind:ds", kNetworks | kDownsample}, {"head", "kind:head", kNetworks | kHead},
 };
 
 // Some picture; the networks' layers meet values of both signs in it where they can.

@@ -17,6 +17,8 @@
 //     AddMiddle, AddBottom          add an input row, in this order
 //     Output(sums)                  the finished bytes
 //     Store(to, output)
+//
+// or kColumns and, where it walks by itself, Walk<sides>(plane, filter).
 #pragma once
 
 #include <cstddef>
@@ -45,7 +47,7 @@ struct StripPlane {
 };
 
 template <Sides kSides, class Strip, class Filter>
-inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
+inline void WalkStrip(const StripPlane& p, const Filter& filter) {
     using Sums = typename Strip::Sums;
     const Strip strip(filter, p.width);
     const size_t width = p.width;
@@ -67,14 +69,14 @@ inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
         strip.AddMiddle(row, here);
         strip.StartWithTop(row, above);
     };
-    size_t left = p.height - (kSides == Sides::kBoth ? 2 : 1);
-    for (; left >= 2; left -= 2) {
+    const size_t rows = p.height - (kSides == Sides::kBoth ? 2 : 1);
+    for (size_t pairs = rows / 2; pairs > 0; --pairs) {
         at += width;
         goOn(a, b);
         at += width;
         goOn(b, a);
     }
-    if (left > 0) {
+    if (rows % 2 != 0) {
         at += width;
         goOn(a, b);
         std::swap(a, b);
@@ -87,6 +89,15 @@ inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
         std::memcpy(dst, bytes, width);
     } else {
         Strip::Store(dst, strip.Output(a));
+    }
+}
+
+template <Sides kSides, class Strip, class Filter>
+inline void ConvolveStrip(const StripPlane& p, const Filter& filter) {
+    if constexpr (requires { Strip::template Walk<kSides>(p, filter); }) {
+        Strip::template Walk<kSides>(p, filter);
+    } else {
+        WalkStrip<kSides, Strip>(p, filter);
     }
 }
 

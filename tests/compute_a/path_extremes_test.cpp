@@ -285,14 +285,14 @@ TEST(PathExtremes, DepthwiseSizes) {
 // Filters whose outer and middle rows have these totals, under every shift at which the faster sums
 // give way and with biases that they can take and cannot.
 TEST(PathExtremes, DepthwiseSumsThatJustFit) {
-    constexpr int32_t kBiases[] = {0,      1,      -1,      127,       -32768,   32767,
-                                   65534,  65535,  65536,   -65536,    -65537,   65521,
-                                   131071, -70001, 1 << 20, INT32_MAX, INT32_MIN};
+    constexpr int32_t kBiases[] = {0,      1,      -1,     127,     128,       -127,     -128,
+                                   -32768, 32767,  65534,  65535,   65536,     -65536,   -65537,
+                                   65521,  131071, -70001, 1 << 20, INT32_MAX, INT32_MIN};
     constexpr int kChannels = static_cast<int>(std::size(kBiases));
     Random random(21);
     for (const uint32_t shift : {0u, 1u, 2u, 7u, 8u, 9u, 10u, 16u, 31u, 32u, 40u}) {
-        for (const int outer : {255, 256, 700}) {
-            for (const int middle : {255, 256, 384}) {
+        for (const int outer : {200, 255, 256, 700}) {
+            for (const int middle : {55, 56, 255, 256, 384}) {
                 const ConvShape shape = Depthwise(17, 6, kChannels, shift);
                 ConvData data;
                 data.src =

@@ -4,11 +4,15 @@
 // three rows' products where the weights allow it, one row's otherwise.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
 #include "compute_a/simd/strips.h"
 #include "compute_a/simd/plain/routines.h"
+#if !defined(__aarch64__)
+#include "compute_a/simd/neon/strips_32.h"
+#endif
 
 namespace orvo {
 namespace {
@@ -75,7 +79,7 @@ struct Columns8 {
 
 #if defined(__aarch64__)
 
-// Strips of sixteen, for which 32-bit ARM has too few registers.
+// Strips of sixteen, for which 32-bit ARM has too few registers unless they are placed by hand.
 struct Columns16 {
     using Vector = int8x16_t;
     static constexpr size_t kCount = 16;
@@ -90,13 +94,7 @@ struct Columns16 {
     }
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
     static Vector TopBytes(const int16x8_t words[kHalves]) {
-        const int8x16_t first = vreinterpretq_s8_s16(words[0]);
-        const int8x16_t second = vreinterpretq_s8_s16(words[1]);
-#if defined(__aarch64__)
-        return vuzp2q_s8(first, second);
-#else
-        return vuzpq_s8(first, second).val[1];
-#endif
+        return vuzp2q_s8(vreinterpretq_s8_s16(words[0]), vreinterpretq_s8_s16(words[1]));
     }
     static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
     static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
@@ -114,12 +112,6 @@ struct Columns16 {
         return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
     }
 };
-
-using WideColumns = Columns16;
-
-#else
-
-using WideColumns = Columns8;
 
 #endif
 
@@ -159,8 +151,8 @@ inline FilterTotals TotalsOf(const int8_t* weights) {
 }
 
 // How far a sum of 16 bits is shifted left, with saturation, until its top byte is the output.
-inline int16x8_t TopByteShiftOfWords(int32_t shift) {
-    return vdupq_n_s16(static_cast<int16_t>(8 - std::min(shift, 31)));
+inline int16_t TopByteShiftOfWord(uint32_t shift) {
+    return static_cast<int16_t>(8 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
 }
 
 // Whether a sum of 16 bits holds the products and the bias.
@@ -174,13 +166,14 @@ struct OneSum {
         const FilterTotals totals = TotalsOf(f.weights);
         return HoldsBias(totals.outer + totals.middle, f.bias);
     }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift); }
 
     struct Constants {
         int16x8_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
             : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
-              shiftCount(TopByteShiftOfWords(static_cast<int32_t>(f.shift))) {}
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
     };
 
     int16x8_t sum;
@@ -210,13 +203,14 @@ struct TwoSums {
         const FilterTotals totals = TotalsOf(f.weights);
         return HoldsBias(totals.outer, f.bias) && totals.middle <= kMostWeight && f.shift >= 1;
     }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift - 1); }
 
     struct Constants {
         int16x8_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
             : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
-              shiftCount(TopByteShiftOfWords(static_cast<int32_t>(f.shift) - 1)) {}
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
     };
 
     int16x8_t outer, middle;
@@ -239,13 +233,42 @@ struct TwoSums {
     }
 };
 
-// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
-// share a 16-bit sum, which only two weights of -128 could overflow.
-struct WidenedSums {
-    static bool Take(const Filter& f) {
-        const int8_t* w = f.weights;
+// The 16-bit sums of a row of the filter: one, where none of the rows has a total of more than it may
+// take, or one of the outer two products and one of the middle product. Only two weights of -128
+// could overflow that of two.
+struct WholeRows {
+    static bool Take(const int8_t* weights) {
+        for (size_t i = 0; i < 9; i += 3) {
+            const int total =
+                std::abs(weights[i]) + std::abs(weights[i + 1]) + std::abs(weights[i + 2]);
+            if (total > static_cast<int>(kMostWeight)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        sums.Add(MultiplyRow<Columns, Half>(row, weights));
+    }
+};
+struct SplitRows {
+    static bool Take(const int8_t* weights) {
+        const int8_t* w = weights;
         return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
     }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        sums.Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        sums.Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened.
+template <class Rows>
+struct WidenedSums {
+    static bool Take(const Filter& f) { return Rows::Take(f.weights); }
 
     struct Constants {
         int32x4_t bias, shiftCount;
@@ -260,25 +283,19 @@ struct WidenedSums {
         low = vaddw_s16(low, vget_low_s16(products));
         high = vaddw_s16(high, vget_high_s16(products));
     }
-    template <class Columns, size_t Half>
-    void AddRow(const InputRow<Columns>& row, const Weight weights[3]) {
-        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
-        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
-        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
-    }
 
     void Start(const Constants& constants) { low = high = constants.bias; }
     template <class Columns, size_t Half>
     void AddTop(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddRow<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     int16x8_t TopByteWords(const Constants& constants) const {
         return TopWords(vqshlq_s32(low, constants.shiftCount),
@@ -369,6 +386,55 @@ class FilterStrip {
     Vector lowest_, inside_;
 };
 
+#if defined(__aarch64__)
+
+template <class ColumnSums>
+using WideStrip = FilterStrip<Columns16, ColumnSums>;
+
+#else
+
+template <class ColumnSums, bool kTwo>
+struct AssemblyStrip {
+    static constexpr size_t kColumns = kColumns32;
+
+    template <Sides kSides>
+    static void Walk(const StripPlane& p, const Filter& f) {
+        Strip32 strip;
+        std::fill(strip.bias, strip.bias + kColumns, static_cast<int16_t>(f.bias));
+        std::memset(strip.edge, 0, kColumns);
+        if (kSides == Sides::kBoth) {
+            std::memset(strip.edge, -1, std::min(p.width, kColumns));
+        }
+        strip.shiftCount = ColumnSums::TopByteShift(f.shift);
+        strip.lowest = f.lowest;
+        std::memcpy(strip.weights, f.weights, sizeof strip.weights);
+        WalkStrip32<kSides, kTwo>(p, strip);
+    }
+};
+
+template <class ColumnSums>
+struct WideStripOf {
+    using Type = FilterStrip<Columns8, ColumnSums>;
+};
+template <>
+struct WideStripOf<OneSum> {
+    using Type = AssemblyStrip<OneSum, false>;
+};
+template <>
+struct WideStripOf<TwoSums> {
+    using Type = AssemblyStrip<TwoSums, true>;
+};
+
+template <class ColumnSums>
+using WideStrip = typename WideStripOf<ColumnSums>::Type;
+
+#endif
+
+template <class ColumnSums>
+void Convolve(const StripPlane& plane, const Filter& filter) {
+    ConvolvePlane<WideStrip<ColumnSums>, FilterStrip<Columns8, ColumnSums>>(plane, filter);
+}
+
 } // namespace
 
 void neon::Depthwise(const DepthwisePlanes& p) {
@@ -381,14 +447,13 @@ void neon::Depthwise(const DepthwisePlanes& p) {
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
         if (OneSum::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, OneSum>, FilterStrip<Columns8, OneSum>>(at,
-                                                                                         filter);
+            Convolve<OneSum>(at, filter);
         } else if (TwoSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, TwoSums>, FilterStrip<Columns8, TwoSums>>(
-                at, filter);
-        } else if (WidenedSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
-                          FilterStrip<Columns8, WidenedSums>>(at, filter);
+            Convolve<TwoSums>(at, filter);
+        } else if (WidenedSums<WholeRows>::Take(filter)) {
+            Convolve<WidenedSums<WholeRows>>(at, filter);
+        } else if (WidenedSums<SplitRows>::Take(filter)) {
+            Convolve<WidenedSums<SplitRows>>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});

@@ -28,7 +28,7 @@ namespace {
 
 constexpr size_t kTileColumns = 8;
 constexpr size_t kTileValues = 2 * kTileColumns;
-constexpr size_t kMostPlanes = 85;    // whose filters' sums of three weights fit 16 bits
+constexpr size_t kMostPlanes = 85;     // whose filters' sums of three weights fit 16 bits
 constexpr int32_t kMostBias = 1 << 29; // which leaves room for twice the sum
 constexpr size_t kMostColumns = 512;
 constexpr size_t kBandBytes = 8 * 1024; // of the scratch, to stay in the first cache
@@ -183,8 +183,8 @@ void MultiplyTiles(const GroupWeights& group, Tiles t) {
         }
 #pragma GCC unroll 2
         for (size_t c = 0; c < kGroup; c += 2) {
-            const int8x16_t bytes = vuzp2q_s8(vreinterpretq_s8_s16(outputs[c]),
-                                              vreinterpretq_s8_s16(outputs[c + 1]));
+            const int8x16_t bytes =
+                vuzp2q_s8(vreinterpretq_s8_s16(outputs[c]), vreinterpretq_s8_s16(outputs[c + 1]));
             StoreLow(bytes, planes[c]);
             StoreHigh(bytes, planes[c + 1]);
         }

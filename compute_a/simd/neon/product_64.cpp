@@ -69,12 +69,6 @@ const int8_t* WholeSteps(const MatrixProduct& p, const ChannelGroup& group, Grou
     return to;
 }
 
-inline bool AllWithin(uint16x8_t weightTotals) {
-    static_assert(kMostWeight == 255);
-    const uint8x8_t above = vshrn_n_u16(weightTotals, 8);
-    return vget_lane_u64(vreinterpret_u64_u8(above), 0) == 0;
-}
-
 // Adds |w| where the 16-bit sums add the products: rows 0 and 2 of each channel, rows 1 and 3. The
 // magnitude of -128 is right as an unsigned byte.
 inline uint16x8_t AddTotals(uint16x8_t totals, int8x16_t weights) {
@@ -120,16 +114,8 @@ void LoadWeights(const int8_t* weights, size_t steps, GroupWeights& group) {
     group.runCount = byProducts ? 0 : static_cast<size_t>(run - group.runs);
 }
 
-// Tiles one after the other, their values and outputs.
-struct Tiles {
-    const int8_t* values;
-    size_t count; // at least one
-    int8_t* dst[kGroup];
-};
-
 // What MultiplyTiles64() does, whatever the weights.
-void MultiplyByProducts(const GroupWeights& group, size_t steps, int32x4_t shiftCount,
-                        const Tiles& tiles) {
+void MultiplyByProducts(const GroupWeights& group, size_t steps, const Tiles64& tiles) {
     const int8_t* values = tiles.values;
     for (size_t tile = 0; tile < tiles.count; ++tile, values += steps * kStepBytes) {
         for (size_t i = 0; i < kGroup; ++i) {
@@ -143,7 +129,7 @@ void MultiplyByProducts(const GroupWeights& group, size_t steps, int32x4_t shift
                     sum = vpadalq_s16(sum, vmull_s8(vget_low_s8(pixels), vget_low_s8(w)));
                     sum = vpadalq_s16(sum, vmull_high_s8(pixels, w));
                 }
-                vst1_s8(outputs + 4 * v, Requantise(sum, sum, shiftCount));
+                vst1_s8(outputs + 4 * v, Requantise(sum, sum, tiles.shiftCount));
             }
             std::memcpy(tiles.dst[c] + tile * kTilePixels, outputs, kTilePixels);
         }
@@ -281,18 +267,18 @@ class NeonProduct {
         const auto plane = [&](size_t c) {
             return planes.dst + Least(c, group.channels - 1) * planes.pitch;
         };
-        const Tiles tiles{planes.values, planes.tiles, {plane(0), plane(1), plane(2), plane(3)}};
+        const Tiles64 tiles{planes.values,
+                            weights_.biases[0],
+                            weights_.runs,
+                            weights_.runCount,
+                            planes.tiles,
+                            shiftCount_,
+                            {plane(0), plane(1), plane(2), plane(3)}};
         if (weights_.runCount == 0) {
-            MultiplyByProducts(weights_, steps_, shiftCount_, tiles);
-            return;
+            MultiplyByProducts(weights_, steps_, tiles);
+        } else {
+            MultiplyTiles64(tiles);
         }
-        MultiplyTiles64({tiles.values,
-                         weights_.biases[0],
-                         weights_.runs,
-                         weights_.runCount,
-                         tiles.count,
-                         shiftCount_,
-                         {tiles.dst[0], tiles.dst[1], tiles.dst[2], tiles.dst[3]}});
     }
 
     const MatrixProduct& p_;

@@ -72,7 +72,10 @@ class DotStrip16 {
           shiftCount_(f.shiftCount),
           lowest_(vdupq_n_s8(f.lowest)),
           firstColumns_(ColumnsFrom(-1, width)),
-          secondColumns_(ColumnsFrom(1, width)) {}
+          secondColumns_(ColumnsFrom(1, width)) {
+        // GCC would count its place from the stack pointer, row by row.
+        __asm__("" : "+r"(bias_));
+    }
 
     template <Sides kSides>
     static constexpr size_t LoadedBefore() {
@@ -151,6 +154,7 @@ class DotStrip8 {
             vcombine_u64(vcreate_u64(0x04030201020100FFu), vcreate_u64(0x0807060506050403u)));
         fromFirst_ = OrOutside(columns, width);
         fromEighth_ = vaddq_u8(columns, vdupq_n_u8(kColumns));
+        __asm__("" : "+r"(bias_));
     }
 
     template <Sides kSides>
