@@ -22,6 +22,8 @@ namespace {
 constexpr char kPathVariable[] = "ORVO_FR_PATH";
 
 #if defined(__x86_64__)
+bool HasSse41() { return __builtin_cpu_supports("sse4.1"); }
+
 bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
 
 bool HasAvx512Vnni() {
@@ -81,6 +83,7 @@ constexpr Path kPaths[] = {
 #endif
     {kAvx512VnniRoutines, HasAvx512Vnni},
     {kAvx2Routines, HasAvx2},
+    {kSse41Routines, HasSse41},
 #endif
 #if defined(__aarch64__)
     {kNeonDotRoutines, HasDotProduct},
