@@ -294,7 +294,7 @@ class Scheme {
         const size_t skip = tileBytes_ + toBoundary <= p.scratchBytes ? toBoundary : 0;
         packed_ = p.scratch + skip;
         const size_t room = Least(p.scratchBytes - skip, kSlabBytes);
-        mostTiles_ = room < tileBytes_ ? 1 : room / tileBytes_;
+        mostTiles_ = tileBytes_ == 0 || room < tileBytes_ ? 1 : room / tileBytes_;
     }
 
     // Whether there are steps, pixels and scratch for a tile.
