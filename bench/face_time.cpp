@@ -53,10 +53,10 @@ constexpr What kWhats[] = {
 void RunFace(unsigned parts) {
     g_parts = parts;
     if ((parts & kAlign) != 0) {
-        AlignRun(orvo_bench::NetworkInput());
+        AlignRun(orvo_bench::AlignInput());
     }
     if ((parts & kRecognition) != 0) {
-        FrRun(orvo_bench::NetworkInput());
+        FrRun(orvo_bench::RecognitionInput());
     }
 }
 

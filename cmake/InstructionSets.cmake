@@ -15,14 +15,15 @@ function(orvo_path name folder)
     set(ORVO_PATHS ${ORVO_PATHS} ${name} PARENT_SCOPE)
 endfunction()
 
-orvo_path(plain plain FILES product depthwise pooling elementwise routines)
+orvo_path(plain plain FILES product plane depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     orvo_path(sse41 sse41 FILES product depthwise pooling elementwise routines OPTIONS -msse4.1)
     orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
+    orvo_path(avx2 avx2 FILES product plane depthwise pooling elementwise routines OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni
         -Wno-uninitialized "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
-    orvo_path(avx512vnni avx512vnni FILES product depthwise pooling elementwise routines
+    orvo_path(avx512vnni avx512vnni FILES product plane depthwise pooling elementwise routines
               OPTIONS ${avx512})
     orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp)

@@ -69,8 +69,8 @@ Contender Own() {
         throw std::runtime_error("the core could not be initialised");
     }
     return {std::string("own, ") + orvo::ChosenRoutines().name,
-            [] { AlignRun(orvo_bench::NetworkInput()); }, [] { FrRun(orvo_bench::NetworkInput()); },
-            orvo_bench::OwnLayers()};
+            [] { AlignRun(orvo_bench::AlignInput()); },
+            [] { FrRun(orvo_bench::RecognitionInput()); }, orvo_bench::OwnLayers()};
 }
 
 void MeasureNetworks(Contender& contender) {
