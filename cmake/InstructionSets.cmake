@@ -17,8 +17,7 @@ endfunction()
 
 orvo_path(plain plain FILES product plane depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    orvo_path(sse41 sse41 FILES product depthwise pooling elementwise routines OPTIONS -msse4.1)
-    orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
+    orvo_path(sse41 sse41 FILES product plane depthwise pooling elementwise routines OPTIONS -msse4.1)
     orvo_path(avx2 avx2 FILES product plane depthwise pooling elementwise routines OPTIONS -mavx2)
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni

@@ -16,6 +16,7 @@ const Routines kSse41Routines{
     .rectify = sse41::Rectify,
     .flipSign = plain::FlipSign,
     .add = sse41::Add,
+    .convolvePlane = sse41::ConvolvePlane,
 };
 
 } // namespace orvo
