@@ -145,8 +145,7 @@ using FaceTimes = std::array<double, kContenders>;
 
 FaceTimes Compare(const MachineClass& machine, int rounds) {
     orvo_bench::HoldTo(machine);
-    const std::vector<Contender> contenders = {orvo_bench::Own(),
-                                               FromPeer(orvo_bench::OneDnn()),
+    const std::vector<Contender> contenders = {orvo_bench::Own(), FromPeer(orvo_bench::OneDnn()),
                                                FromPeer(orvo_bench::Xnnpack())};
     std::vector<Times> times(contenders.size());
     for (int round = 0; round < rounds; ++round) {

@@ -14,11 +14,11 @@
 
 // __wrap_NAME stands for NAME in the networks, __real_NAME is the kernel itself.
 #define ORVO_PLAIN(...) __VA_ARGS__
-#define ORVO_ROUTE(part, name, parameters, arguments)                          \
-    extern "C" void __real_##name parameters;                                  \
-    extern "C" void __wrap_##name parameters;                                  \
-    extern "C" void __wrap_##name parameters {                                 \
-        orvo_timing::RunPart<part>(__real_##name, ORVO_PLAIN arguments);       \
+#define ORVO_ROUTE(part, name, parameters, arguments)                    \
+    extern "C" void __real_##name parameters;                            \
+    extern "C" void __wrap_##name parameters;                            \
+    extern "C" void __wrap_##name parameters {                           \
+        orvo_timing::RunPart<part>(__real_##name, ORVO_PLAIN arguments); \
     }
 #include "timing/routed_kernels.h"
 
@@ -30,8 +30,8 @@ using namespace orvo_timing;
 constexpr struct {
     const char* name;
     Part part;
-} kKinds[] = {{"conv", kConv},        {"pw", kPointwise}, {"dw", kDepthwise}, {"maxpool", kMaxPool},
-              {"ds", kDownsample},    {"relu", kRelu},    {"add", kAdd},      {"head", kHead}};
+} kKinds[] = {{"conv", kConv},     {"pw", kPointwise}, {"dw", kDepthwise}, {"maxpool", kMaxPool},
+              {"ds", kDownsample}, {"relu", kRelu},    {"add", kAdd},      {"head", kHead}};
 
 void Align() { AlignRun(AlignInput()); }
 void Recognise() { FrRun(RecognitionInput()); }

@@ -113,8 +113,8 @@ struct Sums {
     Sums(const Weights& w, int32_t biasOfChannel, const Range& range) {
         // The sum of magnitudes, once 128 has been added to each byte.
         const auto sum = [](__m128i bytes) {
-            const __m128i halves = _mm_sad_epu8(_mm_xor_si128(bytes, _mm_set1_epi8(INT8_MIN)),
-                                                _mm_setzero_si128());
+            const __m128i halves =
+                _mm_sad_epu8(_mm_xor_si128(bytes, _mm_set1_epi8(INT8_MIN)), _mm_setzero_si128());
             return _mm_cvtsi128_si32(halves) + _mm_extract_epi16(halves, 4) - 16 * 128;
         };
         const __m128i bytes = Load16(w.bytes);
@@ -136,7 +136,8 @@ struct Sums {
 
 // A filter whose sums fit 16 bits.
 struct NarrowFilter {
-    __m128i evenUpper[3], evenLower[3]; // by column: weights of the upper pair of rows, of the lower
+    __m128i evenUpper[3],
+        evenLower[3]; // by column: weights of the upper pair of rows, of the lower
     __m128i oddUpper[3], oddLower[3];
     __m128i bias, shift, lowest;
     int8_t leastValue; // of the plane
@@ -331,8 +332,15 @@ void sse41::Depthwise(const DepthwisePlanes& p) {
         for (size_t x = 0; x < p.width; x += kStripOutputs) {
             const size_t left = p.width - x;
             const size_t outputs = left < kStripOutputs ? left : kStripOutputs;
-            const Strip strip = {p.src + c * plane + x, srcEnd, p.dst + c * plane + x, dstEnd,
-                                 p.width, p.height, outputs, x > 0, left > outputs};
+            const Strip strip = {p.src + c * plane + x,
+                                 srcEnd,
+                                 p.dst + c * plane + x,
+                                 dstEnd,
+                                 p.width,
+                                 p.height,
+                                 outputs,
+                                 x > 0,
+                                 left > outputs};
             if (isNarrow) {
                 ConvolveNarrow(strip, narrow);
             } else {

@@ -62,9 +62,8 @@ __m128i LoadFewWeights(const MatrixProduct& p, const ChannelGroup& group, size_t
 inline __m128i LoadWeights(const MatrixProduct& p, const ChannelGroup& group, size_t row) {
     const __m128i transpose = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     const bool isWhole = group.channels == kGroup && row + kStepRows <= p.inner;
-    return _mm_shuffle_epi8(isWhole ? Load16(group.weights + kGroup * row)
-                                    : LoadFewWeights(p, group, row),
-                            transpose);
+    return _mm_shuffle_epi8(
+        isWhole ? Load16(group.weights + kGroup * row) : LoadFewWeights(p, group, row), transpose);
 }
 
 inline void RepeatWeights(__m128i weights, int8_t (*to)[kVectorBytes]) {
@@ -195,10 +194,17 @@ void PackTile(const MatrixProduct& p, size_t pixel, __m128i lowest, int8_t* to) 
     }
 }
 
-// sum += words. GCC 12 copies the sums of a step around the intrinsic; the instruction itself it leaves
-// in place.
+// GCC 12 copies the sums of a step around the intrinsics; the instructions themselves it leaves in place.
 inline __attribute__((always_inline)) void AddWords(__m128i& sum, __m128i words) {
     __asm__("paddw %1, %0" : "+x"(sum) : "x"(words));
+}
+// Bytes without a sign become the sums of their products with `weights`.
+inline __attribute__((always_inline)) void MultiplyBytes(__m128i& values, const int8_t* weights) {
+    const auto& vector = *reinterpret_cast<const __m128i*>(weights);
+    __asm__("pmaddubsw %1, %0" : "+x"(values) : "m"(vector));
+}
+inline __attribute__((always_inline)) void MultiplyWords(__m128i& values, __m128i words) {
+    __asm__("pmaddwd %1, %0" : "+x"(values) : "x"(words));
 }
 
 // Adds a run's products to the sums. Register plan for 2 vectors: 8 sums of 16 bits, 2 vectors of
@@ -207,14 +213,12 @@ template <size_t Vectors>
 inline void AddRun(const int8_t (*weights)[kGroup][kVectorBytes], const int8_t* values,
                    size_t steps, __m128i (&sums)[kGroup][Vectors]) {
     __m128i words[kGroup][Vectors];
-    const auto multiply = [&](size_t c, __m128i value) {
-        return _mm_maddubs_epi16(value, Load16(weights[0][c]));
-    };
 #pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
 #pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
-            words[c][v] = multiply(c, Load16(values + kVectorBytes * v));
+            words[c][v] = Load16(values + kVectorBytes * v);
+            MultiplyBytes(words[c][v], weights[0][c]);
         }
     }
     for (size_t step = 1; step < steps; ++step) {
@@ -229,7 +233,9 @@ inline void AddRun(const int8_t (*weights)[kGroup][kVectorBytes], const int8_t* 
         for (size_t c = 0; c < kGroup; ++c) {
 #pragma GCC unroll 2
             for (size_t v = 0; v < Vectors; ++v) {
-                AddWords(words[c][v], multiply(c, value[v]));
+                __m128i product = value[v];
+                MultiplyBytes(product, weights[0][c]);
+                AddWords(words[c][v], product);
             }
         }
     }
@@ -238,7 +244,8 @@ inline void AddRun(const int8_t (*weights)[kGroup][kVectorBytes], const int8_t* 
     for (size_t c = 0; c < kGroup; ++c) {
 #pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm_add_epi32(sums[c][v], _mm_madd_epi16(words[c][v], ones));
+            MultiplyWords(words[c][v], ones);
+            sums[c][v] = _mm_add_epi32(sums[c][v], words[c][v]);
         }
     }
 }
@@ -249,7 +256,9 @@ template <size_t Vectors>
 __attribute__((noinline)) void Tile(const MatrixProduct& p, const ChannelGroup& channels,
                                     const GroupWeights& group, const int8_t* values, int8_t* dst) {
     __m128i sums[kGroup][Vectors];
+#pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
+#pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
             sums[c][v] = _mm_set1_epi32(group.bias[c]);
         }
@@ -265,11 +274,23 @@ __attribute__((noinline)) void Tile(const MatrixProduct& p, const ChannelGroup& 
         return _mm_packs_epi32(_mm_sra_epi32(sums[c][0], shift),
                                _mm_sra_epi32(sums[c][Vectors - 1], shift));
     };
-    const __m128i bytes[2] = {_mm_packs_epi16(words(0), words(1)),
-                              _mm_packs_epi16(words(2), words(3))};
-    for (size_t c = 0; c < channels.channels; ++c, dst += p.planePitch) {
-        const __m128i plane = c % 2 == 0 ? bytes[c / 2] : _mm_srli_si128(bytes[c / 2], 8);
-        Vectors == 2 ? Store8(dst, plane) : Store4(dst, plane);
+    const __m128i planes01 = _mm_packs_epi16(words(0), words(1));
+    const __m128i planes23 = _mm_packs_epi16(words(2), words(3));
+    const __m128i planes[kGroup] = {planes01, _mm_srli_si128(planes01, 8), planes23,
+                                    _mm_srli_si128(planes23, 8)};
+    const size_t pitch = p.planePitch;
+    const auto store = [](int8_t* to, __m128i bytes) {
+        Vectors == 2 ? Store8(to, bytes) : Store4(to, bytes);
+    };
+    if (channels.channels == kGroup) {
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+            store(dst + c * pitch, planes[c]);
+        }
+    } else {
+        for (size_t c = 0; c < channels.channels; ++c) {
+            store(dst + c * pitch, planes[c]);
+        }
     }
 }
 
@@ -388,8 +409,8 @@ int32_t sse41::Dot(const int8_t* a, const int8_t* b, size_t count) {
     __m128i sum = _mm_setzero_si128();
     size_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        sum = _mm_add_epi32(sum, _mm_madd_epi16(_mm_cvtepi8_epi16(Load8(a + i)),
-                                                _mm_cvtepi8_epi16(Load8(b + i))));
+        sum = _mm_add_epi32(
+            sum, _mm_madd_epi16(_mm_cvtepi8_epi16(Load8(a + i)), _mm_cvtepi8_epi16(Load8(b + i))));
     }
     sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
     sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
