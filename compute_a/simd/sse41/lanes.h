@@ -28,11 +28,9 @@ inline int SumLimit(const Range& range) {
 }
 
 inline int LeastByte(__m128i bytes) {
-    bytes = _mm_min_epi8(bytes, _mm_srli_si128(bytes, 8));
-    bytes = _mm_min_epi8(bytes, _mm_srli_si128(bytes, 4));
-    bytes = _mm_min_epi8(bytes, _mm_srli_si128(bytes, 2));
-    bytes = _mm_min_epi8(bytes, _mm_srli_si128(bytes, 1));
-    return static_cast<int8_t>(_mm_extract_epi8(bytes, 0));
+    const __m128i positive = _mm_xor_si128(bytes, _mm_set1_epi8(INT8_MIN));
+    const __m128i words = _mm_min_epu8(positive, _mm_srli_epi16(positive, 8));
+    return _mm_cvtsi128_si32(_mm_minpos_epu16(words)) % 256 - 128;
 }
 
 // The range of values that is found so far; zero belongs to it.

@@ -73,67 +73,75 @@ inline void RepeatWeights(__m128i weights, int8_t (*to)[kVectorBytes]) {
     Store16(to[3], _mm_shuffle_epi32(weights, 0xFF));
 }
 
-// How much positive and negative weight the halves of the four channels' lanes meet, as magnitudes.
-struct Totals {
-    __m128i positive, negative;
+// The values' rows, step by step, by which they lose their sign: how far below zero a row's lowest value
+// is, and how far above that its highest.
+struct RowRanges {
+    alignas(16) uint8_t depth[kMaxSteps][kStepRows];
+    alignas(16) uint8_t width[kMaxSteps][kStepRows];
+};
 
-    static Totals Of(__m128i weights) {
-        const __m128i ones = _mm_set1_epi8(1);
-        const __m128i both = _mm_maddubs_epi16(ones, weights);
-        const __m128i positive =
-            _mm_maddubs_epi16(ones, _mm_max_epi8(weights, _mm_setzero_si128()));
-        return {positive, _mm_sub_epi16(positive, both)};
+inline __m128i RepeatRows(const uint8_t (&rows)[kStepRows]) {
+    int32_t lane;
+    __builtin_memcpy(&lane, rows, sizeof lane);
+    return _mm_set1_epi32(lane);
+}
+
+// The most and the least that the halves of the four channels' lanes can come to, saturated.
+struct Extent {
+    __m128i most, least;
+
+    static Extent Of(__m128i weights, __m128i widths) {
+        const __m128i zero = _mm_setzero_si128();
+        return {_mm_maddubs_epi16(widths, _mm_max_epi8(weights, zero)),
+                _mm_maddubs_epi16(widths, _mm_min_epi8(weights, zero))};
     }
 
-    Totals operator+(const Totals& other) const {
-        return {_mm_add_epi16(positive, other.positive), _mm_add_epi16(negative, other.negative)};
+    Extent operator+(const Extent& other) const {
+        return {_mm_adds_epi16(most, other.most), _mm_adds_epi16(least, other.least)};
     }
 
-    bool exceed(__m128i limit) const {
-        const __m128i above = _mm_cmpgt_epi16(_mm_max_epi16(positive, negative), limit);
-        return _mm_movemask_epi8(above) != 0;
+    // What is saturated looks like the very limit, which is not used therefore.
+    bool fits() const {
+        const __m128i over = _mm_cmpeq_epi16(most, _mm_set1_epi16(INT16_MAX));
+        const __m128i under = _mm_cmpeq_epi16(least, _mm_set1_epi16(INT16_MIN));
+        return _mm_movemask_epi8(_mm_or_si128(over, under)) == 0;
     }
 };
 
 // Puts steps of weights one after the other and divides them into runs.
 class RunWriter {
   public:
-    RunWriter(GroupWeights& group, const Range& range)
-        : group_(group), limit_(_mm_set1_epi16(static_cast<int16_t>(SumLimit(range)))) {
-        group.runs = 0;
-    }
+    explicit RunWriter(GroupWeights& group) : group_(group) { group.runs = 0; }
 
-    void Put(size_t step, __m128i weights) {
-        const Totals totals = Totals::Of(weights);
-        if (totals.exceed(limit_)) {
-            PutInHalves(step, weights);
-            return;
-        }
-        const Totals sum = totals_ + totals;
-        if (group_.runs == 0 || sum.exceed(limit_)) {
-            Begin(step, totals);
+    void Put(size_t step, __m128i weights, __m128i widths) {
+        const Extent extent = Extent::Of(weights, widths);
+        const Extent sum = extent_ + extent;
+        if (group_.runs > 0 && sum.fits()) {
+            extent_ = sum;
+        } else if (extent.fits()) {
+            Begin(step, extent);
         } else {
-            totals_ = sum;
+            return PutInHalves(step, weights, widths);
         }
         Append(weights);
     }
 
   private:
-    // Half of a byte's largest magnitude, twice, is no more than the least limit, 128.
-    void PutInHalves(size_t step, __m128i weights) {
+    // A pair's halves are at most 64 + 64: whatever the values are, they fit.
+    void PutInHalves(size_t step, __m128i weights, __m128i widths) {
         const __m128i more = _mm_srli_epi16(_mm_sub_epi8(weights, _mm_set1_epi8(INT8_MIN)), 1);
         const __m128i half =
             _mm_sub_epi8(_mm_and_si128(more, _mm_set1_epi8(INT8_MAX)), _mm_set1_epi8(64));
         const __m128i rest = _mm_sub_epi8(weights, half);
-        Begin(step, Totals::Of(half));
+        Begin(step, Extent::Of(half, widths));
         Append(half);
-        Begin(step, Totals::Of(rest));
+        Begin(step, Extent::Of(rest, widths));
         Append(rest);
     }
 
-    void Begin(size_t step, const Totals& totals) {
+    void Begin(size_t step, const Extent& extent) {
         group_.run[group_.runs++] = {static_cast<uint16_t>(step), 0};
-        totals_ = totals;
+        extent_ = extent;
     }
 
     void Append(__m128i weights) {
@@ -142,55 +150,56 @@ class RunWriter {
     }
 
     GroupWeights& group_;
-    const __m128i limit_;
-    Totals totals_ = {_mm_setzero_si128(), _mm_setzero_si128()};
+    Extent extent_ = {_mm_setzero_si128(), _mm_setzero_si128()};
     size_t written_ = 0;
 };
 
-void LoadGroup(const MatrixProduct& p, const ChannelGroup& from, const Range& range,
+void LoadGroup(const MatrixProduct& p, const ChannelGroup& from, const RowRanges& ranges,
                GroupWeights& group) {
-    RunWriter writer(group, range);
-    __m128i totals = _mm_setzero_si128();
-    for (size_t row = 0; row < p.inner; row += kStepRows) {
+    RunWriter writer(group);
+    __m128i lowest = _mm_setzero_si128(); // what the values' lowest come to, its sign changed
+    for (size_t row = 0, step = 0; row < p.inner; row += kStepRows, ++step) {
         const __m128i weights = LoadWeights(p, from, row);
-        totals = _mm_add_epi16(totals, _mm_maddubs_epi16(_mm_set1_epi8(1), weights));
-        writer.Put(row / kStepRows, weights);
+        // Two products of up to 128 times -128 to 127: not beyond 16 bits.
+        const __m128i words = _mm_maddubs_epi16(RepeatRows(ranges.depth[step]), weights);
+        lowest = _mm_add_epi32(lowest, _mm_madd_epi16(words, _mm_set1_epi16(1)));
+        writer.Put(step, weights, RepeatRows(ranges.width[step]));
     }
-    // At most 2 * 64 weights in a half of a lane.
-    alignas(16) int32_t total[kGroup];
-    Store16(total, _mm_madd_epi16(totals, _mm_set1_epi16(1)));
+    alignas(16) uint32_t below[kGroup];
+    Store16(below, lowest);
     for (size_t c = 0; c < kGroup; ++c) {
         const int32_t bias = c < from.channels ? p.bias[from.first + c] : 0;
-        group.bias[c] = static_cast<int32_t>(static_cast<uint32_t>(bias) +
-                                             static_cast<uint32_t>(range.lowest * total[c]));
+        group.bias[c] = static_cast<int32_t>(static_cast<uint32_t>(bias) - below[c]);
     }
 }
 
 // `Vectors` times 4 pixels of some rows, pixel by pixel: `row` gives the i-th row, or zeros.
 template <size_t Vectors, typename Row>
-inline void PackStep(const Row& row, __m128i lowest, int8_t* to) {
+inline void PackStep(const Row& row, __m128i depths, int8_t* to) {
     const __m128i rows01 = _mm_unpacklo_epi8(row(0), row(1));
     const __m128i rows23 = _mm_unpacklo_epi8(row(2), row(3));
-    Store16(to, _mm_sub_epi8(_mm_unpacklo_epi16(rows01, rows23), lowest));
+    Store16(to, _mm_add_epi8(_mm_unpacklo_epi16(rows01, rows23), depths));
     if constexpr (Vectors == 2) {
-        Store16(to + kVectorBytes, _mm_sub_epi8(_mm_unpackhi_epi16(rows01, rows23), lowest));
+        Store16(to + kVectorBytes, _mm_add_epi8(_mm_unpackhi_epi16(rows01, rows23), depths));
     }
 }
 
 template <size_t Vectors>
-void PackTile(const MatrixProduct& p, size_t pixel, __m128i lowest, int8_t* to) {
+void PackTile(const MatrixProduct& p, size_t pixel, const RowRanges& ranges, int8_t* to) {
     const int8_t* at = p.rows + pixel;
     const auto load = [](const int8_t* row) { return Vectors == 2 ? Load8(row) : Load4(row); };
     size_t k = 0;
-    for (; k + kStepRows <= p.inner; k += kStepRows, to += Vectors * kVectorBytes) {
-        PackStep<Vectors>([&](size_t i) { return load(at + i * p.rowPitch); }, lowest, to);
+    const uint8_t(*depths)[kStepRows] = ranges.depth;
+    for (; k + kStepRows <= p.inner; k += kStepRows, ++depths, to += Vectors * kVectorBytes) {
+        PackStep<Vectors>([&](size_t i) { return load(at + i * p.rowPitch); }, RepeatRows(*depths),
+                          to);
         at += kStepRows * p.rowPitch;
     }
     if (k < p.inner) {
         const auto row = [&](size_t i) {
             return k + i < p.inner ? load(at + i * p.rowPitch) : _mm_setzero_si128();
         };
-        PackStep<Vectors>(row, lowest, to);
+        PackStep<Vectors>(row, RepeatRows(*depths), to);
     }
 }
 
@@ -324,16 +333,12 @@ class Scheme {
                tileBytes_ <= p_.scratchBytes;
     }
 
-    void FindRange() {
-        RangeFinder finder;
-        if (p_.pixels < 16) {
-            range_ = kAnyValue;
-            return;
+    void FindRanges() {
+        for (size_t k = 0; k < tileBytes_ / kStepBytes * kStepRows; ++k) {
+            const Range range = k < p_.inner ? RangeOf(p_.rows + k * p_.rowPitch) : Range{};
+            ranges_.depth[k / kStepRows][k % kStepRows] = static_cast<uint8_t>(-range.lowest);
+            ranges_.width[k / kStepRows][k % kStepRows] = static_cast<uint8_t>(range.width());
         }
-        for (size_t k = 0; k < p_.inner; ++k) {
-            finder.Take(p_.rows + k * p_.rowPitch, p_.pixels);
-        }
-        range_ = finder.Found();
     }
 
     static size_t GroupChannels() { return kGroup; }
@@ -349,17 +354,16 @@ class Scheme {
     }
 
     void Pack(const Slab& slab) const {
-        const __m128i lowest = _mm_set1_epi8(static_cast<int8_t>(range_.lowest));
         int8_t* to = packed_;
         for (size_t i = 0; i < slab.tiles; ++i, to += tileBytes_) {
-            PackTile<2>(p_, TileAt(slab, i), lowest, to);
+            PackTile<2>(p_, TileAt(slab, i), ranges_, to);
         }
         if (slab.hasRest) {
-            PackTile<1>(p_, p_.pixels - kNarrowPixels, lowest, to);
+            PackTile<1>(p_, p_.pixels - kNarrowPixels, ranges_, to);
         }
     }
 
-    void MakeReady(const ChannelGroup& group) { LoadGroup(p_, group, range_, ready_); }
+    void MakeReady(const ChannelGroup& group) { LoadGroup(p_, group, ranges_, ready_); }
 
     void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
         const int8_t* values = packed_;
@@ -376,6 +380,15 @@ class Scheme {
     }
 
   private:
+    Range RangeOf(const int8_t* row) const {
+        if (p_.pixels < 16) {
+            return kAnyValue;
+        }
+        RangeFinder finder;
+        finder.Take(row, p_.pixels);
+        return finder.Found();
+    }
+
     size_t TileAt(const Slab& slab, size_t i) const {
         return Least(slab.firstPixel + i * kTilePixels, p_.pixels - kTilePixels);
     }
@@ -388,7 +401,7 @@ class Scheme {
     const size_t tileBytes_;
     size_t mostTiles_;
     int8_t* packed_;
-    Range range_;
+    RowRanges ranges_;
     GroupWeights ready_;
 };
 
@@ -397,7 +410,7 @@ class Scheme {
 void sse41::Multiply(const MatrixProduct& p) {
     Scheme scheme(p);
     if (scheme.Fits()) {
-        scheme.FindRange();
+        scheme.FindRanges();
         if (MultiplyBySlabs(p, scheme)) {
             return;
         }
