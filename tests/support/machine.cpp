@@ -58,6 +58,8 @@ bool Has(const std::string& path) {
            (path == "avx512vnni" && avx512) ||
            (path == "amx" && avx512 && HasFlags({"amx_tile", "amx_int8"}) &&
             SystemSupportsTiles()) ||
+           (path == "avxvnni" && HasFlags({"avx2", "avx_vnni"})) ||
+           (path == "avxvnni_evex" && HasFlags({"avx2", "avx512f", "avx512vl", "avx512_vnni"})) ||
            path == "amx_model";
 }
 
