@@ -29,10 +29,12 @@ constexpr OneDnnLimit kOneDnnLimits[] = {
     {"SSE41", dnnl::cpu_isa::sse41},
 };
 
-// XNNPACK of 2022 has nothing for VNNI or AMX: with AVX-512 it has all that it can use.
+// XNNPACK of 2022 has nothing for VNNI or AMX: with AVX-512 it has all that it can use. "no VBMI" is
+// AVX-512 VNNI without VBMI.
 const MachineClass kClasses[] = {
     {"AMX", "amx", "AVX512_CORE_AMX", Instructions::kAll},
     {"AVX-512 VNNI", "avx512vnni", "AVX512_CORE_VNNI", Instructions::kAll},
+    {"no VBMI", "avxvnni_evex", "AVX512_CORE_VNNI", Instructions::kAll},
     {"AVX-VNNI", "avxvnni", "AVX2_VNNI", Instructions::kAvx2},
     {"AVX2", "avx2", "AVX2", Instructions::kAvx2},
     {"SSE4.1", "sse41", "SSE41", Instructions::kSse41},
