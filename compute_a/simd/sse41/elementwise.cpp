@@ -3,8 +3,8 @@
 // Rectifier and addition with SSE4.1. Ends of fewer than 16 values are left to the plain routines.
 #include "compute_a/routines.h"
 #include "compute_a/simd/plain/routines.h"
-#include "compute_a/simd/sse41/lanes.h"
 #include "compute_a/simd/sse41/routines.h"
+#include "compute_a/simd/vectors_16.h"
 
 namespace orvo {
 
