@@ -17,11 +17,16 @@ endfunction()
 
 orvo_path(plain plain FILES product plane depthwise pooling elementwise routines)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    orvo_path(avx2 avx2 FILES product depthwise pooling elementwise routines OPTIONS -mavx2)
+    orvo_path(sse41 sse41 FILES product plane depthwise pooling elementwise routines OPTIONS -msse4.1)
+    orvo_path(avx2 avx2 FILES product plane depthwise pooling elementwise routines OPTIONS -mavx2)
+    # One source in two encodings; see compute_a/simd/avxvnni/instructions.h.
+    foreach(encoding avxvnni avxvnni_evex)
+        orvo_path(${encoding} ${encoding} FILES product plane depthwise routines OPTIONS -mavx2)
+    endforeach()
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni
         -Wno-uninitialized "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
-    orvo_path(avx512vnni avx512vnni FILES product depthwise pooling elementwise routines
+    orvo_path(avx512vnni avx512vnni FILES product plane depthwise pooling elementwise routines
               OPTIONS ${avx512})
     orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp cipher/aes_vaes.cpp)

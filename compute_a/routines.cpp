@@ -10,8 +10,10 @@
 
 #if defined(__aarch64__)
 #include <sys/auxv.h>
-#elif defined(__x86_64__) && defined(__linux__)
+#elif defined(__x86_64__)
 #include <cpuid.h>
+#endif
+#if defined(__x86_64__) && defined(__linux__)
 #include <sys/syscall.h>
 #include <unistd.h>
 #elif defined(ORVO_HAVE_RVV)
@@ -26,7 +28,21 @@ namespace {
 constexpr char kPathVariable[] = "ORVO_FR_PATH";
 
 #if defined(__x86_64__)
+bool HasSse41() { return __builtin_cpu_supports("sse4.1"); }
+
 bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
+
+// The compilers' names for AVX-VNNI are newer than some compilers.
+bool HasAvxVnni() {
+    constexpr unsigned kAvxVnni = 1u << 4; // of CPUID 7, sub-leaf 1
+    unsigned a, b, c, d;
+    return HasAvx2() && __get_cpuid_count(7, 1, &a, &b, &c, &d) != 0 && (a & kAvxVnni) != 0;
+}
+
+bool HasAvxVnniEvex() {
+    return HasAvx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512vnni");
+}
 
 bool HasAvx512Vnni() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
@@ -127,7 +143,10 @@ constexpr Path kPaths[] = {
     {kAmxRoutines, HasAmx},
 #endif
     {kAvx512VnniRoutines, HasAvx512Vnni},
+    {kAvxVnniRoutines, HasAvxVnni},
+    {kAvxVnniEvexRoutines, HasAvxVnniEvex},
     {kAvx2Routines, HasAvx2},
+    {kSse41Routines, HasSse41},
 #endif
 #if defined(__aarch64__)
     {kNeonDotRoutines, HasDotProduct},

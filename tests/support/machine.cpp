@@ -54,9 +54,12 @@ bool SystemSupportsTiles() {
 bool Has(const std::string& path) {
     const bool avx512 =
         HasFlags({"avx512f", "avx512bw", "avx512dq", "avx512vl", "avx512vbmi", "avx512_vnni"});
-    return (path == "avx2" && HasFlags({"avx2"})) || (path == "avx512vnni" && avx512) ||
+    return (path == "sse41" && HasFlags({"sse4_1"})) || (path == "avx2" && HasFlags({"avx2"})) ||
+           (path == "avx512vnni" && avx512) ||
            (path == "amx" && avx512 && HasFlags({"amx_tile", "amx_int8"}) &&
             SystemSupportsTiles()) ||
+           (path == "avxvnni" && HasFlags({"avx2", "avx_vnni"})) ||
+           (path == "avxvnni_evex" && HasFlags({"avx2", "avx512f", "avx512vl", "avx512_vnni"})) ||
            path == "amx_model";
 }
 
