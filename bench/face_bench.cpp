@@ -124,14 +124,14 @@ void TimeDecipher(benchmark::State& state) {
 void TimeAlignRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        AlignRun(orvo_bench::NetworkInput());
+        AlignRun(orvo_bench::AlignInput());
     }
 }
 
 void TimeFrRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        FrRun(orvo_bench::NetworkInput());
+        FrRun(orvo_bench::RecognitionInput());
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "gallery/search.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -13,7 +14,7 @@ namespace {
 
 struct IsBetter {
     bool operator()(const Match& a, const Match& b) const {
-        return a.distance != b.distance ? a.distance > b.distance : a.entry < b.entry;
+        return a.score != b.score ? a.score > b.score : a.entry < b.entry;
     }
 };
 
@@ -24,9 +25,9 @@ class BestNames {
     explicit BestNames(size_t most) : most_(most) {}
 
     // Entries come in their order, so of two that are equally alike the first is there already.
-    void Offer(float distance, size_t entry, std::string_view name) {
-        if (distance > bound_ && std::isfinite(distance)) {
-            Take(distance, entry, name);
+    void Offer(float score, float distance, size_t entry, std::string_view name) {
+        if (score > bound_ && std::isfinite(score)) {
+            Take(score, distance, entry, name);
         }
     }
 
@@ -35,13 +36,14 @@ class BestNames {
   private:
     using Ranks = std::set<Match, IsBetter>;
 
-    void Take(float distance, size_t entry, std::string_view name) {
+    void Take(float score, float distance, size_t entry, std::string_view name) {
         if (const auto found = byName_.find(name); found == byName_.end()) {
-            const auto rank = ranked_.insert({entry, distance, std::string(name)}).first;
+            const auto rank = ranked_.insert({entry, distance, score, std::string(name)}).first;
             byName_.emplace(rank->name, rank);
-        } else if (distance > found->second->distance) {
+        } else if (score > found->second->score) {
             auto node = ranked_.extract(found->second);
             node.value().distance = distance;
+            node.value().score = score;
             node.value().entry = entry;
             found->second = ranked_.insert(std::move(node)).position;
         }
@@ -51,7 +53,7 @@ class BestNames {
             ranked_.erase(worst);
         }
         if (ranked_.size() == most_) {
-            bound_ = ranked_.rbegin()->distance;
+            bound_ = ranked_.rbegin()->score;
         }
     }
 
@@ -60,6 +62,15 @@ class BestNames {
     Ranks ranked_;
     std::unordered_map<std::string_view, Ranks::iterator> byName_; // views of the ranks' own names
 };
+
+std::vector<std::vector<Match>> Ranked(const std::vector<BestNames>& best) {
+    std::vector<std::vector<Match>> matches;
+    matches.reserve(best.size());
+    for (const BestNames& names : best) {
+        matches.push_back(names.Ranked());
+    }
+    return matches;
+}
 
 } // namespace
 
@@ -73,15 +84,36 @@ std::vector<std::vector<Match>> Search(const GalleryFile& gallery,
         for (size_t face = 0; face < features.size(); ++face) {
             orvo::Distances(features[face].data(), others, distances.data());
             for (size_t i = 0; i < others.count; ++i) {
-                best[face].Offer(distances[i], block.firstEntry + i, block.names[i]);
+                best[face].Offer(distances[i], distances[i], block.firstEntry + i, block.names[i]);
             }
         }
     });
-    std::vector<std::vector<Match>> matches;
-    for (const BestNames& names : best) {
-        matches.push_back(names.Ranked());
+    return Ranked(best);
+}
+
+std::vector<std::vector<Match>> Search(const GalleryFile& gallery,
+                                       const std::vector<Feature>& features, size_t count,
+                                       const Calibration& calibration) {
+    const FaceCalibrator calibrated(calibration);
+    std::vector<CalibratedFace> faces;
+    for (const Feature& feature : features) {
+        faces.push_back(calibrated(feature));
     }
-    return matches;
+    std::vector<BestNames> best(features.size(), BestNames(count));
+    gallery.Read([&](const GalleryBlock& block) {
+        for (size_t i = 0; i < block.names.size(); ++i) {
+            Feature feature;
+            std::copy_n(block.features + i * feature.size(), feature.size(), feature.begin());
+            const CalibratedFace other = calibrated(feature);
+            for (size_t face = 0; face < faces.size(); ++face) {
+                const float distance = OrvoFrGetDistance(
+                    features[face].data(), sizeof(Feature), feature.data(), sizeof(Feature));
+                best[face].Offer(NormalisedScore(faces[face], other), distance,
+                                 block.firstEntry + i, block.names[i]);
+            }
+        }
+    });
+    return Ranked(best);
 }
 
 } // namespace kova_cli

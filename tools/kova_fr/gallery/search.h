@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "calibration/calibration.h"
 #include "gallery/gallery_file.h"
 
 namespace kova_cli {
@@ -11,6 +12,7 @@ namespace kova_cli {
 struct Match {
     size_t entry = 0;
     float distance = 0;
+    float score = 0; // by which it is ranked
     std::string name;
 };
 
@@ -21,5 +23,10 @@ struct Match {
 // all features, and neither its entries nor their distances are kept. docs/SPEED.md has the times.
 std::vector<std::vector<Match>> Search(const GalleryFile& gallery,
                                        const std::vector<Feature>& features, size_t count);
+
+// The same by the normalised score of a calibration, in which every entry is compared with the cohort.
+std::vector<std::vector<Match>> Search(const GalleryFile& gallery,
+                                       const std::vector<Feature>& features, size_t count,
+                                       const Calibration& calibration);
 
 } // namespace kova_cli

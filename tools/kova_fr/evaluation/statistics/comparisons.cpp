@@ -139,7 +139,8 @@ void ScoreListed(const Comparisons& comparisons, Scorer& scorer) {
         const Feature& a = comparisons.features[pair.first];
         const Feature& b = comparisons.features[pair.second];
         scorer.Add(pair.first, pair.second,
-                   OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b));
+                   comparisons.score ? comparisons.score(pair.first, pair.second)
+                                     : OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b));
     }
 }
 
@@ -152,9 +153,12 @@ void ScoreAll(const Comparisons& comparisons, Scorer& scorer,
     std::vector<float> scores(pictures);
     for (uint32_t second = 0; second < pictures; ++second) {
         before.count = second;
-        orvo::Distances(comparisons.features[second].data(), before, scores.data());
+        if (!comparisons.score) {
+            orvo::Distances(comparisons.features[second].data(), before, scores.data());
+        }
         for (uint32_t first = 0; first < second; ++first) {
-            scorer.Add(first, second, scores[first]);
+            scorer.Add(first, second,
+                       comparisons.score ? comparisons.score(first, second) : scores[first]);
         }
         if (second % kRowsBetweenReports == 0) {
             progress(second, pictures);
