@@ -19,12 +19,13 @@ const Routines kWasmSimdRoutines{
     .multiply = wasm::Multiply,
     .depthwise = wasm::Depthwise,
     .dot = plain::Dot,
-    .maxPoolStride1 = plain::MaxPoolStride1,
-    .maxPoolStride2 = plain::MaxPoolStride2,
-    .sample = plain::Sample,
-    .rectify = plain::Rectify,
+    .maxPoolStride1 = wasm::MaxPoolStride1,
+    .maxPoolStride2 = wasm::MaxPoolStride2,
+    .sample = wasm::Sample,
+    .rectify = wasm::Rectify,
     .flipSign = plain::FlipSign,
-    .add = plain::Add,
+    .add = wasm::Add,
+    .convolvePlane = wasm::ConvolvePlane,
 };
 
 } // namespace orvo

@@ -6,7 +6,7 @@
 // widened to words on their way into a buffer, side by side as the pairs want them; products of
 // bytes cannot overflow there, whatever the weights are, so there is one way of working for all.
 //
-// The other routines are the plain ones, which compilers vectorise for the same instructions.
+// What is left to the plain routines, compilers vectorise for the same instructions.
 #pragma once
 
 #include "compute_a/routines.h"
@@ -15,7 +15,13 @@ namespace orvo {
 namespace wasm {
 
 void Multiply(const MatrixProduct& product);
+bool ConvolvePlane(const PlaneConvolution& convolution);
 void Depthwise(const DepthwisePlanes& planes);
+void MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst);
+void MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t* dst);
+void Sample(const int8_t* src, const Planes& planes, int8_t* dst);
+void Rectify(const int8_t* src, int8_t* dst, size_t count);
+void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& shifts);
 
 } // namespace wasm
 } // namespace orvo
