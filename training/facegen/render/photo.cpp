@@ -244,11 +244,7 @@ void Photographer::DrawPiece(const Piece& piece) {
     }
 }
 
-void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
-                        std::uint8_t* pixels) {
-    Random random(person.seed, person.number, picture + 1, Purpose::kCamera);
-    Random backdrop(person.seed, person.number, picture + 1, Purpose::kBackground);
-    Random occluder(person.seed, person.number, picture + 1, Purpose::kOccluder);
+void Photographer::Portray(const Person& person, const PhotoPlan& plan, Random& random) {
     const HeadModel& model = studio_.model;
     const Shape& shape = person.shape;
 
@@ -337,7 +333,14 @@ void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64
     Surroundings around = SurroundingsOf(person, plan, frameReflectance, lensReflectance, random);
     around.stubble = studio_.kit.stubble.data();
     Shade(samples_, camera_, plan.light, shadowed_ ? &shadow_ : nullptr, around, radiance_);
+}
 
+void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
+                        std::uint8_t* pixels) {
+    Random random(person.seed, person.number, picture + 1, Purpose::kCamera);
+    Random backdrop(person.seed, person.number, picture + 1, Purpose::kBackground);
+    Random occluder(person.seed, person.number, picture + 1, Purpose::kOccluder);
+    Portray(person, plan, random);
     DrawBackground(tones_, plan.size, plan.size, backdrop);
     Develop(plan, backdrop);
     if (plan.occlusion == Occlusion::kHand) {
