@@ -59,8 +59,8 @@ int main(int argc, char** argv) {
         AddCommand(app, options, "crops", "shards of 128 x 128 pictures around faces");
     CLI::App* frames =
         AddCommand(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
-    CLI::App* cutouts = AddCommand(app, options, "cutouts",
-                                   "shards of people alone, with covers and landmarks");
+    CLI::App* cutouts =
+        AddCommand(app, options, "cutouts", "shards of people alone, with covers and landmarks");
     CLI::App* sheet = AddCommand(app, options, "sheet", "a contact sheet, one row a person");
     AddCommand(app, options, "people", "PNG files, one folder a person, and boxes.json");
     cutouts->add_option("--shard-size", options.job.shardSize, "Cutouts a shard")

@@ -33,14 +33,14 @@ PhotoPlan PlanCutout(const Studio& studio, const Person& person, std::uint64_t p
     plan.yaw = at < 0.5f     ? random.NormalWithin(22.0f, 2.6f)
                : at < 0.875f ? random.Uniform(-98.0f, 98.0f)
                              : random.Sign() * random.Uniform(115.0f, 180.0f);
-    plan.pitch = random.Chance(0.7f) ? random.NormalWithin(11.0f, 2.4f)
-                                     : random.Uniform(-40.0f, 40.0f);
+    plan.pitch =
+        random.Chance(0.7f) ? random.NormalWithin(11.0f, 2.4f) : random.Uniform(-40.0f, 40.0f);
     plan.roll = random.NormalWithin(8.0f, 2.5f);
     return plan;
 }
 
-void RenderOne(const Studio& studio, Photographer& photographer,
-               const Person& person, std::uint64_t picture, std::size_t slot, Shard& shard) {
+void RenderOne(const Studio& studio, Photographer& photographer, const Person& person,
+               std::uint64_t picture, std::size_t slot, Shard& shard) {
     const PhotoPlan plan = PlanCutout(studio, person, picture);
     std::uint8_t* pixels = shard.pictures.data() + slot * 2 * kPixels;
     photographer.TakeCutout(person, plan, picture, pixels, pixels + kPixels);
@@ -53,11 +53,9 @@ void Render(const Studio& studio, const Job& job, Shard& shard, Progress& progre
     for (std::uint64_t i = shard.first; i < shard.first + shard.count;) {
         const std::uint64_t nth = i / job.pictures;
         const Person person = MakePerson(studio, job.seed, job.firstPerson + nth);
-        const std::uint64_t end =
-            std::min(shard.first + shard.count, (nth + 1) * job.pictures);
+        const std::uint64_t end = std::min(shard.first + shard.count, (nth + 1) * job.pictures);
         for (; i < end; ++i) {
-            RenderOne(studio, photographer, person, i - nth * job.pictures, i - shard.first,
-                      shard);
+            RenderOne(studio, photographer, person, i - nth * job.pictures, i - shard.first, shard);
             progress.Add(1);
         }
     }

@@ -5,8 +5,8 @@
 
 namespace facegen {
 
-constexpr int kCutoutSize = 192;  // pixels along a side
-constexpr float kCutoutBox = 80;  // the face's box
+constexpr int kCutoutSize = 192; // pixels along a side
+constexpr float kCutoutBox = 80; // the face's box
 constexpr float kCutoutLeft = 56, kCutoutTop = 50;
 
 // Renders a job's people without backgrounds, from all sides, into shards: tones, covers, labels and

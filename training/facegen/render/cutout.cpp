@@ -11,9 +11,6 @@ namespace {
 // As the base mesh's file counts them.
 constexpr std::uint32_t kNoseTip = 5054, kLeftMouthCorner = 7162, kRightMouthCorner = 402;
 
-// The joint on which the head turns, behind and below the eyes.
-const Vec3 kHeadJoint{0, -0.45f, -1.0f};
-
 std::uint8_t Byte(float share) {
     return static_cast<std::uint8_t>(255.0f * std::clamp(share, 0.0f, 1.0f) + 0.5f);
 }

@@ -14,9 +14,6 @@ namespace {
 constexpr float kPerDegree = std::numbers::pi_v<float> / 180.0f;
 constexpr int kFineness = 2; // samples a pixel along each side
 
-// The joint on which the head turns, behind and below the eyes.
-const Vec3 kHeadJoint{0, -0.45f, -1.0f};
-
 void DrawPose(PhotoPlan& plan, View view, Random& random) {
     if (random.Chance(0.68f)) {
         plan.yaw = random.NormalWithin(14.0f, 2.6f);

@@ -31,6 +31,9 @@ struct PhotoPlan {
     Degradation degradation;
 };
 
+// The joint on which the head turns, behind and below the eyes.
+inline constexpr Vec3 kHeadJoint{0, -0.45f, -1.0f};
+
 enum class View { kCrop, kFrame };
 
 constexpr int kCropSize = 128, kCropBox = 96, kFrameSize = 256;
