@@ -108,7 +108,7 @@ if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
         "Features and distances of faces in PNG, JPEG, PGM and PPM pictures, and
 galleries of known people, through libkova-fr1."
-        libkova-fr1 libkova-mpi-host1)
+        libkova-fr1 ${finder} libkova-mpi-host1)
 endif()
 if(TARGET kova_fr_detector)
     set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "kova-fr-detector (= ${PROJECT_VERSION})")
