@@ -9,7 +9,7 @@ from ..networks.find_layers import MULTIPLE, STRIDES
 from ..networks.find_net import integer_answers
 
 SMALLEST = 20  # pixels of a side that is looked for, unless another is asked for
-LEAST_SIDE = 12  # of a face in the first level
+LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = 0  # least score of a cell that counts
 REPORTED = 512  # least probability of a face, of 1024

@@ -154,7 +154,8 @@ class Decoding(unittest.TestCase):
         self.assertEqual(sizes(320, 240), [(320, 240), (80, 60)])
         self.assertEqual(sizes(256, 256), [(256, 256), (64, 64)])
         self.assertEqual(sizes(92, 112), [(92, 112), (23, 28)])
-        self.assertEqual(sizes(1600, 1200, 48), [(400, 300), (100, 75), (25, 18)])
+        self.assertEqual(sizes(1600, 1200, 72), [(400, 300), (100, 75), (25, 18)])
+        self.assertEqual(sizes(640, 480, 71)[0], (320, 240))
         self.assertEqual(sizes(64, 7), [])
         self.assertEqual(sizes(40, 30, 400), [(40, 30)])
 
