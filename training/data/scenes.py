@@ -217,7 +217,8 @@ class SceneMaker:
             self._write(scene)
         faces = self._rows(rows, hidden)
         if self.degrade:
-            scene = self._degraded(scene)
+            real = faces[faces[:, 0] == 1, 3]
+            scene = self._degraded(scene, real.min() if len(real) else self.largest)
         return scene, faces
 
     def _hide(self, rows, hidden, cover):
@@ -253,13 +254,14 @@ class SceneMaker:
             cv2.putText(scene, text, place, int(random.integers(0, 8)), random.uniform(0.3, 1.6),
                         int(random.integers(256)), int(random.integers(1, 4)), cv2.LINE_AA)  # fmt: skip
 
-    def _degraded(self, scene):
+    def _degraded(self, scene, smallest):
+        """As cameras do; a face of `smallest` pixels must stay one."""
         random = self.random
         kind = random.random()
         if kind < 0.35:
-            scene = cv2.GaussianBlur(scene, (0, 0), random.uniform(0.3, 1.3))
+            scene = cv2.GaussianBlur(scene, (0, 0), random.uniform(0.3, min(1.3, 0.055 * smallest)))
         elif kind < 0.5:
-            small = int(self.size * random.uniform(0.4, 0.9))
+            small = int(self.size * random.uniform(np.clip(11 / smallest, 0.4, 0.9), 0.95))
             scene = cv2.resize(scene, (small, small), interpolation=cv2.INTER_AREA)
             scene = cv2.resize(scene, (self.size, self.size), interpolation=cv2.INTER_LINEAR)
         gamma = np.exp(random.normal(0, 0.25))
@@ -267,13 +269,13 @@ class SceneMaker:
         table = gain * 255 * (np.arange(256) / 255) ** gamma + lift
         scene = cv2.LUT(scene, np.clip(table, 0, 255).astype(np.uint8))
         if random.random() < 0.6:
-            noise = np.exp(random.uniform(np.log(0.7), np.log(9)))
+            noise = np.exp(random.uniform(np.log(0.7), np.log(min(9, 0.4 * smallest))))
             field = np.empty(scene.shape, np.int16)
             cv2.setRNGSeed(int(random.integers(2**31)))
             cv2.randn(field, 0, noise)
             scene = cv2.add(scene, field, dtype=cv2.CV_8U)
         if random.random() < 0.4:
-            quality = int(random.integers(25, 95))
+            quality = int(random.integers(25 if smallest > 24 else 50, 95))
             code = cv2.imencode(".jpg", scene, [cv2.IMWRITE_JPEG_QUALITY, quality])[1]
             scene = cv2.imdecode(code, cv2.IMREAD_GRAYSCALE)
         return scene

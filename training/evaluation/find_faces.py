@@ -9,7 +9,7 @@ from ..networks.find_layers import MULTIPLE, STRIDES
 from ..networks.find_net import integer_answers
 
 SMALLEST = 20  # pixels of a side that is looked for, unless another is asked for
-LEAST_SIDE = 12  # of a face in the first level
+LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = 0  # least score of a cell that counts
 REPORTED = 512  # least probability of a face, of 1024
@@ -72,8 +72,8 @@ def filled(plane):
 
 
 def cell_candidates(answer, stride, level, shape, least=CANDIDATE):
-    """Rows of [score, x, y, side, ten coordinates, yaw, covered] in the order of the cells; lengths
-    in quarter pixels of the picture. shape: of the level's plane."""
+    """Rows of [score, x, y, side, ten coordinates, yaw, covered, side in the level] in the order of the
+    cells; lengths in quarter pixels, all but the last of the picture. shape: of the level's plane."""
     o = answer.astype(np.int64)
     quarter = stride // 8
     rows, columns = np.nonzero(o[0] >= least)
@@ -84,12 +84,12 @@ def cell_candidates(answer, stride, level, shape, least=CANDIDATE):
     points = [((x0, y0)[i % 2] + o[4 + i]) * quarter for i in range(10)]
     lengths = np.stack([x, y, side, *points])
     inside = (x >= 0) & (y >= 0) & (x < 4 * shape[1]) & (y < 4 * shape[0])
-    table = np.concatenate([o[0][None], lengths << level, o[14:16]]).T
+    table = np.concatenate([o[0][None], lengths << level, o[14:16], side[None]]).T
     return table[inside]
 
 
 def candidates(answers_of, picture, smallest=SMALLEST, least=CANDIDATE):
-    tables = [np.zeros((0, 16), np.int64)]
+    tables = [np.zeros((0, 17), np.int64)]
     for level, plane in levels(picture, smallest):
         for answer, stride in zip(answers_of(filled(plane)), STRIDES):
             tables.append(cell_candidates(answer, stride, level, plane.shape, least))
@@ -124,9 +124,10 @@ def merged(table):
         within = 10 * both >= 7 * np.minimum(mine, theirs)
         alike[0] = True
         group = table[alike]
-        weight = np.maximum(1, PROBABILITY[group[:, 0] + 128] ** 2 >> 10)
+        # The finer a cell sees a face, the better it knows the place.
+        weight = np.maximum(1, PROBABILITY[group[:, 0] + 128] ** 2 >> 10) * group[:, 16] ** 2
         total = int(weight.sum())
-        means = (2 * (weight[:, None] * group[:, 1:]).sum(0) + total) // (2 * total)
+        means = (2 * (weight[:, None] * group[:, 1:16]).sum(0) + total) // (2 * total)
         faces.append(
             Face(
                 (int(means[0]), int(means[1])), int(means[2]), means[3:13].reshape(5, 2),

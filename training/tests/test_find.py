@@ -154,7 +154,8 @@ class Decoding(unittest.TestCase):
         self.assertEqual(sizes(320, 240), [(320, 240), (80, 60)])
         self.assertEqual(sizes(256, 256), [(256, 256), (64, 64)])
         self.assertEqual(sizes(92, 112), [(92, 112), (23, 28)])
-        self.assertEqual(sizes(1600, 1200, 48), [(400, 300), (100, 75), (25, 18)])
+        self.assertEqual(sizes(1600, 1200, 72), [(400, 300), (100, 75), (25, 18)])
+        self.assertEqual(sizes(640, 480, 71)[0], (320, 240))
         self.assertEqual(sizes(64, 7), [])
         self.assertEqual(sizes(40, 30, 400), [(40, 30)])
 
@@ -168,18 +169,18 @@ class Decoding(unittest.TestCase):
         row = find_faces.cell_candidates(answer, 16, 1, (64, 96))
         # The cell's middle is at (40, 24); an offset's unit is half a pixel; the level is a half.
         x, y, side = 8 * (40 + 2), 8 * (24 - 4), 8 * 64
-        self.assertEqual(row.shape, (1, 16))
+        self.assertEqual(row.shape, (1, 17))
         self.assertEqual(list(row[0, :4]), [40, x, y, side])
         self.assertEqual(list(row[0, 4:8]), [8 * 40, 8 * 24 + 4, 8 * 40 + 8, 8 * 24 + 12])
-        self.assertEqual(list(row[0, 14:]), [40, -20])
+        self.assertEqual(list(row[0, 14:]), [40, -20, 4 * 64])
 
     def test_faces_beyond_the_picture_do_not_count(self):
         answer = np.zeros((16, 2, 2), np.int8)
         self.assertEqual(len(find_faces.cell_candidates(answer, 8, 0, (16, 16))), 4)
         self.assertEqual(len(find_faces.cell_candidates(answer, 8, 0, (16, 8))), 2)
 
-    def _row(self, score, x, y, side):
-        return [score, x, y, side, *([x, y] * 5), 0, 0]
+    def _row(self, score, x, y, side, level=0):
+        return [score, x, y, side, *([x, y] * 5), 0, 0, side >> level]
 
     def test_what_overlaps_is_one_face_and_its_places_are_averaged(self):
         table = np.array([
@@ -191,6 +192,10 @@ class Decoding(unittest.TestCase):
         self.assertEqual([face.support for face in faces], [3, 1])
         self.assertEqual([face.side for face in faces], [160, 80])
         self.assertEqual(faces[0].score, find_faces.PROBABILITY[64 + 128])
+
+    def test_a_finer_level_says_more_of_the_place(self):
+        faces = find_faces.merged(np.array([self._row(64, 400, 400, 160, 2), self._row(64, 417, 400, 160)]))
+        self.assertEqual([face.middle for face in faces], [(416, 400)])
 
     def test_answers_meant_for_a_face_give_it_back(self):
         """What the loss asks for and what the decoding reads is the same."""

@@ -7,8 +7,8 @@ import torch
 import torch.nn.functional as F
 
 # Sides of boxes, in pixels, that a stride is to find, and those about which it is not asked.
-RANGES = {8: (10.0, 40.0), 16: (28.0, 100.0)}
-UNASKED = {8: (5.0, 60.0), 16: (16.0, 160.0)}
+RANGES = {8: (14.0, 44.0), 16: (32.0, 104.0)}
+UNASKED = {8: (5.0, 64.0), 16: (18.0, 160.0)}
 LOGITS = 8.0  # an answer's 16 integers are one
 YAW = 96.0  # degrees at the answer's end
 _EDGE = 0.02  # of a side: below, errors count by their squares
@@ -42,6 +42,11 @@ class Goals:
         self.asked = self.positive | ~(about & unasked[:, :, None]).any(1)
 
 
+def _clear(yaw):
+    """How much places count: less where the head hides them."""
+    return torch.clamp(1.6 - yaw.abs() / 75, 0.3, 1.0)
+
+
 def _smooth(error):
     return F.smooth_l1_loss(error, torch.zeros_like(error), beta=_EDGE, reduction="none")
 
@@ -60,7 +65,7 @@ def stride_loss(answer, faces, stride):
     picture, cell = goals.known.nonzero(as_tuple=True)
     given = answer[picture, cell]
     face = faces[picture, goals.face[picture, cell]]
-    weight = torch.where(goals.positive[picture, cell], 1.0, 0.3)
+    weight = torch.where(goals.positive[picture, cell], 1.0, 0.3) * _clear(face[:, 14])
     side = face[:, 3]
     unit = 128 * stride / 32  # pixels
     offsets = torch.cat([given[:, 1:3], given[:, 4:14]], 1)
