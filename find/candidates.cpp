@@ -50,7 +50,8 @@ Candidate Describe(const Cell& cell, int32_t level) {
     const auto inPicture = [level](int32_t quarters) { return quarters * (1 << level); };
     face.x = inPicture(cell.x(kCentre));
     face.y = inPicture(cell.y(kCentre));
-    face.side = inPicture(cell.side());
+    candidate.levelSide = cell.side();
+    face.side = inPicture(candidate.levelSide);
     for (int32_t i = 0; i < 2 * kPoints; i += 2) {
         face.points[i] = inPicture(cell.x(kFirstPoint + i));
         face.points[i + 1] = inPicture(cell.y(kFirstPoint + i));

@@ -23,7 +23,8 @@ struct Description {
 
 struct Candidate {
     Description face;
-    int32_t score; // logit in sixteenths
+    int32_t score;     // logit in sixteenths
+    int32_t levelSide; // of the box at the level where it was seen, quarter pixels of that
 };
 
 // The candidates with the best scores; of equal ones those that came first. It lies in the working

@@ -29,10 +29,8 @@ inline constexpr int32_t kSideUnit = 16;
 inline int32_t RoundUpSide(int32_t side) { return (side + kSideUnit - 1) / kSideUnit * kSideUnit; }
 inline Size Padded(Size real) { return {RoundUpSide(real.width), RoundUpSide(real.height)}; }
 
-// The first level: there the smallest face still has the 12 pixels that the network knows well, and
-// the picture enough of them.
+// The first level: there the smallest face still has enough pixels, and so has the picture.
 inline int32_t FirstLevel(Size picture, int32_t smallest) {
-    constexpr int32_t kLeastFace = 12;
     int32_t level = 0;
     while (smallest / 2 >= kLeastFace << level) {
         ++level;

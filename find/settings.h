@@ -7,6 +7,9 @@
 
 namespace orvo::find {
 
+// Pixels that the smallest face still has at the first level. The network knows faces from 14 on.
+inline constexpr int32_t kLeastFace = 18;
+
 // The last size of the picture that the network looks at is the first with no larger side.
 inline constexpr int32_t kLastLevelSide = 96;
 

@@ -106,13 +106,13 @@ ORVO_API int32_t OrvoFindInit(void) ORVO_CHECK_RESULT;
 
 /**
  * The working memory that a picture needs. It grows with the picture and falls as `smallest` grows:
- * the network looks at the picture halved k times, where k is the largest with 12 * 2^k <= smallest
+ * the network looks at the picture halved k times, where k is the largest with 18 * 2^k <= smallest
  * that leaves both sides at least 24 pixels, and then at every fourth of that. A block serves every
  * picture for which the answer is not more than its size.
  *
  * @param width,height  of the picture, 24 to 8192
  * @param smallest      side of the smallest face to be found, in pixels, at least 1; the smallest
- *                      that the network knows is 10
+ *                      that the network knows is 14
  * @return bytes; 0 if one of these is out of range or the picture, halved as said, has a side of
  *         more than ORVO_FIND_MOST_LEVEL pixels: a larger `smallest` helps
  */

@@ -93,7 +93,7 @@ TEST_F(FindApi, MemorySizeIsStatedForEveryPictureInRange) {
     for (const auto& [width, height, smallest] : {std::tuple(24, 24, 1),
                                                   {1280, 24, 200},
                                                   {24, 1280, 200},
-                                                  {8192, 8192, 100},
+                                                  {8192, 8192, 150},
                                                   {1280, 1280, 1},
                                                   {1280, 720, INT32_MAX}}) {
         EXPECT_GT(OrvoFindGetMemorySize(width, height, smallest), 0u) << width << " x " << height;
@@ -114,9 +114,9 @@ TEST_F(FindApi, MemorySizeIsStatedForEveryPictureInRange) {
                                                   {8192, 24, 200}}) {
         EXPECT_EQ(OrvoFindGetMemorySize(width, height, smallest), 0u) << width << " x " << height;
     }
-    // Half of the picture is looked at from 24 pixels on.
-    EXPECT_GT(OrvoFindGetMemorySize(2560, 2561, 24), 0u);
-    EXPECT_EQ(OrvoFindGetMemorySize(2560, 2562, 24), 0u);
+    // Half of the picture is looked at from 36 pixels on.
+    EXPECT_GT(OrvoFindGetMemorySize(2560, 2561, 36), 0u);
+    EXPECT_EQ(OrvoFindGetMemorySize(2560, 2562, 36), 0u);
 }
 
 TEST_F(FindApi, MemoryIsRefusedWhereThereIsNone) {

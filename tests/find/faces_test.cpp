@@ -161,6 +161,7 @@ Candidate At(int32_t x, int32_t y, int32_t side, int32_t score) {
     candidate.face.y = y;
     candidate.face.side = side;
     candidate.score = score;
+    candidate.levelSide = side;
     return candidate;
 }
 
@@ -191,6 +192,17 @@ TEST(Merging, TakesASmallBoxInALargeOneAwayAndDoesNotMixIt) {
     EXPECT_EQ(found.face.side, 100);
     EXPECT_EQ(found.support, 2);
     EXPECT_FALSE(merger.Next(found));
+}
+
+// Seen with twice as many pixels, an answer counts four times as much.
+TEST(Merging, TrustsFinerLevelsMore) {
+    const auto list = std::make_unique<CandidateList>();
+    Candidate coarse = At(110, 50, 100, 100);
+    coarse.levelSide = 50;
+    Merger merger(*Listed(list.get(), {At(100, 50, 100, 100), coarse}));
+    FoundFace found;
+    ASSERT_TRUE(merger.Next(found));
+    EXPECT_EQ(found.face.x, 102);
 }
 
 TEST(Merging, RoundsHalfUpAlsoBelowZero) {

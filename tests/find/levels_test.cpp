@@ -42,8 +42,8 @@ TEST(FindLevels, AreThoseOfSomePictures) {
     EXPECT_EQ(Levels(320, 240, 20), (std::vector<int>{0, 2}));
     EXPECT_EQ(Levels(256, 256, 23), (std::vector<int>{0, 2}));
     EXPECT_EQ(Levels(92, 112, 20), (std::vector<int>{0, 2}));
-    EXPECT_EQ(Levels(1600, 1200, 48), (std::vector<int>{2, 4, 6}));
-    EXPECT_EQ(Levels(320, 240, 24), (std::vector<int>{1, 3}));
+    EXPECT_EQ(Levels(1600, 1200, 72), (std::vector<int>{2, 4, 6}));
+    EXPECT_EQ(Levels(320, 240, 36), (std::vector<int>{1, 3}));
     EXPECT_EQ(Levels(24, 24, 1000000), (std::vector<int>{0}));
     EXPECT_EQ(Levels(8192, 24, 20), (std::vector<int>{0}));
 }

@@ -66,7 +66,8 @@ PlainFace MeanOf(std::vector<PlainFace> faces) {
         int64_t weights = 0;
         for (PlainFace& face : faces) {
             const int64_t weight =
-                std::max(int64_t{face.probability} * face.probability / 1024, int64_t{1});
+                std::max(int64_t{face.probability} * face.probability / 1024, int64_t{1}) *
+                face.levelSide * face.levelSide;
             sum += weight * *NumbersOf(&face)[n];
             weights += weight;
         }
@@ -106,7 +107,8 @@ Grey HalvedTimes(const Grey& picture, int times) {
 std::vector<int> FindLevels(int width, int height, int smallest) {
     int first = 0;
     for (int k = 1; k < 20; ++k) {
-        if (int64_t{12} * (int64_t{1} << k) <= smallest && (std::min(width, height) >> k) >= 24) {
+        if (int64_t{kLeastFace} * (int64_t{1} << k) <= smallest &&
+            (std::min(width, height) >> k) >= 24) {
             first = k;
         }
     }
@@ -153,7 +155,8 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
                 PlainFace face{};
                 face.x = x(1) * unit;
                 face.y = y(2) * unit;
-                face.side = (PlainSide(static_cast<int>(o(3))) * stride * 4 + 128) / 256 * unit;
+                face.levelSide = (PlainSide(static_cast<int>(o(3))) * stride * 4 + 128) / 256;
+                face.side = face.levelSide * unit;
                 for (int n = 0; n < 5; ++n) {
                     face.points[2 * n] = x(4 + 2 * n) * unit;
                     face.points[2 * n + 1] = y(5 + 2 * n) * unit;

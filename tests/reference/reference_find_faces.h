@@ -26,6 +26,7 @@ struct PlainFace {
     int score;       // logit in sixteenths
     int probability; // 1024ths
     int support;
+    int64_t levelSide; // of the box at its level, quarter pixels of that
 };
 
 int PlainProbability(int score);

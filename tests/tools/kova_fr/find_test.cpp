@@ -100,11 +100,8 @@ TEST(Find, FindsTheSamples) {
     for (const json& picture : Find(paths)) {
         ++all;
         const json& faces = picture["faces"];
-        // A portrait: the best face has its middle near that of the picture.
-        found += !faces.empty() && std::abs(faces[0]["box"]["x"].get<double>() +
-                                            faces[0]["box"]["width"].get<double>() / 2 - 128) < 64
-                     ? 1
-                     : 0;
+        // Portraits: one face, which fills a quarter of the sides and more.
+        found += !faces.empty() && faces[0]["box"]["width"].get<double>() > 64 ? 1 : 0;
     }
     if (found == 0) {
         GTEST_SKIP() << "the model finds no face in any sample";
