@@ -22,7 +22,7 @@ _FLAGS = (
     # The compiler takes the deliberately undefined operands of its own intrinsics for mistakes.
     "-Wshadow -Wno-maybe-uninitialized -Wno-uninitialized"
 ).split()
-_STEM, _POOLED, _DEPTHWISE, _POINTWISE, _ADD, _FIRST, _HALVING = range(7)
+_STEM, _POOLED, _DEPTHWISE, _POINTWISE, _ADD, _FIRST, _HALVING, _PATCHES = range(8)
 MULTIPLE = 8  # of which the number of pictures has to be one
 
 
@@ -76,6 +76,36 @@ def _pointer(tensor):
     return ctypes.c_void_p(tensor.data_ptr())
 
 
+class Engine:
+    """The passes over a list of layers. `ends`: numbers of those whose answers are asked for."""
+
+    def __init__(self, pictures, threads, quantised, records, ends):
+        self._library = _library()
+        self._engine = self._library.EngineNew(
+            pictures, threads, int(quantised), (_Layer * len(records))(*records), len(records)
+        )
+        if not self._engine:
+            raise RuntimeError("the system does not lend the matrix unit")
+        self._ends = (ctypes.c_int32 * len(ends))(*ends)
+
+    def _call(self, function, *arguments):
+        function(ctypes.c_void_p(self._engine), *arguments)
+
+    def _tensors(self, tensors):
+        assert len(tensors) == len(self._ends)
+        addresses = (ctypes.c_void_p * len(tensors))(*(tensor.data_ptr() for tensor in tensors))
+        return len(tensors), self._ends, addresses
+
+    def forward(self, x, training, momentum, outputs):
+        self._call(
+            self._library.EngineForward, _pointer(x), int(training), ctypes.c_float(momentum),
+            *self._tensors(outputs),
+        )  # fmt: skip
+
+    def backward(self, gradients):
+        self._call(self._library.EngineBackward, *self._tensors(gradients))
+
+
 class Trunk:
     """A network's layers up to its head, as one operator. A recognition network in float arithmetic
     is worked on in place, so its parameters must stay where they are; others are mirrored."""
@@ -91,12 +121,7 @@ class Trunk:
         operations = trunk(net.ops)
         self.operations = len(operations)
         records = self._records(operations)
-        self._library = _library()
-        self._engine = self._library.EngineNew(
-            pictures, threads, int(quantised), (_Layer * len(records))(*records), len(records)
-        )
-        if not self._engine:
-            raise RuntimeError("the system does not lend the matrix unit")
+        self._engine = Engine(pictures, threads, quantised, records, [len(records) - 1])
         self.anchor = torch.zeros(1, requires_grad=True)  # makes PyTorch call the backward pass
 
     def _tensor(self, name):
@@ -165,17 +190,13 @@ class Trunk:
             self.mirror.fill()
         self._input = x.detach().float().contiguous()  # read again by the backward pass
         out = torch.empty(self.shape)
-        self._library.EngineForward(
-            ctypes.c_void_p(self._engine), _pointer(self._input), int(training),
-            ctypes.c_float(momentum), _pointer(out),
-        )  # fmt: skip
+        self._engine.forward(self._input, training, momentum, [out])
         if self.mirror and training:
             self.mirror.give_statistics_back()
         return out
 
     def backward(self, gradient):
-        gradient = gradient.float().contiguous()
-        self._library.EngineBackward(ctypes.c_void_p(self._engine), _pointer(gradient))
+        self._engine.backward([gradient.float().contiguous()])
         if self.mirror:
             self.mirror.pass_gradients_on()
 

@@ -16,9 +16,9 @@
 namespace engine {
 namespace {
 
-enum Kind : int32_t { kStem, kPooled, kDepthwise, kPointwise, kAdd, kFirst, kHalving };
+enum Kind : int32_t { kStem, kPooled, kDepthwise, kPointwise, kAdd, kFirst, kHalving, kPatches };
 
-bool HasParameters(int32_t kind) { return kind != kAdd && kind != kHalving; }
+bool HasParameters(int32_t kind) { return kind != kAdd && kind != kHalving && kind != kPatches; }
 
 } // namespace
 
@@ -118,18 +118,29 @@ class Net {
         }
     }
 
-    void Forward(const float* input, bool training, float momentum, float* output) {
+    // Layers that nothing else reads, and what they answer or its gradient.
+    struct Ends {
+        int count;
+        const int32_t* layers;
+    };
+
+    void Forward(const float* input, bool training, float momentum, const Ends& ends,
+                 float* const* outputs) {
         input_ = input;
         training_ = training;
         momentum_ = momentum;
         for (auto& node : nodes_) {
             Forward(node.get());
         }
-        Export(nodes_.back()->out, output);
+        for (int i = 0; i < ends.count; ++i) {
+            Export(nodes_[static_cast<size_t>(ends.layers[i])]->out, outputs[i]);
+        }
     }
 
-    void Backward(const float* gradient) {
-        Import(gradient, &nodes_.back()->out);
+    void Backward(const Ends& ends, const float* const* gradients) {
+        for (int i = 0; i < ends.count; ++i) {
+            Import(gradients[i], &nodes_[static_cast<size_t>(ends.layers[i])]->out);
+        }
         for (size_t i = nodes_.size(); i-- > 0;) {
             Backward(nodes_[i].get());
         }
@@ -228,6 +239,10 @@ class Net {
                     [&](Thread&, size_t picture) { HalvingForward(source, picture, &node->out); });
             return;
         }
+        if (node->layer.kind == kPatches) {
+            PatchesForward(node);
+            return;
+        }
         PackWeights(node);
         ClearSums();
         switch (node->layer.kind) {
@@ -280,6 +295,25 @@ class Net {
             }
             SetStatistics(node, c, first, second);
         }
+    }
+
+    // The pixels of each 4 x 4 patch as 16 channels; the others are zero.
+    void PatchesForward(Node* node) {
+        Tensor& out = node->out;
+        const auto side = static_cast<size_t>(out.size);
+        const V scale = All(quantised_ ? 1.0f : 1.0f / 128);
+        ForEach(side * static_cast<size_t>(pictures_), [&](Thread&, size_t row) {
+            const float* from = input_ + row * 16 * side;
+            uint16_t* to = out.values + row * side * static_cast<size_t>(out.channels);
+            for (size_t x = 0; x < side; ++x, from += 4, to += out.channels) {
+                alignas(64) float patch[kLanes];
+                for (size_t y = 0; y < 4; ++y) {
+                    std::memcpy(patch + 4 * y, from + 4 * y * side, 4 * sizeof(float));
+                }
+                Store(to, _mm512_mul_ps(Load(patch), scale));
+                std::fill(to + kLanes, to + out.channels, uint16_t{0});
+            }
+        });
     }
 
     void FirstForward(Node* node) {
@@ -465,6 +499,10 @@ class Net {
 
     void BeginGradient(Tensor* t) {
         ClearSums();
+        if (t->gradient != nullptr) { // from another layer that reads it
+            t->extra = t->gradient;
+            t->extraScale = 1;
+        }
         if (t->values != nullptr) {
             t->gradient = buffers_.Take();
         }
@@ -514,6 +552,11 @@ class Net {
         }
         if (node->layer.kind == kHalving) {
             HalvingBackward(node);
+            return;
+        }
+        if (node->layer.kind == kPatches) {
+            buffers_.Give(node->out.gradient);
+            node->out.gradient = nullptr;
             return;
         }
         NormalisationGradient(node);
@@ -698,13 +741,16 @@ void* EngineNew(int pictures, int threads, int quantised, const engine::Layer* l
     return new engine::Net(pictures, threads, quantised != 0, layers, count);
 }
 
-// input: [pictures][side][side]; output: [pictures][side][side][channels] of the last layer.
-void EngineForward(void* net, const float* input, int training, float momentum, float* output) {
-    static_cast<engine::Net*>(net)->Forward(input, training != 0, momentum, output);
+// input: [pictures][side][side], with `kPatches` in units of 1 and else as the first layer reads it;
+// outputs: [pictures][side][side][channels] of each of these layers, which none may read.
+void EngineForward(void* net, const float* input, int training, float momentum, int count,
+                   const int32_t* layers, float* const* outputs) {
+    static_cast<engine::Net*>(net)->Forward(input, training != 0, momentum, {count, layers},
+                                            outputs);
 }
 
 // Adds to the parameters' gradients. The input must still be that of the last forward pass.
-void EngineBackward(void* net, const float* gradient) {
-    static_cast<engine::Net*>(net)->Backward(gradient);
+void EngineBackward(void* net, int count, const int32_t* layers, const float* const* gradients) {
+    static_cast<engine::Net*>(net)->Backward({count, layers}, gradients);
 }
 }

@@ -52,13 +52,19 @@ inline void HalvingBackward(const Tensor& source, const Tensor& out, size_t pict
                 const size_t at =
                     picture * out.Length() + (y * side + x) * channels + static_cast<size_t>(c);
                 const Window window(source, x, y, static_cast<size_t>(c));
-                const V most = Load(out.values + at), slope = Load(out.gradient + at);
+                const V slope = Load(out.gradient + at);
+                // Computed anew: what the result stores is rounded.
+                V value[4], most;
+                for (int i = 0; i < 4; ++i) {
+                    value[i] = writer.reading.Value(Load(source.values + begin + window.at[i]));
+                    most = i == 0 ? value[0] : _mm512_max_ps(most, value[i]);
+                }
                 __mmask16 left = 0xffff;
-                for (const size_t pixel : window.at) {
-                    const V value = writer.reading.Value(Load(source.values + begin + pixel));
-                    const __mmask16 here = _mm512_mask_cmp_ps_mask(left, value, most, _CMP_EQ_OQ);
+                for (int i = 0; i < 4; ++i) {
+                    const __mmask16 here =
+                        _mm512_mask_cmp_ps_mask(left, value[i], most, _CMP_EQ_OQ);
                     left = static_cast<__mmask16>(left & ~here);
-                    writer.Put(begin + pixel, _mm512_maskz_mov_ps(here, slope));
+                    writer.Put(begin + window.at[i], _mm512_maskz_mov_ps(here, slope));
                 }
             }
         }

@@ -8,7 +8,7 @@ the fixed shifts' integer ranges are used much better.
 """
 import torch
 
-from ..networks import layers
+from ..networks.find_layers import Keep, Return
 from ..networks.float_net import EPSILON, is_normalised
 from ..networks.layers import Add, Conv, Save
 from ..networks.quant_net import QuantNet
@@ -85,8 +85,10 @@ def _factor_groups(net):
             current = len(channels)
             channels[current] = op.outputs
             outputs[op.number] = current
-        elif isinstance(op, Save):
+        elif isinstance(op, (Save, Keep)):
             shortcut = current
+        elif isinstance(op, Return):
+            current = shortcut
         elif isinstance(op, Add) and find(shortcut) != find(current):
             # The wider tensor's factors serve both; a narrower shortcut uses the first of them.
             joined[find(shortcut)] = find(current)
@@ -127,6 +129,7 @@ def rescale(net, parameters, x):
     statistics = _observe(net, x)
     outputs, inputs, channels = _factor_groups(net)
     fixed = {inputs[net.convs[0].number], outputs[net.convs[-1].number]}
+    fixed |= {outputs[op.number] for op in net.convs if op.answers}
     logs = {
         g: torch.zeros(channels[g], dtype=torch.double, requires_grad=g not in fixed)
         for g in set(outputs.values()) | set(inputs.values())
@@ -139,7 +142,7 @@ def rescale(net, parameters, x):
             w, bias = parameters[op.number]
             k_in, k_out = logs[inputs[op.number]].exp(), logs[outputs[op.number]].exp()
             new_w, new_bias = _rescaled(op, w, bias - 0.5, k_in, k_out)
-            limit = layers.weight_limit(net.network, op)
+            limit = net.weight_limit(op)
             noise = _noise(op, new_w, k_in, k_out, statistics[op.number], limit)
             total = total + torch.log1p(20 * noise).mean() / 20
             changed[op.number] = (new_w.detach(), new_bias.detach() + 0.5)
@@ -157,8 +160,8 @@ def rescale(net, parameters, x):
 
 
 @torch.no_grad()
-def to_integers(network, parameters):
-    net = QuantNet(network)
+def to_integers(network, parameters, net=None):
+    net = net or QuantNet(network)
     for op in net.convs:
         w, bias = parameters[op.number]
         getattr(net, f"w{op.number}").copy_(w)

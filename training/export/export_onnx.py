@@ -4,7 +4,7 @@
 Every tensor holds whole numbers below 2^24, which single precision adds and multiplies exactly in
 any order; shifts are products with powers of two. A runtime that computes in single precision
 therefore gives the library's bytes. Input: grey levels 0 to 255, [n, 1, size, size]; output: the
-last layer's integers, [n, outputs].
+last layer's integers, [n, outputs]. The network that finds faces has a form of its own: find_onnx.
 """
 import argparse
 from dataclasses import dataclass
@@ -21,7 +21,7 @@ from . import tensors
 OPSET = 10  # the last whose Clip and Pad take their bounds as attributes, as all runtimes do
 
 
-class _Graph:
+class Graph:
     def __init__(self):
         self.nodes, self.constants, self._count = [], [], 0
 
@@ -46,7 +46,7 @@ class _Graph:
         return self.node("Clip", [x], min=0.0 if rectified else -128.0, max=127.0)
 
 
-def _convolution(graph, op, given, x):
+def convolution(graph, op, given, x):
     weights = given[f"{op.number}.weight"].astype(np.float32)
     bias = given[f"{op.number}.bias"].astype(np.float32)
     largest = 128 * np.abs(weights).reshape(len(bias), -1).sum(1) + np.abs(bias)
@@ -81,7 +81,7 @@ class _Nodes:
         self.graph, self.given = graph, given
 
     def layer(self, op, x):
-        name = _convolution(self.graph, op, self.given, x.name)
+        name = convolution(self.graph, op, self.given, x.name)
         return _Tensor(name, op.outputs, -(-x.size // op.stride))
 
     def maximum(self, op, x):
@@ -117,7 +117,7 @@ class _Nodes:
 
 
 def build(network, given):
-    graph, side = _Graph(), layers.INPUT_SIZE[network]
+    graph, side = Graph(), layers.INPUT_SIZE[network]
     x = graph.node("Add", ["picture", graph.constant([-128.0])])
     planes = layers.STEM_PLANES[network]
     if planes > 1:
@@ -145,11 +145,17 @@ def main():
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
-    parser.add_argument("network", choices=sorted(layers.PROGRAMS))
+    parser.add_argument("network", choices=[*sorted(layers.PROGRAMS), "find"])
     parser.add_argument("model", type=Path, help="the .safetensors file")
     parser.add_argument("out", type=Path, help="the .onnx file")
     args = parser.parse_args()
-    model = build(args.network, tensors.read(args.model))
+    given = tensors.read(args.model)
+    if args.network == "find":
+        from . import find_onnx  # it needs this module
+
+        model = find_onnx.build(given)
+    else:
+        model = build(args.network, given)
     onnx.checker.check_model(model)
     onnx.save(model, str(args.out))
 

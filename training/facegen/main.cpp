@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "output/cutouts.h"
 #include "output/shards.h"
 #include "output/sheet.h"
 
@@ -75,8 +76,12 @@ int main(int argc, char** argv) {
         AddCommand(app, options, "crops", "shards of 128 x 128 pictures around faces");
     CLI::App* frames =
         AddCommand(app, options, "frames", "shards of 256 x 256 pictures with a face anywhere");
+    CLI::App* cutouts =
+        AddCommand(app, options, "cutouts", "shards of people alone, with covers and landmarks");
     CLI::App* sheet = AddCommand(app, options, "sheet", "a contact sheet, one row a person");
     AddCommand(app, options, "people", "PNG files, one folder a person, and boxes.json");
+    cutouts->add_option("--shard-size", options.job.shardSize, "Cutouts a shard")
+        ->check(CLI::PositiveNumber);
     for (CLI::App* command : {crops, frames}) {
         command->add_option("--threads", options.job.threads, "Threads to render with")
             ->capture_default_str()
@@ -110,6 +115,8 @@ int main(int argc, char** argv) {
         if (*crops || *frames) {
             options.job.view = *frames ? facegen::View::kFrame : facegen::View::kCrop;
             facegen::RenderShards(studio, options.job);
+        } else if (*cutouts) {
+            facegen::RenderCutouts(studio, options.job);
         } else if (*sheet) {
             options.job.view = options.frames ? facegen::View::kFrame : facegen::View::kCrop;
             facegen::RenderSheet(studio, options.job);

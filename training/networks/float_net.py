@@ -20,8 +20,8 @@ EPSILON = 1e-5
 
 
 def is_normalised(op):
-    """All layers but the alignment network's last, whose outputs are coordinates."""
-    return not (op.kind == "dense" and op.outputs == 4)
+    """All layers but those whose outputs are coordinates."""
+    return not (op.answers or op.kind == "dense" and op.outputs == 4)
 
 
 def _initial_weights(op, generator):
@@ -131,6 +131,9 @@ class FloatNet(nn.Module):
     @staticmethod
     def average(op, x):
         return F.hardtanh(x.mean((2, 3), keepdim=True) * 2**op.shift, -1.0, MAX)
+
+    def weight_limit(self, op):
+        return layers.weight_limit(self.network, op)
 
     @torch.no_grad()
     def set_gains(self, x):

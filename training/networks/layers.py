@@ -25,6 +25,7 @@ class Conv:
     rectified: bool = False
     stride: int = 1
     closes_branch: bool = False  # the last layer of a residual branch
+    answers: bool = False  # what it gives is read by programs, not by layers
 
     @property
     def weight_shape(self):

@@ -16,9 +16,6 @@ constexpr float kPerDegree = std::numbers::pi_v<float> / 180.0f;
 constexpr float kFaceReflectance = 0.3f;
 constexpr int kFineness = 2; // samples a pixel along each side
 
-// The joint on which the head turns, behind and below the eyes.
-const Vec3 kHeadJoint{0, -0.45f, -1.0f};
-
 void DrawPose(PhotoPlan& plan, View view, Random& random) {
     if (random.Chance(0.68f)) {
         plan.yaw = random.NormalWithin(14.0f, 2.6f);
@@ -304,11 +301,7 @@ void Photographer::DrawPiece(const Piece& piece) {
     }
 }
 
-void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
-                        std::uint8_t* pixels) {
-    Random random(person.seed, person.number, picture + 1, Purpose::kCamera);
-    Random backdrop(person.seed, person.number, picture + 1, Purpose::kBackground);
-    Random occluder(person.seed, person.number, picture + 1, Purpose::kOccluder);
+void Photographer::Portray(const Person& person, const PhotoPlan& plan, Random& random) {
     const HeadModel& model = studio_.model;
     const Shape& shape = person.shape;
 
@@ -397,7 +390,14 @@ void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64
     Surroundings around = SurroundingsOf(person, plan, frameReflectance, lensReflectance, random);
     around.stubble = studio_.kit.stubble.data();
     Shade(samples_, camera_, plan.light, shadowed_ ? &shadow_ : nullptr, around, radiance_);
+}
 
+void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
+                        std::uint8_t* pixels) {
+    Random random(person.seed, person.number, picture + 1, Purpose::kCamera);
+    Random backdrop(person.seed, person.number, picture + 1, Purpose::kBackground);
+    Random occluder(person.seed, person.number, picture + 1, Purpose::kOccluder);
+    Portray(person, plan, random);
     if (plan.scene.environment >= 0) {
         Look(studio_.environments[static_cast<std::size_t>(plan.scene.environment)],
              plan.scene.turn, 0.3f * plan.pitch * kPerDegree, plan.scene.across, tones_, plan.size,

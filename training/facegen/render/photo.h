@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -39,6 +40,9 @@ struct PhotoPlan {
     Degradation degradation;
 };
 
+// The joint on which the head turns, behind and below the eyes.
+inline constexpr Vec3 kHeadJoint{0, -0.45f, -1.0f};
+
 enum class View { kCrop, kFrame };
 
 constexpr int kCropSize = 128, kCropBox = 96, kFrameSize = 256;
@@ -50,6 +54,12 @@ PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::
 // worn.
 PhotoPlan PlainPhoto(PhotoPlan plan, float yaw, float pitch);
 
+// Places in a picture, in pixels, as they are seen: left is left in the picture of an upright face.
+struct FacePoints {
+    // Pupils left and right, the nose's tip, corners of the mouth left and right: x and y of each.
+    std::array<float, 10> at{};
+};
+
 // Renders plans; keeps its buffers from picture to picture, one of these a thread.
 class Photographer {
   public:
@@ -58,11 +68,19 @@ class Photographer {
     // Writes plan.size x plan.size pixels.
     void Take(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
               std::uint8_t* pixels);
+    // The person alone, clean: `tones` where nothing else shone through, and how much of each pixel
+    // they cover. Nothing but what is worn is before the face.
+    void TakeCutout(const Person& person, const PhotoPlan& plan, std::uint64_t picture,
+                    std::uint8_t* tones, std::uint8_t* cover);
+    // Where landmarks lie in the picture that was taken last.
+    FacePoints PointsOf(const Person& person, const PhotoPlan& plan) const;
     // A picture of that size with no face in it.
     void TakeEmpty(std::uint64_t seed, std::uint64_t number, std::uint64_t picture, int size,
                    std::uint8_t* pixels);
 
   private:
+    // Poses, draws and lights the person, into radiance_.
+    void Portray(const Person& person, const PhotoPlan& plan, Random& random);
     void PoseSkin(const Person& person, const PhotoPlan& plan, Random& random);
     void Pose(const Person& person, const Piece& piece, const Expression* gaze);
     void DrawPiece(const Piece& piece);

@@ -1,0 +1,107 @@
+# SPDX-License-Identifier: MIT
+"""The network that finds faces, as the library's own list has it, and the walk over it.
+
+It is no straight list: planes are kept and read twice, and there are two answers.
+"""
+import re
+from dataclasses import dataclass, replace
+from pathlib import Path
+
+from .layers import KINDS, Conv, MaxPool, Rectify
+
+LIST = Path("include/orvo/find_layers.h")
+MULTIPLE = 16  # of which the sides of a plane have to be one
+STRIDES = (8, 16)
+ANSWERS = 16  # values a cell
+MAX_WEIGHT = 127
+
+
+@dataclass(frozen=True)
+class Patches:
+    """The pixels of each 4 x 4 patch as 16 planes."""
+
+
+@dataclass(frozen=True)
+class Keep:
+    pass
+
+
+@dataclass(frozen=True)
+class Return:
+    """Goes on from what was kept."""
+
+
+@dataclass(frozen=True)
+class Answer:
+    pass
+
+
+_STEPS = {
+    "Patches": Patches(), "MaxPool2": MaxPool(2), "Rectify": Rectify(), "Keep": Keep(),
+    "Return": Return(), "Answer": Answer(),
+}  # fmt: skip
+
+
+def read_program(text):
+    """The list of operations from the text of include/orvo/find_layers.h."""
+    lines = iter(text[text.index("#define ORVO_FIND_NETWORK(") :].splitlines())
+    next(lines)
+    ops = []
+    for line in lines:
+        row = re.match(r"\s+(LAYER|STEP)\((.*?)\)", line)
+        if row:
+            kind, *numbers = (value.strip() for value in row[2].split(","))
+            if row[1] == "LAYER":
+                number, inputs, _stride, outputs, shift = map(int, numbers)
+                ops.append(Conv(number, KINDS[kind], inputs, outputs, shift))
+            else:
+                if kind == "Answer":
+                    ops[-1] = replace(ops[-1], answers=True)
+                ops.append(_STEPS[kind])
+        elif "/*" not in line:
+            raise ValueError(f"{LIST}: no step of the network: {line}")
+        if not line.endswith("\\"):
+            break
+    return ops
+
+
+def _read():
+    above = next(p for p in Path(__file__).resolve().parents if (p / LIST).is_file())
+    return read_program((above / LIST).read_text(encoding="utf-8"))
+
+
+PROGRAM = _read()
+
+
+def merged(ops):
+    """The list for training: a rectifier belongs to its layer, also where a maximum, which it may
+    change places with, lies between them."""
+    out = []
+    for op in ops:
+        if isinstance(op, Rectify):
+            at = -1 if isinstance(out[-1], Conv) else -2
+            out[at] = replace(out[at], rectified=True)
+        else:
+            out.append(op)
+    return out
+
+
+def walk(ops, arithmetic, x):
+    """The answers, that of the smaller stride first."""
+    kept, answers = None, []
+    for op in ops:
+        if isinstance(op, Conv):
+            x = arithmetic.layer(op, x)
+        elif isinstance(op, Patches):
+            x = arithmetic.patches(x)
+        elif isinstance(op, MaxPool):
+            x = arithmetic.maximum(op, x)
+        elif isinstance(op, Rectify):
+            x = arithmetic.rectify(x)
+        elif isinstance(op, Keep):
+            kept = x
+        elif isinstance(op, Return):
+            x = kept
+        else:
+            answers.append(x)
+    return answers

@@ -1,0 +1,338 @@
+# SPDX-License-Identifier: MIT
+"""The network that finds faces: all its arithmetics agree, scenes are what their rows say, and answers
+become faces as they are meant to."""
+import contextlib
+import io
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+from unittest import mock
+
+import numpy as np
+
+from training.evaluation import find_faces
+from training.export import tensors
+from training.networks import find_layers
+from training.networks.layers import convolutions
+from training.networks.library import ROOT
+from training.tests import pictures
+
+try:
+    import cv2
+    import matplotlib  # noqa: F401  (draws the curves)
+    import torch
+
+    from training import engine
+    from training.data import scene_source, scenes
+    from training.engine.find_trunk import FindTrunk
+    from training.networks.find_net import FindNet, QuantFindNet, integer_answers
+    from training.trainers import find_loss, train_find
+except ImportError as error:
+    raise unittest.SkipTest(f"{error.name} is not installed") from error
+
+try:
+    import onnx
+
+    from training.export import find_onnx
+except ImportError:
+    onnx = None
+
+MODEL = ROOT / "models" / "find.safetensors"
+CUTOUT = scenes.SIZE - 16
+
+
+def load():
+    return QuantFindNet().load(tensors.read(MODEL))
+
+
+def planes(count, height, width, seed):
+    random = np.random.default_rng(seed)
+    noise = random.integers(0, 256, (count, height, width), np.uint8)
+    return [cv2.GaussianBlur(plane, (0, 0), 1.5 + i % 4) if i % 2 else plane
+            for i, plane in enumerate(noise)]  # fmt: skip
+
+
+class Layers(unittest.TestCase):
+    def test_the_file_holds_what_the_list_says(self):
+        given = tensors.read(MODEL)
+        convs = convolutions(find_layers.PROGRAM)
+        names = [f"{op.number}.{part}" for part in ("bias", "weight") for op in convs]
+        self.assertEqual(list(given), names)
+        for op in convs:
+            self.assertEqual(given[f"{op.number}.weight"].shape, op.weight_shape)
+            self.assertEqual(given[f"{op.number}.bias"].shape, (op.outputs,))
+        count = sum(given[f"{op.number}.weight"].size for op in convs)
+        self.assertTrue(60_000 <= count <= 150_000, count)
+
+    def test_a_line_that_is_no_step_is_refused(self):
+        text = "#define ORVO_FIND_NETWORK(LAYER, STEP) \\\n    STEP(Patches, 16, 4) \\\n    What(1)\n"
+        with self.assertRaises(ValueError):
+            find_layers.read_program(text)
+
+
+class Arithmetics(unittest.TestCase):
+    def test_training_form_and_integers_answer_the_same(self):
+        net, given = load(), tensors.read(MODEL)
+        for height, width in ((16, 16), (48, 80), (112, 64)):
+            for plane in planes(4, height, width, seed=height):
+                with torch.no_grad():
+                    answers = net(torch.from_numpy(plane.astype(np.float32) - 128)[None, None])
+                expected = integer_answers(given, plane)
+                for answer, wanted, stride in zip(answers, expected, find_layers.STRIDES):
+                    self.assertEqual(wanted.shape, (16, height // stride, width // stride))
+                    np.testing.assert_array_equal(answer[0].numpy(), wanted.astype(np.float32))
+
+    def test_answers_depend_on_the_picture(self):
+        given = tensors.read(MODEL)
+        answers = [integer_answers(given, plane)[0] for plane in planes(3, 64, 64, seed=1)]
+        self.assertFalse(np.array_equal(answers[0], answers[1]))
+
+    @unittest.skipUnless(onnx, "onnx is not installed")
+    def test_exported_onnx_answers_the_same(self):
+        given = tensors.read(MODEL)
+        model = find_onnx.build(given)
+        onnx.checker.check_model(model)
+        runtime = cv2.dnn.readNetFromONNX(np.frombuffer(model.SerializeToString(), np.uint8))
+        for plane in planes(4, 64, 96, seed=2):
+            runtime.setInput(plane[None, None].astype(np.float32))
+            answers = runtime.forward([f"answer{stride}" for stride in find_layers.STRIDES])
+            for answer, wanted in zip(answers, integer_answers(given, plane)):
+                np.testing.assert_array_equal(answer[0], wanted.astype(np.float32))
+
+    def test_written_tensors_are_those_that_were_read(self):
+        given = tensors.read(MODEL)
+        written = load().tensors()
+        self.assertEqual(list(written), list(given))
+        for name, tensor in given.items():
+            np.testing.assert_array_equal(written[name], tensor)
+
+
+@unittest.skipUnless(engine.is_possible(), "the engine needs AVX-512 with bfloat16")
+class EngineEquality(unittest.TestCase):
+    def _compare(self, plain, fast, x, least_likeness):
+        answers = []
+        torch.manual_seed(0)
+        goals = [torch.randn(a.shape) for a in plain(x)]
+        for net in (plain, fast):
+            given = net(x)
+            sum((a * goal).sum() for a, goal in zip(given, goals)).backward()
+            answers.append([a.detach() for a in given])
+        for (name, a), (_, b) in zip(plain.named_parameters(), fast.named_parameters()):
+            if name[0] == "w" and float(a.grad.norm()) > 0:
+                likeness = torch.cosine_similarity(a.grad.flatten(), b.grad.flatten(), dim=0)
+                self.assertGreater(float(likeness), least_likeness, name)
+        return answers
+
+    def _input(self, side):
+        stack = np.stack(planes(8, side, side, seed=7)).astype(np.float32)
+        return torch.from_numpy(stack - 128)[:, None]
+
+    def test_integers_are_the_same(self):
+        plain, fast, x = load().train(), load().train(), self._input(96)
+        fast.trunk = FindTrunk(fast, len(x), 96, threads=2, quantised=True)
+        for a, b in zip(*self._compare(plain, fast, x, 0.99)):
+            self.assertTrue(torch.equal(a, b))
+
+    def test_floats_are_alike(self):
+        x = self._input(96) / 128
+        plain, fast = FindNet(seed=3), FindNet(seed=3)
+        for net in (plain, fast):
+            net.settle(x)
+            net.train()
+        fast.trunk = FindTrunk(fast, len(x), 96, threads=1)
+        for a, b in zip(*self._compare(plain, fast, x, 0.8)):
+            self.assertLess(float((a - b).abs().max()), 0.05)
+
+
+class Decoding(unittest.TestCase):
+    def test_levels(self):
+        def sizes(width, height, smallest=20):
+            picture = np.zeros((height, width), np.uint8)
+            return [plane.shape[::-1] for _, plane in find_faces.levels(picture, smallest)]
+
+        self.assertEqual(sizes(320, 240), [(320, 240), (80, 60)])
+        self.assertEqual(sizes(256, 256), [(256, 256), (64, 64)])
+        self.assertEqual(sizes(92, 112), [(92, 112), (23, 28)])
+        self.assertEqual(sizes(1600, 1200, 72), [(400, 300), (100, 75), (25, 18)])
+        self.assertEqual(sizes(640, 480, 71)[0], (320, 240))
+        self.assertEqual(sizes(64, 7), [])
+        self.assertEqual(sizes(40, 30, 400), [(40, 30)])
+
+    def test_halves_round_half_up_and_drop_odd_edges(self):
+        plane = np.array([[0, 1, 9], [0, 1, 9], [9, 9, 9]], np.uint8)
+        np.testing.assert_array_equal(find_faces.halved(plane), [[1]])
+
+    def test_a_cell_says_where_its_face_is(self):
+        answer = np.full((16, 4, 6), -128, np.int8)
+        answer[:, 1, 2] = [40, 4, -8, 0, *range(10), 40, -20]
+        row = find_faces.cell_candidates(answer, 16, 1, (64, 96))
+        # The cell's middle is at (40, 24); an offset's unit is half a pixel; the level is a half.
+        x, y, side = 8 * (40 + 2), 8 * (24 - 4), 8 * 64
+        self.assertEqual(row.shape, (1, 17))
+        self.assertEqual(list(row[0, :4]), [40, x, y, side])
+        self.assertEqual(list(row[0, 4:8]), [8 * 40, 8 * 24 + 4, 8 * 40 + 8, 8 * 24 + 12])
+        self.assertEqual(list(row[0, 14:]), [40, -20, 4 * 64])
+
+    def test_faces_beyond_the_picture_do_not_count(self):
+        answer = np.zeros((16, 2, 2), np.int8)
+        self.assertEqual(len(find_faces.cell_candidates(answer, 8, 0, (16, 16))), 4)
+        self.assertEqual(len(find_faces.cell_candidates(answer, 8, 0, (16, 8))), 2)
+
+    def _row(self, score, x, y, side, level=0):
+        return [score, x, y, side, *([x, y] * 5), 0, 0, side >> level]
+
+    def test_what_overlaps_is_one_face_and_its_places_are_averaged(self):
+        table = np.array([
+            self._row(64, 400, 400, 160), self._row(64, 404, 400, 160), self._row(32, 1000, 400, 80),
+            self._row(16, 400, 400, 60),
+        ])  # fmt: skip
+        faces = find_faces.merged(table)
+        self.assertEqual([face.middle for face in faces], [(402, 400), (1000, 400)])
+        self.assertEqual([face.support for face in faces], [3, 1])
+        self.assertEqual([face.side for face in faces], [160, 80])
+        self.assertEqual(faces[0].score, find_faces.PROBABILITY[64 + 128])
+
+    def test_a_finer_level_says_more_of_the_place(self):
+        faces = find_faces.merged(np.array([self._row(64, 400, 400, 160, 2), self._row(64, 417, 400, 160)]))
+        self.assertEqual([face.middle for face in faces], [(416, 400)])
+
+    def test_answers_meant_for_a_face_give_it_back(self):
+        """What the loss asks for and what the decoding reads is the same."""
+        faces = torch.zeros(1, scenes.MOST, scenes.COLUMNS)
+        for k, (x, y, side) in enumerate(((30.0, 40.0, 20.0), (120.0, 90.0, 70.0))):
+            faces[0, k, :4] = torch.tensor([1, x, y, side])
+            faces[0, k, 4:14] = torch.tensor([x - 5, y - 4, x + 5, y - 4, x, y, x - 3, y + 5, x + 3, y + 5])
+            faces[0, k, 14] = 24
+        tables = []
+        for stride in find_layers.STRIDES:
+            goals = find_loss.Goals(faces, 192 // stride, 192 // stride, stride)
+            answer = np.full((16, (192 // stride) ** 2), -128.0)
+            for cell in goals.known[0].nonzero()[:, 0]:
+                row = faces[0, goals.face[0, cell]].numpy()
+                middle = goals.middles[cell].numpy()
+                answer[0, cell] = 60 if goals.positive[0, cell] else -60
+                answer[1:3, cell] = (row[1:3] - middle) * 32 / stride
+                answer[3, cell] = 64 * np.log2(row[3] / (4 * stride))
+                answer[4:14, cell] = (row[4:14] - np.tile(middle, 5)) * 32 / stride
+                answer[14, cell] = 128 * row[14] / find_loss.YAW
+            answer = np.round(answer).reshape(16, 192 // stride, -1)
+            exact = torch.from_numpy(answer[None] / 128).float()
+            _, place, positive, _ = find_loss.stride_loss(exact, faces, stride)
+            self.assertGreater(int(positive), 0)
+            self.assertLess(float(place) / int(positive), 0.2)
+            tables.append(find_faces.cell_candidates(answer, stride, 0, (192, 192)))
+        table = np.concatenate(tables)
+        found = find_faces.merged(table[np.argsort(-table[:, 0], kind="stable")])
+        self.assertEqual(len(found), 2)
+        for face in found:
+            row = min(faces[0, :2].numpy(), key=lambda row: abs(row[1] - face.middle[0] / 4))
+            np.testing.assert_allclose(np.array([*face.middle, face.side]) / 4, row[1:4], atol=1)
+            np.testing.assert_allclose(face.points.ravel() / 4, row[4:14], atol=0.6)
+            self.assertAlmostEqual(face.yaw * 0.75, 24, delta=1)
+
+
+class Pictures:
+    """A bank of one even picture."""
+
+    def draw(self, _random, size):
+        return np.full((size, size), 90, np.uint8)
+
+
+class Cutouts(list):
+    """One person: a disc with a bright spot at each landmark."""
+
+    def __init__(self):
+        tones, cover = np.full((2, 192, 192), 20, np.uint8)
+        cover[:] = 0
+        cv2.circle(cover, (96, 96), 60, 255, -1)
+        self.spots = np.array([[80, 80], [112, 84], [96, 100], [84, 118], [108, 120]], np.float32)
+        for x, y in self.spots:
+            cv2.circle(tones, (int(x), int(y)), 4, 250, -1)
+        super().__init__([np.stack([tones, cover])])
+        self.labels = np.zeros((1, 16), np.float32)
+        self.labels[0, 1:5] = 56, 56, 80, 12
+        self.points = self.spots[None] + 0.5
+
+
+class Scenes(unittest.TestCase):
+    def setUp(self):
+        self.maker = scenes.SceneMaker(Cutouts(), Pictures(), seed=3)
+        self.maker.degrade = False
+
+    def _clear(self, count):
+        """Scenes whose faces are whole, with them."""
+        out = []
+        while len(out) < count:
+            picture, faces = self.maker.scene()
+            faces = faces[faces[:, 0] == 1]
+            if len(faces) == 1 and faces[0, 15] < 0.01 and faces[0, 3] > 50:
+                out.append((picture, faces[0]))
+        return out
+
+    def test_landmarks_lie_where_their_rows_say(self):
+        seen = 0
+        for picture, face in self._clear(10):
+            smooth = cv2.GaussianBlur(picture, (0, 0), 1.5).astype(float)
+            for x, y in face[4:14].reshape(5, 2):
+                if 4 < x < scenes.SIZE - 4 and 4 < y < scenes.SIZE - 4:
+                    inner = smooth[int(y), int(x)]
+                    rows, columns = np.mgrid[-1:2, -1:2] * int(0.09 * face[3] * 1.4)
+                    ring = [smooth[min(max(int(y) + r, 0), 207), min(max(int(x) + c, 0), 207)]
+                            for r, c in zip(rows.ravel(), columns.ravel()) if r or c]  # fmt: skip
+                    self.assertGreater(inner, np.median(ring) + 20)
+                    seen += 1
+        self.assertGreater(seen, 30)
+
+    def test_a_mirrored_scene_keeps_left_left(self):
+        _, face = self._clear(1)[0]
+        mirrored = scene_source.mirrored(face[None], scenes.SIZE)[0]
+        np.testing.assert_allclose(mirrored[1], scenes.SIZE - face[1])
+        np.testing.assert_allclose(mirrored[4], scenes.SIZE - face[6])
+        np.testing.assert_allclose(mirrored[10:12], [scenes.SIZE - face[12], face[13]])
+        self.assertEqual(mirrored[14], -face[14])
+        twice = scene_source.mirrored(mirrored[None], scenes.SIZE)[0]
+        np.testing.assert_allclose(twice, face, atol=1e-4)
+
+    def test_a_hidden_face_is_neither(self):
+        rows = [self.maker.scene()[1] for _ in range(60)]
+        kinds = np.concatenate(rows)[:, 0]
+        self.assertEqual(set(np.unique(kinds)), {0, 1, 2})
+        lost = np.concatenate(rows)
+        self.assertTrue((lost[lost[:, 0] == 2][:, 15] > 0.6).all())
+
+
+class Training(unittest.TestCase):
+    def run_training(self, *arguments):
+        said = io.StringIO()
+        argv = ["training", *map(str, arguments)]
+        with mock.patch.object(sys, "argv", argv), contextlib.redirect_stdout(said):
+            train_find.main()
+        return said.getvalue()
+
+    def test_from_scenes_to_integers_with_a_stop_between(self):
+        with tempfile.TemporaryDirectory() as name:
+            data, out = Path(name) / "data", Path(name) / "out"
+            data.mkdir()
+            maker = scenes.SceneMaker(Cutouts(), Pictures(), seed=4)
+            made = [maker.scene() for _ in range(16)]
+            np.save(data / "scenes-00000.pictures.npy", np.stack([picture for picture, _ in made]))
+            np.save(data / "scenes-00000.faces.npy", np.stack([faces for _, faces in made]))
+            common = ["--data", data, "--out", out, "--batch", 8, "--warm-up", 2, "--plain"]
+            self.run_training(*common, "--views", 8, "--integer-views", 8, "--stop-after-minutes", 0)
+            self.assertTrue((out / "float-checkpoint.pt").exists())
+            self.assertFalse((out / "find.safetensors").exists())
+            self.run_training(*common, "--views", 16, "--integer-views", 8)
+            first = tensors.read(out / "find.safetensors")
+            again = self.run_training(*common, "--views", 16, "--integer-views", 16)
+            self.assertIn("resumed at 8 views", again)
+            second = tensors.read(out / "find.safetensors")
+        convs = convolutions(find_layers.PROGRAM)
+        self.assertEqual(len(second), 2 * len(convs))
+        self.assertTrue(any(not np.array_equal(first[n], second[n]) for n in first))
+        plane = pictures.synthetic(1, 64, seed=1)[0]
+        self.assertEqual(integer_answers(second, plane)[1].shape, (16, 4, 4))
+
+
+if __name__ == "__main__":
+    unittest.main()
