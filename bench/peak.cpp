@@ -64,6 +64,14 @@ void RunAvx2(size_t steps) {
     __asm__ volatile("vzeroupper");
 }
 
+#define SSE41(n) \
+    "movdqa %%xmm0, %%xmm2\n\tpmaddubsw %%xmm1, %%xmm2\n\tpaddw %%xmm2, %%xmm" #n "\n\t"
+void RunSse41(size_t steps) {
+    for (; steps > 0; --steps) {
+        __asm__ volatile(REPEAT(SSE41)::: "xmm2", SUMS);
+    }
+}
+
 #define SSE2(n) "movdqa %%xmm0, %%xmm2\n\tpmaddwd %%xmm1, %%xmm2\n\tpaddd %%xmm2, %%xmm" #n "\n\t"
 void RunSse2(size_t steps) {
     for (; steps > 0; --steps) {
@@ -77,6 +85,7 @@ constexpr Peak kPeaks[] = {
     {"avxvnni", "vpdpbusd ymm", RunAvxVnni, 12 * 32},
     {"avxvnni_evex", "vpdpbusd ymm", RunAvxVnniEvex, 12 * 32},
     {"avx2", "vpmaddwd + vpaddd ymm", RunAvx2, 6 * 16},
+    {"sse41", "pmaddubsw + paddw", RunSse41, 6 * 16},
     {"plain", "SSE2 pmaddwd + paddd", RunSse2, 6 * 8},
 };
 
