@@ -18,26 +18,33 @@ bool AreEqual(const int8_t* planes, size_t planeBytes, size_t count) {
     return true;
 }
 
-// `weights`: of a channel, `step` bytes apart.
-void AddUp(const int8_t* weights, size_t step, size_t planes, PlaneConvolution::Filter& filter) {
-    for (size_t tap = 0; tap < kTaps; ++tap) {
-        int32_t sum = 0;
-        for (size_t plane = 0; plane < planes; ++plane) {
-            sum += weights[(plane * kTaps + tap) * step];
+// Up to four channels, whose weights for a tap stand side by side: of `channels`, or of one that is left
+// over.
+void AddUp(const int8_t* weights, size_t planes, size_t channels,
+           PlaneConvolution::Filter* filters) {
+    const size_t count = kTaps * channels;
+    int16_t sums[kTaps * kGroup] = {};
+    for (size_t plane = 0; plane < planes; ++plane, weights += count) {
+        for (size_t i = 0; i < count; ++i) {
+            sums[i] = static_cast<int16_t>(sums[i] + weights[i]);
         }
-        filter[tap / 3][tap % 3] = static_cast<int16_t>(sum);
+    }
+    const int16_t* sum = sums;
+    for (size_t tap = 0; tap < kTaps; ++tap) {
+        for (size_t c = 0; c < channels; ++c) {
+            filters[c][tap / 3][tap % 3] = *sum++;
+        }
     }
 }
 
 void AddUpFilters(const Convolution3x3& conv, PlaneConvolution::Filter* filters) {
-    const size_t grouped = conv.channels / kGroup * kGroup;
     const size_t groupBytes = kGroup * kTaps * conv.srcChannels;
-    for (size_t c = 0; c < conv.channels; ++c) {
-        // A leftover channel has a group's space to itself.
-        const bool isGrouped = c < grouped;
-        const size_t group = isGrouped ? c / kGroup : grouped / kGroup + c - grouped;
-        AddUp(conv.weights + group * groupBytes + (isGrouped ? c % kGroup : 0),
-              isGrouped ? kGroup : 1, conv.srcChannels, filters[c]);
+    const int8_t* weights = conv.weights;
+    // A leftover channel has a group's space to itself.
+    for (size_t c = 0; c < conv.channels; weights += groupBytes) {
+        const size_t channels = c + kGroup <= conv.channels ? kGroup : 1;
+        AddUp(weights, conv.srcChannels, channels, filters + c);
+        c += channels;
     }
 }
 

@@ -128,16 +128,20 @@ const Routines& ChosenRoutines();
 
 // Every path that this build has and this machine can run, best first; the plain one is always the
 // last. Returns how many. May ask the operating system for what a path needs, see routines.cpp.
-constexpr size_t kMaxPaths = 4;
+constexpr size_t kMaxPaths = 8;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
 // One table a path, each in its folder of compute_a/simd/. Only those that the target can have exist.
 extern const Routines kPlainRoutines;
+extern const Routines kSse41Routines;
 extern const Routines kAvx2Routines;
+extern const Routines kAvxVnniRoutines;
+extern const Routines kAvxVnniEvexRoutines;
 extern const Routines kAvx512VnniRoutines;
 extern const Routines kAmxRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 extern const Routines kWasmSimdRoutines;
+extern const Routines kRvvRoutines;
 
 } // namespace orvo

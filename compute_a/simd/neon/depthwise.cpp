@@ -10,7 +10,7 @@
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/plain/routines.h"
 #if !defined(__aarch64__)
 #include "compute_a/simd/neon/strips_32.h"

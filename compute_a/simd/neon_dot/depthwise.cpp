@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/neon/strips.h
+// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/strips.h
 // walks them.
 //
 // A vector of a row is four groups of four neighbours. The taps of a filter's row, before a zero,
@@ -10,7 +10,7 @@
 // narrows them undoes.
 #include <algorithm>
 
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
 #include "compute_a/simd/plain/routines.h"

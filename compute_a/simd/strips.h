@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How the ARM paths walk a plane that is convolved depthwise. A strip of some columns goes down the
+// How planes are convolved depthwise where vectors are narrow. A strip of some columns goes down the
 // plane: each input row is loaded once, with its neighbours to the left and to the right, and is the
 // bottom row of the output above it, which is finished then, the middle row of its own output and
 // the top row of the one below. Where columns are left over, the last strip overlaps the one before.
