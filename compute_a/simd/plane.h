@@ -68,7 +68,7 @@ struct PlaneScale {
     uint32_t values, weights;
 };
 
-// Weights are at least 1, and at most 128, times as many as there are planes.
+// False where sums with their biases could be too large. A weight is at most 128 times the planes.
 inline bool ScaleOf(const PlaneConvolution& p, PlaneScale& scale) {
     constexpr uint32_t kMostForValues = 8;
     if (p.shift > 16) {
@@ -81,10 +81,11 @@ inline bool ScaleOf(const PlaneConvolution& p, PlaneScale& scale) {
     if (most << scale.weights >= 1u << 15) {
         return false;
     }
-    const size_t room = (size_t{INT32_MAX} >> all) - 9 * 128 * most;
-    if (9 * 128 * most > size_t{INT32_MAX} >> all) {
+    const size_t products = 9 * 128 * most;
+    if (products > size_t{INT32_MAX} >> all) {
         return false;
     }
+    const size_t room = (size_t{INT32_MAX} >> all) - products;
     for (size_t c = 0; c < p.channels; ++c) {
         const size_t magnitude = p.bias[c] < 0 ? 0u - static_cast<uint32_t>(p.bias[c])
                                                : static_cast<uint32_t>(p.bias[c]);
