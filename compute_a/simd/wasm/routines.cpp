@@ -1,13 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Milliseconds a face under node 20 on x86-64, where the compiler has vectorised the plain path for
-// the same instructions (a profile of both in turn; whole faces by the fastest of 40):
-//
-//                       plain    here
-//     pointwise          22.4     3.0
-//     first layers        4.2     0.7
-//     depthwise           8.7     3.1
-//     fastest face       27.0     6.7
+// docs/SPEED.md says what these make of a face; `./run bench --wasm` measures it.
 #include "compute_a/simd/wasm/routines.h"
 
 #include "compute_a/simd/plain/routines.h"
