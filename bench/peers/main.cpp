@@ -229,6 +229,7 @@ int main(int argc, char** argv) try {
                 orvo_timing::CompilerName().c_str(), commit.c_str());
     const std::vector<MachineClass> machines = orvo_bench::MachineClasses();
     std::vector<FaceTimes> faces;
+    faces.reserve(machines.size());
     for (const MachineClass& machine : machines) {
         faces.push_back(CompareInChild(machine, rounds, isCold ? Caches::kCold : Caches::kWarm));
     }

@@ -374,6 +374,12 @@ TEST(ConvOfEqualPlanes, UpToMorePlanesThanTheSumsOfWeightsHaveRoomFor) {
         EXPECT_TRUE(EqualPlanesMatch(shape, 7));
         CheckUniformExtremes(kGenericConv, shape);
     }
+    // A row of three such sums fits for up to 85.
+    for (const int planes : {84, 85, 86, 255}) {
+        const ConvShape shape = Shape(16, 2, planes, 4, 3, 1, 1);
+        EXPECT_TRUE(EqualPlanesMatch(shape, 7));
+        CheckUniformExtremes(kGenericConv, shape);
+    }
 }
 
 TEST(ConvOfEqualPlanes, OneByteMakesADifference) {
@@ -404,9 +410,11 @@ TEST(ConvOfEqualPlanes, EveryShift) {
 
 TEST(ConvOfEqualPlanes, LimitsOfSumsAndAddresses) {
     for (const int planes : {1, 3}) {
-        const ConvShape shape = Shape(33, 3, planes, 6, 3, 1, 1);
-        CheckUniformExtremes(kGenericConv, shape);
-        CheckBiasWraps(kGenericConv, shape);
+        for (const ConvShape& shape :
+             {Shape(33, 3, planes, 6, 3, 1, 1), Shape(32, 3, planes, 8, 3, 1, 1)}) {
+            CheckUniformExtremes(kGenericConv, shape);
+            CheckBiasWraps(kGenericConv, shape);
+        }
     }
     CheckOddAddresses(kGenericConv, Shape(33, 3, 1, 6, 3, 1, 1));
     CheckOddAddresses(kGenericConv, Shape(24, 24, 1, 32, 3, 1, 1));

@@ -22,7 +22,6 @@
 namespace kova_fr_test {
 namespace {
 
-using kova_cli::Gallery;
 using kova_cli::GalleryBlock;
 using kova_cli::GalleryFile;
 using kova_cli::Match;

@@ -224,6 +224,8 @@ TEST_F(Galleries, ComeThroughPipes) {
     const Outcome cut =
         Shell("head -c 900 " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
     ExpectRefusal(cut, kFailure, "cut short");
+    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]), kFailure,
+                  "is no gallery");
 }
 
 TEST_F(Galleries, AnUnusablePictureAddsNothing) {

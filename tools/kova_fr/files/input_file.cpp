@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -102,7 +103,7 @@ InputFile::~InputFile() {
 void InputFile::Read(uint64_t at, void* to, size_t count) const {
     auto* bytes = static_cast<uint8_t*>(to);
     if (file_ == nullptr) {
-        std::memcpy(bytes, piped_.data() + at, count);
+        std::copy_n(piped_.begin() + static_cast<ptrdiff_t>(at), count, bytes);
         return;
     }
     while (count > 0) {
