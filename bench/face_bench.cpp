@@ -295,7 +295,7 @@ void RegisterLibrary() {
     Register(orvo_bench::kRecognitionRow, Counting(networks.recognition, TimeFrRun));
     Register("OrvoFrRun", Counting(networks.both(), TimeOrvoFrRun));
 #ifdef ORVO_HAVE_FIND
-    Register("OrvoFindRun, 320 x 240", TimeFindRun);
+    Register("OrvoFindRun", TimeFindRun);
     Register("OrvoFindUpright", TimeUpright);
 #endif
     Register("OrvoFrGetDistance", TimeDistance);

@@ -33,17 +33,20 @@ class Finder {
     void run() {
         OrvoFindFace faces[8];
         int32_t count = 0;
-        Require(OrvoFindRun(&picture_, ORVO_FIND_SMALLEST, faces, 8, &count));
+        const OrvoFindPicture picture = view();
+        Require(OrvoFindRun(&picture, ORVO_FIND_SMALLEST, faces, 8, &count));
     }
     void upright() {
         const OrvoFindFace face = {
             100, 60, 120, 1, {{135, 105}, {182, 112}, {158, 125}, {138, 150}, {174, 155}},
             0,   0,  0,   0, 0};
         uint8_t crop[ORVO_FIND_CROP_SIZE * ORVO_FIND_CROP_SIZE];
-        Require(OrvoFindUpright(&picture_, &face, crop));
+        const OrvoFindPicture picture = view();
+        Require(OrvoFindUpright(&picture, &face, crop));
     }
 
   private:
+    OrvoFindPicture view() const { return {pixels_.data(), kWidth, kHeight, kWidth}; }
     static void Require(int32_t status) {
         if (status != ORVO_FIND_OK) {
             throw std::runtime_error("the finder refuses its picture");
@@ -53,7 +56,6 @@ class Finder {
     std::vector<uint8_t> memory_ =
         std::vector<uint8_t>(OrvoFindGetMemorySize(kWidth, kHeight, ORVO_FIND_SMALLEST));
     std::vector<uint8_t> pixels_;
-    OrvoFindPicture picture_{pixels_.data(), kWidth, kHeight, kWidth};
 };
 
 } // namespace orvo_bench

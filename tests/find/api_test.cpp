@@ -34,12 +34,13 @@ struct Results {
     std::vector<float> features;
     int32_t count = -77;
 
-    explicit Results(size_t room = 4) : faces(room), features(128 * room) {
-        std::memset(static_cast<void*>(faces.data()), 0x5A, room * sizeof faces[0]);
+    // One more than there is said to be room for, which nobody may write to either.
+    explicit Results(size_t room = 4) : faces(room + 1), features(128 * (room + 1)) {
+        std::memset(static_cast<void*>(faces.data()), 0x5A, faces.size() * sizeof faces[0]);
         std::memset(features.data(), 0x5A, features.size() * sizeof features[0]);
     }
     bool untouched() const {
-        const Results fresh(faces.size());
+        const Results fresh(faces.size() - 1);
         return count == -77 &&
                std::memcmp(faces.data(), fresh.faces.data(), faces.size() * sizeof faces[0]) == 0 &&
                std::memcmp(features.data(), fresh.features.data(),
