@@ -28,6 +28,7 @@
 #include "orvo/cipher.h"
 #include "orvo/model_store.h"
 #include "orvo/orvo_fr.h"
+#include "search/distances.h"
 
 namespace {
 
@@ -123,14 +124,14 @@ void TimeDecipher(benchmark::State& state) {
 void TimeAlignRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        AlignRun(orvo_bench::NetworkInput());
+        AlignRun(orvo_bench::AlignInput());
     }
 }
 
 void TimeFrRun(benchmark::State& state) {
     TheCore();
     for (auto _ : state) {
-        FrRun(orvo_bench::NetworkInput());
+        FrRun(orvo_bench::RecognitionInput());
     }
 }
 
@@ -150,6 +151,31 @@ void TimeDistance(benchmark::State& state) {
     }
     for (auto _ : state) {
         benchmark::DoNotOptimize(OrvoFrGetDistance(a, sizeof a, b, sizeof b));
+    }
+}
+
+// The time of one distance of many: those to as many features as fit a processor's second cache.
+void TimeDistances(benchmark::State& state) {
+    constexpr size_t kEntries = 1024;
+    std::vector<float> entries(kEntries * ORVO_FR_FEATURE_LENGTH);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        entries[i] = 0.01f * static_cast<float>(i % 97) - 0.4f;
+    }
+    std::vector<float> distances(kEntries);
+    const orvo::Features features = orvo::LookThrough(entries.data(), kEntries);
+    while (state.KeepRunningBatch(kEntries)) {
+        orvo::Distances(entries.data(), features, distances.data());
+        benchmark::DoNotOptimize(distances.data());
+        benchmark::ClobberMemory();
+    }
+}
+
+// Of one feature of many.
+void TimeLookThrough(benchmark::State& state) {
+    constexpr size_t kEntries = 1024;
+    const std::vector<float> entries(kEntries * ORVO_FR_FEATURE_LENGTH, 0.1f);
+    while (state.KeepRunningBatch(kEntries)) {
+        benchmark::DoNotOptimize(orvo::LookThrough(entries.data(), kEntries).areOrdinary);
     }
 }
 
@@ -245,6 +271,8 @@ void RegisterLibrary() {
     Register(orvo_bench::kRecognitionRow, Counting(networks.recognition, TimeFrRun));
     Register("OrvoFrRun", Counting(networks.both(), TimeOrvoFrRun));
     Register("OrvoFrGetDistance", TimeDistance);
+    Register("a distance of many", TimeDistances);
+    Register("look through a feature", TimeLookThrough);
     Register("decipher the models", TimeDecipher);
 }
 

@@ -6,7 +6,8 @@
 //   face_time                     prints RESULT<tab>own<tab>what<tab>median_ms<tab>least_ms;
 //                                 layers of one kind are timed in the course of whole faces
 //   face_time --count N [what]    runs N faces, or that part of each, and measures nothing: for
-//                                 counting instructions under an emulator
+//                                 counting instructions under an emulator. "run" is OrvoFrRun() on
+//                                 a picture: both networks and all that is around them
 //   face_time --init 0|1          prints how many bytes OrvoFrInit() deciphers; calls it only with
 //   1
 //
@@ -34,6 +35,7 @@ using namespace orvo_timing;
 constexpr unsigned kAlign = 1u << 9;
 constexpr unsigned kRecognition = 1u << 10;
 constexpr unsigned kNetworks = kAlign | kRecognition;
+constexpr unsigned kRun = 1u << 11;
 
 struct What {
     const char* name;  // on the command line
@@ -42,21 +44,44 @@ struct What {
 };
 
 constexpr What kWhats[] = {
-    {"face", "face", kNetworks | kAllKernels},         {"align", "align", kAlign | kAllKernels},
-    {"recog", "recog", kRecognition | kAllKernels},    {"conv", "kind:conv", kNetworks | kConv},
-    {"pw", "kind:pw", kNetworks | kPointwise},         {"dw", "kind:dw", kNetworks | kDepthwise},
-    {"maxpool", "kind:maxpool", kNetworks | kMaxPool}, {"add", "kind:add", kNetworks | kAdd},
-    {"relu", "kind:relu", kNetworks | kRelu},          {"ds", "kind:ds", kNetworks | kDownsample},
-    {"head", "kind:head", kNetworks | kHead},
+    {"run", "run", kRun | kAllKernels},         {"face", "face", kNetworks | kAllKernels},
+    {"align", "align", kAlign | kAllKernels},   {"recog", "recog", kRecognition | kAllKernels},
+    {"conv", "kind:conv", kNetworks | kConv},   {"pw", "kind:pw", kNetworks | kPointwise},
+    {"dw", "kind:dw", kNetworks | kDepthwise},  {"maxpool", "kind:maxpool", kNetworks | kMaxPool},
+    {"add", "kind:add", kNetworks | kAdd},      {"relu", "kind:relu", kNetworks | kRelu},
+    {"ds", "kind:ds", kNetworks | kDownsample}, {"head", "kind:head", kNetworks | kHead},
 };
+
+// Some picture; the networks' layers meet values of both signs in it where they can.
+const std::vector<uint8_t>& Picture() {
+    static const auto picture = [] {
+        std::vector<uint8_t> levels(size_t{ORVO_FR_IMAGE_SIZE} * ORVO_FR_IMAGE_SIZE);
+        for (size_t i = 0; i < levels.size(); ++i) {
+            levels[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
+        }
+        return levels;
+    }();
+    return picture;
+}
+
+bool RunPicture() {
+    const FrImage image{Picture().data(), ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE,
+                        ORVO_FR_IMAGE_SIZE};
+    float feature[ORVO_FR_FEATURE_LENGTH];
+    g_parts = kAllKernels;
+    return OrvoFrRun(&image, feature, sizeof feature) == ORVO_FR_OK;
+}
 
 void RunFace(unsigned parts) {
     g_parts = parts;
+    if ((parts & kRun) != 0) {
+        RunPicture();
+    }
     if ((parts & kAlign) != 0) {
-        AlignRun(orvo_bench::NetworkInput());
+        AlignRun(orvo_bench::AlignInput());
     }
     if ((parts & kRecognition) != 0) {
-        FrRun(orvo_bench::NetworkInput());
+        FrRun(orvo_bench::RecognitionInput());
     }
 }
 
@@ -80,21 +105,9 @@ void Time(const What& what) {
     std::printf("RESULT\town\t%s\t%.4f\t%.4f\n", what.label, times[times.size() / 2], times[0]);
 }
 
-// Some picture, so that the networks' layers meet values of both signs where they can.
-bool RunPicture() {
-    std::vector<uint8_t> picture(size_t{ORVO_FR_IMAGE_SIZE} * ORVO_FR_IMAGE_SIZE);
-    for (size_t i = 0; i < picture.size(); ++i) {
-        picture[i] = static_cast<uint8_t>((i / ORVO_FR_IMAGE_SIZE + i) / 2);
-    }
-    const FrImage image{picture.data(), ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE, ORVO_FR_IMAGE_SIZE};
-    float feature[ORVO_FR_FEATURE_LENGTH];
-    g_parts = kAllKernels;
-    return OrvoFrRun(&image, feature, sizeof feature) == ORVO_FR_OK;
-}
-
 int Usage() {
     std::fputs(
-        "usage: face_time [--count N [align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n"
+        "usage: face_time [--count N [run|align|recog|conv|pw|dw|maxpool|add|relu|ds|head]]\n"
         "       face_time --init 0|1\n",
         stderr);
     return 2;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "bench/own_layers.h"
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -46,6 +47,14 @@ std::vector<int8_t> Weights(const Layer& layer) {
 
 using Convolution = decltype(&arma_convolve_chw_q7);
 
+// As the networks have them: the planes of a picture without colours.
+void MakeEqualPlanes(const Layer& layer, std::vector<int8_t>& planes) {
+    const ptrdiff_t plane = ptrdiff_t{layer.size} * layer.size;
+    for (int c = 1; c < layer.channels; ++c) {
+        std::copy_n(planes.begin(), plane, planes.begin() + c * plane);
+    }
+}
+
 Step ConvolutionStep(Convolution kernel, const Layer& layer, int kernelSize) {
     auto weights = std::make_shared<std::vector<int8_t>>(Weights(layer));
     auto bias = std::make_shared<std::vector<int32_t>>(layer.outChannels, 100);
@@ -87,6 +96,7 @@ Step OwnStep(const Layer& layer) {
     Slots& s = TheSlots();
     switch (layer.kind) {
         case LayerKind::kConvolution:
+            MakeEqualPlanes(layer, s.src);
             return ConvolutionStep(arma_convolve_chw_q7, layer, 3);
         case LayerKind::kPointwise:
             return ConvolutionStep(ArmAConvolve1x1s1p0ChwQ7, layer, 1);

@@ -36,12 +36,40 @@ void RunAmx(size_t steps) {
     __asm__ volatile("tilerelease");
 }
 
+#define VNNI_32(n) "%{vex%} vpdpbusd %%ymm0, %%ymm1, %%ymm" #n "\n\t"
+void RunAvxVnni(size_t steps) {
+    for (; steps > 0; --steps) {
+        __asm__ volatile(REPEAT(VNNI_32) VNNI_32(10) VNNI_32(11) VNNI_32(12) VNNI_32(13) VNNI_32(14)
+                             VNNI_32(15)::
+                                 : SUMS, "xmm10", "xmm11", "xmm12", "xmm13", "xmm14", "xmm15");
+    }
+    __asm__ volatile("vzeroupper");
+}
+
+#define VNNI_32_EVEX(n) "%{evex%} vpdpbusd %%ymm0, %%ymm1, %%ymm" #n "\n\t"
+void RunAvxVnniEvex(size_t steps) {
+    for (; steps > 0; --steps) {
+        __asm__ volatile(REPEAT(VNNI_32_EVEX) VNNI_32_EVEX(10) VNNI_32_EVEX(11) VNNI_32_EVEX(12)
+                             VNNI_32_EVEX(13) VNNI_32_EVEX(14) VNNI_32_EVEX(15)::
+                                 : SUMS, "xmm10", "xmm11", "xmm12", "xmm13", "xmm14", "xmm15");
+    }
+    __asm__ volatile("vzeroupper");
+}
+
 #define AVX2(n) "vpmaddwd %%ymm0, %%ymm1, %%ymm2\n\tvpaddd %%ymm2, %%ymm" #n ", %%ymm" #n "\n\t"
 void RunAvx2(size_t steps) {
     for (; steps > 0; --steps) {
         __asm__ volatile(REPEAT(AVX2)::: "xmm2", SUMS);
     }
     __asm__ volatile("vzeroupper");
+}
+
+#define SSE41(n) \
+    "movdqa %%xmm0, %%xmm2\n\tpmaddubsw %%xmm1, %%xmm2\n\tpaddw %%xmm2, %%xmm" #n "\n\t"
+void RunSse41(size_t steps) {
+    for (; steps > 0; --steps) {
+        __asm__ volatile(REPEAT(SSE41)::: "xmm2", SUMS);
+    }
 }
 
 #define SSE2(n) "movdqa %%xmm0, %%xmm2\n\tpmaddwd %%xmm1, %%xmm2\n\tpaddd %%xmm2, %%xmm" #n "\n\t"
@@ -54,7 +82,10 @@ void RunSse2(size_t steps) {
 constexpr Peak kPeaks[] = {
     {"amx", "tdpbssd", RunAmx, 4 * 16 * 16 * 64},
     {"avx512vnni", "vpdpbusd zmm", RunAvx512Vnni, 12 * 64},
+    {"avxvnni", "vpdpbusd ymm", RunAvxVnni, 12 * 32},
+    {"avxvnni_evex", "vpdpbusd ymm", RunAvxVnniEvex, 12 * 32},
     {"avx2", "vpmaddwd + vpaddd ymm", RunAvx2, 6 * 16},
+    {"sse41", "pmaddubsw + paddw", RunSse41, 6 * 16},
     {"plain", "SSE2 pmaddwd + paddd", RunSse2, 6 * 8},
 };
 

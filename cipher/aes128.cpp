@@ -13,6 +13,10 @@
 #include "cipher/wipe.h"
 #include "orvo/cipher.h"
 
+#if defined(ORVO_HAVE_AES_INSTRUCTIONS)
+#include <cpuid.h>
+#endif
+
 namespace orvo {
 namespace {
 
@@ -143,7 +147,18 @@ constexpr AesRoutines kPlainRoutines{EncryptBlock, DecryptBlock, DecryptCbc};
 constexpr AesRoutines kLookUpRoutines{EncryptBlock, DecryptBlockByLookUp, DecryptCbcByLookUp};
 
 #if defined(ORVO_HAVE_AES_INSTRUCTIONS)
-bool HasAesInstructions() { return __builtin_cpu_supports("aes"); }
+constexpr AesRoutines kInstructions{instructions::EncryptBlock, instructions::DecryptBlock,
+                                    instructions::DecryptCbc};
+constexpr AesRoutines kWideInstructions{instructions::EncryptBlock, instructions::DecryptBlock,
+                                        wide_instructions::DecryptCbc};
+
+bool HasInstructions() { return __builtin_cpu_supports("aes"); }
+bool HasWideInstructions() {
+    constexpr unsigned kVaes = 1u << 9; // CPUID 7; not every compiler knows it by name
+    unsigned a, b, c, d;
+    return HasInstructions() && __builtin_cpu_supports("avx512f") &&
+           __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (c & kVaes) != 0;
+}
 #endif
 
 bool Always() { return true; }
@@ -158,7 +173,8 @@ struct Cipher {
 // from; the look-ups are what other processors run.
 constexpr Cipher kCiphers[] = {
 #if defined(ORVO_HAVE_AES_INSTRUCTIONS)
-    {"instructions", kAesInstructions, HasAesInstructions},
+    {"wide_instructions", kWideInstructions, HasWideInstructions},
+    {"instructions", kInstructions, HasInstructions},
 #endif
     {"look_up", kLookUpRoutines, Always},
     {"plain", kPlainRoutines, Always},

@@ -2,37 +2,13 @@
 //
 // AES-128 on x86-64's AES instructions. Deciphering CBC blocks do not depend on each other, so
 // eight are on their way at a time, which hides the instructions' latency.
-#include <immintrin.h>
-
+#include "cipher/aes_inverse_keys.h"
 #include "cipher/aes_routines.h"
-#include "cipher/blocks.h"
-#include "cipher/wipe.h"
 
-namespace orvo {
+namespace orvo::instructions {
 namespace {
 
 constexpr size_t kLanes = 8;
-
-inline __m128i Load(const uint8_t* from) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-}
-inline void Store(uint8_t* to, __m128i block) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block);
-}
-
-// The keys of the equivalent inverse cipher, in the order that it uses them.
-struct InverseKeys {
-    __m128i key[kAesRounds + 1];
-
-    explicit InverseKeys(const uint8_t* roundKeys) {
-        key[0] = Load(roundKeys + kBlockSize * kAesRounds);
-        for (size_t round = 1; round < kAesRounds; ++round) {
-            key[round] = _mm_aesimc_si128(Load(roundKeys + kBlockSize * (kAesRounds - round)));
-        }
-        key[kAesRounds] = Load(roundKeys);
-    }
-    ~InverseKeys() { Wipe(key, sizeof key); }
-};
 
 template <size_t Lanes>
 inline void Decrypt(const InverseKeys& keys, __m128i (&blocks)[Lanes]) {
@@ -65,6 +41,8 @@ inline __m128i DecryptCbcBlocks(const InverseKeys& keys, __m128i chain, uint8_t*
     return cipherText[Lanes - 1];
 }
 
+} // namespace
+
 void EncryptBlock(const uint8_t* roundKeys, uint8_t* block) {
     __m128i state = _mm_xor_si128(Load(block), Load(roundKeys));
     for (size_t round = 1; round < kAesRounds; ++round) {
@@ -92,8 +70,4 @@ void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t b
     Store(iv, chain);
 }
 
-} // namespace
-
-const AesRoutines kAesInstructions{EncryptBlock, DecryptBlock, DecryptCbc};
-
-} // namespace orvo
+} // namespace orvo::instructions

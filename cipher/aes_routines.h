@@ -16,7 +16,17 @@ struct AesRoutines {
     void (*decryptCbc)(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks);
 };
 
-extern const AesRoutines kAesInstructions; // x86-64 with AES instructions
+// For x86-64 with AES instructions.
+namespace instructions {
+void EncryptBlock(const uint8_t* roundKeys, uint8_t* block);
+void DecryptBlock(const uint8_t* roundKeys, uint8_t* block);
+void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks);
+} // namespace instructions
+
+// For those of them whose instructions take four blocks.
+namespace wide_instructions {
+void DecryptCbc(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks);
+} // namespace wide_instructions
 
 void DecryptBlockByLookUp(const uint8_t* roundKeys, uint8_t* block);
 void DecryptCbcByLookUp(const uint8_t* roundKeys, uint8_t* iv, uint8_t* buffer, size_t blocks);

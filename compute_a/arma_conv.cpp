@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "compute_a/equal_planes.h"
 #include "compute_a/routines.h"
 #include "orvo/q7_kernels.h"
 
@@ -110,10 +111,22 @@ void arma_convolve_chw_q7(const int8_t* src, uint16_t srcWidth, uint16_t srcHeig
 
     const orvo::Routines& routines = orvo::ChosenRoutines();
     const bool sameSize = dstWidth == srcWidth && dstHeight == srcHeight;
-    if (kernelSize == 3 && pad == 1 && stride == 1 && sameSize && routines.convolve3x3 != nullptr &&
-        routines.convolve3x3({src, g.srcWidth, g.srcHeight, g.srcChannels, weights, dstChannels,
-                              bias, outShift, dst, tmpBuffer, matrixBytes + productBytes})) {
-        return;
+    if (kernelSize == 3 && pad == 1 && stride == 1 && sameSize) {
+        const orvo::Convolution3x3 convolution{src,
+                                               g.srcWidth,
+                                               g.srcHeight,
+                                               g.srcChannels,
+                                               weights,
+                                               dstChannels,
+                                               bias,
+                                               outShift,
+                                               dst,
+                                               tmpBuffer,
+                                               matrixBytes + productBytes};
+        if (orvo::ConvolveEqualPlanes(routines, convolution) ||
+            (routines.convolve3x3 != nullptr && routines.convolve3x3(convolution))) {
+            return;
+        }
     }
 
     orvo::MatrixProduct product;

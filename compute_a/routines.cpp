@@ -10,8 +10,14 @@
 
 #if defined(__aarch64__)
 #include <sys/auxv.h>
-#elif defined(__x86_64__) && defined(__linux__)
+#elif defined(__x86_64__)
 #include <cpuid.h>
+#endif
+#if defined(__x86_64__) && defined(__linux__)
+#include <sys/syscall.h>
+#include <unistd.h>
+#elif defined(ORVO_HAVE_RVV)
+#include <sys/auxv.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #endif
@@ -22,7 +28,21 @@ namespace {
 constexpr char kPathVariable[] = "ORVO_FR_PATH";
 
 #if defined(__x86_64__)
+bool HasSse41() { return __builtin_cpu_supports("sse4.1"); }
+
 bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
+
+// The compilers' names for AVX-VNNI are newer than some compilers.
+bool HasAvxVnni() {
+    constexpr unsigned kAvxVnni = 1u << 4; // of CPUID 7, sub-leaf 1
+    unsigned a, b, c, d;
+    return HasAvx2() && __get_cpuid_count(7, 1, &a, &b, &c, &d) != 0 && (a & kAvxVnni) != 0;
+}
+
+bool HasAvxVnniEvex() {
+    return HasAvx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512vnni");
+}
 
 bool HasAvx512Vnni() {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
@@ -66,6 +86,49 @@ bool HasDotProduct() {
 }
 #endif
 
+#if defined(ORVO_HAVE_RVV)
+// What Linux says of the processors that this process may run on; false where it does not know the
+// question.
+bool AskLinux(uint64_t& extensions) {
+    constexpr long kProbe = 258; // riscv_hwprobe
+    struct {
+        int64_t key;
+        uint64_t value;
+    } pair{4, 0}; // the base and what extends it
+    if (syscall(kProbe, &pair, 1, 0, nullptr, 0) != 0 || pair.key < 0) {
+        return false;
+    }
+    extensions = pair.value;
+    return true;
+}
+
+// Whether vectors that the process has are those of version 1.0: a configuration, bytes in single
+// registers whose tails may be anything, that earlier versions did not have.
+bool VectorsAreThoseOfVersion1() {
+    constexpr unsigned long kConfiguration = 0xC0;
+    unsigned long length, configuration;
+    // vsetvli length, 16, e8, m1, ta, ma, spelt for assemblers that are told of no vectors
+    __asm__ volatile(
+        ".insn i 0x57, 0x7, %0, %2, 0xC0\n\t"
+        "csrr %1, 0xC21"
+        : "=r"(length), "=&r"(configuration)
+        : "r"(16ul));
+    return configuration == kConfiguration && length == 16;
+}
+
+// Before Linux knew the question it told of vectors by a letter's bit alone, and makers' kernels set
+// it for earlier versions as well.
+bool HasVectors() {
+    constexpr uint64_t kVectors = 1u << 2;                 // RISCV_HWPROBE_IMA_V
+    constexpr unsigned long kLetterV = 1ul << ('V' - 'A'); // in AT_HWCAP
+    uint64_t extensions = 0;
+    if (AskLinux(extensions)) {
+        return (extensions & kVectors) != 0;
+    }
+    return (getauxval(AT_HWCAP) & kLetterV) != 0 && VectorsAreThoseOfVersion1();
+}
+#endif
+
 bool Always() { return true; }
 
 struct Path {
@@ -80,13 +143,19 @@ constexpr Path kPaths[] = {
     {kAmxRoutines, HasAmx},
 #endif
     {kAvx512VnniRoutines, HasAvx512Vnni},
+    {kAvxVnniRoutines, HasAvxVnni},
+    {kAvxVnniEvexRoutines, HasAvxVnniEvex},
     {kAvx2Routines, HasAvx2},
+    {kSse41Routines, HasSse41},
 #endif
 #if defined(__aarch64__)
     {kNeonDotRoutines, HasDotProduct},
 #endif
 #if defined(__ARM_NEON)
     {kNeonRoutines, Always},
+#endif
+#if defined(ORVO_HAVE_RVV)
+    {kRvvRoutines, HasVectors},
 #endif
 #if defined(__wasm_simd128__)
     {kWasmSimdRoutines, Always},

@@ -64,6 +64,27 @@ struct Convolution3x3 {
     size_t scratchBytes;
 };
 
+// The same of a single plane, by filters of 16 bits: what a convolution of equal planes comes to, whose
+// filters are added up. See equal_planes.h.
+struct PlaneConvolution {
+    // A filter's rows, of three weights and a zero.
+    using Filter = int16_t[3][4];
+    static constexpr size_t kMostChannels = 32;
+    static constexpr size_t kMostPlanes = 255; // whose weights' sums fit 16 bits
+
+    const int8_t* src;
+    size_t width, height;
+    size_t planes; // that were added up: no weight's magnitude is above 128 times as much
+    const Filter* filters;
+    size_t channels; // up to kMostChannels
+    const int32_t* bias;
+    uint32_t shift;
+    int8_t* dst;
+
+    int8_t* scratch;
+    size_t scratchBytes;
+};
+
 // Planes one after the other.
 struct Planes {
     size_t width, height, channels;
@@ -98,6 +119,8 @@ struct Routines {
     // Returns false, having done nothing, where its way of working does not fit. Null where a path
     // has none: the matrix product of the expanded input does for all.
     bool (*convolve3x3)(const Convolution3x3& convolution) = nullptr;
+    // The same for a plane; null where a path is no faster for knowing that planes are equal.
+    bool (*convolvePlane)(const PlaneConvolution& convolution) = nullptr;
 };
 
 // The path in use.
@@ -105,16 +128,20 @@ const Routines& ChosenRoutines();
 
 // Every path that this build has and this machine can run, best first; the plain one is always the
 // last. Returns how many. May ask the operating system for what a path needs, see routines.cpp.
-constexpr size_t kMaxPaths = 4;
+constexpr size_t kMaxPaths = 8;
 size_t AvailableRoutines(const Routines* paths[kMaxPaths]);
 
 // One table a path, each in its folder of compute_a/simd/. Only those that the target can have exist.
 extern const Routines kPlainRoutines;
+extern const Routines kSse41Routines;
 extern const Routines kAvx2Routines;
+extern const Routines kAvxVnniRoutines;
+extern const Routines kAvxVnniEvexRoutines;
 extern const Routines kAvx512VnniRoutines;
 extern const Routines kAmxRoutines;
 extern const Routines kNeonRoutines;
 extern const Routines kNeonDotRoutines;
 extern const Routines kWasmSimdRoutines;
+extern const Routines kRvvRoutines;
 
 } // namespace orvo

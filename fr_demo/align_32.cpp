@@ -6,6 +6,8 @@
 // (wide), depthwise, addition; the width grows by 4 channels from block to block, and the shortcut
 // is zero-padded to it in the addition. The only nonlinearities are the rectifying depthwise layers
 // and the max poolings.
+#include <iterator>
+
 #include "fr_demo/layers.h"
 #include "fr_demo/store_opening.h"
 #include "orvo/model_store.h"
@@ -34,7 +36,7 @@ int32_t AlignDecrypt(void) {
 
 // A layer reads one of three slots and writes another.
 void AlignRun(uint8_t* input) {
-    const orvo::Layers net{g_alignWorkspace};
+    orvo::Layers net{g_alignWorkspace, std::begin(g_alignArray), std::end(g_alignArray)};
     const int8_t* const image = reinterpret_cast<int8_t*>(input);
     int8_t* const X = g_alignInnerBuf;
     int8_t* const Y = X + kSlotBytes;

@@ -5,6 +5,8 @@
 // Every reduction of the plane is an anti-aliased one: depthwise 3 x 3, 2 x 2 maximum with stride
 // 1, depthwise 3 x 3, every second pixel, rectifier. Residual blocks expand, rectify, filter,
 // project and add; the shortcut is the addition's first operand here.
+#include <iterator>
+
 #include "fr_demo/layers.h"
 #include "fr_demo/store_opening.h"
 #include "orvo/model_store.h"
@@ -35,7 +37,7 @@ int32_t FrDecrypt(void) {
 
 // A layer reads one of three slots and writes another.
 void FrRun(uint8_t* input) {
-    const orvo::Layers net{g_frWorkspace};
+    orvo::Layers net{g_frWorkspace, std::begin(g_frArray), std::end(g_frArray)};
     const int8_t* const image = reinterpret_cast<int8_t*>(input);
     int8_t* const X = g_frInnerBuf;
     int8_t* const Y = X + kSlotBytes;

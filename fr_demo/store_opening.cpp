@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "fr_demo/store_opening.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "cipher/traces.h"
 #include "cipher/wipe.h"
+#include "common/claim_pages.h"
 #include "common/diagnostics.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/cipher.h"
@@ -47,6 +49,33 @@ void OrderBytes(const ModelArray& array) {
     }
 }
 
+struct Bytes {
+    uintptr_t begin;
+    uintptr_t end;
+};
+
+// Arrays that lie next to one another, as the linker puts them in one order or the other, are
+// claimed together. Between two such lies less than the smallest page, so that no page is claimed
+// but those that hold bytes of an array.
+void ClaimArrays(const StoredModel& model) {
+    constexpr uintptr_t kLeastPage = 4096;
+    Bytes claim = {};
+    const auto take = [&claim] {
+        ClaimPages(reinterpret_cast<void*>(claim.begin), claim.end - claim.begin);
+    };
+    for (size_t i = 0; i < model.arrayCount; ++i) {
+        const auto begin = reinterpret_cast<uintptr_t>(model.arrays[i].data);
+        const uintptr_t end = begin + model.arrays[i].size;
+        const bool isNext = begin < claim.end + kLeastPage && claim.begin < end + kLeastPage;
+        if (i > 0 && !isNext) {
+            take();
+        }
+        claim = i > 0 && isNext ? Bytes{std::min(claim.begin, begin), std::max(claim.end, end)}
+                                : Bytes{begin, end};
+    }
+    take();
+}
+
 // Every array is a CBC stream of its own that starts from the same IV. The bytes after its last
 // whole block are stored plain.
 void DecipherArrays(const StoredModel& model, const KeyBuffer& key) {
@@ -85,6 +114,7 @@ __attribute__((noinline)) int32_t Open(const StoredModel& model) {
     if (!UnwrapKey(model, key)) {
         return 1;
     }
+    ClaimArrays(model);
     DecipherArrays(model, key);
     return WipeKeyMaterial(model, key) ? 0 : 1;
 }

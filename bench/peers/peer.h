@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -37,10 +38,21 @@ struct Peer {
     std::vector<PeerStep> recognition;
 };
 
-// Our kernels, layer by layer, for the times by kind.
-Peer OwnLayers();
 Peer OneDnn();
 Peer Xnnpack();
+
+// Milliseconds by kind of layer.
+using KindTimes = std::map<std::string, double>;
+
+// What is measured in turn.
+struct Contender {
+    std::string name;
+    std::function<void()> align;
+    std::function<void()> recognise;
+    std::function<KindTimes()> timeKinds; // of one face
+};
+
+Contender Own();
 
 // Activations live in three slots, as in our networks: each layer writes the one that holds neither
 // its input nor a kept shortcut.

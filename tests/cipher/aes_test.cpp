@@ -154,6 +154,33 @@ TEST(AesCbc, TheChainContinuesInTheNextCall) {
     }
 }
 
+// Several blocks may be on their way at a time, so every number of them is a case of its own.
+TEST(AesCbc, DecryptionOfAnyNumberOfBlocksIsThatOfEachBlock) {
+    orvo_test::Random random(1);
+    for (uint32_t blocks = 1; blocks <= 70; ++blocks) {
+        Bytes text(16 * blocks);
+        random.Fill(text.data(), text.size());
+        AES_ctx ctx = Context(kKey, kIv);
+        Bytes expected = text;
+        Bytes chain = Hex(kIv);
+        for (size_t at = 0; at < text.size(); at += 16) {
+            AES_ECB_decrypt(&ctx, &expected[at]);
+            for (size_t i = 0; i < 16; ++i) {
+                expected[at + i] = static_cast<uint8_t>(expected[at + i] ^ chain[i]);
+                chain[i] = text[at + i];
+            }
+        }
+        for (const auto place : {GuardedBuffer::kAtEnd, GuardedBuffer::kAtStart}) {
+            GuardedBuffer buffer(text.size(), place);
+            std::copy(text.begin(), text.end(), buffer.bytes());
+            AES_ctx_set_iv(&ctx, Hex(kIv).data());
+            AES_CBC_decrypt_buffer(&ctx, buffer.bytes(), Length(text));
+            EXPECT_EQ(Bytes(buffer.bytes(), buffer.bytes() + text.size()), expected) << blocks;
+            EXPECT_EQ(Iv(ctx), chain) << blocks;
+        }
+    }
+}
+
 TEST(AesCbc, ALengthOfZeroDoesNothing) {
     AES_ctx ctx = Context(kKey, kIv);
     AES_CBC_encrypt_buffer(&ctx, nullptr, 0);

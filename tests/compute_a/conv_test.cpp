@@ -315,6 +315,111 @@ TEST(Conv, MinusOneStaysMinusOneUnderEveryShift) {
     }
 }
 
+// ---- Planes that are equal may be taken for one, by the sums of their weights.
+
+ConvData WithEqualPlanes(const ConvShape& s, ConvData data) {
+    const ptrdiff_t plane = ptrdiff_t{s.srcWidth} * s.srcHeight;
+    for (int c = 1; c < s.srcChannels; ++c) {
+        std::copy_n(data.src.begin(), plane, data.src.begin() + c * plane);
+    }
+    return data;
+}
+
+::testing::AssertionResult EqualPlanesMatch(const ConvShape& shape, uint64_t seed) {
+    for (const auto makeData : {LivelyData, ExtremeData}) {
+        const ConvData data = WithEqualPlanes(shape, makeData(kGenericConv, shape, seed));
+        const auto matches = MatchesReference(kGenericConv, shape, data);
+        if (!matches) {
+            return matches;
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+TEST(ConvOfEqualPlanes, NetworkLayers) {
+    EXPECT_TRUE(EqualPlanesMatch(Shape(96, 96, 3, 32, 3, 1, 1), 1));
+    EXPECT_TRUE(EqualPlanesMatch(Shape(24, 24, 1, 32, 3, 1, 1), 2));
+}
+
+TEST(ConvOfEqualPlanes, EveryWidth) {
+    for (int width = 1; width <= 70; ++width) {
+        for (const int height : {1, 2, 3, 4, 7}) {
+            const int planes = 1 + (width + height) % 4;
+            EXPECT_TRUE(EqualPlanesMatch(Shape(width, height, planes, 4, 3, 1, 1), 3));
+        }
+    }
+    for (const int width : {95, 96, 97, 127, 128, 129, 130, 192, 257, 300}) {
+        EXPECT_TRUE(EqualPlanesMatch(Shape(width, 5, 3, 8, 3, 1, 1), 4));
+    }
+}
+
+TEST(ConvOfEqualPlanes, EveryHeight) {
+    for (int height = 1; height <= 40; ++height) {
+        for (const int width : {1, 8, 12, 16, 33}) {
+            EXPECT_TRUE(EqualPlanesMatch(Shape(width, height, 2, 5, 3, 1, 1), 5));
+        }
+    }
+}
+
+TEST(ConvOfEqualPlanes, EveryTailOfChannels) {
+    for (int channels = 0; channels <= 37; ++channels) {
+        EXPECT_TRUE(EqualPlanesMatch(Shape(16, 4, 3, channels, 3, 1, 1), 6));
+    }
+}
+
+// The sum of a weight of each of 255 planes has at most 16 bits.
+TEST(ConvOfEqualPlanes, UpToMorePlanesThanTheSumsOfWeightsHaveRoomFor) {
+    for (const int planes : {2, 3, 4, 127, 254, 255, 256, 257, 258, 259, 300, 1000}) {
+        const ConvShape shape = Shape(17, 3, planes, 5, 3, 1, 1);
+        EXPECT_TRUE(EqualPlanesMatch(shape, 7));
+        CheckUniformExtremes(kGenericConv, shape);
+    }
+    // A row of three such sums fits for up to 85.
+    for (const int planes : {84, 85, 86, 255}) {
+        const ConvShape shape = Shape(16, 2, planes, 4, 3, 1, 1);
+        EXPECT_TRUE(EqualPlanesMatch(shape, 7));
+        CheckUniformExtremes(kGenericConv, shape);
+    }
+}
+
+TEST(ConvOfEqualPlanes, OneByteMakesADifference) {
+    ConvShape shape = Shape(32, 6, 3, 8, 3, 1, 1);
+    shape.outShift = 0;
+    ConvData equal = WithEqualPlanes(shape, LivelyData(kGenericConv, shape, 8));
+    std::fill(equal.weights.begin(), equal.weights.end(), int8_t{1});
+    std::fill(equal.src.begin(), equal.src.end(), int8_t{1});
+    std::fill(equal.bias.begin(), equal.bias.end(), 0);
+    const size_t plane = 32 * 6;
+    for (const size_t place :
+         {size_t{0}, plane - 1, plane, 2 * plane - 1, 2 * plane, 3 * plane - 1}) {
+        ConvData data = equal;
+        data.src[place] = 3;
+        EXPECT_NE(kGenericConv.reference(shape, data), kGenericConv.reference(shape, equal));
+        EXPECT_TRUE(MatchesReference(kGenericConv, shape, data)) << place;
+    }
+}
+
+TEST(ConvOfEqualPlanes, EveryShift) {
+    for (uint32_t shift = 0; shift <= 40; ++shift) {
+        ConvShape shape = Shape(16, 3, 3, 4, 3, 1, 1);
+        shape.outShift = shift;
+        EXPECT_TRUE(EqualPlanesMatch(shape, 9));
+    }
+    CheckEveryShift(kGenericConv, Shape(20, 3, 1, 6, 3, 1, 1));
+}
+
+TEST(ConvOfEqualPlanes, LimitsOfSumsAndAddresses) {
+    for (const int planes : {1, 3}) {
+        for (const ConvShape& shape :
+             {Shape(33, 3, planes, 6, 3, 1, 1), Shape(32, 3, planes, 8, 3, 1, 1)}) {
+            CheckUniformExtremes(kGenericConv, shape);
+            CheckBiasWraps(kGenericConv, shape);
+        }
+    }
+    CheckOddAddresses(kGenericConv, Shape(33, 3, 1, 6, 3, 1, 1));
+    CheckOddAddresses(kGenericConv, Shape(24, 24, 1, 32, 3, 1, 1));
+}
+
 TEST(Conv, SaysNothing) {
     StderrCapture capture;
     EXPECT_TRUE(Matches(Shape(5, 3, 2, 6, 3, 1, 1), 13));

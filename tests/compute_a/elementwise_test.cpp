@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <climits>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "compute_a/guarded_copy.h"
@@ -361,10 +361,17 @@ TEST(ZeroPadPlus, NeedsNoAlignmentAndIgnoresTheScratch) {
 
 // ---- Unit length
 
+// Emscripten's library has no std::bit_cast.
+uint32_t Bits(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 std::vector<uint32_t> Bits(const std::vector<float>& values) {
     std::vector<uint32_t> bits;
     for (const float value : values) {
-        bits.push_back(std::bit_cast<uint32_t>(value));
+        bits.push_back(Bits(value));
     }
     return bits;
 }
@@ -422,7 +429,7 @@ TEST(UnitLength, ExtremesAreExact) {
 TEST(UnitLength, AllZeroVectorGivesQuietNotANumberEverywhere) {
     for (const float value : UnitLength(Q7(128, 0), GuardedBuffer::kAtEnd)) {
         EXPECT_TRUE(std::isnan(value));
-        EXPECT_NE(std::bit_cast<uint32_t>(value) & 0x00400000u, 0u);
+        EXPECT_NE(Bits(value) & 0x00400000u, 0u);
     }
 }
 

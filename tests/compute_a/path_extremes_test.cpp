@@ -285,14 +285,14 @@ TEST(PathExtremes, DepthwiseSizes) {
 // Filters whose outer and middle rows have these totals, under every shift at which the faster sums
 // give way and with biases that they can take and cannot.
 TEST(PathExtremes, DepthwiseSumsThatJustFit) {
-    constexpr int32_t kBiases[] = {0,      1,      -1,      127,       -32768,   32767,
-                                   65534,  65535,  65536,   -65536,    -65537,   65521,
-                                   131071, -70001, 1 << 20, INT32_MAX, INT32_MIN};
+    constexpr int32_t kBiases[] = {0,      1,      -1,     127,     128,       -127,     -128,
+                                   -32768, 32767,  65534,  65535,   65536,     -65536,   -65537,
+                                   65521,  131071, -70001, 1 << 20, INT32_MAX, INT32_MIN};
     constexpr int kChannels = static_cast<int>(std::size(kBiases));
     Random random(21);
     for (const uint32_t shift : {0u, 1u, 2u, 7u, 8u, 9u, 10u, 16u, 31u, 32u, 40u}) {
-        for (const int outer : {255, 256, 700}) {
-            for (const int middle : {255, 256, 384}) {
+        for (const int outer : {200, 255, 256, 700}) {
+            for (const int middle : {55, 56, 255, 256, 384}) {
                 const ConvShape shape = Depthwise(17, 6, kChannels, shift);
                 ConvData data;
                 data.src =
@@ -311,6 +311,91 @@ TEST(PathExtremes, DepthwiseSumsThatJustFit) {
                 for (const ChwSubject* subject : {&kDepthwiseConv, &kDepthwiseReluConv}) {
                     EXPECT_TRUE(MatchesReference(*subject, shape, data))
                         << "shift " << shift << ", totals " << outer << " and " << middle;
+                }
+            }
+        }
+    }
+}
+
+// Values from `lowest` to `highest`, both of them among the values of each plane.
+std::vector<int8_t> FillPlanes(size_t planes, size_t planeBytes, int lowest, int highest,
+                               Random& random) {
+    std::vector<int8_t> values;
+    for (size_t i = 0; i < planes * planeBytes; ++i) {
+        const size_t at = i % planeBytes;
+        const bool low = at == 0 || (at != planeBytes - 1 && random.Between(0, 1) == 0);
+        values.push_back(static_cast<int8_t>(low ? lowest : highest));
+    }
+    return values;
+}
+
+// Some paths take values as their distances from the lowest, and sum in 16 bits while the positive
+// weights, times the highest distance, stay within them, and the negative ones, too: totals at that
+// limit and just above it, for values in many ranges.
+struct Spread {
+    int lowest, highest;
+
+    int limit() const { return INT16_MAX / (std::max(highest, 0) - std::min(lowest, 0)); }
+};
+
+constexpr Spread kSpreads[] = {{-128, 127}, {-128, 126}, {-127, 127}, {-128, 0}, {-128, -100},
+                               {-100, 60},  {-75, 112},  {-1, 127},   {0, 127},  {5, 127},
+                               {0, 73},     {-40, 24},   {0, 29}};
+
+TEST(PathExtremes, PointwiseSumsThatJustFitTheValues) {
+    Random random(31);
+    for (const Spread spread : kSpreads) {
+        for (const int total : {spread.limit(), spread.limit() + 1, 2 * spread.limit() + 1}) {
+            for (const size_t stretch : {size_t{4}, size_t{8}, size_t{40}}) {
+                const ConvShape shape = Pointwise(7, 5, 40, 9, 9);
+                ConvData data;
+                data.src = FillPlanes(40, 35, spread.lowest, spread.highest, random);
+                data.weights.resize(kPointwiseConv.weightCount(shape));
+                data.bias.assign(9, 100);
+                for (size_t at = 0; at < data.weights.size(); at += stretch) {
+                    // Every half of four rows has a total of its own, the two of unlike signs.
+                    int8_t halves[2][20];
+                    const size_t half = stretch / 2;
+                    const int sign = random.Between(0, 1) == 0 ? -1 : 1;
+                    PutWeights(halves[0], 1, half, total, sign, random);
+                    PutWeights(halves[1], 1, half, total, -sign, random);
+                    for (size_t i = 0; i < stretch; ++i) {
+                        data.weights[at + i] = halves[i / 2 % 2][i / 4 * 2 + i % 2];
+                    }
+                }
+                EXPECT_TRUE(MatchesReference(kPointwiseConv, shape, data))
+                    << "values from " << spread.lowest << " to " << spread.highest << ", total "
+                    << total << ", stretch " << stretch;
+            }
+        }
+    }
+}
+
+TEST(PathExtremes, DepthwiseSumsThatJustFitTheValues) {
+    constexpr int32_t kBiases[] = {0, 1, -1, 32767, -32768, 32768, -32769, 70000, INT32_MIN};
+    constexpr int kChannels = static_cast<int>(std::size(kBiases));
+    Random random(41);
+    for (const Spread spread : kSpreads) {
+        for (const int total : {spread.limit(), spread.limit() + 1}) {
+            for (const uint32_t shift : {0u, 7u, 8u, 9u, 31u}) {
+                const ConvShape shape = Depthwise(19, 7, kChannels, shift);
+                ConvData data;
+                data.src = FillPlanes(kChannels, 133, spread.lowest, spread.highest, random);
+                data.bias.assign(std::begin(kBiases), std::end(kBiases));
+                for (int c = 0; c < kChannels; ++c) {
+                    // One sign in up to eight of the places, the other in what is left.
+                    int8_t filter[9];
+                    const size_t places = static_cast<size_t>(random.Between(1, 8));
+                    const int sign = random.Between(0, 1) == 0 ? -1 : 1;
+                    PutWeights(filter, 1, places, total, sign, random);
+                    PutWeights(filter + places, 1, 9 - places, total, -sign, random);
+                    std::rotate(filter, filter + random.Between(0, 8), filter + 9);
+                    data.weights.insert(data.weights.end(), filter, filter + 9);
+                }
+                for (const ChwSubject* subject : {&kDepthwiseConv, &kDepthwiseReluConv}) {
+                    EXPECT_TRUE(MatchesReference(*subject, shape, data))
+                        << "values from " << spread.lowest << " to " << spread.highest << ", total "
+                        << total << ", shift " << shift;
                 }
             }
         }

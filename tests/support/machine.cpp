@@ -11,7 +11,7 @@
 #if defined(__x86_64__)
 #include <sys/syscall.h>
 #include <unistd.h>
-#elif defined(__aarch64__)
+#elif defined(__aarch64__) || defined(__riscv)
 #include <csetjmp>
 #include <csignal>
 #endif
@@ -54,35 +54,57 @@ bool SystemSupportsTiles() {
 bool Has(const std::string& path) {
     const bool avx512 =
         HasFlags({"avx512f", "avx512bw", "avx512dq", "avx512vl", "avx512vbmi", "avx512_vnni"});
-    return (path == "avx2" && HasFlags({"avx2"})) || (path == "avx512vnni" && avx512) ||
+    return (path == "sse41" && HasFlags({"sse4_1"})) || (path == "avx2" && HasFlags({"avx2"})) ||
+           (path == "avx512vnni" && avx512) ||
            (path == "amx" && avx512 && HasFlags({"amx_tile", "amx_int8"}) &&
             SystemSupportsTiles()) ||
+           (path == "avxvnni" && HasFlags({"avx2", "avx_vnni"})) ||
+           (path == "avxvnni_evex" && HasFlags({"avx2", "avx512f", "avx512vl", "avx512_vnni"})) ||
            path == "amx_model";
 }
 
-#elif defined(__aarch64__)
+#elif defined(__aarch64__) || defined(__riscv)
 
 sigjmp_buf afterRefusal;
 
 void LeaveInstruction(int) { siglongjmp(afterRefusal, 1); }
 
-bool CanMultiplyDots() {
+// Whether this can be done without the processor's refusing an instruction.
+template <typename Instruction>
+bool CanDo(const Instruction& instruction) {
     struct sigaction leave = {};
     struct sigaction before = {};
     leave.sa_handler = LeaveInstruction;
     sigaction(SIGILL, &leave, &before);
-    bool done = false;
+    volatile bool done = false;
     if (sigsetjmp(afterRefusal, 1) == 0) {
-        __asm__ volatile(".inst 0x4e829420" ::: "v0"); // sdot v0.4s, v1.16b, v2.16b
+        instruction();
         done = true;
     }
     sigaction(SIGILL, &before, nullptr);
     return done;
 }
 
+#if defined(__aarch64__)
+
 bool Has(const std::string& path) {
-    return path == "neon" || (path == "neon_dot" && CanMultiplyDots());
+    const auto dot = [] {
+        __asm__ volatile(".inst 0x4e829420" ::: "v0"); // sdot v0.4s, v1.16b, v2.16b
+    };
+    return path == "neon" || (path == "neon_dot" && CanDo(dot));
 }
+
+#else
+
+// Only version 1.0 of the vectors has this instruction.
+bool Has(const std::string& path) {
+    const auto configure = [] {
+        __asm__ volatile(".4byte 0xcc087557" ::: "a0"); // vsetivli a0, 16, e8, m1, ta, ma
+    };
+    return path == "rvv" && CanDo(configure);
+}
+
+#endif
 
 #else
 

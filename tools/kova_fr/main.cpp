@@ -41,6 +41,7 @@ Examples:
   kova-fr identify --threshold )" +
            kova_cli::ThresholdOfExamples() + R"( people.gallery somebody.jpg
   kova-fr eval --out result people/
+  kova-fr calibrate --out door.calibration visitors/
   kova-fr bench
   kova-fr compare --help)";
 }
@@ -96,6 +97,7 @@ int main(int count, char** arguments) {
         kova_cli::AddIdentifyCommand(program);
         kova_cli::AddGalleryCommand(program);
         kova_cli::AddEvalCommand(program);
+        kova_cli::AddCalibrateCommand(program);
         kova_cli::AddBenchCommand(program);
         kova_cli::AddInfoCommand(program);
         return Run(program, count, arguments);

@@ -31,6 +31,9 @@ class Strength:
     cutout: float = 0.3  # share of pictures
     corners: float = 0.0  # each corner of the box moves on its own: of the box, at most
     coarse: float = 0.0  # share of pictures that were smaller and were enlarged
+    covers: float = 0.0  # share of pictures with a mask, fingers or a dark band before the face
+    motion: float = 0.0  # share of pictures blurred along a line
+    mixed: float = 0.0  # share of pictures that take over how strong another's broad structure is
 
     def scaled(self, factor):
         return Strength(**{name: factor * value for name, value in vars(self).items()})
@@ -42,8 +45,12 @@ class Strength:
 
 
 class Augmenter:
-    def __init__(self, strength, device="cpu", seed=0):
+    def __init__(self, strength, device="cpu", seed=0, natural=None):
+        """`natural`: pictures [n, 96, 96] in 0 to 1 without faces, whose broad structure is mixed in."""
         self.strength = strength
+        self.natural = None
+        if natural is not None:
+            self.natural = torch.fft.rfft2(torch.from_numpy(natural).to(device)).abs()
         self.device = torch.device(device)
         self.generator = torch.Generator(self.device).manual_seed(seed)
 
@@ -125,6 +132,77 @@ class Augmenter:
         level = 0.5 + 0.5 * self._uniform(n)
         return torch.where(covered, level[:, None, None], x)
 
+    def _mix(self, x):
+        """Low frequencies take over a part of another picture's amplitudes and keep their places."""
+        if self.natural is None or not self.strength.mixed:
+            return x
+        chosen = self._happens(len(x), self.strength.mixed).nonzero().flatten()
+        n = len(chosen)
+        other = self.natural[
+            torch.randint(len(self.natural), (n,), generator=self.generator, device=self.device)
+        ]
+        own = torch.fft.rfft2(x[chosen])
+        down = torch.fft.fftfreq(CROP, 1 / CROP, device=self.device).abs()
+        along = torch.arange(CROP // 2 + 1, device=self.device)
+        reach = 2 + 4 * self._uniform(n).abs()
+        low = torch.maximum(down[:, None], along[None])[None] <= reach[:, None, None]
+        low[:, 0, 0] = False  # brightness has changes of its own
+        share = 0.7 * self._uniform(n).abs()[:, None, None] * low
+        size = own.abs()
+        # As strong in all as they were: the other's contrast stays where it is.
+        scale = (size * low).sum((1, 2)) / (other * low).sum((1, 2)).clamp(min=1e-6)
+        gain = 1 + share * (other * scale[:, None, None] / size.clamp(min=1e-6) - 1)
+        x[chosen] = torch.fft.irfft2(own * gain.clamp(max=6), s=(CROP, CROP))
+        return x
+
+    def _cover(self, x):
+        """Before a share of the faces: a mask over the lower half, a dark band over the eyes, or fingers."""
+        if not self.strength.covers:
+            return x
+        chosen = self._happens(len(x), self.strength.covers).nonzero().flatten()
+        n = len(chosen)
+        line = (torch.arange(CROP, device=self.device) + 0.5) / CROP - 0.5
+        right, down = line[None, None, :], line[None, :, None]
+        turn = 0.15 * self._uniform(n)[:, None, None]
+        along, across = right + turn * down, down - turn * right
+        kind = torch.rand(n, generator=self.generator, device=self.device)[:, None, None]
+        size = self._uniform(n)[:, None, None]
+        place = self._uniform(n)[:, None, None]
+        mask = (across > 0.07 + 0.08 * place + 0.5 * along.square()) & (along.abs() < 0.36 + 0.06 * size)
+        band = (across + 0.15 + 0.04 * place).abs() < 0.09 + 0.03 * size
+        # Fingers: stripes side by side across a part of the face, from one side.
+        angle = math.pi * self._uniform(n)[:, None, None]
+        ahead = right * torch.cos(angle) + down * torch.sin(angle)
+        aside = down * torch.cos(angle) - right * torch.sin(angle)
+        width = 0.075 + 0.02 * size
+        stripe = (aside - 0.25 * place) / width
+        fingers = (ahead > -0.05 + 0.25 * size) & (stripe.abs() < 2)
+        level = 0.5 + 0.45 * self._uniform(n)[:, None, None]
+        rounded = 0.75 + 0.25 * torch.cos(2 * math.pi * stripe)
+        slope = 1 + 0.4 * self._uniform(n)[:, None, None] * right + 0.3 * down * size
+        flat, dark = level * slope, 0.25 * level
+        some = x[chosen]
+        masked = torch.where(mask, flat, some)
+        banded = torch.where(band, dark + 0.15 * some, some)
+        handed = torch.where(fingers, flat * rounded, some)
+        x[chosen] = torch.where(kind < 0.4, masked, torch.where(kind < 0.65, banded, handed))
+        return x
+
+    def _move(self, x):
+        """Blurs a share of the pictures along one of four directions."""
+        if not self.strength.motion:
+            return x
+        chosen = self._happens(len(x), self.strength.motion).nonzero().flatten()
+        for part, (dx, dy) in zip(chosen.tensor_split(4), ((1, 0), (0, 1), (1, 1), (1, -1))):
+            if len(part):
+                reach = int(torch.randint(1, 4, (1,), generator=self.generator, device=self.device))
+                padded = F.pad(x[part].unsqueeze(1), (3, 3, 3, 3), mode="replicate").squeeze(1)
+                shifts = range(-reach, reach + 1)
+                x[part] = sum(
+                    padded[:, 3 + i * dy : 3 + i * dy + CROP, 3 + i * dx : 3 + i * dx + CROP] for i in shifts
+                ) / len(shifts)
+        return x
+
     @torch.no_grad()
     def __call__(self, pictures):
         """uint8 [n, 128, 128] -> the network's input [n, 1, 96, 96]."""
@@ -133,7 +211,8 @@ class Augmenter:
         grid = F.affine_grid(self._box(n), [n, 1, CROP, CROP], align_corners=False)
         grid = self._bend(grid)
         x = F.grid_sample(x, grid, padding_mode="border", align_corners=False).squeeze(1)
-        x = self._coarsen(self._soften(self._light(x)))
+        x = self._cover(self._mix(x))
+        x = self._coarsen(self._move(self._soften(self._light(x))))
         spread = self.strength.noise * self._uniform(n).clamp(min=0)
         x = x + spread[:, None, None] * self._normal(n, CROP, CROP)
         x = self._cut(x).clamp_(0, 1)

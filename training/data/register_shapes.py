@@ -7,16 +7,22 @@ then steps towards the closest surface, each smoothed over the mesh. Every point
 thereby lies in a triangle of the other mesh, and takes over the triangle's components. Points that
 have no counterpart (the inside of the mouth, helper geometry of hair) follow their neighbours.
 
+Expressions go over in the same way, but for the lips: they touch, and what lies closest may be the other
+lip. There the closest place counts that drops with the jaw as far as the base mesh's own does.
+
 Writes, for `facegen --shapes`: points.npy (numbers of the base mesh's points), neutral.npy (where they
-lie on the neutral head) and components.npy (how each component moves them, in its deviation).
+lie on the neutral head), components.npy (how each component moves them, in its deviation), and
+expressions.npy with expressions.txt, one name a line (how each expression moves them at full strength).
 """
 import argparse
+import gzip
 import json
 from pathlib import Path
 
 import numpy as np
 
 LOWEST = 4.9  # decimetres: below, the base mesh stays as it is
+LOWER_TEETH = 19247  # the other head's first vertex of the lower row
 ASYMMETRIC_SHARE = 0.5  # half the asymmetry of scans comes from how people held their faces
 
 # Places of the base mesh, on the person's left or in the middle, and landmarks of the other mesh.
@@ -210,6 +216,87 @@ def spread(base, known, skin):
     return unknown, near, shares / shares.sum(1, keepdims=True)
 
 
+def read_target(path, count):
+    """How far a morph target moves each point."""
+    shift = np.zeros((count, 3))
+    for line in gzip.decompress(path.read_bytes()).decode().splitlines():
+        if line and not line.startswith("#"):
+            number, *values = line.split()
+            shift[int(number)] = [float(value) for value in values]
+    return shift
+
+
+def drop_of(shift):
+    """How far points drop with the jaw: 1 where most do."""
+    far = np.linalg.norm(shift, axis=1)
+    return far / np.quantile(far[far > 0.1 * far.max()], 0.9)
+
+
+def near_mouth(base):
+    """About the lips and the mouth's inside."""
+    return (np.abs(base[:, 0]) < 0.34) & (base[:, 1] > 6.35) & (base[:, 1] < 6.85) & (base[:, 2] > 1.0)
+
+
+def match_lips(queries, drop, points, points_drop):
+    """For each query the point that lies near it and drops with the jaw as it does."""
+    near = nearest(queries, points, 48)
+    far = np.linalg.norm(points[near] - queries[:, None], axis=2) / 0.03
+    other = (points_drop[near] - drop[:, None]) / 0.2
+    return near[np.arange(len(near)), (far**2 + other**2).argmin(1)]
+
+
+def carry_expressions(base, groups, moved, fitting, surface, triangles, scan_here, deltas, jaw, base_jaw, parts):
+    """How expressions move the base mesh's points; see the module's text."""
+    moves = np.zeros((len(deltas), len(base), 3), np.float32)
+    asked = np.flatnonzero(fitting)
+    triangle, shares, _ = surface.closest(moved[asked])
+    for corner in range(3):
+        moves[:, asked] += deltas[:, triangles[triangle, corner]] * shares[:, corner, None].astype(np.float32)
+    lips = np.flatnonzero(fitting & near_mouth(base))
+    outer = np.arange(parts["face"]["vertex_count"])
+    scan_drop = drop_of(deltas[jaw])
+    moves[:, lips] = deltas[:, outer[match_lips(moved[lips], drop_of(base_jaw)[lips], scan_here[outer], scan_drop[outer])]]
+
+    # Over the mesh, on which the lips meet at the mouth's corners alone: evened out, then carried inwards.
+    skin = groups["body"]
+    mesh = Mesh(skin, len(base))
+    on_skin = np.zeros(len(base), bool)
+    on_skin[np.unique(skin)] = True
+    carried = on_skin & (base[:, 1] > LOWEST - 0.4)
+    even = np.isin(np.arange(len(base)), lips)[:, None]
+    for move in moves:
+        for _ in range(2):
+            around, _ = mesh.mean_around(move, fitting.astype(float))
+            move[:] = np.where(even, 0.5 * move + 0.5 * around, move)
+        known = fitting.copy()
+        for _ in range(60):
+            around, weight = mesh.mean_around(move, known.astype(float))
+            inner = carried & ~fitting & (weight > 0)
+            move[inner] = around[inner]
+            known |= inner
+
+    # Teeth and the tongue as the other head's nearest teeth; eyeballs are turned by whoever draws them.
+    first, count = parts["teeth"]["first_vertex"], parts["teeth"]["vertex_count"]
+    upper = np.arange(first, LOWER_TEETH)
+    lower = np.arange(LOWER_TEETH, first + count)
+    for group, own in (("helper-upper-teeth", upper), ("helper-lower-teeth", lower), ("helper-tongue", lower)):
+        points = np.unique(groups[group])
+        moves[:, points] = deltas[:, own[nearest(moved[points], scan_here[own], 1)[:, 0]]]
+    still = np.unique(np.concatenate([groups[g].ravel() for g in ("helper-l-eye", "helper-r-eye")]))
+    rest = ~carried
+    for group in ("helper-upper-teeth", "helper-lower-teeth", "helper-tongue"):
+        rest[np.unique(groups[group])] = False
+    rest[still] = False
+    rest &= base[:, 1] > LOWEST
+    queries, sources = np.flatnonzero(rest), np.flatnonzero(fitting)
+    near = sources[nearest(base[queries], base[sources], 3)]
+    far = np.linalg.norm(base[near] - base[queries][:, None], axis=2)
+    weights = (1 / (far + 0.02) ** 2).astype(np.float32)
+    weights /= weights.sum(1, keepdims=True)
+    moves[:, queries] = sum(moves[:, near[:, i]] * weights[:, i, None] for i in range(3))
+    return moves
+
+
 def main():
     parser = argparse.ArgumentParser(
         prog="python3 -m training.data.register_shapes",
@@ -280,6 +367,14 @@ def main():
     helper = ~np.isin(unknown, np.unique(skin))
     moved[unknown[helper]] = base[unknown[helper]] + far_shift[helper]
 
+    moves = load("expression_deltas").astype(np.float32) * (load("expression_scales") / 10)[:, None, None]
+    expressions = json.loads((args.shapes / "names.json").read_text())["expressions"]
+    base_jaw = read_target(args.assets / "targets/expression/units/caucasian/mouth-open.target.gz", len(base))
+    moves = carry_expressions(
+        base, groups, moved, fitting, surface, triangles, scan_here, moves,
+        expressions.index("jawOpen"), base_jaw, parts,
+    )  # fmt: skip
+
     # Eyeballs move as a whole and keep their form.
     for side, points in eyes.items():
         middle, size = base[points].mean(0), np.linalg.norm(base[points] - base[points].mean(0), axis=1).max()
@@ -293,11 +388,14 @@ def main():
     neck = np.array([0.0, *(moved - base)[fitting & (base[:, 1] < 5.9)].mean(0)[1:]])
     moved = base + weight * (moved - base) + (1 - weight) * neck
     components *= weight.astype(np.float32)
+    moves *= weight.astype(np.float32)
     components[mirrored] *= ASYMMETRIC_SHARE
 
     np.save(args.out / "points.npy", kept.astype(np.int32))
     np.save(args.out / "neutral.npy", moved[kept].astype(np.float32))
     np.save(args.out / "components.npy", np.ascontiguousarray(components[:, kept]))
+    np.save(args.out / "expressions.npy", np.ascontiguousarray(moves[:, kept]))
+    (args.out / "expressions.txt").write_text("".join(f"{name}\n" for name in expressions))
     gap = np.linalg.norm(surface.closest(moved[asked])[2] - moved[asked], axis=1)
     print(
         f"{len(asked)} points on the other head, {len(kept)} in all, {len(names)} components of which "

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <tuple>
 
 #include "output/cutouts.h"
 #include "output/shards.h"
@@ -15,10 +16,10 @@ namespace {
 using facegen::Job;
 
 struct Options {
-    std::string assets, shapes;
-    float scannedShare = 0.5f;
+    std::string assets, shapes, lights;
+    float scannedShare = 0.5f, hairless = 0.12f, drawnBrows = 0.5f;
     Job job;
-    bool frames = false, bare = false;
+    bool frames = false, bare = false, broad = false;
 };
 
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* what) {
@@ -35,6 +36,22 @@ CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const ch
         ->capture_default_str()
         ->check(CLI::Range(0.0f, 1.0f))
         ->needs(shapes);
+    command
+        ->add_option("--lights", options.lights,
+                     "Folder with panoramas (*.hdr): light and background of many pictures")
+        ->check(CLI::ExistingDirectory);
+    CLI::Option* broad = command->add_flag(
+        "--broad", options.broad,
+        "Poses, expressions, covers, skins and brows as broad as before real cameras");
+    for (const auto& [flag, share, says] :
+         {std::tuple{"--hairless", &options.hairless, "Share of people without hair"},
+          std::tuple{"--drawn-brows", &options.drawnBrows,
+                     "Share of brows that are drawn strokes"}}) {
+        command->add_option(flag, *share, says)
+            ->capture_default_str()
+            ->check(CLI::Range(0.0f, 1.0f))
+            ->needs(broad);
+    }
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
         ->required()
@@ -88,6 +105,12 @@ int main(int argc, char** argv) {
         if (!options.shapes.empty()) {
             facegen::AddShapes(studio, options.shapes, options.scannedShare);
         }
+        if (!options.lights.empty()) {
+            studio.environments = facegen::LoadEnvironments(options.lights);
+        }
+        studio.broad = options.broad;
+        studio.hairless = options.hairless;
+        studio.drawnBrows = options.drawnBrows;
         studio.bare = options.bare;
         if (*crops || *frames) {
             options.job.view = *frames ? facegen::View::kFrame : facegen::View::kCrop;

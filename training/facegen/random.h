@@ -17,7 +17,8 @@ enum class Purpose : std::uint64_t {
     kBackground,
     kOccluder,
     kCamera,
-    kSpace
+    kSpace,
+    kBroad
 };
 
 // A small generator of our own, because the distributions of the standard library differ between

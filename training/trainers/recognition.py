@@ -7,13 +7,15 @@ from pathlib import Path
 import numpy as np
 import torch
 
-from ..data.augment import Augmenter, Strength, centre_crop
+from ..data.augment import CROP, Augmenter, Strength, centre_crop
+from ..data.panoramas import views
 from ..data.shards import PeopleSampler, open_pictures
 from ..evaluation import metrics
 from .losses import CosFace, contrastive, shared_direction
 from .trainer import Trainer, add_common_options
 
 VALIDATION_PEOPLE, VALIDATION_EACH, VALIDATION_BATCH = 150, 8, 64
+NATURAL_PICTURES = 512
 CENTRE_PICTURES = 2  # of a person, whose mean feature its class centre starts at
 FEATURES = 128
 
@@ -42,6 +44,10 @@ def argument_parser(program, description, views, rate):
     add("--box-jitter", type=float, default=1.0, help="further factor on box errors (%(default)s)")
     add("--corners", type=float, default=0.0, help="four-corner warp, share of the box (%(default)s)")
     add("--coarse", type=float, default=0.0, help="share of pictures taken down and up (%(default)s)")
+    add("--covers", type=float, default=0.0, help="share with a mask, fingers or a band (%(default)s)")
+    add("--motion", type=float, default=0.0, help="share blurred along a line (%(default)s)")
+    add("--mixed", type=float, default=0.0, help="share with broad structure of natural pictures (%(default)s)")
+    add("--natural", type=Path, help="folder with panoramas (*.hdr), the natural pictures")
     add_common_options(add)
     return parser
 
@@ -66,9 +72,14 @@ class RecognitionTrainer(Trainer):
         )
         if not self.sampler.index:
             raise SystemExit(f"no people with two or more pictures in {' '.join(args.data)}")
-        strength = Strength(corners=args.corners, coarse=args.coarse)
+        if args.mixed and not args.natural:
+            raise SystemExit("--mixed needs --natural")
+        strength = Strength(
+            corners=args.corners, coarse=args.coarse, covers=args.covers, motion=args.motion, mixed=args.mixed
+        )
         strength = strength.scaled(args.jitter).with_box(args.box_jitter)
-        self.augmenter = Augmenter(strength, self.device, args.seed)
+        natural = views(args.natural, NATURAL_PICTURES, CROP) if args.natural else None
+        self.augmenter = Augmenter(strength, self.device, args.seed, natural)
         self.classes = CosFace(FEATURES).to(self.device)
 
     def to_input(self, x):

@@ -17,6 +17,7 @@ const Routines kAmxRoutines{
     .flipSign = avx512vnni::FlipSigns,
     .add = avx512vnni::Add,
     .convolve3x3 = amx::Convolve3x3,
+    .convolvePlane = avx512vnni::ConvolvePlane,
 };
 
 } // namespace orvo

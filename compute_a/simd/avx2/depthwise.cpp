@@ -13,11 +13,6 @@
 namespace orvo {
 namespace {
 
-inline __m256i WeightPair(int first, int second) {
-    return _mm256_set1_epi32(static_cast<int>(static_cast<uint32_t>(first & 0xFFFF) |
-                                              static_cast<uint32_t>(second) << 16));
-}
-
 struct DepthwiseFilter {
     // Weights of pairs of values of one row, by row; of the pairs of two rows; and of the last row
     // alone.
@@ -26,17 +21,21 @@ struct DepthwiseFilter {
     __m256i bias, shift, lowest;
 
     DepthwiseFilter(const int8_t* w, int32_t biasOfChannel, const DepthwisePlanes& p)
-        : evenBlend(WeightPair(w[2], w[5])),
-          oddBlend(WeightPair(w[3], w[0])),
-          evenLast(WeightPair(w[8], 0)),
-          oddLast(WeightPair(0, w[6])),
-          bias(_mm256_set1_epi32(biasOfChannel)),
+        : bias(_mm256_set1_epi32(biasOfChannel)),
           shift(_mm256_set1_epi32(static_cast<int>(p.shift))),
           lowest(_mm256_set1_epi8(p.lowest)) {
+        // The last row's from a byte before on, so that nothing is read behind it.
+        const __m128i words[3] = {_mm_cvtepi8_epi16(Load4(w)), _mm_cvtepi8_epi16(Load4(w + 3)),
+                                  _mm_cvtepi8_epi16(_mm_srli_epi32(Load4(w + 5), 8))};
         for (size_t row = 0; row < 3; ++row) {
-            even[row] = WeightPair(w[3 * row], w[3 * row + 1]);
-            odd[row] = WeightPair(w[3 * row + 1], w[3 * row + 2]);
+            even[row] = _mm256_broadcastd_epi32(words[row]);
+            odd[row] = _mm256_broadcastd_epi32(_mm_srli_si128(words[row], 2));
         }
+        evenBlend =
+            _mm256_broadcastd_epi32(_mm_srli_si128(_mm_unpacklo_epi16(words[0], words[1]), 8));
+        oddBlend = _mm256_broadcastd_epi32(_mm_unpacklo_epi16(words[1], words[0]));
+        evenLast = _mm256_broadcastd_epi32(_mm_srli_si128(words[2], 4));
+        oddLast = _mm256_broadcastd_epi32(_mm_slli_epi32(words[2], 16));
     }
 };
 

@@ -29,6 +29,7 @@ const Routines kAvx2Routines{
     .rectify = avx2::Rectify,
     .flipSign = plain::FlipSign,
     .add = avx2::Add,
+    .convolvePlane = avx2::ConvolvePlane,
 };
 
 } // namespace orvo

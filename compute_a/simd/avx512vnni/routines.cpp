@@ -14,6 +14,7 @@ const Routines kAvx512VnniRoutines{
     .rectify = avx512vnni::Rectify,
     .flipSign = avx512vnni::FlipSigns,
     .add = avx512vnni::Add,
+    .convolvePlane = avx512vnni::ConvolvePlane,
 };
 
 } // namespace orvo

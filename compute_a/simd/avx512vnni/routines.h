@@ -9,6 +9,7 @@ namespace orvo {
 namespace avx512vnni {
 
 void Multiply(const MatrixProduct& product);
+bool ConvolvePlane(const PlaneConvolution& convolution);
 void Depthwise(const DepthwisePlanes& planes);
 int32_t Dot(const int8_t* a, const int8_t* b, size_t count);
 void MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst);

@@ -4,11 +4,15 @@
 // three rows' products where the weights allow it, one row's otherwise.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/plain/routines.h"
+#if !defined(__aarch64__)
+#include "compute_a/simd/neon/strips_32.h"
+#endif
 
 namespace orvo {
 namespace {
@@ -46,7 +50,7 @@ struct Columns8 {
         return vreinterpret_s8_u8(vclt_u8(vld1_u8(kColumnNumbers), end));
     }
     static Vector Max(Vector a, Vector b) { return vmax_s8(a, b); }
-    static Vector Narrow(const int16x8_t sums[kHalves]) { return vqmovn_s16(sums[0]); }
+    static Vector TopBytes(const int16x8_t words[kHalves]) { return vshrn_n_s16(words[0], 8); }
     // The columns to the left and to the right, zeros outside.
     static Vector Left(Vector v) {
         return vreinterpret_s8_u64(vshl_n_u64(vreinterpret_u64_s8(v), 8));
@@ -75,7 +79,7 @@ struct Columns8 {
 
 #if defined(__aarch64__)
 
-// Strips of sixteen, for which 32-bit ARM has too few registers.
+// Strips of sixteen, for which 32-bit ARM has too few registers unless they are placed by hand.
 struct Columns16 {
     using Vector = int8x16_t;
     static constexpr size_t kCount = 16;
@@ -89,7 +93,9 @@ struct Columns16 {
         return vreinterpretq_s8_u8(vcltq_u8(vld1q_u8(kColumnNumbers), end));
     }
     static Vector Max(Vector a, Vector b) { return vmaxq_s8(a, b); }
-    static Vector Narrow(const int16x8_t sums[kHalves]) { return NarrowPair(sums[0], sums[1]); }
+    static Vector TopBytes(const int16x8_t words[kHalves]) {
+        return vuzp2q_s8(vreinterpretq_s8_s16(words[0]), vreinterpretq_s8_s16(words[1]));
+    }
     static Vector Left(Vector v) { return vextq_s8(vdupq_n_s8(0), v, 15); }
     static Vector Right(Vector v) { return vextq_s8(v, vdupq_n_s8(0), 1); }
     static constexpr size_t kLoadedBefore = 1;
@@ -106,12 +112,6 @@ struct Columns16 {
         return Half == 0 ? vmlal_s8(sum, vget_low_s8(v), vget_low_s8(w)) : vmlal_high_s8(sum, v, w);
     }
 };
-
-using WideColumns = Columns16;
-
-#else
-
-using WideColumns = Columns8;
 
 #endif
 
@@ -150,34 +150,75 @@ inline FilterTotals TotalsOf(const int8_t* weights) {
             vgetq_lane_u64(totals, 1)};
 }
 
-// Filters whose sum is made of two of 16 bits, one of the outer rows and one of the middle row, the
-// bias's lowest bit in the former. Half their sum, rounded down, is one instruction; half the rest
-// of the bias is added to it, and a shift by one less than asked for is all that is left to do.
-// Where the last addition saturates, so does the output, since no more than eight further bits are
-// shifted out. Register plan of 32-bit ARM: 9 half vectors of weights, 3 of a row, 5 vectors of
-// sums, 4 of constants. Six rows of 8 columns take 140 to 146 instructions there, widened 209 to
-// 217.
-struct HalvedSums {
+// How far a sum of 16 bits is shifted left, with saturation, until its top byte is the output.
+inline int16_t TopByteShiftOfWord(uint32_t shift) {
+    return static_cast<int16_t>(8 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
+}
+
+// Whether a sum of 16 bits holds the products and the bias.
+inline bool HoldsBias(uint64_t totalWeight, int32_t bias) {
+    return 128 * totalWeight + static_cast<uint64_t>(std::abs(int64_t{bias})) <= INT16_MAX;
+}
+
+// Filters whose sum fits 16 bits.
+struct OneSum {
     static bool Take(const Filter& f) {
         const FilterTotals totals = TotalsOf(f.weights);
-        return totals.outer <= kMostWeight && totals.middle <= kMostWeight && f.shift >= 1 &&
-               f.shift <= 9 && f.bias >= 2 * INT16_MIN && f.bias <= 2 * INT16_MAX + 1;
+        return HoldsBias(totals.outer + totals.middle, f.bias);
     }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift); }
 
     struct Constants {
-        int16x8_t lowestBit, halfBias, shiftCount;
+        int16x8_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
-            : lowestBit(vdupq_n_s16(static_cast<int16_t>(f.bias & 1))),
-              halfBias(vdupq_n_s16(static_cast<int16_t>(f.bias >> 1))),
-              shiftCount(vdupq_n_s16(static_cast<int16_t>(1 - static_cast<int32_t>(f.shift)))) {}
+            : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
+    };
+
+    int16x8_t sum;
+
+    void Start(const Constants& constants) { sum = constants.bias; }
+    template <class Columns, size_t Half>
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3]) {
+        sum = MultiplyAddRow<Columns, Half>(sum, row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
+        sum = MultiplyAddRow<Columns, Half>(sum, row, weights);
+    }
+    template <class Columns, size_t Half>
+    void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
+        sum = MultiplyAddRow<Columns, Half>(sum, row, weights);
+    }
+    int16x8_t TopByteWords(const Constants& constants) const {
+        return vqshlq_s16(sum, constants.shiftCount);
+    }
+};
+
+// Filters whose sum is made of two of 16 bits, one of the bias and the outer rows and one of the
+// middle row: half of it, rounded down, is one instruction, and a bit less is left to shift out.
+struct TwoSums {
+    static bool Take(const Filter& f) {
+        const FilterTotals totals = TotalsOf(f.weights);
+        return HoldsBias(totals.outer, f.bias) && totals.middle <= kMostWeight && f.shift >= 1;
+    }
+    static int16_t TopByteShift(uint32_t shift) { return TopByteShiftOfWord(shift - 1); }
+
+    struct Constants {
+        int16x8_t bias, shiftCount;
+
+        explicit Constants(const Filter& f)
+            : bias(vdupq_n_s16(static_cast<int16_t>(f.bias))),
+              shiftCount(vdupq_n_s16(TopByteShift(f.shift))) {}
     };
 
     int16x8_t outer, middle;
 
+    void Start(const Constants& constants) { outer = constants.bias; }
     template <class Columns, size_t Half>
-    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
-        outer = MultiplyAddRow<Columns, Half>(constants.lowestBit, row, weights);
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3]) {
+        outer = MultiplyAddRow<Columns, Half>(outer, row, weights);
     }
     template <class Columns, size_t Half>
     void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
@@ -187,25 +228,53 @@ struct HalvedSums {
     void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
         outer = MultiplyAddRow<Columns, Half>(outer, row, weights);
     }
-    int16x8_t Shifted(const Constants& constants) const {
-        const int16x8_t half = vqaddq_s16(vhaddq_s16(outer, middle), constants.halfBias);
-        return vshlq_s16(half, constants.shiftCount);
+    int16x8_t TopByteWords(const Constants& constants) const {
+        return vqshlq_s16(vhaddq_s16(outer, middle), constants.shiftCount);
     }
 };
 
-// Any other filter, bias and shift: each row's sums are widened. The outer two products of a row
-// share a 16-bit sum, which only two weights of -128 could overflow.
-struct WidenedSums {
-    static bool Take(const Filter& f) {
-        const int8_t* w = f.weights;
+// The 16-bit sums of a row of the filter: one, where none of the rows has a total of more than it may
+// take, or one of the outer two products and one of the middle product. Only two weights of -128
+// could overflow that of two.
+struct WholeRows {
+    static bool Take(const int8_t* weights) {
+        for (size_t i = 0; i < 9; i += 3) {
+            const int total =
+                std::abs(weights[i]) + std::abs(weights[i + 1]) + std::abs(weights[i + 2]);
+            if (total > static_cast<int>(kMostWeight)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        sums.Add(MultiplyRow<Columns, Half>(row, weights));
+    }
+};
+struct SplitRows {
+    static bool Take(const int8_t* weights) {
+        const int8_t* w = weights;
         return w[0] + w[2] != -256 && w[3] + w[5] != -256 && w[6] + w[8] != -256;
     }
+    template <class Columns, size_t Half, class Sums>
+    static void AddRow(const InputRow<Columns>& row, const Weight weights[3], Sums& sums) {
+        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
+        sums.Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
+        sums.Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+    }
+};
+
+// Any other filter, bias and shift: each row's sums are widened.
+template <class Rows>
+struct WidenedSums {
+    static bool Take(const Filter& f) { return Rows::Take(f.weights); }
 
     struct Constants {
         int32x4_t bias, shiftCount;
 
         explicit Constants(const Filter& f)
-            : bias(vdupq_n_s32(f.bias)), shiftCount(RightShiftCount(f.shift)) {}
+            : bias(vdupq_n_s32(f.bias)), shiftCount(TopByteShift(f.shift)) {}
     };
 
     int32x4_t low, high;
@@ -214,24 +283,23 @@ struct WidenedSums {
         low = vaddw_s16(low, vget_low_s16(products));
         high = vaddw_s16(high, vget_high_s16(products));
     }
+
+    void Start(const Constants& constants) { low = high = constants.bias; }
     template <class Columns, size_t Half>
-    void AddTop(const InputRow<Columns>& row, const Weight weights[3], const Constants& constants) {
-        low = high = constants.bias;
-        AddMiddle<Columns, Half>(row, weights);
+    void AddTop(const InputRow<Columns>& row, const Weight weights[3]) {
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddMiddle(const InputRow<Columns>& row, const Weight weights[3]) {
-        const int16x8_t left = Columns::template Multiply<Half>(row.left, weights[0]);
-        Add(Columns::template MultiplyAdd<Half>(left, row.right, weights[2]));
-        Add(Columns::template Multiply<Half>(row.centre, weights[1]));
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
     template <class Columns, size_t Half>
     void AddBottom(const InputRow<Columns>& row, const Weight weights[3]) {
-        AddMiddle<Columns, Half>(row, weights);
+        Rows::template AddRow<Columns, Half>(row, weights, *this);
     }
-    int16x8_t Shifted(const Constants& constants) const {
-        return NarrowPair(vshlq_s32(low, constants.shiftCount),
-                          vshlq_s32(high, constants.shiftCount));
+    int16x8_t TopByteWords(const Constants& constants) const {
+        return TopWords(vqshlq_s32(low, constants.shiftCount),
+                        vqshlq_s32(high, constants.shiftCount));
     }
 };
 
@@ -276,10 +344,17 @@ class FilterStrip {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const {
-        sums.half[0].template AddTop<Columns, 0>(row, weights_, constants_);
+    void Start(Sums& sums) const {
+#pragma GCC unroll 2
+        for (ColumnSums& half : sums.half) {
+            half.Start(constants_);
+        }
+    }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
+        sums.half[0].template AddTop<Columns, 0>(row, weights_);
         if constexpr (Columns::kHalves == 2) {
-            sums.half[1].template AddTop<Columns, 1>(row, weights_, constants_);
+            sums.half[1].template AddTop<Columns, 1>(row, weights_);
         }
     }
     void AddMiddle(const Row& row, Sums& sums) const {
@@ -296,12 +371,12 @@ class FilterStrip {
     }
 
     Vector Output(const Sums& sums) const {
-        int16x8_t shifted[Columns::kHalves];
+        int16x8_t words[Columns::kHalves];
 #pragma GCC unroll 2
         for (size_t half = 0; half < Columns::kHalves; ++half) {
-            shifted[half] = sums.half[half].Shifted(constants_);
+            words[half] = sums.half[half].TopByteWords(constants_);
         }
-        return Columns::Max(Columns::Narrow(shifted), lowest_);
+        return Columns::Max(Columns::TopBytes(words), lowest_);
     }
     static void Store(int8_t* to, Vector output) { Columns::Store(to, output); }
 
@@ -311,10 +386,59 @@ class FilterStrip {
     Vector lowest_, inside_;
 };
 
+#if defined(__aarch64__)
+
+template <class ColumnSums>
+using WideStrip = FilterStrip<Columns16, ColumnSums>;
+
+#else
+
+template <class ColumnSums, bool kTwo>
+struct AssemblyStrip {
+    static constexpr size_t kColumns = kColumns32;
+
+    template <Sides kSides>
+    static void Walk(const StripPlane& p, const Filter& f) {
+        Strip32 strip;
+        std::fill(strip.bias, strip.bias + kColumns, static_cast<int16_t>(f.bias));
+        std::memset(strip.edge, 0, kColumns);
+        if (kSides == Sides::kBoth) {
+            std::memset(strip.edge, -1, std::min(p.width, kColumns));
+        }
+        strip.shiftCount = ColumnSums::TopByteShift(f.shift);
+        strip.lowest = f.lowest;
+        std::memcpy(strip.weights, f.weights, sizeof strip.weights);
+        WalkStrip32<kSides, kTwo>(p, strip);
+    }
+};
+
+template <class ColumnSums>
+struct WideStripOf {
+    using Type = FilterStrip<Columns8, ColumnSums>;
+};
+template <>
+struct WideStripOf<OneSum> {
+    using Type = AssemblyStrip<OneSum, false>;
+};
+template <>
+struct WideStripOf<TwoSums> {
+    using Type = AssemblyStrip<TwoSums, true>;
+};
+
+template <class ColumnSums>
+using WideStrip = typename WideStripOf<ColumnSums>::Type;
+
+#endif
+
+template <class ColumnSums>
+void Convolve(const StripPlane& plane, const Filter& filter) {
+    ConvolvePlane<WideStrip<ColumnSums>, FilterStrip<Columns8, ColumnSums>>(plane, filter);
+}
+
 } // namespace
 
 void neon::Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kMinStripPlaneHeight) {
         plain::Depthwise(p);
         return;
     }
@@ -322,12 +446,14 @@ void neon::Depthwise(const DepthwisePlanes& p) {
     StripPlane at{p.src, nullptr, p.dst, p.width, p.height};
     for (size_t c = 0; c < p.channels; ++c, at.src += plane, at.dst += plane) {
         const Filter filter{p.weights + 9 * c, p.bias[c], p.shift, p.lowest};
-        if (HalvedSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, HalvedSums>, FilterStrip<Columns8, HalvedSums>>(
-                at, filter);
-        } else if (WidenedSums::Take(filter)) {
-            ConvolvePlane<FilterStrip<WideColumns, WidenedSums>,
-                          FilterStrip<Columns8, WidenedSums>>(at, filter);
+        if (OneSum::Take(filter)) {
+            Convolve<OneSum>(at, filter);
+        } else if (TwoSums::Take(filter)) {
+            Convolve<TwoSums>(at, filter);
+        } else if (WidenedSums<WholeRows>::Take(filter)) {
+            Convolve<WidenedSums<WholeRows>>(at, filter);
+        } else if (WidenedSums<SplitRows>::Take(filter)) {
+            Convolve<WidenedSums<SplitRows>>(at, filter);
         } else {
             plain::Depthwise({at.src, p.width, p.height, 1, filter.weights, &filter.bias, p.shift,
                               p.lowest, at.dst});

@@ -17,14 +17,6 @@ namespace { // nothing that a file for another instruction set could share
 // to 255 * 128 = 32640 at most.
 constexpr uint32_t kMostWeight = 255;
 
-// When sums of 16 bits that a group of channels adds its products in are widened.
-enum class Widen {
-    kStep,    // after each step of four rows
-    kPair,    // after two steps
-    kEnd,     // after the last: they take all rows
-    kProduct, // after each product: they cannot take even one step
-};
-
 // 32 bytes, as two vectors of 16 or four of 8: what 32-bit ARM loads and stores by one instruction,
 // and 64-bit ARM by one for two registers. Loading and storing move the address past them.
 #if defined(__aarch64__)
@@ -43,45 +35,9 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
     to += 32;
 }
 
-// Stores each pair of bytes four times; `to` moves past them.
-inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
-    const int8x16_t table = vcombine_s8(pairs, pairs);
-    const uint8x16_t first = vreinterpretq_u8_u64(
-        vcombine_u64(vcreate_u64(0x0100010001000100u), vcreate_u64(0x0302030203020302u)));
-    const uint8x16_t second = vaddq_u8(first, vdupq_n_u8(4));
-    Store32({{vqtbl1q_s8(table, first), vqtbl1q_s8(table, second)}}, to);
-}
-
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
     const int8x16_t limit = vdupq_n_s8(lowest);
     return {{vmaxq_s8(bytes.val[0], limit), vmaxq_s8(bytes.val[1], limit)}};
-}
-
-// Pixels 4 A to 4 A + 3 of `a`, rows 0 and 1 and rows 2 and 3, times vector B of the weights `b`.
-template <int A, int B>
-inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
-    return vmlal_high_s8(vmlal_s8(sum, vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
-                         b.val[B]);
-}
-template <int A, int B>
-inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
-    return vmlal_high_s8(vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B])), a.val[A],
-                         b.val[B]);
-}
-// The same of rows 0 and 1, and of rows 2 and 3.
-template <int A, int B>
-inline int16x8_t MultiplyFirst(const Bytes32& a, const Bytes32& b) {
-    return vmull_s8(vget_low_s8(a.val[A]), vget_low_s8(b.val[B]));
-}
-template <int A, int B>
-inline int16x8_t MultiplySecond(const Bytes32& a, const Bytes32& b) {
-    return vmull_high_s8(a.val[A], b.val[B]);
-}
-
-inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
-    vst1q_s8(to, vcombine_s8(vget_low_s8(rows01), vget_low_s8(rows23)));
-    vst1q_s8(to + 16, vcombine_s8(vget_high_s8(rows01), vget_high_s8(rows23)));
-    to += 32;
 }
 
 #else
@@ -113,62 +69,16 @@ inline void Store32(const Bytes32& bytes, int8_t*& to) {
 #endif
 }
 
-// GCC would move the first pair to a core register and back.
-inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
-    __asm__(
-        "vdup.16 d16, %P[pairs][0]\n\t"
-        "vdup.16 d17, %P[pairs][1]\n\t"
-        "vdup.16 d18, %P[pairs][2]\n\t"
-        "vdup.16 d19, %P[pairs][3]\n\t"
-        "vst1.8 {d16-d19}, [%[to]]!"
-        : [to] "+r"(to), "=m"(*reinterpret_cast<int8_t(*)[32]>(to))
-        : [pairs] "w"(pairs)
-        : "q8", "q9");
-}
-
 inline Bytes32 Max(const Bytes32& bytes, int8_t lowest) {
     const int8x8_t limit = vdup_n_s8(lowest);
     return {{vmax_s8(bytes.val[0], limit), vmax_s8(bytes.val[1], limit),
              vmax_s8(bytes.val[2], limit), vmax_s8(bytes.val[3], limit)}};
 }
 
-template <int A, int B>
-inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
-    return vmlal_s8(vmlal_s8(sum, a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
-}
-template <int A, int B>
-inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
-    return vmlal_s8(vmull_s8(a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
-}
-template <int A, int B>
-inline int16x8_t MultiplyFirst(const Bytes32& a, const Bytes32& b) {
-    return vmull_s8(a.val[A], b.val[2 * B]);
-}
-template <int A, int B>
-inline int16x8_t MultiplySecond(const Bytes32& a, const Bytes32& b) {
-    return vmull_s8(a.val[A + 2], b.val[2 * B + 1]);
-}
-
-// Rows interleaved by two, 8 pixels, in the order that suits these products; `to` moves past them.
-inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
-    vst1q_s8(to, rows01);
-    vst1q_s8(to + 16, rows23);
-    to += 32;
-}
-
 #endif
 
 // Saturates two vectors into the halves of one. GCC 12 would copy the second half to its place on
 // 32-bit ARM, where the halves are registers of their own.
-inline int16x8_t NarrowPair(int32x4_t low, int32x4_t high) {
-#if defined(__aarch64__)
-    return vqmovn_high_s32(vqmovn_s32(low), high);
-#else
-    int16x8_t narrow;
-    __asm__("vqmovn.s32 %e0, %q1\n\tvqmovn.s32 %f0, %q2" : "=&w"(narrow) : "w"(low), "w"(high));
-    return narrow;
-#endif
-}
 inline int8x16_t NarrowPair(int16x8_t low, int16x8_t high) {
 #if defined(__aarch64__)
     return vqmovn_high_s16(vqmovn_s16(low), high);
@@ -186,20 +96,27 @@ inline int32x4_t TopByteShift(uint32_t shift) {
     return vdupq_n_s32(24 - static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
 }
 
-// The vector shifts take the count of a right shift as a negative number, one a lane.
-inline int32x4_t RightShiftCount(uint32_t shift) {
-    return vdupq_n_s32(-static_cast<int32_t>(std::min<uint32_t>(shift, 31)));
+// The upper halves of eight numbers.
+inline int16x8_t TopWords(int32x4_t low, int32x4_t high) {
+    const int16x8_t lowWords = vreinterpretq_s16_s32(low);
+    const int16x8_t highWords = vreinterpretq_s16_s32(high);
+#if defined(__aarch64__)
+    return vuzp2q_s16(lowWords, highWords);
+#else
+    return vuzpq_s16(lowWords, highWords).val[1];
+#endif
 }
 
 // Eight finished sums.
 inline int8x8_t Requantise(int32x4_t low, int32x4_t high, int32x4_t shiftCount) {
-    const int16x8_t lowWords = vreinterpretq_s16_s32(vqshlq_s32(low, shiftCount));
-    const int16x8_t highWords = vreinterpretq_s16_s32(vqshlq_s32(high, shiftCount));
-#if defined(__aarch64__)
-    return vshrn_n_s16(vuzp2q_s16(lowWords, highWords), 8);
-#else
-    return vshrn_n_s16(vuzpq_s16(lowWords, highWords).val[1], 8);
-#endif
+    return vshrn_n_s16(TopWords(vqshlq_s32(low, shiftCount), vqshlq_s32(high, shiftCount)), 8);
+}
+
+// Whether no total is above kMostWeight.
+inline bool AllWithin(uint16x8_t weightTotals) {
+    static_assert(kMostWeight == 255);
+    const uint8x8_t above = vshrn_n_u16(weightTotals, 8);
+    return vget_lane_u64(vreinterpret_u64_u8(above), 0) == 0;
 }
 
 } // namespace

@@ -28,6 +28,7 @@ const Routines kNeonRoutines{
     .rectify = neon::Rectify,
     .flipSign = plain::FlipSign,
     .add = neon::Add,
+    .convolvePlane = neon::ConvolvePlane,
 };
 
 } // namespace orvo

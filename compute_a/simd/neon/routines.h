@@ -19,6 +19,7 @@ void MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t* dst);
 void Sample(const int8_t* src, const Planes& planes, int8_t* dst);
 void Rectify(const int8_t* src, int8_t* dst, size_t count);
 void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& shifts);
+bool ConvolvePlane(const PlaneConvolution& convolution);
 
 } // namespace neon
 } // namespace orvo

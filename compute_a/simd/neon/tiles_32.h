@@ -28,6 +28,14 @@
 namespace orvo {
 namespace {
 
+// When sums of 16 bits that a group of channels adds its products in are widened.
+enum class Widen {
+    kStep,    // after each step of four rows
+    kPair,    // after two steps
+    kEnd,     // after the last: they take all rows
+    kProduct, // after each product: they cannot take even one step
+};
+
 struct Tiles32 {
     const int8_t* values; // packed pixels, a tile after the other
     const void* group;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/neon/strips.h
+// Depthwise convolution with the dot-product instruction, in strips as compute_a/simd/strips.h
 // walks them.
 //
 // A vector of a row is four groups of four neighbours. The taps of a filter's row, before a zero,
@@ -10,7 +10,7 @@
 // narrows them undoes.
 #include <algorithm>
 
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
 #include "compute_a/simd/plain/routines.h"
@@ -72,7 +72,10 @@ class DotStrip16 {
           shiftCount_(f.shiftCount),
           lowest_(vdupq_n_s8(f.lowest)),
           firstColumns_(ColumnsFrom(-1, width)),
-          secondColumns_(ColumnsFrom(1, width)) {}
+          secondColumns_(ColumnsFrom(1, width)) {
+        // GCC would count its place from the stack pointer, row by row.
+        __asm__("" : "+r"(bias_));
+    }
 
     template <Sides kSides>
     static constexpr size_t LoadedBefore() {
@@ -93,10 +96,13 @@ class DotStrip16 {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const {
+    void Start(Sums& sums) const {
         const TwoVectors low = LoadTwo(bias_);
         const TwoVectors high = LoadTwo(bias_);
         sums = {{low.first, low.second, high.first, high.second}};
+    }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
         Add<0>(row, sums);
     }
     void AddMiddle(const Row& row, Sums& sums) const { Add<1>(row, sums); }
@@ -148,6 +154,7 @@ class DotStrip8 {
             vcombine_u64(vcreate_u64(0x04030201020100FFu), vcreate_u64(0x0807060506050403u)));
         fromFirst_ = OrOutside(columns, width);
         fromEighth_ = vaddq_u8(columns, vdupq_n_u8(kColumns));
+        __asm__("" : "+r"(bias_));
     }
 
     template <Sides kSides>
@@ -165,9 +172,12 @@ class DotStrip8 {
         }
     }
 
-    void AddTop(const Row& row, Sums& sums) const {
+    void Start(Sums& sums) const {
         const TwoVectors bias = LoadTwo(bias_);
         sums = {bias.first, bias.second};
+    }
+    void StartWithTop(const Row& row, Sums& sums) const {
+        Start(sums);
         Add<0>(row, sums);
     }
     void AddMiddle(const Row& row, Sums& sums) const { Add<1>(row, sums); }
@@ -197,7 +207,7 @@ class DotStrip8 {
 } // namespace
 
 void neon_dot::Depthwise(const DepthwisePlanes& p) {
-    if (p.width < kMinStripPlaneWidth || p.height < kStripRows) {
+    if (p.width < kMinStripPlaneWidth || p.height < kMinStripPlaneHeight) {
         plain::Depthwise(p);
         return;
     }

@@ -16,6 +16,7 @@
 
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
+#include "compute_a/simd/neon_dot/tiles.h"
 #include "compute_a/simd/plain/routines.h"
 
 namespace orvo {
@@ -127,63 +128,30 @@ void PackRest(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
         });
 }
 
-template <size_t Vectors>
-struct Pixels {
-    int8x16_t of[Vectors];
-};
-
-// One step of a tile by one load; `from` moves past it.
-template <size_t Vectors>
-inline Pixels<Vectors> LoadPixels(const int8_t*& from) {
-    Pixels<Vectors> pixels;
-    if constexpr (Vectors == kTileVectors) {
-        const int8x16x4_t loaded = vld1q_s8_x4(from);
-        pixels = {{loaded.val[0], loaded.val[1], loaded.val[2], loaded.val[3]}};
-    } else {
-        for (size_t v = 0; v < Vectors; ++v) {
-            pixels.of[v] = vld1q_s8(from + 16 * v);
-        }
-    }
-    from += 16 * Vectors;
-    return pixels;
-}
-
 // One step's products; `values` and `weights` move past it.
 template <size_t Vectors>
 inline void AddStep(const int8_t*& values, const int8_t*& weights,
                     int32x4_t sums[kGroup][Vectors]) {
     const int8x16_t w = vld1q_s8(weights);
     weights += 16;
-    const Pixels<Vectors> pixels = LoadPixels<Vectors>(values);
 #pragma GCC unroll 4
-    for (size_t v = 0; v < Vectors; ++v) {
-        sums[0][v] = vdotq_laneq_s32(sums[0][v], pixels.of[v], w, 0);
-        sums[1][v] = vdotq_laneq_s32(sums[1][v], pixels.of[v], w, 1);
-        sums[2][v] = vdotq_laneq_s32(sums[2][v], pixels.of[v], w, 2);
-        sums[3][v] = vdotq_laneq_s32(sums[3][v], pixels.of[v], w, 3);
+    for (size_t v = 0; v < Vectors; ++v, values += 16) {
+        const int8x16_t pixels = vld1q_s8(values);
+        sums[0][v] = vdotq_laneq_s32(sums[0][v], pixels, w, 0);
+        sums[1][v] = vdotq_laneq_s32(sums[1][v], pixels, w, 1);
+        sums[2][v] = vdotq_laneq_s32(sums[2][v], pixels, w, 2);
+        sums[3][v] = vdotq_laneq_s32(sums[3][v], pixels, w, 3);
     }
 }
 
-// The sums of a tile's four channels, bias included. Register plan: 16 of sums, 4 of pixels, 1 of
-// weights, whose lanes are the channels. A step's 256 products take 18 instructions, and its share
-// of the loop two. Starting, narrowing and storing a tile's sums take 40, where copies of the
-// biases and saturating narrowings, the plainer way, take 60.
+// The sums of four channels, bias included.
 template <size_t Vectors>
 inline void SumTile(const int8_t* values, const int8_t* weights, size_t steps,
                     const int32_t bias[kGroup][8], int32x4_t sums[kGroup][Vectors]) {
 #pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
-        if constexpr (Vectors == kTileVectors) {
-            const TwoVectors low = LoadTwo(bias[c]);
-            const TwoVectors high = LoadTwo(bias[c]);
-            sums[c][0] = low.first;
-            sums[c][1] = low.second;
-            sums[c][2] = high.first;
-            sums[c][3] = high.second;
-        } else {
-            for (size_t v = 0; v < Vectors; ++v) {
-                sums[c][v] = vld1q_s32(bias[c]);
-            }
+        for (size_t v = 0; v < Vectors; ++v) {
+            sums[c][v] = vld1q_s32(bias[c]);
         }
     }
     for (; steps >= 4; steps -= 4) {
@@ -213,8 +181,8 @@ inline int8x16_t RequantiseTile(const int32x4_t sums[Vectors], int32x4_t shiftCo
 }
 
 template <size_t Vectors>
-inline void MultiplyTile(const GroupWeights& group, const int8_t* values, size_t steps,
-                         size_t pixels, int8_t* dst) {
+inline void MultiplyRestOfTile(const GroupWeights& group, const int8_t* values, size_t steps,
+                               size_t pixels, int8_t* dst) {
     int32x4_t sums[kGroup][Vectors];
     SumTile<Vectors>(values, group.bytes, steps, group.bias, sums);
     const int32x4_t shiftCount = group.shiftCount;
@@ -222,13 +190,9 @@ inline void MultiplyTile(const GroupWeights& group, const int8_t* values, size_t
     for (size_t i = 0; i < kGroup; ++i) {
         const size_t c = kGroup - 1 - i;
         const int8x16_t outputs = RequantiseTile<Vectors>(sums[c], shiftCount);
-        if (pixels == kTilePixels) {
-            vst1q_s8(dst + group.start[c], outputs);
-        } else {
-            int8_t last[kTilePixels];
-            vst1q_s8(last, outputs);
-            std::memcpy(dst + group.start[c], last, pixels);
-        }
+        int8_t last[kTilePixels];
+        vst1q_s8(last, outputs);
+        std::memcpy(dst + group.start[c], last, pixels);
     }
 }
 
@@ -286,15 +250,16 @@ class DotProduct {
     }
 
     void MultiplyTiles(const ChannelGroup&, const Slab& slab) const {
-        const int8_t* values = p_.scratch;
-        int8_t* dst = p_.dst + slab.first;
-        const size_t steps = steps_;
-        // GCC would count the places of the biases from the stack pointer, each by itself.
-        const GroupWeights* group = &weights_;
-        __asm__("" : "+r"(group));
-        for (size_t tile = 0; tile < slab.tiles; ++tile, dst += kTilePixels) {
-            MultiplyTile<kTileVectors>(*group, values, steps, kTilePixels, dst);
-            values += steps * kTileVectors * 16;
+        if (slab.tiles > 0) {
+            int8_t* const dst = p_.dst + slab.first;
+            const size_t* start = weights_.start;
+            MultiplyDotTiles({p_.scratch,
+                              weights_.bytes,
+                              weights_.bias,
+                              steps_,
+                              slab.tiles,
+                              weights_.shiftCount,
+                              {dst + start[0], dst + start[1], dst + start[2], dst + start[3]}});
         }
     }
 
@@ -303,13 +268,13 @@ class DotProduct {
         int8_t* dst = p_.dst + slab.first + slab.tiles * kTilePixels;
         switch (VectorsOf(slab.rest)) {
             case 1:
-                return MultiplyTile<1>(weights_, values, steps_, slab.rest, dst);
+                return MultiplyRestOfTile<1>(weights_, values, steps_, slab.rest, dst);
             case 2:
-                return MultiplyTile<2>(weights_, values, steps_, slab.rest, dst);
+                return MultiplyRestOfTile<2>(weights_, values, steps_, slab.rest, dst);
             case 3:
-                return MultiplyTile<3>(weights_, values, steps_, slab.rest, dst);
+                return MultiplyRestOfTile<3>(weights_, values, steps_, slab.rest, dst);
             case 4:
-                return MultiplyTile<4>(weights_, values, steps_, slab.rest, dst);
+                return MultiplyRestOfTile<4>(weights_, values, steps_, slab.rest, dst);
             default:
                 return;
         }

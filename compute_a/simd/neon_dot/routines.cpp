@@ -24,6 +24,7 @@ const Routines kNeonDotRoutines{
     .rectify = neon::Rectify,
     .flipSign = plain::FlipSign,
     .add = neon::Add,
+    .convolvePlane = neon::ConvolvePlane,
 };
 
 } // namespace orvo

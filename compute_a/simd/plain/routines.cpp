@@ -14,6 +14,7 @@ const Routines kPlainRoutines{
     .rectify = plain::Rectify,
     .flipSign = plain::FlipSign,
     .add = plain::Add,
+    .convolvePlane = plain::ConvolvePlane,
 };
 
 } // namespace orvo

@@ -63,18 +63,35 @@ struct GroupWeights {
     int32_t bias[kGroup];
 };
 
-void LoadGroup(const MatrixProduct& p, const ChannelGroup& from, GroupWeights& group) {
+// A whole group has the four weights of a row side by side: two rows' become a step's pairs.
+void LoadWholeGroup(const int8_t* weights, size_t inner, GroupWeights& group) {
+    const auto store = [&](size_t step, Vector rows) {
+        const Vector words = wasm_i16x8_extend_low_i8x16(rows);
+        wasm_v128_store(group.pairs[step],
+                        wasm_i16x8_shuffle(words, words, 0, 4, 1, 5, 2, 6, 3, 7));
+    };
+    const size_t steps = inner / kStepRows;
+    for (size_t step = 0; step < steps; ++step, weights += kStepRows * kGroup) {
+        store(step, wasm_v128_load64_zero(weights));
+    }
+    if (inner % kStepRows != 0) {
+        store(steps, wasm_v128_load32_zero(weights));
+    }
+}
+
+// A leftover channel has its weights alone.
+void LoadChannels(const MatrixProduct& p, const ChannelGroup& from, GroupWeights& group) {
     std::memset(group.pairs, 0, (p.inner + 1) / kStepRows * sizeof group.pairs[0]);
-    // A channel of a whole group has its weights among those of the others, a leftover one alone.
-    const bool isWhole = from.channels == kGroup;
-    const size_t channelBytes = isWhole ? 1 : p.groupBytes;
-    const size_t rowBytes = isWhole ? kGroup : 1;
-    for (size_t k = 0; k < p.inner; ++k) {
-        for (size_t c = 0; c < from.channels; ++c) {
-            group.pairs[k / kStepRows][c][k % kStepRows] =
-                from.weights[c * channelBytes + k * rowBytes];
+    for (size_t c = 0; c < from.channels; ++c) {
+        for (size_t k = 0; k < p.inner; ++k) {
+            group.pairs[k / kStepRows][c][k % kStepRows] = from.weights[c * p.groupBytes + k];
         }
     }
+}
+
+void LoadGroup(const MatrixProduct& p, const ChannelGroup& from, GroupWeights& group) {
+    from.channels == kGroup ? LoadWholeGroup(from.weights, p.inner, group)
+                            : LoadChannels(p, from, group);
     for (size_t c = 0; c < kGroup; ++c) {
         group.bias[c] = c < from.channels ? p.bias[from.first + c] : 0;
     }
@@ -102,8 +119,8 @@ inline TileBytes MultiplyTile(const int8_t* values, const GroupWeights& group, s
     }
     Vector words[kGroup];
     for (size_t c = 0; c < kGroup; ++c) {
-        words[c] = wasm_i16x8_narrow_i32x4(wasm_i32x4_shr(sums[c][0], shift),
-                                           wasm_i32x4_shr(sums[c][1], shift));
+        words[c] =
+            wasm_i16x8_narrow_i32x4(ShiftRight(sums[c][0], shift), ShiftRight(sums[c][1], shift));
     }
     return {wasm_i8x16_narrow_i16x8(words[0], words[1]),
             wasm_i8x16_narrow_i16x8(words[2], words[3])};

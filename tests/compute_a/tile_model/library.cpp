@@ -22,6 +22,8 @@ void Multiply(const MatrixProduct& product) {
     ++products;
     kPlainRoutines.multiply(product);
 }
+// The model is of the tiles, which are for more than one plane, or for bytes.
+bool ConvolvePlane(const PlaneConvolution&) { return false; }
 void Depthwise(const DepthwisePlanes& planes) { kPlainRoutines.depthwise(planes); }
 int32_t Dot(const int8_t* a, const int8_t* b, size_t count) {
     return kPlainRoutines.dot(a, b, count);

@@ -2,6 +2,7 @@
 // kova-fr under a limit of the address space (ulimit -v).
 #include <gtest/gtest.h>
 
+#include "gallery_files.h"
 #include "program.h"
 
 namespace kova_fr_test {
@@ -37,6 +38,23 @@ TEST(AddressLimit, ComparesOrSaysThatMemoryLacksUnderEveryLimitInWhichItStarts) 
         EXPECT_LT(limit, enough) << run.err;
         EXPECT_EQ(run.status, 1) << limit << ": " << run.err;
         EXPECT_NE(run.err.find("memory"), std::string::npos) << limit << ": " << run.err;
+    }
+}
+
+// 51 MB of features in a few more than the program starts in.
+TEST(AddressLimit, IdentifiesInAGalleryThatIsLargerThanTheMemory) {
+    const TempFolder folder;
+    const std::string gallery = folder / "g";
+    const std::string picture = "'" ORVO_SAMPLES "/ira-1.png'";
+    ASSERT_EQ(Shell("\"$KOVA_FR\" enroll " + gallery + " ira " + picture).status, 0);
+    const std::string models = ReadFile(gallery).substr(16, 32);
+    const Entries entries = RandomEntries(100'000, 1);
+    for (const std::string& bytes : {Version2File(models, BlocksOf(entries), entries.names.size()),
+                                     Version1File(models, entries)}) {
+        WriteFile(gallery, bytes);
+        const Outcome run = Under(Least() + 16 * 1024, "identify " + gallery + " " + picture);
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_NE(run.out.find("name "), std::string::npos);
     }
 }
 

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 // enroll, identify and gallery.
 #include <gtest/gtest.h>
-#include <openssl/sha.h>
 
-#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "orvo/orvo_fr.h"
+#include "gallery_files.h"
 #include "picture_files.h"
 #include "program.h"
 
@@ -177,15 +175,13 @@ TEST_F(Galleries, OtherFilesAreNoGalleries) {
 }
 
 // One that is whole, but whose features come from other models: their digest is changed, and the
-// digest of the file fits again.
+// checksum of the header fits again.
 TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
     Enroll("a", {pictures_[0]});
     std::string bytes = ReadFile(gallery_);
-    constexpr size_t kModels = 24;
+    constexpr size_t kModels = 16;
     bytes[kModels] = static_cast<char>(bytes[kModels] ^ 1);
-    auto* data = reinterpret_cast<uint8_t*>(bytes.data());
-    const size_t content = bytes.size() - SHA256_DIGEST_LENGTH;
-    SHA256(data, content, data + content);
+    SealVersion2(bytes);
     WriteFile(gallery_, bytes);
 
     ExpectRefusal(KovaFr({"identify", gallery_, pictures_[0]}), kFailure, "other models");
@@ -193,6 +189,43 @@ TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
     ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "other models");
     EXPECT_EQ(ReadFile(gallery_), bytes);
     ExpectNothingLeftBehind();
+}
+
+// As an earlier program left it.
+TEST_F(Galleries, OfVersion1AreSearchedListedAndChanged) {
+    Enroll("models", {pictures_[0]});
+    const std::string models = ReadFile(gallery_).substr(16, 32);
+    Entries entries = RandomEntries(3, 1);
+    entries.features[1] = FeatureOf(pictures_[1]);
+    const std::string old = Version1File(models, entries);
+    WriteFile(gallery_, old);
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
+    EXPECT_EQ(found["features"], 3);
+    EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], "name 1");
+    const auto names = [this] {
+        return json::parse(Output({"gallery", "--json", gallery_}))["names"].size();
+    };
+    EXPECT_EQ(names(), 3u);
+    EXPECT_EQ(ReadFile(gallery_), old);
+    Enroll("new", {pictures_[2]});
+    EXPECT_EQ(names(), 4u);
+    entries.features.push_back(FeatureOf(pictures_[2]));
+    entries.names.push_back("new");
+    EXPECT_EQ(ReadFile(gallery_), Version2File(models, BlocksOf(entries), 4));
+}
+
+TEST_F(Galleries, ComeThroughPipes) {
+    Enroll("zero", {pictures_[0]});
+    Enroll("one", {pictures_[1]});
+    const std::string file = Output({"identify", gallery_, pictures_[1]});
+    const Outcome piped =
+        Shell("cat " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+    EXPECT_EQ(piped.out, file) << piped.err;
+    const Outcome cut =
+        Shell("head -c 900 " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+    ExpectRefusal(cut, kFailure, "cut short");
+    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]), kFailure,
+                  "is no gallery");
 }
 
 TEST_F(Galleries, AnUnusablePictureAddsNothing) {

@@ -13,6 +13,7 @@ void AddEnrollCommand(CLI::App& program);
 void AddIdentifyCommand(CLI::App& program);
 void AddGalleryCommand(CLI::App& program);
 void AddEvalCommand(CLI::App& program);
+void AddCalibrateCommand(CLI::App& program);
 void AddBenchCommand(CLI::App& program);
 void AddInfoCommand(CLI::App& program);
 

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "calibration/calibration_file.h"
+#include "calibration/calibration_words.h"
 #include "commands/commands.h"
 #include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
@@ -13,6 +15,18 @@ namespace kova_cli {
 namespace {
 
 using Table = std::vector<std::vector<float>>;
+
+struct CompareOptions {
+    FaceOptions faces;
+    std::string calibrationPath; // empty: none
+};
+
+// What a calibration makes of the faces.
+struct CalibratedTables {
+    Calibration calibration;
+    Table centred;
+    Table normalised;
+};
 
 constexpr size_t kRowLabelLength = 24;
 constexpr size_t kColumnLabelLength = 10;
@@ -30,6 +44,7 @@ Examples:
   kova-fr compare samples/*.png
   kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png
   kova-fr compare --detect-all party.jpg
+  kova-fr compare --calibration door.calibration a.jpg b.png
   kova-fr compare --json --save-crop crop.png a.jpg b.png)";
 
 Table Distances(const Recogniser& recogniser, const std::vector<Face>& faces) {
@@ -41,6 +56,25 @@ Table Distances(const Recogniser& recogniser, const std::vector<Face>& faces) {
         }
     }
     return table;
+}
+
+CalibratedTables CalibrateTables(Calibration calibration, const std::vector<Face>& faces) {
+    CalibratedTables tables{std::move(calibration), {}, {}};
+    const FaceCalibrator calibrate(tables.calibration);
+    std::vector<CalibratedFace> calibrated;
+    calibrated.reserve(faces.size());
+    for (const Face& face : faces) {
+        calibrated.push_back(calibrate(face.feature));
+    }
+    for (const CalibratedFace& a : calibrated) {
+        std::vector<float>& centred = tables.centred.emplace_back();
+        std::vector<float>& normalised = tables.normalised.emplace_back();
+        for (const CalibratedFace& b : calibrated) {
+            centred.push_back(CentredScore(a, b));
+            normalised.push_back(NormalisedScore(a, b));
+        }
+    }
+    return tables;
 }
 
 std::string Number(float value, int decimals) {
@@ -93,7 +127,38 @@ std::string Text(const std::vector<Face>& faces, const Table& table) {
     return text + kHowToRead + ThresholdsText();
 }
 
-std::string Json(const std::vector<Face>& faces, const Table& table) {
+std::string Text(const std::vector<Face>& faces, const CalibratedTables& tables) {
+    std::string text =
+        "\nNormalised scores by the calibration, on which strangers are about 0 or below:\n" +
+        TableText(tables.normalised, Labels(faces)) + "\n";
+    if (faces.size() == 2) {
+        const float score = tables.normalised[0][1];
+        text +=
+            Wrapped("The normalised score is " + Number(score, 6) + ": " +
+                    RarityWords(RarityOf(tables.calibration, static_cast<double>(score))) + ".");
+    }
+    return text + CalibrationWords(tables.calibration);
+}
+
+nlohmann::ordered_json CalibratedJson(const CalibratedTables& tables, const std::string& path) {
+    nlohmann::ordered_json json = {{"path", path},
+                                   {"pictures", tables.calibration.pictures},
+                                   {"people", tables.calibration.people},
+                                   {"centred", tables.centred},
+                                   {"normalised", tables.normalised}};
+    for (const std::vector<float>& row : tables.normalised) {
+        nlohmann::ordered_json rarities = nlohmann::ordered_json::array();
+        for (const float score : row) {
+            rarities.push_back(
+                RarityJson(RarityOf(tables.calibration, static_cast<double>(score))));
+        }
+        json["rarity"].push_back(rarities);
+    }
+    json["thresholds"] = tables.calibration.thresholds;
+    return json;
+}
+
+nlohmann::ordered_json Json(const std::vector<Face>& faces, const Table& table) {
     nlohmann::ordered_json json;
     for (const Face& face : faces) {
         json["pictures"].push_back(PictureJson(face));
@@ -103,21 +168,30 @@ std::string Json(const std::vector<Face>& faces, const Table& table) {
         json["distance"] = table[0][1];
     }
     json["thresholds"] = ShippedThresholds();
-    return JsonLine(json);
+    return json;
 }
 
-void RunCompare(const FaceOptions& options) {
+void RunCompare(const CompareOptions& all) {
+    const FaceOptions& options = all.faces;
     if (options.pictures.size() < 2 && !options.detectAll) {
         throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --detect-all");
     }
     std::vector<OutputFile> crops = CropFiles(options);
     CheckOutputs(crops, options.pictures);
     const Recogniser recogniser;
+    std::optional<Calibration> calibration = CalibrationIfNamed(all.calibrationPath);
     const std::vector<Face> faces = RecogniseAll(recogniser, options);
     const Table table = Distances(recogniser, faces);
     FillCropFiles(faces, crops);
     WriteFiles(crops);
-    WriteStandardOutput(options.json ? Json(faces, table) : Text(faces, table));
+    nlohmann::ordered_json json = Json(faces, table);
+    std::string text = Text(faces, table);
+    if (calibration) {
+        const CalibratedTables tables = CalibrateTables(std::move(*calibration), faces);
+        json["calibration"] = CalibratedJson(tables, all.calibrationPath);
+        text += Text(faces, tables);
+    }
+    WriteStandardOutput(options.json ? JsonLine(json) : text);
 }
 
 } // namespace
@@ -125,8 +199,9 @@ void RunCompare(const FaceOptions& options) {
 void AddCompareCommand(CLI::App& program) {
     CLI::App& command =
         *program.add_subcommand("compare", "Print the distances of two or more faces");
-    const auto options = std::make_shared<FaceOptions>();
-    AddFaceOptions(command, *options, 1);
+    const auto options = std::make_shared<CompareOptions>();
+    AddFaceOptions(command, options->faces, 1);
+    AddCalibrationOption(command, options->calibrationPath);
     command.footer(kMeaning + ThresholdsText() + kExamples);
     command.callback([options] { RunCompare(*options); });
 }

@@ -7,11 +7,10 @@
 
 #include "commands/commands.h"
 #include "evaluation/charts/error_charts.h"
+#include "evaluation/eval_features.h"
 #include "evaluation/eval_input.h"
 #include "evaluation/report/eval_report.h"
 #include "evaluation/shipped_thresholds.h"
-#include "faces/detector.h"
-#include "faces/face.h"
 #include "files/failure.h"
 #include "files/output_file.h"
 #include "terminal/label.h"
@@ -62,37 +61,6 @@ EvalInput ReadInput(const EvalOptions& options) {
                                      : ReadPairs(options.pairsPath);
 }
 
-Feature FeatureOf(const Recogniser& recogniser, const std::string& path, bool detect) {
-    std::optional<Box> box;
-    if (detect) {
-        box = DetectFaces(path).front();
-    }
-    return recogniser.Recognise(path, box).feature;
-}
-
-// Pictures that cannot be used are named at once, and once more in the report.
-std::vector<std::optional<Feature>> Features(const EvalInput& input, const EvalOptions& options,
-                                             std::vector<std::string>& leftOut) {
-    const Recogniser recogniser;
-    Progress progress("Reading");
-    std::vector<std::optional<Feature>> features;
-    for (const std::string& path : input.pictures) {
-        progress.Show(features.size(), input.pictures.size());
-        try {
-            features.emplace_back(FeatureOf(recogniser, path, options.detect));
-        } catch (const Failure& failure) {
-            if (options.strict) {
-                throw;
-            }
-            progress.Clear();
-            std::fprintf(stderr, "kova-fr: left out: %s\n", OneLine(failure.what()).c_str());
-            leftOut.emplace_back(failure.what());
-            features.emplace_back(std::nullopt);
-        }
-    }
-    return features;
-}
-
 void CheckNotEmpty(const kova_statistics::Comparisons& comparisons) {
     const bool hasPairs =
         comparisons.pairs ? !comparisons.pairs->empty() : comparisons.features.size() >= 2;
@@ -132,7 +100,7 @@ void RunEval(const EvalOptions& options) {
     }
     Evaluation evaluation;
     const std::vector<std::optional<Feature>> features =
-        Features(input, options, evaluation.leftOut);
+        ReadFeatures(Recogniser(), input, {options.detect, options.strict}, evaluation.leftOut);
     const kova_statistics::Comparisons comparisons = MakeComparisons(input, features);
     CheckNotEmpty(comparisons);
 

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "calibration/calibration_file.h"
 #include "faces/detector.h"
 
 namespace kova_cli {
@@ -109,6 +110,18 @@ void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures,
             ->excludes("--save-crop");
     }
     command.add_flag("--json", options.json, "Print one line of JSON");
+}
+
+void AddCalibrationOption(CLI::App& command, std::string& path) {
+    command
+        .add_option("--calibration", path,
+                    "Give scores as this file of kova-fr calibrate has them, too, and how many "
+                    "pairs of strangers are as alike")
+        ->type_name("FILE");
+}
+
+std::optional<Calibration> CalibrationIfNamed(const std::string& path) {
+    return path.empty() ? std::nullopt : std::optional(LoadCalibration(path, ModelsDigest()));
 }
 
 std::vector<OutputFile> CropFiles(const FaceOptions& options) {

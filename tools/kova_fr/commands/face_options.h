@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "calibration/calibration.h"
 #include "faces/face.h"
 #include "files/output_file.h"
 
@@ -25,6 +26,12 @@ inline constexpr int kAnyNumber = CLI::detail::expected_max_vector_size;
 
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures,
                     int mostPictures = kAnyNumber);
+
+// --calibration FILE.
+void AddCalibrationOption(CLI::App& command, std::string& path);
+
+// What that file has, for the models of this program, which must be open; none for an empty path.
+std::optional<Calibration> CalibrationIfNamed(const std::string& path);
 
 // The files that --save-crop asks for, without their bytes yet: the one that the user named for one
 // picture; for more the name with -1, -2 and so on before its extension.

@@ -22,7 +22,8 @@ constexpr const char* kNotes = R"(Examples:
   kova-fr gallery people.gallery
   kova-fr gallery --remove ada people.gallery)";
 
-void Remove(const GalleryOptions& options, Gallery& gallery) {
+void Remove(const GalleryOptions& options, const Sha256& models) {
+    Gallery gallery = LoadGallery(options.path, models);
     if (gallery.Remove(options.remove) == 0) {
         throw Failure(options.path + ": there is no " + options.remove +
                       "; see kova-fr gallery for the names");
@@ -30,11 +31,13 @@ void Remove(const GalleryOptions& options, Gallery& gallery) {
     WriteFiles({{options.path, true, PackGallery(gallery)}});
 }
 
-std::map<std::string, size_t> FeaturesOfNames(const Gallery& gallery) {
+std::map<std::string, size_t> FeaturesOfNames(const GalleryFile& gallery) {
     std::map<std::string, size_t> counts;
-    for (const std::string& name : gallery.names) {
-        ++counts[name];
-    }
+    gallery.Read([&counts](const GalleryBlock& block) {
+        for (const std::string_view name : block.names) {
+            ++counts[std::string(name)];
+        }
+    });
     return counts;
 }
 
@@ -61,11 +64,11 @@ std::string Json(const std::map<std::string, size_t>& counts) {
 void RunGallery(const GalleryOptions& options) {
     const Recogniser opened; // opens the models, whose digest the gallery carries
     const GalleryLock lock(options.path);
-    Gallery gallery = LoadGallery(options.path, ModelsDigest());
+    const Sha256 models = ModelsDigest();
     if (!options.remove.empty()) {
-        Remove(options, gallery);
+        Remove(options, models);
     }
-    const std::map<std::string, size_t> counts = FeaturesOfNames(gallery);
+    const std::map<std::string, size_t> counts = FeaturesOfNames(GalleryFile(options.path, models));
     WriteStandardOutput(options.json ? Json(counts) : Text(counts));
 }
 

@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <memory>
 
+#include "calibration/calibration_words.h"
 #include "commands/commands.h"
 #include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
-#include "gallery/gallery.h"
+#include "gallery/search.h"
 #include "terminal/json_line.h"
 #include "terminal/label.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 struct IdentifyOptions {
     std::string galleryPath;
+    std::string calibrationPath; // empty: none
     FaceOptions faces;
     size_t top = 5;
     std::optional<float> threshold;
@@ -24,8 +26,10 @@ struct IdentifyOptions {
 
 constexpr const char* kMeaning =
     R"(Looks each face up among all features of the gallery, by the float inner product
-that compare prints; a million features take well under a second. Of a name with
-several features the best one counts. With --threshold only names at least that
+that compare prints; a million features take well under a second. With
+--calibration it is the normalised score that ranks and that --threshold means, and
+a million features take some seconds. Of a name with several features the best one
+counts. With --threshold only names at least that
 much alike are listed; without, the most alike names are listed even if they are
 strangers (docs/THRESHOLDS.md says how to choose). Each enrolled feature is one
 more stranger who can be mistaken for the visitor.
@@ -37,6 +41,7 @@ Examples:
   kova-fr identify people.gallery somebody.jpg
   kova-fr identify --top 1 --threshold )" +
            ThresholdOfExamples() + R"( people.gallery a.jpg b.jpg
+  kova-fr identify --calibration door.calibration people.gallery somebody.jpg
   kova-fr identify --detect-all --json people.gallery party.jpg)";
 }
 
@@ -45,14 +50,23 @@ struct Answer {
     std::vector<Match> matches;
 };
 
-std::vector<Answer> Identify(const Gallery& gallery, const std::vector<Face>& faces,
-                             const IdentifyOptions& options) {
-    std::vector<Answer> answers;
+using MaybeCalibration = std::optional<Calibration>;
+
+std::vector<Answer> Identify(const GalleryFile& gallery, const std::vector<Face>& faces,
+                             const IdentifyOptions& options, const MaybeCalibration& calibration) {
+    std::vector<Feature> features;
     for (const Face& face : faces) {
-        Answer answer{face.path, Search(gallery, face.feature, options.top)};
+        features.push_back(face.feature);
+    }
+    std::vector<std::vector<Match>> matches =
+        calibration ? Search(gallery, features, options.top, *calibration)
+                    : Search(gallery, features, options.top);
+    std::vector<Answer> answers;
+    for (size_t i = 0; i < faces.size(); ++i) {
+        Answer answer{faces[i].path, std::move(matches[i])};
         if (options.threshold) {
             std::erase_if(answer.matches, [&options](const Match& match) {
-                return match.distance < *options.threshold;
+                return match.score < *options.threshold;
             });
         }
         answers.push_back(std::move(answer));
@@ -60,34 +74,56 @@ std::vector<Answer> Identify(const Gallery& gallery, const std::vector<Face>& fa
     return answers;
 }
 
-std::string Text(const Gallery& gallery, const std::vector<Answer>& answers) {
+Rarity RarityOf(const Calibration& calibration, const Match& match) {
+    return RarityOf(calibration, static_cast<double>(match.score));
+}
+
+std::string Text(const std::vector<Answer>& answers, const MaybeCalibration& calibration) {
     std::string text;
     for (const Answer& answer : answers) {
         text += OneLine(answer.path) + "\n";
         for (const Match& match : answer.matches) {
             char number[32];
-            std::snprintf(number, sizeof number, "  %8.6f  ", static_cast<double>(match.distance));
-            text += number + gallery.names[match.entry] + "\n";
+            std::snprintf(number, sizeof number, "  %8.6f  ", static_cast<double>(match.score));
+            text += number + OneLine(match.name);
+            if (calibration) {
+                text += ", " + RarityWords(RarityOf(*calibration, match));
+            }
+            text += "\n";
         }
         text += answer.matches.empty() ? "  nobody\n" : "";
     }
     return text;
 }
 
-std::string Json(const Gallery& gallery, const std::vector<Answer>& answers) {
+nlohmann::ordered_json MatchJson(const Match& match, const MaybeCalibration& calibration) {
+    nlohmann::ordered_json json = {
+        {"name", match.name}, {"distance", match.distance}, {"entry", match.entry}};
+    if (calibration) {
+        json["normalised"] = match.score;
+        json["rarity"] = RarityJson(RarityOf(*calibration, match));
+    }
+    return json;
+}
+
+std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
+                 const MaybeCalibration& calibration) {
     nlohmann::ordered_json json;
-    json["features"] = gallery.features.size();
+    json["features"] = gallery.count();
     json["pictures"] = nlohmann::ordered_json::array();
     for (const Answer& answer : answers) {
         nlohmann::ordered_json matches = nlohmann::ordered_json::array();
         for (const Match& match : answer.matches) {
-            matches.push_back({{"name", gallery.names[match.entry]},
-                               {"distance", match.distance},
-                               {"entry", match.entry}});
+            matches.push_back(MatchJson(match, calibration));
         }
         json["pictures"].push_back({{"path", answer.path}, {"matches", matches}});
     }
     json["thresholds"] = ShippedThresholds();
+    if (calibration) {
+        json["calibration"] = {{"pictures", calibration->pictures},
+                               {"people", calibration->people},
+                               {"thresholds", calibration->thresholds}};
+    }
     return JsonLine(json);
 }
 
@@ -95,12 +131,14 @@ void RunIdentify(const IdentifyOptions& options) {
     std::vector<OutputFile> crops = CropFiles(options.faces);
     CheckOutputs(crops, options.faces.pictures);
     const Recogniser recogniser;
-    const Gallery gallery = LoadGallery(options.galleryPath, ModelsDigest());
+    const GalleryFile gallery(options.galleryPath, ModelsDigest());
+    const MaybeCalibration calibration = CalibrationIfNamed(options.calibrationPath);
     const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
-    const std::vector<Answer> answers = Identify(gallery, faces, options);
+    const std::vector<Answer> answers = Identify(gallery, faces, options, calibration);
     FillCropFiles(faces, crops);
     WriteFiles(crops);
-    WriteStandardOutput(options.faces.json ? Json(gallery, answers) : Text(gallery, answers));
+    WriteStandardOutput(options.faces.json ? Json(gallery, answers, calibration)
+                                           : Text(answers, calibration));
     const bool isNobody = std::any_of(answers.begin(), answers.end(),
                                       [](const Answer& a) { return a.matches.empty(); });
     if (options.threshold && isNobody) {
@@ -117,13 +155,14 @@ void AddIdentifyCommand(CLI::App& program) {
         ->required()
         ->type_name("GALLERY");
     AddFaceOptions(command, options->faces, 1);
+    AddCalibrationOption(command, options->calibrationPath);
     command.add_option("--top", options->top, "How many names to list at most")
         ->capture_default_str()
         ->check(CLI::Range(1, 1'000'000))
         ->type_name("K");
     command
         .add_option("--threshold", options->threshold,
-                    "List only names whose distance is at least this; exit with 3 if a face has "
+                    "List only names whose distance, or normalised score, is at least this; exit with 3 if a face has "
                     "none")
         ->check(CLI::Range(-1.0, 1.0))
         ->type_name("D");

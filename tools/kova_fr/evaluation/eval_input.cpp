@@ -249,6 +249,27 @@ EvalInput FindPeople(const std::string& folder, bool byName) {
     return input;
 }
 
+EvalInput FindPeopleOrStrangers(const std::string& folder) {
+    const std::vector<fs::path> pictures = Entries(folder, HasPictureName);
+    if (pictures.empty()) {
+        return FindPeople(folder, false);
+    }
+    const std::vector<fs::path> people = Entries(folder, IsFolder);
+    for (const fs::path& person : people) {
+        if (!Entries(person, HasPictureName).empty()) {
+            throw Failure(folder +
+                          ": has pictures and sub-folders with pictures; give either one " +
+                          "sub-folder for each person, or one picture for each");
+        }
+    }
+    EvalInput input;
+    for (const fs::path& picture : pictures) {
+        input.pictures.push_back(picture.string());
+        input.person.push_back(input.people++);
+    }
+    return input;
+}
+
 EvalInput ReadPairs(const std::string& path) {
     try {
         const std::vector<uint8_t> bytes = ReadWholeFile(path, kLongestList);

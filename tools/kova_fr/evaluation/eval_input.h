@@ -23,6 +23,10 @@ struct EvalInput {
 // as pictures are left out.
 EvalInput FindPeople(const std::string& folder, bool byName);
 
+// As FindPeople() where the folder has sub-folders. Where it has the pictures themselves, each is
+// taken for one of another person. A folder with both is a Failure.
+EvalInput FindPeopleOrStrangers(const std::string& folder);
+
 // A list of pairs: `picture picture 1` for one person and 0 for two, or the same with commas or
 // tabs, where names may be quoted. Names are relative to the list's folder; empty lines and those
 // that begin with # are skipped. Nobody's name is in it, so pictures of one pair, or of a chain of

@@ -32,17 +32,6 @@ std::string Share(const ordered_json& one) {
            Number("%.2g)", 100 * interval.at(1).get<double>());
 }
 
-// Those that hang on a few pairs are for reports, not for a sentence.
-std::string Shares(const ordered_json& at) {
-    std::string text;
-    for (const ordered_json& one : at) {
-        if (!one.at("rough").get<bool>()) {
-            text += (text.empty() ? "" : ", ") + Share(one);
-        }
-    }
-    return text;
-}
-
 } // namespace
 
 const ordered_json& ShippedThresholds() {
@@ -58,7 +47,7 @@ std::string ThresholdsText() {
             "this build: measure on pictures of your own with kova-fr eval.");
     }
     return Wrapped("Of pairs of strangers on " + thresholds.at("measured_on").get<std::string>() +
-                   " a threshold of " + Shares(thresholds.at("at")) +
+                   " a threshold of " + SharesText(thresholds.at("at")) +
                    ", with 95 % intervals over people in brackets. " +
                    thresholds.at("warning").get<std::string>());
 }
@@ -73,6 +62,16 @@ std::string ThresholdOfExamples() {
         }
     }
     return "0.9";
+}
+
+std::string SharesText(const ordered_json& at) {
+    std::string text;
+    for (const ordered_json& one : at) {
+        if (!one.at("rough").get<bool>()) {
+            text += (text.empty() ? "" : ", ") + Share(one);
+        }
+    }
+    return text;
 }
 
 } // namespace kova_cli

@@ -21,4 +21,8 @@ std::string ThresholdsText();
 // For examples that a user may copy: the one that accepts 1 of 1000 pairs of strangers.
 std::string ThresholdOfExamples();
 
+// Thresholds in the form of the file's "at", as part of a sentence: "0.5849 accepts 1 % (0.3 to
+// 2.3)" and so on, without those that hang on a few pairs. Empty where all do.
+std::string SharesText(const nlohmann::ordered_json& at);
+
 } // namespace kova_cli

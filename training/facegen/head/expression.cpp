@@ -100,22 +100,33 @@ void Strengthen(Expression& expression, float factor) {
     expression.openMouth = std::min(1.0f, factor * expression.openMouth);
 }
 
-void QuietenMouth(Expression& expression, const HeadModel& model) {
+void QuietenMouth(Expression& expression, const HeadModel& model, const ShapeSpace& space) {
     expression.openMouth *= 0.1f;
     for (Expression::Part& part : expression.parts) {
         if (model.units[part.unit].name.starts_with("mouth")) {
             part.weight *= 0.1f;
         }
     }
+    for (Expression::Part& part : expression.scanned) {
+        const std::string& name = space.expressions[part.unit].name;
+        if (name.starts_with("mouth") || name.starts_with("jaw")) {
+            part.weight *= 0.1f;
+        }
+    }
 }
 
-void Apply(const Expression& expression, const HeadModel& model, int ethnicity,
-           std::vector<Vec3>& points) {
-    for (const Expression::Part& part : expression.parts) {
-        const Target& target = model.units[part.unit].target[ethnicity];
+void Apply(const Expression& expression, const HeadModel& model, const ShapeSpace& space,
+           int ethnicity, std::vector<Vec3>& points) {
+    const auto move = [&](const Target& target, float weight) {
         for (std::size_t i = 0; i < target.point.size(); ++i) {
-            points[target.point[i]] += target.shift[i] * part.weight;
+            points[target.point[i]] += target.shift[i] * weight;
         }
+    };
+    for (const Expression::Part& part : expression.parts) {
+        move(model.units[part.unit].target[ethnicity], part.weight);
+    }
+    for (const Expression::Part& part : expression.scanned) {
+        move(space.expressions[part.unit].moves, part.weight);
     }
 }
 

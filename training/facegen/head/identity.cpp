@@ -256,11 +256,11 @@ Shape DrawShape(const HeadModel& model, const ShapeSpace& space, const Identity&
     Shape shape;
     shape.points = model.base;
     if (identity.scanned) {
-        AddScannedShape(shape.points, space, random);
+        AddScannedShape(shape.points, space, identity.broad ? 0.55f : 0.7f, random);
         AddDetails(shape.points, model, 0.2f, random);
     } else {
         AddMacro(shape.points, model, identity, random);
-        AddDetails(shape.points, model, 1.0f, random);
+        AddDetails(shape.points, model, identity.broad ? 0.7f : 1.0f, random);
         AddBumps(shape.points, model, random);
     }
 

@@ -24,6 +24,8 @@ struct Identity {
     float hairReflectance = 0.05f;
     float oiliness = 0.5f;
     bool scanned = false; // shaped by the second space
+    bool broad = false;   // drawn as `Studio::broad` says
+    float drawnBrows = 0.5f;
 
     SkinTone Tone() const;
     int MainEthnicity() const;

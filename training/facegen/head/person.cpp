@@ -80,11 +80,20 @@ Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number
     // A stream of its own: without the space everybody stays who they were.
     person.identity.scanned = !studio.space.Empty() &&
                               Random(seed, number, 0, Purpose::kSpace).Chance(studio.scannedShare);
+    person.identity.broad = studio.broad;
+    person.identity.drawnBrows = studio.drawnBrows;
     person.shape = DrawShape(model, studio.space, person.identity, random);
     Random hair(seed, number, 0, Purpose::kHair);
     person.hairiness = DrawHairiness(person.identity, hair);
     person.hairdress =
         DrawHairdress(model, person.shape, person.identity, person.hairiness, studio.streaks, hair);
+    if (studio.broad && Random(seed, number, 0, Purpose::kBroad).Chance(studio.hairless)) {
+        person.hairdress.styles.resize(1);
+        person.hairdress.styles[0] = HairStyle{};
+        person.hairdress.styles[0].id = 1;
+        person.hairdress.beard = Piece{};
+        person.hairiness.beard = BeardStyle::kNone;
+    }
     if (person.hairdress.styles.front().id == 1) { // shaven or bald
         person.hairiness.scalp = hair.Chance(0.5f) ? 0.0f : hair.Uniform(0.1f, 0.5f);
     }

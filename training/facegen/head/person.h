@@ -5,6 +5,7 @@
 
 #include "head/head_model.h"
 #include "head/identity.h"
+#include "light/environment.h"
 #include "skin/atlas.h"
 #include "skin/skin.h"
 #include "wear/hair.h"
@@ -17,9 +18,13 @@ struct Studio {
     HeadModel model;
     SkinKit kit;
     std::vector<StreakTexture> streaks;
-    ShapeSpace space;       // empty: everybody is made of the targets
-    float scannedShare = 0; // of the people, who are shaped by `space`
-    bool bare = false;      // heads of one tone, without hair, brows and lashes: shape alone
+    ShapeSpace space;        // empty: everybody is made of the targets
+    float scannedShare = 0;  // of the people, who are shaped by `space`
+    bool broad = false;      // people and pictures vary as those before real cameras do
+    float hairless = 0.12f;  // share of broad people with no more hair than is painted
+    float drawnBrows = 0.5f; // share of broad people whose brows are drawn, not read
+    std::vector<Environment> environments; // light and background of pictures, if any
+    bool bare = false; // heads of one tone, without hair, brows and lashes: shape alone
 };
 
 Studio OpenStudio(const std::filesystem::path& assets);

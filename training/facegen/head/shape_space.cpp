@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "head/shape_space.h"
 
+#include <fstream>
 #include <map>
 #include <stdexcept>
 
@@ -11,6 +12,7 @@ namespace {
 
 // Components behind these carry a fiftieth of the variance, and lumps about the mouth.
 constexpr std::size_t kComponentsDrawn = 60;
+constexpr float kLeastMove = 2e-4f; // decimetres
 
 Vec3 VectorAt(const NpyFile& file, std::size_t row) {
     const float* values = file.Data<float>() + 3 * row;
@@ -21,6 +23,30 @@ void Check(const NpyFile& file, const char* type, std::size_t dimensions,
            const std::filesystem::path& name) {
     if (file.type != type || file.shape.size() != dimensions) {
         throw std::runtime_error(name.string() + ": not what `register_shapes` writes");
+    }
+}
+
+void LoadExpressions(ShapeSpace& space, const std::filesystem::path& folder,
+                     const std::map<std::uint32_t, std::size_t>& rowOf,
+                     const std::vector<std::uint32_t>& numbers) {
+    const NpyFile moves = ReadNpy(folder / "expressions.npy");
+    Check(moves, "<f4", 3, folder / "expressions.npy");
+    std::ifstream names(folder / "expressions.txt");
+    const std::size_t rows = rowOf.size();
+    for (std::size_t e = 0; e < moves.shape[0]; ++e) {
+        ShapeSpace::Expression expression;
+        if (moves.shape[1] != rows || moves.shape[2] != 3 || !(names >> expression.name)) {
+            throw std::runtime_error(folder.string() + ": its files do not fit one another");
+        }
+        for (std::size_t i = 0; i < numbers.size(); ++i) {
+            const auto at = rowOf.find(numbers[i]);
+            const Vec3 shift = at == rowOf.end() ? Vec3{} : VectorAt(moves, e * rows + at->second);
+            if (Length(shift) > kLeastMove) {
+                expression.moves.point.push_back(static_cast<std::uint32_t>(i));
+                expression.moves.shift.push_back(shift);
+            }
+        }
+        space.expressions.push_back(std::move(expression));
     }
 }
 
@@ -70,12 +96,16 @@ ShapeSpace LoadShapeSpace(const std::filesystem::path& folder,
             space.neutral[i] = lowestShift;
         }
     }
+    if (std::filesystem::exists(folder / "expressions.npy")) {
+        LoadExpressions(space, folder, rowOf, numbers);
+    }
     return space;
 }
 
-void AddScannedShape(std::vector<Vec3>& points, const ShapeSpace& space, Random& random) {
+void AddScannedShape(std::vector<Vec3>& points, const ShapeSpace& space, float least,
+                     Random& random) {
     // Some faces are near the average, others far from it.
-    const float reach = random.Uniform(0.7f, 1.0f);
+    const float reach = random.Uniform(least, 1.0f);
     for (std::size_t i = 0; i < points.size(); ++i) {
         points[i] += space.neutral[i];
     }

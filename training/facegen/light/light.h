@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
+
 #include "random.h"
 #include "vec3.h"
 
@@ -22,6 +24,9 @@ struct Light {
     Vec3 gradient;
     float sky = 0;    // more from above and below, less from the sides
     float across = 0; // more from both sides than from the front
+    // In place of these: the whole field to the second order (1, x, y, z, xy, yz, xz, 3z^2-1, x^2-y^2).
+    bool hasField = false;
+    std::array<float, 9> field{};
     Lamp lamps[2];
     float meanLevel = 0.25f; // of the face in the picture, linear, before clipping
     float gamma = 2.2f;

@@ -142,6 +142,9 @@ void FindShadow(Row& row, const Samples& s, int y, std::size_t at, const Camera&
     }
 }
 
+// `kField`: light from all around is the whole field. A copy of its own, so that the other keeps its
+// arithmetic to the last bit.
+template <bool kField>
 void LightUp(const Row& row, const Samples& s, std::size_t at, const Light& light, float* out) {
     const float* nx = &s.plane[kAtNx][at];
     const float* ny = &s.plane[kAtNy][at];
@@ -154,13 +157,22 @@ void LightUp(const Row& row, const Samples& s, std::size_t at, const Light& ligh
     const Vec3 l1 = one.towards, l2 = two.towards, g = light.gradient;
     const float s1 = one.strength, s2 = two.strength, ambient = light.ambient, sky = light.sky,
                 sides = light.across;
+    const std::array<float, 9> f = light.field;
     for (int x = 0; x < s.width; ++x) {
         const float size = nx[x] * nx[x] + ny[x] * ny[x] + nz[x] * nz[x];
         const float inverse = 1.0f / std::sqrt(size + 1e-12f);
         const float a = nx[x] * inverse, b = ny[x] * inverse, c = nz[x] * inverse;
-        const float around = ambient * std::max(0.12f, 1.0f + g.x * a + g.y * b + g.z * c +
-                                                           sky * (3.0f * b * b - 1.0f) * 0.5f +
-                                                           sides * (3.0f * a * a - 1.0f) * 0.5f);
+        float around;
+        if constexpr (kField) {
+            around = ambient *
+                     std::max(0.05f, f[0] + f[1] * a + f[2] * b + f[3] * c + f[4] * a * b +
+                                         f[5] * b * c + f[6] * a * c +
+                                         f[7] * (3.0f * c * c - 1.0f) + f[8] * (a * a - b * b));
+        } else {
+            around = ambient * std::max(0.12f, 1.0f + g.x * a + g.y * b + g.z * c +
+                                                   sky * (3.0f * b * b - 1.0f) * 0.5f +
+                                                   sides * (3.0f * a * a - 1.0f) * 0.5f);
+        }
         const float wrap = row.wrap[x], soft = 1.0f / (1.0f + wrap);
         const float d1 = std::max(0.0f, (a * l1.x + b * l1.y + c * l1.z + wrap) * soft);
         const float d2 = std::max(0.0f, (a * l2.x + b * l2.y + c * l2.z + wrap) * soft);
@@ -204,7 +216,11 @@ void Shade(const Samples& samples, const Camera& camera, const Light& light, con
             static_cast<std::size_t>(y) * static_cast<std::size_t>(samples.stride);
         LookUp(row, samples, at, samples.width, surroundings, light.kind == LightKind::kInfrared);
         FindShadow(row, samples, y, at, camera, shadow, light.lamps[0].softness);
-        LightUp(row, samples, at, light, &radiance[at]);
+        if (light.hasField) {
+            LightUp<true>(row, samples, at, light, &radiance[at]);
+        } else {
+            LightUp<false>(row, samples, at, light, &radiance[at]);
+        }
     }
 }
 

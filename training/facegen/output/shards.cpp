@@ -60,7 +60,7 @@ void RenderPerson(const Studio& studio, const Job& job, Photographer& photograph
         std::uint8_t* pixels = shard.pictures.data() + slot * size * size;
         if (ShowsFace(job, number, picture)) {
             PhotoPlan plan = PlanPhoto(studio, person, job.view, picture);
-            if (studio.bare) {
+            if (studio.bare && !studio.broad) {
                 plan = BarePhoto(studio, plan, picture);
             }
             photographer.Take(person, plan, picture, pixels);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "head/scanned_expression.h"
 #include "render/background.h"
 #include "wear/wearables.h"
 
@@ -12,6 +13,7 @@ namespace facegen {
 namespace {
 
 constexpr float kPerDegree = std::numbers::pi_v<float> / 180.0f;
+constexpr float kFaceReflectance = 0.3f;
 constexpr int kFineness = 2; // samples a pixel along each side
 
 void DrawPose(PhotoPlan& plan, View view, Random& random) {
@@ -37,6 +39,17 @@ void DrawWidePose(PhotoPlan& plan, Random& random) {
     }
     plan.roll =
         random.Chance(0.8f) ? random.NormalWithin(6.0f, 2.5f) : random.Uniform(-25.0f, 25.0f);
+}
+
+// As wide as a door's camera sees people pass.
+void DrawBroadPose(PhotoPlan& plan, Random& random) {
+    plan.yaw =
+        random.Chance(0.8f) ? random.NormalWithin(24.0f, 3.2f) : random.Uniform(-75.0f, 75.0f);
+    plan.pitch =
+        (random.Chance(0.75f) ? random.NormalWithin(12.0f, 2.5f) : random.Uniform(-30.0f, 30.0f)) *
+        (1.0f - 0.5f * std::fabs(plan.yaw) / 80.0f);
+    plan.roll =
+        random.Chance(0.75f) ? random.NormalWithin(7.0f, 2.5f) : random.Uniform(-25.0f, 25.0f);
 }
 
 void DrawFrameBox(PhotoPlan& plan, Random& random) {
@@ -66,6 +79,34 @@ void DrawWear(PhotoPlan& plan, const Person& person, Random& random) {
     const bool mayGrow = person.identity.male > 0.5f && person.identity.age != AgeBand::kChild;
     plan.stubble =
         beardless && mayGrow && random.Chance(0.45f) ? random.Uniform(0.05f, 0.55f) : 0.0f;
+}
+
+// Covers that networks lose people by come more often.
+void DrawBroadWear(PhotoPlan& plan, Random& random) {
+    const float at = random.Uniform();
+    plan.occlusion = at < 0.53f   ? Occlusion::kNone
+                     : at < 0.71f ? Occlusion::kGlasses
+                     : at < 0.78f ? Occlusion::kDarkGlasses
+                     : at < 0.85f ? Occlusion::kCap
+                     : at < 0.92f ? Occlusion::kFaceMask
+                                  : Occlusion::kHand;
+}
+
+// Puts a picture into a panorama: its light, and what is seen behind the face.
+void DrawScene(PhotoPlan& plan, const std::vector<Environment>& environments, Random& random) {
+    plan.scene.environment = random.Below(static_cast<int>(environments.size()));
+    plan.scene.turn = random.Uniform(-3.14159265f, 3.14159265f);
+    plan.scene.across = random.Uniform(0.15f, 0.7f);
+    plan.scene.gain = std::exp(random.NormalWithin(0.5f, 2));
+    LightBy(plan.light, environments[static_cast<std::size_t>(plan.scene.environment)],
+            plan.scene.turn);
+    plan.light.lamps[0].softness = random.Uniform(0.01f, 0.08f);
+    // The camera's own lamp, or another one near by.
+    Lamp& second = plan.light.lamps[1];
+    if (second.strength < 0.05f && random.Chance(0.25f)) {
+        second = {Normalised({random.Normal(0, 0.5f), random.Normal(0.3f, 0.4f), 1.0f}),
+                  random.Uniform(0.1f, 0.7f), 0};
+    }
 }
 
 Surroundings SurroundingsOf(const Person& person, const PhotoPlan& plan, float frameReflectance,
@@ -116,24 +157,42 @@ PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::
     } else {
         DrawFrameBox(plan, random);
     }
-    const bool scanned = person.identity.scanned;
-    if (scanned) {
+    const bool scanned = person.identity.scanned, broad = studio.broad;
+    if (broad) {
+        DrawBroadPose(plan, random);
+    } else if (scanned) {
         DrawWidePose(plan, random);
     } else {
         DrawPose(plan, view, random);
     }
     plan.distance = std::exp(random.Uniform(std::log(4.5f), std::log(30.0f)));
-    plan.expression = DrawExpression(studio.model, random);
-    if (scanned && random.Chance(0.4f)) {
+    const bool ofScans = broad && !studio.space.expressions.empty() && random.Chance(0.6f);
+    plan.expression = ofScans ? DrawScannedExpression(studio.space, random)
+                              : DrawExpression(studio.model, random);
+    if (scanned && !ofScans && random.Chance(0.4f)) {
         Strengthen(plan.expression, random.Uniform(1.1f, 1.7f));
     }
     plan.light = DrawLight(random);
     DrawWear(plan, person, random);
+    if (broad) {
+        DrawBroadWear(plan, random);
+    }
+    if (!studio.environments.empty() && plan.light.kind != LightKind::kDark &&
+        plan.light.kind != LightKind::kInfrared && random.Chance(0.7f)) {
+        DrawScene(plan, studio.environments, random);
+    }
     if (plan.occlusion == Occlusion::kFaceMask) {
-        QuietenMouth(plan.expression, studio.model);
+        QuietenMouth(plan.expression, studio.model, studio.space);
     }
     plan.degradation = DrawDegradation(plan.light.kind == LightKind::kDark,
                                        plan.box.size / static_cast<float>(kCropBox), random);
+    if (studio.bare) {
+        plan.stubble = 0;
+    }
+    if (broad) { // light falls short more often than sensors
+        plan.degradation.noise *= 0.5f;
+        plan.degradation.sensorNoise *= 0.5f;
+    }
     return plan;
 }
 
@@ -145,6 +204,7 @@ PhotoPlan PlainPhoto(PhotoPlan plan, float yaw, float pitch) {
     plan.expression = Expression{};
     plan.occlusion = Occlusion::kNone;
     plan.light = Light{};
+    plan.scene = Scene{};
     plan.light.sky = 0.1f;
     plan.light.lamps[0] = {Normalised({0.4f, 0.5f, 0.8f}), 0.4f, 0.05f};
     return plan;
@@ -154,7 +214,7 @@ void Photographer::PoseSkin(const Person& person, const PhotoPlan& plan, Random&
     const HeadModel& model = studio_.model;
     const std::vector<Vec3>& rest = person.shape.points;
     face_ = rest;
-    Apply(plan.expression, model, person.identity.MainEthnicity(), face_);
+    Apply(plan.expression, model, studio_.space, person.identity.MainEthnicity(), face_);
 
     Collar collar;
     collar.lift =
@@ -338,7 +398,13 @@ void Photographer::Take(const Person& person, const PhotoPlan& plan, std::uint64
     Random backdrop(person.seed, person.number, picture + 1, Purpose::kBackground);
     Random occluder(person.seed, person.number, picture + 1, Purpose::kOccluder);
     Portray(person, plan, random);
-    DrawBackground(tones_, plan.size, plan.size, backdrop);
+    if (plan.scene.environment >= 0) {
+        Look(studio_.environments[static_cast<std::size_t>(plan.scene.environment)],
+             plan.scene.turn, 0.3f * plan.pitch * kPerDegree, plan.scene.across, tones_, plan.size,
+             plan.size);
+    } else {
+        DrawBackground(tones_, plan.size, plan.size, backdrop);
+    }
     Develop(plan, backdrop);
     if (plan.occlusion == Occlusion::kHand) {
         const float tone = std::pow(Clamp01(person.identity.reflectance * plan.light.meanLevel /
@@ -398,6 +464,12 @@ void Photographer::Develop(const PhotoPlan& plan, Random& random) {
     const float farLight = plan.light.kind == LightKind::kDark ? random.Uniform(0.1f, 0.7f)
                            : infrared                          ? random.Uniform(0.05f, 0.7f)
                                                                : 1.0f;
+    if (plan.scene.environment >= 0) { // radiance so far; a face has about a third of it
+        for (std::size_t i = 0; i < pixels; ++i) {
+            const float level = exposure * plan.scene.gain * kFaceReflectance * 2 * tones_[i];
+            tones_[i] = std::pow(std::min(level, 1.0f), inverseGamma);
+        }
+    }
     for (std::size_t i = 0; i < pixels; ++i) {
         float level = exposure * faceTones_[i];
         level = Mix(level, 1.25f * level / (1.0f + 0.55f * level), shoulder);

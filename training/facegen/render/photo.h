@@ -16,6 +16,14 @@ namespace facegen {
 
 enum class Occlusion { kNone, kGlasses, kDarkGlasses, kCap, kFaceMask, kHand };
 
+// Where a picture was taken.
+struct Scene {
+    int environment = -1; // index into Studio::environments; -1: nowhere
+    float turn = 0;       // of the panorama about the upright axis, radians
+    float across = 0.4f;  // of what is seen of it: half its width over its distance
+    float gain = 1;       // how much brighter than the face's exposure makes it
+};
+
 // Everything drawn for one picture of a person before it is rendered.
 struct PhotoPlan {
     int size = 128;
@@ -24,6 +32,7 @@ struct PhotoPlan {
     float distance = 10;                // of the camera, decimetres
     Expression expression;
     Light light;
+    Scene scene;
     Occlusion occlusion = Occlusion::kNone;
     bool glassesAsWell = false;
     std::size_t style = 0; // index into the person's hair styles

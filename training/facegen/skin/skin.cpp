@@ -286,6 +286,53 @@ void PaintBrows(Logs& logs, const HeadModel& model, const SkinKit& kit, const Id
     }
 }
 
+// Brows drawn rather than read: strokes along the ridge above the eye, of any height, slope and width.
+struct DrawnBrow {
+    float height, slope, arch, thickness, inner, outer, density, fade;
+
+    float operator()(Vec3 p) const {
+        const float along = (std::fabs(p.x) - inner) / (outer - inner);
+        if (p.z < 0.9f || along < -0.1f || along > 1.1f) {
+            return 0;
+        }
+        const float bow = along - 0.6f;
+        const float middle = height + slope * (along - 0.5f) - arch * bow * bow;
+        const float half = thickness * (along < 0.5f ? 1.0f : Mix(1.0f, 0.35f, 2 * along - 1));
+        return density * SmoothStep(-0.06f, fade, along) * SmoothStep(1.08f, 0.85f, along) *
+               SmoothStep(1.25f * half, 0.55f * half, std::fabs(p.y - middle));
+    }
+};
+
+void DrawBrows(Logs& logs, const HeadModel& model, const SkinKit& kit, const Identity& identity,
+               float hairLog, Random& random) {
+    DrawnBrow brow{};
+    brow.height = random.Normal(7.47f, 0.03f);
+    brow.slope = random.Normal(0.03f, 0.03f);
+    brow.arch = random.Uniform(0.0f, 0.16f);
+    brow.thickness = random.Uniform(0.018f, 0.036f) * Mix(0.85f, 1.2f, identity.male);
+    brow.inner = random.Uniform(0.06f, 0.16f);
+    brow.outer = random.Uniform(0.48f, 0.58f);
+    brow.density = random.Uniform(0.35f, 1.0f);
+    brow.fade = random.Uniform(0.05f, 0.3f);
+    const float tone = std::max(Mix(hairLog, random.Uniform(-3.0f, -1.2f), 0.4f), -4.0f);
+    const NoiseField& fine =
+        kit.fine[static_cast<std::size_t>(random.Below(static_cast<int>(kit.fine.size())))];
+    for (const std::uint32_t i : kit.front) {
+        const float hairs = 1.0f + 0.5f * static_cast<float>(fine[i]) / 127.0f;
+        const float coverage = Clamp01(brow(model.texelBase[i]) * hairs);
+        logs[i] = Mix(logs[i], std::min(tone, logs[i]), coverage);
+    }
+}
+
+// Some skins show everything, others next to nothing.
+void Weaken(Logs& logs, Random& random) {
+    const float share =
+        random.Chance(0.25f) ? random.Uniform(0.0f, 0.4f) : random.Uniform(0.5f, 1.1f);
+    for (float& log : logs) {
+        log *= share;
+    }
+}
+
 void PaintHair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hairiness& hairiness,
                float hairLog, Random& random) {
     const float ragged = random.Uniform(0.0002f, 0.0006f);
@@ -385,10 +432,17 @@ void PaintSkin(Atlas& atlas, const HeadModel& model, const SkinKit& kit, const I
     Logs logs = MixedSkins(model, kit, identity, random);
     PaintFace(logs, model, kit, identity, random);
     PaintSpots(logs, kit, identity, random);
-    if (identity.scanned) {
+    if (identity.broad) {
+        Weaken(logs, random);
+    }
+    if (identity.scanned || (identity.broad && random.Chance(0.5f))) {
         PaintHollows(logs, model, kit, random);
     }
-    PaintBrows(logs, model, kit, identity, hairLog, random);
+    if (identity.broad && random.Chance(identity.drawnBrows)) {
+        DrawBrows(logs, model, kit, identity, hairLog, random);
+    } else if (!identity.broad || random.Chance(0.9f)) {
+        PaintBrows(logs, model, kit, identity, hairLog, random);
+    }
     PaintHair(logs, model, kit, hairiness, hairLog, random);
     const float tone = identity.reflectance;
     for (int y = 0; y < kTileHeight; ++y) {

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <stdexcept>
 
+#include "head/scanned_expression.h"
 #include "output/npy.h"
 
 namespace facegen {
@@ -54,7 +56,7 @@ TEST_F(ShapeSpaceFiles, TheStreamDecidesTheHead) {
     const auto drawn = [&](std::uint64_t seed) {
         std::vector<Vec3> points = base;
         Random random(seed);
-        AddScannedShape(points, space, random);
+        AddScannedShape(points, space, 0.7f, random);
         return points;
     };
     const auto one = drawn(1), again = drawn(1), other = drawn(2);
@@ -63,6 +65,48 @@ TEST_F(ShapeSpaceFiles, TheStreamDecidesTheHead) {
     EXPECT_NE(one[2].y, other[2].y);
     EXPECT_EQ(one[0].x, 0.0f); // no component moves it
     EXPECT_LE(std::fabs(one[1].x), 2.2f);
+}
+
+TEST_F(ShapeSpaceFiles, ExpressionsAreReadWhereThereAreAny) {
+    EXPECT_TRUE(LoadShapeSpace(folder, numbers, base).expressions.empty());
+    float moves[18] = {};
+    moves[1] = 0.5f;   // the first moves point 3 up
+    moves[12] = 1e-5f; // the second next to nothing
+    WriteNpy(folder / "expressions.npy", "<f4", {2, 3, 3}, moves, sizeof moves);
+    EXPECT_THROW(LoadShapeSpace(folder, numbers, base), std::runtime_error); // names are missing
+    std::ofstream(folder / "expressions.txt") << "jawOpen\nbrowDown_L\n";
+    const ShapeSpace space = LoadShapeSpace(folder, numbers, base);
+    ASSERT_EQ(space.expressions.size(), 2U);
+    EXPECT_EQ(space.expressions[0].name, "jawOpen");
+    ASSERT_EQ(space.expressions[0].moves.point.size(), 1U);
+    EXPECT_EQ(space.expressions[0].moves.point[0], 1U);
+    EXPECT_EQ(space.expressions[0].moves.shift[0].y, 0.5f);
+    EXPECT_TRUE(space.expressions[1].moves.point.empty());
+}
+
+TEST(ScannedExpression, ADrawIsMadeOfWhatTheSpaceHas) {
+    ShapeSpace space;
+    for (const char* name : {"mouthSmile_L", "mouthSmile_R", "jawOpen", "eyeLookUp_L"}) {
+        space.expressions.push_back({name, {}});
+    }
+    int smiles = 0, open = 0;
+    for (std::uint64_t seed = 0; seed < 200; ++seed) {
+        Random random(seed);
+        Expression e = DrawScannedExpression(space, random);
+        EXPECT_TRUE(e.parts.empty());
+        for (const Expression::Part& part : e.scanned) {
+            EXPECT_NE(part.unit, 3U); // eyes are turned, not moved
+            EXPECT_LE(part.weight, 1.1f);
+            smiles += part.unit == 0 ? 1 : 0;
+            open += part.unit == 2 ? 1 : 0;
+        }
+        QuietenMouth(e, HeadModel{}, space);
+        for (const Expression::Part& part : e.scanned) {
+            EXPECT_LE(part.weight, 0.12f);
+        }
+    }
+    EXPECT_GT(smiles, 60);
+    EXPECT_GT(open, 40);
 }
 
 TEST_F(ShapeSpaceFiles, FilesThatDoNotFitAreRefused) {

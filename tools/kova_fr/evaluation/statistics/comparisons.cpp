@@ -6,6 +6,7 @@
 
 #include "evaluation/statistics/random.h"
 #include "evaluation/statistics/search_rounds.h"
+#include "search/distances.h"
 
 namespace kova_statistics {
 namespace {
@@ -91,10 +92,7 @@ class Scorer {
         }
     }
 
-    void Score(uint32_t first, uint32_t second) {
-        const Feature& a = comparisons_.features[first];
-        const Feature& b = comparisons_.features[second];
-        const float score = OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b);
+    void Add(uint32_t first, uint32_t second, float score) {
         const size_t rank = RankOf(score);
         const uint32_t firstPerson = comparisons_.person[first];
         const uint32_t secondPerson = comparisons_.person[second];
@@ -109,7 +107,7 @@ class Scorer {
         if (search_) {
             search_->Add(first, second, score);
         }
-        if (rank >= kNearlyOne && a == b) {
+        if (rank >= kNearlyOne && comparisons_.features[first] == comparisons_.features[second]) {
             ++(isSame ? scores_.copiesOfOne : scores_.copiesOfTwo);
             if (scores_.firstCopies.size() < mostCopies_) {
                 scores_.firstCopies.push_back({first, second});
@@ -136,6 +134,38 @@ class Scorer {
     std::optional<SearchRounds> search_;
 };
 
+void ScoreListed(const Comparisons& comparisons, Scorer& scorer) {
+    for (const Pair& pair : *comparisons.pairs) {
+        const Feature& a = comparisons.features[pair.first];
+        const Feature& b = comparisons.features[pair.second];
+        scorer.Add(pair.first, pair.second,
+                   comparisons.score ? comparisons.score(pair.first, pair.second)
+                                     : OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b));
+    }
+}
+
+// Each picture with all before it.
+void ScoreAll(const Comparisons& comparisons, Scorer& scorer,
+              const std::function<void(size_t, size_t)>& progress) {
+    const auto pictures = static_cast<uint32_t>(comparisons.features.size());
+    const auto* values = reinterpret_cast<const float*>(comparisons.features.data());
+    orvo::Features before = orvo::LookThrough(values, pictures);
+    std::vector<float> scores(pictures);
+    for (uint32_t second = 0; second < pictures; ++second) {
+        before.count = second;
+        if (!comparisons.score) {
+            orvo::Distances(comparisons.features[second].data(), before, scores.data());
+        }
+        for (uint32_t first = 0; first < second; ++first) {
+            scorer.Add(first, second,
+                       comparisons.score ? comparisons.score(first, second) : scores[first]);
+        }
+        if (second % kRowsBetweenReports == 0) {
+            progress(second, pictures);
+        }
+    }
+}
+
 } // namespace
 
 Scores ScorePairs(const Comparisons& comparisons, const ScoringLimits& limits,
@@ -143,19 +173,9 @@ Scores ScorePairs(const Comparisons& comparisons, const ScoringLimits& limits,
     Scores scores;
     Scorer scorer(comparisons, limits, scores, CountPairs(comparisons));
     if (comparisons.pairs) {
-        for (const Pair& pair : *comparisons.pairs) {
-            scorer.Score(pair.first, pair.second);
-        }
+        ScoreListed(comparisons, scorer);
     } else {
-        const auto pictures = static_cast<uint32_t>(comparisons.features.size());
-        for (uint32_t second = 0; second < pictures; ++second) {
-            for (uint32_t first = 0; first < second; ++first) {
-                scorer.Score(first, second);
-            }
-            if (second % kRowsBetweenReports == 0) {
-                progress(second, pictures);
-            }
-        }
+        ScoreAll(comparisons, scorer, progress);
     }
     scorer.Finish();
     return scores;

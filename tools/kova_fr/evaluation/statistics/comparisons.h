@@ -25,6 +25,8 @@ struct Comparisons {
     std::vector<uint32_t> person; // of each picture, numbered from 0
     uint32_t people = 0;
     std::optional<std::vector<Pair>> pairs; // without: all of them
+    // Of two pictures, from -1 to 1. Without: OrvoFrGetDistance() of their features.
+    std::function<float(uint32_t, uint32_t)> score;
 };
 
 struct ScoredPair {
@@ -62,8 +64,7 @@ struct ScoringLimits {
     uint64_t seed = 0;
 };
 
-// Scores are those of OrvoFrGetDistance(). `progress` hears how many of how many rows of pairs are
-// done.
+// `progress` hears how many of how many rows of pairs are done.
 Scores ScorePairs(const Comparisons& comparisons, const ScoringLimits& limits,
                   const std::function<void(size_t, size_t)>& progress);
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// Matrix product with NEON; compute_a/simd/product.h has the walk.
+// Matrix product with NEON on 32-bit ARM; compute_a/simd/product.h has the walk.
 //
 // A tile is four channels by 8 pixels. Four rows make a step: the values of two rows, r0 and r1 or
 // r2 and r3, stand side by side, pixel by pixel. A step's 32 bytes are
 //
 //              bytes 0 to 7       8 to 15            16 to 23           24 to 31
-//     64-bit   r0r1 of p0 to p3 | r2r3 of p0 to p3 | r0r1 of p4 to p7 | r2r3 of p4 to p7
-//     32-bit   r0r1 of p0 to p3 | r0r1 of p4 to p7 | r2r3 of p0 to p3 | r2r3 of p4 to p7
+//              r0r1 of p0 to p3 | r0r1 of p4 to p7 | r2r3 of p0 to p3 | r2r3 of p4 to p7
 //
 // and the 32 bytes of weights that two steps meet are, for each channel,
 //
@@ -24,10 +23,8 @@
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
-#include "compute_a/simd/plain/routines.h"
-#if !defined(__aarch64__)
 #include "compute_a/simd/neon/tiles_32.h"
-#endif
+#include "compute_a/simd/plain/routines.h"
 
 namespace orvo {
 namespace {
@@ -59,7 +56,7 @@ struct TileWeights {
 };
 
 // One group as the tiles read it: what its sums start from, and the weights, two steps of a channel
-// side by side. 32-bit ARM reads on behind them: the shift, and the biases if it adds them last.
+// side by side. Behind them stand the shift, and the biases if they are added last.
 // Leftover channels, which the tiles take one by one, have their weights one after the other.
 struct GroupWeights {
     alignas(16) int32_t biases[kGroup][kBiases];
@@ -67,7 +64,26 @@ struct GroupWeights {
     TileWeights parts[kGroup]; // the first a group's, or one of each leftover channel
 };
 
-// Pixels 4 A to 4 A + 3 of a step times vector B of the weights.
+// Pixels 4 A to 4 A + 3 of a step's values `a`, rows 0 and 1 and rows 2 and 3, times vector B of the
+// weights `b`.
+template <int A, int B>
+inline int16x8_t MultiplyAdd(int16x8_t sum, const Bytes32& a, const Bytes32& b) {
+    return vmlal_s8(vmlal_s8(sum, a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
+}
+template <int A, int B>
+inline int16x8_t Multiply(const Bytes32& a, const Bytes32& b) {
+    return vmlal_s8(vmull_s8(a.val[A], b.val[2 * B]), a.val[A + 2], b.val[2 * B + 1]);
+}
+// The same of rows 0 and 1, and of rows 2 and 3.
+template <int A, int B>
+inline int16x8_t MultiplyFirst(const Bytes32& a, const Bytes32& b) {
+    return vmull_s8(a.val[A], b.val[2 * B]);
+}
+template <int A, int B>
+inline int16x8_t MultiplySecond(const Bytes32& a, const Bytes32& b) {
+    return vmull_s8(a.val[A + 2], b.val[2 * B + 1]);
+}
+
 template <Widen kWiden, int A, int B>
 inline int32x4_t AddStep(int32x4_t sums, const Bytes32& values, const Bytes32& weights) {
     if constexpr (kWiden == Widen::kProduct) {
@@ -77,11 +93,9 @@ inline int32x4_t AddStep(int32x4_t sums, const Bytes32& values, const Bytes32& w
     return vpadalq_s16(sums, Multiply<A, B>(values, weights));
 }
 
-// The sums of a tile, bias included. Register plan of 64-bit ARM for 4 channels: 8 of 32-bit sums
-// (and for kEnd as many of 16-bit ones), 4 of the values of two steps, 2 of a channel's weights, 2
-// of 16-bit sums. Beside the loads, two steps, 256 products, take 48 instructions with kStep, 40
-// with kPair and 32 with kEnd, which 39, 31 and 30 % of the networks' products do. On 32-bit ARM
-// groups go through tiles_32.h, and what comes here are leftover channels.
+// The sums of a tile, bias included, of what does not go through tiles_32.h: leftover channels, one
+// by one, and groups that have a single step or whose products are widened each. Of the networks'
+// products 4 % are widened after each step, 93 % after two and 3 % in the end.
 template <size_t Channels, Widen kWiden>
 inline void SumTile(const int8_t* values, const TileWeights& of, int32x4_t sums[Channels][2]) {
     const int8_t* weights = of.bytes;
@@ -156,8 +170,6 @@ void RunTiles(const TileWeights& weights, const Tiles& tiles) {
     }
 }
 
-#if !defined(__aarch64__)
-
 // The same for a group of at least so many steps.
 constexpr size_t kAssemblySteps = 2;
 
@@ -167,12 +179,9 @@ void RunTilesByAssembly(const TileWeights& w, const Tiles& t) {
     MultiplyTiles32<kWiden>({t.values, from, w.steps, t.count, t.dst, t.pitch});
 }
 
-#endif
-
 // What runs the tiles of a group or of a leftover channel.
 template <size_t Channels>
 auto TilesFor(Widen widen, [[maybe_unused]] size_t steps) {
-#if !defined(__aarch64__)
     if constexpr (Channels == kGroup) {
         return steps < kAssemblySteps  ? RunTiles<kGroup, Widen::kProduct>
                : widen == Widen::kEnd  ? RunTilesByAssembly<Widen::kEnd>
@@ -180,16 +189,10 @@ auto TilesFor(Widen widen, [[maybe_unused]] size_t steps) {
                : widen == Widen::kStep ? RunTilesByAssembly<Widen::kStep>
                                        : RunTiles<kGroup, Widen::kProduct>;
     }
-#endif
     return widen == Widen::kEnd    ? RunTiles<Channels, Widen::kEnd>
            : widen == Widen::kPair ? RunTiles<Channels, Widen::kPair>
            : widen == Widen::kStep ? RunTiles<Channels, Widen::kStep>
                                    : RunTiles<Channels, Widen::kProduct>;
-}
-
-inline bool AllWithin(uint16x8_t weightTotals) {
-    const uint8x8_t above = vshrn_n_u16(weightTotals, 8);
-    return vget_lane_u64(vreinterpret_u64_u8(above), 0) == 0;
 }
 
 constexpr size_t kPairRows = 2 * kStepRows;
@@ -227,6 +230,19 @@ void PutBiases(const int32_t* bias, int32_t* to) {
     }
 }
 
+// Stores each pair of bytes four times; `to` moves past them. GCC would move the first pair to a core register and back.
+inline void StoreRepeated(int8x8_t pairs, int8_t*& to) {
+    __asm__(
+        "vdup.16 d16, %P[pairs][0]\n\t"
+        "vdup.16 d17, %P[pairs][1]\n\t"
+        "vdup.16 d18, %P[pairs][2]\n\t"
+        "vdup.16 d19, %P[pairs][3]\n\t"
+        "vst1.8 {d16-d19}, [%[to]]!"
+        : [to] "+r"(to), "=m"(*reinterpret_cast<int8_t(*)[32]>(to))
+        : [pairs] "w"(pairs)
+        : "q8", "q9");
+}
+
 // Puts the weights of a group, or of one leftover channel, where tiles read them; `to` moves past
 // them.
 template <size_t Channels>
@@ -249,7 +265,6 @@ Widen LoadWeights(const int8_t* weights, size_t inner, int8_t*& to) {
         pairMost = vmaxq_u16(pairMost, both);
         total = vaddq_u16(total, both);
     }
-    static_assert(kMostWeight == 255);
     return AllWithin(total)      ? Widen::kEnd
            : AllWithin(pairMost) ? Widen::kPair
            : AllWithin(stepMost) ? Widen::kStep
@@ -264,13 +279,11 @@ void LoadGroup(const MatrixProduct& p, const ChannelGroup& from, GroupWeights& g
     const Widen widen = LoadWeights<kGroup>(from.weights, p.inner, end);
     group.parts[0] = {group.biases, group.bytes, steps, p.shift, TilesFor<kGroup>(widen, steps)};
     int32_t* biases = group.biases[0];
-#if !defined(__aarch64__)
     int32_t* behind = reinterpret_cast<int32_t*>(end);
     vst1q_s32(behind, TopByteShift(p.shift));
     if (widen == Widen::kEnd && steps >= kAssemblySteps) {
         biases = behind + 4;
     }
-#endif
     PutBiases<kGroup>(p.bias + from.first, biases);
 }
 
@@ -283,6 +296,13 @@ void LoadLeftoverChannels(const MatrixProduct& p, const ChannelGroup& from, Grou
         group.parts[c] = {group.biases + c, bytes, steps, p.shift, TilesFor<1>(widen, steps)};
         PutBiases<1>(p.bias + from.first + c, group.biases[c]);
     }
+}
+
+// Rows interleaved by two, 8 pixels, in the order that suits these products; `to` moves past them.
+inline void StoreStep(int8x16_t rows01, int8x16_t rows23, int8_t*& to) {
+    vst1q_s8(to, rows01);
+    vst1q_s8(to + 16, rows23);
+    to += 32;
 }
 
 inline void PackStep(const int8x8_t row[kStepRows], int8_t* to) {
@@ -325,23 +345,9 @@ void PackTile(const MatrixProduct& p, size_t pixel, size_t count, int8_t* to) {
 // The same for two full tiles, except for a last step of fewer than four rows.
 void PackTwoTiles(const MatrixProduct& p, size_t pixel, int8_t* first, int8_t* second) {
     const int8_t* at = p.rows + pixel;
-#if !defined(__aarch64__)
     if (p.inner >= kStepRows) {
         PackTiles32(at, p.rowPitch, p.inner / kStepRows, first, second);
     }
-#else
-    for (size_t k = 0; k + kStepRows <= p.inner; k += kStepRows) {
-        int8x16_t row[kStepRows];
-#pragma GCC unroll 4
-        for (size_t i = 0; i < kStepRows; ++i, at += p.rowPitch) {
-            row[i] = vld1q_s8(at);
-        }
-        const int8x16x2_t rows01 = vzipq_s8(row[0], row[1]);
-        const int8x16x2_t rows23 = vzipq_s8(row[2], row[3]);
-        StoreStep(rows01.val[0], rows23.val[0], first);
-        StoreStep(rows01.val[1], rows23.val[1], second);
-    }
-#endif
     const size_t rest = p.inner % kStepRows;
     for (size_t tile = 0; tile < 2 && rest != 0; ++tile) {
         int8x8_t row[kStepRows];

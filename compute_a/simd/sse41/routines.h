@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+//
+// x86-64 with SSE4.1 but without AVX2. To flip signs, memory sets the pace: that is left to the plain
+// routine.
+#pragma once
+
+#include "compute_a/routines.h"
+
+namespace orvo {
+namespace sse41 {
+
+void Multiply(const MatrixProduct& product);
+void Depthwise(const DepthwisePlanes& planes);
+int32_t Dot(const int8_t* a, const int8_t* b, size_t count);
+void MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst);
+void MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t* dst);
+void Sample(const int8_t* src, const Planes& planes, int8_t* dst);
+void Rectify(const int8_t* src, int8_t* dst, size_t count);
+void Add(const int8_t* in1, const int8_t* in2, int8_t* dst, size_t count, const AddShifts& shifts);
+bool ConvolvePlane(const PlaneConvolution& convolution);
+
+} // namespace sse41
+} // namespace orvo

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "head/expression.h"
+#include "head/shape_space.h"
+#include "random.h"
+
+namespace facegen {
+
+// An expression made of those of scanned people, alone or mixed, faint to full.
+Expression DrawScannedExpression(const ShapeSpace& space, Random& random);
+
+} // namespace facegen
