@@ -10,8 +10,8 @@
 
 #include "compute_a/simd/neon/lanes.h"
 #include "compute_a/simd/neon/routines.h"
-#include "compute_a/simd/strips.h"
 #include "compute_a/simd/plain/routines.h"
+#include "compute_a/simd/strips.h"
 #if !defined(__aarch64__)
 #include "compute_a/simd/neon/strips_32.h"
 #endif

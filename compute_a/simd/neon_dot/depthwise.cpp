@@ -10,10 +10,10 @@
 // narrows them undoes.
 #include <algorithm>
 
-#include "compute_a/simd/strips.h"
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
 #include "compute_a/simd/plain/routines.h"
+#include "compute_a/simd/strips.h"
 
 namespace orvo {
 namespace {
