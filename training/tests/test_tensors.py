@@ -5,7 +5,7 @@ from pathlib import Path
 
 import numpy as np
 
-from training.export import tensors
+from training.export import mean_of, tensors
 from training.networks import layers
 from training.networks.library import ROOT
 
@@ -43,6 +43,15 @@ class Tensors(unittest.TestCase):
                 copy = Path(folder) / "copy.safetensors"
                 tensors.write(copy, tensors.read(path))
                 self.assertEqual(copy.read_bytes(), path.read_bytes())
+
+    def test_the_mean_of_networks_is_rounded_and_stays_in_range(self):
+        def state(weights, bias):
+            return {"w": np.array(weights, np.int8), "b": np.array(bias, np.int32)}
+
+        mean = mean_of.mean_of([0.25, 0.75], [state([-128, 127, 0], [2**20]), state([-128, 127, 3], [4])])
+        self.assertEqual(mean["w"].tolist(), [-128, 127, 2])
+        self.assertEqual(mean["b"].tolist(), [2**18 + 3])
+        self.assertEqual((mean["w"].dtype, mean["b"].dtype), (np.int8, np.int32))
 
 
 if __name__ == "__main__":
