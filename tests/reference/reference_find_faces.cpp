@@ -174,7 +174,12 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
 }
 
 std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates) {
-    std::ranges::stable_sort(candidates, std::ranges::greater{}, &PlainFace::score);
+    // One after the other behind those that are as good.
+    for (size_t i = 1; i < candidates.size(); ++i) {
+        for (size_t j = i; j > 0 && candidates[j - 1].score < candidates[j].score; --j) {
+            std::swap(candidates[j - 1], candidates[j]);
+        }
+    }
     if (candidates.size() > kMostCandidates) {
         candidates.resize(kMostCandidates);
     }
@@ -310,7 +315,7 @@ PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const u
     const double deviation = std::floor(16 * std::sqrt(variance)) / 16;
     m.sharpness =
         static_cast<int>(std::floor(16 * 256 * (bends / (2 * 94 * 96)) / (16 + deviation)));
-    std::ranges::sort(middle);
+    std::sort(middle.begin(), middle.end());
     m.brightness = middle[(9 * middle.size() + 9) / 10 - 1];
     m.white = static_cast<int>(1000 * static_cast<size_t>(white) / middle.size());
 
