@@ -29,6 +29,9 @@
 #include "orvo/model_store.h"
 #include "orvo/orvo_fr.h"
 #include "search/distances.h"
+#ifdef ORVO_HAVE_FIND
+#include "bench/find_input.h"
+#endif
 
 namespace {
 
@@ -141,6 +144,27 @@ void TimeOrvoFrRun(benchmark::State& state) {
         core.run();
     }
 }
+
+#ifdef ORVO_HAVE_FIND
+orvo_bench::Finder& TheFinder() {
+    static orvo_bench::Finder finder;
+    return finder;
+}
+
+void TimeFindRun(benchmark::State& state) {
+    orvo_bench::Finder& finder = TheFinder();
+    for (auto _ : state) {
+        finder.run();
+    }
+}
+
+void TimeUpright(benchmark::State& state) {
+    orvo_bench::Finder& finder = TheFinder();
+    for (auto _ : state) {
+        finder.upright();
+    }
+}
+#endif
 
 void TimeDistance(benchmark::State& state) {
     float a[ORVO_FR_FEATURE_LENGTH];
@@ -270,6 +294,10 @@ void RegisterLibrary() {
     Register(orvo_bench::kAlignRow, Counting(networks.align, TimeAlignRun));
     Register(orvo_bench::kRecognitionRow, Counting(networks.recognition, TimeFrRun));
     Register("OrvoFrRun", Counting(networks.both(), TimeOrvoFrRun));
+#ifdef ORVO_HAVE_FIND
+    Register("OrvoFindRun", TimeFindRun);
+    Register("OrvoFindUpright", TimeUpright);
+#endif
     Register("OrvoFrGetDistance", TimeDistance);
     Register("a distance of many", TimeDistances);
     Register("look through a feature", TimeLookThrough);

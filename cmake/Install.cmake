@@ -1,4 +1,5 @@
-# cmake --install, the CMake package orvo_fr and the pkg-config modules kova_fr and kova_mpi_host. The
+# cmake --install, the CMake package orvo_fr and the pkg-config modules kova_fr, kova_find and
+# kova_mpi_host. The
 # installed tree may be moved: nothing in it knows the prefix.
 #
 # Each Debian package is a component (cmake/debian/Packages.cmake).
@@ -9,6 +10,11 @@ install(TARGETS kova_fr kova_fr_static EXPORT orvo_fr-targets
         ARCHIVE COMPONENT development)
 install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
         LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
+if(TARGET kova_find)
+    install(TARGETS kova_find kova_find_static EXPORT orvo_fr-targets
+            LIBRARY COMPONENT finder NAMELINK_COMPONENT development
+            ARCHIVE COMPONENT development)
+endif()
 install(DIRECTORY include/orvo TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN "*.h")
 install(FILES LICENSE TYPE DOC)
 
@@ -29,7 +35,11 @@ set(PC_REQUIRES)
 if(ORVO_NEEDS_HOST_PLATFORM)
     set(PC_REQUIRES "Requires.private: kova_mpi_host\n")
 endif()
-foreach(module kova_fr kova_mpi_host)
+set(modules kova_fr kova_mpi_host)
+if(TARGET kova_find)
+    list(APPEND modules kova_find)
+endif()
+foreach(module ${modules})
     configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${module}.pc"
             DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)

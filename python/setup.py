@@ -17,8 +17,8 @@ from wheel.bdist_wheel import bdist_wheel
 
 SOURCE = Path(__file__).resolve().parent.parent
 BUILD = SOURCE / "build" / "python"
-# The second stands in for the camera platform; a build for a camera does without.
-LIBRARIES = ("libkova_fr.so.1", "libkova_mpi_host.so.1")
+# The last stands in for the camera platform; a build for a camera does without.
+LIBRARIES = ("libkova_fr.so.1", "libkova_find.so.1", "libkova_mpi_host.so.1")
 
 
 def released():
@@ -40,7 +40,8 @@ def built_libraries():
         check=True,
     )
     jobs = str(os.cpu_count() or 1)
-    subprocess.run(["cmake", "--build", BUILD, "--target", "kova_fr", "-j", jobs], check=True)
+    targets = ["kova_fr", "kova_find"]
+    subprocess.run(["cmake", "--build", BUILD, "--target", *targets, "-j", jobs], check=True)
     return [BUILD / "lib" / name for name in LIBRARIES if (BUILD / "lib" / name).exists()]
 
 

@@ -1,6 +1,7 @@
 # Debian packages: the target "package" of the presets "package" and "package-arm".
 #
 #   libkova-fr1         the library, for the machine that recognises
+#   libkova-find1       the library that finds faces in whole pictures
 #   libkova-mpi-host1   the stand-in for the camera platform, for PCs and emulators
 #   libkova-fr-dev      headers, static library, CMake and pkg-config files
 #   kova-fr             the command line, not in a cross build
@@ -90,15 +91,24 @@ debian_package(host_platform libkova-mpi-host1 libs "stand-in for the camera pla
 applications of libkova-fr1 run on a PC or under an emulator.${processors}")
 set(CPACK_DEBIAN_HOST_PLATFORM_PACKAGE_CONTROL_EXTRA
     "${CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA}")
+set(finder)
+if(TARGET kova_find)
+    set(finder libkova-find1)
+    debian_package(finder libkova-find1 libs "faces in whole pictures for libkova-fr1"
+        "Boxes, landmarks and quality of the faces in a grey picture of any size, and
+their upright crops for libkova-fr1, in memory that the caller hands in.${processors}"
+        libkova-fr1)
+    set(CPACK_DEBIAN_FINDER_PACKAGE_CONTROL_EXTRA "${CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA}")
+endif()
 debian_package(development libkova-fr-dev libdevel "on-device face recognition, development files"
-    "Headers, the static library, and files for CMake (orvo_fr) and pkg-config
-(kova_fr, kova_mpi_host).${processors}"
-    libkova-fr1 libkova-mpi-host1)
+    "Headers, the static libraries, and files for CMake (orvo_fr) and pkg-config
+(kova_fr, kova_find, kova_mpi_host).${processors}"
+    libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
         "Features and distances of faces in PNG, JPEG, PGM and PPM pictures, and
 galleries of known people, through libkova-fr1."
-        libkova-fr1 libkova-mpi-host1)
+        libkova-fr1 ${finder} libkova-mpi-host1)
 endif()
 if(TARGET kova_fr_detector)
     set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "kova-fr-detector (= ${PROJECT_VERSION})")

@@ -34,7 +34,7 @@ class FrImage(ctypes.Structure):
     ]
 
 
-def _path() -> str:
+def path() -> str:
     """ORVO_FR_LIBRARY, or the library beside this file, or an installed one."""
     beside = Path(__file__).with_name("libkova_fr.so.1")
     return os.environ.get("ORVO_FR_LIBRARY") or (str(beside) if beside.exists() else beside.name)
@@ -43,7 +43,7 @@ def _path() -> str:
 def _load() -> ctypes.CDLL:
     # A library built for a camera leaves the platform's functions, which only the device API calls, to
     # somebody else. ctypes lets go of Python's lock while a function of a CDLL runs.
-    library = ctypes.CDLL(_path(), mode=os.RTLD_LAZY | os.RTLD_LOCAL)
+    library = ctypes.CDLL(path(), mode=os.RTLD_LAZY | os.RTLD_LOCAL)
     address, size = ctypes.c_void_p, ctypes.c_uint32
     library.OrvoFrInit.argtypes = []
     library.OrvoFrGetMemorySize.argtypes = []

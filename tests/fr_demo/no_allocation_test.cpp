@@ -10,6 +10,9 @@
 #include <vector>
 
 #include "orvo/orvo_fr.h"
+#ifdef ORVO_HAVE_FIND
+#include "orvo/orvo_find.h"
+#endif
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ORVO_OWN_ALLOCATOR 0 // the sanitizer's allocator must stay in place
@@ -126,5 +129,34 @@ TEST_F(NoAllocation, HappensInInitialisationAndSetup) {
         AllocationsDuring([&] { OrvoFrGetDistance(feature_.data(), 512, feature_.data(), 512); }),
         0);
 }
+
+#ifdef ORVO_HAVE_FIND
+TEST_F(NoAllocation, HappensInTheFinder) {
+    const uint32_t size = OrvoFindGetMemorySize(256, 256, ORVO_FIND_SMALLEST);
+    std::vector<uint8_t> memory(size);
+    const OrvoFindPicture picture = {picture_.data(), 256, 256, 256};
+    ASSERT_EQ(OrvoFrInit(), 0);
+    ASSERT_EQ(OrvoFrSetMemory(memory_.data(), 1410052), 0);
+    EXPECT_EQ(AllocationsDuring([&] {
+                  EXPECT_EQ(OrvoFindInit(), 0);
+                  EXPECT_EQ(OrvoFindSetMemory(memory.data(), size), 0);
+              }),
+              0);
+    OrvoFindFace faces[2] = {};
+    float features[2 * ORVO_FIND_FEATURE_LENGTH];
+    uint8_t crop[ORVO_FIND_CROP_SIZE * ORVO_FIND_CROP_SIZE];
+    int32_t count = -1;
+    int32_t status = -1;
+    EXPECT_EQ(AllocationsDuring([&] {
+                  status =
+                      OrvoFindFeatures(&picture, ORVO_FIND_SMALLEST, faces, features, 2, &count);
+              }),
+              0);
+    EXPECT_EQ(status, 0);
+    faces[0].side = 100;
+    EXPECT_EQ(AllocationsDuring([&] { status = OrvoFindUpright(&picture, faces, crop); }), 0);
+    EXPECT_EQ(status, 0);
+}
+#endif
 
 } // namespace

@@ -1,6 +1,12 @@
 # The shared library may import the platform's functions, the sibling cipher's, and what carries the
-# version of a system library; nothing else.
-# cmake -DNM=... -DLIBRARY=... -P check_imported_symbols.cmake
+# version of a system library; nothing else. A library beside libkova_fr imports what that exports (LIST)
+# in place of the former two.
+# cmake -DNM=... -DLIBRARY=... [-DLIST=...] -P check_imported_symbols.cmake
+cmake_policy(SET CMP0057 NEW)
+set(others "")
+if(LIST)
+    file(STRINGS "${LIST}" others REGEX "^[^#]")
+endif()
 execute_process(COMMAND "${NM}" -D --undefined-only "${LIBRARY}"
                 OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${output}")
@@ -15,7 +21,9 @@ foreach(line IN LISTS lines)
     endif()
     set(kind "${CMAKE_MATCH_1}")
     set(name "${CMAKE_MATCH_2}")
-    if(name MATCHES "^KOVA_MPI_" OR name STREQUAL "wb_aes_encrypt")
+    if(LIST AND name IN_LIST others)
+        math(EXPR platform "${platform} + 1")
+    elseif(NOT LIST AND (name MATCHES "^KOVA_MPI_" OR name STREQUAL "wb_aes_encrypt"))
         math(EXPR platform "${platform} + 1")
     elseif(name MATCHES "@(GLIBC|GCC|CXXABI|GLIBCXX)_")
     elseif(kind STREQUAL "w" AND
@@ -27,4 +35,9 @@ endforeach()
 if(wrong)
     message(FATAL_ERROR "\n${wrong}")
 endif()
-message(STATUS "${platform} names are imported from the platform, the others from system libraries")
+if(LIST)
+    set(from "libkova_fr")
+else()
+    set(from "the platform")
+endif()
+message(STATUS "${platform} names are imported from ${from}, the others from system libraries")

@@ -23,7 +23,7 @@ for package in "$work"/packages/*.deb; do
     depends=$(dpkg-deb -f "$package" Depends)
     case $name in
     libkova-fr1 | libkova-mpi-host1) wanted='libc6 (>= ' ;;
-    libkova-fr-dev | kova-fr) wanted='libkova-fr1 (= ' ;;
+    libkova-find1 | libkova-fr-dev | kova-fr) wanted='libkova-fr1 (= ' ;;
     kova-fr-detector) wanted='opencv-data' ;;
     *) fail "$name: nobody knows this package" ;;
     esac
@@ -44,7 +44,7 @@ for package in "$work"/packages/*.deb; do
     cat "$work/contents" >>"$work/files"
     dpkg-deb -x "$package" "$root"
 done
-for name in libkova-fr1 libkova-mpi-host1 libkova-fr-dev; do
+for name in libkova-fr1 libkova-find1 libkova-mpi-host1 libkova-fr-dev; do
     case "$names " in
     *" $name "*) ;;
     *) fail "$name was not made, only$names" ;;
@@ -84,4 +84,6 @@ else
 fi
 expect "$wanted" b.pgm "$@" "$work/examples/face_distance"
 expect "$wanted" b.pgm "$@" "$work/examples/plain_memory"
+"$@" "$work/examples/find_faces" "$work/a.pgm" | grep -q '^[0-9][0-9]* found$' ||
+    fail "find_faces does not run"
 echo "$architecture:$names: the examples run against them"

@@ -23,12 +23,23 @@ distance_d=$(wanted_distance "$prefix/bin/kova-fr" d.pgm)
 # The part of it that measures lies in another folder.
 "$prefix/bin/kova-fr" bench --seconds 0 >/dev/null
 
+# expect_faces PICTURE PROGRAM: the program finds as many faces as kova-fr.
+expect_faces() {
+    wanted=$("$prefix/bin/kova-fr" find --at-most 16 "$work/$1" | sed -n 's/^  .*/face/p' | wc -l)
+    got=$("$2" "$work/$1" | tail -n 1)
+    [ "$got" = "$wanted found" ] || fail "$2: $1 gives '$got', not $wanted faces"
+    if "$2" "$work/missing" 2>/dev/null; then
+        fail "$2: succeeds on a picture that is not there"
+    fi
+}
+
 check_examples() {
     expect "$distance_b" b.pgm "$1/face_distance"
     expect "$distance_c" c.pgm "$1/face_distance"
     expect "$distance_d" d.pgm "$1/face_distance"
     expect "$distance_b" b.pgm "$1/plain_memory"
-    echo "$1: both examples give kova-fr's distances"
+    expect_faces a.pgm "$1/find_faces"
+    echo "$1: the examples give kova-fr's distances and faces"
 }
 
 for static in OFF ON; do

@@ -31,29 +31,6 @@ size_t DotLengthOf(const Layer& layer) {
     throw std::logic_error("no such kind of layer");
 }
 
-Model SeededModel(const std::vector<Layer>& layers, uint64_t seed, double gain) {
-    Model model;
-    for (const Layer& layer : layers) {
-        orvo_test::Random random(seed * 1000 + static_cast<uint64_t>(layer.number));
-        const size_t dotLength = DotLengthOf(layer);
-        const auto outputs = static_cast<size_t>(layer.outChannels);
-        const double spread =
-            gain * std::ldexp(1.0, layer.outShift) / std::sqrt(static_cast<double>(dotLength));
-        // A uniform distribution over [-limit, limit] spreads by limit / sqrt(3).
-        const auto limit =
-            static_cast<int32_t>(std::clamp(std::lround(spread * std::sqrt(3.0)), 1L, 127L));
-        LayerParameters& p = model[layer.number];
-        for (size_t i = 0; i < dotLength * outputs; ++i) {
-            p.weights.push_back(static_cast<int8_t>(random.Between(-limit, limit)));
-        }
-        const int32_t biasLimit = 8 << layer.outShift;
-        for (size_t i = 0; i < outputs; ++i) {
-            p.bias.push_back(random.Between(-biasLimit, biasLimit));
-        }
-    }
-    return model;
-}
-
 uint32_t Count(int value) { return static_cast<uint32_t>(value); }
 
 // The picture and the three slots that the steps pass their outputs through.
@@ -197,6 +174,29 @@ class Network {
 };
 
 } // namespace
+
+Model SeededModel(const std::vector<Layer>& layers, uint64_t seed, double gain) {
+    Model model;
+    for (const Layer& layer : layers) {
+        orvo_test::Random random(seed * 1000 + static_cast<uint64_t>(layer.number));
+        const size_t dotLength = DotLengthOf(layer);
+        const auto outputs = static_cast<size_t>(layer.outChannels);
+        const double spread =
+            gain * std::ldexp(1.0, layer.outShift) / std::sqrt(static_cast<double>(dotLength));
+        // A uniform distribution over [-limit, limit] spreads by limit / sqrt(3).
+        const auto limit =
+            static_cast<int32_t>(std::clamp(std::lround(spread * std::sqrt(3.0)), 1L, 127L));
+        LayerParameters& p = model[layer.number];
+        for (size_t i = 0; i < dotLength * outputs; ++i) {
+            p.weights.push_back(static_cast<int8_t>(random.Between(-limit, limit)));
+        }
+        const int32_t biasLimit = 8 << layer.outShift;
+        for (size_t i = 0; i < outputs; ++i) {
+            p.bias.push_back(random.Between(-biasLimit, biasLimit));
+        }
+    }
+    return model;
+}
 
 Model SeededAlignModel() { return SeededModel(AlignLayers(), 1, 1.0); }
 

@@ -25,6 +25,7 @@ using Model = std::map<int, LayerParameters>;
 // Random parameters, the same on every machine, of a scale that keeps the activations alive and
 // mostly unsaturated: the weights of a layer with dot products of length K spread by
 // gain * 2^outShift / sqrt(K), as far as 8 bits allow.
+Model SeededModel(const std::vector<Layer>& layers, uint64_t seed, double gain);
 Model SeededAlignModel();
 Model SeededFrModel();
 

@@ -390,12 +390,69 @@ TEST_F(PackModels, AnOutputThatCannotTakeItsNameLeavesNone) {
 }
 
 TEST_F(PackModels, RefusesMissingArgumentsInOneLine) {
-    for (const char* arguments : {"", "--align a --fr b --key c", "--surplus"}) {
+    for (const char* arguments : {"", "--align a --fr b --key c", "--surplus", "--key c --out d",
+                                  "--align a --key c --out d", "--fr b --find f --key c --out d"}) {
         const RunResult result = Execute(arguments);
         EXPECT_EQ(result.status, 1) << arguments;
         EXPECT_EQ(result.text.find("pack_models: "), 0u) << result.text;
         EXPECT_EQ(std::count(result.text.begin(), result.text.end(), '\n'), 1) << result.text;
     }
+}
+
+// ---- The model that finds faces, which another library has
+
+std::string FindKeys() {
+    return KeyLine("find_key", 16, '5') + KeyLine("find_wrap_iv", 16) +
+           KeyLine("find_array_iv", 16);
+}
+
+TEST_F(PackModels, TheFindingModelIsPackedAloneAndWithTheOthersToTheSameBytes) {
+    WriteText(key_, GoodKeyFile() + FindKeys());
+    const std::string find = " --find '" ORVO_MODEL_DIR "/find.safetensors'";
+    const RunResult alone = Execute("--key '" + key_.string() + "' --out '" +
+                                    (folder_ / "alone").string() + "'" + find);
+    EXPECT_EQ(alone.status, 0) << alone.text;
+    ASSERT_EQ(Pack(find).status, 0);
+    std::vector<std::string> names = kNames;
+    names.emplace_back("find_store.cpp");
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(Outputs(), names);
+    const std::string source = ReadText(out_ / "find_store.cpp");
+    EXPECT_EQ(source, ReadText(folder_ / "alone" / "find_store.cpp"));
+    EXPECT_NE(source.find("g_findWeights26"), std::string::npos);
+    EXPECT_EQ(source.find("0x55, 0x55, 0x55"), std::string::npos);
+    EXPECT_FALSE(fs::exists(folder_ / "alone" / "fr_store.cpp"));
+}
+
+TEST_F(PackModels, TheOtherStoresAreTheSameWithAndWithoutTheFindingModelsKeys) {
+    WriteText(key_, GoodKeyFile());
+    ASSERT_EQ(Pack("", "before").status, 0);
+    WriteText(key_, GoodKeyFile() + FindKeys());
+    ASSERT_EQ(Pack().status, 0);
+    for (const std::string& name : kNames) {
+        EXPECT_EQ(ReadText(out_ / name), ReadText(folder_ / "before" / name)) << name;
+    }
+}
+
+TEST_F(PackModels, TheFindingModelNeedsItsKeys) {
+    WriteText(key_, GoodKeyFile());
+    ExpectRefused(key_.string() + ": find_key is missing",
+                  "--find '" ORVO_MODEL_DIR "/find.safetensors'");
+    for (const std::string name : {"find_key", "find_wrap_iv", "find_array_iv"}) {
+        const std::string keys = FindKeys();
+        const size_t at = keys.find(name);
+        ExpectKeyRefused(
+            GoodKeyFile() + Replaced(keys, keys.substr(at, keys.find('\n', at) + 1 - at), ""),
+            name + " is missing");
+    }
+}
+
+TEST_F(PackModels, RefusesAModelThatIsNotTheFindingOne) {
+    WriteText(key_, GoodKeyFile() + FindKeys());
+    ExpectRefused(align_.string() +
+                      ": tensor \"0.weight\": shape is [32, 1, 3, 3], must be "
+                      "[32, 16, 1, 1]",
+                  "--find '" + align_.string() + "'");
 }
 
 // ---- The key file

@@ -92,6 +92,9 @@ int main(int count, char** arguments) {
         program.footer(Footer());
         kova_cli::AddCompareCommand(program);
         kova_cli::AddExtractCommand(program);
+#ifdef ORVO_HAVE_FIND
+        kova_cli::AddFindCommand(program);
+#endif
         kova_cli::AddInspectCommand(program);
         kova_cli::AddEnrollCommand(program);
         kova_cli::AddIdentifyCommand(program);

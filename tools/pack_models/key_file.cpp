@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/pack_models/key_file.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <set>
 #include <span>
@@ -19,13 +20,16 @@ constexpr size_t kMaxFileSize = 64 * 1024;
 struct Entry {
     std::string_view name;
     std::span<uint8_t> bytes;
+    bool ofFind = false;
 };
 
-std::vector<Entry> EntriesOf(KeyFile* keys) {
+std::vector<Entry> EntriesOf(KeyFile* keys, ModelKeys* find) {
     return {{"white_box_key", keys->whiteBoxKey},    {"seed", keys->seed},
             {"align_key", keys->align.key},          {"align_wrap_iv", keys->align.wrapIv},
             {"align_array_iv", keys->align.arrayIv}, {"fr_key", keys->fr.key},
-            {"fr_wrap_iv", keys->fr.wrapIv},         {"fr_array_iv", keys->fr.arrayIv}};
+            {"fr_wrap_iv", keys->fr.wrapIv},         {"fr_array_iv", keys->fr.arrayIv},
+            {"find_key", find->key, true},           {"find_wrap_iv", find->wrapIv, true},
+            {"find_array_iv", find->arrayIv, true}};
 }
 
 std::string_view Trim(std::string_view text) {
@@ -85,7 +89,8 @@ KeyFile ReadKeyFile(const std::string& path) {
     const std::vector<uint8_t> bytes = ReadFile(path, kMaxFileSize);
     std::istringstream lines(std::string(bytes.begin(), bytes.end()));
     KeyFile keys = {};
-    const std::vector<Entry> entries = EntriesOf(&keys);
+    ModelKeys find = {};
+    const std::vector<Entry> entries = EntriesOf(&keys, &find);
     std::set<std::string_view> seen;
     std::string text;
     for (int number = 1; std::getline(lines, text); ++number) {
@@ -104,10 +109,16 @@ KeyFile ReadKeyFile(const std::string& path) {
         }
         ReadHex(Trim(line.substr(equals + 1)), entry, where);
     }
+    const bool hasFind = std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) {
+        return entry.ofFind && seen.contains(entry.name);
+    });
     for (const Entry& entry : entries) {
-        if (!seen.contains(entry.name)) {
+        if (!seen.contains(entry.name) && (hasFind || !entry.ofFind)) {
             throw PackError(path + ": " + std::string(entry.name) + " is missing");
         }
+    }
+    if (hasFind) {
+        keys.find = find;
     }
     return keys;
 }

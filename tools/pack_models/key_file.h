@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace orvo::pack {
@@ -21,9 +22,11 @@ struct KeyFile {
     std::array<uint8_t, 32> seed; // of the tables' random maps
     ModelKeys align;
     ModelKeys fr;
+    std::optional<ModelKeys> find; // a product that finds no faces has none
 };
 
-// Reads lines `name = hex`; `#` starts a comment. Every name must stand there exactly once.
+// Reads lines `name = hex`; `#` starts a comment. Every name must stand there exactly once; the
+// three of the finding model may be missing together.
 // Messages name the file, the line and the entry, never a value.
 KeyFile ReadKeyFile(const std::string& path);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/pack_models/layers.h"
 
+#include "orvo/find_layers.h"
 #include "orvo/network_layers.h"
 
 namespace orvo::pack {
@@ -15,12 +16,15 @@ constexpr LayerKind kDepthwiseRelu = kDepthwise;
 
 constexpr Layer kAlignLayers[] = {ORVO_ALIGN_NETWORK(ORVO_LAYER, ORVO_NO_LAYER, ORVO_NO_LAYER)};
 constexpr Layer kFrLayers[] = {ORVO_FR_NETWORK(ORVO_LAYER, ORVO_NO_LAYER, ORVO_NO_LAYER)};
+constexpr Layer kFindLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
 
 } // namespace
 
 std::span<const Layer> AlignLayers() { return kAlignLayers; }
 
 std::span<const Layer> FrLayers() { return kFrLayers; }
+
+std::span<const Layer> FindLayers() { return kFindLayers; }
 
 std::vector<int64_t> WeightShape(const Layer& layer) {
     switch (layer.kind) {

@@ -28,6 +28,7 @@ struct Layer {
 
 std::span<const Layer> AlignLayers();
 std::span<const Layer> FrLayers();
+std::span<const Layer> FindLayers();
 
 // The shape of a layer's weights in a model file.
 std::vector<int64_t> WeightShape(const Layer& layer);

@@ -22,6 +22,7 @@ namespace {
 struct Options {
     std::string align;
     std::string fr;
+    std::string find;
     std::string key;
     std::string out;
     std::string customData;
@@ -47,20 +48,45 @@ std::vector<uint8_t> ReadCustomData(const Options& options) {
     return {bytes.begin(), bytes.end()};
 }
 
-void Pack(const Options& options) {
+// What libkova_fr has compiled in: its two models and the tables.
+std::vector<orvo::pack::OutputFile> RecognitionSources(const Options& options,
+                                                       const orvo::pack::KeyFile& keys) {
     using namespace orvo::pack;
-    const KeyFile keys = ReadKeyFile(options.key);
+    const std::string header = "orvo/model_store.h";
     const auto align = ReadModel(options.align, AlignLayers());
     const auto fr = ReadModel(options.fr, FrLayers());
     const auto decrypt = MakeDecryptTable(keys.whiteBoxKey, keys.seed, ReadCustomData(options));
     const auto encrypt = MakeEncryptTable(keys.whiteBoxKey, keys.seed);
-    WriteOutputFiles(
-        options.out,
-        {{"align_store.cpp",
-          ModelStoreSource("align", AlignLayers(), align, keys.align, keys.whiteBoxKey)},
-         {"fr_store.cpp", ModelStoreSource("fr", FrLayers(), fr, keys.fr, keys.whiteBoxKey)},
-         {"wb_decrypt_table.cpp", DecryptTableSource(decrypt)},
-         {"wb_encrypt_table.cpp", EncryptTableSource(encrypt)}});
+    return {{"align_store.cpp", ModelStoreSource({"align", header, ""}, AlignLayers(), align,
+                                                 keys.align, keys.whiteBoxKey)},
+            {"fr_store.cpp",
+             ModelStoreSource({"fr", header, ""}, FrLayers(), fr, keys.fr, keys.whiteBoxKey)},
+            {"wb_decrypt_table.cpp", DecryptTableSource(decrypt)},
+            {"wb_encrypt_table.cpp", EncryptTableSource(encrypt)}};
+}
+
+// What libkova_find has compiled in. Its key is wrapped for libkova_fr's tables.
+orvo::pack::OutputFile FindSource(const Options& options, const orvo::pack::KeyFile& keys) {
+    using namespace orvo::pack;
+    if (!keys.find) {
+        throw PackError(options.key + ": find_key is missing");
+    }
+    const auto find = ReadModel(options.find, FindLayers());
+    return {"find_store.cpp", ModelStoreSource({"find", "find/model.h", "orvo::find"}, FindLayers(),
+                                               find, *keys.find, keys.whiteBoxKey)};
+}
+
+void Pack(const Options& options) {
+    using namespace orvo::pack;
+    const KeyFile keys = ReadKeyFile(options.key);
+    std::vector<OutputFile> files;
+    if (!options.align.empty()) {
+        files = RecognitionSources(options, keys);
+    }
+    if (!options.find.empty()) {
+        files.push_back(FindSource(options, keys));
+    }
+    WriteOutputFiles(options.out, files);
 }
 
 } // namespace
@@ -70,8 +96,11 @@ int main(int argc, char** argv) {
         CLI::App app("Packs and enciphers the plain models into sources of the library.",
                      "pack_models");
         Options options;
-        app.add_option("--align", options.align, "alignment model (safetensors)")->required();
-        app.add_option("--fr", options.fr, "recognition model (safetensors)")->required();
+        auto* align = app.add_option("--align", options.align, "alignment model (safetensors)");
+        auto* fr = app.add_option("--fr", options.fr, "recognition model (safetensors)");
+        align->needs(fr);
+        fr->needs(align);
+        app.add_option("--find", options.find, "model that finds faces (safetensors)");
         app.add_option("--key", options.key, "key file")->required();
         app.add_option("--out", options.out, "folder for the sources")->required();
         auto* text = app.add_option("--custom-data", options.customData,
@@ -85,6 +114,9 @@ int main(int argc, char** argv) {
                 return app.exit(error); // --help
             }
             throw orvo::pack::PackError(error.what());
+        }
+        if (options.align.empty() && options.find.empty()) {
+            throw orvo::pack::PackError("--align and --fr, or --find, must be given");
         }
         Pack(options);
         return 0;

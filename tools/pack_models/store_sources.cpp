@@ -89,12 +89,15 @@ std::string TableSource(const std::string& include, const std::string& name,
 
 } // namespace
 
-std::string ModelStoreSource(const std::string& model, std::span<const Layer> layers,
+std::string ModelStoreSource(const StoreNames& names, std::span<const Layer> layers,
                              const std::vector<LayerParameters>& parameters, const ModelKeys& keys,
                              const Block& wrappingKey) {
-    const std::string prefix = "g_" + model;
+    const std::string prefix = "g_" + names.model;
     std::string source = kHeading;
-    source += "#include \"orvo/model_store.h\"\n";
+    source += "#include \"" + names.header + "\"\n";
+    if (!names.space.empty()) {
+        source += "\nnamespace " + names.space + " {\n";
+    }
     AppendBytes(&source, prefix + "Wb", WrapKey(keys, wrappingKey));
     AppendBytes(&source, prefix + "WbIv", keys.wrapIv);
     AppendBytes(&source, prefix + "AesIv", keys.arrayIv);
@@ -107,6 +110,9 @@ std::string ModelStoreSource(const std::string& model, std::span<const Layer> la
         AppendWeights(&source, weights,
                       EncipherArray(PackWeights(layers[i], parameters[i].weights), keys));
         AppendBiases(&source, bias, EncipherArray(PackBiases(parameters[i].biases), keys));
+    }
+    if (!names.space.empty()) {
+        source += "\n} // namespace " + names.space + "\n";
     }
     return source;
 }

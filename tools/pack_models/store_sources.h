@@ -12,12 +12,18 @@
 
 namespace orvo::pack {
 
+// Where a model's arrays are declared, and what their names begin with.
+struct StoreNames {
+    std::string model;  // "align", "fr" or "find"
+    std::string header; // that declares them
+    std::string space;  // namespace that they are in; none where they are exported
+};
+
 // The C++ source that defines a model's arrays, enciphered, and its key material.
 //
-// model       what the names begin with: "align" or "fr"
 // keys        the model's own
 // wrappingKey the key of the white-box tables, under which the model's key is wrapped
-std::string ModelStoreSource(const std::string& model, std::span<const Layer> layers,
+std::string ModelStoreSource(const StoreNames& names, std::span<const Layer> layers,
                              const std::vector<LayerParameters>& parameters, const ModelKeys& keys,
                              const Block& wrappingKey);
 

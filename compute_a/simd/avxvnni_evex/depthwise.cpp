@@ -1,3 +1,4 @@
 // SPDX-License-Identifier: MIT
 #define ORVO_VNNI_OF_AVX512
-#include "compute_a/simd/avxvnni/depthwise.cpp"
+// The same source in the other encoding.
+#include "compute_a/simd/avxvnni/depthwise.cpp" // NOLINT(bugprone-suspicious-include)

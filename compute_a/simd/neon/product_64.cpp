@@ -40,7 +40,7 @@ struct GroupWeights {
     alignas(16) int32_t biases[kGroup][kTilePixels];
     int8_t bytes[kMaxSteps * kStepWeights + kStepWeights / 2];
     uint8_t runs[kMaxSteps]; // each one's steps after its first
-    size_t runCount;         // none: each product is to be widened
+    size_t runCount = 0;     // none: each product is to be widened
 };
 
 // The weights of the channels of a group, of rows that may end within a step, in whole steps.

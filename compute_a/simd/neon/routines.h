@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// NEON, the same source for 32-bit ARM and for 64-bit ARM without the dot-product instruction,
-// whose own path takes from here what it has no better way for.
+// NEON, for 32-bit ARM and for 64-bit ARM without the dot-product instruction, whose own path takes
+// from here what it has no better way for. The matrix product is written for each of the two.
 //
 // The dot product and the flipping of signs are not here: what compilers make of the plain ones is
 // as good.

@@ -23,7 +23,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "compute_a/simd/neon/strips.h"
+#include "compute_a/simd/strips.h"
 
 namespace orvo {
 namespace {

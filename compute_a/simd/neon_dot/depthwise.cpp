@@ -10,10 +10,10 @@
 // narrows them undoes.
 #include <algorithm>
 
-#include "compute_a/simd/strips.h"
 #include "compute_a/simd/neon_dot/lanes.h"
 #include "compute_a/simd/neon_dot/routines.h"
 #include "compute_a/simd/plain/routines.h"
+#include "compute_a/simd/strips.h"
 
 namespace orvo {
 namespace {
@@ -52,9 +52,8 @@ inline uint8x16_t ColumnsFrom(int8_t first, size_t width) {
 }
 
 // 16 columns. Register plan: 12 of sums, 2 of weights, 2 of a row, 4 of an output row being
-// narrowed, 2 of constants, and 2 of the places in narrow planes. Six rows take 176 to 188
-// instructions, with the 16-bit products of compute_a/simd/neon/ 220 to 240, and any filter will
-// do.
+// narrowed, 2 of constants, and 2 of the places in narrow planes. A row takes 27 or 28 instructions,
+// with the 16-bit products of compute_a/simd/neon/ 31 or more, and any filter will do.
 class DotStrip16 {
   public:
     struct Row {
@@ -134,8 +133,8 @@ class DotStrip16 {
     uint8x16_t firstColumns_, secondColumns_;
 };
 
-// 8 columns: groups that start two columns apart, put together from one vector of the row. Six rows
-// take 114 instructions, where 16 columns would take 188.
+// 8 columns: groups that start two columns apart, put together from one vector of the row. A row
+// takes 17 instructions, where 16 columns would take 28.
 class DotStrip8 {
   public:
     using Row = int8x16_t;

@@ -2,10 +2,10 @@
 //
 // Millions of instructions a face, counted under emulation: plain, without dot product, here:
 //
-//     convolution    6.4   2.7   1.3
-//     pointwise     32.4  10.7   4.7
-//     depthwise     36.0   4.4   3.1
-//     in all        78.7  18.8  10.1
+//     convolution    5.7   0.9   0.9
+//     pointwise     32.4   8.8   4.1
+//     depthwise     35.9   3.8   2.8
+//     in all        77.8  14.5   8.8
 #include "compute_a/simd/neon_dot/routines.h"
 
 #include "compute_a/simd/neon/routines.h"

@@ -87,8 +87,8 @@ class Calibrate : public testing::Test {
         change(contents);
         const std::string changed = folder_ / "changed";
         WriteFile(changed, contents.dump());
-        const Outcome run = KovaFr({"compare", "--calibration", changed, Sample("ada-1"),
-                                    Sample("ada-2")});
+        const Outcome run =
+            KovaFr({"compare", "--calibration", changed, Sample("ada-1"), Sample("ada-2")});
         ExpectRefusal(run, kFailure, part);
         EXPECT_NE(run.err.find(changed), std::string::npos) << run.err;
     }
@@ -149,10 +149,10 @@ TEST_F(Calibrate, CompareGivesTheScoresOfTheFile) {
         for (size_t b = 0; b < names.size(); ++b) {
             const double score = Dot(centred[a], centred[b]);
             EXPECT_NEAR(result["centred"][a][b].get<double>(), score, kRounding);
-            EXPECT_NEAR(result["normalised"][a][b].get<double>(),
-                        score - 0.5 * (LikeOthers(centred[a], cohort) +
-                                       LikeOthers(centred[b], cohort)),
-                        kRounding);
+            EXPECT_NEAR(
+                result["normalised"][a][b].get<double>(),
+                score - 0.5 * (LikeOthers(centred[a], cohort) + LikeOthers(centred[b], cohort)),
+                kRounding);
         }
     }
     EXPECT_EQ(result["thresholds"], contents["thresholds"]);
@@ -225,8 +225,8 @@ TEST_F(Calibrate, IdentifyRanksByTheNormalisedScore) {
         compare.push_back(Sample(name));
     }
     const json compared = json::parse(KovaFr(compare).out);
-    const Outcome run = KovaFr({"identify", "--json", "--top", "9", "--calibration", file_, gallery,
-                                Sample("joe-2")});
+    const Outcome run = KovaFr(
+        {"identify", "--json", "--top", "9", "--calibration", file_, gallery, Sample("joe-2")});
     ASSERT_EQ(run.status, 0) << run.err;
     const json matches = json::parse(run.out)["pictures"][0]["matches"];
     ASSERT_EQ(matches.size(), enrolled.size());
@@ -250,11 +250,12 @@ TEST_F(Calibrate, IdentifysThresholdIsOfTheNormalisedScore) {
     const std::string gallery = folder_ / "people.gallery";
     ASSERT_EQ(KovaFr({"enroll", gallery, "joe", Sample("joe-1")}).status, 0);
     const auto identify = [&](double threshold) {
-        return KovaFr({"identify", "--calibration", file_, "--threshold",
-                       std::to_string(threshold), gallery, Sample("joe-2")});
+        return KovaFr({"identify", "--calibration", file_, "--threshold", std::to_string(threshold),
+                       gallery, Sample("joe-2")});
     };
-    const json compared = json::parse(KovaFr({"compare", "--json", "--calibration", file_,
-                                              Sample("joe-1"), Sample("joe-2")}).out);
+    const json compared = json::parse(
+        KovaFr({"compare", "--json", "--calibration", file_, Sample("joe-1"), Sample("joe-2")})
+            .out);
     const auto score = compared["calibration"]["normalised"][0][1].get<double>();
     ASSERT_GT(compared["distance"].get<double>(), score + 0.01); // the plain one would pass both
     EXPECT_EQ(identify(score - 0.01).status, 0);
@@ -350,8 +351,13 @@ TEST_F(Calibrate, FilesThatAreNoCalibrationAreRefused) {
     ExpectRefusedContents([](json& c) { c["mean"][0] = 2; }, "out of range");
     ExpectRefusedContents([](json& c) { c["mean"][0] = "x"; }, "is no calibration");
     ExpectRefusedContents([](json& c) { c["cohort"][3][5] = 0.9; }, "unit length");
-    ExpectRefusedContents([](json& c) { c["cohort"].erase(0); c["cohort"].erase(0);
-                                        c["cohort"].erase(0); }, "most alike");
+    ExpectRefusedContents(
+        [](json& c) {
+            c["cohort"].erase(0);
+            c["cohort"].erase(0);
+            c["cohort"].erase(0);
+        },
+        "most alike");
     ExpectRefusedContents([](json& c) { c["strangers"][1][0] = 1; }, "do not rise");
     ExpectRefusedContents([](json& c) { c["strangers"][1][1] = 1; }, "out of range");
     ExpectRefusedContents([](json& c) { c["stranger_pairs"] = 600; }, "do not reach");

@@ -8,6 +8,7 @@ namespace kova_cli {
 // Each adds one command to the program. The command runs while the command line is parsed.
 void AddCompareCommand(CLI::App& program);
 void AddExtractCommand(CLI::App& program);
+void AddFindCommand(CLI::App& program);
 void AddInspectCommand(CLI::App& program);
 void AddEnrollCommand(CLI::App& program);
 void AddIdentifyCommand(CLI::App& program);

@@ -162,7 +162,8 @@ void AddIdentifyCommand(CLI::App& program) {
         ->type_name("K");
     command
         .add_option("--threshold", options->threshold,
-                    "List only names whose distance, or normalised score, is at least this; exit with 3 if a face has "
+                    "List only names whose distance, or normalised score, is at least this; exit "
+                    "with 3 if a face has "
                     "none")
         ->check(CLI::Range(-1.0, 1.0))
         ->type_name("D");

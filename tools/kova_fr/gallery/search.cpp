@@ -106,8 +106,8 @@ std::vector<std::vector<Match>> Search(const GalleryFile& gallery,
             std::copy_n(block.features + i * feature.size(), feature.size(), feature.begin());
             const CalibratedFace other = calibrated(feature);
             for (size_t face = 0; face < faces.size(); ++face) {
-                const float distance = OrvoFrGetDistance(
-                    features[face].data(), sizeof(Feature), feature.data(), sizeof(Feature));
+                const float distance = OrvoFrGetDistance(features[face].data(), sizeof(Feature),
+                                                         feature.data(), sizeof(Feature));
                 best[face].Offer(NormalisedScore(faces[face], other), distance,
                                  block.firstEntry + i, block.names[i]);
             }

@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: MIT
+//
+// What libkova_find exports: checks, the partition of the working memory, and the way from a picture
+// to its faces.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "common/diagnostics.h"
+#include "find/candidates.h"
+#include "find/levels.h"
+#include "find/merging.h"
+#include "find/model.h"
+#include "find/network.h"
+#include "find/patches.h"
+#include "find/quality.h"
+#include "find/upright.h"
+#include "fr_demo/store_opening.h"
+#include "orvo/orvo_find.h"
+#include "orvo/orvo_fr.h"
+
+namespace orvo::find {
+namespace {
+
+constexpr char kUnit[] = "../find/find_api";
+
+constexpr uint32_t kAlignment = 16;
+constexpr uint32_t kCropBytes = ORVO_FIND_CROP_SIZE * ORVO_FIND_CROP_SIZE;
+
+bool g_isPlain; // the model
+uint8_t* g_memory;
+uint32_t g_memorySize;
+
+uint32_t Aligned(uint32_t bytes) { return (bytes + kAlignment - 1) & ~(kAlignment - 1); }
+
+// The working memory, from the first address in it that is aligned:
+//
+//     | candidates | a crop | room for rows | outputs and scratch of the network |
+//                                           | or floats of turning upright       |
+//
+// The candidates outlive the network and every turning. The network is done before a face is turned.
+struct Partition {
+    CandidateList* candidates;
+    uint8_t* crop;
+    uint8_t* rows;
+    uint8_t* rest;
+};
+
+constexpr uint32_t kCandidatesOffset = 0;
+uint32_t CropOffset() { return Aligned(sizeof(CandidateList)); }
+uint32_t RowsOffset() { return CropOffset() + Aligned(kCropBytes); }
+uint32_t RestOffset(int32_t width) { return RowsOffset() + Aligned(PatchRoomBytes(width)); }
+
+Partition PartitionFor(const OrvoFindPicture& picture) {
+    const auto address = reinterpret_cast<uintptr_t>(g_memory);
+    uint8_t* const start = g_memory + (kAlignment - address % kAlignment) % kAlignment;
+    return {new (start + kCandidatesOffset) CandidateList, start + CropOffset(),
+            start + RowsOffset(), start + RestOffset(picture.width)};
+}
+
+uint32_t UprightMemory(int32_t width) { return kAlignment + RestOffset(width) + UprightBytes(); }
+
+uint32_t RunMemory(Size picture, int32_t first) {
+    uint32_t most = 0;
+    ForEachLevel(picture, first, [&](int32_t, Size real) {
+        const Size padded = Padded(real);
+        most = std::max(most, Aligned(NetworkOutputBytes(padded)) + NetworkScratchBytes(padded));
+    });
+    return std::max(kAlignment + RestOffset(picture.width) + most, UprightMemory(picture.width));
+}
+
+bool IsSide(int32_t side) { return side >= ORVO_FIND_LEAST_SIDE && side <= ORVO_FIND_MOST_SIDE; }
+
+int32_t CheckPicture(const char* function, const OrvoFindPicture* picture) {
+    if (picture == nullptr || picture->addr == nullptr) {
+        ORVO_ERR(kUnit, "%s failed. The picture or its address is null!\n", function);
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (!IsSide(picture->width) || !IsSide(picture->height) || picture->stride < picture->width) {
+        ORVO_ERR(kUnit,
+                 "%s failed. Picture size error: width %d, height %d, stride %d, expect: %d to %d, "
+                 "and a stride of at least the width\n",
+                 function, picture->width, picture->height, picture->stride,
+                 static_cast<int>(ORVO_FIND_LEAST_SIDE), static_cast<int>(ORVO_FIND_MOST_SIDE));
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    return ORVO_FIND_OK;
+}
+
+int32_t CheckMemory(const char* function, uint32_t needed) {
+    if (g_memory == nullptr) {
+        ORVO_ERR(kUnit, "%s failed. No working memory was set!\n", function);
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (g_memorySize < needed) {
+        ORVO_ERR(kUnit, "%s failed. Working memory size error: %u, expect at least: %u\n", function,
+                 g_memorySize, needed);
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    return ORVO_FIND_OK;
+}
+
+// Everything that can be wrong with a call that finds faces.
+int32_t CheckRun(const char* function, const OrvoFindPicture* picture, int32_t smallest,
+                 const OrvoFindFace* faces, int32_t room, const int32_t* count) {
+    const int32_t status = CheckPicture(function, picture);
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    if (count == nullptr || (faces == nullptr && room > 0)) {
+        ORVO_ERR(kUnit, "%s failed. The address of the faces or of their count is null!\n",
+                 function);
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (room < 0) {
+        ORVO_ERR(kUnit, "%s failed. Room for %d faces\n", function, room);
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    const uint32_t needed = OrvoFindGetMemorySize(picture->width, picture->height, smallest);
+    if (needed == 0) {
+        ORVO_ERR(kUnit,
+                 "%s failed. Faces of %d pixels cannot be found in a picture of %d x %d: look for "
+                 "larger ones only\n",
+                 function, smallest, picture->width, picture->height);
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    if (!g_isPlain) {
+        ORVO_ERR(kUnit, "%s failed. OrvoFindInit has not succeeded\n", function);
+        return ORVO_FIND_NOT_DECRYPTED;
+    }
+    return CheckMemory(function, needed);
+}
+
+// What OrvoFindFeatures() needs of the recogniser.
+int32_t CheckRecogniser(const float* features, int32_t room) {
+    if ((features == nullptr && room > 0) || g_frInnerImage == nullptr) {
+        ORVO_ERR(kUnit,
+                 "OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory "
+                 "has not succeeded!\n");
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (g_frInited == 0) {
+        ORVO_ERR(kUnit, "OrvoFindFeatures failed. OrvoFrInit has not succeeded\n");
+        return ORVO_FIND_NOT_DECRYPTED;
+    }
+    return ORVO_FIND_OK;
+}
+
+void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& memory) {
+    const Size size = {picture.width, picture.height};
+    memory.candidates->Clear();
+    ForEachLevel(size, FirstLevel(size, smallest), [&](int32_t level, Size real) {
+        const Size padded = Padded(real);
+        MakePatches(picture, level, memory.rows, memory.rest);
+        int8_t* const outputs = reinterpret_cast<int8_t*>(memory.rest);
+        const NetworkMemory network{outputs, outputs + Aligned(NetworkOutputBytes(padded))};
+        AddCandidates(RunNetwork(padded, network), level, real, *memory.candidates);
+    });
+}
+
+float Quarters(int32_t count) { return static_cast<float>(count) * 0.25f; }
+
+// The record without its quality.
+OrvoFindFace RecordOf(const FoundFace& found) {
+    const Description& face = found.face;
+    OrvoFindFace record;
+    record.left = Quarters(2 * face.x - face.side) * 0.5f;
+    record.top = Quarters(2 * face.y - face.side) * 0.5f;
+    record.side = Quarters(face.side);
+    record.score = static_cast<float>(found.probability) / 1024.0f;
+    for (int32_t i = 0; i < kPoints; ++i) {
+        record.points[i] = {Quarters(face.points[2 * i]), Quarters(face.points[2 * i + 1])};
+    }
+    record.yaw = static_cast<float>(face.yaw) * 0.75f;
+    record.roll = RollOf(AxisOf(record));
+    record.covered = static_cast<float>(face.covered + 128) / 255.0f;
+    return record;
+}
+
+// Finds faces and judges them. use(number, crop) is handed each one, upright, as soon as it is
+// written.
+template <typename Use>
+int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace* faces,
+                  int32_t room, Use use) {
+    const Partition memory = PartitionFor(picture);
+    Collect(picture, smallest, memory);
+    Merger merger(*memory.candidates);
+    int32_t count = 0;
+    for (FoundFace found; count < room && merger.Next(found); ++count) {
+        OrvoFindFace& face = faces[count];
+        face = RecordOf(found);
+        Upright(picture, face, reinterpret_cast<float*>(memory.rest), memory.rows, memory.crop);
+        const Quality quality = Judge(Measure(found, {picture.width, picture.height}, memory.crop));
+        face.quality = quality.value;
+        face.reasons = quality.reasons;
+        use(count, memory.crop);
+    }
+    return count;
+}
+
+// What the recogniser makes of a crop.
+void Recognise(const uint8_t* crop, float* feature) {
+    for (uint32_t plane = 0; plane < 3; ++plane) {
+        std::memcpy(g_frInnerImage + plane * kCropBytes, crop, kCropBytes);
+    }
+    FrRun(g_frInnerImage);
+    std::memcpy(feature, FrGetOutput(), ORVO_FIND_FEATURE_LENGTH * sizeof *feature);
+}
+
+} // namespace
+} // namespace orvo::find
+
+using namespace orvo::find;
+
+int32_t OrvoFindInit(void) {
+    // A second pass over plain arrays would garble them.
+    if (g_isPlain) {
+        ORVO_ERR(kUnit, "Repeat init.\n");
+        return ORVO_FIND_REPEAT_INIT;
+    }
+    if (orvo::OpenStore(
+            {kUnit, "g_find", g_findWb, g_findWbIv, g_findAesIv, g_findArray, kArrayCount}) != 0) {
+        ORVO_ERR(kUnit, "OrvoFindInit failed.\n");
+        return ORVO_FIND_NOT_DECRYPTED;
+    }
+    g_isPlain = true;
+    return ORVO_FIND_OK;
+}
+
+uint32_t OrvoFindGetMemorySize(int32_t width, int32_t height, int32_t smallest) {
+    if (!IsSide(width) || !IsSide(height) || smallest < 1) {
+        return 0;
+    }
+    const Size picture = {width, height};
+    const int32_t first = FirstLevel(picture, smallest);
+    if (AtLevel(picture, first).larger() > ORVO_FIND_MOST_LEVEL) {
+        return 0;
+    }
+    return RunMemory(picture, first);
+}
+
+int32_t OrvoFindSetMemory(void* addr, uint32_t size) {
+    if (addr == nullptr) {
+        ORVO_ERR(kUnit, "OrvoFindSetMemory failed. Input addr is null!\n");
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (size == 0) {
+        ORVO_ERR(kUnit, "OrvoFindSetMemory failed. Set memory size error: 0\n");
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    g_memory = static_cast<uint8_t*>(addr);
+    g_memorySize = size;
+    return ORVO_FIND_OK;
+}
+
+int32_t OrvoFindRun(const OrvoFindPicture* picture, int32_t smallest, OrvoFindFace* faces,
+                    int32_t room, int32_t* count) {
+    const int32_t status = CheckRun("OrvoFindRun", picture, smallest, faces, room, count);
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    *count = FindFaces(*picture, smallest, faces, room, [](int32_t, const uint8_t*) {});
+    return ORVO_FIND_OK;
+}
+
+int32_t OrvoFindUpright(const OrvoFindPicture* picture, const OrvoFindFace* face,
+                        uint8_t crop[ORVO_FIND_CROP_SIZE * ORVO_FIND_CROP_SIZE]) {
+    int32_t status = CheckPicture("OrvoFindUpright", picture);
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    if (face == nullptr || crop == nullptr) {
+        ORVO_ERR(kUnit, "OrvoFindUpright failed. The face or the crop is null!\n");
+        return ORVO_FIND_NULL_ADDRESS;
+    }
+    if (!CanTurnUpright(*picture, *face)) {
+        ORVO_ERR(kUnit,
+                 "OrvoFindUpright failed. The face's numbers are out of range: left %g, top %g, "
+                 "side %g\n",
+                 static_cast<double>(face->left), static_cast<double>(face->top),
+                 static_cast<double>(face->side));
+        return ORVO_FIND_WRONG_SIZE;
+    }
+    status = CheckMemory("OrvoFindUpright", UprightMemory(picture->width));
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    const Partition memory = PartitionFor(*picture);
+    Upright(*picture, *face, reinterpret_cast<float*>(memory.rest), memory.rows, crop);
+    return ORVO_FIND_OK;
+}
+
+int32_t OrvoFindFeatures(const OrvoFindPicture* picture, int32_t smallest, OrvoFindFace* faces,
+                         float* features, int32_t room, int32_t* count) {
+    int32_t status = CheckRun("OrvoFindFeatures", picture, smallest, faces, room, count);
+    if (status == ORVO_FIND_OK) {
+        status = CheckRecogniser(features, room);
+    }
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    *count =
+        FindFaces(*picture, smallest, faces, room, [features](int32_t number, const uint8_t* crop) {
+            Recognise(crop, features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH);
+        });
+    return ORVO_FIND_OK;
+}

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+#include "find/levels.h"
+#include "orvo/orvo_find.h"
+
+namespace orvo::find {
+
+// Bytes at `room` for MakePatches() on any level of a picture of that width.
+uint32_t PatchRoomBytes(int32_t width);
+
+// What the network starts from: 16 planes of a quarter of the sides of a level of a picture, rounded
+// up to whole strides. Plane 4 * r + c has the pixels (4 * y + r, 4 * x + c). Behind the level's
+// last column and row there is grey level 128, which the networks know as 0.
+void MakePatches(const OrvoFindPicture& picture, int32_t level, uint8_t* room, uint8_t* patches);
+
+} // namespace orvo::find

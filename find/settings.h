@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+//
+// Every number of the finder that was chosen by measuring and may change with the model.
+#pragma once
+
+#include <cstdint>
+
+namespace orvo::find {
+
+// Pixels that the smallest face still has at the first level. The network knows faces from 14 on.
+inline constexpr int32_t kLeastFace = 18;
+
+// The last size of the picture that the network looks at is the first with no larger side.
+inline constexpr int32_t kLastLevelSide = 96;
+
+// An answer's score, a logit in sixteenths, from which on it is a candidate; the most candidates
+// that are kept.
+inline constexpr int32_t kCandidateScore = 0;
+inline constexpr int32_t kMostCandidates = 512;
+
+// Candidates are the same face if their boxes share this part of both together (in fifths, by two)
+// or of the smaller one (in tenths).
+inline constexpr int64_t kSharedFifthsOfUnion = 2;
+inline constexpr int64_t kSharedTenthsOfSmaller = 7;
+
+// The probability in 1024ths from which on a face is reported.
+inline constexpr int32_t kReportedProbability = 512;
+
+// A measure that costs quality: the whole face is lost where it is `none`, nothing where it is
+// `full`, in between it falls evenly.
+struct Ramp {
+    int32_t none, full;
+};
+inline constexpr Ramp kSmallRamp = {4 * 16, 4 * 48};    // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {16 * 4, 16 * 16}; // sharpness, sixteenths
+inline constexpr Ramp kDarkRamp = {20, 70};             // the 90 % quantile, grey levels
+inline constexpr Ramp kOverexposedRamp = {400, 100};    // pixels near white, thousandths
+inline constexpr Ramp kTurnedRamp = {4 * 75, 4 * 30};   // yaw, quarter degrees
+inline constexpr Ramp kTiltedRamp = {45, 20};           // nose off its place, percent of that
+inline constexpr Ramp kCoveredRamp = {80, 35};          // percent
+inline constexpr Ramp kCutOffRamp = {35, 8};            // of the box, percent
+inline constexpr int32_t kWhite = 250;                  // a pixel near white, grey level
+inline constexpr int32_t kNosePlace =
+    58; // of an upright head: percent of the way from eyes to mouth
+
+// What a score leaves of the quality, in 256ths: this at kReportedProbability, all from
+// kSureProbability on.
+inline constexpr int32_t kLeastScoreFactor = 96;
+inline constexpr int32_t kSureProbability = 973; // 0.95
+
+} // namespace orvo::find

@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: MIT
+// Watches the network that finds faces at work. This executable defines the kernels that it calls,
+// so that the calls arrive here: each is noted with its arguments, passed on to libkova_fr's own
+// kernel, and its output digested.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "find/golden_find_steps.h"
+#include "find/network.h"
+#include "find/seeded_model.h"
+#include "find/step_digests.h"
+#include "orvo/find_layers.h"
+#include "orvo/q7_kernels.h"
+#include "reference/reference_find_network.h"
+#include "support/guarded_buffer.h"
+
+namespace {
+
+using orvo::find::Answers;
+using orvo::find::kAnswerPlanes;
+using orvo::find::NetworkMemory;
+using orvo::find::NetworkOutputBytes;
+using orvo::find::NetworkScratchBytes;
+using orvo::find::RunNetwork;
+using orvo::find::Size;
+using orvo_reference::FindPlace;
+using orvo_reference::FindStep;
+using orvo_reference::Grey;
+using orvo_reference::StepKind;
+using orvo_test::Digest;
+using orvo_test::GuardedBuffer;
+
+struct NotedCall {
+    std::string text;
+    uint64_t digest;
+};
+
+struct Watch {
+    bool active = false;
+    const int8_t* outputs = nullptr;
+    const int8_t* scratch = nullptr;
+    ptrdiff_t quarter = 0;
+    ptrdiff_t answer16 = 0;
+    std::vector<NotedCall> calls;
+};
+
+Watch watch;
+
+std::string NameOf(const void* address) {
+    const auto* const byte = static_cast<const int8_t*>(address);
+    const ptrdiff_t at = byte - watch.outputs;
+    if (byte == watch.scratch) {
+        return "scratch";
+    }
+    if (at == 0) {
+        return "A";
+    }
+    if (at == watch.quarter) {
+        return "A2"; // the answers of stride 8 lie there
+    }
+    if (at == watch.answer16) {
+        return "answer16";
+    }
+    if (at == 2 * watch.quarter) {
+        return "B";
+    }
+    if (at == 3 * watch.quarter) {
+        return "B2";
+    }
+    for (const ModelArray& array : orvo::find::g_findArray) {
+        if (array.data == address) {
+            return array.name;
+        }
+    }
+    return "an unknown address";
+}
+
+template <typename T>
+std::string Word(const T& value) {
+    if constexpr (std::is_pointer_v<T>) {
+        return NameOf(value);
+    } else {
+        return std::to_string(value);
+    }
+}
+
+template <typename... Args>
+std::string Text(const char* kernel, const Args&... args) {
+    std::string text = std::string(kernel) + "(";
+    const char* separator = "";
+    ((text += separator + Word(args), separator = ", "), ...);
+    return text + ")";
+}
+
+template <typename Kernel, typename... Args>
+void Forward(const char* name, const void* output, size_t outputSize, Args... args) {
+    void* symbol = dlsym(RTLD_NEXT, name);
+    if (symbol == nullptr) {
+        std::abort();
+    }
+    reinterpret_cast<Kernel*>(symbol)(args...);
+    if (watch.active) {
+        watch.calls.push_back({Text(name, args...), Digest(output, outputSize)});
+    }
+}
+
+} // namespace
+
+#define ORVO_WATCHED_CONVOLUTION(name)                                                             \
+    extern "C" void name(const int8_t* src, uint16_t srcWidth, uint16_t srcHeight,                 \
+                         uint16_t srcChannels, const int8_t* weights, uint16_t dstChannels,        \
+                         uint16_t kernelSize, uint16_t pad, uint16_t stride, const int32_t* bias,  \
+                         uint16_t outShift, int8_t* dst, uint16_t dstWidth, uint16_t dstHeight,    \
+                         int8_t* tmpBuffer) {                                                      \
+        Forward<decltype(name)>(#name, dst, size_t{dstChannels} * dstWidth * dstHeight, src,       \
+                                srcWidth, srcHeight, srcChannels, weights, dstChannels,            \
+                                kernelSize, pad, stride, bias, outShift, dst, dstWidth, dstHeight, \
+                                tmpBuffer);                                                        \
+    }
+
+ORVO_WATCHED_CONVOLUTION(ArmAConvolve1x1s1p0ChwQ7)
+ORVO_WATCHED_CONVOLUTION(arma_convolvedw_3x3_s1_chw_q7)
+
+extern "C" void ArmAMaxPool2x2S2ChwQ7(const int8_t* src, int8_t* dst, uint32_t width,
+                                      uint32_t height, uint16_t channels, int32_t pad,
+                                      int8_t* scratch) {
+    Forward<decltype(ArmAMaxPool2x2S2ChwQ7)>("ArmAMaxPool2x2S2ChwQ7", dst,
+                                             size_t{channels} * (width / 2) * (height / 2), src,
+                                             dst, width, height, channels, pad, scratch);
+}
+
+extern "C" void ArmAXorQ7(uint8_t* data, int32_t count) {
+    Forward<decltype(ArmAXorQ7)>("ArmAXorQ7", data, static_cast<size_t>(count), data, count);
+}
+
+extern "C" void ArmAReluChwQ7(const int8_t* src, int8_t* dst, uint32_t count) {
+    Forward<decltype(ArmAReluChwQ7)>("ArmAReluChwQ7", dst, count, src, dst, count);
+}
+
+namespace {
+
+std::string N(int value) { return std::to_string(value); }
+
+std::string Call(const char* kernel, std::initializer_list<std::string> words) {
+    std::string text = std::string(kernel) + "(";
+    const char* separator = "";
+    for (const std::string& word : words) {
+        text += separator + word;
+        separator = ", ";
+    }
+    return text + ")";
+}
+
+std::string Name(FindPlace place) {
+    switch (place) {
+        case FindPlace::kA:
+            return "A";
+        case FindPlace::kA2:
+        case FindPlace::kAnswer8:
+            return "A2";
+        case FindPlace::kB:
+            return "B";
+        case FindPlace::kB2:
+            return "B2";
+        case FindPlace::kAnswer16:
+            return "answer16";
+    }
+    throw std::logic_error("no such place");
+}
+
+// The call that a step is, on planes of a picture of that size.
+std::string CallOf(const FindStep& s, Size picture) {
+    const std::string src = Name(s.src);
+    const std::string dst = Name(s.dst);
+    const int w = picture.width / s.stride;
+    const int h = picture.height / s.stride;
+    const std::string count = N(s.inChannels * w * h);
+    const std::string layer = N(s.layer);
+    const auto convolution = [&](const char* kernel, int size) {
+        return Call(kernel, {src, N(w), N(h), N(s.inChannels), "g_findWeights" + layer,
+                             N(s.outChannels), N(size), N(size / 2), "1", "g_findBias" + layer,
+                             N(s.outShift), dst, N(w), N(h), "scratch"});
+    };
+    switch (s.kind) {
+        case StepKind::kGreyToQ7:
+            return Call("ArmAXorQ7", {src, count});
+        case StepKind::kPointwise:
+            return convolution("ArmAConvolve1x1s1p0ChwQ7", 1);
+        case StepKind::kDepthwise:
+            return convolution("arma_convolvedw_3x3_s1_chw_q7", 3);
+        case StepKind::kRectify:
+            return Call("ArmAReluChwQ7", {src, dst, count});
+        case StepKind::kMaxPoolStride2:
+            return Call("ArmAMaxPool2x2S2ChwQ7",
+                        {src, dst, N(w), N(h), N(s.inChannels), "0", "scratch"});
+        default:
+            throw std::logic_error("no step of this network");
+    }
+}
+
+struct Watched {
+    std::vector<NotedCall> calls;
+    std::vector<int8_t> answer8, answer16;
+};
+
+// Outputs and scratch of exactly their sizes between unmapped pages.
+Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
+    const Size size = {plane.width, plane.height};
+    GuardedBuffer outputs(NetworkOutputBytes(size), place);
+    GuardedBuffer scratch(NetworkScratchBytes(size), place);
+    const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane);
+    std::copy(patches.begin(), patches.end(), outputs.bytes());
+    const auto planeBytes = static_cast<ptrdiff_t>(plane.width / 4) * (plane.height / 4);
+    watch = {};
+    watch.outputs = outputs.q7();
+    watch.scratch = scratch.q7();
+    watch.quarter = 16 * planeBytes;
+    watch.answer16 = watch.quarter + kAnswerPlanes * planeBytes / 4;
+    watch.active = true;
+    const Answers answers = RunNetwork(size, {outputs.q7(), scratch.q7()});
+    watch.active = false;
+    return {watch.calls,
+            {answers.stride8, answers.stride8 + kAnswerPlanes * planeBytes / 4},
+            {answers.stride16, answers.stride16 + kAnswerPlanes * planeBytes / 16}};
+}
+
+Grey GoldenPlane(int picture) {
+    return orvo_reference::SeededGrey(picture, orvo_test::kGoldenWidth, orvo_test::kGoldenHeight);
+}
+
+TEST(FindNetwork, EveryCallHasItsLayersArguments) {
+    orvo_test::Install(orvo_reference::SeededFindModel());
+    const Grey plane = GoldenPlane(0);
+    const Watched run = WatchRun(plane, GuardedBuffer::kAtEnd);
+    const auto& steps = orvo_reference::FindSteps();
+    ASSERT_EQ(run.calls.size(), steps.size());
+    for (size_t i = 0; i < steps.size(); ++i) {
+        EXPECT_EQ(run.calls[i].text, CallOf(steps[i], {plane.width, plane.height})) << i;
+    }
+}
+
+TEST(FindNetwork, EveryStepGivesTheGoldenBytes) {
+    orvo_test::Install(orvo_reference::SeededFindModel());
+    for (size_t picture = 0; picture < std::size(orvo_test::kFindGolden); ++picture) {
+        const Watched run =
+            WatchRun(GoldenPlane(static_cast<int>(picture)), GuardedBuffer::kAtStart);
+        ASSERT_EQ(run.calls.size(), std::size(orvo_test::kFindGolden[picture]));
+        for (size_t i = 0; i < run.calls.size(); ++i) {
+            ASSERT_EQ(run.calls[i].digest, orvo_test::kFindGolden[picture][i])
+                << "step " << i << " is the first wrong one: " << run.calls[i].text;
+        }
+    }
+}
+
+TEST(FindNetwork, AnswersAreTheReferenceNetworksOnPlanesOfEveryShape) {
+    const orvo_reference::Model model = orvo_reference::SeededFindModel();
+    orvo_test::Install(model);
+    for (const Size size :
+         {Size{16, 16}, {32, 16}, {16, 48}, {112, 16}, {48, 80}, {80, 64}, {176, 32}}) {
+        const Grey plane = orvo_reference::SeededGrey(1, size.width, size.height);
+        const Watched run = WatchRun(plane, GuardedBuffer::kAtEnd);
+        const orvo_reference::FindAnswers expected =
+            orvo_reference::RunFind(model, plane, [](int, const void*, size_t) {});
+        EXPECT_EQ(run.answer8, expected.stride8) << size.width << " x " << size.height;
+        EXPECT_EQ(run.answer16, expected.stride16) << size.width << " x " << size.height;
+    }
+}
+
+TEST(FindGoldens, AreTheReferenceNetworks) {
+    for (size_t picture = 0; picture < std::size(orvo_test::kFindGolden); ++picture) {
+        EXPECT_EQ(orvo_test::FindDigests(static_cast<int>(picture)),
+                  std::vector<uint64_t>(std::begin(orvo_test::kFindGolden[picture]),
+                                        std::end(orvo_test::kFindGolden[picture])));
+    }
+}
+
+// A wrong layer shows only where the activations carry a signal.
+TEST(FindGoldens, ComeFromLivelyActivations) {
+    for (int picture = 0; picture < 2; ++picture) {
+        orvo_reference::RunFind(
+            orvo_reference::SeededFindModel(), GoldenPlane(picture),
+            [](int step, const void* output, size_t size) {
+                const auto* values = static_cast<const int8_t*>(output);
+                const std::set<int8_t> distinct(values, values + size);
+                EXPECT_GE(distinct.size(), std::min<size_t>(size, 20)) << "step " << step;
+                const auto clipped = std::count_if(values, values + size,
+                                                   [](int8_t v) { return v == 127 || v == -128; });
+                EXPECT_LT(static_cast<double>(clipped), 0.7 * static_cast<double>(size))
+                    << "step " << step;
+            });
+    }
+}
+
+TEST(FindGoldens, DifferBetweenThePicturesAtEveryStep) {
+    for (size_t i = 0; i < std::size(orvo_test::kFindGolden[0]); ++i) {
+        EXPECT_NE(orvo_test::kFindGolden[0][i], orvo_test::kFindGolden[1][i]) << i;
+    }
+}
+
+// The one list of the layers, against the tests' own.
+struct Listed {
+    std::string kind;
+    int number, inputs, stride, outputs, shift;
+
+    bool operator==(const Listed&) const = default;
+};
+
+TEST(FindList, IsTheTestsOwn) {
+#define ORVO_LISTED_LAYER(kind, number, inputs, stride, outputs, shift) \
+    {#kind, number, inputs, stride, outputs, shift},
+#define ORVO_LISTED_STEP(kind, channels, stride) {#kind, -1, channels, stride, 0, 0},
+    const std::vector<Listed> all = {ORVO_FIND_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
+    std::vector<Listed> listed;
+    std::ranges::copy_if(all, std::back_inserter(listed), [](const Listed& line) {
+        return line.kind != "Keep" && line.kind != "Return" && line.kind != "Answer";
+    });
+    const auto& steps = orvo_reference::FindSteps();
+    ASSERT_EQ(listed.size(), steps.size());
+    for (size_t i = 0; i < steps.size(); ++i) {
+        const FindStep& step = steps[i];
+        const char* kind = step.kind == StepKind::kGreyToQ7         ? "Patches"
+                           : step.kind == StepKind::kPointwise      ? "Pointwise"
+                           : step.kind == StepKind::kDepthwise      ? "Depthwise"
+                           : step.kind == StepKind::kMaxPoolStride2 ? "MaxPool2"
+                                                                    : "Rectify";
+        const bool isLayer = step.layer >= 0;
+        EXPECT_EQ(listed[i], (Listed{kind, step.layer, step.inChannels, step.stride,
+                                     isLayer ? step.outChannels : 0, isLayer ? step.outShift : 0}))
+            << i;
+    }
+    // What the four lines that do nothing mark.
+    const auto lineOf = [&](const std::string& kind, int from) {
+        return std::find_if(all.begin() + from, all.end(),
+                            [&](const Listed& line) { return line.kind == kind; }) -
+               all.begin();
+    };
+    const auto behind = [&](ptrdiff_t line) { return all[static_cast<size_t>(line) - 1].number; };
+    EXPECT_EQ(behind(lineOf("Keep", 0) - 1), 12);
+    EXPECT_EQ(behind(lineOf("Answer", 0)), 15);
+    EXPECT_EQ(lineOf("Return", 0), lineOf("Answer", 0) + 1);
+    EXPECT_EQ(behind(static_cast<ptrdiff_t>(all.size()) - 1), 26);
+    EXPECT_EQ(all.back().kind, "Answer");
+}
+
+} // namespace

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+// OrvoFindRun() as a whole against the plain definition of every step, with a random network, which
+// finds many faces everywhere. And the model as it is opened.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+#include <vector>
+
+#include "find/plain_picture.h"
+#include "find/seeded_model.h"
+#include "orvo/orvo_find.h"
+#include "reference/reference_find_faces.h"
+#include "support/random.h"
+
+namespace {
+
+using orvo_reference::Grey;
+using orvo_reference::Model;
+using orvo_reference::PlainBox;
+using orvo_reference::PlainFace;
+using orvo_test::GuardedBuffer;
+using orvo_test::GuardedPicture;
+using orvo_test::Random;
+
+void ExpectSame(const OrvoFindFace& face, const PlainFace& expected) {
+    const PlainBox box = orvo_reference::PlainRecord(expected);
+    EXPECT_EQ(face.left, box.left);
+    EXPECT_EQ(face.top, box.top);
+    EXPECT_EQ(face.side, box.side);
+    EXPECT_EQ(face.score, expected.probability / 1024.0);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(face.points[i].x, box.points[2 * i]);
+        EXPECT_EQ(face.points[i].y, box.points[2 * i + 1]);
+    }
+    EXPECT_EQ(face.yaw, static_cast<double>(expected.yaw) * 0.75);
+    EXPECT_NEAR(face.roll, orvo_reference::PlainRoll(box), 1e-3);
+    EXPECT_EQ(face.covered, static_cast<float>(expected.covered + 128) / 255.0f);
+}
+
+void ExpectQuality(const OrvoFindPicture& picture, const OrvoFindFace& face,
+                   const PlainFace& plain) {
+    uint8_t crop[96 * 96];
+    ASSERT_EQ(OrvoFindUpright(&picture, &face, crop), ORVO_FIND_OK);
+    const auto quality = orvo_reference::PlainJudge(
+        orvo_reference::PlainMeasure(plain, picture.width, picture.height, crop),
+        plain.probability);
+    EXPECT_EQ(face.quality, quality.value);
+    EXPECT_EQ(face.reasons, quality.reasons);
+}
+
+TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    const Model model = orvo_reference::SeededFindModel();
+    orvo_test::Install(model);
+    Random random(21);
+    int faces = 0;
+    for (int i = 0; i < 14; ++i) {
+        const Grey grey =
+            orvo_reference::SeededGrey(i % 2, random.Between(24, 150), random.Between(24, 110));
+        const int32_t smallest = random.Between(1, 50);
+        const GuardedPicture picture(grey, grey.width + random.Between(0, 40));
+        const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, smallest);
+        GuardedBuffer memory(size);
+        ASSERT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
+        const std::vector<PlainFace> expected = orvo_reference::PlainFind(model, grey, smallest);
+        const auto room = static_cast<int32_t>(expected.size()) + 1;
+        std::vector<OrvoFindFace> found(static_cast<size_t>(room));
+        int32_t count = -1;
+        ASSERT_EQ(OrvoFindRun(picture.get(), smallest, found.data(), room, &count), ORVO_FIND_OK);
+        ASSERT_EQ(count, room - 1) << grey.width << " x " << grey.height << ", " << smallest;
+        for (size_t n = 0; n < expected.size(); ++n) {
+            ExpectSame(found[n], expected[n]);
+            ExpectQuality(*picture, found[n], expected[n]);
+        }
+        // With less room the best of them.
+        std::vector<OrvoFindFace> few(static_cast<size_t>(room));
+        ASSERT_EQ(OrvoFindRun(picture.get(), smallest, few.data(), room / 2, &count), ORVO_FIND_OK);
+        EXPECT_EQ(count, room / 2);
+        EXPECT_EQ(std::memcmp(few.data(), found.data(),
+                              static_cast<size_t>(count) * sizeof(OrvoFindFace)),
+                  0);
+        faces += room - 1;
+    }
+    EXPECT_GT(faces, 40);
+}
+
+bool IsZero(std::span<const uint8_t> bytes) {
+    return std::ranges::all_of(bytes, [](uint8_t byte) { return byte == 0; });
+}
+
+TEST(FindStore, IsEncipheredAtLoadAndItsKeysAreWipedOnceItIsOpen) {
+    using namespace orvo::find;
+    std::vector<std::vector<uint8_t>> stored;
+    for (const ModelArray& array : g_findArray) {
+        const auto* bytes = static_cast<const uint8_t*>(array.data);
+        stored.emplace_back(bytes, bytes + array.size);
+    }
+    EXPECT_FALSE(IsZero(g_findWb));
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    EXPECT_TRUE(IsZero(g_findWb));
+    EXPECT_TRUE(IsZero(g_findWbIv));
+    EXPECT_TRUE(IsZero(g_findAesIv));
+    for (size_t i = 0; i < stored.size(); ++i) {
+        EXPECT_NE(std::memcmp(g_findArray[i].data, stored[i].data(), stored[i].size()), 0)
+            << g_findArray[i].name;
+    }
+}
+
+} // namespace

@@ -1,0 +1,359 @@
+// SPDX-License-Identifier: MIT
+#include "reference/reference_find_faces.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "find/settings.h"
+
+namespace orvo_reference {
+
+// Numbers that were measured are no definition: they are the library's own.
+using namespace orvo::find;
+
+namespace {
+
+struct Rectangle {
+    double left, top, right, bottom;
+
+    double area() const { return std::max(right - left, 0.0) * std::max(bottom - top, 0.0); }
+};
+
+Rectangle BoxOf(const PlainFace& face) {
+    const auto half = static_cast<double>(face.side) / 2;
+    const auto x = static_cast<double>(face.x);
+    const auto y = static_cast<double>(face.y);
+    return {x - half, y - half, x + half, y + half};
+}
+
+Rectangle Shared(const Rectangle& a, const Rectangle& b) {
+    return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
+            std::min(a.bottom, b.bottom)};
+}
+
+// Areas are sums of products of halves below 2^50, so that doubles hold them exactly.
+bool IsSameFace(const PlainFace& a, const PlainFace& b) {
+    const double shared = Shared(BoxOf(a), BoxOf(b)).area();
+    return 5 * shared >= kSharedFifthsOfUnion * (BoxOf(a).area() + BoxOf(b).area() - shared);
+}
+
+bool LiesInside(const PlainFace& a, const PlainFace& b) {
+    const double shared = Shared(BoxOf(a), BoxOf(b)).area();
+    return 10 * shared >= kSharedTenthsOfSmaller * std::min(BoxOf(a).area(), BoxOf(b).area());
+}
+
+int64_t FloorDivide(int64_t dividend, int64_t divisor) {
+    int64_t quotient = dividend / divisor;
+    while (quotient * divisor > dividend) {
+        --quotient;
+    }
+    return quotient;
+}
+
+std::vector<int64_t*> NumbersOf(PlainFace* face) {
+    std::vector<int64_t*> numbers = {&face->x, &face->y, &face->side, &face->yaw, &face->covered};
+    for (int64_t& value : face->points) {
+        numbers.push_back(&value);
+    }
+    return numbers;
+}
+
+PlainFace MeanOf(std::vector<PlainFace> faces) {
+    PlainFace mean = faces.front();
+    for (size_t n = 0; n < NumbersOf(&mean).size(); ++n) {
+        int64_t sum = 0;
+        int64_t weights = 0;
+        for (PlainFace& face : faces) {
+            const int64_t weight =
+                std::max(int64_t{face.probability} * face.probability / 1024, int64_t{1}) *
+                face.levelSide * face.levelSide;
+            sum += weight * *NumbersOf(&face)[n];
+            weights += weight;
+        }
+        *NumbersOf(&mean)[n] = FloorDivide(2 * sum + weights, 2 * weights);
+    }
+    return mean;
+}
+
+int Factor(double measure, const Ramp& ramp) {
+    return static_cast<int>(
+        std::clamp(std::trunc(256 * (measure - ramp.none) / (ramp.full - ramp.none)), 0.0, 256.0));
+}
+
+} // namespace
+
+Grey Halved(const Grey& picture) {
+    Grey half{picture.width / 2, picture.height / 2, {}};
+    for (int y = 0; y < half.height; ++y) {
+        for (int x = 0; x < half.width; ++x) {
+            half.pixels.push_back(static_cast<uint8_t>(
+                (picture.at(2 * x, 2 * y) + picture.at(2 * x + 1, 2 * y) +
+                 picture.at(2 * x, 2 * y + 1) + picture.at(2 * x + 1, 2 * y + 1) + 2) /
+                4));
+        }
+    }
+    return half;
+}
+
+Grey HalvedTimes(const Grey& picture, int times) {
+    Grey level = picture;
+    for (int i = 0; i < times; ++i) {
+        level = Halved(level);
+    }
+    return level;
+}
+
+std::vector<int> FindLevels(int width, int height, int smallest) {
+    int first = 0;
+    for (int k = 1; k < 20; ++k) {
+        if (int64_t{kLeastFace} * (int64_t{1} << k) <= smallest &&
+            (std::min(width, height) >> k) >= 24) {
+            first = k;
+        }
+    }
+    std::vector<int> levels;
+    for (int level = first; std::min(width >> level, height >> level) >= 8; level += 2) {
+        levels.push_back(level);
+        if (std::max(width >> level, height >> level) <= kLastLevelSide) {
+            break;
+        }
+    }
+    return levels;
+}
+
+int PlainProbability(int score) {
+    return static_cast<int>(std::floor(1024 / (1 + std::exp(-score / 16.0)) + 0.5));
+}
+
+int PlainSide(int size) {
+    return static_cast<int>(std::floor(1024 * std::exp2(size / 64.0) + 0.5));
+}
+
+std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, int width,
+                                       int height) {
+    std::vector<PlainFace> candidates;
+    const int paddedWidth = (width + 15) / 16 * 16;
+    const int paddedHeight = (height + 15) / 16 * 16;
+    for (const int stride : {8, 16}) {
+        const std::vector<int8_t>& planes = stride == 8 ? answers.stride8 : answers.stride16;
+        const int columns = paddedWidth / stride;
+        const int rows = paddedHeight / stride;
+        for (int j = 0; j < rows; ++j) {
+            for (int i = 0; i < columns; ++i) {
+                const auto o = [&](int plane) -> int64_t {
+                    return planes[static_cast<size_t>((plane * rows + j) * columns + i)];
+                };
+                const int64_t q = stride / 8;
+                const auto x = [&](int plane) { return ((2 * i + 1) * 16 + o(plane)) * q; };
+                const auto y = [&](int plane) { return ((2 * j + 1) * 16 + o(plane)) * q; };
+                if (o(0) < kCandidateScore || x(1) < 0 || y(2) < 0 || x(1) >= 4 * width ||
+                    y(2) >= 4 * height) {
+                    continue;
+                }
+                const int64_t unit = int64_t{1} << level;
+                PlainFace face{};
+                face.x = x(1) * unit;
+                face.y = y(2) * unit;
+                face.levelSide = (PlainSide(static_cast<int>(o(3))) * stride * 4 + 128) / 256;
+                face.side = face.levelSide * unit;
+                for (int n = 0; n < 5; ++n) {
+                    face.points[2 * n] = x(4 + 2 * n) * unit;
+                    face.points[2 * n + 1] = y(5 + 2 * n) * unit;
+                }
+                face.yaw = o(14);
+                face.covered = o(15);
+                face.score = static_cast<int>(o(0));
+                face.probability = PlainProbability(face.score);
+                face.support = 1;
+                candidates.push_back(face);
+            }
+        }
+    }
+    return candidates;
+}
+
+std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates) {
+    std::ranges::stable_sort(candidates, std::ranges::greater{}, &PlainFace::score);
+    if (candidates.size() > kMostCandidates) {
+        candidates.resize(kMostCandidates);
+    }
+    std::vector<PlainFace> faces;
+    while (!candidates.empty() && candidates.front().probability >= kReportedProbability) {
+        const PlainFace head = candidates.front();
+        std::vector<PlainFace> same;
+        std::vector<PlainFace> others;
+        int support = 0;
+        for (const PlainFace& candidate : candidates) {
+            const bool isSame = IsSameFace(head, candidate);
+            if (isSame) {
+                same.push_back(candidate);
+            }
+            if (isSame || LiesInside(head, candidate)) {
+                ++support;
+            } else {
+                others.push_back(candidate);
+            }
+        }
+        faces.push_back(MeanOf(same));
+        faces.back().probability = head.probability;
+        faces.back().support = support;
+        candidates = others;
+    }
+    return faces;
+}
+
+std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest) {
+    std::vector<PlainFace> candidates;
+    for (const int level : FindLevels(picture.width, picture.height, smallest)) {
+        const Grey plane = HalvedTimes(picture, level);
+        const FindAnswers answers =
+            RunFind(model, PaddedGrey(plane), [](int, const void*, size_t) {});
+        const std::vector<PlainFace> more =
+            PlainCandidates(answers, level, plane.width, plane.height);
+        candidates.insert(candidates.end(), more.begin(), more.end());
+    }
+    return PlainFaces(candidates);
+}
+
+PlainBox PlainRecord(const PlainFace& face) {
+    const Rectangle box = BoxOf(face);
+    PlainBox record{box.left / 4, box.top / 4, static_cast<double>(face.side) / 4, {}};
+    for (int i = 0; i < 10; ++i) {
+        record.points[i] = static_cast<double>(face.points[i]) / 4;
+    }
+    return record;
+}
+
+namespace {
+
+// The direction of the upright face's rows, of any length.
+struct Direction {
+    double x, y;
+};
+
+Direction DirectionOf(const PlainBox& box) {
+    const double* p = box.points;
+    const double downX = (p[6] + p[8]) / 2 - (p[0] + p[2]) / 2;
+    const double downY = (p[7] + p[9]) / 2 - (p[1] + p[3]) / 2;
+    const Direction direction = {p[2] - p[0] + downY, p[3] - p[1] - downX};
+    return std::hypot(direction.x, direction.y) < 1 ? Direction{1, 0} : direction;
+}
+
+} // namespace
+
+double PlainRoll(const PlainBox& box) {
+    const Direction direction = DirectionOf(box);
+    return std::atan2(direction.y, direction.x) * 180 / std::numbers::pi;
+}
+
+std::vector<double> PlainUpright(const Grey& picture, const PlainBox& box) {
+    int level = 0;
+    while (box.side / 96 / (1 << level) > 1.5) {
+        ++level;
+    }
+    const Grey plane = HalvedTimes(picture, level);
+    const auto pixel = [&](int x, int y) {
+        return plane.at(std::clamp(x, 0, plane.width - 1), std::clamp(y, 0, plane.height - 1));
+    };
+    const Direction direction = DirectionOf(box);
+    const double length = std::hypot(direction.x, direction.y);
+    const double c = direction.x / length;
+    const double s = direction.y / length;
+    const double unit = 1.0 / (1 << level);
+    std::vector<double> crop;
+    for (int row = 0; row < 96; ++row) {
+        for (int column = 0; column < 96; ++column) {
+            const double u = (column + 0.5 - 48) * box.side / 96;
+            const double v = (row + 0.5 - 48) * box.side / 96;
+            const double x = (box.left + box.side / 2 + c * u - s * v) * unit - 0.5;
+            const double y = (box.top + box.side / 2 + s * u + c * v) * unit - 0.5;
+            const int x0 = static_cast<int>(std::floor(x));
+            const int y0 = static_cast<int>(std::floor(y));
+            const double fx = x - x0;
+            const double fy = y - y0;
+            crop.push_back((1 - fy) * ((1 - fx) * pixel(x0, y0) + fx * pixel(x0 + 1, y0)) +
+                           fy * ((1 - fx) * pixel(x0, y0 + 1) + fx * pixel(x0 + 1, y0 + 1)));
+        }
+    }
+    return crop;
+}
+
+PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const uint8_t* crop) {
+    PlainMeasures m{};
+    m.side = static_cast<int>(face.side);
+
+    double sum = 0;
+    double squares = 0;
+    double bends = 0;
+    std::vector<int> middle;
+    int white = 0;
+    for (int y = 0; y < 96; ++y) {
+        for (int x = 0; x < 96; ++x) {
+            const auto at = [&](int dx, int dy) { return int{crop[(y + dy) * 96 + x + dx]}; };
+            sum += at(0, 0);
+            squares += at(0, 0) * at(0, 0);
+            if (x > 0 && x < 95) {
+                bends += std::abs(at(-1, 0) - 2 * at(0, 0) + at(1, 0));
+            }
+            if (y > 0 && y < 95) {
+                bends += std::abs(at(0, -1) - 2 * at(0, 0) + at(0, 1));
+            }
+            if (x >= 16 && x < 80 && y >= 16 && y < 80) {
+                middle.push_back(at(0, 0));
+                white += at(0, 0) >= kWhite ? 1 : 0;
+            }
+        }
+    }
+    const double n = 96 * 96;
+    const double variance = (n * squares - sum * sum) / (n * n);
+    const double deviation = std::floor(16 * std::sqrt(variance)) / 16;
+    m.sharpness =
+        static_cast<int>(std::floor(16 * 256 * (bends / (2 * 94 * 96)) / (16 + deviation)));
+    std::ranges::sort(middle);
+    m.brightness = middle[(9 * middle.size() + 9) / 10 - 1];
+    m.white = static_cast<int>(1000 * static_cast<size_t>(white) / middle.size());
+
+    m.yaw = static_cast<int>(std::abs(face.yaw) * 3);
+    m.covered = static_cast<int>((face.covered + 128) * 100 / 255);
+
+    const PlainBox box = PlainRecord(face);
+    const double* p = box.points;
+    const double eyesX = (p[0] + p[2]) / 2;
+    const double eyesY = (p[1] + p[3]) / 2;
+    const double downX = (p[6] + p[8]) / 2 - eyesX;
+    const double downY = (p[7] + p[9]) / 2 - eyesY;
+    const double along = downX * (p[4] - eyesX) + downY * (p[5] - eyesY);
+    const double whole = downX * downX + downY * downY;
+    const double place = whole > 0 ? std::trunc(100 * along / whole) : 1e9;
+    m.noseOff = static_cast<int>(std::min(std::abs(place - kNosePlace), 1.0 * kNosePlace) * 100 /
+                                 kNosePlace);
+    m.noseOff = whole > 0 ? m.noseOff : kTiltedRamp.none;
+
+    const Rectangle inside = Shared(BoxOf(face), {0, 0, 4.0 * width, 4.0 * height});
+    m.cutOff = static_cast<int>(
+        std::trunc(100 * (BoxOf(face).area() - inside.area()) / BoxOf(face).area()));
+    return m;
+}
+
+PlainQuality PlainJudge(const PlainMeasures& m, int probability) {
+    const int factors[] = {
+        Factor(m.side, kSmallRamp),      Factor(m.sharpness, kBlurredRamp),
+        Factor(m.brightness, kDarkRamp), Factor(m.white, kOverexposedRamp),
+        Factor(m.yaw, kTurnedRamp),      Factor(m.noseOff, kTiltedRamp),
+        Factor(m.covered, kCoveredRamp), Factor(m.cutOff, kCutOffRamp),
+    };
+    const double more = (256.0 - kLeastScoreFactor) * (probability - kReportedProbability) /
+                        (kSureProbability - kReportedProbability);
+    const int score = std::clamp(kLeastScoreFactor + static_cast<int>(std::trunc(more)), 0, 256);
+    int64_t left = int64_t{100} * 65536 * score / 256;
+    PlainQuality quality{0, 0};
+    for (unsigned i = 0; i < 8; ++i) {
+        left = left * factors[i] / 256;
+        quality.reasons |= factors[i] < 128 ? 1u << i : 0u;
+    }
+    quality.value = static_cast<int>((left + 32768) / 65536);
+    return quality;
+}
+
+} // namespace orvo_reference

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+//
+// From the finding network's answers to faces, plainly: the pyramid, what an answer says, which
+// answers are one face, turning upright and quality.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "reference/reference_find_network.h"
+
+namespace orvo_reference {
+
+// 2 x 2 means, rounded half up; a last odd row or column is dropped.
+Grey Halved(const Grey& picture);
+Grey HalvedTimes(const Grey& picture, int times);
+
+// The levels that the network looks at.
+std::vector<int> FindLevels(int width, int height, int smallest);
+
+// Numbers of an answer or of a face. Lengths are quarter pixels of the picture.
+struct PlainFace {
+    int64_t x, y, side;
+    int64_t points[10];
+    int64_t yaw, covered;
+    int score;       // logit in sixteenths
+    int probability; // 1024ths
+    int support;
+    int64_t levelSide; // of the box at its level, quarter pixels of that
+};
+
+int PlainProbability(int score);
+int PlainSide(int size); // in 256ths of a stride
+
+// All answers of a level that are candidates, in the order of visiting. `width` and `height` are
+// those of the level, not padded.
+std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, int width,
+                                       int height);
+
+// The best 512, then the faces that they make, best first.
+std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates);
+
+// Everything, from the picture on.
+std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest);
+
+// A face turned upright in double precision, sampled from the whole level: 96 x 96 grey levels.
+// `points` as in a record, pixels.
+struct PlainBox {
+    double left, top, side;
+    double points[10];
+};
+PlainBox PlainRecord(const PlainFace& face);
+double PlainRoll(const PlainBox& box); // degrees
+std::vector<double> PlainUpright(const Grey& picture, const PlainBox& box);
+
+// Each reason's measure, in the units in which the library has them.
+struct PlainMeasures {
+    int side, sharpness, brightness, white, yaw, noseOff, covered, cutOff;
+};
+PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const uint8_t* crop);
+struct PlainQuality {
+    int value;
+    uint32_t reasons;
+};
+PlainQuality PlainJudge(const PlainMeasures& measures, int probability);
+
+} // namespace orvo_reference

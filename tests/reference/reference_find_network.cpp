@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+#include "reference/reference_find_network.h"
+
+#include <map>
+#include <stdexcept>
+
+#include "reference/reference_conv.h"
+#include "reference/reference_small.h"
+#include "support/random.h"
+
+namespace orvo_reference {
+namespace {
+
+using enum StepKind;
+using enum FindPlace;
+
+// A separable convolution: depthwise into `between`, pointwise into `dst`, rectifier.
+void AddPair(std::vector<FindStep>* steps, int number, int stride, int in, int out, int shift,
+             FindPlace src, FindPlace between, FindPlace dst) {
+    steps->push_back({kDepthwise, number, src, in, stride, in, 6, between});
+    steps->push_back({kPointwise, number + 1, between, in, stride, out, shift, dst});
+    steps->push_back({kRectify, -1, dst, out, stride, out, 0, dst});
+}
+
+std::vector<FindStep> MakeSteps() {
+    std::vector<FindStep> steps = {
+        {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
+        {kPointwise, 0, kA, 16, 4, 32, 7, kB},
+        {kRectify, -1, kB, 32, 4, 32, 0, kB},
+    };
+    AddPair(&steps, 1, 4, 32, 32, 7, kB, kA, kB);
+    steps.push_back({kDepthwise, 3, kB, 32, 4, 32, 6, kA});
+    steps.push_back({kPointwise, 4, kA, 32, 4, 32, 7, kB});
+    steps.push_back({kMaxPoolStride2, -1, kB, 32, 4, 32, 0, kA});
+    steps.push_back({kRectify, -1, kA, 32, 8, 32, 0, kA});
+    AddPair(&steps, 5, 8, 32, 64, 7, kA, kB, kA);
+    AddPair(&steps, 7, 8, 64, 64, 7, kA, kB, kA);
+    AddPair(&steps, 9, 8, 64, 64, 7, kA, kB, kA);
+    AddPair(&steps, 11, 8, 64, 64, 7, kA, kB, kA);
+    AddPair(&steps, 13, 8, 64, 64, 7, kA, kB, kB2);
+    steps.push_back({kPointwise, 15, kB2, 64, 8, 16, 8, kAnswer8});
+    steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
+    AddPair(&steps, 16, 16, 64, 128, 7, kB, kB2, kA);
+    AddPair(&steps, 18, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, 20, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, 22, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, 24, 16, 128, 64, 8, kA, kB, kA);
+    steps.push_back({kPointwise, 26, kA, 64, 16, 16, 8, kAnswer16});
+    return steps;
+}
+
+std::vector<Layer> MakeLayers() {
+    std::vector<Layer> layers;
+    for (const FindStep& step : FindSteps()) {
+        if (step.layer >= 0) {
+            const LayerKind kind =
+                step.kind == kPointwise ? LayerKind::kPointwise : LayerKind::kDepthwise;
+            layers.push_back({step.layer, kind, step.inChannels, step.outChannels, step.outShift});
+        }
+    }
+    return layers;
+}
+
+// 0 to 255 and back.
+int Triangle(int phase) { return phase % 512 < 256 ? phase % 256 : 255 - phase % 256; }
+
+int RoundUp16(int side) { return (side + 15) / 16 * 16; }
+
+} // namespace
+
+const std::vector<FindStep>& FindSteps() {
+    static const std::vector<FindStep> steps = MakeSteps();
+    return steps;
+}
+
+const std::vector<Layer>& FindLayers() {
+    static const std::vector<Layer> layers = MakeLayers();
+    return layers;
+}
+
+Model SeededFindModel() { return SeededModel(FindLayers(), 3, 1.4); }
+
+Grey SeededGrey(int picture, int width, int height) {
+    Grey grey{width, height, {}};
+    orvo_test::Random random(static_cast<uint64_t>(77 + picture));
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const int wave = Triangle(7 * x + 2 * y) + Triangle(11 * y + 3 * x) * 3 / 4;
+            grey.pixels.push_back(picture == 0 ? static_cast<uint8_t>(20 + wave / 2)
+                                               : random.Byte());
+        }
+    }
+    return grey;
+}
+
+Grey PaddedGrey(const Grey& picture) {
+    Grey padded{RoundUp16(picture.width), RoundUp16(picture.height), {}};
+    for (int y = 0; y < padded.height; ++y) {
+        for (int x = 0; x < padded.width; ++x) {
+            const bool inside = x < picture.width && y < picture.height;
+            padded.pixels.push_back(static_cast<uint8_t>(inside ? picture.at(x, y) : 128));
+        }
+    }
+    return padded;
+}
+
+std::vector<uint8_t> PatchesOf(const Grey& plane) {
+    std::vector<uint8_t> patches;
+    for (int r = 0; r < 4; ++r) {
+        for (int c = 0; c < 4; ++c) {
+            for (int y = 0; y < plane.height / 4; ++y) {
+                for (int x = 0; x < plane.width / 4; ++x) {
+                    patches.push_back(static_cast<uint8_t>(plane.at(4 * x + c, 4 * y + r)));
+                }
+            }
+        }
+    }
+    return patches;
+}
+
+FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afterStep) {
+    std::map<FindPlace, std::vector<int8_t>> places;
+    const std::vector<uint8_t> patches = PatchesOf(plane);
+    places[kA].assign(patches.begin(), patches.end());
+    int number = 0;
+    for (const FindStep& step : FindSteps()) {
+        const std::vector<int8_t> src = places.at(step.src);
+        const int width = plane.width / step.stride;
+        const int height = plane.height / step.stride;
+        const auto area = static_cast<size_t>(width) * static_cast<size_t>(height);
+        if (src.size() != static_cast<size_t>(step.inChannels) * area) {
+            throw std::logic_error("a step does not find the planes that it expects");
+        }
+        std::vector<int8_t>& dst = places[step.dst];
+        dst.assign(static_cast<size_t>(step.outChannels) * area, 0);
+        const auto w = static_cast<uint32_t>(width);
+        const auto h = static_cast<uint32_t>(height);
+        if (step.kind == kGreyToQ7) {
+            dst = src;
+            GreyToQ7(reinterpret_cast<uint8_t*>(dst.data()), static_cast<uint32_t>(dst.size()));
+        } else if (step.kind == kRectify) {
+            Rectify(src.data(), dst.data(), static_cast<uint32_t>(src.size()));
+        } else if (step.kind == kMaxPoolStride2) {
+            dst.resize(dst.size() / 4);
+            MaxPool2x2Stride2(src.data(), dst.data(), w, h, static_cast<uint32_t>(step.inChannels),
+                              0);
+        } else {
+            const LayerParameters& p = model.at(step.layer);
+            const bool isDepthwise = step.kind == kDepthwise;
+            ConvShape shape{width,
+                            height,
+                            step.inChannels,
+                            step.outChannels,
+                            isDepthwise ? 3 : 1,
+                            isDepthwise ? 1 : 0,
+                            1,
+                            static_cast<uint32_t>(step.outShift),
+                            width,
+                            height};
+            if (isDepthwise) {
+                ConvolveDepthwiseChw(shape, false, src.data(), p.weights.data(), p.bias.data(),
+                                     dst.data());
+            } else {
+                ConvolveChw(shape, src.data(), p.weights.data(), p.bias.data(), dst.data());
+            }
+        }
+        afterStep(number++, dst.data(), dst.size());
+    }
+    return {places.at(kAnswer8), places.at(kAnswer16)};
+}
+
+} // namespace orvo_reference

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+//
+// The network that finds faces, written down a second time: what each step is, and the network over
+// plain definitions of its operations.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "reference/reference_layers.h"
+#include "reference/reference_networks.h"
+
+namespace orvo_reference {
+
+// Where a step reads and writes: one of four places, the last two beside each other behind the first
+// two, or an answer.
+enum class FindPlace { kA, kA2, kB, kB2, kAnswer8, kAnswer16 };
+
+struct FindStep {
+    StepKind kind;
+    int layer; // number of its parameters, or -1
+    FindPlace src;
+    int inChannels;
+    int stride; // of the planes that it reads
+    int outChannels;
+    int outShift;
+    FindPlace dst;
+};
+
+// From the patches on, which are no kernel's work.
+const std::vector<FindStep>& FindSteps();
+const std::vector<Layer>& FindLayers();
+Model SeededFindModel();
+
+struct Grey {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> pixels;
+
+    int at(int x, int y) const {
+        return pixels[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)];
+    }
+};
+
+// Picture 0 is smooth, picture 1 is noise.
+Grey SeededGrey(int picture, int width, int height);
+
+// Sides rounded up to multiples of 16 with grey level 128.
+Grey PaddedGrey(const Grey& picture);
+
+// 16 planes: plane 4 * r + c has the pixels (4 * y + r, 4 * x + c) of a plane whose sides are
+// multiples of 4.
+std::vector<uint8_t> PatchesOf(const Grey& plane);
+
+struct FindAnswers {
+    std::vector<int8_t> stride8;
+    std::vector<int8_t> stride16;
+};
+
+// On a plane whose sides are multiples of 16.
+FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afterStep);
+
+} // namespace orvo_reference
