@@ -24,7 +24,7 @@ inline constexpr int64_t kSharedFifthsOfUnion = 2;
 inline constexpr int64_t kSharedTenthsOfSmaller = 7;
 
 // The probability in 1024ths from which on a face is reported.
-inline constexpr int32_t kReportedProbability = 512;
+inline constexpr int32_t kReportedProbability = 640;
 
 // A measure that costs quality: the whole face is lost where it is `none`, nothing where it is
 // `full`, in between it falls evenly.

@@ -217,7 +217,7 @@ PlainFace RandomFace(Random& random, int width, int height) {
     }
     face.yaw = random.Between(-128, 127);
     face.covered = random.Between(-128, 127);
-    face.probability = random.Between(512, 1023);
+    face.probability = random.Between(orvo::find::kReportedProbability, 1023);
     return face;
 }
 

@@ -12,7 +12,7 @@ SMALLEST = 20  # pixels of a side that is looked for, unless another is asked fo
 LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = 0  # least score of a cell that counts
-REPORTED = 512  # least probability of a face, of 1024
+REPORTED = 640  # least probability of a face, of 1024
 MOST_CANDIDATES = 512
 BEYOND = 128  # grey level of what a plane has beyond its picture
 
