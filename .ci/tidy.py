@@ -28,7 +28,8 @@ OTHER_FLAGS = {
 
 # The library is looked at with all checks of .clang-tidy. The rest goes without those that take most of the
 # time, and tests compare floats bit by bit on purpose.
-LIBRARY = ("cipher/", "common/", "compute_a/", "device_api/", "fr_demo/", "platform/", "web/")
+LIBRARY = ("cipher/", "common/", "compute_a/", "device_api/", "find/", "fr_demo/", "platform/", "search/",
+           "web/")
 FEWER_CHECKS = ("--checks=-clang-analyzer-*,-performance-*,-readability-redundant-*,"
                 "-bugprone-suspicious-memory-comparison,-bugprone-exception-escape")
 

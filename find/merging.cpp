@@ -65,7 +65,7 @@ struct WeightedSum {
     // Half up, below zero as well.
     int32_t Rounded(int64_t sum) const {
         const int64_t dividend = 2 * sum + weights;
-        const int64_t divisor = 2 * weights;
+        const int64_t divisor = 2 * std::max<int64_t>(weights, 1); // nothing was added: 0
         const int64_t down = dividend % divisor < 0 ? 1 : 0;
         return static_cast<int32_t>(dividend / divisor - down);
     }

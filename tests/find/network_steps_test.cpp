@@ -29,7 +29,6 @@ namespace {
 
 using orvo::find::Answers;
 using orvo::find::kAnswerPlanes;
-using orvo::find::NetworkMemory;
 using orvo::find::NetworkOutputBytes;
 using orvo::find::NetworkScratchBytes;
 using orvo::find::RunNetwork;

@@ -27,7 +27,6 @@ using orvo::find::Measures;
 using orvo::find::Quality;
 using orvo::find::RollOf;
 using orvo::find::RowRoomBytes;
-using orvo::find::Size;
 using orvo::find::Upright;
 using orvo::find::UprightBytes;
 using orvo_reference::Grey;
