@@ -58,6 +58,29 @@ inline size_t TilesOfSlab(size_t tiles, size_t most) {
     return slabs == 0 ? 0 : (tiles + slabs - 1) / slabs;
 }
 
+// For schemes that pack a slab from the start of the scratch, whole tiles first.
+template <size_t TilePixels>
+struct TileSlab {
+    size_t first, tiles, rest;
+    size_t pixels() const { return tiles * TilePixels + rest; }
+};
+
+// The next slab where the scratch holds at most so many tiles; a rest takes the room of one.
+template <size_t TilePixels>
+inline TileSlab<TilePixels> TileSlabFrom(const MatrixProduct& p, size_t pixel, size_t mostTiles) {
+    const size_t left = p.pixels - pixel;
+    const size_t tiles = TilesOfSlab((left + TilePixels - 1) / TilePixels, mostTiles);
+    const size_t count = Least(tiles * TilePixels, left);
+    return {pixel, count / TilePixels, count % TilePixels};
+}
+
+// Where a group's outputs of a slab begin.
+template <size_t TilePixels>
+inline int8_t* OutputOf(const MatrixProduct& p, const ChannelGroup& group,
+                        const TileSlab<TilePixels>& slab) {
+    return p.dst + group.first * p.planePitch + slab.first;
+}
+
 // Groups begin at multiples of four channels, since that is how the weights are stored.
 inline ChannelGroup GroupFrom(const MatrixProduct& p, size_t first, size_t most) {
     return {first, Least(most, p.channels - first), p.weights + first / 4 * p.groupBytes};

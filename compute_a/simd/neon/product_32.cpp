@@ -359,10 +359,7 @@ void PackTwoTiles(const MatrixProduct& p, size_t pixel, int8_t* first, int8_t* s
 class NeonProduct {
   public:
     // Packed at the start of the scratch: some tiles, and the pixels of one that is not full.
-    struct Slab {
-        size_t first, tiles, rest;
-        size_t pixels() const { return tiles * kTilePixels + rest; }
-    };
+    using Slab = TileSlab<kTilePixels>;
 
     explicit NeonProduct(const MatrixProduct& p)
         : p_(p),
@@ -371,12 +368,7 @@ class NeonProduct {
 
     static size_t GroupChannels() { return kGroup; }
 
-    Slab SlabFrom(size_t pixel) const {
-        const size_t left = p_.pixels - pixel;
-        const size_t tiles = TilesOfSlab((left + kTilePixels - 1) / kTilePixels, mostTiles_);
-        const size_t count = Least(tiles * kTilePixels, left);
-        return {pixel, count / kTilePixels, count % kTilePixels};
-    }
+    Slab SlabFrom(size_t pixel) const { return TileSlabFrom<kTilePixels>(p_, pixel, mostTiles_); }
 
     void MakeReady(const ChannelGroup& group) {
         if (group.channels == kGroup) {
@@ -405,7 +397,7 @@ class NeonProduct {
 
     void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
         if (slab.tiles > 0) {
-            Multiply(group, {p_.scratch, slab.tiles, Output(group, slab), p_.planePitch});
+            Multiply(group, {p_.scratch, slab.tiles, OutputOf(p_, group, slab), p_.planePitch});
         }
     }
 
@@ -417,17 +409,13 @@ class NeonProduct {
         int8_t outputs[kGroup][kTilePixels];
         const int8_t* values = p_.scratch + slab.tiles * tileBytes_;
         Multiply(group, {values, 1, outputs[0], kTilePixels});
-        int8_t* to = Output(group, slab) + slab.tiles * kTilePixels;
+        int8_t* to = OutputOf(p_, group, slab) + slab.tiles * kTilePixels;
         for (size_t c = 0; c < group.channels; ++c, to += p_.planePitch) {
             std::memcpy(to, outputs[c], slab.rest);
         }
     }
 
   private:
-    int8_t* Output(const ChannelGroup& group, const Slab& slab) const {
-        return p_.dst + group.first * p_.planePitch + slab.first;
-    }
-
     // The group's planes of some of the slab's tiles.
     void Multiply(const ChannelGroup& group, Tiles tiles) const {
         const TileWeights* weights = weights_.parts;

@@ -199,10 +199,7 @@ inline void MultiplyRestOfTile(const GroupWeights& group, const int8_t* values, 
 class DotProduct {
   public:
     // Packed at the start of the scratch: some tiles, and the pixels of one that is not full.
-    struct Slab {
-        size_t first, tiles, rest;
-        size_t pixels() const { return tiles * kTilePixels + rest; }
-    };
+    using Slab = TileSlab<kTilePixels>;
 
     explicit DotProduct(const MatrixProduct& p)
         : p_(p),

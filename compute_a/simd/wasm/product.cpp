@@ -136,10 +136,7 @@ inline void StoreTile(const TileBytes& bytes, int8_t* dst, size_t pitch) {
 class WasmProduct {
   public:
     // Packed at the start of the scratch: some tiles, and the pixels of one that is not full.
-    struct Slab {
-        size_t first, tiles, rest;
-        size_t pixels() const { return tiles * kTilePixels + rest; }
-    };
+    using Slab = TileSlab<kTilePixels>;
 
     explicit WasmProduct(const MatrixProduct& p)
         : p_(p),
@@ -150,12 +147,7 @@ class WasmProduct {
 
     static size_t GroupChannels() { return kGroup; }
 
-    Slab SlabFrom(size_t pixel) const {
-        const size_t left = p_.pixels - pixel;
-        const size_t tiles = TilesOfSlab((left + kTilePixels - 1) / kTilePixels, mostTiles_);
-        const size_t count = Least(tiles * kTilePixels, left);
-        return {pixel, count / kTilePixels, count % kTilePixels};
-    }
+    Slab SlabFrom(size_t pixel) const { return TileSlabFrom<kTilePixels>(p_, pixel, mostTiles_); }
 
     void MakeReady(const ChannelGroup& group) { LoadGroup(p_, group, weights_); }
 
@@ -168,7 +160,7 @@ class WasmProduct {
 
     void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
         const int8_t* values = p_.scratch;
-        int8_t* dst = Output(group, slab);
+        int8_t* dst = OutputOf(p_, group, slab);
         for (size_t tile = 0; tile < slab.tiles; ++tile, dst += kTilePixels) {
             const TileBytes bytes = MultiplyTile(values, weights_, steps_, shift_);
             if (group.channels == kGroup) {
@@ -184,15 +176,11 @@ class WasmProduct {
         if (slab.rest > 0) {
             const int8_t* values = p_.scratch + slab.tiles * tileBytes_;
             StorePart(MultiplyTile(values, weights_, steps_, shift_), group.channels, slab.rest,
-                      Output(group, slab) + slab.tiles * kTilePixels);
+                      OutputOf(p_, group, slab) + slab.tiles * kTilePixels);
         }
     }
 
   private:
-    int8_t* Output(const ChannelGroup& group, const Slab& slab) const {
-        return p_.dst + group.first * p_.planePitch + slab.first;
-    }
-
     void StorePart(const TileBytes& bytes, size_t channels, size_t pixels, int8_t* dst) const {
         int8_t tile[kGroup][kTilePixels];
         StoreTile(bytes, tile[0], kTilePixels);
