@@ -13,7 +13,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "find/golden_find_steps.h"
@@ -23,6 +22,7 @@
 #include "orvo/find_layers.h"
 #include "orvo/q7_kernels.h"
 #include "reference/reference_find_network.h"
+#include "support/call_text.h"
 #include "support/guarded_buffer.h"
 
 namespace {
@@ -37,6 +37,7 @@ using orvo_reference::FindPlace;
 using orvo_reference::FindStep;
 using orvo_reference::Grey;
 using orvo_reference::StepKind;
+using orvo_test::CallText;
 using orvo_test::Digest;
 using orvo_test::GuardedBuffer;
 
@@ -85,23 +86,6 @@ std::string NameOf(const void* address) {
     return "an unknown address";
 }
 
-template <typename T>
-std::string Word(const T& value) {
-    if constexpr (std::is_pointer_v<T>) {
-        return NameOf(value);
-    } else {
-        return std::to_string(value);
-    }
-}
-
-template <typename... Args>
-std::string Text(const char* kernel, const Args&... args) {
-    std::string text = std::string(kernel) + "(";
-    const char* separator = "";
-    ((text += separator + Word(args), separator = ", "), ...);
-    return text + ")";
-}
-
 template <typename Kernel, typename... Args>
 void Forward(const char* name, const void* output, size_t outputSize, Args... args) {
     void* symbol = dlsym(RTLD_NEXT, name);
@@ -110,7 +94,7 @@ void Forward(const char* name, const void* output, size_t outputSize, Args... ar
     }
     reinterpret_cast<Kernel*>(symbol)(args...);
     if (watch.active) {
-        watch.calls.push_back({Text(name, args...), Digest(output, outputSize)});
+        watch.calls.push_back({CallText(NameOf, name, args...), Digest(output, outputSize)});
     }
 }
 

@@ -16,7 +16,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -27,6 +26,7 @@
 #include "orvo/q7_kernels.h"
 #include "reference/reference_conv.h"
 #include "reference/reference_networks.h"
+#include "support/call_text.h"
 #include "support/guarded_buffer.h"
 
 namespace {
@@ -36,6 +36,7 @@ using orvo_reference::LayerKind;
 using orvo_reference::Place;
 using orvo_reference::Step;
 using orvo_reference::StepKind;
+using orvo_test::CallText;
 using orvo_test::Digest;
 using orvo_test::GuardedBuffer;
 
@@ -80,23 +81,6 @@ std::string NameOf(const void* address) {
     return "an unknown address";
 }
 
-template <typename T>
-std::string Word(const T& value) {
-    if constexpr (std::is_pointer_v<T>) {
-        return NameOf(value);
-    } else {
-        return std::to_string(value);
-    }
-}
-
-template <typename... Args>
-std::string Text(const char* kernel, const Args&... args) {
-    std::string text = std::string(kernel) + "(";
-    const char* separator = "";
-    ((text += separator + Word(args), separator = ", "), ...);
-    return text + ")";
-}
-
 template <typename Kernel>
 Kernel* LibrarysOwn(const char* name) {
     void* symbol = dlsym(RTLD_NEXT, name);
@@ -111,7 +95,7 @@ template <typename Kernel, typename... Args>
 void Forward(const char* name, const void* output, size_t outputSize, Args... args) {
     LibrarysOwn<Kernel>(name)(args...);
     if (watch.active) {
-        watch.calls.push_back({Text(name, args...), Digest(output, outputSize)});
+        watch.calls.push_back({CallText(NameOf, name, args...), Digest(output, outputSize)});
     }
 }
 

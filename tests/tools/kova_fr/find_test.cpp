@@ -103,9 +103,6 @@ TEST(Find, FindsTheSamples) {
         // Portraits: one face, which fills a quarter of the sides and more.
         found += !faces.empty() && faces[0]["box"]["width"].get<double>() > 64 ? 1 : 0;
     }
-    if (found == 0) {
-        GTEST_SKIP() << "the model finds no face in any sample";
-    }
     EXPECT_GE(100 * found, 95 * all) << found << " of " << all;
 
     const TempFolder folder;
