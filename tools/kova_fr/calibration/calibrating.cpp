@@ -2,7 +2,6 @@
 #include "calibration/calibrating.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "evaluation/statistics/figures.h"
 
@@ -10,7 +9,6 @@ namespace kova_cli {
 namespace {
 
 using kova_statistics::Comparisons;
-using kova_statistics::ErrorsAt;
 using kova_statistics::Figures;
 using kova_statistics::Rate;
 using kova_statistics::Recommendation;
@@ -129,13 +127,6 @@ void RankStrangers(const Comparisons& comparisons, PairScores& scores, Calibrati
     calibration.strangers.push_back({strangers.size(), static_cast<double>(strangers.back())});
 }
 
-// Four decimals, as thresholds have.
-double ThresholdNumber(const ErrorsAt& errors) {
-    return std::round(static_cast<double>(errors.threshold()) *
-                      kova_statistics::kThresholdsPerUnit) /
-           kova_statistics::kThresholdsPerUnit;
-}
-
 ordered_json RateJson(const Rate& rate) {
     return {{"rate", rate.value()}, {"interval", {rate.interval.low, rate.interval.high}}};
 }
@@ -147,7 +138,7 @@ ordered_json Thresholds(const Figures& figures) {
             continue;
         }
         ordered_json entry = {{"false_accept_rate", one.wanted},
-                              {"threshold", ThresholdNumber(*one.errors)},
+                              {"threshold", kova_statistics::ThresholdNumber(one.errors->rank)},
                               {"false_accepts", RateJson(*one.errors->falseAccepts)}};
         entry["false_rejects"] =
             one.errors->falseRejects ? RateJson(*one.errors->falseRejects) : ordered_json(nullptr);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "evaluation/report/eval_report.h"
 
-#include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -205,15 +204,8 @@ ordered_json FigureJson(const std::optional<Figure>& figure) {
             {"interval", figure->interval ? IntervalJson(*figure->interval) : nullptr}};
 }
 
-// The four decimals of a threshold, not those of the float nearest to it.
-double ThresholdNumber(const ErrorsAt& errors) {
-    return std::round(static_cast<double>(errors.threshold()) *
-                      kova_statistics::kThresholdsPerUnit) /
-           kova_statistics::kThresholdsPerUnit;
-}
-
 ordered_json ErrorsJson(const ErrorsAt& errors) {
-    return {{"threshold", ThresholdNumber(errors)},
+    return {{"threshold", kova_statistics::ThresholdNumber(errors.rank)},
             {"false_accepts", RateJson(errors.falseAccepts)},
             {"false_rejects", RateJson(errors.falseRejects)}};
 }

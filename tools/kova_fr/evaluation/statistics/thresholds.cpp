@@ -6,9 +6,11 @@
 
 namespace kova_statistics {
 
-float ThresholdAt(size_t rank) {
-    return static_cast<float>((static_cast<double>(rank) - kLastThreshold) / kThresholdsPerUnit);
+double ThresholdNumber(size_t rank) {
+    return (static_cast<double>(rank) - kLastThreshold) / kThresholdsPerUnit;
 }
+
+float ThresholdAt(size_t rank) { return static_cast<float>(ThresholdNumber(rank)); }
 
 size_t RankOf(float score) {
     if (!(std::fabs(score) < ThresholdAt(kThresholds - 1))) {

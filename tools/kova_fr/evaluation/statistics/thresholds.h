@@ -16,6 +16,9 @@ inline constexpr size_t kThresholds = 2 * static_cast<size_t>(kLastThreshold) + 
 // Ranks count the thresholds from the lowest.
 float ThresholdAt(size_t rank);
 
+// The four decimals that it is written with, not those of the float nearest to it.
+double ThresholdNumber(size_t rank);
+
 // The highest threshold that accepts the score, which may exceed 1 and -1 by rounding. A score that
 // is no number, or no inner product of unit vectors, throws std::domain_error.
 size_t RankOf(float score);
