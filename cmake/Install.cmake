@@ -7,9 +7,11 @@ include(CMakePackageConfigHelpers)
 install(TARGETS kova_fr kova_fr_static EXPORT orvo_fr-targets
         LIBRARY COMPONENT library NAMELINK_COMPONENT development
         ARCHIVE COMPONENT development)
-install(TARGETS kova kova_static EXPORT orvo_fr-targets
-        LIBRARY COMPONENT application NAMELINK_COMPONENT development
-        ARCHIVE COMPONENT development)
+install(TARGETS kova EXPORT orvo_fr-targets
+        LIBRARY COMPONENT application NAMELINK_COMPONENT development)
+if(TARGET kova_static)
+    install(TARGETS kova_static EXPORT orvo_fr-targets ARCHIVE COMPONENT development)
+endif()
 install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
         LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
 if(TARGET kova_find)
