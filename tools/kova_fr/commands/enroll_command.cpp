@@ -22,12 +22,13 @@ struct EnrollOptions {
 constexpr const char* kNotes =
     R"(Adds the faces to the gallery under the name; a gallery that is not there yet is
 made. Several pictures of a person, in different light and from different sides,
-help. All pictures are taken or none, and the file is replaced whole, so that it
-is never half written.
+help. Of each picture the largest face that is good enough is taken; where none is,
+the picture is left out. Where a picture cannot be read or shows no face nothing
+is taken. The file is replaced whole, so that it is never half written.
 
 Examples:
   kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
-  kova-fr enroll --detect people.gallery joe holiday.jpg
+  kova-fr enroll --crop people.gallery joe face.png
   kova-fr gallery people.gallery)";
 
 std::string CheckName(const std::string& name) {
@@ -45,6 +46,10 @@ void CheckGalleryPlace(const EnrollOptions& options) {
     }
 }
 
+std::string LeftOutWords(size_t count) {
+    return count == 0 ? "" : ", " + std::to_string(count) + " left out for want of quality";
+}
+
 void RunEnroll(const EnrollOptions& options) {
     std::vector<OutputFile> files = CropFiles(options.faces);
     CheckOutputs(files, options.faces.pictures);
@@ -57,21 +62,28 @@ void RunEnroll(const EnrollOptions& options) {
     if (std::filesystem::exists(options.galleryPath)) {
         gallery = LoadGallery(options.galleryPath, models);
     }
-    const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
+    const auto [faces, leftOut, last] = ReadFaces(recogniser, options.faces);
+    if (faces.empty()) {
+        throw Failure(
+            "no picture is good enough to be enrolled; take better ones, or these by "
+            "--any-quality");
+    }
     for (const Face& face : faces) {
         gallery.Add(options.name, face.feature);
     }
-    FillCropFiles(faces, files);
+    FillCropFiles(faces, options.faces, files);
     files.push_back({options.galleryPath, true, PackGallery(gallery)});
     WriteFiles(files);
     if (options.faces.json) {
         WriteStandardOutput(JsonLine({{"name", options.name},
                                       {"added", faces.size()},
+                                      {"left_out", leftOut},
                                       {"features", gallery.features.size()}}));
         return;
     }
     WriteStandardOutput(options.name + ": " + std::to_string(faces.size()) +
-                        (faces.size() == 1 ? " face" : " faces") + " added; the gallery has " +
+                        (faces.size() == 1 ? " face" : " faces") + " added" +
+                        LeftOutWords(leftOut.size()) + "; the gallery has " +
                         std::to_string(gallery.features.size()) + "\n");
 }
 
@@ -87,6 +99,7 @@ void AddEnrollCommand(CLI::App& program) {
         ->required()
         ->check(CheckName, "")
         ->type_name("NAME");
+    options->faces.poor = Poor::kLeftOut;
     AddFaceOptions(command, options->faces, 1);
     command.footer(kNotes);
     command.callback([options] { RunEnroll(*options); });
