@@ -94,7 +94,8 @@ function takeSample(slot, name) {
     });
 }
 
-// The faces in a picture, and the picture taken for a face where no face is good enough.
+// The faces in a picture; and the picture taken for a face where it may be a crop, since no face was found in
+// it or its borders cut one off.
 function lookAt(canvas, full = canvas) {
     if (library === null) {
         throw new SentenceError("The library is not ready yet; try again in a moment.");
@@ -107,7 +108,9 @@ function lookAt(canvas, full = canvas) {
     const begin = performance.now();
     const faces = library.faces(pixels);
     const chosen = largestGood(faces);
-    const whole = chosen < 0 || !faces[chosen].isGood ? library.extract(pixels) : null;
+    // What is blurred or dark does not become good by taking more of it.
+    const mayBeCrop = chosen < 0 || (!faces[chosen].isGood && faces[chosen].reasons.includes("cut off"));
+    const whole = mayBeCrop ? library.extract(pixels) : null;
     if (faces.length === 0 && whole === null) {
         throw new SentenceError("No face was found: this picture shows no structure, as a wall or a covered " +
             "lens does.");

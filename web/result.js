@@ -54,13 +54,15 @@ function makeResult(id) {
     if (THRESHOLDS === null) {
         part(".bar").classList.add("plain");
     } else {
-        const mark = ({ threshold, false_accept_rate: rate }) =>
-            threshold.toFixed(3) + ": 1 in " + Math.round(1 / rate) + " pairs of strangers";
-        part(".mark-perhaps").textContent = "perhaps from " + mark(THRESHOLDS.perhaps);
-        part(".mark-likely").textContent = "probably from " + mark(THRESHOLDS.likely);
+        const mark = (selector, word, { threshold, false_accept_rate: rate }) => {
+            part(selector + " b").textContent = word + " from " + threshold.toFixed(3) + ",";
+            part(selector + " span").textContent = "1 in " + Math.round(1 / rate) + " pairs of strangers";
+        };
+        mark(".mark-perhaps", "perhaps", THRESHOLDS.perhaps);
+        mark(".mark-likely", "probably", THRESHOLDS.likely);
     }
     return {
-        verdict: part(".verdict"), scale: part(".scale"), needle: part(".needle"),
+        verdict: part(".verdict"), scale: part(".scale"), bar: part(".bar"), needle: part(".needle"),
         score: part("output"), time: part(".time"),
     };
 }
@@ -77,6 +79,7 @@ function showPair(result, library, { first, second, missing, time }) {
     const poor = [["first", first], ["second", second]].filter(([, face]) => !face.isGood);
     result.verdict.textContent = poor.length === 0 ? verdict(score)
         : "No verdict: " + poor.map(([name, face]) => "the " + name + " face is " + whyNot(face)).join("; ");
+    result.bar.classList.toggle("doubtful", poor.length > 0);
     result.score.textContent = score.toFixed(3);
     result.needle.style.left = 100 * placeOnBar(score) + "%";
     result.time.textContent = time;
