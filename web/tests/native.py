@@ -4,24 +4,28 @@ import contextlib
 import ctypes
 import functools
 import os
-import sys
 import tempfile
 from dataclasses import dataclass
 from pathlib import Path
 
+import cv2
 import numpy as np
 
 ROOT = Path(__file__).resolve().parents[2]
 SAMPLES = ROOT / "samples"
-MODULE = Path(os.environ.get("ORVO_WASM_MODULE", ROOT / "build/wasm/module/orvo_web.wasm"))
+PACKAGE = Path(os.environ.get("ORVO_NPM_PACKAGE", ROOT / "build/wasm/npm"))
 PAGE = Path(os.environ.get("ORVO_PAGE", ROOT / "build/wasm/page"))
 NATIVE = Path(os.environ.get("ORVO_NATIVE_LIBRARIES", ROOT / "build/host/lib"))
 
 FEATURE_BYTES = 512
 MOST = 64  # faces
 
-sys.path.insert(0, str(ROOT))
-from training.tests.pictures import read_grey_png as grey  # noqa: E402,F401
+
+def grey(path):
+    """The levels of a picture that is grey."""
+    levels = cv2.imread(str(path), cv2.IMREAD_GRAYSCALE)
+    assert levels is not None, path
+    return levels
 
 
 @contextlib.contextmanager
