@@ -94,8 +94,8 @@ function takeSample(slot, name) {
     });
 }
 
-// The faces in a picture; and the picture taken for a face where it may be a crop, since no face was found in
-// it or its borders cut one off.
+// The faces in a picture; and the picture taken for a face where it may be a crop, since no face was found
+// in it or its borders cut one off.
 function lookAt(canvas, full = canvas) {
     if (library === null) {
         throw new SentenceError("The library is not ready yet; try again in a moment.");

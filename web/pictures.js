@@ -68,5 +68,6 @@ async function canvasOfFile(file) {
 }
 
 function pixelsOf(canvas) {
-    return canvas.getContext("2d", { willReadFrequently: true }).getImageData(0, 0, canvas.width, canvas.height);
+    const context = canvas.getContext("2d", { willReadFrequently: true });
+    return context.getImageData(0, 0, canvas.width, canvas.height);
 }

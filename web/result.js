@@ -40,7 +40,8 @@ function explainThresholds() {
 
 // Where a score stands on the bar, 0 to 1. Each third of the bar is one verdict.
 function placeOnBar(score) {
-    const ends = THRESHOLDS === null ? [-1, 1] : [-1, THRESHOLDS.perhaps.threshold, THRESHOLDS.likely.threshold, 1];
+    const marks = THRESHOLDS === null ? [] : [THRESHOLDS.perhaps.threshold, THRESHOLDS.likely.threshold];
+    const ends = [-1, ...marks, 1];
     const within = Math.min(Math.max(score, -1), 1);
     const last = Math.min(ends.filter((end) => within >= end).length, ends.length - 1) - 1;
     return (last + (within - ends[last]) / (ends[last + 1] - ends[last])) / (ends.length - 1);

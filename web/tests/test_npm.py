@@ -52,6 +52,7 @@ def npm(*arguments, cwd):
     done = subprocess.run(
         ["npm", *arguments, "--offline", "--no-audit", "--no-fund", "--no-update-notifier"],
         cwd=cwd, capture_output=True, text=True,
+        env={**os.environ, "npm_config_cache": str(cwd / "cache")},
     )  # fmt: skip
     if done.returncode != 0:
         raise AssertionError(f"npm {arguments}: {done.stdout}{done.stderr}")
