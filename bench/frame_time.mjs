@@ -16,7 +16,7 @@ const { open } = await part("node.mjs");
 const { readPicture } = await part("examples/read_picture.mjs");
 
 const WIDTH = 640, HEIGHT = 480;
-const face = await readPicture(new URL("../samples/eve-1.png", import.meta.url));
+const face = await readPicture(new URL("../samples/portraits/sami-1.png", import.meta.url));
 
 const grey = { width: WIDTH, height: HEIGHT, data: new Uint8Array(WIDTH * HEIGHT).fill(120) };
 for (const left of [20, 340]) {

@@ -92,7 +92,7 @@ def native_feature(frame):
     return feature.raw
 
 
-def native_faces(picture, smallest=20):
+def native_faces(picture, smallest=20, with_features=True):
     """The faces in grey levels of any size, best first."""
     _, find = libraries()
     picture = np.ascontiguousarray(picture, np.uint8)
@@ -103,8 +103,8 @@ def native_faces(picture, smallest=20):
     records = (Record * MOST)()
     features = ctypes.create_string_buffer(MOST * FEATURE_BYTES)
     count = ctypes.c_int32()
-    check(find.OrvoFindFeatures(ctypes.byref(given), smallest, records, features, MOST,
-                                ctypes.byref(count)))  # fmt: skip
+    function, more = (find.OrvoFindFeatures, [features]) if with_features else (find.OrvoFindRun, [])
+    check(function(ctypes.byref(given), smallest, records, *more, MOST, ctypes.byref(count)))
     faces = []
     for i in range(count.value):
         crop = ctypes.create_string_buffer(96 * 96)

@@ -4,8 +4,11 @@ import cv2
 import numpy as np
 from native import SAMPLES, grey
 
-# Faces that are good enough by a wide margin, and the same two people once more.
-FIRST, AGAIN, OTHER = (SAMPLES / name for name in ("eve-1.png", "eve-3.png", "hana-1.png"))
+# Friendly portraits: one person twice, and another.
+FIRST, AGAIN, OTHER = (
+    SAMPLES / "portraits" / name for name in ("sami-1.png", "sami-2.png", "quinn-1.png")
+)
+GROUP = SAMPLES / "group.png"
 
 
 def background(width, height):
@@ -23,8 +26,8 @@ def put(scene, path, left, top, side=256):
 def two_people(width=640, height=480):
     """One of them larger, both good enough."""
     scene = background(width, height)
-    put(scene, FIRST, 20, 30)
-    put(scene, OTHER, 350, 120, 230)
+    put(scene, FIRST, 20, 30, 200)
+    put(scene, OTHER, 350, 120, 256)
     return scene
 
 
