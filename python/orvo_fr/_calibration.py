@@ -60,7 +60,7 @@ class Calibration:
         ValueError: it is no calibration, or one for other models.
     """
 
-    def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
+    def __init__(self, path: Union[str, os.PathLike[str]]) -> None:
         with open(path, "rb") as file:
             text = file.read()
         try:
@@ -76,6 +76,7 @@ class Calibration:
             self._most_alike = int(contents["most_alike"])
             self._pairs = int(contents["stranger_pairs"])
             strangers = np.array(contents["strangers"], np.float64)
+            arrays: tuple[npt.NDArray[Any], ...] = (self._mean, self._cohort, strangers)
             if (
                 self._mean.shape != (FEATURE_LENGTH,)
                 or self._cohort.ndim != 2
@@ -83,7 +84,7 @@ class Calibration:
                 or not 0 < self._most_alike < len(self._cohort)
                 or strangers.ndim != 2
                 or strangers.shape[1] != 2
-                or not all(np.isfinite(a).all() for a in (self._mean, self._cohort, strangers))
+                or not all(np.isfinite(a).all() for a in arrays)
             ):
                 raise ValueError("a shape")
         except (ValueError, KeyError, TypeError) as error:
@@ -107,7 +108,7 @@ class Calibration:
     def _like_others(self, centred: npt.NDArray[np.float32]) -> npt.NDArray[np.float64]:
         # Without the very highest: the face may be that of somebody in the cohort.
         scores = -np.sort(-(centred @ self._cohort.T).astype(np.float64), axis=-1)
-        return scores[..., 1 : 1 + self._most_alike].mean(-1)
+        return np.asarray(scores[..., 1 : 1 + self._most_alike].mean(-1))
 
     def scores(self, a: npt.ArrayLike, b: npt.ArrayLike) -> npt.NDArray[np.float64]:
         """The normalised scores of features of shape (N, 128) with others of shape (M, 128), as an
