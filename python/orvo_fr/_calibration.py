@@ -1,7 +1,5 @@
 # SPDX-License-Identifier: MIT
 """What scores mean for one camera and its people: the files of `kova-fr calibrate`."""
-import ctypes
-import hashlib
 import json
 import os
 from typing import Any, NamedTuple, Union
@@ -9,31 +7,10 @@ from typing import Any, NamedTuple, Union
 import numpy as np
 import numpy.typing as npt
 
-from . import _library
+from ._models import models_digest
 from ._recognition import FEATURE_LENGTH
 
 _VERSION = 1
-_ALIGN_ARRAYS, _FR_ARRAYS = 76, 108  # of the models, see model_store.h
-
-
-class _ModelArray(ctypes.Structure):
-    _fields_ = [
-        ("elementSize", ctypes.c_uint32),
-        ("name", ctypes.c_char_p),
-        ("data", ctypes.c_void_p),
-        ("size", ctypes.c_uint32),
-    ]
-
-
-def _models() -> str:
-    """The digest of the models that this process computes with."""
-    digest = hashlib.sha256()
-    with _library.lock:
-        library = _library.opened()
-        for name, count in (("g_alignArray", _ALIGN_ARRAYS), ("g_frArray", _FR_ARRAYS)):
-            for array in (_ModelArray * count).in_dll(library, name):
-                digest.update(ctypes.string_at(array.data, array.size))
-    return digest.hexdigest()
 
 
 class Rarity(NamedTuple):
@@ -91,7 +68,7 @@ class Calibration:
             raise ValueError(
                 f"{path}: is no calibration of kova-fr; make one with kova-fr calibrate"
             ) from error
-        if models != _models():
+        if models != models_digest():
             raise ValueError(f"{path}: was made with other models; make it anew")
         self._ranks, self._scores = strangers[:, 0], strangers[:, 1]
 
