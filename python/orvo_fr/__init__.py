@@ -20,6 +20,7 @@ Python's own lock is free meanwhile. A process may fork at any time.
 from ._calibration import Calibration, Rarity
 from ._evaluation import ErrorRates, Evaluation, Recommendation, evaluate, pair_scores
 from ._finding import REASONS, Face, faces, find
+from ._folders import Extraction, extract_folder
 from ._gallery import Gallery
 from ._library import OrvoFrError, instruction_set
 from ._models import models_digest
@@ -32,6 +33,7 @@ __all__ = [
     "Calibration",
     "ErrorRates",
     "Evaluation",
+    "Extraction",
     "FEATURE_LENGTH",
     "Face",
     "Gallery",
@@ -47,6 +49,7 @@ __all__ = [
     "distances",
     "evaluate",
     "extract",
+    "extract_folder",
     "extract_many",
     "faces",
     "find",

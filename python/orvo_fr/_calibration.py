@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: MIT
 """What scores mean for one camera and its people: the files of `kova-fr calibrate`."""
 import json
-import os
-from typing import Any, NamedTuple, Union
+from typing import Any, NamedTuple
 
 import numpy as np
 import numpy.typing as npt
 
 from ._models import models_digest
+from ._pictures import AnyPath
 from ._recognition import FEATURE_LENGTH
 
 _VERSION = 1
@@ -37,7 +37,7 @@ class Calibration:
         ValueError: it is no calibration, or one for other models.
     """
 
-    def __init__(self, path: Union[str, os.PathLike[str]]) -> None:
+    def __init__(self, path: AnyPath) -> None:
         with open(path, "rb") as file:
             text = file.read()
         try:

@@ -47,14 +47,13 @@ class Part(NamedTuple):
 
 
 class Compared(NamedTuple):
-    """What the pairs of two parts say. Counts of equal kind may be added, bests merged by maximum."""
+    """What pairs of pictures say. It does not matter in which order they are added up."""
 
     same: Counts  # pairs of one person by rank
     different: Counts
-    # float32 [pictures, rounds, 2]: the most alike of the enrolled of the other part, of one's own
-    # person and of others.
-    first_best: Features
-    second_best: Features
+    #: The first picture of a part, and float32 [pictures, rounds, 2]: the most alike of the enrolled,
+    #: of one's own person and of others.
+    bests: list[tuple[int, Features]]
 
 
 def _best(scores: Features, same: npt.NDArray[np.bool_], enrolled: npt.NDArray[np.int64]) -> Features:
@@ -68,24 +67,25 @@ def _best(scores: Features, same: npt.NDArray[np.bool_], enrolled: npt.NDArray[n
     return best
 
 
-def compare(first: Part, second: Part) -> Compared:
-    """All pairs of two parts, or of one part with itself, each pair once."""
-    scores = distances(first.features, second.features)
-    same = first.person[:, None] == second.person[None]
-    ranks = _ranks(scores)
-    is_one = first.first == second.first
-    if is_one:
-        pairs = np.tri(len(scores), k=-1, dtype=bool)
-        np.fill_diagonal(scores, _NONE)  # nobody is looked for by their own picture
-    else:
-        pairs = np.ones_like(same)
-    counts = [
-        np.bincount(ranks[pairs & kind], minlength=len(_THRESHOLDS)).astype(np.int64)
-        for kind in (same, ~same)
-    ]
-    first_best = _best(scores, same, second.enrolled)
-    second_best = first_best if is_one else _best(scores.T, same.T, first.enrolled)
-    return Compared(counts[0], counts[1], first_best, second_best)
+def compare(first: Part, others: Sequence[Part]) -> Compared:
+    """All pairs of a part with others, among which it may be itself, each pair once."""
+    same = np.zeros(len(_THRESHOLDS), np.int64)
+    different = np.zeros(len(_THRESHOLDS), np.int64)
+    bests = []
+    for second in others:
+        scores = distances(first.features, second.features)
+        is_same = first.person[:, None] == second.person[None]
+        ranks = _ranks(scores)
+        is_itself = first.first == second.first
+        pairs = np.tri(len(scores), k=-1, dtype=bool) if is_itself else np.ones_like(is_same)
+        same += np.bincount(ranks[pairs & is_same], minlength=len(_THRESHOLDS))
+        different += np.bincount(ranks[pairs & ~is_same], minlength=len(_THRESHOLDS))
+        if is_itself:
+            np.fill_diagonal(scores, _NONE)  # nobody is looked for by their own picture
+        else:
+            bests.append((second.first, _best(scores.T, is_same.T, first.enrolled)))
+        bests.append((first.first, _best(scores, is_same, second.enrolled)))
+    return Compared(same, different, bests)
 
 
 def _enrolled(person: npt.NDArray[np.int64]) -> npt.NDArray[np.int64]:
@@ -110,16 +110,16 @@ class Sums:
         self._different = np.zeros(len(_THRESHOLDS), np.int64)
         self._best = np.full((len(person), _ROUNDS, 2), _NONE, np.float32)
 
-    def add(self, first: int, second: int, compared: Compared) -> None:
-        """Of the parts that begin with these pictures, in any order, each couple of parts once."""
+    def add(self, compared: Compared) -> None:
+        """Each couple of parts once, in any order."""
         self._same += compared.same
         self._different += compared.different
-        for begin, best in ((first, compared.first_best), (second, compared.second_best)):
+        for begin, best in compared.bests:
             rows = self._best[begin : begin + len(best)]
             np.maximum(rows, best, out=rows)
 
     def result(self) -> "Evaluation":
-        """The figures, once all couples were added."""
+        """The figures, once all were added."""
         return Evaluation(
             pictures=len(self._person),
             people=len(np.unique(self._person)),
@@ -288,8 +288,7 @@ def evaluate(features: Features, people: Sequence[Any]) -> Evaluation:
     sums = Sums(person)
     every = list(parts(checked, person, PART))
     for i, first in enumerate(every):
-        for second in every[: i + 1]:
-            sums.add(first.first, second.first, compare(first, second))
+        sums.add(compare(first, every[: i + 1]))
     return sums.result()
 
 

@@ -11,20 +11,21 @@ import stat
 import struct
 from contextlib import contextmanager
 from pathlib import Path
-from typing import BinaryIO, Iterator, NamedTuple, Optional, Union
+from typing import BinaryIO, Iterator, NamedTuple, Optional
 
 import numpy as np
 
 from . import _many
 from ._models import models_digest
+from ._pictures import AnyPath
 from ._ranking import Match, best_of_block
 from ._recognition import FEATURE_LENGTH, Features, _checked, distances
-
-AnyPath = Union[str, os.PathLike[str]]
 
 _MAGIC = b"KFRGALRY"
 _FEATURE_BYTES = 4 * FEATURE_LENGTH
 _BLOCK_ENTRIES = 512
+# Entries whose distances are held at a time.
+_SEARCH_BLOCK = 1 << 14
 _LONGEST_NAME, _LONGEST_STORED_NAME = 1000, 65535
 _BEGIN = struct.Struct("<8sII32s")  # magic, version, floats a feature, models
 _COUNTS = struct.Struct("<QQ")  # entries, bytes of the file
@@ -251,10 +252,19 @@ def _opened(path: AnyPath) -> Iterator[tuple[BinaryIO, _Head]]:
         raise ValueError(f"{os.fspath(path)}: {error}") from error
 
 
-def entries_in(path: AnyPath) -> int:
-    """How many entries a gallery's file has."""
+class State(NamedTuple):
+    """A gallery's file as it is now: the same as long as its entries are."""
+
+    entries: int
+    models: str
+    last_block: tuple[int, ...]
+    end: int
+
+
+def state_of(path: AnyPath) -> State:
+    """What tells a gallery's file from what it becomes by a change."""
     with _opened(path) as (_, head):
-        return head.entries
+        return State(head.entries, head.models, head.last_block, head.end)
 
 
 def read_blocks(path: AnyPath, since: int = 0, until: Optional[int] = None) -> Iterator[Block]:
@@ -346,12 +356,7 @@ class Gallery:
         """
         wanted = _checked("features", features, (None, FEATURE_LENGTH))
         check_count(count)
-        found: list[list[Match]] = [[] for _ in wanted]
-        for first in range(0, len(self), SEARCH_BLOCK):
-            known = self.features[first : first + SEARCH_BLOCK]
-            names = self.names[first : first + SEARCH_BLOCK]
-            add_block(found, distances(wanted, known), first, names, count)
-        return found
+        return search(wanted, Block(0, self.features, self.names), count)
 
     @classmethod
     def load(cls, path: AnyPath) -> "Gallery":
@@ -411,8 +416,15 @@ class Gallery:
         yield from blocks
 
 
-#: Entries whose distances are held at a time.
-SEARCH_BLOCK = 1 << 14
+def search(features: Features, known: Block, count: int) -> list[list[Match]]:
+    """As Gallery.search(), among these entries."""
+    found: list[list[Match]] = [[] for _ in features]
+    for first in range(0, len(known.names), _SEARCH_BLOCK):
+        names = known.names[first : first + _SEARCH_BLOCK]
+        rows = distances(features, known.features[first : first + _SEARCH_BLOCK])
+        for i, row in enumerate(rows):
+            found[i] = best_of_block(found[i], row, known.first_entry + first, names, count)
+    return found
 
 
 def check_count(count: int) -> None:
@@ -421,14 +433,6 @@ def check_count(count: int) -> None:
         raise TypeError(f"count must be an integer, not {type(count).__name__}")
     if count < 1:
         raise ValueError(f"count must be at least 1, not {count}")
-
-
-def add_block(
-    found: list[list[Match]], known: Features, first: int, names: list[str], count: int
-) -> None:
-    """Adds the entries of a block to what each feature found, by distances float32 [N, entries]."""
-    for i, row in enumerate(known):
-        found[i] = best_of_block(found[i], row, first, names, count)
 
 
 @contextmanager

@@ -7,8 +7,9 @@ from typing import Any, Union
 import numpy as np
 import numpy.typing as npt
 
+AnyPath = Union[str, os.PathLike[str]]
 #: A path, an array, or a picture of Pillow.
-Picture = Union[str, os.PathLike[str], npt.NDArray[np.uint8], Any]
+Picture = Union[AnyPath, npt.NDArray[np.uint8], Any]
 Plane = npt.NDArray[np.uint8]
 
 MOST_PIXELS = 100_000_000
@@ -79,7 +80,7 @@ def _over_black(level: Plane, alpha: Plane) -> Plane:
     return np.asarray((level * alpha.astype(np.uint16) + np.uint16(127)) // np.uint16(255), np.uint8)
 
 
-def _of_file(path: Union[str, os.PathLike[str]]) -> Plane:
+def _of_file(path: AnyPath) -> Plane:
     try:
         from PIL import Image, ImageOps
     except ImportError as error:

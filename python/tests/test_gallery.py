@@ -113,7 +113,7 @@ class Search(unittest.TestCase):
         wanted = random_features(5, 1)
         wanted[0] = features[60]
         for block in (7, 100, 1 << 14):
-            with mock.patch.object(_gallery, "SEARCH_BLOCK", block):
+            with mock.patch.object(_gallery, "_SEARCH_BLOCK", block):
                 for count in (1, 3, 100):
                     found = gallery.search(wanted, count)
                     self.assertEqual(found, [self.by_hand(gallery, w, count) for w in wanted])
