@@ -5,8 +5,10 @@ ORVO_FR_LIBRARY names the library, KOVA_FR the command line.
 """
 import json
 import os
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 from unittest import mock
@@ -14,7 +16,7 @@ from unittest import mock
 import numpy as np
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = sorted((PACKAGE.parent / "samples").glob("*.png"))
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402
@@ -34,7 +36,10 @@ class TheCommandLinesFigures(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         command = [os.environ["KOVA_FR"], "eval", "--json", "--rounds", "10", "--by-name"]
-        done = subprocess.run([*command, SAMPLES[0].parent], check=True, capture_output=True)
+        with tempfile.TemporaryDirectory() as folder:
+            for sample in SAMPLES:
+                shutil.copy(sample, folder)
+            done = subprocess.run([*command, folder], check=True, capture_output=True)
         cls.wanted = json.loads(done.stdout)
         people = [path.stem.rsplit("-", 1)[0] for path in SAMPLES]
         cls.evaluation = orvo_fr.evaluate(orvo_fr.extract_many(SAMPLES), people)

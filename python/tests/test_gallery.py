@@ -19,7 +19,7 @@ from unittest import mock
 import numpy as np
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = sorted((PACKAGE.parent / "samples").glob("*.png"))
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402

@@ -15,7 +15,7 @@ import numpy as np
 from PIL import Image
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = sorted((PACKAGE.parent / "samples").glob("*.png"))
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402

@@ -1,6 +1,5 @@
 # SPDX-License-Identifier: MIT
 """The package's type hints, by mypy: within the package, and as a program that uses it sees them."""
-import os
 import subprocess
 import sys
 import tempfile
@@ -22,23 +21,25 @@ reveal_type(orvo_fr.distances(many))
 """
 
 
-def mypy(*arguments):
-    with tempfile.TemporaryDirectory() as cache:
-        command = [sys.executable, "-m", "mypy", "--cache-dir", cache, *arguments]
-        environment = {**os.environ, "MYPYPATH": str(PACKAGE)}
-        return subprocess.run(command, cwd=PACKAGE, env=environment, capture_output=True, text=True)
-
-
 class Types(unittest.TestCase):
-    def test_the_package_is_clean(self):
-        done = mypy("orvo_fr")
-        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = Path(folder.name)
 
-    def test_a_program_that_uses_it_is_checked(self):
-        done = mypy("-c", USE)
+    def mypy(self, use):
+        """What mypy says of the package and of a program. Another run uses what the first has found out."""
+        program = self.folder / "use.py"
+        program.write_text(use)
+        command = [sys.executable, "-m", "mypy", "--cache-dir", self.folder, "orvo_fr", program]
+        return subprocess.run(command, cwd=PACKAGE, capture_output=True, text=True)
+
+    def test_the_package_and_a_program_that_uses_it(self):
+        done = self.mypy(USE)
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         self.assertIn("floating[numpy._typing._32Bit]", done.stdout)
-        done = mypy("-c", USE + "orvo_fr.distance(feature, 5)\nscore.box\n")
+        done = self.mypy(USE + "orvo_fr.distance(feature, 5)\nscore.box\n")
         self.assertIn("Found 2 errors", done.stdout)
 
 
