@@ -26,11 +26,7 @@ GreyPicture Decode(Bytes file) {
 } // namespace
 
 GreyPicture LoadPicture(const std::string& path) {
-    try {
-        return Decode(ReadWholeFile(path, kMaxFileBytes));
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    return Naming(path, [&path] { return Decode(ReadWholeFile(path, kMaxFileBytes)); });
 }
 
 void CheckPictureSize(uint64_t width, uint64_t height) {
