@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // enroll, identify and gallery.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -137,8 +138,75 @@ TEST_F(Galleries, EveryCutOfAGalleryIsRefused) {
         const Outcome run = KovaFr({"identify", cut, pictures_[0]});
         ExpectRefusal(run, kFailure, length < 8 ? "no gallery" : "cut short");
     }
-    WriteFile(cut, whole + "x");
-    ExpectRefusal(KovaFr({"gallery", cut}), kFailure, "damaged");
+}
+
+TEST_F(Galleries, WhatAKilledProgramLeftBehindAGalleryIsNotReadAndGoes) {
+    Enroll("a", {pictures_[0]});
+    const std::string whole = ReadFile(gallery_);
+    WriteFile(gallery_, whole + std::string(2000, 'x'));
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 1u);
+    Enroll("b", {pictures_[1]});
+    const std::string more = ReadFile(gallery_);
+    EXPECT_EQ(more.substr(96, whole.size() - 96), whole.substr(96));
+    EXPECT_EQ(more.size(), whole.size() + whole.size() - 96);
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, CanBeReadByTheirOwnersAlone) {
+    const mode_t mask = umask(0);
+    Enroll("a", {pictures_[0]});
+    umask(mask);
+    const auto permissions = [this] { return std::filesystem::status(gallery_).permissions(); };
+    using std::filesystem::perms;
+    EXPECT_EQ(permissions(), perms::owner_read | perms::owner_write);
+    // But what the owner allows stays allowed, whatever is written.
+    const perms shared = perms::owner_read | perms::owner_write | perms::group_read;
+    std::filesystem::permissions(gallery_, shared);
+    Enroll("b", {pictures_[1]});
+    EXPECT_EQ(permissions(), shared);
+    Output({"gallery", "--remove", "a", gallery_});
+    EXPECT_EQ(permissions(), shared);
+}
+
+TEST_F(Galleries, ThatAreReadOnlyAreNotChanged) {
+    Enroll("a", {pictures_[0]});
+    const std::string before = ReadFile(gallery_);
+    std::filesystem::permissions(gallery_, std::filesystem::perms::owner_read);
+    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "is read-only");
+    ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "is read-only");
+    EXPECT_EQ(ReadFile(gallery_), before);
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 1u);
+    ExpectNothingLeftBehind();
+}
+
+// Names as another program may have stored them.
+TEST_F(Galleries, NamesAreShownWithoutControlCharacters) {
+    Enroll("models", {pictures_[0]});
+    const std::string models = ReadFile(gallery_).substr(16, 32);
+    Entries entries = RandomEntries(5, 2);
+    entries.features[0] = FeatureOf(pictures_[1]);
+    entries.names = {"a\x1b[31m",
+                     "b\xc2\x9b"
+                     "31m",
+                     "c\x9b"
+                     "31m",
+                     "d\x7f", "e\xe2\x80\xae"};
+    WriteFile(gallery_, Version2File(models, BlocksOf(entries), 5));
+    const std::string text = Output({"gallery", gallery_}) +
+                             Output({"gallery", "--json", gallery_}) +
+                             Output({"identify", gallery_, pictures_[1]}) +
+                             Output({"identify", "--json", gallery_, pictures_[1]});
+    for (const std::string control : {"\x1b", "\xc2\x9b", "\x7f"}) {
+        EXPECT_EQ(text.find(control), std::string::npos) << text;
+    }
+    const std::string lines = Output({"gallery", gallery_});
+    for (const std::string shown : {"a?[31m", "b?31m", "c?31m", "d?", "e?"}) {
+        EXPECT_NE(lines.find("  " + shown + "\n"), std::string::npos) << lines;
+    }
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
+    EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], entries.names[0]);
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"][1]["name"],
+              entries.names[1]);
 }
 
 TEST_F(Galleries, EveryChangedByteOfAGalleryIsNoticed) {
@@ -257,7 +325,10 @@ TEST_F(Galleries, AWallIsNotEnrolled) {
 }
 
 TEST_F(Galleries, NamesMustBeOneLine) {
-    for (const std::string name : {"", "a\nb", "a\x1b[31m"}) {
+    for (const std::string name : {"", "a\nb", "a\x1b[31m",
+                                   "a\xc2\x9b"
+                                   "31m",
+                                   "a\xff", "a\xe2\x80\xae"}) {
         ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
     }
     ExpectRefusal(KovaFr({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}), kWrongUsage,
@@ -282,12 +353,13 @@ TEST_F(Galleries, FullDiskHarmsNoEarlierGallery) {
     const std::string disk = folder_ / "disk";
     std::filesystem::create_directory(disk);
     const std::string enroll = "\"$KOVA_FR\" enroll " + disk + "/g ";
-    const std::string pictures = " " + pictures_[0] + " " + pictures_[1] + " " + pictures_[2];
-    const Outcome run = Shell(
-        "unshare -rm sh -c 'mount -t tmpfs -o size=16k none " + disk + " || exit 77; " + enroll +
-        "a" + pictures + " && head -c 13000 /dev/zero > " + disk + "/rest; cp " + disk + "/g " +
-        folder_.path() + "/before; " + enroll + "b" + pictures + "; echo status $?; cp " + disk +
-        "/g " + folder_.path() + "/after; ls -A " + disk + "'");
+    const std::string three = " " + pictures_[0] + " " + pictures_[1] + " " + pictures_[2];
+    const std::string nine = three + three + three; // more than the last page has room for
+    const Outcome run =
+        Shell("unshare -rm sh -c 'mount -t tmpfs -o size=16k none " + disk + " || exit 77; " +
+              enroll + "a" + three + " && head -c 13000 /dev/zero > " + disk + "/rest; cp " + disk +
+              "/g " + folder_.path() + "/before; " + enroll + "b" + nine + "; echo status $?; cp " +
+              disk + "/g " + folder_.path() + "/after; ls -A " + disk + "'");
     if (run.status == 77 || run.err.find("unshare") != std::string::npos) {
         GTEST_SKIP() << "no small disk can be mounted here: " << run.err;
     }

@@ -23,12 +23,11 @@ constexpr const char* kNotes = R"(Examples:
   kova-fr gallery --remove ada people.gallery)";
 
 void Remove(const GalleryOptions& options, const Sha256& models) {
-    Gallery gallery = LoadGallery(options.path, models);
-    if (gallery.Remove(options.remove) == 0) {
+    const GalleryLock lock(options.path);
+    if (RemoveFromGallery(lock, models, options.remove) == 0) {
         throw Failure(options.path + ": there is no " + options.remove +
                       "; see kova-fr gallery for the names");
     }
-    WriteFiles({{options.path, true, PackGallery(gallery)}});
 }
 
 std::map<std::string, size_t> FeaturesOfNames(const GalleryFile& gallery) {
@@ -63,7 +62,6 @@ std::string Json(const std::map<std::string, size_t>& counts) {
 
 void RunGallery(const GalleryOptions& options) {
     const Recogniser opened; // opens the models, whose digest the gallery carries
-    const GalleryLock lock(options.path);
     const Sha256 models = ModelsDigest();
     if (!options.remove.empty()) {
         Remove(options, models);

@@ -34,11 +34,7 @@ GreyPicture DecodePicture(Bytes file) {
 }
 
 GreyPicture LoadPicture(const std::string& path) {
-    try {
-        return DecodePicture(ReadWholeFile(path, kMaxFileBytes));
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    return Naming(path, [&path] { return DecodePicture(ReadWholeFile(path, kMaxFileBytes)); });
 }
 
 void LimitPictures(uint64_t mostPixels) { g_mostPixels = mostPixels; }

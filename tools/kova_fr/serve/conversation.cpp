@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "files/failure.h"
+#include "gallery/gallery.h"
 #include "serve/fields.h"
 #include "serve/token.h"
 #include "terminal/json_line.h"
@@ -118,6 +119,9 @@ void Conversation::AnswerToRequest(const httplib::Request& request, httplib::Res
         response.set_content(answer.body, answer.contentType);
     } catch (const Refusal& refusal) {
         Refuse(refusal, response);
+    } catch (const GalleryBusy&) {
+        Refuse({503, "the gallery is being changed by others; try again in a second", {}, kSoon},
+               response);
     } catch (const Failure& failure) {
         std::fprintf(stderr, "kova-fr: %s\n", OneLine(failure.what()).c_str());
         Refuse({500, "the service could not do it; its log on standard error says why"}, response);

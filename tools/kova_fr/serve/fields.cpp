@@ -2,16 +2,13 @@
 #include "serve/fields.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
+#include "gallery/formats.h"
 #include "serve/refusal.h"
 
 namespace kova_cli {
 namespace {
-
-// Features come from here or from another program that keeps floats as they are.
-constexpr double kUnitLength = 1e-3;
 
 [[noreturn]] void FailTwice(std::string_view key) {
     throw Refusal{400, std::string(key) + " is given twice; give it once"};
@@ -106,11 +103,7 @@ void AddFeature(Fields& fields, const std::vector<float>& values) {
         throw Refusal{400, "a feature has 128 numbers, not " + std::to_string(values.size()) +
                                "; send it as extract gave it"};
     }
-    double length = 0;
-    for (const float value : values) {
-        length += static_cast<double>(value) * static_cast<double>(value);
-    }
-    if (!(std::abs(length - 1) <= kUnitLength)) { // also where it is no number
+    if (!IsFeature(values.data())) {
         throw Refusal{400, "a feature is not of unit length; send it as extract gave it"};
     }
     std::copy(values.begin(), values.end(), feature.begin());

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 
-#include "files/output_file.h"
 #include "gallery/gallery.h"
 
 namespace kova_cli {
@@ -22,30 +21,13 @@ People::Looked People::LookUp(const std::vector<Feature>& features, size_t top) 
 }
 
 uint64_t People::Add(const std::string& name, const std::vector<Feature>& features) const {
-    const GalleryLock lock(path_);
-    Gallery gallery;
-    gallery.models = models_;
-    if (IsThere()) {
-        gallery = LoadGallery(path_, models_);
-    }
-    for (const Feature& feature : features) {
-        gallery.Add(name, feature);
-    }
-    WriteFiles({{path_, true, PackGallery(gallery)}});
-    return gallery.features.size();
+    const GalleryLock lock(path_, patience_);
+    return AddToGallery(lock, models_, features, std::vector(features.size(), name));
 }
 
-size_t People::Remove(const std::string& name) const {
-    const GalleryLock lock(path_);
-    if (!IsThere()) {
-        return 0;
-    }
-    Gallery gallery = LoadGallery(path_, models_);
-    const size_t removed = gallery.Remove(name);
-    if (removed > 0) {
-        WriteFiles({{path_, true, PackGallery(gallery)}});
-    }
-    return removed;
+uint64_t People::Remove(const std::string& name) const {
+    const GalleryLock lock(path_, patience_);
+    return IsThere() ? RemoveFromGallery(lock, models_, name) : 0;
 }
 
 std::map<std::string, size_t> People::Names() const {

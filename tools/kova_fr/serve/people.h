@@ -28,7 +28,7 @@ class People {
     // Returns how many features the gallery has then. It is on the disk when this returns.
     uint64_t Add(const std::string& name, const std::vector<Feature>& features) const;
     // Returns how many features went.
-    size_t Remove(const std::string& name) const;
+    uint64_t Remove(const std::string& name) const;
 
     std::map<std::string, size_t> Names() const; // and how many features of each
     uint64_t Features() const;

@@ -4,17 +4,14 @@
 #include "serve/refusal.h"
 #include "serve/routes.h"
 #include "terminal/json_line.h"
-#include "terminal/label.h"
 
 namespace kova_cli {
 namespace {
 
 std::string CheckedName(const Fields& fields) {
     const std::string name = fields.name.value_or("");
-    if (name.empty() || name.size() > kLongestName || OneLine(name) != name) {
-        throw Refusal{400, "whose faces these are is not said: name has 1 to " +
-                               std::to_string(kLongestName) +
-                               " bytes and no control characters"};
+    if (const std::string wrong = WrongWithName(name); !wrong.empty()) {
+        throw Refusal{400, wrong + "; say in the field name whose faces these are"};
     }
     return name;
 }
@@ -47,7 +44,7 @@ Answer AnswerPeople(Service& service, const Query& query) {
 }
 
 Answer AnswerRemove(Service& service, const Query& query) {
-    const size_t removed = GalleryOf(service, query).Remove(query.name);
+    const uint64_t removed = GalleryOf(service, query).Remove(query.name);
     if (removed == 0) {
         throw Refusal{404, "there is nobody of that name; see /v1/people for the names"};
     }
