@@ -13,7 +13,7 @@ namespace kova_cli {
 
 // One gallery file as the service uses it, shared with the command line: each call reads what is in
 // the file now and changes it under the same lock. Any thread may call anything. What is wrong with
-// the file is a Failure, a lock that others hold too long a Refusal.
+// the file is a Failure.
 class People {
   public:
     People(std::string path, const Sha256& models, std::chrono::milliseconds patience)
