@@ -32,7 +32,7 @@ class Galleries : public testing::Test {
     }
 
     static std::string Output(const std::vector<std::string>& arguments) {
-        const Outcome run = KovaFr(arguments);
+        const Outcome run = KovaFrOnCrops(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.err, "");
         return run.out;
@@ -92,11 +92,12 @@ TEST_F(Galleries, OfANameTheBestFeatureCountsAndTopNamesAreListed) {
 
 TEST_F(Galleries, ThresholdHidesStrangersAndTheStatusSaysSo) {
     Enroll("zero", {pictures_[0]});
-    const Outcome known = KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0]});
+    const Outcome known =
+        KovaFrOnCrops({"identify", "--threshold", "0.999", gallery_, pictures_[0]});
     EXPECT_EQ(known.status, 0) << known.err;
     EXPECT_NE(known.out.find("zero"), std::string::npos);
     const Outcome stranger =
-        KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0], pictures_[1]});
+        KovaFrOnCrops({"identify", "--threshold", "0.999", gallery_, pictures_[0], pictures_[1]});
     EXPECT_EQ(stranger.status, kNobody);
     EXPECT_EQ(stranger.err, "");
     EXPECT_NE(stranger.out.find("nobody"), std::string::npos);
@@ -135,7 +136,7 @@ TEST_F(Galleries, EveryCutOfAGalleryIsRefused) {
     const std::string cut = folder_ / "cut";
     for (size_t length = 0; length < whole.size(); length += length < 8 ? 1 : 16) {
         WriteFile(cut, whole.substr(0, length));
-        const Outcome run = KovaFr({"identify", cut, pictures_[0]});
+        const Outcome run = KovaFrOnCrops({"identify", cut, pictures_[0]});
         ExpectRefusal(run, kFailure, length < 8 ? "no gallery" : "cut short");
     }
 }
@@ -225,20 +226,23 @@ TEST_F(Galleries, DamagedGalleryIsNotAddedToAndStaysAsItIs) {
     Enroll("a", {pictures_[0]});
     const std::string half = ReadFile(gallery_).substr(0, 300);
     WriteFile(gallery_, half);
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "cut short");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "cut short");
     EXPECT_EQ(ReadFile(gallery_), half);
     ExpectNothingLeftBehind();
 }
 
 TEST_F(Galleries, OtherFilesAreNoGalleries) {
-    ExpectRefusal(KovaFr({"identify", pictures_[0], pictures_[0]}), kFailure, "is no gallery");
+    ExpectRefusal(KovaFrOnCrops({"identify", pictures_[0], pictures_[0]}), kFailure,
+                  "is no gallery");
     const std::string before = ReadFile(pictures_[1]);
-    ExpectRefusal(KovaFr({"enroll", pictures_[1], "a", pictures_[0]}), kFailure, "is no gallery");
+    ExpectRefusal(KovaFrOnCrops({"enroll", pictures_[1], "a", pictures_[0]}), kFailure,
+                  "is no gallery");
     EXPECT_EQ(ReadFile(pictures_[1]), before);
-    ExpectRefusal(KovaFr({"identify", folder_ / "missing", pictures_[0]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"identify", folder_ / "missing", pictures_[0]}), kFailure,
                   "cannot be opened");
-    ExpectRefusal(KovaFr({"enroll", folder_.path(), "a", pictures_[0]}), kFailure, "is a folder");
-    ExpectRefusal(KovaFr({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", folder_.path(), "a", pictures_[0]}), kFailure,
+                  "is a folder");
+    ExpectRefusal(KovaFrOnCrops({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
                   "cannot be used");
 }
 
@@ -252,8 +256,8 @@ TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
     SealVersion2(bytes);
     WriteFile(gallery_, bytes);
 
-    ExpectRefusal(KovaFr({"identify", gallery_, pictures_[0]}), kFailure, "other models");
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
+    ExpectRefusal(KovaFrOnCrops({"identify", gallery_, pictures_[0]}), kFailure, "other models");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
     ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "other models");
     EXPECT_EQ(ReadFile(gallery_), bytes);
     ExpectNothingLeftBehind();
@@ -287,12 +291,12 @@ TEST_F(Galleries, ComeThroughPipes) {
     Enroll("one", {pictures_[1]});
     const std::string file = Output({"identify", gallery_, pictures_[1]});
     const Outcome piped =
-        Shell("cat " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+        Shell("cat " + gallery_ + " | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]);
     EXPECT_EQ(piped.out, file) << piped.err;
-    const Outcome cut =
-        Shell("head -c 900 " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+    const Outcome cut = Shell("head -c 900 " + gallery_ +
+                              " | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]);
     ExpectRefusal(cut, kFailure, "cut short");
-    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]), kFailure,
+    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]), kFailure,
                   "is no gallery");
 }
 
@@ -300,7 +304,7 @@ TEST_F(Galleries, AnUnusablePictureAddsNothing) {
     Enroll("a", {pictures_[0]});
     const std::string before = ReadFile(gallery_);
     WriteFile(folder_ / "p3.png", "no picture");
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1], pictures_[3]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1], pictures_[3]}), kFailure,
                   "known kind");
     EXPECT_EQ(ReadFile(gallery_), before);
     ExpectNothingLeftBehind();
@@ -319,7 +323,7 @@ TEST_F(Galleries, LinkToAGalleryThatIsNotThereYetStaysALink) {
 
 TEST_F(Galleries, AWallIsNotEnrolled) {
     WriteFile(pictures_[3], GreyPng(Flat(256, 256, 90)));
-    ExpectRefusal(KovaFr({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
                   "shows no structure");
     EXPECT_FALSE(std::filesystem::exists(gallery_));
 }
@@ -329,10 +333,10 @@ TEST_F(Galleries, NamesMustBeOneLine) {
                                    "a\xc2\x9b"
                                    "31m",
                                    "a\xff", "a\xe2\x80\xae"}) {
-        ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
+        ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
     }
-    ExpectRefusal(KovaFr({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}), kWrongUsage,
-                  "1000 bytes");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}),
+                  kWrongUsage, "1000 bytes");
     Enroll(std::string(1000, 'x'), {pictures_[0]});
     Enroll("J\xC3\xBCrgen", {pictures_[1]});
     const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
@@ -340,11 +344,12 @@ TEST_F(Galleries, NamesMustBeOneLine) {
 }
 
 TEST_F(Galleries, WrongUsage) {
-    ExpectRefusal(KovaFr({"enroll", gallery_, "a"}), kWrongUsage, "pictures");
-    ExpectRefusal(KovaFr({"identify", gallery_}), kWrongUsage, "pictures");
-    ExpectRefusal(KovaFr({"identify", "--top", "0", gallery_, pictures_[0]}), kWrongUsage, "--top");
-    ExpectRefusal(KovaFr({"identify", "--threshold", "2", gallery_, pictures_[0]}), kWrongUsage,
-                  "--threshold");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "a"}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFrOnCrops({"identify", gallery_}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFrOnCrops({"identify", "--top", "0", gallery_, pictures_[0]}), kWrongUsage,
+                  "--top");
+    ExpectRefusal(KovaFrOnCrops({"identify", "--threshold", "2", gallery_, pictures_[0]}),
+                  kWrongUsage, "--threshold");
     ExpectRefusal(KovaFr({"gallery"}), kWrongUsage, "gallery");
 }
 
@@ -352,7 +357,7 @@ TEST_F(Galleries, FullDiskHarmsNoEarlierGallery) {
     // A disk of 16 KiB that only this command sees.
     const std::string disk = folder_ / "disk";
     std::filesystem::create_directory(disk);
-    const std::string enroll = "\"$KOVA_FR\" enroll " + disk + "/g ";
+    const std::string enroll = "\"$KOVA_FR\" enroll --crop " + disk + "/g ";
     const std::string three = " " + pictures_[0] + " " + pictures_[1] + " " + pictures_[2];
     const std::string nine = three + three + three; // more than the last page has room for
     const Outcome run =

@@ -22,11 +22,13 @@ struct EnrollOptions {
 constexpr const char* kNotes =
     R"(Adds the faces to the gallery under the name; a gallery that is not there yet is
 made. Several pictures of a person, in different light and from different sides,
-help. All pictures are taken or none. A new gallery can be read by its owner alone.
+help. Of each picture the largest face that is good enough is taken; where none is,
+the picture is left out. Where a picture cannot be read or shows no face nothing
+is taken. A new gallery can be read by its owner alone.
 
 Examples:
   kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
-  kova-fr enroll --detect people.gallery joe holiday.jpg
+  kova-fr enroll --crop people.gallery joe face.png
   kova-fr gallery people.gallery)";
 
 void CheckGalleryPlace(const EnrollOptions& options) {
@@ -36,6 +38,10 @@ void CheckGalleryPlace(const EnrollOptions& options) {
     }
 }
 
+std::string LeftOutWords(size_t count) {
+    return count == 0 ? "" : ", " + std::to_string(count) + " left out for want of quality";
+}
+
 void RunEnroll(const EnrollOptions& options) {
     std::vector<OutputFile> files = CropFiles(options.faces);
     CheckOutputs(files, options.faces.pictures);
@@ -43,22 +49,30 @@ void RunEnroll(const EnrollOptions& options) {
     const Recogniser recogniser;
     const Sha256 models = ModelsDigest();
     CheckGalleryCanGrow(options.galleryPath, models);
-    const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
+    const auto [faces, leftOut, last] = ReadFaces(recogniser, options.faces);
+    if (faces.empty()) {
+        throw Failure(
+            "no picture is good enough to be enrolled; take better ones, or these by "
+            "--any-quality");
+    }
     std::vector<Feature> features;
     for (const Face& face : faces) {
         features.push_back(face.feature);
     }
-    FillCropFiles(faces, files);
+    FillCropFiles(faces, options.faces, files);
     WriteFiles(files);
     const uint64_t entries = AddToGallery(GalleryLock(options.galleryPath), models, features,
                                           std::vector(features.size(), options.name));
     if (options.faces.json) {
-        WriteStandardOutput(
-            JsonLine({{"name", options.name}, {"added", faces.size()}, {"features", entries}}));
+        WriteStandardOutput(JsonLine({{"name", options.name},
+                                      {"added", faces.size()},
+                                      {"left_out", leftOut},
+                                      {"features", entries}}));
         return;
     }
     WriteStandardOutput(options.name + ": " + std::to_string(faces.size()) +
-                        (faces.size() == 1 ? " face" : " faces") + " added; the gallery has " +
+                        (faces.size() == 1 ? " face" : " faces") + " added" +
+                        LeftOutWords(leftOut.size()) + "; the gallery has " +
                         std::to_string(entries) + "\n");
 }
 
@@ -74,6 +88,7 @@ void AddEnrollCommand(CLI::App& program) {
         ->required()
         ->check(WrongWithName, "")
         ->type_name("NAME");
+    options->faces.poor = Poor::kLeftOut;
     AddFaceOptions(command, options->faces, 1);
     command.footer(kNotes);
     command.callback([options] { RunEnroll(*options); });

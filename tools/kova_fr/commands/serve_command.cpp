@@ -5,7 +5,7 @@
 #include "commands/commands.h"
 #include "commands/found_faces.h"
 #include "evaluation/shipped_thresholds.h"
-#include "faces/finder.h"
+#include "faces/faces_of.h"
 #include "files/failure.h"
 #include "serve/service.h"
 #include "serve/token.h"
@@ -19,7 +19,7 @@ struct ServeOptions {
     double bodyMib = 8;
     double megapixels = 16;
     double timeoutSeconds = 10;
-    int32_t leastQuality = 30;
+    int32_t leastQuality = kLeastQuality;
 };
 
 constexpr const char* kNotes =
@@ -46,23 +46,24 @@ bool IsLocal(const std::string& address) {
     return address.starts_with("127.") || address == "::1";
 }
 
-FaceEngine MakeEngine(Finder& finder, int32_t leastQuality) {
+std::vector<Face> Look(const Recogniser& recogniser, Finder& finder, const GreyPicture& picture,
+                       const Looking& looking) {
+    if (looking.isCrop || !looking.smallest) {
+        return FacesOf(recogniser, finder, picture, {looking.isCrop, {}, false, looking.most});
+    }
+    const Finder::Features found = finder.FindFeatures(picture, looking.smallest, looking.most);
+    std::vector<Face> faces(found.faces.size());
+    for (size_t i = 0; i < faces.size(); ++i) {
+        faces[i].found = found.faces[i];
+        faces[i].feature = found.features[i];
+    }
+    return faces;
+}
+
+FaceEngine MakeEngine(const Recogniser& recogniser, Finder& finder, int32_t leastQuality) {
     FaceEngine engine;
-    engine.look = [&finder](const GreyPicture& picture, std::optional<int32_t> smallest,
-                            int32_t most) {
-        std::vector<SeenFace> faces;
-        for (const OrvoFindFace& found : finder.Find(picture, smallest, most)) {
-            const std::vector<uint8_t> crop = finder.Upright(picture, found);
-            std::vector<uint8_t> planes;
-            for (int i = 0; i < 3; ++i) {
-                planes.insert(planes.end(), crop.begin(), crop.end());
-            }
-            FrRun(planes.data());
-            SeenFace face{found, {}};
-            std::copy_n(FrGetOutput(), face.feature.size(), face.feature.begin());
-            faces.push_back(face);
-        }
-        return faces;
+    engine.look = [&](const GreyPicture& picture, const Looking& looking) {
+        return Look(recogniser, finder, picture, looking);
     };
     engine.describe = FaceJson;
     engine.reasonWords = ReasonWords;
@@ -88,7 +89,7 @@ void RunServe(ServeOptions options) {
     LimitPictures(settings.pixels);
     const Recogniser recogniser;
     Finder finder;
-    Service service(settings, MakeEngine(finder, options.leastQuality));
+    Service service(settings, MakeEngine(recogniser, finder, options.leastQuality));
     Serve(service);
 }
 

@@ -14,19 +14,18 @@
 
 namespace kova_cli {
 
-struct SeenFace {
-    OrvoFindFace found;
-    Feature feature;
+// How a picture is to be looked at.
+struct Looking {
+    bool isCrop = false;             // one face fills it
+    std::optional<int32_t> smallest; // side of the smallest face; none: what can be found
+    int32_t most = 0;                // the best so many faces
 };
 
 // What the service needs of the rest of the program to look at pictures. Only one thread at a time
 // calls `look`: the library keeps its state in module-level variables. Failures name no file.
 struct FaceEngine {
-    // The faces of a picture, best first, at most so many; without a smallest side the smallest that
-    // can be found.
-    std::function<std::vector<SeenFace>(const GreyPicture&, std::optional<int32_t> smallest,
-                                        int32_t most)>
-        look;
+    // The faces of a picture with their features, best first.
+    std::function<std::vector<Face>(const GreyPicture&, const Looking&)> look;
     std::function<nlohmann::ordered_json(const OrvoFindFace&)> describe;
     std::function<std::vector<std::string>(uint32_t reasons)> reasonWords;
     nlohmann::ordered_json about; // version, models and thresholds

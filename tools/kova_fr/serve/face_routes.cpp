@@ -60,43 +60,47 @@ GreyPicture Decoded(const std::string& bytes) {
 }
 
 // The caller is at the gate.
-std::vector<SeenFace> Look(Service& service, const std::string& picture, const Fields& fields) {
-    const bool hasSmallest = fields.smallest.has_value();
-    const int32_t smallest = Whole(fields.smallest, "smallest", 1, 8192, 1);
+std::vector<Face> Look(Service& service, const std::string& picture, const Fields& fields) {
+    Looking looking{fields.crop.value_or(false), std::nullopt, kMostFaces};
+    if (fields.smallest) {
+        looking.smallest = Whole(fields.smallest, "smallest", 1, 8192, 1);
+    }
+    const GreyPicture decoded = Decoded(picture);
     try {
-        return service.engine.look(Decoded(picture),
-                                   hasSmallest ? std::optional(smallest) : std::nullopt,
-                                   kMostFaces);
+        return service.engine.look(decoded, looking);
     } catch (const Failure& failure) {
         throw Refusal{422, std::string("the picture ") + failure.what()};
     }
 }
 
-[[noreturn]] void FailPoor(const Service& service, const SeenFace& best, int32_t least) {
+[[noreturn]] void FailPoor(const Service& service, const OrvoFindFace& face, int32_t least) {
     throw Refusal{422,
-                  "the face's quality is " + std::to_string(best.found.quality) + ", " +
+                  "the face's quality is " + std::to_string(face.quality) + ", " +
                       std::to_string(least) +
                       " is needed; take a better picture, or lower least_quality",
-                  service.engine.reasonWords(best.found.reasons)};
+                  service.engine.reasonWords(face.reasons)};
 }
 
-const SeenFace& Largest(const std::vector<SeenFace>& faces) {
-    return *std::max_element(faces.begin(), faces.end(), [](const SeenFace& a, const SeenFace& b) {
-        return a.found.side < b.found.side;
+// A crop is the only one.
+Face Largest(const std::vector<Face>& faces) {
+    return *std::max_element(faces.begin(), faces.end(), [](const Face& a, const Face& b) {
+        return a.found->side < b.found->side;
     });
 }
 
-void Choose(const Service& service, std::vector<SeenFace> seen, const Fields& fields,
+void Choose(const Service& service, std::vector<Face> seen, const Fields& fields,
             std::vector<FaceOfRequest>& faces) {
     const int32_t least =
         Whole(fields.leastQuality, "least_quality", 0, 100, service.engine.leastQuality);
     if (seen.empty()) {
-        throw Refusal{422, "no face was found; give a larger or sharper picture of one"};
+        throw Refusal{422, "no face was found; give a larger or sharper picture of one, or say that "
+                           "a face fills it (crop)"};
     }
-    const SeenFace largest = Largest(seen);
-    std::erase_if(seen, [least](const SeenFace& face) { return face.found.quality < least; });
+    const Face largest = Largest(seen);
+    std::erase_if(seen,
+                  [least](const Face& face) { return face.found && face.found->quality < least; });
     if (seen.empty()) {
-        FailPoor(service, largest, least);
+        FailPoor(service, *largest.found, least);
     }
     if (!fields.most) {
         seen = {Largest(seen)};
@@ -137,17 +141,18 @@ std::vector<FaceOfRequest> FacesOfRequest(Service& service, const Fields& fields
 
 Answer AnswerFind(Service& service, const Query& query) {
     const Fields fields = ParseFields(query.contentType, query.body);
-    if (fields.faces.size() != 1 || !std::holds_alternative<std::string>(fields.faces.front())) {
-        throw Refusal{400, "faces are found in one picture; send one"};
+    if (fields.faces.size() != 1 || fields.crop ||
+        !std::holds_alternative<std::string>(fields.faces.front())) {
+        throw Refusal{400, "faces are found in one picture; send one, without crop"};
     }
     const auto most =
         static_cast<size_t>(Whole(fields.most, "most", 1, kMostFaces, kMostFaces));
     nlohmann::ordered_json json;
     json["faces"] = nlohmann::ordered_json::array();
     const AtTheGate inside(service);
-    for (const SeenFace& face : Look(service, std::get<std::string>(fields.faces.front()), fields)) {
+    for (const Face& face : Look(service, std::get<std::string>(fields.faces.front()), fields)) {
         if (json["faces"].size() < most) {
-            json["faces"].push_back(service.engine.describe(face.found));
+            json["faces"].push_back(service.engine.describe(*face.found));
         }
     }
     return {JsonLine(json)};

@@ -14,6 +14,10 @@ namespace {
     throw Refusal{400, std::string(key) + " is given twice; give it once"};
 }
 
+[[noreturn]] void FailUnknown() {
+    throw Refusal{400, "a field is unknown here; see /openapi.json for those there are"};
+}
+
 void CheckRoom(const Fields& fields) {
     if (fields.faces.size() >= kMostGivenFaces) {
         throw Refusal{413, "more than " + std::to_string(kMostGivenFaces) +
@@ -121,7 +125,7 @@ void AddFeatureBytes(Fields& fields, std::string_view bytes) {
 
 void SetText(Fields& fields, std::string_view key, std::string value) {
     if (key != "name") {
-        throw Refusal{400, "unknown field; see /openapi.json for those there are"};
+        FailUnknown();
     }
     if (fields.name) {
         FailTwice(key);
@@ -129,10 +133,20 @@ void SetText(Fields& fields, std::string_view key, std::string value) {
     fields.name = std::move(value);
 }
 
+void SetFlag(Fields& fields, std::string_view key, bool value) {
+    if (key != "crop") {
+        FailUnknown();
+    }
+    if (fields.crop) {
+        FailTwice(key);
+    }
+    fields.crop = value;
+}
+
 void SetNumber(Fields& fields, std::string_view key, double value) {
     std::optional<double>* const number = NumberOf(fields, key);
     if (number == nullptr) {
-        throw Refusal{400, "unknown field; see /openapi.json for those there are"};
+        FailUnknown();
     }
     if (*number) {
         FailTwice(key);

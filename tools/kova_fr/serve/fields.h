@@ -24,6 +24,7 @@ struct Fields {
     std::optional<double> smallest;     // side of the smallest face, in pixels
     std::optional<double> top;          // names
     std::optional<double> leastQuality; // of a face, 0 to 100
+    std::optional<bool> crop;           // each picture is one face
 };
 
 inline constexpr size_t kMostGivenFaces = 64;
@@ -45,6 +46,7 @@ void AddPicture(Fields& fields, std::string bytes);
 void AddFeature(Fields& fields, const std::vector<float>& values);
 void AddFeatureBytes(Fields& fields, std::string_view bytes); // 128 floats, lowest byte first
 void SetText(Fields& fields, std::string_view key, std::string value);
+void SetFlag(Fields& fields, std::string_view key, bool value);
 void SetNumber(Fields& fields, std::string_view key, double value);
 
 } // namespace kova_cli

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -27,7 +28,13 @@ std::string Decoded(const std::string& text) {
 class FieldsReader : public nlohmann::json_sax<nlohmann::json> {
   public:
     bool null() override { FailShape(key_); }
-    bool boolean(bool) override { FailShape(key_); }
+    bool boolean(bool value) override {
+        if (place_ != Place::kField) {
+            FailShape(key_);
+        }
+        SetFlag(fields_, key_, value);
+        return true;
+    }
     bool binary(binary_t&) override { FailShape(key_); }
     bool number_integer(number_integer_t value) override {
         return Number(static_cast<double>(value));

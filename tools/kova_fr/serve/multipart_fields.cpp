@@ -40,11 +40,11 @@ std::string_view NameOf(std::string_view head) {
     FailForm();
 }
 
-double NumberOf(std::string_view name, std::string_view value) {
+double NumberOf(std::string_view value) {
     double number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (error != std::errc() || end != value.data() + value.size()) {
-        throw Refusal{400, std::string(name) + " is no number; give one"};
+        throw Refusal{400, "a field is unknown, or no number where it should be; see /openapi.json"};
     }
     return number;
 }
@@ -59,10 +59,10 @@ void Take(Fields& fields, std::string_view name, std::string_view value) {
         AddFeatureBytes(fields, decoded.value_or(""));
     } else if (name == "name") {
         SetText(fields, name, std::string(value));
-    } else if (value.size() > 64) {
-        throw Refusal{400, "unknown field; see /openapi.json for those there are"};
+    } else if (name == "crop" && (value == "true" || value == "false")) {
+        SetFlag(fields, name, value == "true");
     } else {
-        SetNumber(fields, name, NumberOf("a field", value));
+        SetNumber(fields, name, NumberOf(value));
     }
 }
 

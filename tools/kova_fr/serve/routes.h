@@ -60,7 +60,7 @@ Answer AnswerDescription(Service& service, const Query& query);
 const People& GalleryOf(const Service& service, const Query& query);
 
 // The faces that a request gives: those of its pictures, and features as they are. Of a picture the
-// largest one that is good enough, or with `most` several, best first.
+// largest one that is good enough, or with `most` all that are, best first.
 struct FaceOfRequest {
     std::optional<OrvoFindFace> found; // none: a feature was given
     Feature feature;
