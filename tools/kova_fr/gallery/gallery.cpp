@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "files/failure.h"
 #include "files/staged_file.h"
@@ -46,6 +47,22 @@ void CheckEntries(const std::vector<Feature>& features, const std::vector<std::s
             throw Failure(wrong);
         }
     }
+}
+
+// Nobody tells when a lock becomes free to those who wait only for some time: they look.
+bool Lock(int folder, const std::optional<std::chrono::milliseconds>& patience) {
+    constexpr std::chrono::milliseconds kBetween(5);
+    if (!patience) {
+        return flock(folder, LOCK_EX) == 0;
+    }
+    const auto until = std::chrono::steady_clock::now() + *patience;
+    while (flock(folder, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= until) {
+            return false;
+        }
+        std::this_thread::sleep_for(kBetween);
+    }
+    return true;
 }
 
 // Copies the entries that are kept.
@@ -120,14 +137,24 @@ uint64_t RemoveFromGallery(const GalleryLock& lock, const Sha256& models, const 
     return removed;
 }
 
-GalleryLock::GalleryLock(const std::string& path) : path_(path) {
+GalleryLock::GalleryLock(const std::string& path) : GalleryLock(path, std::nullopt) {}
+
+GalleryLock::GalleryLock(const std::string& path, std::chrono::milliseconds patience)
+    : GalleryLock(path, std::optional(patience)) {}
+
+GalleryLock::GalleryLock(const std::string& path,
+                         std::optional<std::chrono::milliseconds> patience)
+    : path_(path) {
     const std::filesystem::path folder = FolderOf(RealPlace(path));
     folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     // Where a disk knows no locks, two that enroll at once are on their own.
-    if (folder_ < 0 || (flock(folder_, LOCK_EX) != 0 && errno != EOPNOTSUPP && errno != ENOLCK)) {
+    if (folder_ < 0 || (!Lock(folder_, patience) && errno != EOPNOTSUPP && errno != ENOLCK)) {
         const int cause = errno;
         if (folder_ >= 0) {
             close(folder_);
+        }
+        if (cause == EWOULDBLOCK) {
+            throw GalleryBusy(path + ": is being changed by others; try again soon");
         }
         throw Failure(path + ": its folder cannot be used: " + std::strerror(cause) +
                       "; choose another place");

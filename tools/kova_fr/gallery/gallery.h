@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "files/failure.h"
 #include "gallery/gallery_file.h"
 
 namespace kova_cli {
@@ -17,12 +20,20 @@ inline constexpr size_t kLongestName = 1000; // bytes
 // What is wrong with a name, or nothing: it must be a line of UTF-8 that shows as it is.
 std::string WrongWithName(const std::string& name);
 
+// Somebody else has held the lock for longer than one wanted to wait.
+class GalleryBusy : public Failure {
+  public:
+    using Failure::Failure;
+};
+
 // Held by those who change a gallery, so that two at a time lose nothing; by threads as well as by
 // programs. Waits for its turn. It locks the folder: the file itself may be replaced by another, and
 // a file beside it would stay. The Failure names the gallery.
 class GalleryLock {
   public:
     explicit GalleryLock(const std::string& path);
+    // Waits so long at most, and throws GalleryBusy then.
+    GalleryLock(const std::string& path, std::chrono::milliseconds patience);
     ~GalleryLock();
     GalleryLock(const GalleryLock&) = delete;
     GalleryLock& operator=(const GalleryLock&) = delete;
@@ -30,6 +41,8 @@ class GalleryLock {
     const std::string& path() const { return path_; }
 
   private:
+    GalleryLock(const std::string& path, std::optional<std::chrono::milliseconds> patience);
+
     std::string path_;
     int folder_;
 };
