@@ -15,15 +15,23 @@ inline constexpr int32_t kLastLevelSide = 96;
 
 // An answer's score, a logit in sixteenths, from which on it is a candidate; the most candidates
 // that are kept.
-inline constexpr int32_t kCandidateScore = 0;
+inline constexpr int32_t kCandidateScore = -20;
 inline constexpr int32_t kMostCandidates = 512;
+
+// A face that candidates make is looked at once more from this probability on, in 1024ths; and a
+// second time if the mean of both scores is then at least this. The most faces that are kept.
+inline constexpr int32_t kLookedAtProbability = 230;
+inline constexpr int32_t kLookedAtAgainScore = 0;
+inline constexpr int32_t kLooks = 2;
+inline constexpr int32_t kMostFaces = 256;
 
 // Candidates are the same face if their boxes share this part of both together (in fifths, by two)
 // or of the smaller one (in tenths).
 inline constexpr int64_t kSharedFifthsOfUnion = 2;
 inline constexpr int64_t kSharedTenthsOfSmaller = 7;
 
-// The probability in 1024ths from which on a face is reported.
+// The probability in 1024ths from which on a face is reported, by the mean of the scores of finding it
+// and of the last look at it.
 inline constexpr int32_t kReportedProbability = 640;
 
 // A measure that costs quality: the whole face is lost where it is `none`, nothing where it is
