@@ -185,9 +185,9 @@ bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFac
         }
         const View view = ViewOf(found->face);
         MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
-        const int8_t* const answer = RunLookNetwork(network);
-        found->face = Described(view, answer);
-        found->score = MeanScore(first, answer);
+        const LookAnswers answers = RunLookNetwork(network);
+        found->face = Described(view, answers);
+        found->score = MeanScore(first, answers);
     }
     found->probability = ProbabilityOf(found->score);
     return found->probability >= kReportedProbability && CanBeSeen(picture, found->face);

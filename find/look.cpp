@@ -7,7 +7,6 @@
 
 #include "find/answer_tables.h"
 #include "find/levels.h"
-#include "find/look_network.h"
 #include "find/picture_rows.h"
 
 namespace orvo::find {
@@ -43,6 +42,7 @@ int64_t RootOf(int64_t square) {
     return root;
 }
 
+// To the next whole number, a half up.
 int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
     const int64_t doubled = 2 * dividend + divisor;
     const int64_t down = doubled % (2 * divisor) < 0 ? 1 : 0;
@@ -168,6 +168,42 @@ struct Tone {
     }
 };
 
+// From the middle of a look.
+struct Offset {
+    int32_t right, down;
+};
+
+// Where one of the points is, in eighths of the look's pixels: the mean of what all cells say of it, each
+// counting as much as the point is likely to be there. The planes are the points' logits in
+// sixteenths, how far to the right of each cell's middle they are, and how far down.
+Offset PointOf(const int8_t* heat, int32_t point) {
+    constexpr int32_t kCells = kHeatSide * kHeatSide;
+    const int8_t* const logits = heat + point * kCells;
+    const int8_t* const right = logits + kPoints * kCells;
+    const int8_t* const down = right + kPoints * kCells;
+    const auto middleOf = [](int32_t number) { return 8 * (2 * number + 1 - kHeatSide) * kHeatStride / 2; };
+    int64_t weights = 0;
+    int64_t x = 0;
+    int64_t y = 0;
+    for (int32_t cell = 0; cell < kCells; ++cell) {
+        const int64_t weight = kHeat[logits[cell] + 128];
+        weights += weight;
+        x += weight * (middleOf(cell % kHeatSide) + right[cell]);
+        y += weight * (middleOf(cell / kHeatSide) + down[cell]);
+    }
+    weights = std::max<int64_t>(weights, 1);
+    return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
+}
+
+// From eighths of the look's pixels, each 3 / 1024 of the box's side.
+void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
+    const auto scaled = [&](int64_t offset) {
+        return static_cast<int32_t>((offset * view.side * 3 + (1 << 23)) >> 24);
+    };
+    *x = view.x + scaled(right * view.cosine - down * view.sine);
+    *y = view.y + scaled(right * view.sine + down * view.cosine);
+}
+
 } // namespace
 
 View ViewOf(const Description& face) {
@@ -221,28 +257,24 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
     }
 }
 
-Description Described(const View& view, const int8_t* answer) {
-    // An answer's places are quarter pixels of the look from its middle: 3 / 512 of the side.
-    const auto turned = [&](int32_t start, int64_t along, int64_t down) {
-        const int64_t offset = (along * view.cosine + down * view.sine) * view.side * 3;
-        return start + static_cast<int32_t>((offset + (1 << 22)) >> 23);
-    };
-    const auto x = [&](int32_t i) { return turned(view.x, answer[i], -answer[i + 1]); };
-    const auto y = [&](int32_t i) { return turned(view.y, answer[i + 1], answer[i]); };
+Description Described(const View& view, const LookAnswers& answers) {
+    const int8_t* const o = answers.rest;
     Description face;
-    face.x = x(1);
-    face.y = y(1);
-    face.side = static_cast<int32_t>((int64_t{kSide[answer[3] + 128]} * view.side + 512) >> 10);
-    for (int32_t i = 0; i < 2 * kPoints; i += 2) {
-        face.points[i] = x(4 + i);
-        face.points[i + 1] = y(4 + i);
+    const Offset middle = {o[1], o[2]};
+    InPicture(view, 2 * middle.right, 2 * middle.down, &face.x, &face.y);
+    face.side = static_cast<int32_t>((int64_t{kSide[o[3] + 128]} * view.side + 512) >> 10);
+    for (int32_t i = 0; i < kPoints; ++i) {
+        const Offset point = PointOf(answers.heat, i);
+        InPicture(view, point.right, point.down, face.points + 2 * i, face.points + 2 * i + 1);
     }
-    face.yaw = answer[14];
-    face.covered = answer[15];
+    face.yaw = o[14];
+    face.covered = o[15];
     return face;
 }
 
-int32_t MeanScore(int32_t first, const int8_t* answer) { return (first + answer[0]) >> 1; }
+int32_t MeanScore(int32_t first, const LookAnswers& answers) {
+    return (first + answers.rest[0]) >> 1;
+}
 
 int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }
 

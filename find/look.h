@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "find/candidates.h"
-#include "find/network.h"
+#include "find/look_network.h"
 #include "orvo/orvo_find.h"
 
 namespace orvo::find {
@@ -35,10 +35,10 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
               uint8_t* patches);
 
 // What the network answered of a view.
-Description Described(const View& view, const int8_t* answer);
+Description Described(const View& view, const LookAnswers& answers);
 
 // The score of a face that was found with `first` and then looked at: the mean of both.
-int32_t MeanScore(int32_t first, const int8_t* answer);
+int32_t MeanScore(int32_t first, const LookAnswers& answers);
 int32_t ProbabilityOf(int32_t score); // in 1024ths
 
 } // namespace orvo::find

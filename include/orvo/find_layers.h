@@ -110,26 +110,33 @@
     LAYER(Pointwise, 39,  64,  8,  64,  7) \
     STEP(Rectify,    64,  8) \
     STEP(Keep,       64,  8) \
-    LAYER(Pointwise, 40,  64,  8,  16,  7) \
+    /* Where each point is: what stride 8 answers */ \
+    LAYER(Depthwise, 40,  64,  8,  64,  6) \
+    LAYER(Pointwise, 41,  64,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    LAYER(Pointwise, 42,  64,  8,  16,  7) \
+    STEP(Answer,     16,  8) \
+    STEP(Return,     64,  8) \
+    LAYER(Pointwise, 43,  64,  8,  16,  7) \
     STEP(Rectify,    16,  8) \
     STEP(Part,       16,  8) \
     /* Stride 16 */ \
     STEP(Return,     64,  8) \
     STEP(MaxPool2,   64,  8) \
-    LAYER(Depthwise, 41,  64, 16,  64,  6) \
-    LAYER(Pointwise, 42,  64, 16, 128,  7) \
+    LAYER(Depthwise, 44,  64, 16,  64,  6) \
+    LAYER(Pointwise, 45,  64, 16, 128,  7) \
     STEP(Rectify,   128, 16) \
-    LAYER(Depthwise, 43, 128, 16, 128,  6) \
-    LAYER(Pointwise, 44, 128, 16, 128,  8) \
+    LAYER(Depthwise, 46, 128, 16, 128,  6) \
+    LAYER(Pointwise, 47, 128, 16, 128,  8) \
     STEP(Rectify,   128, 16) \
-    LAYER(Depthwise, 45, 128, 16, 128,  6) \
-    LAYER(Pointwise, 46, 128, 16, 128,  8) \
+    LAYER(Depthwise, 48, 128, 16, 128,  6) \
+    LAYER(Pointwise, 49, 128, 16, 128,  8) \
     STEP(Rectify,   128, 16) \
-    LAYER(Pointwise, 47, 128, 16,  32,  8) \
+    LAYER(Pointwise, 50, 128, 16,  32,  8) \
     STEP(Rectify,    32, 16) \
     STEP(Part,       32, 16) \
-    /* What it answers */ \
-    LAYER(FullyConnected, 48, 1536, 64, 16, 10) \
+    /* The rest */ \
+    LAYER(FullyConnected, 51, 1536, 64, 16, 10) \
     STEP(Answer,     16, 64)
 
 /* clang-format on */

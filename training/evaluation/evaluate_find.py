@@ -40,7 +40,7 @@ class Finder:
     @torch.no_grad()
     def look_answers(self, looks):
         x = torch.from_numpy(looks.astype(np.float32) - 128)[:, None]
-        return self.look_net(x).numpy().astype(np.int8)
+        return [a.numpy().astype(np.int8) for a in self.look_net(x)]
 
     def __call__(self, picture):
         """All that is looked at to the end, however unsure."""

@@ -171,10 +171,10 @@ def looked_at(answers_of, picture, faces):
             return []
         views = {i: second_look.view_of(given[i]) for i in finds}
         answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
-        for (i, first), answer in zip(finds.items(), answers):
+        for (i, first), heat, answer in zip(finds.items(), *answers):
             logit = (first + int(answer[0])) >> 1
             given[i] = replace(
-                second_look.described(given[i], views[i], answer),
+                second_look.described(given[i], views[i], heat, answer),
                 logit=logit, score=int(PROBABILITY[logit + 128]),
             )  # fmt: skip
     found = [given[i] for i in finds if second_look.can_be_seen(picture, given[i])]

@@ -11,6 +11,8 @@ _ONE = 1 << 14
 _PLACE = 16  # bits behind the point of places in a level
 _MIDDLE = slice(12, 52)
 _FINE, _SPREAD, _MOST_GAIN = 16, 36, 6
+_HEAT = np.array([round(2**20 * math.exp((s - 127) / 16)) for s in range(-128, 128)], np.int64)
+_CELLS = SIDE // 8
 _SIDES = np.round(1024 * 2.0 ** (np.arange(-128, 128) / 64)).astype(np.int64)
 
 
@@ -84,17 +86,30 @@ def look(planes, view):
     return toned(fine_look(planes, view))
 
 
-def described(face, view, answer):
-    """The face as the answer has it; its score is the answer's."""
+def points_of(heat):
+    """Eighths of the look's pixels from its middle: [(right, down)] * 5."""
+    logits, right, down = (heat[i : i + 5].reshape(5, -1).astype(np.int64) for i in (0, 5, 10))
+    weight = _HEAT[logits + 128]
+    middle = (2 * np.arange(_CELLS) + 1 - _CELLS) * 32
+    x, y = np.tile(middle, _CELLS), np.repeat(middle, _CELLS)
+    total = np.maximum(weight.sum(1), 1)
+    return [
+        [int((2 * v + w) // (2 * w)) for v, w in ((a, w), (b, w))]
+        for a, b, w in zip((weight * (x + right)).sum(1), (weight * (y + down)).sum(1), total)
+    ]
+
+
+def described(face, view, heat, answer):
+    """The face as the answers have it."""
     o = [int(v) for v in answer]
 
-    def place(i):
-        u, v = o[i], o[i + 1]
-        x = (u * view.cosine - v * view.sine) * view.side * 3
-        y = (v * view.cosine + u * view.sine) * view.side * 3
-        return view.x + ((x + (1 << 22)) >> 23), view.y + ((y + (1 << 22)) >> 23)
+    def in_picture(right, down):
+        x = (right * view.cosine - down * view.sine) * view.side * 3
+        y = (right * view.sine + down * view.cosine) * view.side * 3
+        return view.x + ((x + (1 << 23)) >> 24), view.y + ((y + (1 << 23)) >> 24)
 
+    points = np.array([in_picture(*place) for place in points_of(heat)], np.int64)
     return replace(
-        face, middle=place(1), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
-        points=np.array([place(i) for i in range(4, 14, 2)], np.int64), yaw=o[14], covered=o[15],
+        face, middle=in_picture(2 * o[1], 2 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
+        points=points, yaw=o[14], covered=o[15],
     )  # fmt: skip

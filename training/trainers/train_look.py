@@ -16,7 +16,7 @@ import torch.nn.functional as F
 from ..data.looks import LookBatches, LookSource
 from ..engine.find_trunk import FindTrunk
 from ..export import tensors
-from ..networks.look_net import FACE, SIDE, QuantLookNet
+from ..networks.look_net import CELL, FACE, HEAT, NEAR, SIDE, QuantLookNet, cells, points_of
 from .beginning import begin
 from .trainer import Trainer, add_common_options
 
@@ -36,6 +36,7 @@ def parse_arguments():
     add("--data", nargs="+", required=True, help="folders with scenes-* shards")
     add("--held-out-data", nargs="+", help="the same of other people, to validate on")
     add("--first", type=Path, required=True, help="find.safetensors, to begin from")
+    add("--second", type=Path, help="look.safetensors, to begin from instead")
     add("--out", type=Path, required=True, help="folder for checkpoints and curves")
     add("--views", type=float, default=6e6, help="looks (%(default).0f)")
     add("--batch", type=int, default=128, help="(%(default)s)")
@@ -44,24 +45,39 @@ def parse_arguments():
     return parser.parse_args()
 
 
-def distances(answers, goals):
-    """Between true and answered points, in sides of the true box: [n, 5]."""
-    given = REACH * answers[:, 4:14]
-    off = (given - goals[:, 4:14]).reshape(-1, 5, 2)
+def distances(given, goals):
+    """Between true points and given ones [n, 5, 2], in sides of the true box: [n, 5]."""
+    off = given - goals[:, 4:14].reshape(-1, 5, 2)
     return (off.square().sum(2) + 1e-4).sqrt() / goals[:, 3:4]
 
 
-def look_loss(answers, goals):
-    """answers: integers / 128. The score's loss, and that of places and the rest."""
+def heat_loss(heat, goals):
+    """Each point's cell is to be hot, and cells near it are to know how far it is."""
+    true = goals[:, 4:14].reshape(-1, 5, 1, 2)
+    off = true - cells()
+    near = torch.exp(-off.square().sum(3) / (2 * (0.6 * CELL) ** 2)) + 1e-8
+    near = near / near.sum(2, keepdim=True)
+    logits, right, down = (heat[:, i : i + 5].flatten(2) for i in (0, 5, 10))
+    hot = -(near * torch.log_softmax(logits * HEAT, 2)).sum(2)
+    told = torch.stack([right, down], 3) * (NEAR / 128)
+    miss = ((told - off.clamp(-NEAR, NEAR)).square().sum(3) + 1e-3).sqrt()
+    return hot, (near * miss).sum(2) / goals[:, 3:4]
+
+
+def look_loss(heat, answers, goals):
+    """Both answers are integers. The score's loss, and that of places and the rest."""
+    answers = answers / 128
     asked = goals[:, 0] >= 0
     score = F.binary_cross_entropy_with_logits(
         LOGITS * answers[asked, 0], (goals[asked, 0] > 0).float()
     )
     about = goals[:, 3] > 0
-    given, goals = answers[about], goals[about]
+    heat, given, goals = heat[about], answers[about], goals[about]
     weight = (1 - 0.5 * goals[:, 15]) * torch.clamp(1.6 - goals[:, 14].abs() / 75, 0.3, 1.0)
     side = goals[:, 3]
-    points = distances(given, goals).sum(1)
+    points = distances(REACH * given[:, 4:14].reshape(-1, 5, 2), goals).sum(1)
+    hot, near = heat_loss(heat, goals)
+    points = 0.5 * points + (distances(points_of(heat), goals) + near + 0.02 * hot).sum(1)
     middle = ((REACH * given[:, 1:3] - goals[:, 1:3]).square().sum(1) + 1e-4).sqrt() / side
     size = F.smooth_l1_loss(
         2 * given[:, 3], torch.log2(side / (FACE * SIDE)), beta=0.02, reduction="none"
@@ -104,7 +120,10 @@ class LookTrainer(Trainer):
         return torch.from_numpy(pictures[:, None].astype(np.float32) - 128), torch.from_numpy(rows)
 
     def make_net(self):
-        return QuantLookNet(self.args.seed).begin_from(tensors.read(self.args.first))
+        net = QuantLookNet(self.args.seed)
+        if self.args.second:
+            return net.load(tensors.read(self.args.second))
+        return net.begin_from(tensors.read(self.args.first))
 
     def attach(self, net, size):
         net.trunk = FindTrunk(net, size, SIDE, self.args.threads, quantised=True)
@@ -120,18 +139,20 @@ class LookTrainer(Trainer):
         return self.ahead.next()
 
     def loss(self, pictures, goals):
-        score, place = look_loss(self.net(pictures) / 128, goals)
+        score, place = look_loss(*self.net(pictures), goals)
         return score + 4 * place
 
     @torch.no_grad()
     def validate(self):
         self.average.eval()
-        scores, missed, errors = [], [], []
+        scores, missed, errors, plain = [], [], [], []
         for pictures, goals in self.held_out:
-            answers = self.average(pictures) / 128
-            scores.append(float(look_loss(answers, goals)[0]))
+            heat, answers = self.average(pictures)
+            scores.append(float(look_loss(heat, answers, goals)[0]))
             counts = (goals[:, 0] == 1) & (goals[:, 16] >= 20) & (goals[:, 14].abs() <= 60)
-            errors.append(distances(answers, goals)[counts].mean(1) / PUPILS)
+            errors.append(distances(points_of(heat), goals)[counts].mean(1) / PUPILS)
+            given = (REACH / 128 * answers[:, 4:14]).reshape(-1, 5, 2)
+            plain.append(distances(given, goals)[counts].mean(1) / PUPILS)
             asked = goals[:, 0] >= 0
             missed.append(((answers[:, 0] > 0).float() - goals[:, 0]).abs()[asked])
         errors = torch.cat(errors)
@@ -140,6 +161,7 @@ class LookTrainer(Trainer):
             "misjudged": float(torch.cat(missed).mean()),
             "points": float(errors.mean()),
             "points_median": float(errors.median()),
+            "plain_points": float(torch.cat(plain).mean()),
         }
 
     def take_extra(self, state):
