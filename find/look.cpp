@@ -273,7 +273,7 @@ Description Described(const View& view, const LookAnswers& answers) {
 }
 
 int32_t MeanScore(int32_t first, const LookAnswers& answers) {
-    return (first + answers.rest[0]) >> 1;
+    return std::max(((first + answers.rest[0]) >> 1) - kScoreLess, -128);
 }
 
 int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }

@@ -19,9 +19,11 @@ inline constexpr int32_t kCandidateScore = -20;
 inline constexpr int32_t kMostCandidates = 512;
 
 // A face that candidates make is looked at once more from this probability on, in 1024ths; and a
-// second time if the mean of both scores is then at least this. The most faces that are kept.
+// second time if the score is then at least this. The score is the mean of that of finding it and of the
+// last look at it, less a little: both were learnt where faces are frequent. The most faces that are kept.
 inline constexpr int32_t kLookedAtProbability = 230;
-inline constexpr int32_t kLookedAtAgainScore = 0;
+inline constexpr int32_t kLookedAtAgainScore = -16;
+inline constexpr int32_t kScoreLess = 16;
 inline constexpr int32_t kLooks = 2;
 inline constexpr int32_t kMostFaces = 256;
 
@@ -30,8 +32,7 @@ inline constexpr int32_t kMostFaces = 256;
 inline constexpr int64_t kSharedFifthsOfUnion = 2;
 inline constexpr int64_t kSharedTenthsOfSmaller = 7;
 
-// The probability in 1024ths from which on a face is reported, by the mean of the scores of finding it
-// and of the last look at it.
+// The probability in 1024ths from which on a face is reported.
 inline constexpr int32_t kReportedProbability = 640;
 
 // A measure that costs quality: the whole face is lost where it is `none`, nothing where it is

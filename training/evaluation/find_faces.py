@@ -15,7 +15,8 @@ LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = -20  # least score of a cell that counts
 LOOKED_AT = 230  # least probability of a face that is looked at once more, of 1024
-LOOKED_AT_AGAIN = 0  # least score of one that is looked at twice
+LOOKED_AT_AGAIN = -16  # least score of one that is looked at twice
+SCORE_LESS = 16  # than the mean of both networks' scores
 LOOKS = 2
 MOST_FACES = 256
 REPORTED = 640  # least probability of a face that is reported, of 1024
@@ -172,7 +173,7 @@ def looked_at(answers_of, picture, faces):
         views = {i: second_look.view_of(given[i]) for i in finds}
         answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
         for (i, first), heat, answer in zip(finds.items(), *answers):
-            logit = (first + int(answer[0])) >> 1
+            logit = max(((first + int(answer[0])) >> 1) - SCORE_LESS, -128)
             given[i] = replace(
                 second_look.described(given[i], views[i], heat, answer),
                 logit=logit, score=int(PROBABILITY[logit + 128]),
