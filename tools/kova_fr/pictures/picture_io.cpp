@@ -27,7 +27,7 @@ GreyPicture Decode(Bytes file) {
 
 GreyPicture LoadPicture(const std::string& path) {
     try {
-        return Decode(ReadWholeFile(path, kMaxFileBytes));
+        return Decode(ReadWholeFile(path == "-" ? "/dev/stdin" : path, kMaxFileBytes));
     } catch (const Failure& failure) {
         throw Failure(path + ": " + failure.what());
     }

@@ -31,7 +31,8 @@ using Bytes = std::span<const uint8_t>;
 inline constexpr uint64_t kMaxPixels = 100'000'000;
 inline constexpr uint64_t kMaxFileBytes = uint64_t{256} << 20;
 
-// The kind of picture is found by content; the name does not matter. The Failure names the file.
+// The kind of picture is found by content; the name does not matter, but that - is standard input.
+// The Failure names the file.
 GreyPicture LoadPicture(const std::string& path);
 
 GreyPicture DecodePng(Bytes file);
