@@ -387,6 +387,15 @@ class Files(PageTest):
             self.assertAlmostEqual(size["width"] / size["height"] / (width / height), 1, delta=0.15)
         self.assertEqual(self.run_in_page("return workingSize(4096, 4096)"), {"width": 4096, "height": 4096})
 
+    def test_a_picture_that_lacks_its_last_bytes_is_read_as_far_as_it_goes(self):
+        scene = background(640, 480)
+        put(scene, FIRST, 100, 0)
+        with temporary_folder() as folder:
+            whole = save(folder / "whole.jpg", scene)
+            (folder / "cut.jpg").write_bytes(whole.read_bytes()[:-5000])
+            self.choose_and_wait("a", folder / "cut.jpg")
+        self.assertIn("quality", self.note("a"))
+
     def test_a_dropped_picture_is_taken(self):
         self.run_in_page(DROP + "slots.a.stage.dispatchEvent(drop);")
         self.wait(lambda: self.has_face("a"))
