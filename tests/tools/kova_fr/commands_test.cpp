@@ -31,7 +31,7 @@ class Commands : public testing::Test {
 
     // Runs and expects success.
     static std::string Output(const std::vector<std::string>& arguments) {
-        const Outcome run = KovaFr(arguments);
+        const Outcome run = KovaFrOnCrops(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.err, "");
         return run.out;
@@ -293,8 +293,8 @@ TEST_F(Commands, LinkStaysAndItsTargetIsReplaced) {
 }
 
 TEST_F(Commands, OutputMayBeAPipe) {
-    const Outcome run =
-        Shell("\"$KOVA_FR\" extract --output /dev/stdout '" + a_ + "' | od -A n -v -t x1 | wc -w");
+    const Outcome run = Shell("\"$KOVA_FR\" extract --crop --output /dev/stdout '" + a_ +
+                              "' | od -A n -v -t x1 | wc -w");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(std::stoi(run.out), 512);
 }
@@ -313,10 +313,11 @@ TEST_F(Commands, HelpShowsExamples) {
 }
 
 // Who reads no further than the first lines must know.
-TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesNotKnow) {
+TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesWithAPicture) {
     const std::string help = Output({"--help"});
     const std::string beginning = help.substr(0, help.find("\n\n"));
-    EXPECT_NE(beginning.find("does not know whether there is a face"), std::string::npos) << help;
+    EXPECT_NE(beginning.find("Finds the faces in pictures"), std::string::npos) << help;
+    EXPECT_NE(beginning.find("--crop"), std::string::npos) << help;
 }
 
 // "ada" of "samples/ada-1.png".
@@ -333,7 +334,9 @@ TEST_F(Commands, SamplePicturesAreTakenAndPeopleResembleThemselves) {
         }
     }
     ASSERT_EQ(arguments.size(), 2u + 36u);
-    const json result = JsonOutput(arguments);
+    const Outcome run = KovaFr(arguments); // as whole photographs
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json result = json::parse(run.out);
     double same = 0;
     double different = 0;
     for (size_t i = 0; i < 36; ++i) {
@@ -360,10 +363,23 @@ TEST_F(Commands, InfoNamesVersionPathMemoryModelsAndCustomData) {
     EXPECT_EQ(info["fr_sha256"].get<std::string>().size(), 64u);
     EXPECT_NE(info["align_sha256"], info["fr_sha256"]);
     const std::string text = Output({"info"});
-    for (const char* key : {"version", "instruction_set", "align_sha256", "fr_sha256"}) {
+    for (const char* key :
+         {"version", "instruction_set", "align_sha256", "fr_sha256", "models_sha256"}) {
         EXPECT_NE(text.find(info[key].get<std::string>()), std::string::npos) << key;
     }
     EXPECT_NE(text.find("1410052 bytes"), std::string::npos);
+}
+
+// Who reads a card can tell whether a build or a gallery is of that model.
+TEST_F(Commands, ModelCardsShowTheDigestsOfInfo) {
+    const json info = JsonOutput({"info", "--json"});
+    const std::string align = ReadFile(ORVO_MODEL_DIR "/align.md");
+    const std::string fr = ReadFile(ORVO_MODEL_DIR "/fr.md");
+    EXPECT_NE(align.find(info["align_sha256"].get<std::string>()), std::string::npos);
+    EXPECT_NE(fr.find(info["fr_sha256"].get<std::string>()), std::string::npos);
+    for (const std::string& card : {align, fr}) {
+        EXPECT_NE(card.find(info["models_sha256"].get<std::string>()), std::string::npos);
+    }
 }
 
 TEST_F(Commands, InfoFollowsAForcedPath) {

@@ -42,8 +42,9 @@ constexpr const char* kExamples = R"(
 Examples:
   kova-fr compare a.jpg b.png
   kova-fr compare samples/*.png
+  kova-fr compare --crop face1.png face2.png
   kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png
-  kova-fr compare --detect-all party.jpg
+  kova-fr compare --all-faces party.jpg
   kova-fr compare --calibration door.calibration a.jpg b.png
   kova-fr compare --json --save-crop crop.png a.jpg b.png)";
 
@@ -173,16 +174,16 @@ nlohmann::ordered_json Json(const std::vector<Face>& faces, const Table& table) 
 
 void RunCompare(const CompareOptions& all) {
     const FaceOptions& options = all.faces;
-    if (options.pictures.size() < 2 && !options.detectAll) {
-        throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --detect-all");
+    if (options.pictures.size() < 2 && !options.takesAll) {
+        throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --all-faces");
     }
     std::vector<OutputFile> crops = CropFiles(options);
     CheckOutputs(crops, options.pictures);
     const Recogniser recogniser;
     std::optional<Calibration> calibration = CalibrationIfNamed(all.calibrationPath);
-    const std::vector<Face> faces = RecogniseAll(recogniser, options);
+    const std::vector<Face> faces = ReadFaces(recogniser, options).faces;
     const Table table = Distances(recogniser, faces);
-    FillCropFiles(faces, crops);
+    FillCropFiles(faces, options, crops);
     WriteFiles(crops);
     nlohmann::ordered_json json = Json(faces, table);
     std::string text = Text(faces, table);
@@ -200,6 +201,7 @@ void AddCompareCommand(CLI::App& program) {
     CLI::App& command =
         *program.add_subcommand("compare", "Print the distances of two or more faces");
     const auto options = std::make_shared<CompareOptions>();
+    options->faces.poor = Poor::kWarned;
     AddFaceOptions(command, options->faces, 1);
     AddCalibrationOption(command, options->calibrationPath);
     command.footer(kMeaning + ThresholdsText() + kExamples);
