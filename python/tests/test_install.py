@@ -149,7 +149,7 @@ class Tags(unittest.TestCase):
         ):
             if shutil.which(compiler) is None:
                 self.skipTest(f"{compiler} is not there")
-            code = "void free(void*); float f(float x) { free(0); return x; }"
+            code = "void free(void*); float f(void* p, float x) { free(p); return x; }"
             library = self.library(code, compiler=compiler)
             if wanted is None:
                 with self.assertRaisesRegex(AssertionError, "integer registers"):
