@@ -150,18 +150,18 @@ void Conversation::CheckHead(const httplib::Request& request) {
         return;
     }
     state_.isHeadChecked = true;
-    state_.mustClose = true; // until the body has been read
+    state_.mustClose = true; // until it is known where the body ends
     if (!service_.rate.TakeFromAddress(address_, Clock::now())) {
         throw Refusal{429, "too many requests from your address; send fewer a second", {}, kSoon};
     }
     CheckFraming(request);
+    state_.mustClose = state_.bodyBytes > 0;
     CheckClient(request);
     state_.found = FindRoute(request.method, request.path, state_.allowed);
     if (!service_.rate.TakeFromAll(Clock::now())) {
         throw Refusal{503, "the service has too many requests; try again in a second", {}, kSoon};
     }
     CheckBody(request);
-    state_.mustClose = state_.bodyBytes > 0;
 }
 
 // Where the body ends must be beyond doubt, here and for every program on the way.
