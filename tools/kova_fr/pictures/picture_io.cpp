@@ -46,8 +46,8 @@ void CheckPictureSize(uint64_t width, uint64_t height) {
     }
     if (width > g_mostPixels || height > g_mostPixels / width) {
         throw TooManyPixels("the picture is too large (" + std::to_string(width) + " x " +
-                      std::to_string(height) + "); scale it down to " +
-                      PixelsText(g_mostPixels) + " at most");
+                            std::to_string(height) + "); scale it down to " +
+                            PixelsText(g_mostPixels) + " at most");
     }
 }
 
