@@ -24,7 +24,7 @@ try:
     import torch
 
     from training import engine
-    from training.data import looks, scene_source, scenes
+    from training.data import looks, mined_looks, scene_source, scenes
     from training.engine.find_trunk import FindTrunk
     from training.networks import look_net
     from training.networks.find_net import FindNet, QuantFindNet, integer_answers
@@ -328,6 +328,19 @@ class SecondLook(unittest.TestCase):
         np.testing.assert_allclose(np.array([*found.middle, found.side]) / 4, [100, 90, 40], atol=0.6)
         np.testing.assert_allclose(found.points / 4, points, atol=0.6)
         self.assertEqual((found.yaw, found.covered), (32, -64))
+
+    def test_finds_away_from_all_faces_are_mined(self):
+        first = mined_looks.First(MODEL)
+        portrait = pictures.read_grey_png(min((ROOT / "samples").glob("*.png")))
+        scene = np.full((160, 160), 100, np.uint8)
+        scene[40:120, 30:110] = cv2.resize(portrait, (80, 80), interpolation=cv2.INTER_AREA)
+        found = [np.array([face.middle[0] / 4, face.middle[1] / 4]) for face in first(scene)]
+        faces = np.zeros((1, 1, scenes.COLUMNS), np.float32)
+        self.assertGreater(len(found), 0)
+        self.assertEqual(len(mined_looks.rows(first, [scene], faces)), len(found))
+        for middle in found:
+            faces[0, 0, :4] = 1, *middle, 200  # covers them all
+            self.assertEqual(len(mined_looks.rows(first, [scene], faces)), 0)
 
     def test_faces_that_turn_out_to_be_one_are_reported_once(self):
         picture = np.full((180, 200), 60, np.uint8)
