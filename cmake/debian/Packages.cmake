@@ -6,7 +6,6 @@
 #   libkova-mpi-host1   the stand-in for the camera platform, for PCs and emulators
 #   libkova-fr-dev      headers, static library, CMake and pkg-config files
 #   kova-fr             the command line, not in a cross build
-#   kova-fr-detector    what kova-fr --detect loads, which needs OpenCV, where that was found
 #
 # A package is a component of cmake/Install.cmake with its copyright and changelog.
 set(CPACK_GENERATOR DEB)
@@ -113,19 +112,16 @@ debian_package(development libkova-fr-dev libdevel "on-device face recognition, 
     libkova1 libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
-        "Features and distances of faces in PNG, JPEG, PGM and PPM pictures, and
-galleries of known people, through libkova-fr1."
+        "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps
+galleries of known people, through libkova-fr1 and libkova-find1."
         libkova-fr1 ${finder} libkova-mpi-host1)
-endif()
-if(TARGET kova_fr_detector)
-    set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "kova-fr-detector (= ${PROJECT_VERSION})")
-    debian_package(detector kova-fr-detector graphics "face detector for kova-fr"
-        "What kova-fr --detect finds the face of a photograph with. It uses OpenCV."
-        kova-fr)
-    # The trained detector itself.
-    string(APPEND CPACK_DEBIAN_DETECTOR_PACKAGE_DEPENDS ", opencv-data")
-    install(FILES cmake/debian/kova-fr-detector.lintian-overrides
-            DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" RENAME kova-fr-detector
-            COMPONENT detector EXCLUDE_FROM_ALL)
+    if(TARGET kova_fr_serve)
+        # Not enabled, and so without scripts: whoever wants it says so by systemctl. Installed trees
+        # may be moved, but a unit names its program, so it is part of the package alone.
+        install(FILES cmake/debian/kova-fr-serve.service DESTINATION lib/systemd/system
+                COMPONENT tools EXCLUDE_FROM_ALL)
+        install(FILES docs/SERVICE.md DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/kova-fr"
+                COMPONENT tools EXCLUDE_FROM_ALL)
+    endif()
 endif()
 include(CPack)

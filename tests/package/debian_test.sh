@@ -24,7 +24,6 @@ for package in "$work"/packages/*.deb; do
     case $name in
     libkova1 | libkova-fr1 | libkova-mpi-host1) wanted='libc6 (>= ' ;;
     libkova-find1 | libkova-fr-dev | kova-fr) wanted='libkova-fr1 (= ' ;;
-    kova-fr-detector) wanted='opencv-data' ;;
     *) fail "$name: nobody knows this package" ;;
     esac
     case $depends in
