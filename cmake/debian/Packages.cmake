@@ -108,5 +108,13 @@ if(TARGET kova_fr_cli)
         "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps
 galleries of known people, through libkova-fr1 and libkova-find1."
         libkova-fr1 ${finder} libkova-mpi-host1)
+    if(TARGET kova_fr_serve)
+        # Not enabled, and so without scripts: whoever wants it says so by systemctl. Installed trees
+        # may be moved, but a unit names its program, so it is part of the package alone.
+        install(FILES cmake/debian/kova-fr-serve.service DESTINATION lib/systemd/system
+                COMPONENT tools EXCLUDE_FROM_ALL)
+        install(FILES docs/SERVICE.md DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/kova-fr"
+                COMPONENT tools EXCLUDE_FROM_ALL)
+    endif()
 endif()
 include(CPack)

@@ -20,6 +20,12 @@ namespace {
 
 enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2, kNobody = 3 };
 
+#ifdef ORVO_HAVE_SERVICE
+#define ORVO_SERVICE_TEXT "\nserve: with cpp-httplib " ORVO_HTTPLIB_VERSION
+#else
+#define ORVO_SERVICE_TEXT "\nserve: not built, for want of cpp-httplib"
+#endif
+
 constexpr const char* kDescription =
     R"(Finds the faces in pictures, turns them upright, compares them and knows them again.
 Pictures are whole photographs; --crop says that one face fills each. It cannot tell
@@ -129,7 +135,7 @@ int main(int count, char** arguments) {
     try {
         CLI::App program(kDescription, "kova-fr");
         program.formatter(std::make_shared<kova_cli::HelpFormat>()); // of its commands, too
-        program.set_version_flag("--version", "kova-fr " ORVO_VERSION);
+        program.set_version_flag("--version", "kova-fr " ORVO_VERSION ORVO_SERVICE_TEXT);
         program.require_subcommand(1);
         program.footer(Footer());
         kova_cli::AddCompareCommand(program);
@@ -143,6 +149,9 @@ int main(int count, char** arguments) {
         kova_cli::AddCalibrateCommand(program);
         kova_cli::AddBenchCommand(program);
         kova_cli::AddInfoCommand(program);
+#ifdef ORVO_HAVE_SERVICE
+        kova_cli::AddServeCommand(program);
+#endif
         return Run(program, count, arguments);
     } catch (const kova_cli::NobodyRecognised&) {
         return kNobody;

@@ -451,10 +451,23 @@ TEST_F(Commands, InfoNamesVersionPathMemoryModelsAndCustomData) {
     EXPECT_EQ(info["fr_sha256"].get<std::string>().size(), 64u);
     EXPECT_NE(info["align_sha256"], info["fr_sha256"]);
     const std::string text = Output({"info"});
-    for (const char* key : {"version", "instruction_set", "align_sha256", "fr_sha256"}) {
+    for (const char* key :
+         {"version", "instruction_set", "align_sha256", "fr_sha256", "models_sha256"}) {
         EXPECT_NE(text.find(info[key].get<std::string>()), std::string::npos) << key;
     }
     EXPECT_NE(text.find("1410052 bytes"), std::string::npos);
+}
+
+// Who reads a card can tell whether a build or a gallery is of that model.
+TEST_F(Commands, ModelCardsShowTheDigestsOfInfo) {
+    const json info = JsonOutput({"info", "--json"});
+    const std::string align = ReadFile(ORVO_MODEL_DIR "/align.md");
+    const std::string fr = ReadFile(ORVO_MODEL_DIR "/fr.md");
+    EXPECT_NE(align.find(info["align_sha256"].get<std::string>()), std::string::npos);
+    EXPECT_NE(fr.find(info["fr_sha256"].get<std::string>()), std::string::npos);
+    for (const std::string& card : {align, fr}) {
+        EXPECT_NE(card.find(info["models_sha256"].get<std::string>()), std::string::npos);
+    }
 }
 
 TEST_F(Commands, InfoFollowsAForcedPath) {

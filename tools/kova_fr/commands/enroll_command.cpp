@@ -24,20 +24,12 @@ constexpr const char* kNotes =
 made. Several pictures of a person, in different light and from different sides,
 help. Of each picture the largest face that is good enough is taken; where none is,
 the picture is left out. Where a picture cannot be read or shows no face nothing
-is taken. The file is replaced whole, so that it is never half written.
+is taken. A new gallery can be read by its owner alone.
 
 Examples:
   kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
   kova-fr enroll --crop people.gallery joe face.png
   kova-fr gallery people.gallery)";
-
-std::string CheckName(const std::string& name) {
-    if (name.empty() || name.size() > kLongestName || OneLine(name) != name) {
-        return "a name has 1 to " + std::to_string(kLongestName) +
-               " bytes and no control characters";
-    }
-    return "";
-}
 
 void CheckGalleryPlace(const EnrollOptions& options) {
     CheckOutputs({{options.galleryPath, true, {}}}, options.faces.pictures);
@@ -55,36 +47,33 @@ void RunEnroll(const EnrollOptions& options) {
     CheckOutputs(files, options.faces.pictures);
     CheckGalleryPlace(options);
     const Recogniser recogniser;
-    const GalleryLock lock(options.galleryPath);
     const Sha256 models = ModelsDigest();
-    Gallery gallery;
-    gallery.models = models;
-    if (std::filesystem::exists(options.galleryPath)) {
-        gallery = LoadGallery(options.galleryPath, models);
-    }
+    CheckGalleryCanGrow(options.galleryPath, models);
     const auto [faces, leftOut, last] = ReadFaces(recogniser, options.faces);
     if (faces.empty()) {
         throw Failure(
             "no picture is good enough to be enrolled; take better ones, or these by "
             "--any-quality");
     }
+    std::vector<Feature> features;
     for (const Face& face : faces) {
-        gallery.Add(options.name, face.feature);
+        features.push_back(face.feature);
     }
     FillCropFiles(faces, options.faces, files);
-    files.push_back({options.galleryPath, true, PackGallery(gallery)});
     WriteFiles(files);
+    const uint64_t entries = AddToGallery(GalleryLock(options.galleryPath), models, features,
+                                          std::vector(features.size(), options.name));
     if (options.faces.json) {
         WriteStandardOutput(JsonLine({{"name", options.name},
                                       {"added", faces.size()},
                                       {"left_out", leftOut},
-                                      {"features", gallery.features.size()}}));
+                                      {"features", entries}}));
         return;
     }
     WriteStandardOutput(options.name + ": " + std::to_string(faces.size()) +
                         (faces.size() == 1 ? " face" : " faces") + " added" +
                         LeftOutWords(leftOut.size()) + "; the gallery has " +
-                        std::to_string(gallery.features.size()) + "\n");
+                        std::to_string(entries) + "\n");
 }
 
 } // namespace
@@ -97,7 +86,7 @@ void AddEnrollCommand(CLI::App& program) {
         ->type_name("GALLERY");
     command.add_option("name", options->name, "Whose faces these are")
         ->required()
-        ->check(CheckName, "")
+        ->check(WrongWithName, "")
         ->type_name("NAME");
     options->faces.poor = Poor::kLeftOut;
     AddFaceOptions(command, options->faces, 1);

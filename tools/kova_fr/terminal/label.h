@@ -26,7 +26,8 @@ std::string PadRight(const std::string& label, size_t length);
 std::string Wrapped(const std::string& text, const std::string& first = "",
                     const std::string& others = "", size_t columns = 80);
 
-// The text with control characters made harmless, so that it stays one line.
+// The text with a ? in place of each control character and of each byte that is no UTF-8, so that it
+// stays one line and says nothing to the terminal.
 std::string OneLine(const std::string& text);
 
 } // namespace kova_cli
