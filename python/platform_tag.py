@@ -92,10 +92,13 @@ def platform_tag(libraries):
         is_musl |= {bool(musl)} if needed else set()
         floor = max(floor, _glibc_floor(path))
     if len(is_musl) != 1:
-        raise NotPortable("some libraries need glibc, some musl")
+        raise NotPortable("some libraries need glibc, some musl" if is_musl else "none needs a C library")
     kind, (major, minor) = ("musllinux", _MUSL_VERSION) if is_musl.pop() else ("manylinux", floor)
     return f"{kind}_{major}_{minor}_{machines.pop()}"
 
 
 if __name__ == "__main__":
-    print(platform_tag(sys.argv[1:]))
+    try:
+        print(platform_tag(sys.argv[1:]))
+    except NotPortable as error:
+        sys.exit(f"platform_tag: {error}")

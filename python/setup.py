@@ -35,7 +35,7 @@ HOST_PLATFORM = "libkova_mpi_host.so.1"
 # What a build of the libraries reads.
 LIBRARY_SOURCES = (
     "CMakeLists.txt", "LICENSE", "cipher", "cmake", "common", "compute_a", "device_api", "find",
-    "fr_demo", "grey", "include", "models", "platform", "python/native", "search", "timing",
+    "fr_demo", "grey", "include", "kova", "models", "platform", "python/native", "search", "timing",
     "tools/kova_fr/gallery/checksum.cpp", "tools/kova_fr/gallery/checksum.h", "tools/pack_models",
 )  # fmt: skip
 
@@ -82,6 +82,7 @@ class SourcesWithLibrary(sdist):
 
     def make_release_tree(self, base_dir, files):
         super().make_release_tree(base_dir, files)
+        shutil.copy(HERE / "platform_tag.py", base_dir)
         for name in LIBRARY_SOURCES:
             place = Path(base_dir) / "library" / name
             place.parent.mkdir(parents=True, exist_ok=True)

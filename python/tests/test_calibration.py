@@ -35,12 +35,12 @@ class TheCommandLinesNumbers(unittest.TestCase):
         folder.mkdir()
         for sample in SAMPLES:
             shutil.copy(sample, folder)
-        kova_fr("calibrate", "--rounds", 10, "--by-name", "--out", cls.path, folder)
+        kova_fr("calibrate", "--crop", "--rounds", 10, "--by-name", "--out", cls.path, folder)
         pictures = SAMPLES[:9]
         output = Path(cls.folder.name) / "features.f32"
-        kova_fr("extract", "--box", "all", "--output", output, *pictures)
+        kova_fr("extract", "--crop", "--output", output, *pictures)
         cls.features = np.frombuffer(output.read_bytes(), np.float32).reshape(-1, 128)
-        text = kova_fr("compare", "--json", "--box", "all", "--calibration", cls.path, *pictures)
+        text = kova_fr("compare", "--json", "--crop", "--calibration", cls.path, *pictures)
         cls.wanted = json.loads(text)["calibration"]
         cls.calibration = orvo_fr.Calibration(cls.path)
 

@@ -35,7 +35,7 @@ def people_like(people, pictures, seed=0):
 class TheCommandLinesFigures(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        command = [os.environ["KOVA_FR"], "eval", "--json", "--rounds", "10", "--by-name"]
+        command = [os.environ["KOVA_FR"], "eval", "--json", "--rounds", "10", "--by-name", "--crop"]
         with tempfile.TemporaryDirectory() as folder:
             for sample in SAMPLES:
                 shutil.copy(sample, folder)

@@ -53,12 +53,12 @@ class InAFolder(unittest.TestCase):
 
 class TheCommandLinesFiles(InAFolder):
     def test_what_it_enrolled_is_read(self):
-        kova_fr("enroll", "--box", "all", self.path, "Ada", *SAMPLES[:2])
-        kova_fr("enroll", "--box", "all", self.path, "Zoë Ünsal", SAMPLES[3])
+        kova_fr("enroll", "--crop", self.path, "Ada", *SAMPLES[:2])
+        kova_fr("enroll", "--crop", self.path, "Zoë Ünsal", SAMPLES[3])
         gallery = orvo_fr.Gallery.load(self.path)
         self.assertEqual(gallery.names, ["Ada", "Ada", "Zoë Ünsal"])
         output = self.folder / "features"
-        kova_fr("extract", "--box", "all", "--output", output, *SAMPLES[:2], SAMPLES[3])
+        kova_fr("extract", "--crop", "--output", output, *SAMPLES[:2], SAMPLES[3])
         self.assertEqual(gallery.features.tobytes(), output.read_bytes())
 
     def test_it_reads_and_goes_on_with_what_was_saved(self):
@@ -68,14 +68,14 @@ class TheCommandLinesFiles(InAFolder):
         answer = json.loads(kova_fr("gallery", "--json", self.path))
         counted = {one["name"]: one["features"] for one in answer["names"]}
         self.assertEqual(counted, {name: gallery.names.count(name) for name in set(gallery.names)})
-        kova_fr("enroll", "--box", "all", self.path, "late", SAMPLES[9])
+        kova_fr("enroll", "--crop", self.path, "late", SAMPLES[9])
         again = orvo_fr.Gallery.load(self.path)
         self.assertEqual(again.names, [*gallery.names, "late"])
         np.testing.assert_array_equal(again.features[:-1], gallery.features)
 
     def test_the_same_bytes_as_it_writes(self):
         """Of one addition: those that follow may lie in other blocks."""
-        kova_fr("enroll", "--box", "all", self.path, "Ada", *SAMPLES[:3])
+        kova_fr("enroll", "--crop", self.path, "Ada", *SAMPLES[:3])
         other = self.folder / "other.gallery"
         orvo_fr.Gallery.load(self.path).save(other)
         self.assertEqual(other.read_bytes(), self.path.read_bytes())
@@ -85,7 +85,7 @@ class TheCommandLinesFiles(InAFolder):
         gallery_of(features[4:], [p.stem.split("-")[0] for p in SAMPLES[4:]]).save(self.path)
         for picture in (0, 7):
             answer = json.loads(
-                kova_fr("identify", "--json", "--box", "all", "--top", 5, self.path, SAMPLES[picture])
+                kova_fr("identify", "--json", "--crop", "--top", 5, self.path, SAMPLES[picture])
             )
             wanted = answer["pictures"][0]["matches"]
             (found,) = orvo_fr.Gallery.load(self.path).search(features[picture : picture + 1], 5)

@@ -39,7 +39,7 @@ class Files(unittest.TestCase):
 
     def assert_features_of_the_command_line(self, path):
         output = self.folder / "features.f32"
-        command = [os.environ["KOVA_FR"], "extract", "--box", "all", "--output", output, path]
+        command = [os.environ["KOVA_FR"], "extract", "--crop", "--output", output, path]
         subprocess.run(command, check=True, capture_output=True)
         self.assertEqual(orvo_fr.extract(path).tobytes(), output.read_bytes(), path.name)
 

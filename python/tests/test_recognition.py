@@ -52,7 +52,7 @@ class TheSameNumbers(unittest.TestCase):
             cls.pictures.append(path)
         output = Path(cls.folder.name) / "features.f32"
         subprocess.run(
-            [os.environ["KOVA_FR"], "extract", "--box", "all", "--output", output, *SAMPLES], check=True
+            [os.environ["KOVA_FR"], "extract", "--crop", "--output", output, *SAMPLES], check=True
         )
         cls.wanted = output.read_bytes()
 
@@ -80,7 +80,7 @@ sys.stdout.buffer.write(orvo_fr.instruction_set().encode())
 
     def test_distances_are_those_of_the_command_line(self):
         text = subprocess.run(
-            [os.environ["KOVA_FR"], "compare", "--json", "--box", "all", *SAMPLES[:2]],
+            [os.environ["KOVA_FR"], "compare", "--json", "--crop", *SAMPLES[:2]],
             check=True,
             capture_output=True,
             text=True,
