@@ -105,8 +105,10 @@ debian_package(development libkova-fr-dev libdevel "on-device face recognition, 
     libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
-        "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps
-galleries of known people, through libkova-fr1 and libkova-find1."
+        "Finds the faces in pictures of all usual kinds, compares them, and keeps
+galleries of known people, through libkova-fr1 and libkova-find1. HEIC and AVIF
+are read where libheif1 is installed."
         libkova-fr1 ${finder} libkova-mpi-host1)
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libheif1)
 endif()
 include(CPack)

@@ -3,30 +3,18 @@
 
 #include "files/failure.h"
 #include "files/input_file.h"
+#include "terminal/label.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
-namespace {
-
-GreyPicture Decode(Bytes file) {
-    if (file.empty()) {
-        throw Failure("the file is empty; name a picture file");
-    }
-    if (IsPng(file)) {
-        return DecodePng(file);
-    }
-    if (IsJpeg(file)) {
-        return DecodeJpeg(file);
-    }
-    if (IsPnm(file)) {
-        return DecodePnm(file);
-    }
-    throw Failure("is not a picture of a known kind; save it as PNG, JPEG or PGM");
-}
-
-} // namespace
 
 GreyPicture LoadPicture(const std::string& path) {
-    return Naming(path, [&path] { return Decode(ReadWholeFile(path, kMaxFileBytes)); });
+    GreyPicture picture =
+        Naming(path, [&path] { return DecodePicture(ReadWholeFile(path, kMaxFileBytes)); });
+    if (!picture.warning.empty()) {
+        Warn(path + ": " + picture.warning);
+    }
+    return picture;
 }
 
 void CheckPictureSize(uint64_t width, uint64_t height) {
@@ -40,8 +28,19 @@ void CheckPictureSize(uint64_t width, uint64_t height) {
     }
 }
 
+GreyPicture EmptyPicture(uint64_t width, uint64_t height) {
+    CheckPictureSize(width, height);
+    GreyPicture picture;
+    picture.width = static_cast<uint32_t>(width);
+    picture.height = static_cast<uint32_t>(height);
+    picture.pixels.resize(width * height);
+    return picture;
+}
+
 void FailDamaged(const std::string& detail) {
-    throw Failure("the picture is damaged or cut short (" + detail +
+    // Some libraries' words end in a line of their own.
+    const size_t end = detail.find_last_not_of(" \n.");
+    throw Failure("the picture is damaged or cut short (" + OneLine(detail.substr(0, end + 1)) +
                   "); copy it again or save it anew");
 }
 
