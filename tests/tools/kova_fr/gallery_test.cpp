@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "gallery_files.h"
@@ -43,6 +44,8 @@ class Galleries : public testing::Test {
         arguments.insert(arguments.end(), pictures.begin(), pictures.end());
         Output(arguments);
     }
+
+    json Names() { return json::parse(Output({"gallery", "--json", gallery_}))["names"]; }
 
     // Nothing but the gallery and the pictures is left in the folder.
     void ExpectNothingLeftBehind() {
@@ -117,11 +120,9 @@ TEST_F(Galleries, SamplePeopleAreFoundByOtherPictures) {
 TEST_F(Galleries, NamesAreListedAndRemoved) {
     Enroll("b", {pictures_[0], pictures_[1]});
     Enroll("a b", {pictures_[2]});
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"a b","features":1},{"name":"b","features":2}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"a b","features":1},{"name":"b","features":2}])"));
     Output({"gallery", "--remove", "b", gallery_});
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"a b","features":1}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"a b","features":1}])"));
     const std::string before = ReadFile(gallery_);
     ExpectRefusal(KovaFr({"gallery", "--remove", "b", gallery_}), kFailure, "there is no b");
     EXPECT_EQ(ReadFile(gallery_), before);
@@ -145,7 +146,7 @@ TEST_F(Galleries, WhatAKilledProgramLeftBehindAGalleryIsNotReadAndGoes) {
     Enroll("a", {pictures_[0]});
     const std::string whole = ReadFile(gallery_);
     WriteFile(gallery_, whole + std::string(2000, 'x'));
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 1u);
+    EXPECT_EQ(Names().size(), 1u);
     Enroll("b", {pictures_[1]});
     const std::string more = ReadFile(gallery_);
     EXPECT_EQ(more.substr(96, whole.size() - 96), whole.substr(96));
@@ -173,10 +174,10 @@ TEST_F(Galleries, ThatAreReadOnlyAreNotChanged) {
     Enroll("a", {pictures_[0]});
     const std::string before = ReadFile(gallery_);
     std::filesystem::permissions(gallery_, std::filesystem::perms::owner_read);
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "is read-only");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "is read-only");
     ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "is read-only");
     EXPECT_EQ(ReadFile(gallery_), before);
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 1u);
+    EXPECT_EQ(Names().size(), 1u);
     ExpectNothingLeftBehind();
 }
 
@@ -246,21 +247,88 @@ TEST_F(Galleries, OtherFilesAreNoGalleries) {
                   "cannot be used");
 }
 
-// One that is whole, but whose features come from other models: their digest is changed, and the
-// checksum of the header fits again.
+// One that is whole, but whose features come from other models.
 TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
-    Enroll("a", {pictures_[0]});
-    std::string bytes = ReadFile(gallery_);
-    constexpr size_t kModels = 16;
-    bytes[kModels] = static_cast<char>(bytes[kModels] ^ 1);
-    SealVersion2(bytes);
+    const Entries entries = RandomEntries(2, 3);
+    const std::string bytes = Version2File(std::string(32, 'o'), BlocksOf(entries), 2);
     WriteFile(gallery_, bytes);
 
     ExpectRefusal(KovaFrOnCrops({"identify", gallery_, pictures_[0]}), kFailure, "other models");
     ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
     ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "other models");
     EXPECT_EQ(ReadFile(gallery_), bytes);
+    // But what is in it can be seen, and who made it.
+    const json info = json::parse(Output({"info", "--json"}));
+    const std::string listed = Output({"gallery", gallery_});
+    EXPECT_NE(listed.find("made by other models sha256 "), std::string::npos) << listed;
+    EXPECT_EQ(listed.find(info["models_sha256"].get<std::string>()), std::string::npos) << listed;
     ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, SayWhichModelsMadeThemAsInfoDoes) {
+    Enroll("a", {pictures_[0]});
+    const std::string digest = json::parse(Output({"info", "--json"}))["models_sha256"];
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["models_sha256"], digest);
+    EXPECT_NE(Output({"gallery", gallery_}).find("made by models sha256 " + digest + "\n"),
+              std::string::npos);
+    EXPECT_NE(Output({"info"}).find(digest), std::string::npos);
+}
+
+TEST_F(Galleries, ExportFeaturesAsNumpyReadsThem) {
+    Enroll("a, \"b\"", {pictures_[0]});
+    Enroll("c", {pictures_[1], pictures_[2]});
+    const std::string path = folder_ / "x.npy";
+    const json said = json::parse(Output({"gallery", "--json", "--export", path, gallery_}));
+    EXPECT_EQ(said["features"], 3);
+    EXPECT_EQ(said["files"], json({path, folder_ / "x.names.csv"}));
+    const std::string bytes = ReadFile(path);
+    ASSERT_EQ(bytes.size(), 128 + 3 * sizeof(Feature));
+    EXPECT_EQ(bytes.substr(0, 10), std::string("\x93NUMPY\x01\x00\x76\x00", 10));
+    EXPECT_EQ(bytes.substr(10, 61),
+              "{'descr': '<f4', 'fortran_order': False, 'shape': (3, 128), }");
+    EXPECT_EQ(bytes.substr(71, 57), std::string(56, ' ') + "\n");
+    for (size_t i = 0; i < 3; ++i) {
+        const Feature feature = FeatureOf(pictures_[i]);
+        EXPECT_EQ(bytes.substr(128 + i * sizeof feature, sizeof feature),
+                  std::string(reinterpret_cast<const char*>(&feature), sizeof feature));
+    }
+    EXPECT_EQ(ReadFile(folder_ / "x.names.csv"), "name\n\"a, \"\"b\"\"\"\nc\nc\n");
+    for (const char* file : {"x.npy", "x.names.csv"}) {
+        EXPECT_EQ(std::filesystem::status(folder_ / file).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
+    // The program made up the second name, so what is there stays.
+    ExpectRefusal(KovaFr({"gallery", "--export", path, gallery_}), kFailure, "exists already");
+}
+
+TEST_F(Galleries, ExportFeaturesAsATable) {
+    Enroll("a, b", {pictures_[0]});
+    Enroll("c", {pictures_[1]});
+    const std::string path = folder_ / "x.csv";
+    Output({"gallery", "--export", path, gallery_});
+    std::istringstream lines(ReadFile(path));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line.substr(0, 11), "name,f0,f1,");
+    EXPECT_TRUE(line.ends_with(",f127"));
+    for (size_t i = 0; i < 2; ++i) {
+        std::getline(lines, line);
+        const std::string name = i == 0 ? "\"a, b\"" : "c";
+        ASSERT_EQ(line.substr(0, name.size()), name);
+        const char* at = line.c_str() + name.size();
+        for (const float number : FeatureOf(pictures_[i])) {
+            ASSERT_EQ(*at, ',');
+            char* end = nullptr;
+            EXPECT_EQ(std::strtof(at + 1, &end), number);
+            at = end;
+        }
+        EXPECT_EQ(*at, '\0');
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+    ExpectRefusal(KovaFr({"gallery", "--export", folder_ / "x.txt", gallery_}), kWrongUsage,
+                  "neither in .npy nor in .csv");
+    ExpectRefusal(KovaFr({"gallery", "--export", folder_ / "no/x.csv", gallery_}), kFailure,
+                  "cannot be written");
 }
 
 // As an earlier program left it.
@@ -274,9 +342,7 @@ TEST_F(Galleries, OfVersion1AreSearchedListedAndChanged) {
     const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
     EXPECT_EQ(found["features"], 3);
     EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], "name 1");
-    const auto names = [this] {
-        return json::parse(Output({"gallery", "--json", gallery_}))["names"].size();
-    };
+    const auto names = [this] { return Names().size(); };
     EXPECT_EQ(names(), 3u);
     EXPECT_EQ(ReadFile(gallery_), old);
     Enroll("new", {pictures_[2]});
@@ -318,7 +384,7 @@ TEST_F(Galleries, LinkToAGalleryThatIsNotThereYetStaysALink) {
     Enroll("b", {pictures_[1]});
     EXPECT_TRUE(std::filesystem::is_symlink(gallery_));
     EXPECT_TRUE(std::filesystem::is_regular_file(elsewhere + "/real"));
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 2u);
+    EXPECT_EQ(Names().size(), 2u);
 }
 
 TEST_F(Galleries, AWallIsNotEnrolled) {
@@ -387,8 +453,7 @@ TEST_F(Galleries, TwoWhoEnrollAtOnceLoseNothing) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"n0","features":6},{"name":"n1","features":6}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"n0","features":6},{"name":"n1","features":6}])"));
 }
 
 } // namespace

@@ -34,7 +34,8 @@ GreyPicture DecodePicture(Bytes file) {
 }
 
 GreyPicture LoadPicture(const std::string& path) {
-    return Naming(path, [&path] { return DecodePicture(ReadWholeFile(path, kMaxFileBytes)); });
+    const std::string from = path == "-" ? "/dev/stdin" : path;
+    return Naming(path, [&from] { return DecodePicture(ReadWholeFile(from, kMaxFileBytes)); });
 }
 
 void LimitPictures(uint64_t mostPixels) { g_mostPixels = mostPixels; }

@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+#include "find/look.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+
+#include "find/answer_tables.h"
+#include "find/levels.h"
+#include "find/picture_rows.h"
+
+namespace orvo::find {
+namespace {
+
+constexpr int32_t kOne = 1 << 14; // of cosine and sine
+constexpr int32_t kPatch = 4;
+
+// A pixel of a level is at most one and a half apart from the next of a look: a box of 64 pixels.
+constexpr int32_t kMostLevelSide = 4 * kLookSide; // quarter pixels
+constexpr int32_t kMostReach = 70;                // 31.5 * 1.5 * sqrt(2), and a little
+
+// Places in a level are 2^16ths of its pixels.
+constexpr int32_t kPlaceBits = 16;
+
+// Grey levels are sampled in sixteenths. Those of the middle are brought to the same mean, 128, and
+// to the same mean distance from it; but noise is not blown up without end.
+constexpr int32_t kFine = 16;
+constexpr int32_t kMiddleFrom = 12, kMiddleTo = 52; // rows and columns
+constexpr int32_t kMiddlePixels = (kMiddleTo - kMiddleFrom) * (kMiddleTo - kMiddleFrom);
+constexpr int32_t kSpread = 36;
+constexpr int32_t kGainBits = 8;
+constexpr int32_t kMostGain = 6 << kGainBits;
+
+// The largest whole number whose square is no larger.
+int64_t RootOf(int64_t square) {
+    int64_t root = 0;
+    for (int64_t bit = int64_t{1} << 30; bit > 0; bit >>= 1) {
+        if ((root + bit) * (root + bit) <= square) {
+            root += bit;
+        }
+    }
+    return root;
+}
+
+int32_t RoundedDown(int64_t dividend, int64_t divisor) {
+    const int64_t down = dividend % divisor < 0 ? 1 : 0;
+    return static_cast<int32_t>(dividend / divisor - down);
+}
+
+// To the next whole number, a half up.
+int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
+    return RoundedDown(2 * dividend + divisor, 2 * divisor);
+}
+
+// The part of a level around a view that it is sampled from, whichever way it is turned.
+struct Surroundings {
+    const uint8_t* pixels;
+    int32_t left, top, width, height; // within the level
+
+    bool Has(int32_t x, int32_t y) const { // with the pixels to the right and below
+        return x >= 0 && y >= 0 && x >> kPlaceBits < width - 1 && y >> kPlaceBits < height - 1;
+    }
+    // Beyond the ends, these are repeated.
+    template <bool Inside>
+    int32_t At(int32_t x, int32_t y) const {
+        if constexpr (!Inside) {
+            x = std::clamp(x, 0, width - 1);
+            y = std::clamp(y, 0, height - 1);
+        }
+        return pixels[y * width + x];
+    }
+    // In sixteenths. Places count from the middle of the first pixel.
+    template <bool Inside>
+    int32_t Sample(int32_t x, int32_t y) const {
+        const int32_t column = x >> kPlaceBits;
+        const int32_t row = y >> kPlaceBits;
+        const int32_t right = x >> (kPlaceBits - 8) & 255;
+        const int32_t below = y >> (kPlaceBits - 8) & 255;
+        const auto inRow = [&](int32_t r) {
+            const int32_t first = At<Inside>(column, r);
+            return 256 * first + (At<Inside>(column + 1, r) - first) * right;
+        };
+        const int32_t upper = inRow(row);
+        return (256 * upper + (inRow(row + 1) - upper) * below + 2048) >> 12;
+    }
+};
+
+Surroundings MakeSurroundings(const OrvoFindPicture& picture, int32_t level, const View& view,
+                              uint8_t* pixels, uint8_t* room) {
+    const Size real = AtLevel({picture.width, picture.height}, level);
+    const auto span = [level](int32_t middle, int32_t size, int32_t* first) {
+        const int32_t at = middle >> (2 + level);
+        *first = std::clamp(at - kMostReach, 0, size - 1);
+        return std::clamp(at + kMostReach + 1, *first + 1, size) - *first;
+    };
+    Surroundings part{pixels, 0, 0, 0, 0};
+    part.width = span(view.x, real.width, &part.left);
+    part.height = span(view.y, real.height, &part.top);
+    for (int32_t y = 0; y < part.height; ++y) {
+        const uint8_t* row = LevelRow(picture, level, part.top + y, part.left, part.width, room);
+        std::copy(row, row + part.width, pixels + y * part.width);
+    }
+    return part;
+}
+
+// A look's pixels in the surroundings: where its middle is, and the step from a pixel to the next on the
+// right; that to the one below is at a right angle. In 2^16ths of the level's pixels, of which the
+// surroundings have less than 2^8 and a look reaches less than 2^8 beyond them: 32 bits hold all.
+struct Grid {
+    int32_t x, y;
+    int32_t along, aside;
+
+    Grid(const View& view, const Surroundings& part, int32_t level)
+        : x(Middle(view.x, level, part.left)), y(Middle(view.y, level, part.top)),
+          along(Step(view.cosine, view.side, level)), aside(Step(view.sine, view.side, level)) {}
+
+    // `right` and `down`: in half pixels from the middle.
+    int32_t XOf(int32_t right, int32_t down) const {
+        return x + ((right * along - down * aside) >> 1);
+    }
+    int32_t YOf(int32_t right, int32_t down) const {
+        return y + ((right * aside + down * along) >> 1);
+    }
+
+  private:
+    static int32_t Middle(int32_t quarters, int32_t level, int32_t start) {
+        const int64_t place = (int64_t{quarters} << (kPlaceBits - 2)) >> level;
+        return static_cast<int32_t>(place - (int64_t{start} << kPlaceBits)) -
+               (1 << (kPlaceBits - 1));
+    }
+    // 3 / 128 of the side.
+    static int32_t Step(int32_t direction, int32_t side, int32_t level) {
+        return static_cast<int32_t>(int64_t{direction} * side * 3 >> (7 + level));
+    }
+};
+
+constexpr int32_t kLookEnd = kLookSide - 1; // half pixels from the middle to the outermost pixels'
+
+template <bool Inside>
+void Sample(const Surroundings& part, const Grid& grid, uint16_t* look) {
+    for (int32_t down = -kLookEnd; down <= kLookEnd; down += 2) {
+        int32_t x = grid.XOf(-kLookEnd, down);
+        int32_t y = grid.YOf(-kLookEnd, down);
+        for (int32_t i = 0; i < kLookSide; ++i, x += grid.along, y += grid.aside) {
+            *look++ = static_cast<uint16_t>(part.Sample<Inside>(x, y));
+        }
+    }
+}
+
+bool LiesInside(const Surroundings& part, const Grid& grid) {
+    constexpr int32_t kEnd = kLookEnd;
+    return part.Has(grid.XOf(-kEnd, -kEnd), grid.YOf(-kEnd, -kEnd)) &&
+           part.Has(grid.XOf(kEnd, -kEnd), grid.YOf(kEnd, -kEnd)) &&
+           part.Has(grid.XOf(-kEnd, kEnd), grid.YOf(-kEnd, kEnd)) &&
+           part.Has(grid.XOf(kEnd, kEnd), grid.YOf(kEnd, kEnd));
+}
+
+// Calls use(value) for the pixels in the middle of a look.
+template <typename Use>
+void ForTheMiddle(const uint16_t* look, Use use) {
+    for (int32_t i = kMiddleFrom; i < kMiddleTo; ++i) {
+        for (int32_t j = kMiddleFrom; j < kMiddleTo; ++j) {
+            use(int32_t{look[i * kLookSide + j]});
+        }
+    }
+}
+
+struct Tone {
+    int32_t mean, gain;
+
+    // In 32 bits: 4080 * kMostGain is less than 2^23.
+    explicit Tone(const uint16_t* look) {
+        int32_t sum = 0;
+        ForTheMiddle(look, [&](int32_t value) { sum += value; });
+        mean = (sum + kMiddlePixels / 2) / kMiddlePixels;
+        int32_t distance = 0;
+        ForTheMiddle(look, [&](int32_t value) { distance += std::abs(value - mean); });
+        const int32_t spread = std::max(distance / kMiddlePixels, 1);
+        gain = std::min(((kSpread * kFine) << kGainBits) / spread, kMostGain);
+    }
+    uint8_t Of(int32_t fine) const {
+        constexpr int32_t kBits = kGainBits + 4;
+        const int32_t level = 128 + (((fine - mean) * gain + (1 << (kBits - 1))) >> kBits);
+        return static_cast<uint8_t>(std::clamp(level, 0, 255));
+    }
+};
+
+// From the middle of a look.
+struct Offset {
+    int32_t right, down;
+};
+
+// Where one of the points is, in eighths of the look's pixels: the mean of what all cells say of it, each
+// counting as much as the point is likely to be there. The planes are the points' logits in
+// sixteenths, how far to the right of each cell's middle they are, and how far down.
+Offset PointOf(const int8_t* heat, int32_t point) {
+    constexpr int32_t kCells = kHeatSide * kHeatSide;
+    const int8_t* const logits = heat + point * kCells;
+    const int8_t* const right = logits + kPoints * kCells;
+    const int8_t* const down = right + kPoints * kCells;
+    const auto middleOf = [](int32_t number) { return 8 * (2 * number + 1 - kHeatSide) * kHeatStride / 2; };
+    int64_t weights = 0;
+    int64_t x = 0;
+    int64_t y = 0;
+    for (int32_t cell = 0; cell < kCells; ++cell) {
+        const int64_t weight = kHeat[logits[cell] + 128];
+        weights += weight;
+        x += weight * (middleOf(cell % kHeatSide) + right[cell]);
+        y += weight * (middleOf(cell / kHeatSide) + down[cell]);
+    }
+    weights = std::max<int64_t>(weights, 1);
+    return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
+}
+
+// From sixteenths of the look's pixels, each 3 / 2048 of the box's side.
+void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
+    const auto scaled = [&](int64_t offset) {
+        return static_cast<int32_t>((offset * view.side * 3 + (1 << 24)) >> 25);
+    };
+    *x = view.x + scaled(right * view.cosine - down * view.sine);
+    *y = view.y + scaled(right * view.sine + down * view.cosine);
+}
+
+} // namespace
+
+View ViewOf(const Description& face) {
+    const int32_t* const p = face.points;
+    // Two vectors vote: from pupil to pupil, and from the pupils down to the mouth. Of a face in
+    // profile the first is short.
+    const int64_t x = 2 * (int64_t{p[2]} - p[0]) + p[7] + p[9] - p[1] - p[3];
+    const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
+    const int64_t length = RootOf(x * x + y * y);
+    if (length < 8) { // a pixel, doubled
+        return {face.x, face.y, face.side, kOne, 0};
+    }
+    return {face.x, face.y, face.side, RoundedQuotient(x * kOne, length),
+            RoundedQuotient(y * kOne, length)};
+}
+
+bool CanBeSeen(const OrvoFindPicture& picture, const Description& face) {
+    const Size size = {picture.width, picture.height};
+    return face.x >= 0 && face.y >= 0 && face.x < 4 * size.width && face.y < 4 * size.height &&
+           face.side >= 4 && face.side <= 4 * 4 * size.smaller();
+}
+
+uint32_t LookPixelBytes() {
+    constexpr uint32_t kMost = 2 * kMostReach + 1;
+    return kMost * kMost + kLookSide * kLookSide * sizeof(uint16_t);
+}
+
+void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
+              uint8_t* patches) {
+    auto* const look = reinterpret_cast<uint16_t*>(pixels);
+    uint8_t* const around = pixels + kLookSide * kLookSide * sizeof(uint16_t);
+    int32_t level = 0;
+    while (view.side > kMostLevelSide << level) {
+        ++level;
+    }
+    const Surroundings part = MakeSurroundings(picture, level, view, around, room);
+    const Grid grid(view, part, level);
+    if (LiesInside(part, grid)) {
+        Sample<true>(part, grid, look);
+    } else {
+        Sample<false>(part, grid, look);
+    }
+    const Tone tone(look);
+    constexpr int32_t kPlane = kLookSide / kPatch;
+    for (int32_t y = 0; y < kLookSide; ++y) {
+        uint8_t toned[kLookSide];
+        for (int32_t x = 0; x < kLookSide; ++x) {
+            toned[x] = tone.Of(look[y * kLookSide + x]);
+        }
+        uint8_t* const first = patches + (y % kPatch * kPatch * kPlane + y / kPatch) * kPlane;
+        for (int32_t column = 0; column < kPatch; ++column) {
+            for (int32_t x = 0; x < kPlane; ++x) {
+                first[column * kPlane * kPlane + x] = toned[kPatch * x + column];
+            }
+        }
+    }
+}
+
+Description Described(const View& view, const LookAnswers& answers) {
+    const int8_t* const o = answers.rest;
+    Description face;
+    // The rest's places are quarter pixels of the look.
+    InPicture(view, 4 * o[1], 4 * o[2], &face.x, &face.y);
+    face.side = static_cast<int32_t>((int64_t{kSide[o[3] + 128]} * view.side + 512) >> 10);
+    for (int32_t i = 0; i < kPoints; ++i) {
+        // The rest has the points, too: the mean of both is nearer than either.
+        const Offset point = PointOf(answers.heat, i);
+        const int32_t right = point.right + 2 * o[4 + 2 * i];
+        const int32_t down = point.down + 2 * o[5 + 2 * i];
+        InPicture(view, right, down, face.points + 2 * i, face.points + 2 * i + 1);
+    }
+    face.yaw = o[14];
+    face.covered = o[15];
+    return face;
+}
+
+int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sum) {
+    const int32_t mean = RoundedDown(looks * first + sum, 2 * looks);
+    return std::clamp(mean - kScoreLess, -128, 127);
+}
+
+int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }
+
+} // namespace orvo::find
