@@ -388,7 +388,7 @@ TEST_F(Commands, HelpFitsAHundredColumns) {
 }
 
 TEST_F(Commands, VersionIsPrinted) {
-    EXPECT_EQ(Output({"--version"}), "kova-fr " ORVO_VERSION "\n");
+    EXPECT_TRUE(Output({"--version"}).starts_with("kova-fr " ORVO_VERSION "\n"));
 }
 
 TEST_F(Commands, HelpShowsExamples) {
