@@ -57,6 +57,7 @@ async function startStream() {
         return;
     }
     camera.stream = stream;
+    stream.getVideoTracks()[0].addEventListener("ended", () => sayLive("The camera has stopped.", true));
     video.srcObject = stream;
     liveNote.textContent = "";
     liveNote.classList.remove("bad");

@@ -57,10 +57,11 @@ async function canvasOfFile(file) {
         if (size.width !== width) {
             return { canvas: drawn(image, size), width, height };
         }
+        // A picture that lacks its last bytes is refused there, and drawn as far as it goes by the element.
         const bitmap = await createImageBitmap(file, { premultiplyAlpha: "none", colorSpaceConversion: "none" })
-            .catch(() => { throw new SentenceError(NOT_A_PICTURE); });
-        const canvas = drawn(bitmap, bitmap);
-        bitmap.close();
+            .catch(() => null);
+        const canvas = drawn(bitmap ?? image, size);
+        bitmap?.close();
         return { canvas, width, height };
     } finally {
         URL.revokeObjectURL(address);

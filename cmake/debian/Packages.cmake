@@ -1,6 +1,7 @@
 # Debian packages: the target "package" of the presets "package" and "package-arm".
 #
-#   libkova-fr1         the library, for the machine that recognises
+#   libkova1            the library for applications, of which the interface alone is to be seen
+#   libkova-fr1         the library with its kernels, for the machine that recognises
 #   libkova-find1       the library that finds faces in whole pictures
 #   libkova-mpi-host1   the stand-in for the camera platform, for PCs and emulators
 #   libkova-fr-dev      headers, static library, CMake and pkg-config files
@@ -79,6 +80,12 @@ if(ORVO_NEEDS_HOST_PLATFORM)
 program; libkova-mpi-host1 has those that it does not define.")
     set(needed libkova-mpi-host1)
 endif()
+debian_package(application libkova1 libs "on-device face recognition, for applications"
+    "Faces in whole pictures, 128 floats for each, and the most alike of many, by
+small int8 networks in memory that the caller hands in. It exports its interface
+alone. The camera platform's functions (KOVA_MPI_*) are left to the${platform}${processors}"
+    ${needed})
+set(CPACK_DEBIAN_APPLICATION_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 debian_package(library libkova-fr1 libs "on-device face recognition"
     "A grey picture of a face in, 128 floats out, and the distance of two of these.
 Two small int8 networks on hand-written kernels, in 1.4 MB of memory that the
@@ -101,8 +108,8 @@ their upright crops for libkova-fr1, in memory that the caller hands in.${proces
 endif()
 debian_package(development libkova-fr-dev libdevel "on-device face recognition, development files"
     "Headers, the static libraries, and files for CMake (orvo_fr) and pkg-config
-(kova_fr, kova_find, kova_mpi_host).${processors}"
-    libkova-fr1 ${finder} libkova-mpi-host1)
+(kova, kova_fr, kova_find, kova_mpi_host). Applications link libkova.${processors}"
+    libkova1 libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
         "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps

@@ -2,13 +2,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
+#include <numeric>
 #include <sstream>
+#include <vector>
 
 #include "commands/commands.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
 #include "files/output_file.h"
+#include "terminal/help_format.h"
 #include "terminal/label.h"
 
 namespace {
@@ -74,8 +79,44 @@ void PrintRequested(const CLI::App& program, const CLI::ParseError& request) {
     kova_cli::WriteStandardOutput(text.str());
 }
 
+// How many letters are to be put in, taken out or changed.
+size_t Difference(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = row[0]++;
+        for (size_t j = 0; j < b.size(); ++j) {
+            const size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+// Names a command that there is not, and one that may be meant.
+void CheckCommand(const CLI::App& program, const std::string& word) {
+    std::string meant;
+    size_t least = 3; // more than that are another word
+    for (const CLI::App* command : program.get_subcommands({})) {
+        const size_t difference = Difference(word, command->get_name());
+        if (difference == 0) {
+            return;
+        }
+        if (difference < least) {
+            least = difference;
+            meant = " (" + command->get_name() + "?)";
+        }
+    }
+    throw CLI::ExtrasError("there is no command '" + word + "'" + meant,
+                           CLI::ExitCodes::ExtrasError);
+}
+
 int Run(CLI::App& program, int count, char** arguments) {
     try {
+        if (count > 1 && arguments[1][0] != '-') {
+            CheckCommand(program, arguments[1]);
+        }
         program.parse(count, arguments);
         return kSuccess;
     } catch (const CLI::ParseError& error) {
@@ -93,6 +134,7 @@ int main(int count, char** arguments) {
     FillClosedStreams();
     try {
         CLI::App program(kDescription, "kova-fr");
+        program.formatter(std::make_shared<kova_cli::HelpFormat>()); // of its commands, too
         program.set_version_flag("--version", "kova-fr " ORVO_VERSION ORVO_SERVICE_TEXT);
         program.require_subcommand(1);
         program.footer(Footer());

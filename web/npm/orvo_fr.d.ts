@@ -27,7 +27,7 @@ export type Reason =
 
 /** A face that was found. Lengths are pixels of the picture; (0, 0) is its top left corner. */
 export interface FoundFace {
-  /** The square box; it may leave the picture. */
+  /** The square box; it may leave the picture. Of `faces()` it is what the recogniser sees. */
   left: number;
   top: number;
   side: number;
@@ -47,7 +47,7 @@ export interface FoundFace {
   reasons: Reason[];
   /** Whether the quality is at least 30. Other faces are like too many people to be compared. */
   isGood: boolean;
-  /** What the recogniser sees: 96 x 96 grey levels, turned upright. */
+  /** The box turned upright: 96 x 96 grey levels. */
   crop: Uint8Array;
   /** Null of `find()`. */
   feature: Float32Array | null;

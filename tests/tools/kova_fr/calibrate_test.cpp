@@ -286,6 +286,31 @@ TEST_F(Calibrate, TheSameFolderGivesTheSameFile) {
     EXPECT_EQ(ReadFile(file_), first);
 }
 
+// Scores of found faces and of crops are not the same.
+TEST_F(Calibrate, MixingFoundFacesAndCropsIsWarnedOf) {
+    MakeFromSamples();
+    EXPECT_EQ(Contents()["faces"], "crops");
+    const std::vector<std::string> compare = {"compare", "--any-quality", "--calibration",
+                                              file_,     Sample("ada-1"), Sample("ada-2")};
+    EXPECT_EQ(KovaFrOnCrops(compare).err, "");
+    const Outcome mixed = KovaFr(compare);
+    EXPECT_EQ(mixed.status, 0);
+    EXPECT_NE(mixed.err.find(file_ + ": was made of crops"), std::string::npos) << mixed.err;
+    json contents = Contents();
+    contents.erase("faces"); // as an earlier program wrote it
+    WriteFile(file_, contents.dump());
+    EXPECT_EQ(KovaFr(compare).err, "");
+    contents["faces"] = "painted";
+    WriteFile(file_, contents.dump());
+    ExpectRefusal(KovaFr(compare), kFailure, "is no calibration");
+    const Outcome found = KovaFr({"calibrate", "--rounds", "10", "--by-name", "--any-quality",
+                                  "--out", file_, ORVO_SAMPLES});
+    ASSERT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(Contents()["faces"], "found");
+    EXPECT_NE(KovaFrOnCrops(compare).err.find("was made of faces found in pictures"),
+              std::string::npos);
+}
+
 TEST_F(Calibrate, TooFewPeopleAreRefused) {
     ExpectRefusal(Run({MakeStrangers(49)}), kFailure, "at least 50");
     const std::string few = folder_ / "few";

@@ -227,7 +227,8 @@ TEST_F(Failures, BoxTooSmall) {
 
 TEST_F(Failures, WrongUsage) {
     ExpectWrongUsage({}, "subcommand");
-    ExpectWrongUsage({"recognise"}, "subcommand");
+    ExpectWrongUsage({"recognise"}, "there is no command 'recognise'; see");
+    ExpectWrongUsage({"comprae", good_, good_}, "no command 'comprae' (compare?); see");
     ExpectWrongUsage({"compare"}, "pictures");
     ExpectWrongUsage({"compare", good_}, "pictures");
     ExpectWrongUsage({"extract"}, "pictures");

@@ -95,10 +95,10 @@ void RunCalibrate(const CalibrateOptions& options) {
     CheckEnough(options.folder, comparisons);
     WarnOfCopies(comparisons.features, comparisons.person);
     Progress progress("Calibrating");
-    const Calibration calibration =
-        Calibrate(comparisons, options.calibrating,
-                  [&](size_t done, size_t all) { progress.Show(done, all); });
+    Calibration calibration = Calibrate(comparisons, options.calibrating,
+                                        [&](size_t done, size_t all) { progress.Show(done, all); });
     progress.Clear();
+    calibration.isOfCrops = options.reading.isCrop;
     const std::string file = CalibrationText(calibration);
     WriteFiles({{options.outPath, true, std::vector<uint8_t>(file.begin(), file.end())}});
     if (!options.json) {

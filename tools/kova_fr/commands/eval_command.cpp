@@ -130,6 +130,8 @@ void RunEval(const EvalOptions& options) {
     evaluation.repeatedPairs = input.repeatedPairs;
     evaluation.rounds = options.rounds;
     evaluation.seed = options.seed;
+    evaluation.isCrops = options.reading.isCrop;
+    evaluation.strangers = DifferentFromTheHighest(kova_statistics::Acceptance(scores.all));
 
     const std::string text = EvaluationText(evaluation);
     const std::string json = EvaluationJson(evaluation);

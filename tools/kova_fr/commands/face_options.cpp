@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands/face_options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 
@@ -51,6 +52,12 @@ std::string CheckBox(const std::string& text) {
         return "";
     }
     return "'" + text + "' is no box; give x,y,w,h in pixels, or all";
+}
+
+void CheckStandardInput(const FaceOptions& options) {
+    if (std::ranges::count(options.pictures, "-") > 1) {
+        throw CLI::ValidationError("pictures", "standard input (-) has one picture only");
+    }
 }
 
 void CheckBoxCount(const FaceOptions& options) {
@@ -173,8 +180,18 @@ void AddCalibrationOption(CLI::App& command, std::string& path) {
         ->type_name("FILE");
 }
 
-std::optional<Calibration> CalibrationIfNamed(const std::string& path) {
-    return path.empty() ? std::nullopt : std::optional(LoadCalibration(path, ModelsDigest()));
+std::optional<Calibration> CalibrationIfNamed(const std::string& path, const FaceOptions& options) {
+    if (path.empty()) {
+        return std::nullopt;
+    }
+    Calibration calibration = LoadCalibration(path, ModelsDigest());
+    if (calibration.isOfCrops.value_or(IsCrop(options)) != IsCrop(options)) {
+        Warn(path + ": was made of " +
+             (IsCrop(options) ? "faces found in pictures, and these are crops"
+                              : "crops, and these faces are found in pictures") +
+             "; its scores mean something else here");
+    }
+    return calibration;
 }
 
 std::vector<OutputFile> CropFiles(const FaceOptions& options) {
@@ -238,6 +255,7 @@ Inspection InspectCrop(const Recogniser& recogniser, const FaceOptions& options)
 
 FacesRead ReadFaces(const Recogniser& recogniser, const FaceOptions& options) {
     CheckBoxCount(options);
+    CheckStandardInput(options);
     Finder finder;
     FacesRead read;
     Progress progress("Reading");
@@ -249,6 +267,7 @@ FacesRead ReadFaces(const Recogniser& recogniser, const FaceOptions& options) {
         }
         read.last = std::move(picture.picture);
     }
+    progress.Close(options.pictures.size(), "pictures");
     return read;
 }
 

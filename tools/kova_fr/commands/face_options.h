@@ -46,7 +46,8 @@ void AddAnyQualityOption(CLI::App& command, bool& anyQuality);
 void AddCalibrationOption(CLI::App& command, std::string& path);
 
 // What that file has, for the models of this program, which must be open; none for an empty path.
-std::optional<Calibration> CalibrationIfNamed(const std::string& path);
+// Warns where it was made of found faces and these are crops, or the other way round.
+std::optional<Calibration> CalibrationIfNamed(const std::string& path, const FaceOptions& options);
 
 // The files that --save-crop asks for, without their bytes yet: the one that the user named for one
 // picture; for more the name with -1, -2 and so on before its extension.

@@ -29,11 +29,21 @@ Colour ColourOf(int32_t quality) {
     return quality < 30 ? kBad : quality < 60 ? kFair : kGood;
 }
 
+// As large as fits below the face with some more, within what suits the picture.
+int32_t TextScale(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture) {
+    constexpr double kOfFace = 1.2;
+    const auto most = static_cast<int32_t>(std::max(picture.width, picture.height) / 250);
+    const int32_t fits = static_cast<int32_t>(kOfFace * static_cast<double>(face.side)) /
+                         std::max(TextWidth(text, 1), 1);
+    return std::clamp(fits, 1, std::max(most, 1));
+}
+
 // Text on a dark ground, below a place or, where the picture ends there, inside it; moved to the left
 // as far as the picture ends.
-void DrawLabel(const OrvoFindFace& face, const std::string& text, int32_t scale,
-               const GreyPicture& picture, Canvas& canvas) {
+void DrawLabel(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture,
+               Canvas& canvas) {
     constexpr int32_t kTextHeight = 12;
+    const int32_t scale = TextScale(face, text, picture);
     const int32_t height = scale * kTextHeight;
     const int32_t width = TextWidth(text, scale) + 4;
     const auto pictureWidth = static_cast<int32_t>(picture.width);
@@ -118,7 +128,7 @@ std::vector<uint8_t> DrawFaces(const GreyPicture& picture, const std::vector<Lab
         DrawMarks(faces[i].face, 0, 0, 1, thickness, canvas);
     }
     for (size_t i = faces.size(); i-- > 0;) {
-        DrawLabel(faces[i].face, Drawable(faces[i].label), thickness, picture, canvas);
+        DrawLabel(faces[i].face, Drawable(faces[i].label), picture, canvas);
     }
     return canvas.Png();
 }

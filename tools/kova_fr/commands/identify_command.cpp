@@ -109,7 +109,7 @@ nlohmann::ordered_json MatchJson(const Match& match, const MaybeCalibration& cal
 }
 
 std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
-                 const MaybeCalibration& calibration) {
+                 const MaybeCalibration& calibration, bool isCrop) {
     nlohmann::ordered_json json;
     json["features"] = gallery.count();
     json["pictures"] = nlohmann::ordered_json::array();
@@ -122,7 +122,7 @@ std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
         picture["matches"] = matches;
         json["pictures"].push_back(picture);
     }
-    json["thresholds"] = ShippedThresholds();
+    json["thresholds"] = ShippedThresholds(isCrop);
     if (calibration) {
         json["calibration"] = {{"pictures", calibration->pictures},
                                {"people", calibration->people},
@@ -131,9 +131,22 @@ std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
     return JsonLine(json);
 }
 
+// Below which score a picture names nobody: the one that was asked for, or the one that accepts 1 % of
+// strangers; none where nobody measured that.
+std::optional<double> LeastToBeNamed(const IdentifyOptions& options,
+                                     const MaybeCalibration& calibration) {
+    constexpr double kFalseAccepts = 1e-2;
+    if (options.threshold) {
+        return static_cast<double>(*options.threshold);
+    }
+    return calibration ? ThresholdFor(calibration->thresholds, kFalseAccepts)
+                       : ShippedThreshold(kFalseAccepts);
+}
+
 // The most alike name of a face with its score.
-std::string NameLabel(const Answer& answer) {
-    if (answer.matches.empty()) {
+std::string NameLabel(const Answer& answer, const std::optional<double>& least) {
+    if (answer.matches.empty() ||
+        static_cast<double>(answer.matches.front().score) < least.value_or(-2)) {
         return "nobody";
     }
     char number[32];
@@ -142,10 +155,11 @@ std::string NameLabel(const Answer& answer) {
     return answer.matches.front().name + number;
 }
 
-std::vector<uint8_t> Annotated(const GreyPicture& picture, const std::vector<Answer>& answers) {
+std::vector<uint8_t> Annotated(const GreyPicture& picture, const std::vector<Answer>& answers,
+                               const std::optional<double>& least) {
     std::vector<LabelledFace> faces;
     for (const Answer& answer : answers) {
-        faces.push_back({*answer.face->found, NameLabel(answer)});
+        faces.push_back({*answer.face->found, NameLabel(answer, least)});
     }
     return DrawFaces(picture, faces);
 }
@@ -170,18 +184,19 @@ void RunIdentify(const IdentifyOptions& options) {
     CheckOutputs(annotated, options.faces.pictures);
     const Recogniser recogniser;
     const GalleryFile gallery(options.galleryPath, ModelsDigest());
-    const MaybeCalibration calibration = CalibrationIfNamed(options.calibrationPath);
+    const MaybeCalibration calibration = CalibrationIfNamed(options.calibrationPath, options.faces);
     const FacesRead read = ReadFaces(recogniser, options.faces);
     const std::vector<Face>& faces = read.faces;
     const std::vector<Answer> answers = Identify(gallery, faces, options, calibration);
     FillCropFiles(faces, options.faces, files);
     for (OutputFile& file : annotated) {
-        file.bytes = Annotated(read.last, answers);
+        file.bytes = Annotated(read.last, answers, LeastToBeNamed(options, calibration));
         files.push_back(std::move(file));
     }
     WriteFiles(files);
-    WriteStandardOutput(options.faces.json ? Json(gallery, answers, calibration)
-                                           : Text(answers, calibration));
+    WriteStandardOutput(options.faces.json
+                            ? Json(gallery, answers, calibration, IsCrop(options.faces))
+                            : Text(answers, calibration));
     const bool isNobody = std::any_of(answers.begin(), answers.end(),
                                       [](const Answer& a) { return a.matches.empty(); });
     if (options.threshold && isNobody) {
@@ -207,7 +222,9 @@ void AddIdentifyCommand(CLI::App& program) {
         ->type_name("K");
     command
         .add_option("--annotate", options->annotatedPath,
-                    "Write the picture with a box around every face and the most alike name below")
+                    "Write the picture with a box around every face and the most alike name below, "
+                    "or 'nobody' below --threshold (without one: that which accepts 1 % of "
+                    "strangers)")
         ->excludes("--crop")
         ->excludes("--box")
         ->type_name("FILE.png");

@@ -139,7 +139,7 @@ std::string FoundText(const Seen& seen) {
            " and " + PointText(face.points[1]) + ", tip of the nose " + PointText(face.points[2]) +
            "\n           corners of the mouth " + PointText(face.points[3]) + " and " +
            PointText(face.points[4]) + "\nquality    " + std::to_string(face.quality) +
-           " of 100, what is wrong: " + ReasonsText(face.reasons) + "\n";
+           " of 100, reasons: " + ReasonsText(face.reasons) + "\n";
 }
 
 std::string Text(const Seen& seen) {
@@ -210,7 +210,7 @@ void DrawPhotograph(const Seen& seen, Canvas& canvas) {
         DrawMarks(face, kMargin, kPicturesTop, scale, 1, canvas);
     }
     const OrvoFindFace& face = *seen.face.found;
-    DrawMarks(face, kMargin, kPicturesTop, scale, 3, canvas);
+    DrawMarks(face, kMargin, kPicturesTop, scale, 2, canvas);
     // What lies beyond the photograph's place.
     canvas.Fill(0, 0, kWidth, kPicturesTop, kPaper);
     canvas.Fill(0, kPicturesTop, kMargin, kHeight, kPaper);
@@ -227,7 +227,7 @@ void DrawPhotograph(const Seen& seen, Canvas& canvas) {
     const int32_t left = kMargin + kFrameSide + kMargin;
     int32_t top = kPicturesTop + kCropSide + kMargin / 2;
     for (const std::string& line : {"quality " + std::to_string(face.quality) + " of 100",
-                                    "wrong: " + ReasonsText(face.reasons), std::string(angles)}) {
+                                    "reasons: " + ReasonsText(face.reasons), std::string(angles)}) {
         const auto fits = static_cast<size_t>(kCropSide / TextWidth("x", kTextScale));
         canvas.Write(left, top, line.substr(0, fits), kTextScale, kInk);
         top += kLine;
@@ -278,14 +278,14 @@ void DrawFeature(const Feature& feature, Canvas& canvas) {
 
 std::vector<uint8_t> Picture(const Seen& seen) {
     Canvas canvas(kWidth, kHeight, kPaper);
-    const std::string name = ShortNames({seen.face.path}).front();
-    const size_t fits = static_cast<size_t>((kWidth - 2 * kMargin) / TextWidth("x", kTextScale));
-    canvas.Write(kMargin, kMargin - 4, ShortenLabel(name, fits), kTextScale, kInk);
     if (seen.crop) {
         DrawFrame(*seen.crop, canvas);
     } else {
         DrawPhotograph(seen, canvas);
     }
+    const std::string name = ShortNames({seen.face.path}).front();
+    const size_t fits = static_cast<size_t>((kWidth - 2 * kMargin) / TextWidth("x", kTextScale));
+    canvas.Write(kMargin, kMargin - 4, ShortenLabel(name, fits), kTextScale, kInk);
     DrawCrop(seen, canvas);
     DrawFeature(seen.face.feature, canvas);
     return canvas.Png();

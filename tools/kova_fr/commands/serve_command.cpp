@@ -42,9 +42,7 @@ Examples:
   kova-fr serve --address 0.0.0.0 --token-file /etc/kova-fr/token
   curl -F picture=@me.jpg http://127.0.0.1:8017/v1/identify)";
 
-bool IsLocal(const std::string& address) {
-    return address.starts_with("127.") || address == "::1";
-}
+bool IsLocal(const std::string& address) { return address.starts_with("127.") || address == "::1"; }
 
 std::vector<Face> Look(const Recogniser& recogniser, Finder& finder, const GreyPicture& picture,
                        const Looking& looking) {
@@ -79,8 +77,9 @@ void RunServe(ServeOptions options) {
     ServeSettings& settings = options.settings;
     settings.token = TakeToken(options.tokenPath);
     if (settings.token.empty() && !IsLocal(settings.address)) {
-        throw Failure("beyond this machine a token is needed; make one with openssl rand -hex 32 "
-                      "and name its file with --token-file");
+        throw Failure(
+            "beyond this machine a token is needed; make one with openssl rand -hex 32 "
+            "and name its file with --token-file");
     }
     settings.bodyBytes = static_cast<size_t>(options.bodyMib * (1 << 20));
     settings.pixels = static_cast<uint64_t>(options.megapixels * 1e6);
@@ -150,7 +149,8 @@ void AddServeCommand(CLI::App& program) {
         ->check(CLI::Range(0.1, 600.0))
         ->capture_default_str()
         ->type_name("SECONDS");
-    command.add_option("--waiting", settings.waiting, "Requests that may wait for a picture's turn")
+    command
+        .add_option("--waiting", settings.waiting, "Requests that may wait for a picture's turn")
         ->check(CLI::Range(size_t{0}, kMostConnections))
         ->capture_default_str()
         ->type_name("N");

@@ -67,6 +67,7 @@ std::vector<std::optional<Feature>> ReadFeatures(const Recogniser& recogniser,
             features.emplace_back(std::nullopt);
         }
     }
+    progress.Close(input.pictures.size(), "pictures");
     if (featureOf.withSeveral() > 0) {
         Warn(std::to_string(featureOf.withSeveral()) +
              " of the pictures have several faces; the largest one that is good enough was taken");

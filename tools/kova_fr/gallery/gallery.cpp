@@ -142,8 +142,7 @@ GalleryLock::GalleryLock(const std::string& path) : GalleryLock(path, std::nullo
 GalleryLock::GalleryLock(const std::string& path, std::chrono::milliseconds patience)
     : GalleryLock(path, std::optional(patience)) {}
 
-GalleryLock::GalleryLock(const std::string& path,
-                         std::optional<std::chrono::milliseconds> patience)
+GalleryLock::GalleryLock(const std::string& path, std::optional<std::chrono::milliseconds> patience)
     : path_(path) {
     const std::filesystem::path folder = FolderOf(RealPlace(path));
     folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -34,7 +34,8 @@ GreyPicture DecodePicture(Bytes file) {
 }
 
 GreyPicture LoadPicture(const std::string& path) {
-    return Naming(path, [&path] { return DecodePicture(ReadWholeFile(path, kMaxFileBytes)); });
+    const std::string from = path == "-" ? "/dev/stdin" : path;
+    return Naming(path, [&from] { return DecodePicture(ReadWholeFile(from, kMaxFileBytes)); });
 }
 
 void LimitPictures(uint64_t mostPixels) { g_mostPixels = mostPixels; }
@@ -45,8 +46,8 @@ void CheckPictureSize(uint64_t width, uint64_t height) {
     }
     if (width > g_mostPixels || height > g_mostPixels / width) {
         throw TooManyPixels("the picture is too large (" + std::to_string(width) + " x " +
-                      std::to_string(height) + "); scale it down to " +
-                      PixelsText(g_mostPixels) + " at most");
+                            std::to_string(height) + "); scale it down to " +
+                            PixelsText(g_mostPixels) + " at most");
     }
 }
 

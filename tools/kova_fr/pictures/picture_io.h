@@ -43,7 +43,8 @@ class TooManyPixels : public Failure {
     using Failure::Failure;
 };
 
-// The kind of picture is found by content; the name does not matter. The Failure names the file.
+// The kind of picture is found by content; the name does not matter, but that - is standard input.
+// The Failure names the file.
 GreyPicture LoadPicture(const std::string& path);
 // The same of a file in memory.
 GreyPicture DecodePicture(Bytes file);

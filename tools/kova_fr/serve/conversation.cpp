@@ -27,8 +27,7 @@ std::string HostName(const std::string& host) {
 // By name or number; 127.0.0.1.example.org is somebody else's.
 bool IsThisMachine(const std::string& host) {
     return host == "localhost" || host == "[::1]" ||
-           (host.starts_with("127.") &&
-            host.find_first_not_of("0123456789.") == std::string::npos);
+           (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos);
 }
 
 std::string Standing(const httplib::Request& request, const char* field) {
@@ -84,23 +83,22 @@ void Conversation::Hold(Connection& connection, const std::string& address) {
 bool Conversation::AnswerOne() {
     bool isLast = false;
     try {
-        const bool isAnswered =
-            process_request(*connection_, connection_->IsStopping(), isLast,
-                            [this](httplib::Request& request) {
-                                state_.isBegun = true;
-                                // Answers are small, and parts of them are of no use.
-                                request.headers.erase("Accept-Encoding");
-                                request.ranges.clear();
-                            });
+        const bool isAnswered = process_request(*connection_, connection_->IsStopping(), isLast,
+                                                [this](httplib::Request& request) {
+                                                    state_.isBegun = true;
+                                                    // Answers are small, and parts of them are of no use.
+                                                    request.headers.erase("Accept-Encoding");
+                                                    request.ranges.clear();
+                                                });
         if (!isAnswered && !state_.isBegun &&
             connection_->failure() != Connection::Failure::kClosed) {
             // The library says nothing where not even the first line came.
             httplib::Response response;
             SayWhatWentWrong(response);
-            connection_->write_format("HTTP/1.1 %d %s\r\nConnection: close\r\nContent-Type: %s\r\n"
-                                      "Content-Length: %zu\r\n\r\n",
-                                      response.status, "Request Not Taken", kJson,
-                                      response.body.size());
+            connection_->write_format(
+                "HTTP/1.1 %d %s\r\nConnection: close\r\nContent-Type: %s\r\n"
+                "Content-Length: %zu\r\n\r\n",
+                response.status, "Request Not Taken", kJson, response.body.size());
             connection_->httplib::Stream::write(response.body);
         }
     } catch (const std::exception&) { // no memory; the client may try again
@@ -150,18 +148,18 @@ void Conversation::CheckHead(const httplib::Request& request) {
         return;
     }
     state_.isHeadChecked = true;
-    state_.mustClose = true; // until the body has been read
+    state_.mustClose = true; // until it is known where the body ends
     if (!service_.rate.TakeFromAddress(address_, Clock::now())) {
         throw Refusal{429, "too many requests from your address; send fewer a second", {}, kSoon};
     }
     CheckFraming(request);
+    state_.mustClose = state_.bodyBytes > 0;
     CheckClient(request);
     state_.found = FindRoute(request.method, request.path, state_.allowed);
     if (!service_.rate.TakeFromAll(Clock::now())) {
         throw Refusal{503, "the service has too many requests; try again in a second", {}, kSoon};
     }
     CheckBody(request);
-    state_.mustClose = state_.bodyBytes > 0;
 }
 
 // Where the body ends must be beyond doubt, here and for every program on the way.
@@ -195,8 +193,9 @@ void Conversation::CheckClient(const httplib::Request& request) const {
     // Without a token a page in somebody's browser could ask as well: it has an origin, or it came
     // by a name that only pretends to be this machine's.
     if (request.has_header("Origin") || !IsThisMachine(HostName(Standing(request, "Host")))) {
-        throw Refusal{403, "without a token only programs on this machine are answered, by the "
-                           "name localhost or 127.0.0.1; start the service with a token"};
+        throw Refusal{403,
+                      "without a token only programs on this machine are answered, by the "
+                      "name localhost or 127.0.0.1; start the service with a token"};
     }
 }
 

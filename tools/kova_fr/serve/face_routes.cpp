@@ -35,8 +35,8 @@ class AtTheGate {
   public:
     explicit AtTheGate(Service& service) : gate_(service.pictures) {
         if (!gate_.Enter(Clock::now() + service.settings.timeout)) {
-            throw Refusal{503, "too many pictures wait to be looked at; try again in a second", {},
-                          1};
+            throw Refusal{
+                503, "too many pictures wait to be looked at; try again in a second", {}, 1};
         }
     }
     ~AtTheGate() { gate_.Leave(); }
@@ -93,8 +93,9 @@ void Choose(const Service& service, std::vector<Face> seen, const Fields& fields
     const int32_t least =
         Whole(fields.leastQuality, "least_quality", 0, 100, service.engine.leastQuality);
     if (seen.empty()) {
-        throw Refusal{422, "no face was found; give a larger or sharper picture of one, or say that "
-                           "a face fills it (crop)"};
+        throw Refusal{422,
+                      "no face was found; give a larger or sharper picture of one, or say that "
+                      "a face fills it (crop)"};
     }
     const Face largest = Largest(seen);
     std::erase_if(seen,
@@ -145,8 +146,7 @@ Answer AnswerFind(Service& service, const Query& query) {
         !std::holds_alternative<std::string>(fields.faces.front())) {
         throw Refusal{400, "faces are found in one picture; send one, without crop"};
     }
-    const auto most =
-        static_cast<size_t>(Whole(fields.most, "most", 1, kMostFaces, kMostFaces));
+    const auto most = static_cast<size_t>(Whole(fields.most, "most", 1, kMostFaces, kMostFaces));
     nlohmann::ordered_json json;
     json["faces"] = nlohmann::ordered_json::array();
     const AtTheGate inside(service);
@@ -205,9 +205,8 @@ Answer AnswerIdentify(Service& service, const Query& query) {
         one["matches"] = nlohmann::ordered_json::array();
         for (const Match& match : looked.matches[i]) {
             if (!threshold || match.score >= static_cast<float>(*threshold)) {
-                one["matches"].push_back({{"name", match.name},
-                                          {"distance", match.distance},
-                                          {"entry", match.entry}});
+                one["matches"].push_back(
+                    {{"name", match.name}, {"distance", match.distance}, {"entry", match.entry}});
             }
         }
         json["faces"].push_back(std::move(one));

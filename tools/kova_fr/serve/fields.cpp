@@ -74,8 +74,9 @@ bool IsKnownForm(const std::string& contentType) {
 }
 
 void FailUnknownForm() {
-    throw Refusal{415, "the body is neither application/json nor multipart/form-data; name its "
-                       "type in Content-Type"};
+    throw Refusal{415,
+                  "the body is neither application/json nor multipart/form-data; name its "
+                  "type in Content-Type"};
 }
 
 Fields ParseFields(const std::string& contentType, std::string_view body) {
@@ -89,8 +90,9 @@ Fields ParseFields(const std::string& contentType, std::string_view body) {
     const std::string boundary = ParameterOf(contentType, "boundary=");
     constexpr size_t kLongestBoundary = 70;
     if (boundary.empty() || boundary.size() > kLongestBoundary) {
-        throw Refusal{400, "Content-Type has no boundary of 1 to 70 characters; let your HTTP "
-                           "library write it"};
+        throw Refusal{400,
+                      "Content-Type has no boundary of 1 to 70 characters; let your HTTP "
+                      "library write it"};
     }
     return ParseMultipartFields(boundary, body);
 }

@@ -66,9 +66,9 @@ std::string Metrics::Text(const std::vector<Gauge>& gauges) const {
         text += Sample("kova_fr_request_seconds_sum", label, times.sum);
         text += Sample("kova_fr_request_seconds_count", label, static_cast<double>(count));
     }
-    text += Head("kova_fr_refused_connections_total", "Connections beyond the limits.", "counter") +
-            Sample("kova_fr_refused_connections_total", "",
-                   static_cast<double>(refusedConnections_));
+    text +=
+        Head("kova_fr_refused_connections_total", "Connections beyond the limits.", "counter") +
+        Sample("kova_fr_refused_connections_total", "", static_cast<double>(refusedConnections_));
     text += Head("kova_fr_faces_total", "Faces of pictures that became features.", "counter") +
             Sample("kova_fr_faces_total", "", static_cast<double>(faces_));
     std::string last;

@@ -24,8 +24,8 @@ std::string_view NameOf(std::string_view head) {
     constexpr std::string_view kDisposition = "content-disposition:";
     constexpr std::string_view kName = "name=\"";
     const auto same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
-    const auto line = std::search(head.begin(), head.end(), kDisposition.begin(),
-                                  kDisposition.end(), same);
+    const auto line =
+        std::search(head.begin(), head.end(), kDisposition.begin(), kDisposition.end(), same);
     std::string_view rest = head.substr(static_cast<size_t>(line - head.begin()));
     rest = rest.substr(0, rest.find(kLineEnd));
     for (size_t at = rest.find(kName); at != std::string_view::npos;
@@ -44,7 +44,8 @@ double NumberOf(std::string_view value) {
     double number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (error != std::errc() || end != value.data() + value.size()) {
-        throw Refusal{400, "a field is unknown, or no number where it should be; see /openapi.json"};
+        throw Refusal{400,
+                      "a field is unknown, or no number where it should be; see /openapi.json"};
     }
     return number;
 }

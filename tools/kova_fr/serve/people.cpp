@@ -42,8 +42,6 @@ std::map<std::string, size_t> People::Names() const {
     return names;
 }
 
-uint64_t People::Features() const {
-    return IsThere() ? GalleryFile(path_, models_).count() : 0;
-}
+uint64_t People::Features() const { return IsThere() ? GalleryFile(path_, models_).count() : 0; }
 
 } // namespace kova_cli

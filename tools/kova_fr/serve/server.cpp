@@ -79,8 +79,7 @@ int Listen(const std::string& address, uint16_t port) {
     const int listening = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     const bool isBound =
-        listening >= 0 &&
-        setsockopt(listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
+        listening >= 0 && setsockopt(listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
         bind(listening, found->ai_addr, found->ai_addrlen) == 0 && listen(listening, 128) == 0;
     const int error = errno;
     freeaddrinfo(found);
@@ -207,10 +206,10 @@ void TurnAway(Service& service, Queue& queue, int stopping) {
         const std::string body = RefusalJson(refusal);
         Connection connection(arrived.socket, arrived.address, stopping, service.settings.timeout);
         connection.Expect(0);
-        connection.write_format("HTTP/1.1 %d %s\r\nConnection: close\r\nRetry-After: 1\r\n"
-                                "Content-Type: application/json\r\nContent-Length: %zu\r\n\r\n",
-                                refusal.status,
-                                isFull ? "Service Unavailable" : "Too Many Requests", body.size());
+        connection.write_format(
+            "HTTP/1.1 %d %s\r\nConnection: close\r\nRetry-After: 1\r\n"
+            "Content-Type: application/json\r\nContent-Length: %zu\r\n\r\n",
+            refusal.status, isFull ? "Service Unavailable" : "Too Many Requests", body.size());
         connection.httplib::Stream::write(body);
         connection.Flush();
         connection.Part();

@@ -111,15 +111,15 @@ std::string PadRight(const std::string& label, size_t length) {
     return label + Padding(label, length);
 }
 
-std::string Wrapped(const std::string& text, const std::string& first, const std::string& others) {
-    constexpr size_t kColumns = 80;
+std::string Wrapped(const std::string& text, const std::string& first, const std::string& others,
+                    size_t columns) {
     std::string lines;
     std::string line = first;
     bool isEmpty = true;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find(' ', at), text.size());
         const std::string word = text.substr(at, end - at);
-        if (!isEmpty && LabelLength(line) + 1 + LabelLength(word) > kColumns) {
+        if (!isEmpty && LabelLength(line) + 1 + LabelLength(word) > columns) {
             lines += line + "\n";
             line = others;
             isEmpty = true;

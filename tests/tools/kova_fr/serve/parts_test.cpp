@@ -61,14 +61,19 @@ TEST(Description, SaysOfEveryRouteWhetherItTakesABodyAndATokenAndHowItFails) {
 }
 
 TEST(Base64, IsDecodedStrictly) {
-    const std::pair<const char*, const char*> vectors[] = {
-        {"", ""},         {"Zg==", "f"},        {"Zm8=", "fo"},        {"Zm9v", "foo"},
-        {"Zm9vYg", "foob"}, {"Zm9vYmE=", "fooba"}, {"Zm9vYmFy", "foobar"}, {"+/+/", "\xfb\xff\xbf"}};
+    const std::pair<const char*, const char*> vectors[] = {{"", ""},
+                                                           {"Zg==", "f"},
+                                                           {"Zm8=", "fo"},
+                                                           {"Zm9v", "foo"},
+                                                           {"Zm9vYg", "foob"},
+                                                           {"Zm9vYmE=", "fooba"},
+                                                           {"Zm9vYmFy", "foobar"},
+                                                           {"+/+/", "\xfb\xff\xbf"}};
     for (const auto& [text, bytes] : vectors) {
         EXPECT_EQ(DecodeBase64(text), bytes) << text;
     }
-    for (const char* const wrong : {"Z", "Zg=", "Zg===", "=", "Zm9v=", "Zm 9v", "Zm9v\n", "Zh==",
-                                    "-_-_", "Zg==Zg=="}) {
+    for (const char* const wrong :
+         {"Z", "Zg=", "Zg===", "=", "Zm9v=", "Zm 9v", "Zm9v\n", "Zh==", "-_-_", "Zg==Zg=="}) {
         EXPECT_EQ(DecodeBase64(wrong), std::nullopt) << wrong;
     }
 }
@@ -232,14 +237,14 @@ TEST(Fields, OfDamagedBodiesAreReadOrRefused) {
         for (unsigned change = 0; change < 1 + random() % 3; ++change) {
             const size_t at = random() % body.size();
             switch (random() % 3) {
-            case 0:
-                body[at] = static_cast<char>(random());
-                break;
-            case 1:
-                body.erase(at, random() % 5);
-                break;
-            default:
-                body.insert(at, body.substr(random() % body.size(), random() % 9));
+                case 0:
+                    body[at] = static_cast<char>(random());
+                    break;
+                case 1:
+                    body.erase(at, random() % 5);
+                    break;
+                default:
+                    body.insert(at, body.substr(random() % body.size(), random() % 9));
             }
             body += body.empty() ? "x" : "";
         }

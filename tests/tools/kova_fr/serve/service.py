@@ -160,7 +160,9 @@ class ServiceTest(unittest.TestCase):
         self.gallery = str(Path(self.folder.name) / "people.gallery")
 
     def serve(self, *arguments, **more):
-        service = Service("--rate", "0", "--rate-per-address", "0", *arguments, **more)
+        for limit in ("--rate", "--rate-per-address"):
+            arguments += () if limit in arguments else (limit, "0")
+        service = Service(*arguments, **more)
         self.addCleanup(self.end, service)
         return service
 
@@ -169,6 +171,7 @@ class ServiceTest(unittest.TestCase):
             status = service.close()
             self.assertEqual(status, 0, service.stderr())
         self.assertNotIn("Sanitizer", service.stderr())
+        service.errors.close()
 
     def refused(self, answer, status, part):
         """An error as the description promises it: one line, that says `part`."""
