@@ -25,7 +25,7 @@ MACHINES = {
     "aarch64": (
         "manylinux_2_17_aarch64", "aarch64-linux-gnu-gcc", ["qemu-aarch64", "-L", "/usr/aarch64-linux-gnu"]
     ),
-    "armhf": (
+    "arm-hardfp": (
         "manylinux_2_17_armv7l",
         "arm-linux-gnueabihf-gcc",
         ["qemu-arm", "-cpu", "cortex-a7", "-L", "/usr/arm-linux-gnueabihf"],
@@ -74,7 +74,7 @@ class Wheels(unittest.TestCase):
         self.check("aarch64")
 
     def test_32_bit_arm(self):
-        self.check("armhf")
+        self.check("arm-hardfp")
 
 
 if __name__ == "__main__":
