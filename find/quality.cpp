@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
+#include "find/answer_tables.h"
 #include "find/settings.h"
 #include "orvo/orvo_find.h"
 
@@ -121,9 +123,17 @@ int32_t FactorOf(int32_t measure, const Ramp& ramp) {
     return std::clamp(factor, 0, 256);
 }
 
-int32_t ScoreFactor(int32_t probability) {
-    const int32_t more = (256 - kLeastScoreFactor) * (probability - kReportedProbability) /
-                         (kSureProbability - kReportedProbability);
+// The least score, a logit in sixteenths, that has this probability: near 1 the probabilities of
+// good faces lie too close together to tell them apart.
+int32_t ScoreOf(int32_t probability) {
+    const auto* const at =
+        std::lower_bound(std::begin(kProbability), std::end(kProbability), probability);
+    return static_cast<int32_t>(at - std::begin(kProbability)) - 128;
+}
+
+int32_t ScoreFactor(int32_t score) {
+    const int32_t least = ScoreOf(kReportedProbability);
+    const int32_t more = (256 - kLeastScoreFactor) * (score - least) / (kSureScore - least);
     return std::clamp(kLeastScoreFactor + more, 0, 256);
 }
 
@@ -140,7 +150,7 @@ Measures Measure(const FoundFace& found, Size picture, const uint8_t* crop) {
             NoseOff(face.points),
             (face.covered + 128) * 100 / 255,
             CutOff(face, picture),
-            found.probability};
+            ScoreOf(found.probability)};
 }
 
 Quality Judge(const Measures& m) {
@@ -159,7 +169,7 @@ Quality Judge(const Measures& m) {
     };
     constexpr int32_t kOne = 1 << 16;
     Quality quality = {0, 0};
-    int64_t left = int64_t{100} * kOne * ScoreFactor(m.probability) / 256;
+    int64_t left = int64_t{100} * kOne * ScoreFactor(m.score) / 256;
     for (const auto& flaw : flaws) {
         left = left * flaw.factor / 256;
         quality.reasons |= flaw.factor < 128 ? flaw.reason : 0;

@@ -216,7 +216,7 @@ PlainFace RandomFace(Random& random, int width, int height) {
     }
     face.yaw = random.Between(-128, 127);
     face.covered = random.Between(-128, 127);
-    face.probability = random.Between(orvo::find::kReportedProbability, 1023);
+    face.probability = orvo_reference::PlainProbability(random.Between(9, 110));
     return face;
 }
 
@@ -262,7 +262,7 @@ TEST(FindQuality, MeasuresAreTheReferences) {
         EXPECT_EQ(measures.noseOff, expected.noseOff);
         EXPECT_EQ(measures.covered, expected.covered);
         EXPECT_EQ(measures.cutOff, expected.cutOff);
-        EXPECT_EQ(measures.probability, face.probability);
+        EXPECT_EQ(orvo_reference::PlainProbability(measures.score), face.probability);
         const Quality quality = Judge(measures);
         const auto judged = orvo_reference::PlainJudge(expected, face.probability);
         EXPECT_EQ(quality.value, judged.value);
@@ -275,7 +275,7 @@ Measures Perfect() {
     using namespace orvo::find;
     return {kSmallRamp.full,       kBlurredRamp.full, kDarkRamp.full,
             kOverexposedRamp.full, kTurnedRamp.full,  kTiltedRamp.full,
-            kCoveredRamp.full,     kCutOffRamp.full,  kSureProbability};
+            kCoveredRamp.full,     kCutOffRamp.full,  kSureScore};
 }
 
 TEST(FindQuality, OfAPerfectFaceIsFull) {
@@ -319,7 +319,10 @@ TEST(FindQuality, EveryFlawAloneSaysWhyAndCostsEverything) {
 
 TEST(FindQuality, AnUnsureFaceIsNotGood) {
     Measures measures = Perfect();
-    measures.probability = orvo::find::kReportedProbability;
+    measures.score = 0;
+    while (orvo_reference::PlainProbability(measures.score) < orvo::find::kReportedProbability) {
+        ++measures.score;
+    }
     EXPECT_EQ(Judge(measures).value, (100 * orvo::find::kLeastScoreFactor + 128) / 256);
     EXPECT_EQ(Judge(measures).reasons, 0u);
 }

@@ -524,6 +524,15 @@ PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const u
     return m;
 }
 
+// The least score that has this probability.
+int ScoreWith(int probability) {
+    int score = -128;
+    while (PlainProbability(score) < probability) {
+        ++score;
+    }
+    return score;
+}
+
 PlainQuality PlainJudge(const PlainMeasures& m, int probability) {
     const int factors[] = {
         Factor(m.side, kSmallRamp),      Factor(m.sharpness, kBlurredRamp),
@@ -531,8 +540,9 @@ PlainQuality PlainJudge(const PlainMeasures& m, int probability) {
         Factor(m.yaw, kTurnedRamp),      Factor(m.noseOff, kTiltedRamp),
         Factor(m.covered, kCoveredRamp), Factor(m.cutOff, kCutOffRamp),
     };
-    const double more = (256.0 - kLeastScoreFactor) * (probability - kReportedProbability) /
-                        (kSureProbability - kReportedProbability);
+    const int least = ScoreWith(kReportedProbability);
+    const double more =
+        (256.0 - kLeastScoreFactor) * (ScoreWith(probability) - least) / (kSureScore - least);
     const int score = std::clamp(kLeastScoreFactor + static_cast<int>(std::trunc(more)), 0, 256);
     int64_t left = int64_t{100} * 65536 * score / 256;
     PlainQuality quality{0, 0};

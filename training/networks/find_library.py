@@ -6,7 +6,7 @@ from pathlib import Path
 
 import numpy as np
 
-from .library import find_library
+from .library import FEATURES, find_library
 
 CROP = 96
 _OK, _REPEAT_INIT = 0, 7
@@ -66,15 +66,28 @@ class FindLibrary:
             raise RuntimeError("the library refuses its working memory")
         return _Picture(picture.ctypes.data, width, height, picture.strides[0])
 
-    def find(self, picture, smallest=20, most=64):
-        """The faces in a grey picture, best first."""
+    def _call(self, function, picture, smallest, most, *more):
         given = self._prepare(picture, smallest)
         faces = (Face * most)()
         count = ctypes.c_int32()
-        status = self._lib.OrvoFindRun(ctypes.byref(given), smallest, faces, most, ctypes.byref(count))
+        status = getattr(self._lib, function)(
+            ctypes.byref(given), smallest, faces, *more, most, ctypes.byref(count)
+        )
         if status != _OK:
-            raise RuntimeError(f"OrvoFindRun answers {status}")
+            raise RuntimeError(f"{function} answers {status}")
         return faces[: count.value]
+
+    def find(self, picture, smallest=20, most=64):
+        """The faces in a grey picture, best first."""
+        return self._call("OrvoFindRun", picture, smallest, most)
+
+    def features(self, picture, smallest=20, most=64):
+        """The faces, with the boxes of the crops that were recognised, and a feature for each. A
+        Library must have opened the core."""
+        features = np.empty((most, FEATURES), np.float32)
+        address = ctypes.c_void_p(features.ctypes.data)
+        faces = self._call("OrvoFindFeatures", picture, smallest, most, address)
+        return faces, features[: len(faces)]
 
     def upright(self, picture, face):
         """The face turned upright, CROP x CROP."""
