@@ -12,6 +12,8 @@
 #include "find/candidates.h"
 #include "find/framing.h"
 #include "find/levels.h"
+#include "find/look.h"
+#include "find/look_network.h"
 #include "find/merging.h"
 #include "find/model.h"
 #include "find/network.h"
@@ -38,36 +40,49 @@ uint32_t Aligned(uint32_t bytes) { return (bytes + kAlignment - 1) & ~(kAlignmen
 
 // The working memory, from the first address in it that is aligned:
 //
-//     | candidates | a crop | room for rows | outputs and scratch of the network |
-//                                           | or floats of turning upright       |
+//     | candidates | faces | a crop | room for rows | outputs and scratch of a network |
+//                                                   | or floats of turning upright     |
 //
-// The candidates outlive the network and every turning. The network is done before a face is turned.
+// The candidates outlive both networks, the faces every turning as well. Behind the second network's
+// scratch lie the pixels that it is shown. All looking is done before a face is turned.
 struct Partition {
     CandidateList* candidates;
+    FaceList* faces;
     uint8_t* crop;
     uint8_t* rows;
     uint8_t* rest;
 };
 
 constexpr uint32_t kCandidatesOffset = 0;
-uint32_t CropOffset() { return Aligned(sizeof(CandidateList)); }
+uint32_t FacesOffset() { return Aligned(sizeof(CandidateList)); }
+uint32_t CropOffset() { return FacesOffset() + Aligned(sizeof(FaceList)); }
 uint32_t RowsOffset() { return CropOffset() + Aligned(kCropBytes); }
 uint32_t RestOffset(int32_t width) { return RowsOffset() + Aligned(PatchRoomBytes(width)); }
 
 Partition PartitionFor(const OrvoFindPicture& picture) {
     const auto address = reinterpret_cast<uintptr_t>(g_memory);
     uint8_t* const start = g_memory + (kAlignment - address % kAlignment) % kAlignment;
-    return {new (start + kCandidatesOffset) CandidateList, start + CropOffset(),
-            start + RowsOffset(), start + RestOffset(picture.width)};
+    return {new (start + kCandidatesOffset) CandidateList, new (start + FacesOffset()) FaceList,
+            start + CropOffset(), start + RowsOffset(), start + RestOffset(picture.width)};
 }
 
 uint32_t UprightMemory(int32_t width) { return kAlignment + RestOffset(width) + UprightBytes(); }
 
+uint32_t NetworkBytes(Size padded) {
+    return Aligned(NetworkOutputBytes(padded)) + NetworkScratchBytes(padded);
+}
+
+NetworkMemory NetworkMemoryAt(uint8_t* bytes, Size padded) {
+    auto* const outputs = reinterpret_cast<int8_t*>(bytes);
+    return {outputs, outputs + Aligned(NetworkOutputBytes(padded))};
+}
+
+uint32_t LookPixelsOffset() { return Aligned(NetworkBytes(kLookSize)); }
+
 uint32_t RunMemory(Size picture, int32_t first) {
-    uint32_t most = 0;
+    uint32_t most = LookPixelsOffset() + LookPixelBytes();
     ForEachLevel(picture, first, [&](int32_t, Size real) {
-        const Size padded = Padded(real);
-        most = std::max(most, Aligned(NetworkOutputBytes(padded)) + NetworkScratchBytes(padded));
+        most = std::max(most, NetworkBytes(Padded(real)));
     });
     return std::max(kAlignment + RestOffset(picture.width) + most, UprightMemory(picture.width));
 }
@@ -155,10 +170,39 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     ForEachLevel(size, FirstLevel(size, smallest), [&](int32_t level, Size real) {
         const Size padded = Padded(real);
         MakePatches(picture, level, memory.rows, memory.rest);
-        int8_t* const outputs = reinterpret_cast<int8_t*>(memory.rest);
-        const NetworkMemory network{outputs, outputs + Aligned(NetworkOutputBytes(padded))};
+        const NetworkMemory network = NetworkMemoryAt(memory.rest, padded);
         AddCandidates(RunNetwork(padded, network), level, real, *memory.candidates);
     });
+}
+
+// Looks at a face once more, or twice: where the first find was inexact, the second look sees it upright
+// and in the middle. False if it is no face.
+bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
+    const int32_t first = found->score;
+    const NetworkMemory network = NetworkMemoryAt(memory.rest, kLookSize);
+    for (int32_t look = 0; look < kLooks; ++look) {
+        if (!CanBeSeen(picture, found->face) || (look > 0 && found->score < kLookedAtAgainScore)) {
+            return false;
+        }
+        const View view = ViewOf(found->face);
+        MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
+        const LookAnswers answers = RunLookNetwork(network);
+        found->face = Described(view, answers);
+        found->score = MeanScore(first, answers);
+    }
+    found->probability = ProbabilityOf(found->score);
+    return found->probability >= kReportedProbability && CanBeSeen(picture, found->face);
+}
+
+void LookAtAll(const OrvoFindPicture& picture, const Partition& memory) {
+    Merger merger(*memory.candidates);
+    memory.faces->Clear();
+    for (FoundFace found; merger.Next(found);) {
+        if (LookAgain(picture, memory, &found)) {
+            memory.faces->Add(found);
+        }
+    }
+    memory.faces->DropRepeated();
 }
 
 float Quarters(int32_t count) { return static_cast<float>(count) * 0.25f; }
@@ -186,16 +230,17 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
                   int32_t room, Use use) {
     const Partition memory = PartitionFor(picture);
     Collect(picture, smallest, memory);
-    Merger merger(*memory.candidates);
-    int32_t count = 0;
-    for (FoundFace found; count < room && merger.Next(found); ++count) {
-        OrvoFindFace& face = faces[count];
+    LookAtAll(picture, memory);
+    const int32_t count = std::min(memory.faces->count(), room);
+    for (int32_t i = 0; i < count; ++i) {
+        const FoundFace& found = memory.faces->At(i);
+        OrvoFindFace& face = faces[i];
         face = RecordOf(found);
         Upright(picture, face, reinterpret_cast<float*>(memory.rest), memory.rows, memory.crop);
         const Quality quality = Judge(Measure(found, {picture.width, picture.height}, memory.crop));
         face.quality = quality.value;
         face.reasons = quality.reasons;
-        use(face, count, memory);
+        use(face, i, memory);
     }
     return count;
 }

@@ -85,7 +85,7 @@ bool Merger::Next(FoundFace& found) {
     while (next_ < list_.count() && isUsed_[next_]) {
         ++next_;
     }
-    if (next_ == list_.count() || ProbabilityOf(list_.At(next_)) < kReportedProbability) {
+    if (next_ == list_.count() || ProbabilityOf(list_.At(next_)) < kLookedAtProbability) {
         return false;
     }
     const Candidate& head = list_.At(next_);
@@ -107,8 +107,36 @@ bool Merger::Next(FoundFace& found) {
         }
     }
     found.face = sum.Mean();
+    found.score = head.score;
     found.probability = ProbabilityOf(head);
     return true;
+}
+
+void FaceList::Add(const FoundFace& face) {
+    FoundFace* const end = all_ + count_;
+    FoundFace* const place =
+        std::upper_bound(all_, end, face.score,
+                         [](int32_t score, const FoundFace& other) { return score > other.score; });
+    if (place == all_ + kMostFaces) {
+        return;
+    }
+    count_ += count_ == kMostFaces ? 0 : 1;
+    std::copy_backward(place, all_ + count_ - 1, all_ + count_);
+    *place = face;
+}
+
+void FaceList::DropRepeated() {
+    int32_t kept = 0;
+    for (int32_t i = 0; i < count_; ++i) {
+        const bool isRepeated = std::any_of(all_, all_ + kept, [&](const FoundFace& better) {
+            const Overlap overlap = OverlapOf(better.face, all_[i].face);
+            return overlap.isOneFace() || overlap.isPart();
+        });
+        if (!isRepeated) {
+            all_[kept++] = all_[i];
+        }
+    }
+    count_ = kept;
 }
 
 } // namespace orvo::find

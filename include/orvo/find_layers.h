@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * The network that finds faces, layer by layer in the order in which it runs: the one list of what
- * each layer is. It runs on planes of any size whose sides are multiples of 16.
+ * The two networks of the finder, layer by layer in the order in which they run: the one list of what
+ * each layer is. The first finds faces; it runs on planes of any size whose sides are multiples of 16.
+ * The second looks at each found face once more, on 64 x 64 pixels around it.
  *
  * The list calls macros of the reader's:
  *
@@ -12,6 +13,7 @@
  *       right, of a sum, before it is saturated.
  *         Pointwise   1 x 1
  *         Depthwise   3 x 3, padded, a filter a channel
+ *         FullyConnected   of all that its parts hold: inputs are values, not planes
  *   STEP(kind, channels, stride)
  *       A step without parameters; `channels` planes go in.
  *         Patches     makes these planes of the picture: plane 4 * r + c has the pixels
@@ -20,6 +22,7 @@
  *         Rectify
  *         Keep        nothing is done: these planes are read again
  *         Return      goes on from the kept planes
+ *         Part        these planes are a part of what the full layer reads
  *         Answer      these planes are what the network says of that stride
  */
 #ifndef ORVO_FIND_LAYERS_H
@@ -80,6 +83,61 @@
     STEP(Rectify,    64, 16) \
     LAYER(Pointwise, 26,  64, 16,  16,  8) \
     STEP(Answer,     16, 16)
+
+#define ORVO_LOOK_NETWORK(LAYER, STEP) \
+    /* Stride 4 */ \
+    STEP(Patches,    16,  4) \
+    LAYER(Pointwise, 27,  16,  4,  32,  7) \
+    STEP(Rectify,    32,  4) \
+    LAYER(Depthwise, 28,  32,  4,  32,  6) \
+    LAYER(Pointwise, 29,  32,  4,  32,  7) \
+    STEP(Rectify,    32,  4) \
+    LAYER(Depthwise, 30,  32,  4,  32,  6) \
+    LAYER(Pointwise, 31,  32,  4,  32,  7) \
+    STEP(MaxPool2,   32,  4) \
+    STEP(Rectify,    32,  8) \
+    /* Stride 8 */ \
+    LAYER(Depthwise, 32,  32,  8,  32,  6) \
+    LAYER(Pointwise, 33,  32,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    LAYER(Depthwise, 34,  64,  8,  64,  6) \
+    LAYER(Pointwise, 35,  64,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    LAYER(Depthwise, 36,  64,  8,  64,  6) \
+    LAYER(Pointwise, 37,  64,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    LAYER(Depthwise, 38,  64,  8,  64,  6) \
+    LAYER(Pointwise, 39,  64,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    STEP(Keep,       64,  8) \
+    /* Where each point is: what stride 8 answers */ \
+    LAYER(Depthwise, 40,  64,  8,  64,  6) \
+    LAYER(Pointwise, 41,  64,  8,  64,  7) \
+    STEP(Rectify,    64,  8) \
+    LAYER(Pointwise, 42,  64,  8,  16,  7) \
+    STEP(Answer,     16,  8) \
+    STEP(Return,     64,  8) \
+    LAYER(Pointwise, 43,  64,  8,  16,  7) \
+    STEP(Rectify,    16,  8) \
+    STEP(Part,       16,  8) \
+    /* Stride 16 */ \
+    STEP(Return,     64,  8) \
+    STEP(MaxPool2,   64,  8) \
+    LAYER(Depthwise, 44,  64, 16,  64,  6) \
+    LAYER(Pointwise, 45,  64, 16, 128,  7) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Depthwise, 46, 128, 16, 128,  6) \
+    LAYER(Pointwise, 47, 128, 16, 128,  8) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Depthwise, 48, 128, 16, 128,  6) \
+    LAYER(Pointwise, 49, 128, 16, 128,  8) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Pointwise, 50, 128, 16,  32,  8) \
+    STEP(Rectify,    32, 16) \
+    STEP(Part,       32, 16) \
+    /* The rest */ \
+    LAYER(FullyConnected, 51, 1536, 64, 16, 10) \
+    STEP(Answer,     16, 64)
 
 /* clang-format on */
 

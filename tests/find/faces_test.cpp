@@ -215,9 +215,9 @@ TEST(Merging, RoundsHalfUpAlsoBelowZero) {
     }
 }
 
-TEST(Merging, ReportsNothingThatIsNotSureEnough) {
-    int32_t least = 0; // the lowest score that is reported
-    while (orvo_reference::PlainProbability(least) < orvo::find::kReportedProbability) {
+TEST(Merging, GivesNothingThatIsNotWorthALook) {
+    int32_t least = -128; // the lowest score that is looked at
+    while (orvo_reference::PlainProbability(least) < orvo::find::kLookedAtProbability) {
         ++least;
     }
     const auto list = std::make_unique<CandidateList>();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Watches the network that finds faces at work. This executable defines the kernels that it calls,
+// Watches both networks of the finder at work. This executable defines the kernels that it calls,
 // so that the calls arrive here: each is noted with its arguments, passed on to libkova_fr's own
 // kernel, and its output digested.
 #include <dlfcn.h>
@@ -9,13 +9,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "find/golden_find_steps.h"
+#include "find/look_network.h"
 #include "find/network.h"
 #include "find/seeded_model.h"
 #include "find/step_digests.h"
@@ -29,8 +32,10 @@ namespace {
 
 using orvo::find::Answers;
 using orvo::find::kAnswerPlanes;
+using orvo::find::LookAnswers;
 using orvo::find::NetworkOutputBytes;
 using orvo::find::NetworkScratchBytes;
+using orvo::find::RunLookNetwork;
 using orvo::find::RunNetwork;
 using orvo::find::Size;
 using orvo_reference::FindPlace;
@@ -48,35 +53,16 @@ struct NotedCall {
 
 struct Watch {
     bool active = false;
-    const int8_t* outputs = nullptr;
-    const int8_t* scratch = nullptr;
-    ptrdiff_t quarter = 0;
-    ptrdiff_t answer16 = 0;
+    std::map<const void*, std::string> places;
     std::vector<NotedCall> calls;
 };
 
 Watch watch;
 
 std::string NameOf(const void* address) {
-    const auto* const byte = static_cast<const int8_t*>(address);
-    const ptrdiff_t at = byte - watch.outputs;
-    if (byte == watch.scratch) {
-        return "scratch";
-    }
-    if (at == 0) {
-        return "A";
-    }
-    if (at == watch.quarter) {
-        return "A2"; // the answers of stride 8 lie there
-    }
-    if (at == watch.answer16) {
-        return "answer16";
-    }
-    if (at == 2 * watch.quarter) {
-        return "B";
-    }
-    if (at == 3 * watch.quarter) {
-        return "B2";
+    const auto place = watch.places.find(address);
+    if (place != watch.places.end()) {
+        return place->second;
     }
     for (const ModelArray& array : orvo::find::g_findArray) {
         if (array.data == address) {
@@ -127,6 +113,13 @@ extern "C" void ArmAXorQ7(uint8_t* data, int32_t count) {
     Forward<decltype(ArmAXorQ7)>("ArmAXorQ7", data, static_cast<size_t>(count), data, count);
 }
 
+extern "C" void ArmAFcQ7(const int8_t* src, const int8_t* weights, uint32_t inCount,
+                         uint32_t outCount, uint16_t outShift, const int32_t* bias, int8_t* dst,
+                         void* scratch) {
+    Forward<decltype(ArmAFcQ7)>("ArmAFcQ7", dst, outCount, src, weights, inCount, outCount,
+                                outShift, bias, dst, scratch);
+}
+
 extern "C" void ArmAReluChwQ7(const int8_t* src, int8_t* dst, uint32_t count) {
     Forward<decltype(ArmAReluChwQ7)>("ArmAReluChwQ7", dst, count, src, dst, count);
 }
@@ -151,13 +144,20 @@ std::string Name(FindPlace place) {
             return "A";
         case FindPlace::kA2:
         case FindPlace::kAnswer8:
+        case FindPlace::kPart8:
+        case FindPlace::kParts:
             return "A2";
         case FindPlace::kB:
+        case FindPlace::kRest:
             return "B";
         case FindPlace::kB2:
             return "B2";
         case FindPlace::kAnswer16:
             return "answer16";
+        case FindPlace::kPart16:
+            return "part16";
+        case FindPlace::kHeat:
+            return "heat";
     }
     throw std::logic_error("no such place");
 }
@@ -184,6 +184,9 @@ std::string CallOf(const FindStep& s, Size picture) {
             return convolution("arma_convolvedw_3x3_s1_chw_q7", 3);
         case StepKind::kRectify:
             return Call("ArmAReluChwQ7", {src, dst, count});
+        case StepKind::kFullyConnected:
+            return Call("ArmAFcQ7", {src, "g_findWeights" + layer, count, N(s.outChannels),
+                                     N(s.outShift), "g_findBias" + layer, dst, "scratch"});
         case StepKind::kMaxPoolStride2:
             return Call("ArmAMaxPool2x2S2ChwQ7",
                         {src, dst, N(w), N(h), N(s.inChannels), "0", "scratch"});
@@ -192,6 +195,31 @@ std::string CallOf(const FindStep& s, Size picture) {
     }
 }
 
+// The outputs' quarters, the scratch, and what else lies behind the second quarter's beginning.
+struct Memory {
+    GuardedBuffer outputs, scratch;
+
+    Memory(const Grey& plane, GuardedBuffer::Place place)
+        : outputs(NetworkOutputBytes({plane.width, plane.height}), place),
+          scratch(NetworkScratchBytes({plane.width, plane.height}), place) {
+        const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane);
+        std::copy(patches.begin(), patches.end(), outputs.bytes());
+    }
+    void Watch(const std::map<std::string, ptrdiff_t>& behindA2) {
+        const auto quarter = static_cast<ptrdiff_t>(outputs.size() / 4);
+        watch = {};
+        watch.places = {{outputs.q7(), "A"},
+                        {outputs.q7() + quarter, "A2"},
+                        {outputs.q7() + 2 * quarter, "B"},
+                        {outputs.q7() + 3 * quarter, "B2"},
+                        {scratch.q7(), "scratch"}};
+        for (const auto& [name, offset] : behindA2) {
+            watch.places[outputs.q7() + quarter + offset] = name;
+        }
+        watch.active = true;
+    }
+};
+
 struct Watched {
     std::vector<NotedCall> calls;
     std::vector<int8_t> answer8, answer16;
@@ -199,50 +227,89 @@ struct Watched {
 
 // Outputs and scratch of exactly their sizes between unmapped pages.
 Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
-    const Size size = {plane.width, plane.height};
-    GuardedBuffer outputs(NetworkOutputBytes(size), place);
-    GuardedBuffer scratch(NetworkScratchBytes(size), place);
-    const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane);
-    std::copy(patches.begin(), patches.end(), outputs.bytes());
+    Memory memory(plane, place);
     const auto planeBytes = static_cast<ptrdiff_t>(plane.width / 4) * (plane.height / 4);
-    watch = {};
-    watch.outputs = outputs.q7();
-    watch.scratch = scratch.q7();
-    watch.quarter = 16 * planeBytes;
-    watch.answer16 = watch.quarter + kAnswerPlanes * planeBytes / 4;
-    watch.active = true;
-    const Answers answers = RunNetwork(size, {outputs.q7(), scratch.q7()});
+    memory.Watch({{"answer16", kAnswerPlanes * planeBytes / 4}});
+    const Answers answers =
+        RunNetwork({plane.width, plane.height}, {memory.outputs.q7(), memory.scratch.q7()});
     watch.active = false;
     return {watch.calls,
             {answers.stride8, answers.stride8 + kAnswerPlanes * planeBytes / 4},
             {answers.stride16, answers.stride16 + kAnswerPlanes * planeBytes / 16}};
 }
 
+// The same of the second network: `answer8` is the heat, `answer16` the rest.
+Watched WatchLook(const Grey& look, GuardedBuffer::Place place) {
+    Memory memory(look, place);
+    memory.Watch({{"part16", 16 * 64}, {"heat", 32 * 64}});
+    const LookAnswers answers = RunLookNetwork({memory.outputs.q7(), memory.scratch.q7()});
+    watch.active = false;
+    return {watch.calls,
+            {answers.heat, answers.heat + ptrdiff_t{kAnswerPlanes} * 64},
+            {answers.rest, answers.rest + kAnswerPlanes}};
+}
+
 Grey GoldenPlane(int picture) {
     return orvo_reference::SeededGrey(picture, orvo_test::kGoldenWidth, orvo_test::kGoldenHeight);
+}
+
+Grey GoldenLook(int picture) { return orvo_reference::SeededGrey(picture, 64, 64); }
+
+void ExpectCalls(const Watched& run, const std::vector<FindStep>& steps, Size picture) {
+    ASSERT_EQ(run.calls.size(), steps.size());
+    for (size_t i = 0; i < steps.size(); ++i) {
+        EXPECT_EQ(run.calls[i].text, CallOf(steps[i], picture)) << i;
+    }
+}
+
+template <size_t kSteps>
+void ExpectGolden(const Watched& run, const uint64_t (&golden)[kSteps]) {
+    ASSERT_EQ(run.calls.size(), kSteps);
+    for (size_t i = 0; i < kSteps; ++i) {
+        ASSERT_EQ(run.calls[i].digest, golden[i])
+            << "step " << i << " is the first wrong one: " << run.calls[i].text;
+    }
 }
 
 TEST(FindNetwork, EveryCallHasItsLayersArguments) {
     orvo_test::Install(orvo_reference::SeededFindModel());
     const Grey plane = GoldenPlane(0);
     const Watched run = WatchRun(plane, GuardedBuffer::kAtEnd);
-    const auto& steps = orvo_reference::FindSteps();
-    ASSERT_EQ(run.calls.size(), steps.size());
-    for (size_t i = 0; i < steps.size(); ++i) {
-        EXPECT_EQ(run.calls[i].text, CallOf(steps[i], {plane.width, plane.height})) << i;
-    }
+    ExpectCalls(run, orvo_reference::FindSteps(), {plane.width, plane.height});
+}
+
+TEST(LookNetwork, EveryCallHasItsLayersArguments) {
+    orvo_test::Install(orvo_reference::SeededFindModel());
+    const Watched run = WatchLook(GoldenLook(0), GuardedBuffer::kAtEnd);
+    ExpectCalls(run, orvo_reference::LookSteps(), {64, 64});
 }
 
 TEST(FindNetwork, EveryStepGivesTheGoldenBytes) {
     orvo_test::Install(orvo_reference::SeededFindModel());
-    for (size_t picture = 0; picture < std::size(orvo_test::kFindGolden); ++picture) {
-        const Watched run =
-            WatchRun(GoldenPlane(static_cast<int>(picture)), GuardedBuffer::kAtStart);
-        ASSERT_EQ(run.calls.size(), std::size(orvo_test::kFindGolden[picture]));
-        for (size_t i = 0; i < run.calls.size(); ++i) {
-            ASSERT_EQ(run.calls[i].digest, orvo_test::kFindGolden[picture][i])
-                << "step " << i << " is the first wrong one: " << run.calls[i].text;
-        }
+    for (int picture = 0; picture < 2; ++picture) {
+        ExpectGolden(WatchRun(GoldenPlane(picture), GuardedBuffer::kAtStart),
+                     orvo_test::kFindGolden[picture]);
+    }
+}
+
+TEST(LookNetwork, EveryStepGivesTheGoldenBytes) {
+    orvo_test::Install(orvo_reference::SeededFindModel());
+    for (int picture = 0; picture < 2; ++picture) {
+        ExpectGolden(WatchLook(GoldenLook(picture), GuardedBuffer::kAtStart),
+                     orvo_test::kLookGolden[picture]);
+    }
+}
+
+TEST(LookNetwork, AnswersAreTheReferenceNetworks) {
+    const orvo_reference::Model model = orvo_reference::SeededFindModel();
+    orvo_test::Install(model);
+    for (int picture = 0; picture < 2; ++picture) {
+        const Grey look = GoldenLook(picture);
+        const Watched run = WatchLook(look, GuardedBuffer::kAtEnd);
+        const auto expected =
+            orvo_reference::RunLook(model, look, [](int, const void*, size_t) {});
+        EXPECT_EQ(run.answer8, expected.heat);
+        EXPECT_EQ(run.answer16, expected.rest);
     }
 }
 
@@ -261,33 +328,40 @@ TEST(FindNetwork, AnswersAreTheReferenceNetworksOnPlanesOfEveryShape) {
 }
 
 TEST(FindGoldens, AreTheReferenceNetworks) {
-    for (size_t picture = 0; picture < std::size(orvo_test::kFindGolden); ++picture) {
-        EXPECT_EQ(orvo_test::FindDigests(static_cast<int>(picture)),
+    for (int picture = 0; picture < 2; ++picture) {
+        EXPECT_EQ(orvo_test::FindDigests(picture),
                   std::vector<uint64_t>(std::begin(orvo_test::kFindGolden[picture]),
                                         std::end(orvo_test::kFindGolden[picture])));
+        EXPECT_EQ(orvo_test::LookDigests(picture),
+                  std::vector<uint64_t>(std::begin(orvo_test::kLookGolden[picture]),
+                                        std::end(orvo_test::kLookGolden[picture])));
     }
 }
 
 // A wrong layer shows only where the activations carry a signal.
+void ExpectLively(int step, const void* output, size_t size) {
+    const auto* values = static_cast<const int8_t*>(output);
+    const std::set<int8_t> distinct(values, values + size);
+    EXPECT_GE(distinct.size(), std::min<size_t>(size / 2, 20)) << "step " << step;
+    const auto clipped =
+        std::count_if(values, values + size, [](int8_t v) { return v == 127 || v == -128; });
+    EXPECT_LT(static_cast<double>(clipped), 0.7 * static_cast<double>(size)) << "step " << step;
+}
+
 TEST(FindGoldens, ComeFromLivelyActivations) {
+    const orvo_reference::Model model = orvo_reference::SeededFindModel();
     for (int picture = 0; picture < 2; ++picture) {
-        orvo_reference::RunFind(
-            orvo_reference::SeededFindModel(), GoldenPlane(picture),
-            [](int step, const void* output, size_t size) {
-                const auto* values = static_cast<const int8_t*>(output);
-                const std::set<int8_t> distinct(values, values + size);
-                EXPECT_GE(distinct.size(), std::min<size_t>(size, 20)) << "step " << step;
-                const auto clipped = std::count_if(values, values + size,
-                                                   [](int8_t v) { return v == 127 || v == -128; });
-                EXPECT_LT(static_cast<double>(clipped), 0.7 * static_cast<double>(size))
-                    << "step " << step;
-            });
+        orvo_reference::RunFind(model, GoldenPlane(picture), ExpectLively);
+        orvo_reference::RunLook(model, GoldenLook(picture), ExpectLively);
     }
 }
 
 TEST(FindGoldens, DifferBetweenThePicturesAtEveryStep) {
     for (size_t i = 0; i < std::size(orvo_test::kFindGolden[0]); ++i) {
         EXPECT_NE(orvo_test::kFindGolden[0][i], orvo_test::kFindGolden[1][i]) << i;
+    }
+    for (size_t i = 0; i < std::size(orvo_test::kLookGolden[0]); ++i) {
+        EXPECT_NE(orvo_test::kLookGolden[0][i], orvo_test::kLookGolden[1][i]) << i;
     }
 }
 
@@ -299,41 +373,75 @@ struct Listed {
     bool operator==(const Listed&) const = default;
 };
 
-TEST(FindList, IsTheTestsOwn) {
 #define ORVO_LISTED_LAYER(kind, number, inputs, stride, outputs, shift) \
     {#kind, number, inputs, stride, outputs, shift},
 #define ORVO_LISTED_STEP(kind, channels, stride) {#kind, -1, channels, stride, 0, 0},
-    const std::vector<Listed> all = {ORVO_FIND_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
+const std::vector<Listed> kFindList = {ORVO_FIND_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
+const std::vector<Listed> kLookList = {ORVO_LOOK_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
+
+// Lines that nothing is done for: they say what is read again, and what is an answer.
+bool IsMark(const Listed& line) {
+    return line.kind == "Keep" || line.kind == "Return" || line.kind == "Answer" ||
+           line.kind == "Part";
+}
+
+const char* ListedKind(StepKind kind) {
+    switch (kind) {
+        case StepKind::kGreyToQ7:
+            return "Patches";
+        case StepKind::kPointwise:
+            return "Pointwise";
+        case StepKind::kDepthwise:
+            return "Depthwise";
+        case StepKind::kMaxPoolStride2:
+            return "MaxPool2";
+        case StepKind::kFullyConnected:
+            return "FullyConnected";
+        default:
+            return "Rectify";
+    }
+}
+
+void ExpectListed(const std::vector<Listed>& all, const std::vector<FindStep>& steps) {
     std::vector<Listed> listed;
-    std::ranges::copy_if(all, std::back_inserter(listed), [](const Listed& line) {
-        return line.kind != "Keep" && line.kind != "Return" && line.kind != "Answer";
-    });
-    const auto& steps = orvo_reference::FindSteps();
+    std::ranges::copy_if(all, std::back_inserter(listed), std::not_fn(IsMark));
     ASSERT_EQ(listed.size(), steps.size());
     for (size_t i = 0; i < steps.size(); ++i) {
         const FindStep& step = steps[i];
-        const char* kind = step.kind == StepKind::kGreyToQ7         ? "Patches"
-                           : step.kind == StepKind::kPointwise      ? "Pointwise"
-                           : step.kind == StepKind::kDepthwise      ? "Depthwise"
-                           : step.kind == StepKind::kMaxPoolStride2 ? "MaxPool2"
-                                                                    : "Rectify";
         const bool isLayer = step.layer >= 0;
-        EXPECT_EQ(listed[i], (Listed{kind, step.layer, step.inChannels, step.stride,
-                                     isLayer ? step.outChannels : 0, isLayer ? step.outShift : 0}))
+        EXPECT_EQ(listed[i],
+                  (Listed{ListedKind(step.kind), step.layer, step.inChannels, step.stride,
+                          isLayer ? step.outChannels : 0, isLayer ? step.outShift : 0}))
             << i;
     }
-    // What the four lines that do nothing mark.
-    const auto lineOf = [&](const std::string& kind, int from) {
-        return std::find_if(all.begin() + from, all.end(),
-                            [&](const Listed& line) { return line.kind == kind; }) -
-               all.begin();
-    };
-    const auto behind = [&](ptrdiff_t line) { return all[static_cast<size_t>(line) - 1].number; };
-    EXPECT_EQ(behind(lineOf("Keep", 0) - 1), 12);
-    EXPECT_EQ(behind(lineOf("Answer", 0)), 15);
-    EXPECT_EQ(lineOf("Return", 0), lineOf("Answer", 0) + 1);
-    EXPECT_EQ(behind(static_cast<ptrdiff_t>(all.size()) - 1), 26);
-    EXPECT_EQ(all.back().kind, "Answer");
+}
+
+// Each mark with the last layer before it.
+std::vector<std::pair<std::string, int>> Marks(const std::vector<Listed>& all) {
+    std::vector<std::pair<std::string, int>> marks;
+    int number = -1;
+    for (const Listed& line : all) {
+        number = std::max(number, line.number);
+        if (IsMark(line)) {
+            marks.emplace_back(line.kind, number);
+        }
+    }
+    return marks;
+}
+
+TEST(FindList, IsTheTestsOwn) {
+    ExpectListed(kFindList, orvo_reference::FindSteps());
+    ExpectListed(kLookList, orvo_reference::LookSteps());
+    using Expected = std::vector<std::pair<std::string, int>>;
+    EXPECT_EQ(Marks(kFindList),
+              (Expected{{"Keep", 12}, {"Answer", 15}, {"Return", 15}, {"Answer", 26}}));
+    EXPECT_EQ(Marks(kLookList), (Expected{{"Keep", 39},
+                                          {"Answer", 42},
+                                          {"Return", 42},
+                                          {"Part", 43},
+                                          {"Return", 43},
+                                          {"Part", 50},
+                                          {"Answer", 51}}));
 }
 
 } // namespace

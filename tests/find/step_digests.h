@@ -21,4 +21,11 @@ inline std::vector<uint64_t> FindDigests(int picture) {
     return digests;
 }
 
+inline std::vector<uint64_t> LookDigests(int picture) {
+    std::vector<uint64_t> digests;
+    orvo_reference::RunLook(orvo_reference::SeededFindModel(),
+                            orvo_reference::SeededGrey(picture, 64, 64), AppendTo(digests));
+    return digests;
+}
+
 } // namespace orvo_test

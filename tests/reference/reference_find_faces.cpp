@@ -184,7 +184,7 @@ std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates) {
         candidates.resize(kMostCandidates);
     }
     std::vector<PlainFace> faces;
-    while (!candidates.empty() && candidates.front().probability >= kReportedProbability) {
+    while (!candidates.empty() && candidates.front().probability >= kLookedAtProbability) {
         const PlainFace head = candidates.front();
         std::vector<PlainFace> same;
         std::vector<PlainFace> others;
@@ -201,6 +201,7 @@ std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates) {
             }
         }
         faces.push_back(MeanOf(same));
+        faces.back().score = head.score;
         faces.back().probability = head.probability;
         faces.back().support = support;
         candidates = others;
@@ -218,7 +219,183 @@ std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int sm
             PlainCandidates(answers, level, plane.width, plane.height);
         candidates.insert(candidates.end(), more.begin(), more.end());
     }
-    return PlainFaces(candidates);
+    return PlainLookedAt(model, picture, PlainFaces(candidates));
+}
+
+namespace {
+
+// The whole part of a square root, by trying.
+int64_t WholeRoot(int64_t square) {
+    auto root = static_cast<int64_t>(std::sqrt(static_cast<double>(square)));
+    while (root * root > square) {
+        --root;
+    }
+    while ((root + 1) * (root + 1) <= square) {
+        ++root;
+    }
+    return root;
+}
+
+int64_t Rounded(int64_t dividend, int64_t divisor) {
+    return FloorDivide(2 * dividend + divisor, 2 * divisor);
+}
+
+} // namespace
+
+PlainView PlainViewOf(const PlainFace& face) {
+    const int64_t* p = face.points;
+    // Twice the way from pupil to pupil, and a quarter turn back from the way down to the mouth.
+    const int64_t downX = p[6] + p[8] - p[0] - p[2];
+    const int64_t downY = p[7] + p[9] - p[1] - p[3];
+    const int64_t x = 2 * (p[2] - p[0]) + downY;
+    const int64_t y = 2 * (p[3] - p[1]) - downX;
+    const int64_t length = WholeRoot(x * x + y * y);
+    if (length < 8) {
+        return {face.x, face.y, face.side, 16384, 0};
+    }
+    return {face.x, face.y, face.side, Rounded(16384 * x, length), Rounded(16384 * y, length)};
+}
+
+bool PlainCanBeSeen(const Grey& picture, const PlainFace& face) {
+    return face.x >= 0 && face.y >= 0 && face.x < 4 * picture.width && face.y < 4 * picture.height &&
+           face.side >= 4 && face.side <= 16 * std::min(picture.width, picture.height);
+}
+
+Grey PlainLook(const Grey& picture, const PlainView& view) {
+    int level = 0;
+    while (view.side > int64_t{256} << level) {
+        ++level;
+    }
+    const Grey plane = HalvedTimes(picture, level);
+    const int64_t unit = int64_t{1} << level;
+    const auto pixel = [&](int64_t x, int64_t y) {
+        return plane.at(static_cast<int>(std::clamp<int64_t>(x, 0, plane.width - 1)),
+                        static_cast<int>(std::clamp<int64_t>(y, 0, plane.height - 1)));
+    };
+    // 2^16ths of the level's pixels: a step of the look, and where the middle is.
+    const int64_t along = FloorDivide(3 * view.cosine * view.side, 128 * unit);
+    const int64_t aside = FloorDivide(3 * view.sine * view.side, 128 * unit);
+    const int64_t middleX = FloorDivide(16384 * view.x, unit) - 32768;
+    const int64_t middleY = FloorDivide(16384 * view.y, unit) - 32768;
+    std::vector<int64_t> fine;
+    for (int64_t i = 0; i < 64; ++i) {
+        for (int64_t j = 0; j < 64; ++j) {
+            const int64_t u = 2 * j - 63;
+            const int64_t v = 2 * i - 63;
+            const int64_t x = middleX + FloorDivide(u * along - v * aside, 2);
+            const int64_t y = middleY + FloorDivide(u * aside + v * along, 2);
+            const int64_t column = FloorDivide(x, 65536);
+            const int64_t row = FloorDivide(y, 65536);
+            const int64_t fx = FloorDivide(x - 65536 * column, 256);
+            const int64_t fy = FloorDivide(y - 65536 * row, 256);
+            const int64_t sum =
+                (256 - fy) * ((256 - fx) * pixel(column, row) + fx * pixel(column + 1, row)) +
+                fy * ((256 - fx) * pixel(column, row + 1) + fx * pixel(column + 1, row + 1));
+            fine.push_back((sum + 2048) / 4096);
+        }
+    }
+    const auto forTheMiddle = [&](auto use) {
+        for (size_t i = 12; i < 52; ++i) {
+            for (size_t j = 12; j < 52; ++j) {
+                use(fine[64 * i + j]);
+            }
+        }
+    };
+    int64_t sum = 0;
+    forTheMiddle([&](int64_t value) { sum += value; });
+    const int64_t mean = (sum + 800) / 1600;
+    int64_t distance = 0;
+    forTheMiddle([&](int64_t value) { distance += std::abs(value - mean); });
+    const int64_t gain =
+        std::min<int64_t>(36 * 16 * 256 / std::max<int64_t>(distance / 1600, 1), 6 * 256);
+    Grey look{64, 64, {}};
+    for (const int64_t value : fine) {
+        const int64_t tone = 128 + FloorDivide((value - mean) * gain + 2048, 4096);
+        look.pixels.push_back(static_cast<uint8_t>(std::clamp<int64_t>(tone, 0, 255)));
+    }
+    return look;
+}
+
+PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
+                         const LookAnswersPlain& answers) {
+    const auto o = [&](size_t i) -> int64_t { return answers.rest[i]; };
+    PlainFace described = face;
+    // Eighths of the look's pixels.
+    const auto place = [&](int64_t right, int64_t down, int64_t* x, int64_t* y) {
+        const int64_t unit = int64_t{1} << 24;
+        *x = view.x + Rounded(3 * view.side * (right * view.cosine - down * view.sine), unit);
+        *y = view.y + Rounded(3 * view.side * (right * view.sine + down * view.cosine), unit);
+    };
+    place(2 * o(1), 2 * o(2), &described.x, &described.y);
+    described.side = (PlainSide(static_cast<int>(o(3))) * view.side + 512) / 1024;
+    for (size_t point = 0; point < 5; ++point) {
+        int64_t weights = 0;
+        int64_t x = 0;
+        int64_t y = 0;
+        for (size_t cell = 0; cell < 64; ++cell) {
+            const auto plane = [&](size_t i) -> int64_t { return answers.heat[64 * i + cell]; };
+            const int64_t weight = PlainHeat(static_cast<int>(plane(point)));
+            const auto column = static_cast<int64_t>(cell % 8);
+            const auto row = static_cast<int64_t>(cell / 8);
+            weights += weight;
+            x += weight * (64 * column - 224 + plane(5 + point));
+            y += weight * (64 * row - 224 + plane(10 + point));
+        }
+        weights = std::max<int64_t>(weights, 1);
+        place(Rounded(x, weights), Rounded(y, weights), &described.points[2 * point],
+              &described.points[2 * point + 1]);
+    }
+    described.yaw = o(14);
+    described.covered = o(15);
+    return described;
+}
+
+int PlainHeat(int logit) {
+    return static_cast<int>(std::floor(std::ldexp(std::exp((logit - 127) / 16.0), 20) + 0.5));
+}
+
+std::vector<PlainFace> PlainWithoutRepeats(std::vector<PlainFace> faces) {
+    std::stable_sort(faces.begin(), faces.end(),
+                     [](const PlainFace& a, const PlainFace& b) { return a.score > b.score; });
+    faces.resize(std::min<size_t>(faces.size(), kMostFaces));
+    std::vector<PlainFace> kept;
+    for (const PlainFace& face : faces) {
+        if (std::none_of(kept.begin(), kept.end(), [&](const PlainFace& better) {
+                return IsSameFace(better, face) || LiesInside(better, face);
+            })) {
+            kept.push_back(face);
+        }
+    }
+    return kept;
+}
+
+std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
+                                     const std::vector<PlainFace>& faces) {
+    std::vector<PlainFace> looked;
+    for (PlainFace face : faces) {
+        const int first = face.score;
+        bool isFace = true;
+        for (int look = 0; look < kLooks && isFace; ++look) {
+            isFace = PlainCanBeSeen(picture, face) &&
+                     (look == 0 || face.score >= kLookedAtAgainScore);
+            if (isFace) {
+                const PlainView view = PlainViewOf(face);
+                const LookAnswersPlain answers =
+                    RunLook(model, PlainLook(picture, view), [](int, const void*, size_t) {});
+                face = PlainDescribed(face, view, answers);
+                face.score = PlainMeanScore(first, answers.rest[0]);
+            }
+        }
+        face.probability = PlainProbability(face.score);
+        if (isFace && face.probability >= kReportedProbability && PlainCanBeSeen(picture, face)) {
+            looked.push_back(face);
+        }
+    }
+    return PlainWithoutRepeats(looked);
+}
+
+int PlainMeanScore(int first, int look) {
+    return std::max(static_cast<int>(FloorDivide(first + look, 2)) - kScoreLess, -128);
 }
 
 PlainBox PlainRecord(const PlainFace& face) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // From the finding network's answers to faces, plainly: the pyramid, what an answer says, which
-// answers are one face, turning upright and quality.
+// answers are one face, the second look, turning upright and quality.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +31,8 @@ struct PlainFace {
 
 int PlainProbability(int score);
 int PlainSide(int size); // in 256ths of a stride
+int PlainHeat(int logit);
+int PlainMeanScore(int first, int look);
 
 // All answers of a level that are candidates, in the order of visiting. `width` and `height` are
 // those of the level, not padded.
@@ -39,6 +41,23 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
 
 // The best 512, then the faces that they make, best first.
 std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates);
+
+// What a face's surroundings are sampled by: its box, and where its rows point, in 2^14ths.
+struct PlainView {
+    int64_t x, y, side, cosine, sine;
+};
+PlainView PlainViewOf(const PlainFace& face);
+bool PlainCanBeSeen(const Grey& picture, const PlainFace& face);
+Grey PlainLook(const Grey& picture, const PlainView& view);
+
+// The places, yaw and cover that the second network answered with; the rest is that of `face`.
+PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
+                         const LookAnswersPlain& answers);
+std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
+                                     const std::vector<PlainFace>& faces);
+
+// Of faces that overlap the best.
+std::vector<PlainFace> PlainWithoutRepeats(std::vector<PlainFace> faces);
 
 // Everything, from the picture on.
 std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest);

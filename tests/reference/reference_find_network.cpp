@@ -49,13 +49,49 @@ std::vector<FindStep> MakeSteps() {
     return steps;
 }
 
+std::vector<FindStep> MakeLookSteps() {
+    std::vector<FindStep> steps = {
+        {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
+        {kPointwise, 27, kA, 16, 4, 32, 7, kB},
+        {kRectify, -1, kB, 32, 4, 32, 0, kB},
+    };
+    AddPair(&steps, 28, 4, 32, 32, 7, kB, kA, kB);
+    steps.push_back({kDepthwise, 30, kB, 32, 4, 32, 6, kA});
+    steps.push_back({kPointwise, 31, kA, 32, 4, 32, 7, kB});
+    steps.push_back({kMaxPoolStride2, -1, kB, 32, 4, 32, 0, kA});
+    steps.push_back({kRectify, -1, kA, 32, 8, 32, 0, kA});
+    AddPair(&steps, 32, 8, 32, 64, 7, kA, kB, kA);
+    for (const int number : {34, 36, 38}) {
+        AddPair(&steps, number, 8, 64, 64, 7, kA, kB, kA);
+    }
+    AddPair(&steps, 40, 8, 64, 64, 7, kA, kB, kB2);
+    steps.push_back({kPointwise, 42, kB2, 64, 8, 16, 7, kHeat});
+    steps.push_back({kPointwise, 43, kA, 64, 8, 16, 7, kPart8});
+    steps.push_back({kRectify, -1, kPart8, 16, 8, 16, 0, kPart8});
+    steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
+    AddPair(&steps, 44, 16, 64, 128, 7, kB, kB2, kA);
+    AddPair(&steps, 46, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, 48, 16, 128, 128, 8, kA, kB, kA);
+    steps.push_back({kPointwise, 50, kA, 128, 16, 32, 8, kPart16});
+    steps.push_back({kRectify, -1, kPart16, 32, 16, 32, 0, kPart16});
+    steps.push_back({kFullyConnected, 51, kParts, 1536, 64, 16, 10, kRest});
+    return steps;
+}
+
+LayerKind KindOf(const FindStep& step) {
+    return step.kind == kPointwise        ? LayerKind::kPointwise
+           : step.kind == kFullyConnected ? LayerKind::kFullyConnected
+                                          : LayerKind::kDepthwise;
+}
+
 std::vector<Layer> MakeLayers() {
     std::vector<Layer> layers;
-    for (const FindStep& step : FindSteps()) {
-        if (step.layer >= 0) {
-            const LayerKind kind =
-                step.kind == kPointwise ? LayerKind::kPointwise : LayerKind::kDepthwise;
-            layers.push_back({step.layer, kind, step.inChannels, step.outChannels, step.outShift});
+    for (const auto& steps : {FindSteps(), LookSteps()}) {
+        for (const FindStep& step : steps) {
+            if (step.layer >= 0) {
+                layers.push_back(
+                    {step.layer, KindOf(step), step.inChannels, step.outChannels, step.outShift});
+            }
         }
     }
     return layers;
@@ -70,6 +106,11 @@ int RoundUp16(int side) { return (side + 15) / 16 * 16; }
 
 const std::vector<FindStep>& FindSteps() {
     static const std::vector<FindStep> steps = MakeSteps();
+    return steps;
+}
+
+const std::vector<FindStep>& LookSteps() {
+    static const std::vector<FindStep> steps = MakeLookSteps();
     return steps;
 }
 
@@ -118,55 +159,89 @@ std::vector<uint8_t> PatchesOf(const Grey& plane) {
     return patches;
 }
 
-FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afterStep) {
-    std::map<FindPlace, std::vector<int8_t>> places;
+namespace {
+
+using Places = std::map<FindPlace, std::vector<int8_t>>;
+
+// The output of one step; planes are those of a picture of that size.
+void RunStep(const Model& model, const FindStep& step, int pictureWidth, int pictureHeight,
+             Places* places) {
+    const std::vector<int8_t> src = places->at(step.src);
+    const int width = pictureWidth / step.stride;
+    const int height = pictureHeight / step.stride;
+    const auto area = static_cast<size_t>(width) * static_cast<size_t>(height);
+    if (src.size() != static_cast<size_t>(step.inChannels) * area) {
+        throw std::logic_error("a step does not find the planes that it expects");
+    }
+    std::vector<int8_t>& dst = (*places)[step.dst];
+    dst.assign(static_cast<size_t>(step.outChannels) * area, 0);
+    const auto w = static_cast<uint32_t>(width);
+    const auto h = static_cast<uint32_t>(height);
+    const auto in = static_cast<uint32_t>(step.inChannels);
+    const auto out = static_cast<uint32_t>(step.outChannels);
+    const auto shift = static_cast<uint32_t>(step.outShift);
+    if (step.kind == kGreyToQ7) {
+        dst = src;
+        GreyToQ7(reinterpret_cast<uint8_t*>(dst.data()), static_cast<uint32_t>(dst.size()));
+    } else if (step.kind == kRectify) {
+        Rectify(src.data(), dst.data(), static_cast<uint32_t>(src.size()));
+    } else if (step.kind == kMaxPoolStride2) {
+        dst.resize(dst.size() / 4);
+        MaxPool2x2Stride2(src.data(), dst.data(), w, h, in, 0);
+    } else {
+        const LayerParameters& p = model.at(step.layer);
+        const bool isDepthwise = step.kind == kDepthwise;
+        ConvShape shape{width,
+                        height,
+                        step.inChannels,
+                        step.outChannels,
+                        isDepthwise ? 3 : 1,
+                        isDepthwise ? 1 : 0,
+                        1,
+                        shift,
+                        width,
+                        height};
+        if (isDepthwise) {
+            ConvolveDepthwiseChw(shape, false, src.data(), p.weights.data(), p.bias.data(),
+                                 dst.data());
+        } else if (step.kind == kFullyConnected) {
+            FullyConnected(src.data(), p.weights.data(), in, out, static_cast<uint16_t>(shift),
+                           p.bias.data(), dst.data());
+        } else {
+            ConvolveChw(shape, src.data(), p.weights.data(), p.bias.data(), dst.data());
+        }
+    }
+}
+
+Places RunSteps(const Model& model, const std::vector<FindStep>& steps, const Grey& plane,
+                const AfterStep& afterStep) {
+    Places places;
     const std::vector<uint8_t> patches = PatchesOf(plane);
     places[kA].assign(patches.begin(), patches.end());
     int number = 0;
-    for (const FindStep& step : FindSteps()) {
-        const std::vector<int8_t> src = places.at(step.src);
-        const int width = plane.width / step.stride;
-        const int height = plane.height / step.stride;
-        const auto area = static_cast<size_t>(width) * static_cast<size_t>(height);
-        if (src.size() != static_cast<size_t>(step.inChannels) * area) {
-            throw std::logic_error("a step does not find the planes that it expects");
+    for (const FindStep& step : steps) {
+        if (step.src == kParts) {
+            places[kParts] = places.at(kPart8);
+            places[kParts].insert(places[kParts].end(), places.at(kPart16).begin(),
+                                  places.at(kPart16).end());
         }
-        std::vector<int8_t>& dst = places[step.dst];
-        dst.assign(static_cast<size_t>(step.outChannels) * area, 0);
-        const auto w = static_cast<uint32_t>(width);
-        const auto h = static_cast<uint32_t>(height);
-        if (step.kind == kGreyToQ7) {
-            dst = src;
-            GreyToQ7(reinterpret_cast<uint8_t*>(dst.data()), static_cast<uint32_t>(dst.size()));
-        } else if (step.kind == kRectify) {
-            Rectify(src.data(), dst.data(), static_cast<uint32_t>(src.size()));
-        } else if (step.kind == kMaxPoolStride2) {
-            dst.resize(dst.size() / 4);
-            MaxPool2x2Stride2(src.data(), dst.data(), w, h, static_cast<uint32_t>(step.inChannels),
-                              0);
-        } else {
-            const LayerParameters& p = model.at(step.layer);
-            const bool isDepthwise = step.kind == kDepthwise;
-            ConvShape shape{width,
-                            height,
-                            step.inChannels,
-                            step.outChannels,
-                            isDepthwise ? 3 : 1,
-                            isDepthwise ? 1 : 0,
-                            1,
-                            static_cast<uint32_t>(step.outShift),
-                            width,
-                            height};
-            if (isDepthwise) {
-                ConvolveDepthwiseChw(shape, false, src.data(), p.weights.data(), p.bias.data(),
-                                     dst.data());
-            } else {
-                ConvolveChw(shape, src.data(), p.weights.data(), p.bias.data(), dst.data());
-            }
-        }
+        RunStep(model, step, plane.width, plane.height, &places);
+        const std::vector<int8_t>& dst = places.at(step.dst);
         afterStep(number++, dst.data(), dst.size());
     }
+    return places;
+}
+
+} // namespace
+
+FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afterStep) {
+    const Places places = RunSteps(model, FindSteps(), plane, afterStep);
     return {places.at(kAnswer8), places.at(kAnswer16)};
+}
+
+LookAnswersPlain RunLook(const Model& model, const Grey& look, const AfterStep& afterStep) {
+    const Places places = RunSteps(model, LookSteps(), look, afterStep);
+    return {places.at(kHeat), places.at(kRest)};
 }
 
 } // namespace orvo_reference

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The network that finds faces, written down a second time: what each step is, and the network over
-// plain definitions of its operations.
+// The two networks of the finder, written down a second time: what each step is, and the networks over
+// plain definitions of their operations.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@
 namespace orvo_reference {
 
 // Where a step reads and writes: one of four places, the last two beside each other behind the first
-// two, or an answer.
-enum class FindPlace { kA, kA2, kB, kB2, kAnswer8, kAnswer16 };
+// two, or an answer. kPart8 and kPart16 lie beside each other and are read as kParts.
+enum class FindPlace { kA, kA2, kB, kB2, kAnswer8, kAnswer16, kHeat, kPart8, kPart16, kParts, kRest };
 
 struct FindStep {
     StepKind kind;
@@ -27,8 +27,12 @@ struct FindStep {
     FindPlace dst;
 };
 
-// From the patches on, which are no kernel's work.
+// From the patches on, which are no kernel's work. The second network's planes are those of a
+// picture of 64 x 64.
 const std::vector<FindStep>& FindSteps();
+const std::vector<FindStep>& LookSteps();
+
+// Of both networks.
 const std::vector<Layer>& FindLayers();
 Model SeededFindModel();
 
@@ -59,5 +63,11 @@ struct FindAnswers {
 
 // On a plane whose sides are multiples of 16.
 FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afterStep);
+
+struct LookAnswersPlain {
+    std::vector<int8_t> heat; // 16 planes of 8 x 8
+    std::vector<int8_t> rest;
+};
+LookAnswersPlain RunLook(const Model& model, const Grey& look, const AfterStep& afterStep);
 
 } // namespace orvo_reference

@@ -12,6 +12,7 @@
 namespace engine {
 
 constexpr int kStrip = 3;          // pixels of a row computed together; divides 6, 12, 24 and 48
+constexpr int kEvenStrip = 4;      // the same for 4, 8 and 16
 constexpr int kLongest = 14 * 256; // pixels with ends x channels: no layer's rows are longer
 
 struct Row {
@@ -71,6 +72,7 @@ inline void ReadGradientRow(const Tensor& t, size_t pixel, Row* row) {
     }
 }
 
+template <int strip>
 inline void DepthwiseForward(const Tensor& source, const float* weights, const Finish& finish,
                              size_t picture, RowScratch* scratch, Tensor* out, Sums* sums) {
     Row* const rows = scratch->maxima;
@@ -95,20 +97,20 @@ inline void DepthwiseForward(const Tensor& source, const float* weights, const F
             }
             uint16_t* to =
                 out->values + (first + static_cast<size_t>(y) * size) * out->channels + c;
-            for (int x = 0; x < size; x += kStrip) {
-                V sum[kStrip] = {};
+            for (int x = 0; x < size; x += strip) {
+                V sum[strip] = {};
                 for (int ky = 0; ky < 3; ++ky) {
-                    for (int i = -1; i <= kStrip; ++i) {
+                    for (int i = -1; i <= strip; ++i) {
                         const V value = Load(above[ky]->At(x + i) + c);
                         for (int kx = 0; kx < 3; ++kx) {
                             const int at = i - kx + 1;
-                            if (at >= 0 && at < kStrip) {
+                            if (at >= 0 && at < strip) {
                                 sum[at] = Fma(w[3 * ky + kx], value, sum[at]);
                             }
                         }
                     }
                 }
-                for (int i = 0; i < kStrip; ++i) {
+                for (int i = 0; i < strip; ++i) {
                     const V value = finish.Apply(sum[i], c);
                     firstSum += value;
                     secondSum = Fma(value, value, secondSum);
@@ -120,6 +122,7 @@ inline void DepthwiseForward(const Tensor& source, const float* weights, const F
     }
 }
 
+template <int strip>
 inline void DepthwiseBackward(const Tensor& source, const float* weights, const Tensor& out,
                               size_t picture, RowScratch* scratch, DepthwiseGradient* gradient,
                               Sums* sums) {
@@ -150,24 +153,24 @@ inline void DepthwiseBackward(const Tensor& source, const float* weights, const 
                 dw[k] = Load(gradient->sums + k * source.channels + c);
             }
             GradientWriter writer(source, c);
-            for (int x = 0; x < size; x += kStrip) {
-                V sum[kStrip] = {}, value[kStrip];
-                for (int i = 0; i < kStrip; ++i) {
+            for (int x = 0; x < size; x += strip) {
+                V sum[strip] = {}, value[strip];
+                for (int i = 0; i < strip; ++i) {
                     value[i] = Load(values.At(x + i) + c);
                 }
                 for (int ky = 0; ky < 3; ++ky) {
-                    for (int i = -1; i <= kStrip; ++i) {
+                    for (int i = -1; i <= strip; ++i) {
                         const V slope = Load(below[ky]->At(x + i) + c);
                         for (int kx = 0; kx < 3; ++kx) {
                             const int at = i + kx - 1;
-                            if (at >= 0 && at < kStrip) {
+                            if (at >= 0 && at < strip) {
                                 sum[at] = Fma(w[3 * ky + kx], slope, sum[at]);
                                 dw[3 * ky + kx] = Fma(value[at], slope, dw[3 * ky + kx]);
                             }
                         }
                     }
                 }
-                for (int i = 0; i < kStrip; ++i) {
+                for (int i = 0; i < strip; ++i) {
                     writer.Put((pixel + x + i) * source.channels + c, sum[i]);
                 }
             }

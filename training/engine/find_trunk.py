@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""The layers of the network that finds faces, up to those that answer, as one operator."""
+"""The layers of a network of the finder, up to those that answer, as one operator."""
 import torch
 
 from . import _DEPTHWISE, _HALVING, _PATCHES, _POINTWISE, Engine, _Layer
-from ..networks.find_layers import Answer, Keep, Patches, Return
+from .mirror import _filled
+from ..networks.find_layers import Answer, Keep, Part, Patches, Return
 from ..networks.layers import Conv, MaxPool
 
 _MOMENTUM = 0.02
@@ -36,7 +37,9 @@ class FindTrunk:
                 continue
             if isinstance(op, Answer):
                 continue
-            if isinstance(op, Conv) and op.answers:
+            if isinstance(op, Conv) and op.kind == "dense":
+                continue
+            if isinstance(op, Part) or isinstance(op, Conv) and op.answers:
                 ends.append(current)
                 self.shapes.append((self.pictures, size, size, channels))
                 continue
@@ -50,20 +53,21 @@ class FindTrunk:
                 record.kind = _POINTWISE if op.kind == "pointwise" else _DEPTHWISE
                 record.inputs, record.rectified, record.shift = channels, op.rectified, op.shift
                 self._copy_layer(record, op, channels)
-                channels = op.outputs
+                channels = _filled(op.outputs)
             record.outputs, record.size = channels, size
             current = len(records)
             records.append(record)
         return records, ends
 
     def _copy_layer(self, record, op, inputs):
-        read = (op.outputs, inputs, 1, 1) if op.kind == "pointwise" else op.weight_shape
+        outputs = _filled(op.outputs)
+        read = (outputs, inputs, 1, 1) if op.kind == "pointwise" else op.weight_shape
         self._copy(record, f"w{op.number}", "weights", read, 1.0)
         unit = 2.0**op.shift if self.quantised else 1.0
-        self._copy(record, f"beta{op.number}", "beta", (op.outputs,), unit)
+        self._copy(record, f"beta{op.number}", "beta", (outputs,), unit)
         if self.quantised:
             return
-        self._copy(record, f"gamma{op.number}", "gamma", (op.outputs,), 1.0)
+        self._copy(record, f"gamma{op.number}", "gamma", (outputs,), 1.0)
         for name, field in (("gain", "gain"), ("mean", "mean"), ("var", "variance")):
             buffer = getattr(self.net, f"{name}{op.number}")
             setattr(record, field, buffer.data_ptr())

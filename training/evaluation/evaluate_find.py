@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Measures the network that finds faces: on rendered scenes of people and before pictures that were
+"""Measures the networks that find faces: on rendered scenes of people and before pictures that were
 not trained on, on pictures without people, and on portraits.
 
 Faces count from 20 pixels and up to 60 degrees of yaw; smaller, further turned and mostly hidden ones
@@ -16,6 +16,7 @@ import torch
 from ..data.scenes import Bank, Cutouts, SceneMaker
 from ..export import tensors
 from ..networks.find_net import QuantFindNet
+from ..networks.look_net import QuantLookNet
 from . import find_faces
 
 SIZE = 320
@@ -27,17 +28,25 @@ class Finder:
     """The library's arithmetic by PyTorch's operators, which give the same integers."""
 
     def __init__(self, model):
-        self.net = QuantFindNet().load(tensors.read(model)).eval()
+        given = tensors.read(model)
+        self.net = QuantFindNet().load(given).eval()
+        self.look_net = QuantLookNet().load(given).eval()
 
     @torch.no_grad()
     def answers(self, plane):
         x = torch.from_numpy(plane.astype(np.float32) - 128)[None, None]
         return [a[0].numpy().astype(np.int8) for a in self.net(x)]
 
-    def __call__(self, picture, least=-128):
-        """All candidates' faces."""
-        table = find_faces.candidates(self.answers, picture, least=max(least, -40))
-        return find_faces.merged(table)
+    @torch.no_grad()
+    def look_answers(self, looks):
+        x = torch.from_numpy(looks.astype(np.float32) - 128)[:, None]
+        return [a.numpy().astype(np.int8) for a in self.look_net(x)]
+
+    def __call__(self, picture):
+        """All that is looked at to the end, however unsure."""
+        picture = np.ascontiguousarray(picture)
+        faces = find_faces.merged(find_faces.candidates(self.answers, picture))
+        return find_faces.looked_at(self.look_answers, picture, faces)
 
 
 def overlap(a, b):

@@ -1,18 +1,25 @@
 # SPDX-License-Identifier: MIT
 """From a picture to faces, as the library does it: a pyramid of halvings, the network on every second
-level, and what its answers mean. Whole numbers throughout."""
-from dataclasses import dataclass
+level, what its answers mean, and a second look at each face. Whole numbers throughout."""
+from dataclasses import dataclass, replace
 
 import numpy as np
 
+from ..networks import look_net
 from ..networks.find_layers import MULTIPLE, STRIDES
 from ..networks.find_net import integer_answers
+from . import second_look
 
 SMALLEST = 20  # pixels of a side that is looked for, unless another is asked for
 LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
-CANDIDATE = 0  # least score of a cell that counts
-REPORTED = 640  # least probability of a face, of 1024
+CANDIDATE = -20  # least score of a cell that counts
+LOOKED_AT = 230  # least probability of a face that is looked at once more, of 1024
+LOOKED_AT_AGAIN = -16  # least score of one that is looked at twice
+SCORE_LESS = 16  # than the mean of both networks' scores
+LOOKS = 2
+MOST_FACES = 256
+REPORTED = 640  # least probability of a face that is reported, of 1024
 MOST_CANDIDATES = 512
 BEYOND = 128  # grey level of what a plane has beyond its picture
 
@@ -32,6 +39,7 @@ class Face:
     yaw: int  # steps of 0.75 degrees
     covered: int  # -128 to 127
     support: int
+    logit: int  # the score in sixteenths
 
     def box(self):
         """left, top, side in pixels"""
@@ -132,14 +140,54 @@ def merged(table):
             Face(
                 (int(means[0]), int(means[1])), int(means[2]), means[3:13].reshape(5, 2),
                 int(PROBABILITY[head[0] + 128]), int(means[13]), int(means[14]),
-                int((alike | within).sum()),
+                int((alike | within).sum()), int(head[0]),
             )
         )  # fmt: skip
         table = table[~(alike | within)]
     return faces
 
 
+def _is_one(a, b):
+    rows = [np.array([0, *face.middle, face.side]) for face in (a, b)]
+    both, mine, theirs = _overlaps(rows[0], rows[1][None])
+    either = mine + theirs - both
+    return bool(5 * both >= 2 * either or 10 * both >= 7 * np.minimum(mine, theirs))
+
+
+def looked_at(answers_of, picture, faces):
+    """What is left of faces, and where they are, after another look or two; best first. answers_of: the
+    second network's, of looks [n, 64, 64]."""
+    planes = [picture]
+    while min(planes[-1].shape) >= 8:
+        planes.append(halved(planes[-1]))
+    given, kept = [face for face in faces if face.score >= LOOKED_AT], []
+    finds = {i: face.logit for i, face in enumerate(given)}
+    for look in range(LOOKS):
+        finds = {
+            i: first for i, first in finds.items()
+            if second_look.can_be_seen(picture, given[i])
+            and (look == 0 or given[i].logit >= LOOKED_AT_AGAIN)
+        }  # fmt: skip
+        if not finds:
+            return []
+        views = {i: second_look.view_of(given[i]) for i in finds}
+        answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
+        for (i, first), heat, answer in zip(finds.items(), *answers):
+            logit = max(((first + int(answer[0])) >> 1) - SCORE_LESS, -128)
+            given[i] = replace(
+                second_look.described(given[i], views[i], heat, answer),
+                logit=logit, score=int(PROBABILITY[logit + 128]),
+            )  # fmt: skip
+    found = [given[i] for i in finds if second_look.can_be_seen(picture, given[i])]
+    found = sorted(found, key=lambda face: -face.logit)[:MOST_FACES]
+    for face in found:
+        if not any(_is_one(better, face) for better in kept):
+            kept.append(face)
+    return kept
+
+
 def find(tensors, picture, smallest=SMALLEST, reported=REPORTED):
     """The faces in a grey picture."""
     table = candidates(lambda plane: integer_answers(tensors, plane), picture, smallest)
-    return [face for face in merged(table) if face.score >= reported]
+    faces = looked_at(lambda looks: look_net.integer_answers(tensors, looks), picture, merged(table))
+    return [face for face in faces if face.score >= reported]

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The network that finds faces, as the library's own list has it, and the walk over it.
+"""The two networks of the finder, as the library's own list has them, and the walk over them.
 
-It is no straight list: planes are kept and read twice, and there are two answers.
+They are no straight lists: planes are kept and read twice. The first has two answers; the last layer of
+the second reads planes of two sizes.
 """
 import re
 from dataclasses import dataclass, replace
@@ -32,19 +33,24 @@ class Return:
 
 
 @dataclass(frozen=True)
+class Part:
+    """A part of what the full layer reads."""
+
+
+@dataclass(frozen=True)
 class Answer:
     pass
 
 
 _STEPS = {
     "Patches": Patches(), "MaxPool2": MaxPool(2), "Rectify": Rectify(), "Keep": Keep(),
-    "Return": Return(), "Answer": Answer(),
+    "Return": Return(), "Part": Part(), "Answer": Answer(),
 }  # fmt: skip
 
 
-def read_program(text):
-    """The list of operations from the text of include/orvo/find_layers.h."""
-    lines = iter(text[text.index("#define ORVO_FIND_NETWORK(") :].splitlines())
+def read_program(text, name="FIND"):
+    """A list of operations from the text of include/orvo/find_layers.h."""
+    lines = iter(text[text.index(f"#define ORVO_{name}_NETWORK(") :].splitlines())
     next(lines)
     ops = []
     for line in lines:
@@ -67,10 +73,11 @@ def read_program(text):
 
 def _read():
     above = next(p for p in Path(__file__).resolve().parents if (p / LIST).is_file())
-    return read_program((above / LIST).read_text(encoding="utf-8"))
+    text = (above / LIST).read_text(encoding="utf-8")
+    return read_program(text), read_program(text, "LOOK")
 
 
-PROGRAM = _read()
+PROGRAM, LOOK_PROGRAM = _read()
 
 
 def merged(ops):
@@ -88,10 +95,10 @@ def merged(ops):
 
 def walk(ops, arithmetic, x):
     """The answers, that of the smaller stride first."""
-    kept, answers = None, []
+    kept, parts, answers = None, [], []
     for op in ops:
         if isinstance(op, Conv):
-            x = arithmetic.layer(op, x)
+            x = arithmetic.layer(op, arithmetic.joined(parts) if op.kind == "dense" else x)
         elif isinstance(op, Patches):
             x = arithmetic.patches(x)
         elif isinstance(op, MaxPool):
@@ -102,6 +109,8 @@ def walk(ops, arithmetic, x):
             kept = x
         elif isinstance(op, Return):
             x = kept
+        elif isinstance(op, Part):
+            parts.append(x)
         else:
             answers.append(x)
     return answers

@@ -31,8 +31,10 @@ def _shifted(x):
 
 def _matrix(weights, x):
     """[out, k] times [n, k, pixels]."""
-    assert weights.shape[1] * 128 * 128 < 2**24
-    return _exact(np.matmul(weights.astype(np.float32), x.astype(np.float32)))
+    most = 2**24 // 128**2 - 1  # products whose sum is exact
+    weights, x = weights.astype(np.float32), x.astype(np.float32)
+    parts = [slice(k, k + most) for k in range(0, weights.shape[1], most)]
+    return sum(_exact(np.matmul(weights[:, part], x[:, part])) for part in parts)
 
 
 def _convolve(op, weights, bias, x):

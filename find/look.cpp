@@ -1,0 +1,281 @@
+// SPDX-License-Identifier: MIT
+#include "find/look.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+
+#include "find/answer_tables.h"
+#include "find/levels.h"
+#include "find/picture_rows.h"
+
+namespace orvo::find {
+namespace {
+
+constexpr int32_t kOne = 1 << 14; // of cosine and sine
+constexpr int32_t kPatch = 4;
+
+// A pixel of a level is at most one and a half apart from the next of a look: a box of 64 pixels.
+constexpr int32_t kMostLevelSide = 4 * kLookSide; // quarter pixels
+constexpr int32_t kMostReach = 70;                // 31.5 * 1.5 * sqrt(2), and a little
+
+// Places in a level are 2^16ths of its pixels.
+constexpr int32_t kPlaceBits = 16;
+
+// Grey levels are sampled in sixteenths. Those of the middle are brought to the same mean, 128, and
+// to the same mean distance from it; but noise is not blown up without end.
+constexpr int32_t kFine = 16;
+constexpr int32_t kMiddleFrom = 12, kMiddleTo = 52; // rows and columns
+constexpr int32_t kMiddlePixels = (kMiddleTo - kMiddleFrom) * (kMiddleTo - kMiddleFrom);
+constexpr int32_t kSpread = 36;
+constexpr int32_t kGainBits = 8;
+constexpr int32_t kMostGain = 6 << kGainBits;
+
+// The largest whole number whose square is no larger.
+int64_t RootOf(int64_t square) {
+    int64_t root = 0;
+    for (int64_t bit = int64_t{1} << 30; bit > 0; bit >>= 1) {
+        if ((root + bit) * (root + bit) <= square) {
+            root += bit;
+        }
+    }
+    return root;
+}
+
+// To the next whole number, a half up.
+int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
+    const int64_t doubled = 2 * dividend + divisor;
+    const int64_t down = doubled % (2 * divisor) < 0 ? 1 : 0;
+    return static_cast<int32_t>(doubled / (2 * divisor) - down);
+}
+
+// The part of a level around a view that it is sampled from, whichever way it is turned.
+struct Surroundings {
+    const uint8_t* pixels;
+    int32_t left, top, width, height; // within the level
+
+    bool Has(int64_t x, int64_t y) const { // with the pixels to the right and below
+        return x >= 0 && y >= 0 && x >> kPlaceBits < width - 1 && y >> kPlaceBits < height - 1;
+    }
+    // Beyond the ends, these are repeated.
+    template <bool Inside>
+    int32_t At(int32_t x, int32_t y) const {
+        if constexpr (!Inside) {
+            x = std::clamp(x, 0, width - 1);
+            y = std::clamp(y, 0, height - 1);
+        }
+        return pixels[y * width + x];
+    }
+    // In sixteenths. Places count from the middle of the first pixel.
+    template <bool Inside>
+    int32_t Sample(int64_t x, int64_t y) const {
+        const auto column = static_cast<int32_t>(x >> kPlaceBits);
+        const auto row = static_cast<int32_t>(y >> kPlaceBits);
+        const auto right = static_cast<int32_t>(x >> (kPlaceBits - 8) & 255);
+        const auto below = static_cast<int32_t>(y >> (kPlaceBits - 8) & 255);
+        const auto inRow = [&](int32_t r) {
+            return At<Inside>(column, r) * (256 - right) + At<Inside>(column + 1, r) * right;
+        };
+        return (inRow(row) * (256 - below) + inRow(row + 1) * below + 2048) >> 12;
+    }
+};
+
+Surroundings MakeSurroundings(const OrvoFindPicture& picture, int32_t level, const View& view,
+                              uint8_t* pixels, uint8_t* room) {
+    const Size real = AtLevel({picture.width, picture.height}, level);
+    const auto span = [level](int32_t middle, int32_t size, int32_t* first) {
+        const int32_t at = middle >> (2 + level);
+        *first = std::clamp(at - kMostReach, 0, size - 1);
+        return std::clamp(at + kMostReach + 1, *first + 1, size) - *first;
+    };
+    Surroundings part{pixels, 0, 0, 0, 0};
+    part.width = span(view.x, real.width, &part.left);
+    part.height = span(view.y, real.height, &part.top);
+    for (int32_t y = 0; y < part.height; ++y) {
+        const uint8_t* row = LevelRow(picture, level, part.top + y, part.left, part.width, room);
+        std::copy(row, row + part.width, pixels + y * part.width);
+    }
+    return part;
+}
+
+// A look's pixels in the surroundings: where the middle of the look is, and two steps of a half pixel.
+struct Grid {
+    int64_t x, y;         // 2^16ths of the level's pixels
+    int64_t along, aside; // of the step to the right; the step down is at a right angle
+
+    Grid(const View& view, const Surroundings& part, int32_t level)
+        : x(Middle(view.x, level) - (int64_t{part.left} << kPlaceBits)),
+          y(Middle(view.y, level) - (int64_t{part.top} << kPlaceBits)),
+          // From one pixel of the look to the next: 3 / 128 of the side.
+          along(int64_t{view.cosine} * view.side * 3 >> (7 + level)),
+          aside(int64_t{view.sine} * view.side * 3 >> (7 + level)) {}
+
+    // `right` and `down`: in half pixels from the middle.
+    int64_t XOf(int64_t right, int64_t down) const { return x + ((right * along - down * aside) >> 1); }
+    int64_t YOf(int64_t right, int64_t down) const { return y + ((right * aside + down * along) >> 1); }
+
+  private:
+    static int64_t Middle(int32_t quarters, int32_t level) {
+        const int64_t place = (int64_t{quarters} << (kPlaceBits - 2)) >> level;
+        return place - (1 << (kPlaceBits - 1));
+    }
+};
+
+template <bool Inside>
+void Sample(const Surroundings& part, const Grid& grid, uint16_t* look) {
+    for (int32_t down = 1 - kLookSide; down < kLookSide; down += 2) {
+        for (int32_t right = 1 - kLookSide; right < kLookSide; right += 2) {
+            *look++ = static_cast<uint16_t>(
+                part.Sample<Inside>(grid.XOf(right, down), grid.YOf(right, down)));
+        }
+    }
+}
+
+bool LiesInside(const Surroundings& part, const Grid& grid) {
+    constexpr int32_t kEnd = kLookSide - 1;
+    return part.Has(grid.XOf(-kEnd, -kEnd), grid.YOf(-kEnd, -kEnd)) &&
+           part.Has(grid.XOf(kEnd, -kEnd), grid.YOf(kEnd, -kEnd)) &&
+           part.Has(grid.XOf(-kEnd, kEnd), grid.YOf(-kEnd, kEnd)) &&
+           part.Has(grid.XOf(kEnd, kEnd), grid.YOf(kEnd, kEnd));
+}
+
+// Calls use(value) for the pixels in the middle of a look.
+template <typename Use>
+void ForTheMiddle(const uint16_t* look, Use use) {
+    for (int32_t i = kMiddleFrom; i < kMiddleTo; ++i) {
+        for (int32_t j = kMiddleFrom; j < kMiddleTo; ++j) {
+            use(int32_t{look[i * kLookSide + j]});
+        }
+    }
+}
+
+struct Tone {
+    int32_t mean, gain;
+
+    explicit Tone(const uint16_t* look) {
+        int32_t sum = 0;
+        ForTheMiddle(look, [&](int32_t value) { sum += value; });
+        mean = (sum + kMiddlePixels / 2) / kMiddlePixels;
+        int32_t distance = 0;
+        ForTheMiddle(look, [&](int32_t value) { distance += std::abs(value - mean); });
+        const int32_t spread = std::max(distance / kMiddlePixels, 1);
+        gain = std::min(((kSpread * kFine) << kGainBits) / spread, kMostGain);
+    }
+    uint8_t Of(int32_t fine) const {
+        constexpr int32_t kBits = kGainBits + 4;
+        const int32_t level = 128 + (((fine - mean) * gain + (1 << (kBits - 1))) >> kBits);
+        return static_cast<uint8_t>(std::clamp(level, 0, 255));
+    }
+};
+
+// From the middle of a look.
+struct Offset {
+    int32_t right, down;
+};
+
+// Where one of the points is, in eighths of the look's pixels: the mean of what all cells say of it, each
+// counting as much as the point is likely to be there. The planes are the points' logits in
+// sixteenths, how far to the right of each cell's middle they are, and how far down.
+Offset PointOf(const int8_t* heat, int32_t point) {
+    constexpr int32_t kCells = kHeatSide * kHeatSide;
+    const int8_t* const logits = heat + point * kCells;
+    const int8_t* const right = logits + kPoints * kCells;
+    const int8_t* const down = right + kPoints * kCells;
+    const auto middleOf = [](int32_t number) { return 8 * (2 * number + 1 - kHeatSide) * kHeatStride / 2; };
+    int64_t weights = 0;
+    int64_t x = 0;
+    int64_t y = 0;
+    for (int32_t cell = 0; cell < kCells; ++cell) {
+        const int64_t weight = kHeat[logits[cell] + 128];
+        weights += weight;
+        x += weight * (middleOf(cell % kHeatSide) + right[cell]);
+        y += weight * (middleOf(cell / kHeatSide) + down[cell]);
+    }
+    weights = std::max<int64_t>(weights, 1);
+    return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
+}
+
+// From eighths of the look's pixels, each 3 / 1024 of the box's side.
+void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
+    const auto scaled = [&](int64_t offset) {
+        return static_cast<int32_t>((offset * view.side * 3 + (1 << 23)) >> 24);
+    };
+    *x = view.x + scaled(right * view.cosine - down * view.sine);
+    *y = view.y + scaled(right * view.sine + down * view.cosine);
+}
+
+} // namespace
+
+View ViewOf(const Description& face) {
+    const int32_t* const p = face.points;
+    // Two vectors vote: from pupil to pupil, and from the pupils down to the mouth. Of a face in
+    // profile the first is short.
+    const int64_t x = 2 * (int64_t{p[2]} - p[0]) + p[7] + p[9] - p[1] - p[3];
+    const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
+    const int64_t length = RootOf(x * x + y * y);
+    if (length < 8) { // a pixel, doubled
+        return {face.x, face.y, face.side, kOne, 0};
+    }
+    return {face.x, face.y, face.side, RoundedQuotient(x * kOne, length),
+            RoundedQuotient(y * kOne, length)};
+}
+
+bool CanBeSeen(const OrvoFindPicture& picture, const Description& face) {
+    const Size size = {picture.width, picture.height};
+    return face.x >= 0 && face.y >= 0 && face.x < 4 * size.width && face.y < 4 * size.height &&
+           face.side >= 4 && face.side <= 4 * 4 * size.smaller();
+}
+
+uint32_t LookPixelBytes() {
+    constexpr uint32_t kMost = 2 * kMostReach + 1;
+    return kMost * kMost + kLookSide * kLookSide * sizeof(uint16_t);
+}
+
+void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
+              uint8_t* patches) {
+    auto* const look = reinterpret_cast<uint16_t*>(pixels);
+    uint8_t* const around = pixels + kLookSide * kLookSide * sizeof(uint16_t);
+    int32_t level = 0;
+    while (view.side > kMostLevelSide << level) {
+        ++level;
+    }
+    const Surroundings part = MakeSurroundings(picture, level, view, around, room);
+    const Grid grid(view, part, level);
+    if (LiesInside(part, grid)) {
+        Sample<true>(part, grid, look);
+    } else {
+        Sample<false>(part, grid, look);
+    }
+    const Tone tone(look);
+    constexpr int32_t kPlane = kLookSide / kPatch;
+    for (int32_t y = 0; y < kLookSide; ++y) {
+        for (int32_t x = 0; x < kLookSide; ++x) {
+            const int32_t plane = y % kPatch * kPatch + x % kPatch;
+            patches[(plane * kPlane + y / kPatch) * kPlane + x / kPatch] =
+                tone.Of(look[y * kLookSide + x]);
+        }
+    }
+}
+
+Description Described(const View& view, const LookAnswers& answers) {
+    const int8_t* const o = answers.rest;
+    Description face;
+    const Offset middle = {o[1], o[2]};
+    InPicture(view, 2 * middle.right, 2 * middle.down, &face.x, &face.y);
+    face.side = static_cast<int32_t>((int64_t{kSide[o[3] + 128]} * view.side + 512) >> 10);
+    for (int32_t i = 0; i < kPoints; ++i) {
+        const Offset point = PointOf(answers.heat, i);
+        InPicture(view, point.right, point.down, face.points + 2 * i, face.points + 2 * i + 1);
+    }
+    face.yaw = o[14];
+    face.covered = o[15];
+    return face;
+}
+
+int32_t MeanScore(int32_t first, const LookAnswers& answers) {
+    return std::max(((first + answers.rest[0]) >> 1) - kScoreLess, -128);
+}
+
+int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }
+
+} // namespace orvo::find

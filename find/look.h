@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+//
+// A second look at a face: its surroundings are turned upright, brought to one size and to the same
+// grey levels, and a network of its own says where everything is, and whether it is a face at all.
+// Whole numbers throughout.
+#pragma once
+
+#include <cstdint>
+
+#include "find/candidates.h"
+#include "find/look_network.h"
+#include "orvo/orvo_find.h"
+
+namespace orvo::find {
+
+// What is looked at: a square half as large again as the box. It is upright where cosine and sine
+// are the direction of the rows, in 2^14ths.
+struct View {
+    int32_t x, y, side; // of the box, quarter pixels
+    int32_t cosine, sine;
+};
+
+// As the points of a face lie.
+View ViewOf(const Description& face);
+
+// Whether a box is one that can be looked at: its middle lies in the picture, and it is not much
+// larger than that.
+bool CanBeSeen(const OrvoFindPicture& picture, const Description& face);
+
+// Bytes at `pixels` for MakeLook().
+uint32_t LookPixelBytes();
+
+// The patches that the network starts from. `room` is LevelRow()'s.
+void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
+              uint8_t* patches);
+
+// What the network answered of a view.
+Description Described(const View& view, const LookAnswers& answers);
+
+// The score of a face that was found with `first` and then looked at: the mean of both, and less by
+// what keeps false faces out.
+int32_t MeanScore(int32_t first, const LookAnswers& answers);
+int32_t ProbabilityOf(int32_t score); // in 1024ths
+
+} // namespace orvo::find

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+//
+// The same separable convolutions as in the network that finds faces, on one face. Behind stride 8 stands
+// a head that answers where the points are. Behind stride 8 and stride 16 a layer each leaves few planes,
+// all of whose values the last layer reads.
+//
+//     0         16        32        48        64
+//     | A       | A'      | B       | B'      |
+//
+// The quarters are used as in network.cpp. In A' lie the values for the last layer, those of stride 8
+// before those of stride 16, and in its second half the heat.
+#include "find/look_network.h"
+
+#include <cstddef>
+
+#include "find/layers.h"
+
+namespace orvo::find {
+
+static_assert(kLayers[42].outputs == kAnswerPlanes && kLayers[42].stride == kHeatStride);
+static_assert(kLayers[51].outputs == kAnswerPlanes);
+static_assert(kLayers[51].inputs <= kQuarter * kLookSide * kLookSide / kPixelsOfPlane / 2);
+
+LookAnswers RunLookNetwork(const NetworkMemory& memory) {
+    const Planes net{kLookSize, memory.scratch};
+    const size_t quarterBytes = QuarterBytes(kLookSize);
+    int8_t* const A = memory.outputs;
+    int8_t* const A2 = A + quarterBytes;
+    int8_t* const B = A2 + quarterBytes;
+    int8_t* const B2 = B + quarterBytes;
+    int8_t* const behind8 = A2 + ptrdiff_t{kLayers[43].outputs} * net.width(8) * net.height(8);
+    int8_t* const heat = A2 + quarterBytes / 2;
+
+    ArmAXorQ7(reinterpret_cast<uint8_t*>(A), kLookSide * kLookSide);
+    Tensor t = {A, kLayers[27].inputs, kLayers[27].stride};
+
+    // Stride 4
+    t = net.rectify(net.layer(27, t, B));
+    t = net.layer(28, t, A);
+    t = net.rectify(net.layer(29, t, B));
+    t = net.layer(30, t, A);
+    t = net.layer(31, t, B);
+    t = net.rectify(net.maxPool(t, A));
+
+    // Stride 8
+    t = net.layer(32, t, B);
+    t = net.rectify(net.layer(33, t, A));
+    t = net.layer(34, t, B);
+    t = net.rectify(net.layer(35, t, A));
+    t = net.layer(36, t, B);
+    t = net.rectify(net.layer(37, t, A));
+    t = net.layer(38, t, B);
+    const Tensor kept = net.rectify(net.layer(39, t, A));
+
+    // Where each point is
+    t = net.layer(40, kept, B);
+    t = net.rectify(net.layer(41, t, B2));
+    net.layer(42, t, heat);
+
+    net.rectify(net.layer(43, kept, A2));
+
+    // Stride 16
+    t = net.maxPool(kept, B);
+    t = net.layer(44, t, B2);
+    t = net.rectify(net.layer(45, t, A));
+    t = net.layer(46, t, B);
+    t = net.rectify(net.layer(47, t, A));
+    t = net.layer(48, t, B);
+    t = net.rectify(net.layer(49, t, A));
+    net.rectify(net.layer(50, t, behind8));
+
+    // The rest
+    const Layer& last = kLayers[51];
+    ArmAFcQ7(A2, last.weights, last.inputs, last.outputs, last.shift, last.bias, B, memory.scratch);
+    return {heat, B};
+}
+
+} // namespace orvo::find

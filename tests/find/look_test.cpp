@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+// The second look: which part of the picture it sees, and what its answers mean.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "find/answer_tables.h"
+#include "find/look.h"
+#include "find/merging.h"
+#include "find/patches.h"
+#include "find/plain_picture.h"
+#include "reference/reference_find_faces.h"
+#include "support/random.h"
+
+namespace {
+
+using orvo::find::Description;
+using orvo::find::FaceList;
+using orvo::find::FoundFace;
+using orvo::find::kLookSide;
+using orvo::find::kMostFaces;
+using orvo::find::LookAnswers;
+using orvo::find::View;
+using orvo_reference::Grey;
+using orvo_reference::LookAnswersPlain;
+using orvo_reference::PlainFace;
+using orvo_reference::PlainView;
+using orvo_test::GuardedBuffer;
+using orvo_test::GuardedPicture;
+using orvo_test::Random;
+
+Description AsDescription(const PlainFace& plain) {
+    const auto narrow = [](int64_t value) { return static_cast<int32_t>(value); };
+    Description face{narrow(plain.x), narrow(plain.y),   narrow(plain.side), {},
+                     narrow(plain.yaw), narrow(plain.covered)};
+    for (int i = 0; i < 10; ++i) {
+        face.points[i] = narrow(plain.points[i]);
+    }
+    return face;
+}
+
+// Points anywhere near the box, so that faces lean every way.
+PlainFace RandomFace(Random& random, const Grey& picture, int mostSide) {
+    PlainFace face{};
+    face.x = random.Between(0, 4 * picture.width - 1);
+    face.y = random.Between(0, 4 * picture.height - 1);
+    face.side = random.Between(4, mostSide);
+    for (int i = 0; i < 10; ++i) {
+        const auto reach = static_cast<int>(face.side / 2 + 2);
+        face.points[i] = (i % 2 == 0 ? face.x : face.y) + random.Between(-reach, reach);
+    }
+    return face;
+}
+
+void ExpectSame(const View& view, const PlainView& expected) {
+    EXPECT_EQ(view.x, expected.x);
+    EXPECT_EQ(view.y, expected.y);
+    EXPECT_EQ(view.side, expected.side);
+    EXPECT_EQ(view.cosine, expected.cosine);
+    EXPECT_EQ(view.sine, expected.sine);
+}
+
+TEST(Look, IsTurnedAsTheFaceLeans) {
+    Random random(31);
+    const Grey picture{200, 150, {}};
+    for (int i = 0; i < 2000; ++i) {
+        const PlainFace face = RandomFace(random, picture, 2400);
+        ExpectSame(ViewOf(AsDescription(face)), orvo_reference::PlainViewOf(face));
+    }
+    Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
+    EXPECT_EQ(ViewOf(upright).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(upright).sine, 0);
+    // Upside down; and where all points lie in one.
+    Description turned{400, 300, 100, {420, 320, 380, 320, 400, 300, 415, 280, 385, 280}, 0, 0};
+    EXPECT_EQ(ViewOf(turned).cosine, -(1 << 14));
+    Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
+    EXPECT_EQ(ViewOf(nowhere).cosine, 1 << 14);
+}
+
+TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
+    const OrvoFindPicture picture = {nullptr, 100, 60, 100};
+    const auto canBeSeen = [&](int32_t x, int32_t y, int32_t side) {
+        return orvo::find::CanBeSeen(picture, {x, y, side, {}, 0, 0});
+    };
+    EXPECT_TRUE(canBeSeen(0, 0, 4));
+    EXPECT_TRUE(canBeSeen(399, 239, 960));
+    EXPECT_FALSE(canBeSeen(-1, 0, 40));
+    EXPECT_FALSE(canBeSeen(0, -1, 40));
+    EXPECT_FALSE(canBeSeen(400, 0, 40));
+    EXPECT_FALSE(canBeSeen(0, 240, 40));
+    EXPECT_FALSE(canBeSeen(200, 120, 3));
+    EXPECT_FALSE(canBeSeen(200, 120, 961));
+}
+
+// The look as a picture again, out of its patches.
+Grey FromPatches(const std::vector<uint8_t>& patches) {
+    Grey look{kLookSide, kLookSide, {}};
+    for (int y = 0; y < kLookSide; ++y) {
+        for (int x = 0; x < kLookSide; ++x) {
+            const int plane = y % 4 * 4 + x % 4;
+            look.pixels.push_back(
+                patches[static_cast<size_t>((plane * 16 + y / 4) * 16 + x / 4)]);
+        }
+    }
+    return look;
+}
+
+// Pictures whose last byte touches an unmapped page, and memory of exactly its size.
+void ExpectLooks(const Grey& grey, GuardedBuffer::Place place, Random& random, int mostSide) {
+    const GuardedPicture picture(grey, grey.width + random.Between(0, 9), place);
+    GuardedBuffer pixels(orvo::find::LookPixelBytes(), GuardedBuffer::kAtStart);
+    GuardedBuffer room(orvo::find::PatchRoomBytes(grey.width), place);
+    for (int i = 0; i < 12; ++i) {
+        const PlainFace face = RandomFace(random, grey, mostSide);
+        std::vector<uint8_t> patches(kLookSide * kLookSide);
+        MakeLook(*picture, ViewOf(AsDescription(face)), pixels.bytes(), room.bytes(),
+                 patches.data());
+        const Grey expected = orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face));
+        ASSERT_EQ(FromPatches(patches).pixels, expected.pixels)
+            << grey.width << " x " << grey.height << ": " << face.x << ", " << face.y << ", "
+            << face.side;
+    }
+}
+
+TEST(Look, SeesWhatTheReferenceSees) {
+    Random random(32);
+    for (const auto& [width, height] : {std::pair{24, 24}, {200, 37}, {61, 150}, {320, 240}}) {
+        for (int number = 0; number < 2; ++number) {
+            const Grey grey = orvo_reference::SeededGrey(number, width, height);
+            const int most = 16 * std::min(width, height);
+            for (const auto place : {GuardedBuffer::kAtStart, GuardedBuffer::kAtEnd}) {
+                ExpectLooks(grey, place, random, 160);
+                ExpectLooks(grey, place, random, most);
+            }
+        }
+    }
+}
+
+TEST(Look, OfOneGreyIsGrey) {
+    for (const int level : {0, 7, 255}) {
+        const Grey grey{64, 64, std::vector<uint8_t>(64 * 64, static_cast<uint8_t>(level))};
+        const Grey look = orvo_reference::PlainLook(grey, {128, 128, 100, 1 << 14, 0});
+        EXPECT_EQ(look.pixels, std::vector<uint8_t>(64 * 64, 128));
+    }
+}
+
+// The same face in another light is the same look, but for the rounding of grey levels.
+TEST(Look, DoesNotDependOnTheLight) {
+    const Grey bright = orvo_reference::SeededGrey(0, 120, 100);
+    Grey dark = bright;
+    for (uint8_t& pixel : dark.pixels) {
+        pixel = static_cast<uint8_t>(pixel / 2 + 10);
+    }
+    const PlainView view = {240, 200, 200, 1 << 14, 0};
+    const Grey a = orvo_reference::PlainLook(bright, view);
+    const Grey b = orvo_reference::PlainLook(dark, view);
+    for (size_t i = 0; i < a.pixels.size(); ++i) {
+        ASSERT_NEAR(a.pixels[i], b.pixels[i], 3) << i;
+    }
+}
+
+LookAnswersPlain RandomAnswers(Random& random, int most) {
+    LookAnswersPlain answers;
+    for (int i = 0; i < 16 * 64; ++i) {
+        answers.heat.push_back(static_cast<int8_t>(random.Between(-128, most)));
+    }
+    for (int i = 0; i < 16; ++i) {
+        answers.rest.push_back(static_cast<int8_t>(random.Between(-128, 127)));
+    }
+    return answers;
+}
+
+TEST(LookAnswers, SayWhatTheReferenceReads) {
+    Random random(33);
+    const Grey picture{500, 400, {}};
+    for (int i = 0; i < 500; ++i) {
+        const PlainFace face = RandomFace(random, picture, 6400);
+        // With low logits all weights are small, down to none at all.
+        const LookAnswersPlain answers = RandomAnswers(random, i % 3 == 0 ? -110 : 127);
+        const View view = ViewOf(AsDescription(face));
+        const LookAnswers given = {answers.heat.data(), answers.rest.data()};
+        const Description described = Described(view, given);
+        const PlainFace expected = orvo_reference::PlainDescribed(
+            face, orvo_reference::PlainViewOf(face), answers);
+        EXPECT_EQ(described.x, expected.x);
+        EXPECT_EQ(described.y, expected.y);
+        EXPECT_EQ(described.side, expected.side);
+        EXPECT_EQ(described.yaw, expected.yaw);
+        EXPECT_EQ(described.covered, expected.covered);
+        for (int n = 0; n < 10; ++n) {
+            EXPECT_EQ(described.points[n], expected.points[n]) << n;
+        }
+        const int first = random.Between(-128, 127);
+        EXPECT_EQ(MeanScore(first, given),
+                  orvo_reference::PlainMeanScore(first, answers.rest[0]));
+    }
+}
+
+TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
+    LookAnswersPlain answers;
+    answers.heat.assign(16 * 64, -128);
+    answers.rest.assign(16, 0);
+    const auto set = [&](int plane, int cell, int value) {
+        answers.heat[static_cast<size_t>(64 * plane + cell)] = static_cast<int8_t>(value);
+    };
+    // The nose, in the cell of column 5 and row 3: its middle is 12 pixels to the right and 4 up.
+    set(2, 29, 127);
+    set(7, 29, 8);    // a pixel to the right of that
+    set(12, 29, -16); // two up
+    // 64 pixels of a look are 96 of the picture.
+    const View view = {1000, 800, 256, 1 << 14, 0};
+    const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
+    EXPECT_EQ(face.points[4], 1000 + 4 * 13 * 3 / 2);
+    EXPECT_EQ(face.points[5], 800 - 4 * 6 * 3 / 2);
+    EXPECT_EQ(face.side, 256);
+}
+
+TEST(AnswerTables, HeatIsWhatItSays) {
+    for (int i = -128; i < 128; ++i) {
+        EXPECT_EQ(orvo::find::kHeat[i + 128], orvo_reference::PlainHeat(i)) << i;
+    }
+}
+
+TEST(Faces, AreTheBestOfThoseThatOverlap) {
+    Random random(34);
+    for (int repetition = 0; repetition < 20; ++repetition) {
+        const auto list = std::make_unique<FaceList>();
+        list->Clear();
+        std::vector<PlainFace> plain;
+        for (int i = 0; i < (repetition < 10 ? 40 : 2 * kMostFaces); ++i) {
+            PlainFace face{};
+            face.x = random.Between(0, 4000);
+            face.y = random.Between(0, 4000);
+            face.side = random.Between(40, 900);
+            face.score = random.Between(0, 30);
+            plain.push_back(face);
+            list->Add({AsDescription(face), face.score, 0, 1});
+        }
+        list->DropRepeated();
+        const std::vector<PlainFace> expected = orvo_reference::PlainWithoutRepeats(plain);
+        ASSERT_EQ(list->count(), static_cast<int32_t>(expected.size()));
+        EXPECT_LT(expected.size(), plain.size());
+        for (size_t i = 0; i < expected.size(); ++i) {
+            const FoundFace& face = list->At(static_cast<int32_t>(i));
+            EXPECT_EQ(face.score, expected[i].score);
+            EXPECT_EQ(face.face.x, expected[i].x);
+            EXPECT_EQ(face.face.side, expected[i].side);
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,215 @@
+# SPDX-License-Identifier: MIT
+"""Looks: 64 x 64 pixels around a box that the finder's first network may have found, from scenes.
+
+Boxes lie about faces as inexactly as that network's, or where no face is: anywhere in a scene, and where an
+earlier state of it saw one (looks-*.npy beside a scene shard, rows of picture, x, y, side, turn)."""
+from dataclasses import dataclass
+from pathlib import Path
+
+import cv2
+import numpy as np
+
+from ..networks.look_net import FACE, SIDE
+from .scenes import _SWAPPED
+
+MOST_SCALE = 1.5  # pixels of a level from one of a look to the next
+FINE = 16  # steps of a grey level that a sampled pixel is known to
+_MIDDLE = slice(12, 52)  # rows and columns whose greys are brought to the same mean and spread
+SPREAD = 36  # their mean distance from the mean
+MOST_GAIN = 6
+# Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
+# pixels of the look, from its middle; yaw; covered share; side of the true box in the picture.
+GOALS = 17
+_POINTS = slice(4, 14)
+
+
+@dataclass
+class Box:
+    x: float
+    y: float
+    side: float
+    turn: float  # degrees, clockwise in the picture
+
+
+def look(picture, box):
+    """The library's sampling but for its rounding: every level halves the one before it, and beyond the
+    picture's borders these are repeated."""
+    scale = box.side / (FACE * SIDE)
+    x, y = box.x, box.y
+    reach = 0.75 * SIDE * scale + 4
+    left, top = (max(0, int(v - reach)) & ~7 for v in (x, y))
+    picture = picture[top : max(top + 8, int(y + reach)), left : max(left + 8, int(x + reach))]
+    if min(picture.shape) < 8:
+        return np.full((SIDE, SIDE), 128, np.uint8)
+    x, y = x - left, y - top
+    while scale > MOST_SCALE and min(picture.shape) >= 4:
+        height, width = picture.shape
+        picture = cv2.resize(picture[: height & ~1, : width & ~1], (width // 2, height // 2),
+                             interpolation=cv2.INTER_AREA)  # fmt: skip
+        x, y, scale = x / 2, y / 2, scale / 2
+    c, s = scale * np.cos(np.radians(box.turn)), scale * np.sin(np.radians(box.turn))
+    last = 0.5 * (SIDE - 1)
+    matrix = np.array([[c, -s, x - 0.5 - last * c + last * s], [s, c, y - 0.5 - last * s - last * c]])
+    fine = cv2.warpAffine(picture.astype(np.uint16) * FINE, matrix, (SIDE, SIDE),
+                          flags=cv2.INTER_LINEAR | cv2.WARP_INVERSE_MAP,
+                          borderMode=cv2.BORDER_REPLICATE)  # fmt: skip
+    return normalised(fine)
+
+
+def normalised(fine):
+    """Sixteenths of grey levels -> grey levels of the same mean and spread in the middle."""
+    fine = fine.astype(np.int32)
+    middle = fine[_MIDDLE, _MIDDLE]
+    mean = (int(middle.sum()) + middle.size // 2) // middle.size
+    spread = int(np.abs(middle - mean).sum()) // middle.size  # sixteenths
+    gain = min(256 * FINE * SPREAD // max(spread, 1), 256 * MOST_GAIN)
+    return np.clip(128 + (((fine - mean) * gain + 2048) >> 12), 0, 255).astype(np.uint8)
+
+
+def goal(face, box):
+    """What the network is to say of a row of a scene's faces."""
+    scale = box.side / (FACE * SIDE)
+    c, s = np.cos(np.radians(box.turn)) / scale, np.sin(np.radians(box.turn)) / scale
+    places = np.concatenate([face[1:3], face[_POINTS]]).reshape(-1, 2) - (box.x, box.y)
+    places = places @ np.array([[c, -s], [s, c]])
+    row = np.zeros(GOALS, np.float32)
+    row[0] = 1
+    row[1:3], row[3], row[_POINTS] = places[0], face[3] / scale, places[1:].ravel()
+    row[14:16], row[16] = face[14:16], face[3]
+    return row
+
+
+def mirrored(pictures, rows):
+    rows = rows.copy()
+    rows[:, 1] *= -1
+    points = rows[:, _POINTS].reshape(-1, 5, 2)[:, _SWAPPED]
+    points[:, :, 0] *= -1
+    rows[:, _POINTS] = points.reshape(-1, 10)
+    rows[:, 14] *= -1
+    return pictures[:, :, ::-1], rows
+
+
+class LookSource:
+    def __init__(self, folders, seed, faces_share=0.7):
+        self.folders = [Path(folder) for folder in folders]
+        self.random = np.random.default_rng(seed)
+        self.faces_share = faces_share
+        self._known, self.shards, self.rows, self.mined = set(), [], [], []
+        self.refresh()
+
+    def refresh(self):
+        for folder in self.folders:
+            for path in sorted(folder.glob("scenes-*.faces.npy")):
+                if path not in self._known and not path.name.endswith(".new.npy"):
+                    self._known.add(path)
+                    stem = str(path)[: -len(".faces.npy")]
+                    self._take(stem, np.load(path))
+        self._look_for_mined()
+
+    def _take(self, stem, faces):
+        pictures = np.load(stem + ".pictures.npy", mmap_mode="r")
+        shard = len(self.shards)
+        self.shards.append((Path(stem), pictures, faces))
+        good = (faces[:, :, 0] == 1) & (faces[:, :, 3] >= 12)
+        at = np.argwhere(good)
+        # Small ones are plenty, and tell little.
+        side = faces[at[:, 0], at[:, 1], 3]
+        at = at[self.random.random(len(at)) < np.clip((side - 6) / 14, 0.2, 1)]
+        self.rows += [(shard, int(i), int(k)) for i, k in at]
+
+    def _look_for_mined(self):
+        for shard, (stem, _, _) in enumerate(self.shards):
+            path = stem.parent / (stem.name.replace("scenes", "looks") + ".npy")
+            if path not in self._known and path.exists():
+                self._known.add(path)
+                self.mined += [(shard, int(r[0]), Box(*map(float, r[1:5]))) for r in np.load(path)]
+
+    def draw(self):
+        """A look and its goal."""
+        random = self.random
+        if random.random() < self.faces_share:
+            shard, i, k = self.rows[random.integers(len(self.rows))]
+            _, pictures, faces = self.shards[shard]
+            face = faces[i, k]
+            box = self._about(face)
+            row = goal(face, box)
+            size = max(face[3], box.side) / min(face[3], box.side)
+            if max(abs(face[1] - box.x), abs(face[2] - box.y)) > 0.32 * face[3] or size > 1.5:
+                row[0] = -1
+        elif self.mined and random.random() < 0.7:
+            shard, i, box = self.mined[random.integers(len(self.mined))]
+            _, pictures, faces = self.shards[shard]
+            box = Box(
+                box.x + 0.06 * box.side * random.normal(), box.y + 0.06 * box.side * random.normal(),
+                box.side * np.exp(0.1 * random.normal()), box.turn + self._turn(),
+            )  # fmt: skip
+            row = self._without(faces[i], box)
+        else:
+            shard = random.integers(len(self.shards))
+            _, pictures, faces = self.shards[shard]
+            i = random.integers(len(pictures))
+            side = np.exp(random.uniform(np.log(14), np.log(110)))
+            box = Box(*random.uniform(0, pictures.shape[1], 2), side, self._turn())
+            row = self._without(faces[i], box)
+        return look(pictures[i], box), row
+
+    @staticmethod
+    def _without(faces, box):
+        row = np.zeros(GOALS, np.float32)
+        faces = faces[faces[:, 0] > 0]
+        far = np.abs(faces[:, 1:3] - (box.x, box.y)).max(1, initial=0)
+        if (far < 0.6 * np.maximum(faces[:, 3], 0.7 * box.side)).any():
+            row[0] = -1
+        return row
+
+    def _turn(self):
+        random = self.random
+        return random.normal(0, 12) if random.random() < 0.85 else random.uniform(-180, 180)
+
+    def _about(self, face):
+        """As the first network's boxes lie; turned upright by its points, or not."""
+        random, side = self.random, face[3]
+        wide = 2.0 if random.random() < 0.2 else 1.0
+        turn = self._turn()
+        if random.random() < 0.85:
+            turn += self._roll(face)
+        x, y = face[1:3] + 0.07 * wide * side * random.normal(size=2)
+        return Box(x, y, side * np.exp(0.11 * wide * random.normal()), turn)
+
+    @staticmethod
+    def _roll(face):
+        p = face[_POINTS].reshape(5, 2)
+        eyes, down = p[1] - p[0], (p[3] + p[4]) / 2 - (p[0] + p[1]) / 2
+        return np.degrees(np.arctan2(eyes[1] - down[0], eyes[0] + down[1]))
+
+    def fresh(self, size):
+        drawn = [self.draw() for _ in range(size)]
+        return np.stack([picture for picture, _ in drawn]), np.stack([row for _, row in drawn])
+
+
+class LookBatches:
+    """A third of a batch is cut out anew, the rest drawn from what was cut out before; all mirrored
+    and lit anew."""
+
+    KEPT = 24000
+
+    def __init__(self, source):
+        self.source = source
+        self._pictures = np.empty((self.KEPT, SIDE, SIDE), np.uint8)
+        self._rows = np.empty((self.KEPT, GOALS), np.float32)
+        self._count = 0
+
+    def batch(self, size):
+        random, new = self.source.random, -(-size // 3)
+        at = (self._count + np.arange(new)) % self.KEPT
+        self._pictures[at], self._rows[at] = self.source.fresh(new)
+        self._count += new
+        old = random.integers(min(self._count, self.KEPT), size=size - new)
+        at = np.concatenate([at, old])
+        pictures, rows = self._pictures[at], self._rows[at]
+        other = random.random(size) < 0.5
+        pictures[other], rows[other] = mirrored(pictures[other], rows[other])
+        gain = np.exp(random.normal(0, 0.12, size)).astype(np.float32)[:, None, None]
+        lift = random.normal(0, 6, size).astype(np.float32)[:, None, None]
+        lit = np.clip(np.rint((pictures - np.float32(128)) * gain + lift), -128, 127)
+        return lit[:, None], rows

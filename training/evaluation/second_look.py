@@ -1,0 +1,115 @@
+# SPDX-License-Identifier: MIT
+"""A second look at a found face, as the library takes it: its surroundings turned upright, at one size
+and at the same grey levels, and what the network's answer means. Whole numbers throughout."""
+import math
+from dataclasses import dataclass, replace
+
+import numpy as np
+
+SIDE = 64
+_ONE = 1 << 14
+_PLACE = 16  # bits behind the point of places in a level
+_MIDDLE = slice(12, 52)
+_FINE, _SPREAD, _MOST_GAIN = 16, 36, 6
+_HEAT = np.array([round(2**20 * math.exp((s - 127) / 16)) for s in range(-128, 128)], np.int64)
+_CELLS = SIDE // 8
+_SIDES = np.round(1024 * 2.0 ** (np.arange(-128, 128) / 64)).astype(np.int64)
+
+
+@dataclass
+class View:
+    """A box in quarter pixels, and the direction of an upright face's rows in 2^14ths."""
+
+    x: int
+    y: int
+    side: int
+    cosine: int
+    sine: int
+
+
+def view_of(face):
+    p = face.points.astype(int).tolist()
+    x = 2 * (p[1][0] - p[0][0]) + p[3][1] + p[4][1] - p[0][1] - p[1][1]
+    y = 2 * (p[1][1] - p[0][1]) - p[3][0] - p[4][0] + p[0][0] + p[1][0]
+    length = math.isqrt(x * x + y * y)
+    box = (int(face.middle[0]), int(face.middle[1]), int(face.side))
+    if length < 8:
+        return View(*box, _ONE, 0)
+    return View(*box, *((2 * v * _ONE + length) // (2 * length) for v in (x, y)))
+
+
+def can_be_seen(picture, face):
+    height, width = picture.shape
+    x, y = face.middle
+    return (0 <= x < 4 * width and 0 <= y < 4 * height
+            and 4 <= face.side <= 16 * min(width, height))  # fmt: skip
+
+
+def _level_of(side):
+    level = 0
+    while side > (4 * SIDE) << level:
+        level += 1
+    return level
+
+
+def fine_look(planes, view):
+    """Sixteenths of grey levels. planes: the picture, halved once, twice, ..."""
+    level = _level_of(view.side)
+    plane = planes[level].astype(np.int64)
+    along, aside = (v * view.side * 3 >> (7 + level) for v in (view.cosine, view.sine))
+    half = 2 * np.arange(SIDE, dtype=np.int64) + 1 - SIDE
+    right, down = half[None, :], half[:, None]
+    middle = [(v << (_PLACE - 2) >> level) - (1 << (_PLACE - 1)) for v in (view.x, view.y)]
+    x = middle[0] + ((right * along - down * aside) >> 1)
+    y = middle[1] + ((right * aside + down * along) >> 1)
+    column, row = x >> _PLACE, y >> _PLACE
+    fx, fy = (v >> (_PLACE - 8) & 255 for v in (x, y))
+    height, width = plane.shape
+
+    def at(dx, dy):
+        return plane[np.clip(row + dy, 0, height - 1), np.clip(column + dx, 0, width - 1)]
+
+    upper = at(0, 0) * (256 - fx) + at(1, 0) * fx
+    lower = at(0, 1) * (256 - fx) + at(1, 1) * fx
+    return (upper * (256 - fy) + lower * fy + 2048) >> 12
+
+
+def toned(fine):
+    middle = fine[_MIDDLE, _MIDDLE]
+    mean = (int(middle.sum()) + middle.size // 2) // middle.size
+    spread = max(int(np.abs(middle - mean).sum()) // middle.size, 1)
+    gain = min((_SPREAD * _FINE << 8) // spread, _MOST_GAIN << 8)
+    return np.clip(128 + (((fine - mean) * gain + 2048) >> 12), 0, 255).astype(np.uint8)
+
+
+def look(planes, view):
+    return toned(fine_look(planes, view))
+
+
+def points_of(heat):
+    """Eighths of the look's pixels from its middle: [(right, down)] * 5."""
+    logits, right, down = (heat[i : i + 5].reshape(5, -1).astype(np.int64) for i in (0, 5, 10))
+    weight = _HEAT[logits + 128]
+    middle = (2 * np.arange(_CELLS) + 1 - _CELLS) * 32
+    x, y = np.tile(middle, _CELLS), np.repeat(middle, _CELLS)
+    total = np.maximum(weight.sum(1), 1)
+    return [
+        [int((2 * v + w) // (2 * w)) for v, w in ((a, w), (b, w))]
+        for a, b, w in zip((weight * (x + right)).sum(1), (weight * (y + down)).sum(1), total)
+    ]
+
+
+def described(face, view, heat, answer):
+    """The face as the answers have it."""
+    o = [int(v) for v in answer]
+
+    def in_picture(right, down):
+        x = (right * view.cosine - down * view.sine) * view.side * 3
+        y = (right * view.sine + down * view.cosine) * view.side * 3
+        return view.x + ((x + (1 << 23)) >> 24), view.y + ((y + (1 << 23)) >> 24)
+
+    points = np.array([in_picture(*place) for place in points_of(heat)], np.int64)
+    return replace(
+        face, middle=in_picture(2 * o[1], 2 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
+        points=points, yaw=o[14], covered=o[15],
+    )  # fmt: skip
