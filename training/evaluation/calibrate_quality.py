@@ -101,14 +101,6 @@ def as_they_are(probes):
     return [p for p in probes if p.kind in (AS_IT_IS, SIDES)]
 
 
-def one_flaw_each(probes, seed=0):
-    """Every other picture with one flaw, of those that come with all."""
-    kinds = sorted({p.kind for p in probes} - {AS_IT_IS})
-    random = np.random.default_rng(seed)
-    flaw = {n: kinds[random.integers(len(kinds))] for n in sorted({p.original for p in probes})}
-    return [p for p in probes if p.kind == (AS_IT_IS if p.original % 2 == 0 else flaw[p.original])]
-
-
 def as_one_table(junk):
     """{kind: (measures of all faces, the picture of each, number of pictures)}"""
     out = {}
@@ -273,6 +265,7 @@ def parse_arguments():
         add(f"--{prefix}cutouts", type=Path, required=True, help="what `facegen cutouts` wrote")
         add(f"--{prefix}bank", type=Path, required=True, help="pictures without people")
     add("--people", type=Path, help="real portraits, one sub-folder a person, to be measured on")
+    add("--most-people", type=int, default=200, help="of each folder of rendered ones (%(default)s)")
     add("--rounds", type=int, default=4000, help="settings that are tried; 0: measure only (%(default)s)")
     add("--write", action="store_true", help="write the settings into find/settings.h")
     add("--again", action="store_true", help="with what was seen last time (the models are the same)")
@@ -280,9 +273,9 @@ def parse_arguments():
     return parser.parse_args()
 
 
-def _gathered(eyes, frames, cutouts, bank, seed):
-    probes = quality_sets.of_frames(eyes, frames, seed)
-    sides, backs = quality_sets.of_cutouts(eyes, cutouts, bank, seed + 1)
+def _gathered(eyes, frames, cutouts, bank, most, seed):
+    probes = quality_sets.of_frames(eyes, frames, most, seed)
+    sides, backs = quality_sets.of_cutouts(eyes, cutouts, bank, most, seed + 1)
     return probes, sides, as_one_table(quality_sets.junk(eyes, frames, bank, backs, seed + 2))
 
 
@@ -297,8 +290,8 @@ def _looked_at(args, eyes):
     if args.again and kept.exists():
         return pickle.loads(kept.read_bytes())
     seen = {
-        "fit": _gathered(eyes, args.frames, args.cutouts, args.bank, 1),
-        "test": _gathered(eyes, args.test_frames, args.test_cutouts, args.test_bank, 11),
+        "fit": _gathered(eyes, args.frames, args.cutouts, args.bank, args.most_people, 1),
+        "test": _gathered(eyes, args.test_frames, args.test_cutouts, args.test_bank, args.most_people, 11),
         "people": quality_sets.of_people(eyes, args.people, 21) if args.people else [],
     }
     args.out.mkdir(parents=True, exist_ok=True)
@@ -319,7 +312,7 @@ def main():
         settings, _ = Fit(list(pools.values()), junk, settings).run(args.rounds)
     if seen["people"]:
         test["portraits as they are"] = pool(as_they_are(seen["people"]))
-        test["portraits, half with a flaw"] = pool(one_flaw_each(seen["people"]))
+        test["portraits, half with a flaw"] = pool(mixed(seen["people"]))
     named = {f"fit: {name}": one for name, one in pools.items()} | test
     report = {
         "settings": settings,
