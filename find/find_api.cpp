@@ -179,6 +179,7 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
 // and in the middle. False if it is no face.
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
+    int32_t sum = 0;
     const NetworkMemory network = NetworkMemoryAt(memory.rest, kLookSize);
     for (int32_t look = 0; look < kLooks; ++look) {
         if (!CanBeSeen(picture, found->face) || (look > 0 && found->score < kLookedAtAgainScore)) {
@@ -188,7 +189,8 @@ bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFac
         MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
         const LookAnswers answers = RunLookNetwork(network);
         found->face = Described(view, answers);
-        found->score = MeanScore(first, answers);
+        sum += answers.rest[0];
+        found->score = LookedAtScore(first, look + 1, sum);
     }
     found->probability = ProbabilityOf(found->score);
     return found->probability >= kReportedProbability && CanBeSeen(picture, found->face);

@@ -42,11 +42,14 @@ int64_t RootOf(int64_t square) {
     return root;
 }
 
+int32_t RoundedDown(int64_t dividend, int64_t divisor) {
+    const int64_t down = dividend % divisor < 0 ? 1 : 0;
+    return static_cast<int32_t>(dividend / divisor - down);
+}
+
 // To the next whole number, a half up.
 int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
-    const int64_t doubled = 2 * dividend + divisor;
-    const int64_t down = doubled % (2 * divisor) < 0 ? 1 : 0;
-    return static_cast<int32_t>(doubled / (2 * divisor) - down);
+    return RoundedDown(2 * dividend + divisor, 2 * divisor);
 }
 
 // The part of a level around a view that it is sampled from, whichever way it is turned.
@@ -54,7 +57,7 @@ struct Surroundings {
     const uint8_t* pixels;
     int32_t left, top, width, height; // within the level
 
-    bool Has(int64_t x, int64_t y) const { // with the pixels to the right and below
+    bool Has(int32_t x, int32_t y) const { // with the pixels to the right and below
         return x >= 0 && y >= 0 && x >> kPlaceBits < width - 1 && y >> kPlaceBits < height - 1;
     }
     // Beyond the ends, these are repeated.
@@ -68,15 +71,17 @@ struct Surroundings {
     }
     // In sixteenths. Places count from the middle of the first pixel.
     template <bool Inside>
-    int32_t Sample(int64_t x, int64_t y) const {
-        const auto column = static_cast<int32_t>(x >> kPlaceBits);
-        const auto row = static_cast<int32_t>(y >> kPlaceBits);
-        const auto right = static_cast<int32_t>(x >> (kPlaceBits - 8) & 255);
-        const auto below = static_cast<int32_t>(y >> (kPlaceBits - 8) & 255);
+    int32_t Sample(int32_t x, int32_t y) const {
+        const int32_t column = x >> kPlaceBits;
+        const int32_t row = y >> kPlaceBits;
+        const int32_t right = x >> (kPlaceBits - 8) & 255;
+        const int32_t below = y >> (kPlaceBits - 8) & 255;
         const auto inRow = [&](int32_t r) {
-            return At<Inside>(column, r) * (256 - right) + At<Inside>(column + 1, r) * right;
+            const int32_t first = At<Inside>(column, r);
+            return 256 * first + (At<Inside>(column + 1, r) - first) * right;
         };
-        return (inRow(row) * (256 - below) + inRow(row + 1) * below + 2048) >> 12;
+        const int32_t upper = inRow(row);
+        return (256 * upper + (inRow(row + 1) - upper) * below + 2048) >> 12;
     }
 };
 
@@ -98,41 +103,52 @@ Surroundings MakeSurroundings(const OrvoFindPicture& picture, int32_t level, con
     return part;
 }
 
-// A look's pixels in the surroundings: where the middle of the look is, and two steps of a half pixel.
+// A look's pixels in the surroundings: where its middle is, and the step from a pixel to the next on the
+// right; that to the one below is at a right angle. In 2^16ths of the level's pixels, of which the
+// surroundings have less than 2^8 and a look reaches less than 2^8 beyond them: 32 bits hold all.
 struct Grid {
-    int64_t x, y;         // 2^16ths of the level's pixels
-    int64_t along, aside; // of the step to the right; the step down is at a right angle
+    int32_t x, y;
+    int32_t along, aside;
 
     Grid(const View& view, const Surroundings& part, int32_t level)
-        : x(Middle(view.x, level) - (int64_t{part.left} << kPlaceBits)),
-          y(Middle(view.y, level) - (int64_t{part.top} << kPlaceBits)),
-          // From one pixel of the look to the next: 3 / 128 of the side.
-          along(int64_t{view.cosine} * view.side * 3 >> (7 + level)),
-          aside(int64_t{view.sine} * view.side * 3 >> (7 + level)) {}
+        : x(Middle(view.x, level, part.left)), y(Middle(view.y, level, part.top)),
+          along(Step(view.cosine, view.side, level)), aside(Step(view.sine, view.side, level)) {}
 
     // `right` and `down`: in half pixels from the middle.
-    int64_t XOf(int64_t right, int64_t down) const { return x + ((right * along - down * aside) >> 1); }
-    int64_t YOf(int64_t right, int64_t down) const { return y + ((right * aside + down * along) >> 1); }
+    int32_t XOf(int32_t right, int32_t down) const {
+        return x + ((right * along - down * aside) >> 1);
+    }
+    int32_t YOf(int32_t right, int32_t down) const {
+        return y + ((right * aside + down * along) >> 1);
+    }
 
   private:
-    static int64_t Middle(int32_t quarters, int32_t level) {
+    static int32_t Middle(int32_t quarters, int32_t level, int32_t start) {
         const int64_t place = (int64_t{quarters} << (kPlaceBits - 2)) >> level;
-        return place - (1 << (kPlaceBits - 1));
+        return static_cast<int32_t>(place - (int64_t{start} << kPlaceBits)) -
+               (1 << (kPlaceBits - 1));
+    }
+    // 3 / 128 of the side.
+    static int32_t Step(int32_t direction, int32_t side, int32_t level) {
+        return static_cast<int32_t>(int64_t{direction} * side * 3 >> (7 + level));
     }
 };
 
+constexpr int32_t kLookEnd = kLookSide - 1; // half pixels from the middle to the outermost pixels'
+
 template <bool Inside>
 void Sample(const Surroundings& part, const Grid& grid, uint16_t* look) {
-    for (int32_t down = 1 - kLookSide; down < kLookSide; down += 2) {
-        for (int32_t right = 1 - kLookSide; right < kLookSide; right += 2) {
-            *look++ = static_cast<uint16_t>(
-                part.Sample<Inside>(grid.XOf(right, down), grid.YOf(right, down)));
+    for (int32_t down = -kLookEnd; down <= kLookEnd; down += 2) {
+        int32_t x = grid.XOf(-kLookEnd, down);
+        int32_t y = grid.YOf(-kLookEnd, down);
+        for (int32_t i = 0; i < kLookSide; ++i, x += grid.along, y += grid.aside) {
+            *look++ = static_cast<uint16_t>(part.Sample<Inside>(x, y));
         }
     }
 }
 
 bool LiesInside(const Surroundings& part, const Grid& grid) {
-    constexpr int32_t kEnd = kLookSide - 1;
+    constexpr int32_t kEnd = kLookEnd;
     return part.Has(grid.XOf(-kEnd, -kEnd), grid.YOf(-kEnd, -kEnd)) &&
            part.Has(grid.XOf(kEnd, -kEnd), grid.YOf(kEnd, -kEnd)) &&
            part.Has(grid.XOf(-kEnd, kEnd), grid.YOf(-kEnd, kEnd)) &&
@@ -152,6 +168,7 @@ void ForTheMiddle(const uint16_t* look, Use use) {
 struct Tone {
     int32_t mean, gain;
 
+    // In 32 bits: 4080 * kMostGain is less than 2^23.
     explicit Tone(const uint16_t* look) {
         int32_t sum = 0;
         ForTheMiddle(look, [&](int32_t value) { sum += value; });
@@ -195,10 +212,10 @@ Offset PointOf(const int8_t* heat, int32_t point) {
     return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
 }
 
-// From eighths of the look's pixels, each 3 / 1024 of the box's side.
+// From sixteenths of the look's pixels, each 3 / 2048 of the box's side.
 void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
     const auto scaled = [&](int64_t offset) {
-        return static_cast<int32_t>((offset * view.side * 3 + (1 << 23)) >> 24);
+        return static_cast<int32_t>((offset * view.side * 3 + (1 << 24)) >> 25);
     };
     *x = view.x + scaled(right * view.cosine - down * view.sine);
     *y = view.y + scaled(right * view.sine + down * view.cosine);
@@ -249,10 +266,15 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
     const Tone tone(look);
     constexpr int32_t kPlane = kLookSide / kPatch;
     for (int32_t y = 0; y < kLookSide; ++y) {
+        uint8_t toned[kLookSide];
         for (int32_t x = 0; x < kLookSide; ++x) {
-            const int32_t plane = y % kPatch * kPatch + x % kPatch;
-            patches[(plane * kPlane + y / kPatch) * kPlane + x / kPatch] =
-                tone.Of(look[y * kLookSide + x]);
+            toned[x] = tone.Of(look[y * kLookSide + x]);
+        }
+        uint8_t* const first = patches + (y % kPatch * kPatch * kPlane + y / kPatch) * kPlane;
+        for (int32_t column = 0; column < kPatch; ++column) {
+            for (int32_t x = 0; x < kPlane; ++x) {
+                first[column * kPlane * kPlane + x] = toned[kPatch * x + column];
+            }
         }
     }
 }
@@ -260,20 +282,24 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
 Description Described(const View& view, const LookAnswers& answers) {
     const int8_t* const o = answers.rest;
     Description face;
-    const Offset middle = {o[1], o[2]};
-    InPicture(view, 2 * middle.right, 2 * middle.down, &face.x, &face.y);
+    // The rest's places are quarter pixels of the look.
+    InPicture(view, 4 * o[1], 4 * o[2], &face.x, &face.y);
     face.side = static_cast<int32_t>((int64_t{kSide[o[3] + 128]} * view.side + 512) >> 10);
     for (int32_t i = 0; i < kPoints; ++i) {
+        // The rest has the points, too: the mean of both is nearer than either.
         const Offset point = PointOf(answers.heat, i);
-        InPicture(view, point.right, point.down, face.points + 2 * i, face.points + 2 * i + 1);
+        const int32_t right = point.right + 2 * o[4 + 2 * i];
+        const int32_t down = point.down + 2 * o[5 + 2 * i];
+        InPicture(view, right, down, face.points + 2 * i, face.points + 2 * i + 1);
     }
     face.yaw = o[14];
     face.covered = o[15];
     return face;
 }
 
-int32_t MeanScore(int32_t first, const LookAnswers& answers) {
-    return std::max(((first + answers.rest[0]) >> 1) - kScoreLess, -128);
+int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sum) {
+    const int32_t mean = RoundedDown(looks * first + sum, 2 * looks);
+    return std::clamp(mean - kScoreLess, -128, 127);
 }
 
 int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }

@@ -37,9 +37,9 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
 // What the network answered of a view.
 Description Described(const View& view, const LookAnswers& answers);
 
-// The score of a face that was found with `first` and then looked at: the mean of both, and less by
-// what keeps false faces out.
-int32_t MeanScore(int32_t first, const LookAnswers& answers);
+// The score of a face that was found with `first` and then looked at so many times, whose scores are
+// answers.rest[0]: the mean of the first with the mean of the looks, less what keeps false faces out.
+int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sumOfLooks);
 int32_t ProbabilityOf(int32_t score); // in 1024ths
 
 } // namespace orvo::find

@@ -15,14 +15,14 @@ inline constexpr int32_t kLastLevelSide = 96;
 
 // An answer's score, a logit in sixteenths, from which on it is a candidate; the most candidates
 // that are kept.
-inline constexpr int32_t kCandidateScore = -20;
+inline constexpr int32_t kCandidateScore = -16;
 inline constexpr int32_t kMostCandidates = 512;
 
 // A face that candidates make is looked at once more from this probability on, in 1024ths; and a
 // second time if the score is then at least this. The score is the mean of that of finding it and of the
-// last look at it, less a little: both were learnt where faces are frequent. The most faces that are kept.
-inline constexpr int32_t kLookedAtProbability = 230;
-inline constexpr int32_t kLookedAtAgainScore = -16;
+// looks', less a little, since all were learnt where faces are frequent. The most faces that are kept.
+inline constexpr int32_t kLookedAtProbability = 302;
+inline constexpr int32_t kLookedAtAgainScore = -28;
 inline constexpr int32_t kScoreLess = 16;
 inline constexpr int32_t kLooks = 2;
 inline constexpr int32_t kMostFaces = 256;

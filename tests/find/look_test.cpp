@@ -193,10 +193,23 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         for (int n = 0; n < 10; ++n) {
             EXPECT_EQ(described.points[n], expected.points[n]) << n;
         }
-        const int first = random.Between(-128, 127);
-        EXPECT_EQ(MeanScore(first, given),
-                  orvo_reference::PlainMeanScore(first, answers.rest[0]));
     }
+}
+
+TEST(LookAnswers, ScoresAreTheMeanOfTheFirstAndOfTheLooks) {
+    Random random(35);
+    for (int i = 0; i < 1000; ++i) {
+        const int first = random.Between(-128, 127);
+        std::vector<int> looks;
+        int sum = 0;
+        for (int look = 0; look < 3; ++look) {
+            looks.push_back(random.Between(-128, 127));
+            sum += looks.back();
+            EXPECT_EQ(orvo::find::LookedAtScore(first, look + 1, sum),
+                      orvo_reference::PlainScore(first, looks));
+        }
+    }
+    EXPECT_EQ(orvo::find::LookedAtScore(40, 2, 100 + 60), 60 - orvo::find::kScoreLess);
 }
 
 TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
@@ -210,12 +223,17 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     set(2, 29, 127);
     set(7, 29, 8);    // a pixel to the right of that
     set(12, 29, -16); // two up
-    // 64 pixels of a look are 96 of the picture.
-    const View view = {1000, 800, 256, 1 << 14, 0};
+    // The rest has it where the cell has it, or four pixels further to the right.
+    const View view = {1000, 800, 256, 1 << 14, 0}; // 64 pixels of a look are 96 of the picture
+    answers.rest[8] = 4 * 13;
+    answers.rest[9] = 4 * -6;
     const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
     EXPECT_EQ(face.points[4], 1000 + 4 * 13 * 3 / 2);
     EXPECT_EQ(face.points[5], 800 - 4 * 6 * 3 / 2);
     EXPECT_EQ(face.side, 256);
+    answers.rest[8] += 4 * 4;
+    const Description other = Described(view, {answers.heat.data(), answers.rest.data()});
+    EXPECT_EQ(other.points[4], 1000 + 4 * 15 * 3 / 2);
 }
 
 TEST(AnswerTables, HeatIsWhatItSays) {

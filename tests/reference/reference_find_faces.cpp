@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 
 #include "find/settings.h"
 
@@ -320,13 +321,13 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
                          const LookAnswersPlain& answers) {
     const auto o = [&](size_t i) -> int64_t { return answers.rest[i]; };
     PlainFace described = face;
-    // Eighths of the look's pixels.
+    // Sixteenths of the look's pixels.
     const auto place = [&](int64_t right, int64_t down, int64_t* x, int64_t* y) {
-        const int64_t unit = int64_t{1} << 24;
+        const int64_t unit = int64_t{1} << 25;
         *x = view.x + Rounded(3 * view.side * (right * view.cosine - down * view.sine), unit);
         *y = view.y + Rounded(3 * view.side * (right * view.sine + down * view.cosine), unit);
     };
-    place(2 * o(1), 2 * o(2), &described.x, &described.y);
+    place(4 * o(1), 4 * o(2), &described.x, &described.y);
     described.side = (PlainSide(static_cast<int>(o(3))) * view.side + 512) / 1024;
     for (size_t point = 0; point < 5; ++point) {
         int64_t weights = 0;
@@ -342,8 +343,8 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
             y += weight * (64 * row - 224 + plane(10 + point));
         }
         weights = std::max<int64_t>(weights, 1);
-        place(Rounded(x, weights), Rounded(y, weights), &described.points[2 * point],
-              &described.points[2 * point + 1]);
+        place(Rounded(x, weights) + 2 * o(4 + 2 * point), Rounded(y, weights) + 2 * o(5 + 2 * point),
+              &described.points[2 * point], &described.points[2 * point + 1]);
     }
     described.yaw = o(14);
     described.covered = o(15);
@@ -374,6 +375,7 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
     std::vector<PlainFace> looked;
     for (PlainFace face : faces) {
         const int first = face.score;
+        std::vector<int> scores;
         bool isFace = true;
         for (int look = 0; look < kLooks && isFace; ++look) {
             isFace = PlainCanBeSeen(picture, face) &&
@@ -383,7 +385,8 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                 const LookAnswersPlain answers =
                     RunLook(model, PlainLook(picture, view), [](int, const void*, size_t) {});
                 face = PlainDescribed(face, view, answers);
-                face.score = PlainMeanScore(first, answers.rest[0]);
+                scores.push_back(answers.rest[0]);
+                face.score = PlainScore(first, scores);
             }
         }
         face.probability = PlainProbability(face.score);
@@ -394,8 +397,11 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
     return PlainWithoutRepeats(looked);
 }
 
-int PlainMeanScore(int first, int look) {
-    return std::max(static_cast<int>(FloorDivide(first + look, 2)) - kScoreLess, -128);
+int PlainScore(int first, const std::vector<int>& looks) {
+    const auto count = static_cast<int>(looks.size());
+    const int sum = std::accumulate(looks.begin(), looks.end(), 0);
+    const auto mean = static_cast<int>(FloorDivide(count * first + sum, int64_t{2} * count));
+    return std::clamp(mean - kScoreLess, -128, 127);
 }
 
 PlainBox PlainRecord(const PlainFace& face) {

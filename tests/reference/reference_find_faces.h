@@ -32,7 +32,7 @@ struct PlainFace {
 int PlainProbability(int score);
 int PlainSide(int size); // in 256ths of a stride
 int PlainHeat(int logit);
-int PlainMeanScore(int first, int look);
+int PlainScore(int first, const std::vector<int>& looks);
 
 // All answers of a level that are candidates, in the order of visiting. `width` and `height` are
 // those of the level, not padded.

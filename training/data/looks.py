@@ -90,7 +90,7 @@ def mirrored(pictures, rows):
 
 
 class LookSource:
-    def __init__(self, folders, seed, faces_share=0.7):
+    def __init__(self, folders, seed, faces_share=0.85):
         self.folders = [Path(folder) for folder in folders]
         self.random = np.random.default_rng(seed)
         self.faces_share = faces_share
@@ -188,7 +188,7 @@ class LookSource:
 
 
 class LookBatches:
-    """A third of a batch is cut out anew, the rest drawn from what was cut out before; all mirrored
+    """A quarter of a batch is cut out anew, the rest drawn from what was cut out before; all mirrored
     and lit anew."""
 
     KEPT = 24000
@@ -200,7 +200,7 @@ class LookBatches:
         self._count = 0
 
     def batch(self, size):
-        random, new = self.source.random, -(-size // 3)
+        random, new = self.source.random, -(-size // 4)
         at = (self._count + np.arange(new)) % self.KEPT
         self._pictures[at], self._rows[at] = self.source.fresh(new)
         self._count += new

@@ -13,9 +13,9 @@ from . import second_look
 SMALLEST = 20  # pixels of a side that is looked for, unless another is asked for
 LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
-CANDIDATE = -20  # least score of a cell that counts
-LOOKED_AT = 230  # least probability of a face that is looked at once more, of 1024
-LOOKED_AT_AGAIN = -16  # least score of one that is looked at twice
+CANDIDATE = -16  # least score of a cell that counts
+LOOKED_AT = 302  # least probability of a face that is looked at once more, of 1024
+LOOKED_AT_AGAIN = -28  # least score of one that is looked at twice
 SCORE_LESS = 16  # than the mean of both networks' scores
 LOOKS = 2
 MOST_FACES = 256
@@ -162,6 +162,7 @@ def looked_at(answers_of, picture, faces):
         planes.append(halved(planes[-1]))
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
     finds = {i: face.logit for i, face in enumerate(given)}
+    sums = dict.fromkeys(finds, 0)
     for look in range(LOOKS):
         finds = {
             i: first for i, first in finds.items()
@@ -173,7 +174,9 @@ def looked_at(answers_of, picture, faces):
         views = {i: second_look.view_of(given[i]) for i in finds}
         answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
         for (i, first), heat, answer in zip(finds.items(), *answers):
-            logit = max(((first + int(answer[0])) >> 1) - SCORE_LESS, -128)
+            sums[i] += int(answer[0])
+            mean = ((look + 1) * first + sums[i]) // (2 * (look + 1))
+            logit = int(np.clip(mean - SCORE_LESS, -128, 127))
             given[i] = replace(
                 second_look.described(given[i], views[i], heat, answer),
                 logit=logit, score=int(PROBABILITY[logit + 128]),

@@ -103,13 +103,14 @@ def described(face, view, heat, answer):
     """The face as the answers have it."""
     o = [int(v) for v in answer]
 
-    def in_picture(right, down):
+    def in_picture(right, down):  # sixteenths of the look's pixels
         x = (right * view.cosine - down * view.sine) * view.side * 3
         y = (right * view.sine + down * view.cosine) * view.side * 3
-        return view.x + ((x + (1 << 23)) >> 24), view.y + ((y + (1 << 23)) >> 24)
+        return view.x + ((x + (1 << 24)) >> 25), view.y + ((y + (1 << 24)) >> 25)
 
-    points = np.array([in_picture(*place) for place in points_of(heat)], np.int64)
+    plain = zip(o[4:14:2], o[5:14:2])
+    points = [in_picture(x + 2 * u, y + 2 * v) for (x, y), (u, v) in zip(points_of(heat), plain)]
     return replace(
-        face, middle=in_picture(2 * o[1], 2 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
-        points=points, yaw=o[14], covered=o[15],
+        face, middle=in_picture(4 * o[1], 4 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
+        points=np.array(points, np.int64), yaw=o[14], covered=o[15],
     )  # fmt: skip
