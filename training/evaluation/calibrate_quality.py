@@ -24,7 +24,7 @@ from .quality_sets import AS_IT_IS, JUNK, SIDES
 SETTINGS = ROOT / "find" / "settings.h"
 GOOD = 30  # ORVO_FIND_GOOD: below it a face is refused
 REFUSED = 0.98  # share of each kind of junk that the fit wants below the limit
-SHARES = (0.05, 0.1, 0.2)  # of the pictures that are taken away
+SHARES = (0.05, 0.1, 0.2, 0.4)  # of the pictures that are taken away
 
 # Where a number may lie: (none, full) of each ramp, then the score's. A reason is given halfway
 # between none and full, so this also says where a reason may be given at all.
