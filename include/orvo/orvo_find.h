@@ -171,10 +171,6 @@ ORVO_API int32_t OrvoFindUpright(const OrvoFindPicture* picture, const OrvoFindF
  * picture to features that OrvoFrGetDistance() compares. All faces get one, good or not: what
  * quality is enough is the caller's decision.
  *
- * The crop is framed by the core's alignment network, which is shown the face turned upright in a
- * window of 1.75 sides. Left, top and side of a record are those of the crop, which OrvoFindUpright()
- * cuts once more; everything else in it is as OrvoFindRun() writes it.
- *
  * @param features  receives 128 floats a face, in the order of the faces; may be null if room is 0
  *
  * The other arguments are those of OrvoFindRun().

@@ -37,23 +37,26 @@ class Eyes:
         self.core, self.finder = core, finder
         self.settings = quality.read_settings()
 
-    def _measures(self, picture, face):
-        return quality.measure(face, picture.shape, self.finder.upright(picture, face), self.settings)
+    def _measures(self, picture, face, crop):
+        return quality.measure(face, picture.shape, crop, self.settings)
 
     def look(self, probe, picture, box):
-        """Fills in the face at box (middle and side). Whether there is one."""
-        faces = self.finder.find(picture, most=_MOST)
-        _, features = self.finder.features(picture, most=_MOST)
-        for face, feature in zip(faces, features):
+        """Fills in the face at box (middle and side), if there is one."""
+        for face in self.finder.find(picture, most=_MOST):
             x, y = face.left + face.side / 2, face.top + face.side / 2
             near = max(abs(x - box[0]), abs(y - box[1])) < 0.4 * box[2]
             if near and 0.5 < face.side / box[2] < 2:
-                probe.measures, probe.feature = self._measures(picture, face), feature.copy()
+                crop = self.finder.upright(picture, face)
+                probe.measures = self._measures(picture, face, crop)
+                probe.feature = self.core.crop_feature(crop)
                 break
         return probe
 
     def all_measures(self, picture):
-        return [self._measures(picture, face) for face in self.finder.find(picture, most=_MOST)]
+        return [
+            self._measures(picture, face, self.finder.upright(picture, face))
+            for face in self.finder.find(picture, most=_MOST)
+        ]
 
     def best_box(self, picture):
         for face in self.finder.find(picture, most=1):
