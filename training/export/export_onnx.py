@@ -4,7 +4,7 @@
 Every tensor holds whole numbers below 2^24, which single precision adds and multiplies exactly in
 any order; shifts are products with powers of two. A runtime that computes in single precision
 therefore gives the library's bytes. Input: grey levels 0 to 255, [n, 1, size, size]; output: the
-last layer's integers, [n, outputs]. The network that finds faces has a form of its own: find_onnx.
+last layer's integers, [n, outputs]. The finder's two networks (both in find.safetensors) have forms of their own: find_onnx.
 """
 import argparse
 from dataclasses import dataclass
@@ -145,15 +145,15 @@ def main():
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
-    parser.add_argument("network", choices=[*sorted(layers.PROGRAMS), "find"])
+    parser.add_argument("network", choices=[*sorted(layers.PROGRAMS), "find", "look"])
     parser.add_argument("model", type=Path, help="the .safetensors file")
     parser.add_argument("out", type=Path, help="the .onnx file")
     args = parser.parse_args()
     given = tensors.read(args.model)
-    if args.network == "find":
+    if args.network in ("find", "look"):
         from . import find_onnx  # it needs this module
 
-        model = find_onnx.build(given)
+        model = {"find": find_onnx.build, "look": find_onnx.build_look}[args.network](given)
     else:
         model = build(args.network, given)
     onnx.checker.check_model(model)

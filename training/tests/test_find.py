@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The network that finds faces: all its arithmetics agree, scenes are what their rows say, and answers
+"""The finder's networks: all their arithmetics agree, scenes and looks are what their rows say, and answers
 become faces as they are meant to."""
 import contextlib
 import io
@@ -11,7 +11,7 @@ from unittest import mock
 
 import numpy as np
 
-from training.evaluation import find_faces
+from training.evaluation import find_faces, second_look
 from training.export import tensors
 from training.networks import find_layers
 from training.networks.layers import convolutions
@@ -24,10 +24,12 @@ try:
     import torch
 
     from training import engine
-    from training.data import scene_source, scenes
+    from training.data import looks, mined_looks, scene_source, scenes
     from training.engine.find_trunk import FindTrunk
+    from training.networks import look_net
     from training.networks.find_net import FindNet, QuantFindNet, integer_answers
-    from training.trainers import find_loss, train_find
+    from training.networks.look_net import QuantLookNet
+    from training.trainers import find_loss, train_find, train_look
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
@@ -46,6 +48,10 @@ def load():
     return QuantFindNet().load(tensors.read(MODEL))
 
 
+def load_look():
+    return QuantLookNet().load(tensors.read(MODEL))
+
+
 def planes(count, height, width, seed):
     random = np.random.default_rng(seed)
     noise = random.integers(0, 256, (count, height, width), np.uint8)
@@ -56,14 +62,15 @@ def planes(count, height, width, seed):
 class Layers(unittest.TestCase):
     def test_the_file_holds_what_the_list_says(self):
         given = tensors.read(MODEL)
-        convs = convolutions(find_layers.PROGRAM)
+        convs = convolutions(find_layers.PROGRAM) + convolutions(find_layers.LOOK_PROGRAM)
         names = [f"{op.number}.{part}" for part in ("bias", "weight") for op in convs]
         self.assertEqual(list(given), names)
         for op in convs:
             self.assertEqual(given[f"{op.number}.weight"].shape, op.weight_shape)
             self.assertEqual(given[f"{op.number}.bias"].shape, (op.outputs,))
-        count = sum(given[f"{op.number}.weight"].size for op in convs)
-        self.assertTrue(60_000 <= count <= 150_000, count)
+        for program in (find_layers.PROGRAM, find_layers.LOOK_PROGRAM):
+            count = sum(given[f"{op.number}.weight"].size for op in convolutions(program))
+            self.assertTrue(60_000 <= count <= 150_000, count)
 
     def test_a_line_that_is_no_step_is_refused(self):
         text = "#define ORVO_FIND_NETWORK(LAYER, STEP) \\\n    STEP(Patches, 16, 4) \\\n    What(1)\n"
@@ -83,6 +90,16 @@ class Arithmetics(unittest.TestCase):
                     self.assertEqual(wanted.shape, (16, height // stride, width // stride))
                     np.testing.assert_array_equal(answer[0].numpy(), wanted.astype(np.float32))
 
+    def test_both_forms_answer_the_same_of_looks(self):
+        net, pictures_ = load_look().eval(), np.stack(planes(6, 64, 64, seed=9))
+        with torch.no_grad():
+            answers = net(torch.from_numpy(pictures_.astype(np.float32) - 128)[:, None])
+        expected = look_net.integer_answers(tensors.read(MODEL), pictures_)
+        for answer, wanted, shape in zip(answers, expected, ((6, 16, 8, 8), (6, 16))):
+            self.assertEqual(wanted.shape, shape)
+            np.testing.assert_array_equal(answer.numpy(), wanted.astype(np.float32))
+        self.assertFalse(np.array_equal(expected[0][0], expected[0][1]))
+
     def test_answers_depend_on_the_picture(self):
         given = tensors.read(MODEL)
         answers = [integer_answers(given, plane)[0] for plane in planes(3, 64, 64, seed=1)]
@@ -100,10 +117,22 @@ class Arithmetics(unittest.TestCase):
             for answer, wanted in zip(answers, integer_answers(given, plane)):
                 np.testing.assert_array_equal(answer[0], wanted.astype(np.float32))
 
+    @unittest.skipUnless(onnx, "onnx is not installed")
+    def test_exported_onnx_answers_the_same_of_looks(self):
+        given = tensors.read(MODEL)
+        model = find_onnx.build_look(given)
+        onnx.checker.check_model(model)
+        runtime = cv2.dnn.readNetFromONNX(np.frombuffer(model.SerializeToString(), np.uint8))
+        for look in planes(4, 64, 64, seed=3):
+            runtime.setInput(look[None, None].astype(np.float32))
+            answers = runtime.forward(["heat", "rest"])
+            for answer, wanted in zip(answers, look_net.integer_answers(given, look[None])):
+                np.testing.assert_array_equal(answer.ravel(), wanted.ravel().astype(np.float32))
+
     def test_written_tensors_are_those_that_were_read(self):
         given = tensors.read(MODEL)
-        written = load().tensors()
-        self.assertEqual(list(written), list(given))
+        written = {**load().tensors(), **load_look().tensors()}
+        self.assertEqual(set(written), set(given))
         for name, tensor in given.items():
             np.testing.assert_array_equal(written[name], tensor)
 
@@ -131,6 +160,12 @@ class EngineEquality(unittest.TestCase):
     def test_integers_are_the_same(self):
         plain, fast, x = load().train(), load().train(), self._input(96)
         fast.trunk = FindTrunk(fast, len(x), 96, threads=2, quantised=True)
+        for a, b in zip(*self._compare(plain, fast, x, 0.99)):
+            self.assertTrue(torch.equal(a, b))
+
+    def test_integers_of_looks_are_the_same(self):
+        plain, fast, x = load_look().train(), load_look().train(), self._input(64)
+        fast.trunk = FindTrunk(fast, len(x), 64, threads=2, quantised=True)
         for a, b in zip(*self._compare(plain, fast, x, 0.99)):
             self.assertTrue(torch.equal(a, b))
 
@@ -232,6 +267,97 @@ class Decoding(unittest.TestCase):
             self.assertAlmostEqual(face.yaw * 0.75, 24, delta=1)
 
 
+class SecondLook(unittest.TestCase):
+    def _face(self, picture, turn):
+        """Spots at the landmarks of a face leaning that many degrees, drawn on the picture."""
+        c, s = np.cos(np.radians(turn)), np.sin(np.radians(turn))
+        offsets = np.array(look_net.MEAN_POINTS) * 60 @ np.array([[c, s], [-s, c]])
+        places = offsets + (100, 90)
+        for x, y in places:
+            cv2.circle(picture, (round(x), round(y)), 3, 255, -1)
+        quarters = np.round(4 * (places + 0.5)).astype(np.int64)
+        return find_faces.Face((402, 362), 240, quarters, 900, 0, -128, 1, 40)
+
+    def test_it_sees_the_face_upright(self):
+        for turn in (0, 30, -75, 90, 180):
+            picture = np.full((180, 200), 60, np.uint8)
+            face = self._face(picture, turn)
+            view = second_look.view_of(face)
+            angle = np.degrees(np.arctan2(view.sine, view.cosine))
+            self.assertLess(abs((angle - turn + 180) % 360 - 180), 3, turn)
+            seen = second_look.look([picture, find_faces.halved(picture)], view)
+            for x, y in look_net.MEAN_POINTS:
+                right, down = (32 + v * look_net.FACE * 64 for v in (x, y))
+                self.assertGreater(int(seen[int(down), int(right)]), 180, turn)
+
+    def test_training_sees_nearly_the_same(self):
+        picture = planes(2, 180, 200, seed=5)[1]
+        for box in (looks.Box(100, 90, 40, 0), looks.Box(90, 80, 62, 25), looks.Box(10, 170, 30, -100)):
+            seen = looks.look(picture, box)
+            c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
+            view = second_look.View(4 * box.x, 4 * box.y, 4 * box.side, round(16384 * c), round(16384 * s))
+            exact = second_look.look([picture], view)
+            self.assertLess(np.abs(seen.astype(int) - exact).mean(), 2, box)
+
+    def test_answers_meant_for_a_face_give_it_back(self):
+        """What the loss asks for and what the decoding reads is the same."""
+        face = np.zeros(scenes.COLUMNS, np.float32)
+        face[:4] = 1, 100, 90, 40
+        points = np.array(look_net.MEAN_POINTS) * 40 + (100, 90)
+        face[4:14], face[14], face[15] = points.ravel(), 24, 0.25
+        box = looks.Box(97, 93, 46, 20)
+        goal = looks.goal(face, box)
+        heat = np.full((16, 64), -128.0)
+        for k, place in enumerate(goal[4:14].reshape(5, 2)):
+            cell = int(np.abs(look_net.cells().numpy() - place).sum(1).argmin())
+            heat[k, cell] = 127
+            heat[[5 + k, 10 + k], cell] = 8 * (place - look_net.cells().numpy()[cell])
+        rest = np.zeros(16)
+        rest[0], rest[1:3], rest[3] = 60, 4 * goal[1:3], 64 * np.log2(goal[3] / (look_net.FACE * 64))
+        rest[4:14], rest[14], rest[15] = 4 * goal[4:14], 128 * 24 / train_look.YAW, 0.25 * 255 - 128
+        heat, rest = np.round(heat).reshape(16, 8, 8), np.round(rest)
+        given = [torch.from_numpy(a[None]).float() for a in (heat, rest)]
+        score, place = train_look.look_loss(*given, torch.from_numpy(goal[None]))
+        self.assertLess(float(score), 0.05)
+        near = train_look.distances(look_net.points_of(given[0]), torch.from_numpy(goal[None]))
+        self.assertLess(float(near.max()), 0.02)
+        blank = find_faces.Face((0, 0), 0, np.zeros((5, 2), np.int64), 0, 0, 0, 1, 0)
+        c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
+        view = second_look.View(4 * box.x, 4 * box.y, 4 * box.side, round(16384 * c), round(16384 * s))
+        found = second_look.described(blank, view, heat.astype(np.int8), rest.astype(np.int8))
+        np.testing.assert_allclose(np.array([*found.middle, found.side]) / 4, [100, 90, 40], atol=0.6)
+        np.testing.assert_allclose(found.points / 4, points, atol=0.6)
+        self.assertEqual((found.yaw, found.covered), (32, -64))
+
+    def test_finds_away_from_all_faces_are_mined(self):
+        first = mined_looks.First(MODEL)
+        portrait = pictures.read_grey_png(min((ROOT / "samples").glob("*.png")))
+        scene = np.full((160, 160), 100, np.uint8)
+        scene[40:120, 30:110] = cv2.resize(portrait, (80, 80), interpolation=cv2.INTER_AREA)
+        found = [np.array([face.middle[0] / 4, face.middle[1] / 4]) for face in first(scene)]
+        faces = np.zeros((1, 1, scenes.COLUMNS), np.float32)
+        self.assertGreater(len(found), 0)
+        self.assertEqual(len(mined_looks.rows(first, [scene], faces)), len(found))
+        for middle in found:
+            faces[0, 0, :4] = 1, *middle, 200  # covers them all
+            self.assertEqual(len(mined_looks.rows(first, [scene], faces)), 0)
+
+    def test_faces_that_turn_out_to_be_one_are_reported_once(self):
+        picture = np.full((180, 200), 60, np.uint8)
+        one, other = self._face(picture, 0), self._face(picture, 0)
+        other.middle, other.logit = (420, 362), 30
+        rest = np.zeros((2, 16), np.int8)
+        rest[:, 0] = 100
+
+        def answers(seen):
+            return np.zeros((len(seen), 16, 8, 8), np.int8), rest[: len(seen)]
+
+        found = find_faces.looked_at(answers, picture, [one, other])
+        self.assertEqual([face.logit for face in found], [70 - find_faces.SCORE_LESS])
+        rest[:, 0] = -100
+        self.assertEqual(find_faces.looked_at(answers, picture, [one, other]), [])
+
+
 class Pictures:
     """A bank of one even picture."""
 
@@ -303,12 +429,24 @@ class Scenes(unittest.TestCase):
 
 
 class Training(unittest.TestCase):
-    def run_training(self, *arguments):
+    def run_training(self, *arguments, main=train_find.main):
         said = io.StringIO()
         argv = ["training", *map(str, arguments)]
         with mock.patch.object(sys, "argv", argv), contextlib.redirect_stdout(said):
-            train_find.main()
+            main()
         return said.getvalue()
+
+    def _looks_as_well(self, data, out):
+        np.save(data / "looks-00000.npy", np.array([[0, 50, 60, 30, 10, 300]], np.float32))
+        common = ["--data", data, "--first", out / "find.safetensors", "--out", out / "look",
+                  "--batch", 8, "--warm-up", 2, "--plain"]  # fmt: skip
+        self.run_training(*common, "--views", 8, main=train_look.main)
+        first = tensors.read(out / "look" / "look.safetensors")
+        again = self.run_training(*common, "--views", 16, main=train_look.main)
+        self.assertIn("resumed at 8 views", again)
+        second = tensors.read(out / "look" / "look.safetensors")
+        self.assertEqual(len(second), 2 * len(convolutions(find_layers.LOOK_PROGRAM)))
+        self.assertTrue(any(not np.array_equal(first[name], second[name]) for name in first))
 
     def test_from_scenes_to_integers_with_a_stop_between(self):
         with tempfile.TemporaryDirectory() as name:
@@ -327,6 +465,7 @@ class Training(unittest.TestCase):
             again = self.run_training(*common, "--views", 16, "--integer-views", 16)
             self.assertIn("resumed at 8 views", again)
             second = tensors.read(out / "find.safetensors")
+            self._looks_as_well(data, out)
         convs = convolutions(find_layers.PROGRAM)
         self.assertEqual(len(second), 2 * len(convs))
         self.assertTrue(any(not np.array_equal(first[n], second[n]) for n in first))
