@@ -22,8 +22,8 @@ inline constexpr int32_t kMostCandidates = 512;
 // second time if the score is then at least this. The score is the mean of that of finding it and of the
 // looks', less a little, since all were learnt where faces are frequent. The most faces that are kept.
 inline constexpr int32_t kLookedAtProbability = 302;
-inline constexpr int32_t kLookedAtAgainScore = -28;
-inline constexpr int32_t kScoreLess = 16;
+inline constexpr int32_t kLookedAtAgainScore = -36;
+inline constexpr int32_t kScoreLess = 24;
 inline constexpr int32_t kLooks = 2;
 inline constexpr int32_t kMostFaces = 256;
 
