@@ -1,6 +1,5 @@
-# cmake --install, the CMake package orvo_fr and the pkg-config modules kova_fr, kova_find and
-# kova_mpi_host. The
-# installed tree may be moved: nothing in it knows the prefix.
+# cmake --install, the CMake package orvo_fr and the pkg-config modules kova, kova_fr, kova_find and
+# kova_mpi_host. The installed tree may be moved: nothing in it knows the prefix.
 #
 # Each Debian package is a component (cmake/debian/Packages.cmake).
 include(CMakePackageConfigHelpers)
@@ -8,6 +7,11 @@ include(CMakePackageConfigHelpers)
 install(TARGETS kova_fr kova_fr_static EXPORT orvo_fr-targets
         LIBRARY COMPONENT library NAMELINK_COMPONENT development
         ARCHIVE COMPONENT development)
+install(TARGETS kova EXPORT orvo_fr-targets
+        LIBRARY COMPONENT application NAMELINK_COMPONENT development)
+if(TARGET kova_static)
+    install(TARGETS kova_static EXPORT orvo_fr-targets ARCHIVE COMPONENT development)
+endif()
 install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
         LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
 if(TARGET kova_find)
@@ -35,7 +39,7 @@ set(PC_REQUIRES)
 if(ORVO_NEEDS_HOST_PLATFORM)
     set(PC_REQUIRES "Requires.private: kova_mpi_host\n")
 endif()
-set(modules kova_fr kova_mpi_host)
+set(modules kova kova_fr kova_mpi_host)
 if(TARGET kova_find)
     list(APPEND modules kova_find)
 endif()

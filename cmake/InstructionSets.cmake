@@ -37,17 +37,25 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     set_source_files_properties(cipher/aes128.cpp PROPERTIES COMPILE_DEFINITIONS
                                 ORVO_HAVE_AES_INSTRUCTIONS)
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|aarch64)")
+    # macOS has a name of its own for 64 bits.
+    set(is_64_bit OFF)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+        set(is_64_bit ON)
+    endif()
     # NEON is in the base line of both targets; see the toolchain files. Scheduled before registers are
     # given out, the tiles and strips would not fit the registers, nor would the cipher's state and keys.
     set(unscheduled "$<$<CXX_COMPILER_ID:GNU>:-fno-schedule-insns>")
     set(product product_32)
-    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    # Debian's armhf has Thumb unless told otherwise, which keeps a register from the loops by hand.
+    set(instructions -marm)
+    if(is_64_bit)
         set(product product_64)
+        set(instructions)
     endif()
     orvo_path(neon neon FILES ${product} plane depthwise pooling elementwise routines
-              OPTIONS ${unscheduled})
+              OPTIONS ${instructions} ${unscheduled})
     set_source_files_properties(cipher/aes_look_up.cpp PROPERTIES COMPILE_OPTIONS ${unscheduled})
-    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    if(is_64_bit)
         orvo_path(neon_dot neon_dot FILES product depthwise routines
                   OPTIONS -march=armv8.2-a+dotprod ${unscheduled})
     endif()

@@ -37,8 +37,19 @@ int orvo_own_memset_s(void* dst, size_t dstSize, int value, size_t count) {
 }
 
 // Weak, so that a program linked with the static library may define its own, too.
+#if defined(__APPLE__)
+// There are no aliases there. Functions of their own are taken for somebody else's, which costs the
+// kernels their shorter way round padding, and nothing else.
+__attribute__((weak)) int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
+    return orvo_own_memcpy_s(dst, dstSize, src, count);
+}
+__attribute__((weak)) int memset_s(void* dst, size_t dstSize, int value, size_t count) {
+    return orvo_own_memset_s(dst, dstSize, value, count);
+}
+#else
 __attribute__((weak, alias("orvo_own_memcpy_s"))) int memcpy_s(void* dst, size_t dstSize,
                                                                const void* src, size_t count);
 __attribute__((weak, alias("orvo_own_memset_s"))) int memset_s(void* dst, size_t dstSize, int value,
                                                                size_t count);
+#endif
 }

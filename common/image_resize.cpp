@@ -9,6 +9,10 @@
 #include <cmath>
 #include <cstddef>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "common/diagnostics.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/image_tools.h"
@@ -127,6 +131,56 @@ void ResizeMiddleEdges(const MiddleRows& rows, const Axis& columns) {
         });
 }
 
+// The columns at the start of a strip that have the next pixel beside their own.
+struct Columns {
+    const Position* positions;
+    int32_t count;
+};
+
+// Makes as many outputs as come in fours, and returns how many.
+#if defined(__SSE2__)
+int32_t BlendFours(const Columns& columns, const uint8_t* upper, const uint8_t* lower,
+                   const int16_t (*weights)[4], uint8_t* dst) {
+    const auto pair = [](const uint8_t* at) {
+        uint16_t pixels;
+        __builtin_memcpy(&pixels, at, sizeof pixels);
+        return pixels;
+    };
+    // The upper two pixels and the lower two, by their weights, of two outputs.
+    const auto products = [&](const Position& a, const Position& b) {
+        const auto four = [&](const Position& p) {
+            return _mm_cvtsi32_si128(
+                static_cast<int>(pair(upper + p.pixel) | uint32_t{pair(lower + p.pixel)} << 16));
+        };
+        const auto load = [](const int16_t* w) {
+            return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(w));
+        };
+        const __m128i pixels =
+            _mm_unpacklo_epi8(_mm_unpacklo_epi32(four(a), four(b)), _mm_setzero_si128());
+        return _mm_castsi128_ps(_mm_madd_epi16(
+            pixels, _mm_unpacklo_epi64(load(weights[a.level]), load(weights[b.level]))));
+    };
+    const int32_t count = columns.count & ~3;
+    for (int32_t i = 0; i < count; i += 4) {
+        const Position* p = columns.positions + i;
+        const __m128 low = products(p[0], p[1]);
+        const __m128 high = products(p[2], p[3]);
+        const __m128i sums =
+            _mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(low, high, _MM_SHUFFLE(2, 0, 2, 0))),
+                          _mm_castps_si128(_mm_shuffle_ps(low, high, _MM_SHUFFLE(3, 1, 3, 1))));
+        const __m128i words = _mm_srai_epi32(_mm_add_epi32(sums, _mm_set1_epi32(kHalf)), 14);
+        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(words, words), words);
+        const int32_t four = _mm_cvtsi128_si32(bytes);
+        __builtin_memcpy(dst + i, &four, sizeof four);
+    }
+    return count;
+}
+#else
+int32_t BlendFours(const Columns&, const uint8_t*, const uint8_t*, const int16_t (*)[4], uint8_t*) {
+    return 0;
+}
+#endif
+
 // The others, in strips of columns that are located once for all rows.
 void ResizeMiddleColumns(const MiddleRows& rows, const Axis& columns) {
     constexpr int32_t kStrip = 128;
@@ -135,13 +189,16 @@ void ResizeMiddleColumns(const MiddleRows& rows, const Axis& columns) {
     for (int32_t first = columns.border; first < middleEnd; first += kStrip) {
         const int32_t count = std::min(kStrip, middleEnd - first);
         Position strip[kStrip];
+        int32_t pairs = 0;
         for (int32_t i = 0; i < count; ++i, position += columns.step) {
             strip[i] = Locate(columns, position);
+            pairs += strip[i].next != strip[i].pixel; // only the last ones may have none
         }
         ForMiddleRows(rows, [&](const uint8_t* upper, const uint8_t* lower, int32_t level,
                                 uint8_t* dstRow) {
             const int16_t(*weights)[4] = g_bilinLUT[level];
-            for (int32_t i = 0; i < count; ++i) {
+            int32_t i = BlendFours({strip, pairs}, upper, lower, weights, dstRow + first);
+            for (; i < count; ++i) {
                 const Position& p = strip[i];
                 const int16_t* w = weights[p.level];
                 dstRow[first + i] = ToPixel(w[0] * upper[p.pixel] + w[1] * upper[p.next] +

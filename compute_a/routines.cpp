@@ -8,7 +8,7 @@
 #include <cstring>
 #include <iterator>
 
-#if defined(__aarch64__)
+#if defined(__aarch64__) && defined(__linux__)
 #include <sys/auxv.h>
 #elif defined(__x86_64__)
 #include <cpuid.h>
@@ -79,11 +79,15 @@ bool HasAmx() {
 }
 #endif
 
-#if defined(__aarch64__)
+#if defined(__aarch64__) && defined(__APPLE__)
+bool HasDotProduct() { return true; } // every processor that macOS runs on
+#elif defined(__aarch64__) && defined(__linux__)
 bool HasDotProduct() {
     constexpr unsigned long kDotProduct = 1ul << 20; // HWCAP_ASIMDDP
     return (getauxval(AT_HWCAP) & kDotProduct) != 0;
 }
+#elif defined(__aarch64__)
+bool HasDotProduct() { return false; } // nobody to ask
 #endif
 
 #if defined(ORVO_HAVE_RVV)

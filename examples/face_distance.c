@@ -5,12 +5,16 @@
  *
  *     face_distance A B
  *
- * A picture is a binary PGM file of any size from 16 x 12 on, or 256 x 256 grey levels without a
+ * A picture is a PNG or a binary PGM file of any size from 16 x 12 on, or 256 x 256 grey levels without a
  * header. The face should fill most of it.
  */
 #include <orvo/kova_fr.h>
 #include <orvo/kova_mpi.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "picture.h"
 
 /*
  * One plane of grey levels in media memory, uncached: the scaler reads memory itself and would miss
@@ -36,37 +40,28 @@ static void frame_close(const obj_img* frame) {
 
 /* The library wants even sizes: an odd last column or row is left out. */
 static int frame_load(obj_img* frame, const char* path) {
-    unsigned width = 0, height = 0, white = 0, row = 0;
-    FILE* file = fopen(path, "rb");
-    if (file == NULL) {
+    picture from;
+    uint32_t row;
+    if (picture_load(path, &from) != 0) {
         return -1;
     }
-    if (fscanf(file, "P5 %u %u %u", &width, &height, &white) == 3) {
-        fgetc(file); /* one white space ends a PGM header */
-    } else {
-        rewind(file);
-        width = height = 256;
+    if (frame_open(frame, (uint32_t)from.width & ~1u, (uint32_t)from.height & ~1u) != 0) {
+        fprintf(stderr, "%s: too little media memory, or the picture is too small\n", path);
+        free(from.pixels);
+        return -1;
     }
-    if (width <= 8192 && height <= 8192 && frame_open(frame, width & ~1u, height & ~1u) == 0) {
-        uint8_t* pixels = (uint8_t*)(uintptr_t)frame->vir_addr;
-        while (row < frame->height &&
-               fread(pixels + (size_t)row * frame->stride, 1, frame->width, file) == frame->width &&
-               fseek(file, (long)(width - frame->width), SEEK_CUR) == 0) {
-            ++row;
-        }
-        if (row < frame->height) {
-            frame_close(frame);
-        }
+    for (row = 0; row < frame->height; ++row) {
+        memcpy((uint8_t*)(uintptr_t)frame->vir_addr + (size_t)row * frame->stride,
+               from.pixels + (size_t)row * (size_t)from.width, frame->width);
     }
-    fclose(file);
-    return row > 0 && row == frame->height ? 0 : -1;
+    free(from.pixels);
+    return 0;
 }
 
 static int feature_of(const char* path, float feature[KOVA_FR_FEATURE_LEN]) {
     obj_img frame;
     uint32_t status;
     if (frame_load(&frame, path) != 0) {
-        fprintf(stderr, "%s: cannot be read as a picture\n", path);
         return -1;
     }
     status = kova_fr_extract_obj_feature(&frame, KOVA_FR_FEATURE_LEN, feature);

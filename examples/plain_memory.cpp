@@ -2,19 +2,22 @@
 //
 // The same on plain memory, through the core's interface and in C++: no frames, no media memory.
 //
-//     plain_memory A B      two files of 256 x 256 grey levels, or binary PGM of that size
+//     plain_memory A B      two PNG or binary PGM files of 256 x 256, or as many grey levels without a header
 #include <orvo/orvo_fr.h>
 
 #include <array>
 #include <cstdio>
-#include <fstream>
+#include <cstdlib>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <vector>
+
+#include "picture.h"
 
 namespace {
 
 constexpr int kSize = ORVO_FR_IMAGE_SIZE;
-using Picture = std::array<char, kSize * kSize>;
 using Feature = std::array<float, ORVO_FR_FEATURE_LENGTH>;
 
 // The core: its models, and the working memory that it is given. One thread at a time may use it.
@@ -27,8 +30,8 @@ class Recogniser {
         }
     }
 
-    Feature Extract(const Picture& picture) {
-        const FrImage image{reinterpret_cast<const uint8_t*>(picture.data()), kSize, kSize, kSize};
+    Feature Extract(const uint8_t* pixels) {
+        const FrImage image{pixels, kSize, kSize, kSize};
         Feature feature;
         if (OrvoFrRun(&image, feature.data(), sizeof feature) != ORVO_FR_OK) {
             throw std::runtime_error("no feature");
@@ -40,15 +43,21 @@ class Recogniser {
     std::vector<uint8_t> memory_;
 };
 
-// A PGM file's pixels are its last bytes.
-Picture Load(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    Picture picture;
-    file.seekg(-static_cast<std::streamoff>(picture.size()), std::ios::end);
-    if (!file.read(picture.data(), picture.size())) {
-        throw std::runtime_error(std::string(path) + ": cannot be read as a picture");
+struct Free {
+    void operator()(uint8_t* pixels) const { std::free(pixels); }
+};
+using Pixels = std::unique_ptr<uint8_t, Free>;
+
+Pixels Load(const char* path) {
+    picture file;
+    if (picture_load(path, &file) != 0) {
+        throw std::runtime_error("no picture");
     }
-    return picture;
+    Pixels pixels(file.pixels);
+    if (file.width != kSize || file.height != kSize) {
+        throw std::runtime_error(std::string(path) + ": is not 256 x 256");
+    }
+    return pixels;
 }
 
 } // namespace
@@ -60,8 +69,8 @@ int main(int count, char** arguments) {
     }
     try {
         Recogniser recogniser;
-        const Feature a = recogniser.Extract(Load(arguments[1]));
-        const Feature b = recogniser.Extract(Load(arguments[2]));
+        const Feature a = recogniser.Extract(Load(arguments[1]).get());
+        const Feature b = recogniser.Extract(Load(arguments[2]).get());
         std::printf("%.9g\n", OrvoFrGetDistance(a.data(), sizeof a, b.data(), sizeof b));
         return 0;
     } catch (const std::exception& error) {

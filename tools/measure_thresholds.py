@@ -4,15 +4,21 @@
 
     tools/measure_thresholds.py PEOPLE --name "the Database of Faces"
 
-PEOPLE has one sub-folder a person. Pictures that are not square are taken for tight portraits and
-framed as for the model card (training/README.md). `kova-fr eval` of the build with these models
-compares them. The result becomes models/thresholds.json, from which the builds take it, and the
-marked tables of the documents; `--documents` writes only the tables anew. After that, build again.
-Needs python3-opencv.
+PEOPLE has one sub-folder a person, and `kova-fr eval` of the build with these models compares the
+pictures, in three ways:
+
+    found      whole pictures, in which the faces are found: what all programs show by default
+    crops      the same pictures framed as tight portraits (training/README.md), each taken for a
+               crop: what --crop shows
+    stretched  the pictures as they are, each taken for a crop: how far framing alone moves a threshold
+
+The result becomes models/thresholds.json, from which the builds take it, and the marked tables of the
+documents; `--documents` writes only the tables anew. After that, build again. Needs python3-opencv.
 """
 import argparse
 import hashlib
 import json
+import re
 import subprocess
 import sys
 import tempfile
@@ -23,6 +29,7 @@ WARNING = (
     "Another camera, other light, another way of framing or other people move these numbers: "
     "measure on pictures of your own with kova-fr eval."
 )
+MODELS = ("align", "fr", "find")
 BEGIN, END = "<!-- thresholds: tools/measure_thresholds.py writes this -->\n", "<!-- /thresholds -->"
 
 
@@ -47,9 +54,9 @@ def framed(people, folder):
     return folder
 
 
-def evaluate(program, folder):
+def evaluate(program, folder, *options):
     answer = subprocess.run(
-        [program, "eval", "--json", "--rounds", "2000", folder],
+        [program, "eval", "--json", "--rounds", "2000", *options, folder],
         check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
     )  # fmt: skip
     return json.loads(answer.stdout)
@@ -59,36 +66,46 @@ def rate(entry):
     return {"rate": round(entry["rate"], 6), "interval": [round(v, 6) for v in entry["interval"]]}
 
 
+def study(name, faces, report):
+    """What one way of looking at the pictures gave, as it is shipped."""
+    return {
+        "measured_on": name,
+        "faces": faces,
+        "people": report["people"],
+        "pictures": report["pictures"],
+        "left_out": len(report["left_out"]),
+        "pairs_of_one_person": report["same_pairs"],
+        "pairs_of_two_people": report["different_pairs"],
+        "warning": WARNING,
+        "at": [
+            {
+                "false_accept_rate": one["wanted_false_accepts"],
+                "threshold": one["threshold"],
+                "false_accepts": rate(one["false_accepts"]),
+                "false_rejects": rate(one["false_rejects"]),
+                "rough": one["rough"],
+            }
+            for one in report["recommended"]
+            if one["threshold"] is not None
+        ],
+        "strangers": report["strangers"],
+    }
+
+
 def measure(args):
     with tempfile.TemporaryDirectory() as folder:
-        report = evaluate(args.program, framed(args.people, Path(folder)))
-    as_they_are = evaluate(args.program, args.people)
-    whole = {one["wanted_false_accepts"]: one["threshold"] for one in as_they_are["recommended"]}
-    at = [
-        {
-            "false_accept_rate": one["wanted_false_accepts"],
-            "threshold": one["threshold"],
-            "false_accepts": rate(one["false_accepts"]),
-            "false_rejects": rate(one["false_rejects"]),
-            "rough": one["rough"],
-            "threshold_stretched": whole[one["wanted_false_accepts"]],
-        }
-        for one in report["recommended"]
-        if one["threshold"] is not None
-    ]
-    return {
-        "align_sha256": digest(args.models / "align.safetensors"),
-        "fr_sha256": digest(args.models / "fr.safetensors"),
-        "thresholds": {
-            "measured_on": args.name,
-            "people": report["people"],
-            "pictures": report["pictures"],
-            "pairs_of_one_person": report["same_pairs"],
-            "pairs_of_two_people": report["different_pairs"],
-            "warning": WARNING,
-            "at": at,
-        },
-    }
+        framed_crops = evaluate(args.program, framed(args.people, Path(folder)), "--crop")
+    stretched = evaluate(args.program, args.people, "--crop")
+    # Poor faces count, too: programs warn of them, and compare them all the same.
+    found = evaluate(args.program, args.people, "--any-quality")
+    thresholds = study(args.name, "faces found in whole pictures", found)
+    crops = study(args.name, "crops framed as tight portraits", framed_crops)
+    whole = {one["wanted_false_accepts"]: one["threshold"] for one in stretched["recommended"]}
+    for one in crops["at"]:
+        one["threshold_stretched"] = whole[one["false_accept_rate"]]
+    thresholds["crops"] = crops
+    record = {f"{model}_sha256": digest(args.models / f"{model}.safetensors") for model in MODELS}
+    return record | {"thresholds": thresholds}
 
 
 def percent(value):
@@ -103,16 +120,19 @@ def cell(entry):
 def table(thresholds):
     """For THRESHOLDS.md and the model card."""
     lines = [
-        "| at most FAR % | threshold | strangers accepted, % | one person refused, % "
-        "| threshold where whole pictures are stretched |",
-        "|---:|---:|---|---|---:|",
+        "| at most FAR % | faces found: threshold | strangers accepted, % | one person refused, % "
+        "| crops: threshold | one person refused, % | whole pictures taken for crops: threshold |",
+        "|---:|---:|---|---|---:|---|---:|",
     ]
+    crops = {one["false_accept_rate"]: one for one in thresholds["crops"]["at"]}
     for one in thresholds["at"]:
         rough = " *" if one["rough"] else ""
+        crop = crops[one["false_accept_rate"]]
         lines.append(
             f"| {100 * one['false_accept_rate']:g} | {one['threshold']:.4f}{rough} "
             f"| {cell(one['false_accepts'])} | {cell(one['false_rejects'])} "
-            f"| {one['threshold_stretched']:.4f}{rough} |"
+            f"| {crop['threshold']:.4f}{rough} | {cell(crop['false_rejects'])} "
+            f"| {crop['threshold_stretched']:.4f}{rough} |"
         )
     return "\n".join(lines) + "\n"
 
@@ -126,7 +146,7 @@ def sentence(thresholds):
         if not one["rough"]
     ]
     text = (
-        f"Of the pairs of strangers on {thresholds['measured_on']} a threshold of " + ", ".join(parts)
+        f"Of the pairs of strangers on {thresholds['measured_on']}, {thresholds['faces']}, a threshold of " + ", ".join(parts)
         + ", in brackets 95 % intervals over people. " + thresholds["warning"]
     )  # fmt: skip
     lines, line = [], ""
@@ -168,7 +188,9 @@ def main():
     if not args.documents:
         if args.people is None or args.name is None:
             parser.error("PEOPLE and --name are needed")
-        record.write_text(json.dumps(measure(args), indent=1) + "\n")
+        text = json.dumps(measure(args), indent=1)
+        # A pair of numbers on one line.
+        record.write_text(re.sub(r"\[\s+([^][{}]*?)\s+\]", lambda list: f"[{' '.join(list[1].split())}]", text) + "\n")
     if args.models.resolve() == ROOT / "models":
         write_documents(json.loads(record.read_text())["thresholds"])
 

@@ -1,10 +1,19 @@
 // SPDX-License-Identifier: MIT
-// The library as a page uses it. `orvoOpen(bytes)` compiles the module and opens the models; the object
-// it promises takes pictures and answers features. Nothing here touches the page or the network.
+// The library as JavaScript uses it. `orvoOpen(bytes)` compiles the module and opens the models; the
+// object it promises takes pictures and answers faces and features. Nothing here touches a page, a disk
+// or the network. orvo_fr.d.ts says what each call takes and gives.
 "use strict";
 
 const ORVO_FEATURE = 128, ORVO_FRAME = 256, ORVO_CROP = 96;
-const NO_STRUCTURE = -2; // of OrvoWebExtract()
+const ORVO_LEAST_SIDE = 24, ORVO_MOST_SIDE = 8192, ORVO_MOST_FACES = 64;
+// Below this a found face is not worth comparing: it would be like too many others, or not even like
+// itself.
+const ORVO_LEAST_QUALITY = 30;
+// Why a face is not good to be recognised, in the order of the library's bits.
+const ORVO_REASONS = ["small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off"];
+
+const FACE_NUMBERS = 19; // of a face's record, four bytes each
+const NO_STRUCTURE = -2, NO_MEMORY = -3, TOO_NARROW = -4; // the module's answers, see orvo_web.cpp
 
 // What the module asks of the outside: diagnostics go to the console, there is no environment, and
 // ending the program is an error.
@@ -37,6 +46,32 @@ function orvoImports(memory) {
     };
 }
 
+// How many bytes of a picture make a pixel.
+function orvoChannels(picture) {
+    const { width, height, data } = picture ?? {};
+    const isSide = (side) => Number.isInteger(side) && side >= 1 && side <= ORVO_MOST_SIDE;
+    if (!isSide(width) || !isSide(height)) {
+        throw new RangeError("a picture needs a width and a height of 1 to " + ORVO_MOST_SIDE +
+            " pixels, not " + width + " x " + height);
+    }
+    if (!(data instanceof Uint8Array || data instanceof Uint8ClampedArray)) {
+        throw new TypeError("a picture's data must be a Uint8Array or a Uint8ClampedArray");
+    }
+    const channels = data.length / (width * height);
+    if (channels !== 1 && channels !== 3 && channels !== 4) {
+        throw new RangeError("a picture of " + width + " x " + height + " pixels needs 1, 3 or 4 bytes for " +
+            "each (grey; red, green, blue; and alpha), not " + data.length + " in all");
+    }
+    return channels;
+}
+
+function orvoWhole(name, value, least, most) {
+    if (!Number.isInteger(value) || value < least || value > most) {
+        throw new RangeError(name + " must be a whole number, " + least + " to " + most + ", not " + value);
+    }
+    return value;
+}
+
 async function orvoOpen(bytes) {
     let memory = null;
     const { instance } = await WebAssembly.instantiate(bytes, orvoImports(() => memory));
@@ -50,16 +85,71 @@ async function orvoOpen(bytes) {
 
     const sizes = module.OrvoWebSmallest();
     const smallest = { width: sizes >>> 16, height: sizes & 0xffff };
+    const copy = (Kind, at, count) => new Kind(memory.buffer, at, count).slice();
 
-    // A picture as a canvas gives it (width, height, data: red, green, blue, alpha), of which `part`
-    // (left, top, width, height) is the frame; the whole picture without. Null where it shows no
-    // structure, as a wall does.
+    // Hands a picture to the module, where it stays until the next one.
+    function take(picture) {
+        const channels = orvoChannels(picture);
+        const { width, height, data } = picture;
+        const place = module.OrvoWebPixels(width, height, channels);
+        if (place === 0) {
+            throw new RangeError("there is not enough memory for a picture of " + width + " x " + height);
+        }
+        new Uint8Array(memory.buffer, place, data.length).set(data);
+        module.OrvoWebTake(width, height, channels);
+    }
+
+    function face(number, withFeature) {
+        const at = module.OrvoWebFaces() + 4 * FACE_NUMBERS * number;
+        const floats = copy(Float32Array, at, FACE_NUMBERS - 2);
+        const [quality, reasons] = copy(Int32Array, at + 4 * (FACE_NUMBERS - 2), 2);
+        const points = [];
+        for (let i = 4; i < 14; i += 2) {
+            points.push({ x: floats[i], y: floats[i + 1] });
+        }
+        const crop = module.OrvoWebUpright(number);
+        return {
+            left: floats[0], top: floats[1], side: floats[2], score: floats[3], points,
+            yaw: floats[14], roll: floats[15], covered: floats[16], quality,
+            reasons: ORVO_REASONS.filter((reason, bit) => reasons >> bit & 1),
+            isGood: quality >= ORVO_LEAST_QUALITY,
+            crop: copy(Uint8Array, crop, ORVO_CROP * ORVO_CROP),
+            feature: withFeature
+                ? copy(Float32Array, module.OrvoWebFeatures() + 4 * ORVO_FEATURE * number, ORVO_FEATURE) : null,
+        };
+    }
+
+    function search(picture, options, withFeatures) {
+        const side = orvoWhole("smallest", options.smallest ?? 0, 0, 1 << 20);
+        const most = orvoWhole("most", options.most ?? ORVO_MOST_FACES, 1, ORVO_MOST_FACES);
+        take(picture);
+        if (picture.width < ORVO_LEAST_SIDE || picture.height < ORVO_LEAST_SIDE) {
+            throw new RangeError("a picture in which faces are looked for needs at least " + ORVO_LEAST_SIDE +
+                " x " + ORVO_LEAST_SIDE + " pixels, not " + picture.width + " x " + picture.height);
+        }
+        const count = module.OrvoWebFind(side, most, withFeatures ? 1 : 0);
+        if (count === TOO_NARROW) {
+            throw new RangeError("faces" + (side ? " of " + side + " pixels" : "") + " cannot be found in a " +
+                "picture of " + picture.width + " x " + picture.height +
+                ": look for larger ones, or in parts of it");
+        }
+        if (count < 0) {
+            throw new Error(count === NO_MEMORY ? "there is not enough memory to look for faces"
+                : "faces could not be looked for (status " + count + ")");
+        }
+        return Array.from({ length: count }, (unused, number) => face(number, withFeatures));
+    }
+
+    // The faces in a whole picture, best first.
+    const find = (picture, options = {}) => search(picture, options, false);
+    // The same, each with its feature.
+    const faces = (picture, options = {}) => search(picture, options, true);
+
+    // The feature of a picture that one face fills, or a part (left, top, width, height) of it. Null where
+    // it shows no structure, as a wall does.
     function extract(picture, part = { left: 0, top: 0, width: picture.width, height: picture.height }) {
-        const place = module.OrvoWebPicture(picture.width * picture.height);
-        new Uint8Array(memory.buffer, place, picture.data.length).set(picture.data);
-        const begin = performance.now();
-        const failed = module.OrvoWebExtract(
-            picture.width, picture.height, part.left, part.top, part.width, part.height);
+        take(picture);
+        const failed = module.OrvoWebExtract(part.left, part.top, part.width, part.height);
         if (failed === NO_STRUCTURE) {
             return null;
         }
@@ -67,33 +157,30 @@ async function orvoOpen(bytes) {
             throw new RangeError("a face needs at least " + smallest.width + " x " + smallest.height +
                 " pixels inside the picture");
         }
-        const milliseconds = performance.now() - begin;
-        let at = module.OrvoWebResult();
-        const take = (Kind, count) => {
-            const values = new Kind(memory.buffer, at, count).slice();
-            at += values.byteLength;
-            return values;
-        };
+        const at = module.OrvoWebWhole();
+        const [left, top, right, bottom] = copy(Int32Array, at + 4 * ORVO_FEATURE, 4);
+        // From the frame, which is the part stretched to a square, to the picture.
+        const across = (x) => part.left + x * part.width / ORVO_FRAME;
+        const down = (y) => part.top + y * part.height / ORVO_FRAME;
         return {
-            feature: take(Float32Array, ORVO_FEATURE),
-            box: Array.from(take(Int32Array, 4)), // left, top, right, bottom in the frame
-            frame: take(Uint8Array, ORVO_FRAME * ORVO_FRAME),
-            crop: take(Uint8Array, ORVO_CROP * ORVO_CROP),
-            milliseconds,
+            feature: copy(Float32Array, at, ORVO_FEATURE),
+            box: { left: across(left), top: down(top), right: across(right), bottom: down(bottom) },
+            crop: copy(Uint8Array, at + 4 * ORVO_FEATURE + 16, ORVO_CROP * ORVO_CROP),
         };
     }
 
     // 1 for identical faces; the larger, the more alike.
     function distance(a, b) {
+        for (const feature of [a, b]) {
+            if (feature?.length !== ORVO_FEATURE) {
+                throw new RangeError("a feature has " + ORVO_FEATURE + " numbers, not " + feature?.length);
+            }
+        }
         const pair = new Float32Array(memory.buffer, module.OrvoWebPair(), 2 * ORVO_FEATURE);
         pair.set(a, 0);
         pair.set(b, ORVO_FEATURE);
         return module.OrvoWebDistance();
     }
 
-    return { extract, distance, smallest };
-}
-
-if (typeof module === "object") {
-    module.exports = { orvoOpen };
+    return { find, faces, extract, distance, smallest };
 }

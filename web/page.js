@@ -1,258 +1,227 @@
 // SPDX-License-Identifier: MIT
-// The page: pictures go in by a file, by dropping, pasting, or from the camera; the result is shown.
+// The page: pictures go into two slots by a file, by dropping, pasting, or from the camera; the faces that
+// are chosen in them are compared.
 "use strict";
 
-// From which distance a pair counts as the same person: one in a hundred, or in a thousand, pairs of
-// strangers reached it where real faces were measured (ORVO_THRESHOLDS of module.js). Null where nobody
-// measured the models of this build; then there is a number and no verdict.
-const THRESHOLDS = ORVO_THRESHOLDS && { perhaps: measuredFor(0.01), likely: measuredFor(0.001) };
-
-function measuredFor(rate) {
-    return ORVO_THRESHOLDS.at.find((one) => Math.abs(one.false_accept_rate - rate) < 1e-9);
-}
-
-const MOST_PIXELS = 24e6;
-const LIVE_PAUSE = 250; // milliseconds
+const DISPLAY_SIDE = 800; // pixels of the larger side of a picture on the page
 
 const slots = {};
-let library = null;
-
-const byId = (id) => document.getElementById(id);
-
-class SentenceError extends Error {} // whose message is for the visitor
+let library = null, pageResult = null, liveResult = null;
 
 function makeSlot(name) {
-    const root = byId("slot-" + name);
+    const root = document.getElementById("slot-" + name);
+    const part = (selector) => root.querySelector(selector);
     const slot = {
-        root,
-        title: root.querySelector("h2").textContent,
-        stage: root.querySelector(".stage"),
-        canvas: root.querySelector("canvas"),
-        message: root.querySelector(".message"),
-        face: null,
+        title: part("h2").textContent,
+        stage: part(".stage"), view: part(".view"), canvas: part(".picture"), boxes: part(".boxes"),
+        picks: part(".picks"), note: part(".note"), whole: part(".whole"),
+        seen: null, // what lookAt() made of the picture
+        face: null, // the one that is compared
+        fillings: 0, // so that a slow picture does not replace a newer one
     };
-    const input = root.querySelector("input");
+    const input = part("input");
     input.addEventListener("change", () => {
         if (input.files.length > 0) {
             takeFile(slot, input.files[0]);
         }
         input.value = "";
     });
-    slot.stage.addEventListener("dragover", (event) => {
-        event.preventDefault();
-        slot.stage.classList.add("over");
-    });
+    slot.stage.addEventListener("dragover", () => slot.stage.classList.add("over"));
     slot.stage.addEventListener("dragleave", () => slot.stage.classList.remove("over"));
     slot.stage.addEventListener("drop", (event) => {
-        event.preventDefault();
         slot.stage.classList.remove("over");
         if (event.dataTransfer.files.length > 0) {
             takeFile(slot, event.dataTransfer.files[0]);
         }
     });
-    root.querySelector(".camera").addEventListener("click", () => openCamera(slot));
-    root.querySelector(".sample").addEventListener("click", () => takeSample(slot, name));
+    part(".camera").addEventListener("click", () => openCamera(slot));
+    part(".sample").addEventListener("click", () => takeSample(slot, name));
+    slot.whole.addEventListener("click", () => takeWhole(slot));
     slots[name] = slot;
 }
 
-// Says what went wrong in the slot; the earlier face stays.
+function showNote(slot, text, isBad) {
+    slot.note.textContent = text;
+    slot.note.classList.toggle("bad", isBad);
+    if (text !== "") {
+        announce(slot.title + ": " + text);
+    }
+}
+
+// Empties the slot, so that nothing on the page speaks of the picture before. Whoever fills it asks with
+// what this returns whether another one has come in the meantime.
+function clear(slot) {
+    slot.seen = slot.face = null;
+    slot.view.hidden = slot.whole.hidden = true;
+    slot.stage.classList.remove("filled");
+    slot.picks.replaceChildren();
+    showNote(slot, "", false);
+    showResult();
+    const filling = ++slot.fillings;
+    return () => filling === slot.fillings;
+}
+
+// Does what fills a slot and says what went wrong.
 async function guarded(slot, action) {
-    slot.message.textContent = "";
+    const isNewest = clear(slot);
     try {
-        await action();
+        await action(isNewest);
     } catch (error) {
         console.error(error);
-        slot.message.textContent = error instanceof SentenceError
-            ? error.message : "This picture could not be used: " + error.message + ".";
+        if (isNewest()) {
+            showNote(slot, error instanceof SentenceError
+                ? error.message : "This picture could not be used: " + error.message + ".", true);
+        }
     }
 }
 
 function takeFile(slot, file) {
-    return guarded(slot, async () => {
-        let bitmap;
-        try {
-            bitmap = await createImageBitmap(file, { premultiplyAlpha: "none", colorSpaceConversion: "none" });
-        } catch (error) {
-            throw new SentenceError("This file is not a picture that the browser can read.");
+    return guarded(slot, async (isNewest) => {
+        showNote(slot, "Looking for faces\u2026", false);
+        const { canvas, width, height } = await canvasOfFile(file);
+        if (isNewest()) {
+            showPicture(slot, lookAt(canvas, { width, height }));
         }
-        showFace(slot, look(bitmap, null));
-        bitmap.close();
     });
 }
 
 function takeSample(slot, name) {
-    return guarded(slot, async () => {
-        const image = new Image();
-        image.src = ORVO_SAMPLES[name];
-        await image.decode();
-        showFace(slot, look(image, null));
+    return guarded(slot, async (isNewest) => {
+        const image = await imageAt(ORVO_SAMPLES[name]);
+        if (isNewest()) {
+            showPicture(slot, lookAt(drawn(image, { width: image.naturalWidth, height: image.naturalHeight })));
+        }
     });
 }
 
-// The face of a picture, or of a square in the middle of one.
-function look(source, square) {
+// The faces in a picture; and the picture taken for a face where it may be a crop, since no face was found
+// in it or its borders cut one off.
+function lookAt(canvas, full = canvas) {
     if (library === null) {
         throw new SentenceError("The library is not ready yet; try again in a moment.");
     }
-    const width = square ?? source.width, height = square ?? source.height;
-    if (width * height > MOST_PIXELS) {
-        throw new SentenceError("This picture has more than 24 megapixels; choose a smaller one.");
+    const { width, height } = canvas;
+    if (width < ORVO_LEAST_SIDE || height < ORVO_LEAST_SIDE) {
+        throw new SentenceError("This picture is too small: both sides need " + ORVO_LEAST_SIDE + " pixels.");
     }
-    const { smallest } = library;
-    if (width < smallest.width || height < smallest.height) {
-        throw new SentenceError("This picture is too small: a face needs at least " + smallest.width +
-            " x " + smallest.height + " pixels.");
+    const pixels = pixelsOf(canvas);
+    const begin = performance.now();
+    const faces = library.faces(pixels);
+    const chosen = largestGood(faces);
+    // What is blurred or dark does not become good by taking more of it.
+    const mayBeCrop = chosen < 0 || (!faces[chosen].isGood && faces[chosen].reasons.includes("cut off"));
+    const whole = mayBeCrop ? library.extract(pixels) : null;
+    if (faces.length === 0 && whole === null) {
+        throw new SentenceError("No face was found: this picture shows no structure, as a wall or a covered " +
+            "lens does.");
     }
-    const canvas = document.createElement("canvas");
-    canvas.width = width;
-    canvas.height = height;
-    const context = canvas.getContext("2d", { willReadFrequently: true });
-    const fullWidth = source.videoWidth ?? source.width, fullHeight = source.videoHeight ?? source.height;
-    context.drawImage(source, Math.round((width - fullWidth) / 2), Math.round((height - fullHeight) / 2));
-    const face = library.extract(context.getImageData(0, 0, width, height));
-    if (face === null) {
-        throw new SentenceError("This picture shows no structure, as a wall or a covered lens does; " +
-            "choose one with a face in it.");
-    }
-    return face;
+    return { canvas, full, faces, chosen, whole, milliseconds: performance.now() - begin };
 }
 
-function showFace(slot, face) {
-    slot.face = face;
+function showPicture(slot, seen) {
+    const { canvas, full, faces, chosen, whole } = seen;
+    const scale = Math.min(1, DISPLAY_SIDE / Math.max(canvas.width, canvas.height));
+    const small = drawn(canvas, { width: Math.max(1, Math.round(canvas.width * scale)),
+                                  height: Math.max(1, Math.round(canvas.height * scale)) });
+    for (const layer of [slot.canvas, slot.boxes]) {
+        layer.width = small.width;
+        layer.height = small.height;
+    }
+    slot.canvas.getContext("2d").drawImage(small, 0, 0);
+    slot.canvas.setAttribute("aria-label", slot.title + ": a picture of " + full.width + " x " + full.height +
+        " pixels with " + (faces.length === 1 ? "one face" : faces.length + " faces"));
+    canvas.width = canvas.height = 0; // its memory is needed for the next one
+    slot.view.style.aspectRatio = small.width / small.height;
+    slot.view.style.width = Math.min(1, small.width / small.height) * 100 + "%";
+    slot.view.hidden = false;
     slot.stage.classList.add("filled");
-    const context = slot.canvas.getContext("2d");
-    const picture = context.createImageData(ORVO_FRAME, ORVO_FRAME);
-    face.frame.forEach((level, i) => picture.data.set([level, level, level, 255], 4 * i));
-    context.putImageData(picture, 0, 0);
-    const [left, top, right, bottom] = face.box;
-    context.strokeStyle = "#ffb000";
-    context.lineWidth = 2;
-    context.strokeRect(left, top, right - left, bottom - top);
-    slot.canvas.setAttribute("aria-label", slot.title + ": picture with a box around the face at " +
-        left + ", " + top + " to " + right + ", " + bottom + " of 256");
+    slot.seen = { ...seen, scale, pictureWidth: small.width / scale, pictureHeight: small.height / scale };
+    slot.whole.hidden = whole === null;
+    showPicks(slot);
+    pick(slot, chosen);
+}
+
+// A button over each face, where there is a choice.
+function showPicks(slot) {
+    const { faces, pictureWidth, pictureHeight } = slot.seen;
+    const buttons = faces.length < 2 ? [] : faces.map((face, i) => {
+        const button = document.createElement("button");
+        button.type = "button";
+        button.className = "pick";
+        button.dataset.face = i;
+        button.setAttribute("aria-label", "Face " + (i + 1) + " of " + faces.length + ". " + qualityWords(face));
+        button.style.left = 100 * (face.left + face.side / 2) / pictureWidth + "%";
+        button.style.top = 100 * (face.top + face.side / 2) / pictureHeight + "%";
+        button.style.width = 100 * face.side / pictureWidth + "%";
+        button.style.height = 100 * face.side / pictureHeight + "%";
+        button.addEventListener("click", () => pick(slot, i));
+        return button;
+    });
+    // Small ones last, so that a large one does not lie over them.
+    buttons.sort((a, b) => parseFloat(b.style.width) - parseFloat(a.style.width));
+    slot.picks.replaceChildren(...buttons);
+}
+
+// Takes face number `chosen` of the slot's picture; -1 where there is none.
+function pick(slot, chosen) {
+    const { faces, milliseconds } = slot.seen;
+    slot.face = chosen < 0 ? null : { ...faces[chosen], milliseconds };
+    slot.whole.setAttribute("aria-pressed", "false");
+    for (const button of slot.picks.children) {
+        button.setAttribute("aria-pressed", String(button.dataset.face === String(chosen)));
+    }
+    drawOver(slot, faces, chosen);
+    showNote(slot, facesWords(faces, chosen), chosen < 0 || !faces[chosen].isGood);
     showResult();
 }
 
-function verdict(distance) {
-    if (THRESHOLDS === null) {
-        return "From which distance faces are alike was not measured for these models.";
-    }
-    if (distance >= THRESHOLDS.likely.threshold) {
-        return "Probably the same person";
-    }
-    return distance >= THRESHOLDS.perhaps.threshold ? "Perhaps the same person" : "Probably different people";
+// One face fills the picture: nobody knows better, and no quality is known.
+function takeWhole(slot) {
+    const { whole, milliseconds } = slot.seen;
+    slot.face = { feature: whole.feature, isGood: true, reasons: [], milliseconds };
+    slot.whole.setAttribute("aria-pressed", "true");
+    drawOver(slot, [{ ...whole.box, isGood: true }], 0);
+    showNote(slot, "The whole picture is taken for a face. Whether it is one is not known.", false);
+    showResult();
 }
 
-// What the words rest on.
-function explainThresholds() {
-    if (THRESHOLDS === null) {
-        return;
-    }
-    const percent = (share) => Number((100 * share).toPrecision(2)) + " %";
-    const words = (one) => percent(one.false_accept_rate) + " of the pairs of strangers (95 % interval " +
-        percent(one.false_accepts.interval[0]) + " to " + percent(one.false_accepts.interval[1]) + ")";
-    byId("thresholds").textContent =
-        "Measured on real faces, " + ORVO_THRESHOLDS.measured_on + ": " + words(THRESHOLDS.perhaps) +
-        " reach " + THRESHOLDS.perhaps.threshold.toFixed(4) + ", where \u201cperhaps\u201d and the marked part of " +
-        "the bar begin, and " + words(THRESHOLDS.likely) + " reach " + THRESHOLDS.likely.threshold.toFixed(4) +
-        ", where \u201cprobably\u201d begins. " + ORVO_THRESHOLDS.warning;
+function drawOver(slot, faces, chosen) {
+    drawFaces(slot.boxes.getContext("2d"), faces, chosen, slot.seen.scale,
+        Math.max(2, Math.max(slot.boxes.width, slot.boxes.height) / 150));
 }
 
 function showResult() {
-    const faces = [slots.a.face, slots.b.face];
-    if (faces.includes(null)) {
-        byId("verdict").textContent = "One more face is needed.";
-        return;
-    }
-    const distance = library.distance(faces[0].feature, faces[1].feature);
-    const place = (value) => 50 * (Math.min(Math.max(value, -1), 1) + 1) + "%";
-    byId("verdict").textContent = verdict(distance);
-    byId("distance").textContent = distance.toFixed(3);
-    byId("likely").style.left = place(THRESHOLDS?.perhaps.threshold ?? 1);
-    byId("needle").style.left = place(distance);
-    byId("scale").hidden = false;
-    byId("time").textContent =
-        "Computed here in " + Math.round(faces[0].milliseconds) + " and " +
-        Math.round(faces[1].milliseconds) + " ms.";
-}
-
-// The camera.
-const camera = { slot: null, stream: null, timer: 0 };
-
-async function openCamera(slot) {
-    slot.message.textContent = "";
-    camera.slot = slot;
-    try {
-        camera.stream = await navigator.mediaDevices.getUserMedia({
-            video: { facingMode: "user", width: { ideal: 640 }, height: { ideal: 480 } },
-        });
-    } catch (error) {
-        slot.message.textContent = cameraSentence(error);
-        return;
-    }
-    const dialog = byId("camera"), video = dialog.querySelector("video");
-    video.srcObject = camera.stream;
-    dialog.querySelector(".message").textContent = "";
-    dialog.showModal();
-    await video.play();
-}
-
-function cameraSentence(error) {
-    if (!navigator.mediaDevices) {
-        return "This page may use a camera only when it is opened over https or from this computer.";
-    }
-    if (error.name === "NotAllowedError") {
-        return "The camera was not allowed; allow it in the browser's settings, or choose a picture.";
-    }
-    if (error.name === "NotFoundError") {
-        return "There is no camera here; choose a picture.";
-    }
-    return "The camera cannot be used (" + error.name + "); choose a picture.";
-}
-
-// The square in the middle of what the camera sees.
-function takeFrame() {
-    const video = byId("camera").querySelector("video");
-    const side = Math.min(video.videoWidth, video.videoHeight);
-    const message = byId("camera").querySelector(".message");
-    try {
-        if (side === 0) {
-            throw new SentenceError("The camera shows nothing yet.");
-        }
-        showFace(camera.slot, look(video, side));
-        message.textContent = "";
-        return true;
-    } catch (error) {
-        message.textContent = error.message;
-        return false;
-    }
-}
-
-function setLive(isLive) {
-    clearInterval(camera.timer);
-    camera.timer = isLive ? setInterval(takeFrame, LIVE_PAUSE) : 0;
-    byId("live").setAttribute("aria-pressed", String(isLive));
-}
-
-function closeCamera() {
-    setLive(false);
-    camera.stream?.getTracks().forEach((track) => track.stop());
-    camera.stream = null;
-    if (byId("camera").open) {
-        byId("camera").close();
+    const [first, second] = [slots.a.face, slots.b.face];
+    const said = showPair(pageResult, library, {
+        first, second,
+        missing: first === null && second === null ? "Two faces are needed." : "One more face is needed.",
+        time: first && second ? "computed here in " + Math.round(first.milliseconds) + " and " +
+            Math.round(second.milliseconds) + " ms" : "",
+    });
+    if (first !== null && second !== null) {
+        announce(said);
     }
 }
 
 function listen() {
+    pageResult = makeResult("result");
+    liveResult = makeResult("live-result");
     makeSlot("a");
     makeSlot("b");
-    byId("take").addEventListener("click", () => takeFrame() && closeCamera());
-    byId("live").addEventListener("click", () => setLive(camera.timer === 0));
-    byId("close").addEventListener("click", closeCamera);
-    byId("camera").addEventListener("close", closeCamera);
+    showResult();
+    listenToCamera();
+    // A picture that is dropped beside the boxes must not take the page's place.
+    for (const kind of ["dragover", "drop"]) {
+        document.addEventListener(kind, (event) => {
+            event.preventDefault();
+            if (!event.target.closest?.(".stage")) {
+                event.dataTransfer.dropEffect = "none";
+            }
+        });
+    }
     document.addEventListener("paste", (event) => {
         const file = event.clipboardData.files[0];
-        if (file) {
+        if (file && !dialog.open) {
             takeFile(slots.a.face === null ? slots.a : slots.b, file);
         }
     });
@@ -261,13 +230,14 @@ function listen() {
 async function start() {
     listen();
     explainThresholds();
+    document.getElementById("project").href = ORVO_PROJECT;
     try {
         const text = atob(ORVO_MODULE);
         library = await orvoOpen(Uint8Array.from(text, (character) => character.charCodeAt(0)));
         document.body.dataset.ready = "yes";
     } catch (error) {
         console.error(error);
-        byId("verdict").textContent = typeof WebAssembly === "object"
+        pageResult.verdict.textContent = typeof WebAssembly === "object"
             ? "The library cannot run here: this browser may lack WebAssembly's vectors. Try a newer one."
             : "This browser has no WebAssembly; try a newer one.";
     }

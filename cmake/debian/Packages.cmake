@@ -1,11 +1,11 @@
 # Debian packages: the target "package" of the presets "package" and "package-arm".
 #
-#   libkova-fr1         the library, for the machine that recognises
+#   libkova1            the library for applications, of which the interface alone is to be seen
+#   libkova-fr1         the library with its kernels, for the machine that recognises
 #   libkova-find1       the library that finds faces in whole pictures
 #   libkova-mpi-host1   the stand-in for the camera platform, for PCs and emulators
 #   libkova-fr-dev      headers, static library, CMake and pkg-config files
 #   kova-fr             the command line, not in a cross build
-#   kova-fr-detector    what kova-fr --detect loads, which needs OpenCV, where that was found
 #
 # A package is a component of cmake/Install.cmake with its copyright and changelog.
 set(CPACK_GENERATOR DEB)
@@ -80,6 +80,12 @@ if(ORVO_NEEDS_HOST_PLATFORM)
 program; libkova-mpi-host1 has those that it does not define.")
     set(needed libkova-mpi-host1)
 endif()
+debian_package(application libkova1 libs "on-device face recognition, for applications"
+    "Faces in whole pictures, 128 floats for each, and the most alike of many, by
+small int8 networks in memory that the caller hands in. It exports its interface
+alone. The camera platform's functions (KOVA_MPI_*) are left to the${platform}${processors}"
+    ${needed})
+set(CPACK_DEBIAN_APPLICATION_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 debian_package(library libkova-fr1 libs "on-device face recognition"
     "A grey picture of a face in, 128 floats out, and the distance of two of these.
 Two small int8 networks on hand-written kernels, in 1.4 MB of memory that the
@@ -102,23 +108,20 @@ their upright crops for libkova-fr1, in memory that the caller hands in.${proces
 endif()
 debian_package(development libkova-fr-dev libdevel "on-device face recognition, development files"
     "Headers, the static libraries, and files for CMake (orvo_fr) and pkg-config
-(kova_fr, kova_find, kova_mpi_host).${processors}"
-    libkova-fr1 ${finder} libkova-mpi-host1)
+(kova, kova_fr, kova_find, kova_mpi_host). Applications link libkova.${processors}"
+    libkova1 libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
-        "Features and distances of faces in PNG, JPEG, PGM and PPM pictures, and
-galleries of known people, through libkova-fr1."
+        "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps
+galleries of known people, through libkova-fr1 and libkova-find1."
         libkova-fr1 ${finder} libkova-mpi-host1)
-endif()
-if(TARGET kova_fr_detector)
-    set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "kova-fr-detector (= ${PROJECT_VERSION})")
-    debian_package(detector kova-fr-detector graphics "face detector for kova-fr"
-        "What kova-fr --detect finds the face of a photograph with. It uses OpenCV."
-        kova-fr)
-    # The trained detector itself.
-    string(APPEND CPACK_DEBIAN_DETECTOR_PACKAGE_DEPENDS ", opencv-data")
-    install(FILES cmake/debian/kova-fr-detector.lintian-overrides
-            DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" RENAME kova-fr-detector
-            COMPONENT detector EXCLUDE_FROM_ALL)
+    if(TARGET kova_fr_serve)
+        # Not enabled, and so without scripts: whoever wants it says so by systemctl. Installed trees
+        # may be moved, but a unit names its program, so it is part of the package alone.
+        install(FILES cmake/debian/kova-fr-serve.service DESTINATION lib/systemd/system
+                COMPONENT tools EXCLUDE_FROM_ALL)
+        install(FILES docs/SERVICE.md DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/kova-fr"
+                COMPONENT tools EXCLUDE_FROM_ALL)
+    endif()
 endif()
 include(CPack)

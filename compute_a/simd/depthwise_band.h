@@ -156,19 +156,18 @@ void ConvolveStrip(const Strip& strip, const typename Lanes::Filter& filter) {
 }
 
 template <typename Lanes>
-void DepthwiseByBands(const DepthwisePlanes& p) {
+void ConvolveInBands(const DepthwisePlanes& p, size_t channel) {
     const size_t plane = p.width * p.height;
-    const int8_t* const srcEnd = p.src + p.channels * plane;
-    int8_t* const dstEnd = p.dst + p.channels * plane;
-    for (size_t c = 0; c < p.channels; ++c) {
-        const typename Lanes::Filter filter(p.weights + 9 * c, p.bias[c], p);
-        for (size_t x = 0; x < p.width; x += kStripOutputs) {
-            const size_t left = p.width - x;
-            const size_t outputs = left < kStripOutputs ? left : kStripOutputs;
-            ConvolveStrip<Lanes>({p.src + c * plane + x, srcEnd, p.dst + c * plane + x, dstEnd,
-                                  p.width, p.height, outputs, x > 0, left > outputs},
-                                 filter);
-        }
+    const int8_t* const src = p.src + channel * plane;
+    int8_t* const dst = p.dst + channel * plane;
+    const typename Lanes::Filter filter(p.weights + 9 * channel, p.bias[channel], p);
+    for (size_t x = 0; x < p.width; x += kStripOutputs) {
+        const size_t left = p.width - x;
+        const size_t outputs = left < kStripOutputs ? left : kStripOutputs;
+        ConvolveStrip<Lanes>(
+            {src + x, p.src + p.channels * plane, dst + x, p.dst + p.channels * plane, p.width,
+             p.height, outputs, x > 0, left > outputs},
+            filter);
     }
 }
 

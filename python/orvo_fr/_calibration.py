@@ -1,39 +1,16 @@
 # SPDX-License-Identifier: MIT
 """What scores mean for one camera and its people: the files of `kova-fr calibrate`."""
-import ctypes
-import hashlib
 import json
-import os
-from typing import Any, NamedTuple, Union
+from typing import Any, NamedTuple
 
 import numpy as np
 import numpy.typing as npt
 
-from . import _library
+from ._models import models_digest
+from ._pictures import AnyPath
 from ._recognition import FEATURE_LENGTH
 
 _VERSION = 1
-_ALIGN_ARRAYS, _FR_ARRAYS = 76, 108  # of the models, see model_store.h
-
-
-class _ModelArray(ctypes.Structure):
-    _fields_ = [
-        ("elementSize", ctypes.c_uint32),
-        ("name", ctypes.c_char_p),
-        ("data", ctypes.c_void_p),
-        ("size", ctypes.c_uint32),
-    ]
-
-
-def _models() -> str:
-    """The digest of the models that this process computes with."""
-    digest = hashlib.sha256()
-    with _library.lock:
-        library = _library.opened()
-        for name, count in (("g_alignArray", _ALIGN_ARRAYS), ("g_frArray", _FR_ARRAYS)):
-            for array in (_ModelArray * count).in_dll(library, name):
-                digest.update(ctypes.string_at(array.data, array.size))
-    return digest.hexdigest()
 
 
 class Rarity(NamedTuple):
@@ -60,7 +37,7 @@ class Calibration:
         ValueError: it is no calibration, or one for other models.
     """
 
-    def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
+    def __init__(self, path: AnyPath) -> None:
         with open(path, "rb") as file:
             text = file.read()
         try:
@@ -76,6 +53,7 @@ class Calibration:
             self._most_alike = int(contents["most_alike"])
             self._pairs = int(contents["stranger_pairs"])
             strangers = np.array(contents["strangers"], np.float64)
+            arrays: tuple[npt.NDArray[Any], ...] = (self._mean, self._cohort, strangers)
             if (
                 self._mean.shape != (FEATURE_LENGTH,)
                 or self._cohort.ndim != 2
@@ -83,14 +61,14 @@ class Calibration:
                 or not 0 < self._most_alike < len(self._cohort)
                 or strangers.ndim != 2
                 or strangers.shape[1] != 2
-                or not all(np.isfinite(a).all() for a in (self._mean, self._cohort, strangers))
+                or not all(np.isfinite(a).all() for a in arrays)
             ):
                 raise ValueError("a shape")
         except (ValueError, KeyError, TypeError) as error:
             raise ValueError(
                 f"{path}: is no calibration of kova-fr; make one with kova-fr calibrate"
             ) from error
-        if models != _models():
+        if models != models_digest():
             raise ValueError(f"{path}: was made with other models; make it anew")
         self._ranks, self._scores = strangers[:, 0], strangers[:, 1]
 
@@ -107,7 +85,7 @@ class Calibration:
     def _like_others(self, centred: npt.NDArray[np.float32]) -> npt.NDArray[np.float64]:
         # Without the very highest: the face may be that of somebody in the cohort.
         scores = -np.sort(-(centred @ self._cohort.T).astype(np.float64), axis=-1)
-        return scores[..., 1 : 1 + self._most_alike].mean(-1)
+        return np.asarray(scores[..., 1 : 1 + self._most_alike].mean(-1))
 
     def scores(self, a: npt.ArrayLike, b: npt.ArrayLike) -> npt.NDArray[np.float64]:
         """The normalised scores of features of shape (N, 128) with others of shape (M, 128), as an

@@ -10,6 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from . import _library
+from ._pictures import Picture, Plane, grey, halved
 from ._recognition import FEATURE_LENGTH
 
 #: What may be wrong with a face, in the order of the library's bits.
@@ -21,7 +22,7 @@ _REPEAT_INIT = 7
 
 @dataclass(frozen=True, eq=False)
 class Face:
-    """A face in a picture. Places are pixels from the top left corner, x before y."""
+    """A face in a picture. Places are pixels from the picture's top left corner, x before y."""
 
     #: Left, top and side of the square box, which may leave the picture.
     box: tuple[float, float, float]
@@ -72,9 +73,9 @@ class _Record(ctypes.Structure):
     ]
 
 
-_library_of_faces = None
+_library_of_faces: Optional[ctypes.CDLL] = None
 _is_open = False
-_memory = None
+_memory: Optional["ctypes.Array[ctypes.c_char]"] = None
 
 
 def _path() -> str:
@@ -122,18 +123,20 @@ def _give_memory(library: ctypes.CDLL, size: int) -> None:
         _memory = memory
 
 
-def _checked(picture: Any) -> npt.NDArray[np.uint8]:
-    if not isinstance(picture, np.ndarray):
-        raise TypeError(f"picture must be a NumPy array, not {type(picture).__name__}")
-    if picture.dtype != np.uint8:
-        raise TypeError(f"picture must have dtype uint8, not {picture.dtype}")
-    if picture.ndim != 2 or not all(_LEAST_SIDE <= n <= _MOST_SIDE for n in picture.shape):
+def _readable(plane: Plane) -> tuple[Plane, int]:
+    """The plane as the library can read it, and how often it had to be halved for that."""
+    times = 0
+    while max(plane.shape) > _MOST_SIDE:
+        plane, times = halved(plane), times + 1
+    if min(plane.shape) < _LEAST_SIDE:
         raise ValueError(
-            f"picture must have two sides of {_LEAST_SIDE} to {_MOST_SIDE}, not shape {picture.shape}"
+            f"picture must have two sides of {_LEAST_SIDE} pixels and more, not shape {plane.shape}"
+            + (f", which it has once it is halved below {_MOST_SIDE}" if times else "")
         )
     # Rows may be any distance apart, as in a part of a larger picture.
-    row, column = picture.strides
-    return picture if column == 1 and row >= picture.shape[1] else np.ascontiguousarray(picture)
+    row, column = plane.strides
+    fits = column == 1 and plane.shape[1] <= row < 1 << 31
+    return (plane if fits else np.ascontiguousarray(plane)), times
 
 
 def _check_number(name: str, value: Any, most: int) -> None:
@@ -156,11 +159,12 @@ def _plan(library: ctypes.CDLL, picture: _Picture, smallest: Optional[int]) -> t
     )
 
 
-def _face(record: _Record, feature: Optional[npt.NDArray[np.float32]]) -> Face:
+def _face(record: _Record, scale: int, feature: Optional[npt.NDArray[np.float32]]) -> Face:
+    """A face in the library's picture, of which a pixel is `scale` pixels wide."""
     return Face(
-        box=(record.left, record.top, record.side),
+        box=(record.left * scale, record.top * scale, record.side * scale),
         score=record.score,
-        landmarks=np.array(record.points, np.float32).reshape(5, 2),
+        landmarks=np.array(record.points, np.float32).reshape(5, 2) * np.float32(scale),
         yaw=record.yaw,
         roll=record.roll,
         covered=record.covered,
@@ -171,40 +175,51 @@ def _face(record: _Record, feature: Optional[npt.NDArray[np.float32]]) -> Face:
 
 
 def find(
-    picture: npt.NDArray[np.uint8], *, smallest: Optional[int] = None, most: int = 64
+    picture: Picture, *, smallest: Optional[int] = None, most: int = 64, channels: str = "RGB"
 ) -> list[Face]:
     """The faces in a whole picture, best first.
 
     Args:
-        picture: grey levels, uint8 of shape (height, width), both 24 to 8192. Any strides will do; the
-            array is only read.
+        picture: anything that grey() takes: a path, an array of shape (height, width) or (height,
+            width, 3), and so on; both sides at least 24 pixels. It is only read. Pictures with a side
+            of more than 8192 pixels are halved first.
         smallest: side of the smallest face to look for, in pixels. Without it faces from 20 pixels on
             are found in pictures of up to 1280 pixels a side, from 40 in twice as large ones, and so
             on.
         most: faces to be returned, 1 to 512.
+        channels: "RGB" or "BGR", see grey().
+
+    Returns:
+        The faces, whose `feature` is None.
 
     Raises:
-        TypeError: not an array, or of another dtype; not a number.
+        TypeError: not a picture, or an array of another dtype; not a number.
         ValueError: of another shape, or too large for such small faces.
+        ImportError, OSError: of a path, see grey().
         OrvoFrError: the library refused.
     """
-    return _search(picture, smallest, most, with_features=False)
+    return _search(grey(picture, channels=channels), smallest, most, with_features=False)
 
 
 def faces(
-    picture: npt.NDArray[np.uint8], *, smallest: Optional[int] = None, most: int = 64
+    picture: Picture, *, smallest: Optional[int] = None, most: int = 64, channels: str = "RGB"
 ) -> list[Face]:
-    """The faces in a whole picture, as find() gives them, each with its feature, which distance()
-    compares: it is that of the face turned upright. Faces of little quality have one, too; whether it
-    is worth comparing is the caller's decision."""
-    return _search(picture, smallest, most, with_features=True)
+    """The faces in a whole picture, as find() gives them, each with its feature.
+
+    `feature`, float32 of shape (128,), is that of the face turned upright; distance() compares it.
+    Faces of little quality have one, too; whether it is worth comparing is the caller's decision.
+
+    Args, Raises: those of find().
+    """
+    return _search(grey(picture, channels=channels), smallest, most, with_features=True)
 
 
-def _search(picture: Any, smallest: Any, most: Any, with_features: bool) -> list[Face]:
+def _search(plane: Plane, smallest: Any, most: Any, with_features: bool) -> list[Face]:
     if smallest is not None:
         _check_number("smallest", smallest, 1 << 20)
     _check_number("most", most, 512)
-    pixels = _checked(picture)
+    pixels, times = _readable(plane)
+    least = None if smallest is None else max(1, int(smallest) >> times)
     height, width = pixels.shape
     given = _Picture(pixels.ctypes.data, width, height, pixels.strides[0])
     records = (_Record * int(most))()
@@ -212,7 +227,7 @@ def _search(picture: Any, smallest: Any, most: Any, with_features: bool) -> list
     count = ctypes.c_int32()
     with _library.lock:
         library = _opened()
-        side, size = _plan(library, given, smallest)
+        side, size = _plan(library, given, least)
         _give_memory(library, size)
         if with_features:
             _library.opened()
@@ -224,6 +239,6 @@ def _search(picture: Any, smallest: Any, most: Any, with_features: bool) -> list
         )
     _library.check(function, status)
     return [
-        _face(record, features[i].copy() if with_features else None)
+        _face(record, 1 << times, features[i].copy() if with_features else None)
         for i, record in enumerate(records[: count.value])
     ]

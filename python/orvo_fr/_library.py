@@ -4,6 +4,7 @@ import ctypes
 import os
 import threading
 from pathlib import Path
+from typing import Optional
 
 _OK, _NULL_ADDRESS, _WRONG_SIZE, _NOT_DECRYPTED, _REPEAT_INIT = 0, 1, 2, 6, 7
 _MESSAGES = {
@@ -63,8 +64,8 @@ lock = threading.RLock()
 # A fork waits for the running call, so that the child finds the core at rest and the lock free.
 os.register_at_fork(before=lock.acquire, after_in_parent=lock.release, after_in_child=lock.release)
 
-_library = None
-_memory = None
+_library: Optional[ctypes.CDLL] = None
+_memory: Optional["ctypes.Array[ctypes.c_char]"] = None
 
 
 def check(function: str, status: int) -> None:
@@ -103,4 +104,4 @@ def instruction_set() -> str:
     It is the best that the processor has, or what the environment variable ORVO_FR_PATH names when the
     library is first used. Results are the same bytes with every one.
     """
-    return loaded().OrvoFrGetInstructionSet().decode()
+    return str(loaded().OrvoFrGetInstructionSet().decode())

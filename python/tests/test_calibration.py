@@ -5,6 +5,7 @@ ORVO_FR_LIBRARY names the library, KOVA_FR the command line.
 """
 import json
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -14,7 +15,7 @@ from pathlib import Path
 import numpy as np
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = PACKAGE.parent / "samples"
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402
@@ -30,12 +31,16 @@ class TheCommandLinesNumbers(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
         cls.path = Path(cls.folder.name) / "samples.calibration"
-        kova_fr("calibrate", "--rounds", 10, "--by-name", "--out", cls.path, SAMPLES)
-        pictures = sorted(SAMPLES.glob("*.png"))[:9]
+        folder = Path(cls.folder.name) / "samples"
+        folder.mkdir()
+        for sample in SAMPLES:
+            shutil.copy(sample, folder)
+        kova_fr("calibrate", "--crop", "--rounds", 10, "--by-name", "--out", cls.path, folder)
+        pictures = SAMPLES[:9]
         output = Path(cls.folder.name) / "features.f32"
-        kova_fr("extract", "--output", output, *pictures)
+        kova_fr("extract", "--crop", "--output", output, *pictures)
         cls.features = np.frombuffer(output.read_bytes(), np.float32).reshape(-1, 128)
-        text = kova_fr("compare", "--json", "--calibration", cls.path, *pictures)
+        text = kova_fr("compare", "--json", "--crop", "--calibration", cls.path, *pictures)
         cls.wanted = json.loads(text)["calibration"]
         cls.calibration = orvo_fr.Calibration(cls.path)
 

@@ -16,7 +16,7 @@ import cv2
 import numpy as np
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = sorted((PACKAGE.parent / "samples").glob("*.png"))
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402
@@ -99,15 +99,34 @@ class Arguments(unittest.TestCase):
         np.testing.assert_array_equal(picture, before)
 
     def test_sizes(self):
-        for shape in ((24, 24), (30, 1000), (2600, 1300)):
+        for shape in ((24, 24), (30, 1000), (2600, 1300), (50, 50, 3), (50, 50, 4), (8300, 200)):
             orvo_fr.find(np.full(shape, 90, np.uint8))
-        for shape in ((23, 100), (100, 23), (8193, 100), (100,), (50, 50, 3), (0, 0)):
+        for shape in ((23, 100), (100, 23), (8193, 40), (100,), (50, 50, 2), (0, 0)):
             with self.assertRaises(ValueError, msg=str(shape)):
                 orvo_fr.find(np.zeros(shape, np.uint8))
         with self.assertRaises(ValueError):
             orvo_fr.find(np.zeros((2000, 2000), np.uint8), smallest=20)
         with self.assertRaises(ValueError):
             orvo_fr.find(np.zeros((24, 5000), np.uint8))
+
+    def test_colours_are_seen_as_their_grey_levels(self):
+        grey = photograph()
+        tinted = np.stack([grey, grey // 2, 255 - grey], axis=2)
+        wanted = [face.box for face in orvo_fr.find(orvo_fr.grey(tinted))]
+        self.assertEqual([face.box for face in orvo_fr.find(tinted)], wanted)
+        turned = orvo_fr.faces(tinted[..., ::-1], channels="BGR")
+        self.assertEqual([face.box for face in turned], wanted)
+
+    def test_a_side_beyond_the_librarys_is_halved_as_the_command_line_does(self):
+        wide = np.full((1600, 8400), 120, np.uint8)
+        wide[:, -2800:] = photograph().repeat(4, axis=0).repeat(4, axis=1)
+        faces, wanted = orvo_fr.faces(wide), printed(wide)
+        self.assertGreater(len(faces), 0)
+        self.assertEqual([f.box for f in faces],
+                         [(w["box"]["x"], w["box"]["y"], w["box"]["width"]) for w in wanted])
+        points = [[[p["x"], p["y"]] for p in w["landmarks"].values()] for w in wanted]
+        np.testing.assert_array_equal([f.landmarks for f in faces], np.float32(points))
+        self.assertEqual(orvo_fr.find(wide, smallest=200)[0].box, orvo_fr.find(wide, smallest=201)[0].box)
 
     def test_what_is_no_picture(self):
         for wrong in (None, [[1]], np.zeros((50, 50)), np.zeros((50, 50), np.int8)):

@@ -9,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import types
 import typing
 import unittest
 from pathlib import Path
@@ -17,11 +18,11 @@ from unittest import mock
 import numpy as np
 
 PACKAGE = Path(__file__).resolve().parent.parent
-SAMPLES = sorted((PACKAGE.parent / "samples").glob("*.png"))
+SAMPLES = sorted((PACKAGE.parent / "samples").glob("*-[0-9].png"))
 sys.path.insert(0, str(PACKAGE))
 
 import orvo_fr  # noqa: E402
-from orvo_fr import _library  # noqa: E402
+from orvo_fr import _library, _recognition  # noqa: E402
 
 
 def picture(seed=0):
@@ -51,7 +52,7 @@ class TheSameNumbers(unittest.TestCase):
             cls.pictures.append(path)
         output = Path(cls.folder.name) / "features.f32"
         subprocess.run(
-            [os.environ["KOVA_FR"], "extract", "--output", output, *SAMPLES], check=True
+            [os.environ["KOVA_FR"], "extract", "--crop", "--output", output, *SAMPLES], check=True
         )
         cls.wanted = output.read_bytes()
 
@@ -79,7 +80,7 @@ sys.stdout.buffer.write(orvo_fr.instruction_set().encode())
 
     def test_distances_are_those_of_the_command_line(self):
         text = subprocess.run(
-            [os.environ["KOVA_FR"], "compare", "--json", *SAMPLES[:2]],
+            [os.environ["KOVA_FR"], "compare", "--json", "--crop", *SAMPLES[:2]],
             check=True,
             capture_output=True,
             text=True,
@@ -145,12 +146,110 @@ class Arrays(unittest.TestCase):
                 orvo_fr.distance(self.feature, wrong)
 
     def test_wrong_shapes_are_value_errors(self):
-        for shape in ((255, 256), (256, 257), (256, 256, 1), (65536,), (0, 0)):
-            with self.assertRaisesRegex(ValueError, r"picture must have shape \(256, 256\)"):
+        for shape in ((65536,), (0, 0), (256, 256, 2), (1, 256, 256, 3), ()):
+            with self.assertRaisesRegex(ValueError, r"picture must have shape \(height, width\)"):
                 orvo_fr.extract(np.zeros(shape, np.uint8))
         for shape in ((127,), (1, 128), (129,)):
             with self.assertRaisesRegex(ValueError, r"a must have shape \(128,\)"):
                 orvo_fr.distance(np.zeros(shape, np.float32), self.feature)
+
+
+class Batches(unittest.TestCase):
+    def test_an_array_of_pictures_gives_the_features_of_each(self):
+        pictures = np.stack([picture(seed) for seed in range(70)])
+        wanted = np.stack([orvo_fr.extract(one) for one in pictures])
+        features = orvo_fr.extract_many(pictures)
+        self.assertEqual((features.dtype, features.shape), (np.float32, (70, 128)))
+        np.testing.assert_array_equal(features, wanted)
+        np.testing.assert_array_equal(orvo_fr.extract_many(pictures[::-2]), wanted[::-2])
+        np.testing.assert_array_equal(orvo_fr.extract_many(iter(pictures[:5])), wanted[:5])
+
+    def test_pictures_of_several_sizes_and_kinds(self):
+        kinds = [picture(), picture()[:200, 3:], np.stack([picture(2)] * 3, axis=2), SAMPLES[0]]
+        features = orvo_fr.extract_many(kinds)
+        for kind, feature in zip(kinds, features):
+            np.testing.assert_array_equal(orvo_fr.extract(kind), feature)
+        colours = np.stack([np.stack([picture(seed)] * 3, axis=2) for seed in range(3)])
+        np.testing.assert_array_equal(orvo_fr.extract_many(colours)[2], orvo_fr.extract(picture(2)))
+
+    def test_no_picture_gives_no_feature(self):
+        for none in ([], np.zeros((0, 256, 256), np.uint8)):
+            self.assertEqual(orvo_fr.extract_many(none).shape, (0, 128))
+
+    def test_what_are_no_pictures(self):
+        for wrong in (picture(), SAMPLES[0].name, 5, np.zeros((2, 256, 256))):
+            with self.assertRaises(TypeError):
+                orvo_fr.extract_many(wrong)
+        for shape in ((2, 11, 16), (2, 256, 2), (256, 256, 3)):
+            with self.assertRaises(ValueError):
+                orvo_fr.extract_many(np.zeros(shape, np.uint8))
+
+    def test_other_threads_run_during_a_batch(self):
+        batch = np.stack([picture()] * 64)
+        go, ran = threading.Event(), threading.Event()
+        thread = threading.Thread(target=lambda: (go.wait(), ran.set()))
+        interval = sys.getswitchinterval()
+        thread.start()
+        try:
+            # Nobody is made to give up Python's lock: the other thread runs only if a call lets go of Python's lock.
+            sys.setswitchinterval(1000)
+            go.set()
+            for _ in range(10):
+                orvo_fr.extract_many(batch)
+            self.assertTrue(ran.is_set())
+        finally:
+            sys.setswitchinterval(interval)
+            thread.join()
+
+    def test_a_refusal_of_the_library_is_an_exception(self):
+        many = mock.Mock()
+        many.KovaPythonFeatures = mock.Mock(return_value=1)
+        with mock.patch.object(_recognition._many, "loaded", return_value=many):
+            with self.assertRaisesRegex(orvo_fr.OrvoFrError, "status 1"):
+                orvo_fr.extract_many([picture()])
+
+
+class Distances(unittest.TestCase):
+    def setUp(self):
+        random = np.random.default_rng(5)
+        self.a = random.normal(size=(37, 128)).astype(np.float32)
+        self.b = random.normal(size=(1100, 128)).astype(np.float32)
+
+    def assert_bits_of_the_interface(self, a, b):
+        matrix = orvo_fr.distances(a, b)
+        self.assertEqual((matrix.dtype, matrix.shape), (np.float32, (len(a), len(b))))
+        wanted = np.array([[orvo_fr.distance(x, y) for y in b] for x in a], np.float32)
+        np.testing.assert_array_equal(matrix.view(np.uint32), wanted.view(np.uint32))
+
+    def test_each_has_the_bits_of_distance(self):
+        self.assert_bits_of_the_interface(self.a, self.b)
+
+    def test_numbers_out_of_the_ordinary_have_them_too(self):
+        self.a[3, 5], self.a[4] = np.inf, 1e-30
+        self.b[7], self.b[600, 1] = 1e-42, 1e30
+        self.assert_bits_of_the_interface(self.a, self.b)
+
+    def test_in_several_calls(self):
+        with mock.patch.object(_recognition, "_DISTANCES_A_CALL", 5000):
+            self.assert_bits_of_the_interface(self.a, self.b)
+
+    def test_of_one_another_and_in_any_layout(self):
+        matrix = orvo_fr.distances(self.a)
+        np.testing.assert_array_equal(matrix, orvo_fr.distances(self.a, self.a))
+        np.testing.assert_array_equal(matrix[::2], orvo_fr.distances(self.a[::2], self.a))
+        np.testing.assert_array_equal(matrix, orvo_fr.distances(np.asfortranarray(self.a)))
+
+    def test_nothing_with_something(self):
+        self.assertEqual(orvo_fr.distances(self.a[:0], self.b).shape, (0, 1100))
+        self.assertEqual(orvo_fr.distances(self.a, self.b[:0]).shape, (37, 0))
+
+    def test_what_are_no_features(self):
+        for wrong in (self.a[0], self.a[:, :127], self.a[None]):
+            with self.assertRaisesRegex(ValueError, r"b must have shape \(N, 128\)"):
+                orvo_fr.distances(self.a, wrong)
+        for wrong in (self.a.astype(float), self.a.tolist()):
+            with self.assertRaisesRegex(TypeError, "a must"):
+                orvo_fr.distances(wrong)
 
 
 class Failures(unittest.TestCase):
@@ -248,10 +347,12 @@ class ThreadsAndForks(unittest.TestCase):
 
 class Interface(unittest.TestCase):
     def test_public_functions_have_docstrings_and_type_hints(self):
-        for name in ("extract", "distance", "instruction_set"):
-            function = getattr(orvo_fr, name)
-            self.assertTrue(function.__doc__)
-            self.assertIn("return", typing.get_type_hints(function))
+        public = [getattr(orvo_fr, name) for name in orvo_fr.__all__]
+        functions = [one for one in public if isinstance(one, types.FunctionType)]
+        self.assertGreater(len(functions), 7)
+        for function in functions:
+            self.assertTrue(function.__doc__, function)
+            self.assertIn("return", typing.get_type_hints(function), function)
         self.assertTrue((PACKAGE / "orvo_fr" / "py.typed").exists())
 
 

@@ -282,6 +282,30 @@ TEST(PathExtremes, DepthwiseSizes) {
     }
 }
 
+// Filters light enough for the faster sums in each of their forms, on planes that are taken in one strip,
+// in half of one, and in several of which the last overlaps.
+TEST(PathExtremes, DepthwiseSizesOfLightFilters) {
+    Random random(13);
+    for (int width = 1; width <= 70; ++width) {
+        for (const int height : {3, 4, 5, 8}) {
+            for (const int total : {100, 200, 300}) {
+                const ConvShape shape = Depthwise(width, height, 3, 6);
+                ConvData data;
+                data.src = Fill(orvo_reference::SrcBytes(shape), Inputs::kEither, random);
+                data.weights.resize(27);
+                for (size_t c = 0; c < 3; ++c) {
+                    PutWeights(data.weights.data() + 9 * c, 1, 9, total, 0, random);
+                }
+                data.bias = {1000, -1000, 0};
+                for (const ChwSubject* subject : {&kDepthwiseConv, &kDepthwiseReluConv}) {
+                    EXPECT_TRUE(MatchesReference(*subject, shape, data))
+                        << width << " x " << height << ", total " << total;
+                }
+            }
+        }
+    }
+}
+
 // Filters whose outer and middle rows have these totals, under every shift at which the faster sums
 // give way and with biases that they can take and cannot.
 TEST(PathExtremes, DepthwiseSumsThatJustFit) {

@@ -1,12 +1,20 @@
-# Compares what the shared library exports with the checked-in list, both ways.
-# cmake -DNM=... -DLIBRARY=... -DLIST=... -P check_exported_symbols.cmake
+# Compares what the shared library exports with the checked-in list, both ways; with STATIC what a static one
+# gives to the linker.
+# cmake -DNM=... -DLIBRARY=... -DLIST=... [-DSTATIC=ON] -P check_exported_symbols.cmake
 cmake_policy(SET CMP0057 NEW)
 
-execute_process(COMMAND "${NM}" -D --defined-only "${LIBRARY}"
+set(which -D)
+if(STATIC)
+    set(which --extern-only)
+endif()
+execute_process(COMMAND "${NM}" ${which} --defined-only "${LIBRARY}"
                 OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${output}")
 set(exported "")
 foreach(line IN LISTS lines)
+    if(STATIC AND line MATCHES "\\.o:$")
+        continue() # which object of the archive
+    endif()
     if(NOT line MATCHES "^[0-9a-f]+ ([A-Za-z]) ([^ ]+)$")
         message(FATAL_ERROR "not a line of nm: ${line}")
     endif()

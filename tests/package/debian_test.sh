@@ -22,9 +22,8 @@ for package in "$work"/packages/*.deb; do
     names="$names $name"
     depends=$(dpkg-deb -f "$package" Depends)
     case $name in
-    libkova-fr1 | libkova-mpi-host1) wanted='libc6 (>= ' ;;
+    libkova1 | libkova-fr1 | libkova-mpi-host1) wanted='libc6 (>= ' ;;
     libkova-find1 | libkova-fr-dev | kova-fr) wanted='libkova-fr1 (= ' ;;
-    kova-fr-detector) wanted='opencv-data' ;;
     *) fail "$name: nobody knows this package" ;;
     esac
     case $depends in
@@ -33,8 +32,8 @@ for package in "$work"/packages/*.deb; do
     esac
     # On this machine the library loads by itself, on a camera the stand-in has no business.
     case $name,$depends in
-    libkova-fr1,*'libkova-mpi-host1 (= '*) [ -z "$toolchain" ] || fail "$name depends on the stand-in" ;;
-    libkova-fr1,*) [ -n "$toolchain" ] || fail "$name depends on '$depends', not on the stand-in" ;;
+    libkova1,*'libkova-mpi-host1 (= '* | libkova-fr1,*'libkova-mpi-host1 (= '*) [ -z "$toolchain" ] || fail "$name depends on the stand-in" ;;
+    libkova1,* | libkova-fr1,*) [ -n "$toolchain" ] || fail "$name depends on '$depends', not on the stand-in" ;;
     esac
     dpkg-deb -c "$package" | awk '!/\/$/ { print $6 }' >"$work/contents"
     for document in copyright changelog.gz; do
@@ -44,7 +43,7 @@ for package in "$work"/packages/*.deb; do
     cat "$work/contents" >>"$work/files"
     dpkg-deb -x "$package" "$root"
 done
-for name in libkova-fr1 libkova-find1 libkova-mpi-host1 libkova-fr-dev; do
+for name in libkova1 libkova-fr1 libkova-find1 libkova-mpi-host1 libkova-fr-dev; do
     case "$names " in
     *" $name "*) ;;
     *) fail "$name was not made, only$names" ;;
@@ -55,6 +54,8 @@ twice=$(sort "$work/files" | uniq -d)
 
 # The packages are named after what programs ask for, and made for the machine that the code is for.
 architecture=$(dpkg-deb -f "$(echo "$work"/packages/libkova-fr1_*.deb)" Architecture)
+readelf -d "$(find "$root" -name libkova.so.1)" | grep -q 'SONAME.*\[libkova\.so\.1\]' ||
+    fail "libkova's SONAME is wrong"
 library=$(find "$root" -name libkova_fr.so.1)
 readelf -d "$library" | grep -q 'SONAME.*\[libkova_fr\.so\.1\]' || fail "libkova_fr's SONAME is wrong"
 readelf -h "$library" >"$work/header"

@@ -30,7 +30,7 @@ for line in \
     [ "$(grep -cxF -e "-- $line" "$work/log")" = 1 ] || fail "there is no line: $line"
 done
 cmake --build "$work/build" -j "$(nproc)" >"$work/log" 2>&1 || fail "the library does not build"
-for file in libkova_fr.so libkova_fr.a libkova_find.so libkova_find.a libkova_mpi_host.so; do
+for file in libkova.so libkova.a libkova_fr.so libkova_fr.a libkova_find.so libkova_find.a libkova_mpi_host.so; do
     [ -s "$work/build/lib/$file" ] || fail "there is no $file"
 done
 

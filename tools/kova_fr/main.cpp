@@ -2,30 +2,41 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
+#include <numeric>
 #include <sstream>
+#include <vector>
 
 #include "commands/commands.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
 #include "files/output_file.h"
+#include "terminal/help_format.h"
 #include "terminal/label.h"
 
 namespace {
 
 enum Status { kSuccess = 0, kFailure = 1, kWrongUsage = 2, kNobody = 3 };
 
+#ifdef ORVO_HAVE_SERVICE
+#define ORVO_SERVICE_TEXT "\nserve: with cpp-httplib " ORVO_HTTPLIB_VERSION
+#else
+#define ORVO_SERVICE_TEXT "\nserve: not built, for want of cpp-httplib"
+#endif
+
 constexpr const char* kDescription =
-    R"(Face features of pictures and their distances, through the device API.
-It does not know whether there is a face: what it is given is taken for one, and
-only a picture that shows no structure at all, such as a wall, is refused.
+    R"(Finds the faces in pictures, turns them upright, compares them and knows them again.
+Pictures are whole photographs; --crop says that one face fills each. It cannot tell
+a living person from a picture of one.
 )";
 
 constexpr const char* kNotes =
-    R"(A picture (PNG, JPEG, PGM or PPM, whatever its name) may have up to 100 megapixels;
-the face needs at least 16 x 12. Colour becomes luma with the weights of BT.601,
-transparent parts count as black, marks of rotation (EXIF) are followed, an odd
-last column or row is left out.
+    R"(A picture (PNG, JPEG, PGM or PPM, whatever its name; - is standard input) may have up
+to 100 megapixels. Faces are found from 20 pixels on; a crop needs at least 16 x 12.
+Colour becomes luma with the weights of BT.601, transparent parts count as black,
+marks of rotation (EXIF) are followed.
 
 Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage,
 3 (identify with --threshold) a face that nobody in the gallery is like enough.
@@ -68,8 +79,44 @@ void PrintRequested(const CLI::App& program, const CLI::ParseError& request) {
     kova_cli::WriteStandardOutput(text.str());
 }
 
+// How many letters are to be put in, taken out or changed.
+size_t Difference(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = row[0]++;
+        for (size_t j = 0; j < b.size(); ++j) {
+            const size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+// Names a command that there is not, and one that may be meant.
+void CheckCommand(const CLI::App& program, const std::string& word) {
+    std::string meant;
+    size_t least = 3; // more than that are another word
+    for (const CLI::App* command : program.get_subcommands({})) {
+        const size_t difference = Difference(word, command->get_name());
+        if (difference == 0) {
+            return;
+        }
+        if (difference < least) {
+            least = difference;
+            meant = " (" + command->get_name() + "?)";
+        }
+    }
+    throw CLI::ExtrasError("there is no command '" + word + "'" + meant,
+                           CLI::ExitCodes::ExtrasError);
+}
+
 int Run(CLI::App& program, int count, char** arguments) {
     try {
+        if (count > 1 && arguments[1][0] != '-') {
+            CheckCommand(program, arguments[1]);
+        }
         program.parse(count, arguments);
         return kSuccess;
     } catch (const CLI::ParseError& error) {
@@ -87,14 +134,13 @@ int main(int count, char** arguments) {
     FillClosedStreams();
     try {
         CLI::App program(kDescription, "kova-fr");
-        program.set_version_flag("--version", "kova-fr " ORVO_VERSION);
+        program.formatter(std::make_shared<kova_cli::HelpFormat>()); // of its commands, too
+        program.set_version_flag("--version", "kova-fr " ORVO_VERSION ORVO_SERVICE_TEXT);
         program.require_subcommand(1);
         program.footer(Footer());
         kova_cli::AddCompareCommand(program);
         kova_cli::AddExtractCommand(program);
-#ifdef ORVO_HAVE_FIND
         kova_cli::AddFindCommand(program);
-#endif
         kova_cli::AddInspectCommand(program);
         kova_cli::AddEnrollCommand(program);
         kova_cli::AddIdentifyCommand(program);
@@ -103,6 +149,9 @@ int main(int count, char** arguments) {
         kova_cli::AddCalibrateCommand(program);
         kova_cli::AddBenchCommand(program);
         kova_cli::AddInfoCommand(program);
+#ifdef ORVO_HAVE_SERVICE
+        kova_cli::AddServeCommand(program);
+#endif
         return Run(program, count, arguments);
     } catch (const kova_cli::NobodyRecognised&) {
         return kNobody;

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "output/cutouts.h"
+#include "output/portraits.h"
 #include "output/shards.h"
 #include "output/sheet.h"
 
@@ -80,6 +81,9 @@ int main(int argc, char** argv) {
         AddCommand(app, options, "cutouts", "shards of people alone, with covers and landmarks");
     CLI::App* sheet = AddCommand(app, options, "sheet", "a contact sheet, one row a person");
     AddCommand(app, options, "people", "PNG files, one folder a person, and boxes.json");
+    CLI::App* portraits = AddCommand(app, options, "portraits",
+                                     "PNG files in friendly light, to show, one folder a person");
+    CLI::App* group = AddCommand(app, options, "group", "one PNG with all people in two rows");
     cutouts->add_option("--shard-size", options.job.shardSize, "Cutouts a shard")
         ->check(CLI::PositiveNumber);
     for (CLI::App* command : {crops, frames}) {
@@ -120,6 +124,10 @@ int main(int argc, char** argv) {
         } else if (*sheet) {
             options.job.view = options.frames ? facegen::View::kFrame : facegen::View::kCrop;
             facegen::RenderSheet(studio, options.job);
+        } else if (*portraits) {
+            facegen::RenderPortraits(studio, options.job);
+        } else if (*group) {
+            facegen::RenderGroup(studio, options.job);
         } else {
             facegen::RenderPeople(studio, options.job);
         }

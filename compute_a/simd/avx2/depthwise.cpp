@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// Depthwise convolution with AVX2, in bands as compute_a/simd/depthwise_band.h has them.
+// Depthwise convolution with AVX2, by products of bytes as compute_a/simd/depthwise_bytes.h has them, and
+// where these are not exact, in bands of words as compute_a/simd/depthwise_band.h has them.
 //
 // A vector of the band is pairs of neighbouring columns, which vpmaddwd takes as they are. Even
 // outputs x meet (x - 1, x) and (x + 1, x + 2), odd ones the same two vectors with their weights
 // one column on. Where a pair would have a zero weight in two rows, one blend makes the two a pair.
-#include "compute_a/simd/depthwise_band.h"
+#include "compute_a/simd/depthwise_bytes.h"
 
 #include "compute_a/simd/avx2/lanes.h"
 #include "compute_a/simd/avx2/routines.h"
@@ -96,6 +97,6 @@ struct BandLanes {
 
 } // namespace
 
-void avx2::Depthwise(const DepthwisePlanes& p) { DepthwiseByBands<BandLanes>(p); }
+void avx2::Depthwise(const DepthwisePlanes& p) { DepthwiseByBytes<ByteVectors, BandLanes>(p); }
 
 } // namespace orvo

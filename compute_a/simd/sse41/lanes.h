@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the SSE4.1 routines share: values without a sign, and the range in which they lie.
-//
-// pmaddubsw multiplies bytes without a sign by bytes with one and adds two products in 16 bits,
-// where it saturates. So values x are taken as u = x - lowest, with `lowest` the least of them, and
-// lowest times the sum of the weights joins the bias. Nothing saturates, and sums of such pairs stay
-// exact in 16 bits, while neither the positive nor the negative weights that they have met add up to
-// more than SumLimit(): u is at most highest - lowest. What a sum passes through on the way may wrap.
+// Vectors of 16 bytes, as the routines that stand once for all x86-64 take them.
 #pragma once
 
 #include "compute_a/simd/vectors_16.h"
@@ -14,56 +8,40 @@
 namespace orvo {
 namespace {
 
-struct Range {
-    int lowest = 0, highest = 0;
+struct ByteVectors {
+    using Vector = __m128i;
+    static constexpr size_t kBytes = 16;
 
-    int width() const { return highest - lowest; }
-};
-
-// All that a byte can be, and what a rectifier leaves.
-constexpr Range kAnyValue = {INT8_MIN, INT8_MAX};
-
-inline int SumLimit(const Range& range) {
-    return range.width() == 0 ? INT16_MAX : INT16_MAX / range.width();
-}
-
-inline int LeastByte(__m128i bytes) {
-    const __m128i positive = _mm_xor_si128(bytes, _mm_set1_epi8(INT8_MIN));
-    const __m128i words = _mm_min_epu8(positive, _mm_srli_epi16(positive, 8));
-    return _mm_cvtsi128_si32(_mm_minpos_epu16(words)) % 256 - 128;
-}
-
-// The range of values that is found so far; zero belongs to it.
-class RangeFinder {
-  public:
-    // `count` of 16 at least.
-    void Take(const int8_t* values, size_t count) {
-        size_t i = 0;
-        for (; i + 32 <= count; i += 32) {
-            Take16(values + i);
-            Take16(values + i + 16);
-        }
-        for (; i + 16 <= count; i += 16) {
-            Take16(values + i);
-        }
-        if (i < count) {
-            Take16(values + count - 16);
-        }
+    static Vector Load(const int8_t* from) { return Load16(from); }
+    static Vector LoadHalves(const int8_t* lower, const int8_t* upper) {
+        return _mm_unpacklo_epi64(Load8(lower), Load8(upper));
     }
-
-    Range Found() const { return {LeastByte(least_), ~LeastByte(_mm_xor_si128(most_, Ones()))}; }
-
-  private:
-    static __m128i Ones() { return _mm_set1_epi8(-1); }
-
-    void Take16(const int8_t* values) {
-        const __m128i bytes = Load16(values);
-        least_ = _mm_min_epi8(least_, bytes);
-        most_ = _mm_max_epi8(most_, bytes);
+    static void Store(int8_t* to, Vector bytes) { Store16(to, bytes); }
+    static void StoreLower(int8_t* to, Vector bytes) { Store8(to, bytes); }
+    static void StoreUpper(int8_t* to, Vector bytes) {
+        _mm_storeh_pi(reinterpret_cast<__m64*>(to), _mm_castsi128_ps(bytes));
     }
-
-    __m128i least_ = _mm_setzero_si128();
-    __m128i most_ = _mm_setzero_si128();
+    static Vector Repeat4(const int8_t* from) { return _mm_set1_epi32(LoadWord<int32_t>(from)); }
+    static Vector RepeatWord(int word) { return _mm_set1_epi16(static_cast<int16_t>(word)); }
+    static Vector RepeatByte(int8_t byte) { return _mm_set1_epi8(byte); }
+    static Vector And(Vector a, Vector b) { return _mm_and_si128(a, b); }
+    static Vector Xor(Vector a, Vector b) { return _mm_xor_si128(a, b); }
+    static Vector Subtract(Vector a, Vector b) { return _mm_sub_epi8(a, b); }
+    static Vector Min(Vector a, Vector b) { return _mm_min_epi8(a, b); }
+    static Vector Max(Vector a, Vector b) { return _mm_max_epi8(a, b); }
+    static __m128i LeastOf16(Vector a) { return a; }
+    static Vector MultiplyPairs(Vector values, Vector weights) {
+        return _mm_maddubs_epi16(values, weights);
+    }
+    static Vector AddWords(Vector a, Vector b) { return _mm_add_epi16(a, b); }
+    static Vector AddSaturated(Vector a, Vector b) { return _mm_adds_epi16(a, b); }
+    static Vector Average(Vector a, Vector b) { return _mm_avg_epu16(a, b); }
+    static Vector UpperWords(Vector a, Vector b) { return _mm_mulhi_epi16(a, b); }
+    static Vector Narrow(Vector low, Vector high) { return _mm_packs_epi16(low, high); }
+    static Vector InterleaveHalves(Vector bytes) {
+        return _mm_shuffle_epi8(
+            bytes, _mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15));
+    }
 };
 
 } // namespace

@@ -6,7 +6,7 @@
 // 32-bit lane, and a step of weights is such a lane for each of the four channels, repeated in a
 // vector:
 //
-//     values   | r0 r1 r2 r3 | of p0 | r0 r1 r2 r3 | of p1 ...  p7      without a sign, see lanes.h
+//     values   | r0 r1 r2 r3 | of p0 | r0 r1 r2 r3 | of p1 ...  p7      without a sign: unsigned_bytes.h
 //     weights  | w0 w1 w2 w3 | of c0 | w0 w1 w2 w3 | of c0 ...  then c1, c2 and c3
 //              '---- lane ---'
 //
@@ -19,6 +19,7 @@
 #include "compute_a/simd/plain/routines.h"
 #include "compute_a/simd/sse41/lanes.h"
 #include "compute_a/simd/sse41/routines.h"
+#include "compute_a/simd/unsigned_bytes.h"
 
 namespace orvo {
 namespace {
@@ -384,9 +385,7 @@ class Scheme {
         if (p_.pixels < 16) {
             return kAnyValue;
         }
-        RangeFinder finder;
-        finder.Take(row, p_.pixels);
-        return finder.Found();
+        return orvo::RangeOf<ByteVectors>(row, p_.pixels);
     }
 
     size_t TileAt(const Slab& slab, size_t i) const {

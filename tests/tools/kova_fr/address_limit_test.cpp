@@ -46,7 +46,7 @@ TEST(AddressLimit, IdentifiesInAGalleryThatIsLargerThanTheMemory) {
     const TempFolder folder;
     const std::string gallery = folder / "g";
     const std::string picture = "'" ORVO_SAMPLES "/ira-1.png'";
-    ASSERT_EQ(Shell("\"$KOVA_FR\" enroll " + gallery + " ira " + picture).status, 0);
+    ASSERT_EQ(Shell("\"$KOVA_FR\" enroll --any-quality " + gallery + " ira " + picture).status, 0);
     const std::string models = ReadFile(gallery).substr(16, 32);
     const Entries entries = RandomEntries(100'000, 1);
     for (const std::string& bytes : {Version2File(models, BlocksOf(entries), entries.names.size()),

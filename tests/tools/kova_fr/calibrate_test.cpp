@@ -61,7 +61,7 @@ class Calibrate : public testing::Test {
   protected:
     Outcome Run(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {"calibrate", "--rounds", "10", "--out", file_});
-        return KovaFr(arguments);
+        return KovaFrOnCrops(arguments);
     }
 
     json Contents() const { return json::parse(ReadFile(file_)); }
@@ -88,7 +88,7 @@ class Calibrate : public testing::Test {
         const std::string changed = folder_ / "changed";
         WriteFile(changed, contents.dump());
         const Outcome run =
-            KovaFr({"compare", "--calibration", changed, Sample("ada-1"), Sample("ada-2")});
+            KovaFrOnCrops({"compare", "--calibration", changed, Sample("ada-1"), Sample("ada-2")});
         ExpectRefusal(run, kFailure, part);
         EXPECT_NE(run.err.find(changed), std::string::npos) << run.err;
     }
@@ -142,7 +142,7 @@ TEST_F(Calibrate, CompareGivesTheScoresOfTheFile) {
         centred.push_back(Centred(FeatureOf(Sample(name)), mean));
         arguments.push_back(Sample(name));
     }
-    const Outcome run = KovaFr(arguments);
+    const Outcome run = KovaFrOnCrops(arguments);
     ASSERT_EQ(run.status, 0) << run.err;
     const json result = json::parse(run.out)["calibration"];
     for (size_t a = 0; a < names.size(); ++a) {
@@ -164,9 +164,9 @@ TEST_F(Calibrate, ComparesPlainScoreIsUnchanged) {
     const std::vector<std::string> plain = {"compare", "--json", Sample("ada-1"), Sample("ira-2")};
     std::vector<std::string> calibrated = plain;
     calibrated.insert(calibrated.begin() + 1, {"--calibration", file_});
-    json with = json::parse(KovaFr(calibrated).out);
+    json with = json::parse(KovaFrOnCrops(calibrated).out);
     EXPECT_EQ(with.erase("calibration"), 1u);
-    EXPECT_EQ(with, json::parse(KovaFr(plain).out));
+    EXPECT_EQ(with, json::parse(KovaFrOnCrops(plain).out));
 }
 
 TEST_F(Calibrate, RaritiesFollowTheRanksOfStrangers) {
@@ -174,9 +174,9 @@ TEST_F(Calibrate, RaritiesFollowTheRanksOfStrangers) {
     const json contents = Contents();
     const auto pairs = contents["stranger_pairs"].get<double>();
     EXPECT_EQ(pairs, 36 * 35 / 2 - 12 * 3);
-    const Outcome run =
-        KovaFr({"compare", "--json", "--calibration", file_, Sample("ada-1"), Sample("ada-2"),
-                Sample("ben-1"), Sample("cleo-1"), Sample("cleo-3"), Sample("dan-2")});
+    const Outcome run = KovaFrOnCrops({"compare", "--json", "--calibration", file_, Sample("ada-1"),
+                                       Sample("ada-2"), Sample("ben-1"), Sample("cleo-1"),
+                                       Sample("cleo-3"), Sample("dan-2")});
     const json result = json::parse(run.out)["calibration"];
     size_t beyond = 0;
     for (size_t a = 0; a < 6; ++a) {
@@ -205,10 +205,10 @@ TEST_F(Calibrate, RaritiesFollowTheRanksOfStrangers) {
 TEST_F(Calibrate, CompareSaysHowRareItIs) {
     MakeFromSamples();
     const Outcome same =
-        KovaFr({"compare", "--calibration", file_, Sample("ada-1"), Sample("ada-1")});
+        KovaFrOnCrops({"compare", "--calibration", file_, Sample("ada-1"), Sample("ada-1")});
     EXPECT_NE(same.out.find("fewer than 1 in 190"), std::string::npos) << same.out;
     const Outcome strangers =
-        KovaFr({"compare", "--calibration", file_, Sample("ada-1"), Sample("finn-2")});
+        KovaFrOnCrops({"compare", "--calibration", file_, Sample("ada-1"), Sample("finn-2")});
     EXPECT_NE(strangers.out.find("no more alike than strangers mostly are"), std::string::npos)
         << strangers.out;
 }
@@ -221,11 +221,11 @@ TEST_F(Calibrate, IdentifyRanksByTheNormalisedScore) {
     std::vector<std::string> compare = {"compare", "--json", "--calibration", file_,
                                         Sample("joe-2")};
     for (const std::string& name : enrolled) {
-        ASSERT_EQ(KovaFr({"enroll", gallery, name, Sample(name)}).status, 0);
+        ASSERT_EQ(KovaFrOnCrops({"enroll", gallery, name, Sample(name)}).status, 0);
         compare.push_back(Sample(name));
     }
-    const json compared = json::parse(KovaFr(compare).out);
-    const Outcome run = KovaFr(
+    const json compared = json::parse(KovaFrOnCrops(compare).out);
+    const Outcome run = KovaFrOnCrops(
         {"identify", "--json", "--top", "9", "--calibration", file_, gallery, Sample("joe-2")});
     ASSERT_EQ(run.status, 0) << run.err;
     const json matches = json::parse(run.out)["pictures"][0]["matches"];
@@ -248,14 +248,14 @@ TEST_F(Calibrate, IdentifyRanksByTheNormalisedScore) {
 TEST_F(Calibrate, IdentifysThresholdIsOfTheNormalisedScore) {
     MakeFromSamples();
     const std::string gallery = folder_ / "people.gallery";
-    ASSERT_EQ(KovaFr({"enroll", gallery, "joe", Sample("joe-1")}).status, 0);
+    ASSERT_EQ(KovaFrOnCrops({"enroll", gallery, "joe", Sample("joe-1")}).status, 0);
     const auto identify = [&](double threshold) {
-        return KovaFr({"identify", "--calibration", file_, "--threshold", std::to_string(threshold),
-                       gallery, Sample("joe-2")});
+        return KovaFrOnCrops({"identify", "--calibration", file_, "--threshold",
+                              std::to_string(threshold), gallery, Sample("joe-2")});
     };
-    const json compared = json::parse(
-        KovaFr({"compare", "--json", "--calibration", file_, Sample("joe-1"), Sample("joe-2")})
-            .out);
+    const json compared = json::parse(KovaFrOnCrops({"compare", "--json", "--calibration", file_,
+                                                     Sample("joe-1"), Sample("joe-2")})
+                                          .out);
     const auto score = compared["calibration"]["normalised"][0][1].get<double>();
     ASSERT_GT(compared["distance"].get<double>(), score + 0.01); // the plain one would pass both
     EXPECT_EQ(identify(score - 0.01).status, 0);
@@ -284,6 +284,31 @@ TEST_F(Calibrate, TheSameFolderGivesTheSameFile) {
     const std::string first = ReadFile(file_);
     MakeFromSamples();
     EXPECT_EQ(ReadFile(file_), first);
+}
+
+// Scores of found faces and of crops are not the same.
+TEST_F(Calibrate, MixingFoundFacesAndCropsIsWarnedOf) {
+    MakeFromSamples();
+    EXPECT_EQ(Contents()["faces"], "crops");
+    const std::vector<std::string> compare = {"compare", "--any-quality", "--calibration",
+                                              file_,     Sample("ada-1"), Sample("ada-2")};
+    EXPECT_EQ(KovaFrOnCrops(compare).err, "");
+    const Outcome mixed = KovaFr(compare);
+    EXPECT_EQ(mixed.status, 0);
+    EXPECT_NE(mixed.err.find(file_ + ": was made of crops"), std::string::npos) << mixed.err;
+    json contents = Contents();
+    contents.erase("faces"); // as an earlier program wrote it
+    WriteFile(file_, contents.dump());
+    EXPECT_EQ(KovaFr(compare).err, "");
+    contents["faces"] = "painted";
+    WriteFile(file_, contents.dump());
+    ExpectRefusal(KovaFr(compare), kFailure, "is no calibration");
+    const Outcome found = KovaFr({"calibrate", "--rounds", "10", "--by-name", "--any-quality",
+                                  "--out", file_, ORVO_SAMPLES});
+    ASSERT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(Contents()["faces"], "found");
+    EXPECT_NE(KovaFrOnCrops(compare).err.find("was made of faces found in pictures"),
+              std::string::npos);
 }
 
 TEST_F(Calibrate, TooFewPeopleAreRefused) {
@@ -330,21 +355,22 @@ TEST_F(Calibrate, DoesNotWriteOverAPicture) {
     const std::string folder = MakeStrangers(50);
     const std::string picture = folder + "/1.pgm";
     const std::string before = ReadFile(picture);
-    ExpectRefusal(KovaFr({"calibrate", "--out", picture, folder}), kFailure, picture);
+    ExpectRefusal(KovaFrOnCrops({"calibrate", "--out", picture, folder}), kFailure, picture);
     EXPECT_EQ(ReadFile(picture), before);
 }
 
 TEST_F(Calibrate, WrongUsage) {
-    ExpectRefusal(KovaFr({"calibrate", ORVO_SAMPLES}), kWrongUsage, "--out");
-    ExpectRefusal(KovaFr({"calibrate", "--out", file_}), kWrongUsage, "folder");
+    ExpectRefusal(KovaFrOnCrops({"calibrate", ORVO_SAMPLES}), kWrongUsage, "--out");
+    ExpectRefusal(KovaFrOnCrops({"calibrate", "--out", file_}), kWrongUsage, "folder");
 }
 
 TEST_F(Calibrate, FilesThatAreNoCalibrationAreRefused) {
     MakeFromSamples();
     const std::string text = ReadFile(file_);
     WriteFile(file_, text.substr(0, text.size() / 2));
-    ExpectRefusal(KovaFr({"compare", "--calibration", file_, Sample("ada-1"), Sample("ada-2")}),
-                  kFailure, "is no calibration");
+    ExpectRefusal(
+        KovaFrOnCrops({"compare", "--calibration", file_, Sample("ada-1"), Sample("ada-2")}),
+        kFailure, "is no calibration");
     WriteFile(file_, text);
     ExpectRefusedContents([](json& c) { c.erase("mean"); }, "is no calibration");
     ExpectRefusedContents([](json& c) { c["mean"].erase(0); }, "has not 128 numbers");

@@ -31,7 +31,7 @@ class Commands : public testing::Test {
 
     // Runs and expects success.
     static std::string Output(const std::vector<std::string>& arguments) {
-        const Outcome run = KovaFr(arguments);
+        const Outcome run = KovaFrOnCrops(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.err, "");
         return run.out;
@@ -293,10 +293,98 @@ TEST_F(Commands, LinkStaysAndItsTargetIsReplaced) {
 }
 
 TEST_F(Commands, OutputMayBeAPipe) {
-    const Outcome run =
-        Shell("\"$KOVA_FR\" extract --output /dev/stdout '" + a_ + "' | od -A n -v -t x1 | wc -w");
+    const Outcome run = Shell("\"$KOVA_FR\" extract --crop --output /dev/stdout '" + a_ +
+                              "' | od -A n -v -t x1 | wc -w");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(std::stoi(run.out), 512);
+}
+
+TEST_F(Commands, ADashIsAPictureOnStandardInput) {
+    const std::vector<Feature> expected = {FeatureOf(a_)};
+    for (const std::string& command : {"cat '" + a_ + "' | \"$KOVA_FR\" extract --crop -",
+                                       "\"$KOVA_FR\" extract --crop - < " + a_}) {
+        const Outcome run = Shell(command);
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(ParseFeatures(run.out), expected);
+    }
+    ExpectRefusal(Shell("cat '" + a_ + "' | \"$KOVA_FR\" compare --crop - -"), 2,
+                  "standard input (-) has one picture only");
+    ExpectRefusal(Shell(": | \"$KOVA_FR\" extract --crop -"), 1, "-: ");
+}
+
+// Each number of the unfolded table once, below the right name.
+TEST_F(Commands, WideTablesFoldToTheTerminal) {
+    const std::string pictures =
+        " '" + a_ + "' '" + b_ + "' '" + c_ + "' '" + a_ + "' '" + b_ + "'";
+    const std::string compare = "\"$KOVA_FR\" compare --crop" + pictures;
+    const PrintedTable whole = ParseTable(Shell(compare).out);
+    ASSERT_EQ(whole.columns.size(), 5u);
+    for (const std::string& narrow :
+         {"COLUMNS=40 " + compare, "script -qec 'stty cols 40; \"$KOVA_FR\" compare --crop " + a_ +
+                                       " " + b_ + " " + c_ + " " + a_ + " " + b_ + "' /dev/null"}) {
+        std::string text = Shell(narrow).out;
+        std::erase(text, '\r'); // as a terminal has them
+        PrintedTable folded;
+        size_t parts = 0;
+        while (folded.columns.size() < whole.columns.size() && !text.empty()) {
+            const PrintedTable part = ParseTable(text);
+            std::istringstream lines(text.substr(0, text.find("\n\n")));
+            for (std::string line; std::getline(lines, line);) {
+                EXPECT_LE(line.size(), 40u) << line;
+            }
+            folded.columns.insert(folded.columns.end(), part.columns.begin(), part.columns.end());
+            folded.numbers.resize(whole.numbers.size());
+            ASSERT_EQ(part.numbers.size(), whole.numbers.size()) << text;
+            for (size_t i = 0; i < part.numbers.size(); ++i) {
+                folded.numbers[i].insert(folded.numbers[i].end(), part.numbers[i].begin(),
+                                         part.numbers[i].end());
+            }
+            text.erase(0, text.find("\n\n") + 2);
+            ++parts;
+        }
+        EXPECT_EQ(folded.columns, whole.columns);
+        EXPECT_EQ(folded.numbers, whole.numbers);
+        EXPECT_EQ(parts, 2u);
+    }
+}
+
+// A bar with its pace while somebody watches, one line at the end, and nothing where nobody does.
+TEST_F(Commands, LongWorkShowsABarAndOneClosingLine) {
+    std::string extract = "\"$KOVA_FR\" extract --crop --output /dev/null";
+    for (int i = 0; i < 800; ++i) {
+        extract += " " + a_;
+    }
+    WriteFile(folder_ / "long.sh", extract + "\n");
+    const Outcome watched = Shell("script -qec 'sh " + (folder_ / "long.sh") + "' /dev/null");
+    EXPECT_EQ(watched.status, 0) << watched.out;
+    EXPECT_NE(watched.out.find("\rReading    ["), std::string::npos) << watched.out;
+    EXPECT_NE(watched.out.find(" of 800, "), std::string::npos) << watched.out;
+    EXPECT_NE(watched.out.find(" left\033[K"), std::string::npos) << watched.out;
+    const size_t closing = watched.out.find("\033[KReading: 800 pictures in ");
+    ASSERT_NE(closing, std::string::npos) << watched.out;
+    EXPECT_NE(watched.out.find(" a second\r\n", closing), std::string::npos) << watched.out;
+    EXPECT_EQ(watched.out.find('\n'), watched.out.rfind('\n')) << watched.out;
+    EXPECT_EQ(Shell("sh " + (folder_ / "long.sh")).err, "");
+}
+
+TEST_F(Commands, HelpFitsAHundredColumns) {
+    std::vector<std::vector<std::string>> calls = {{"--help"}};
+    std::istringstream commands(Output({"--help"}).substr(Output({"--help"}).find("Subcommands:")));
+    for (std::string line; std::getline(commands, line) && !line.empty();) {
+        if (line.starts_with("  ") && line[2] != ' ') {
+            std::istringstream words(line);
+            std::string name;
+            words >> name;
+            calls.push_back({name, "--help"});
+        }
+    }
+    EXPECT_GE(calls.size(), 12u);
+    for (const std::vector<std::string>& call : calls) {
+        std::istringstream lines(KovaFr(call).out);
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(line.size(), 100u) << call[0] << ": " << line;
+        }
+    }
 }
 
 TEST_F(Commands, VersionIsPrinted) {
@@ -313,10 +401,11 @@ TEST_F(Commands, HelpShowsExamples) {
 }
 
 // Who reads no further than the first lines must know.
-TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesNotKnow) {
+TEST_F(Commands, HelpBeginsWithWhatTheProgramDoesWithAPicture) {
     const std::string help = Output({"--help"});
     const std::string beginning = help.substr(0, help.find("\n\n"));
-    EXPECT_NE(beginning.find("does not know whether there is a face"), std::string::npos) << help;
+    EXPECT_NE(beginning.find("Finds the faces in pictures"), std::string::npos) << help;
+    EXPECT_NE(beginning.find("--crop"), std::string::npos) << help;
 }
 
 // "ada" of "samples/ada-1.png".
@@ -333,7 +422,9 @@ TEST_F(Commands, SamplePicturesAreTakenAndPeopleResembleThemselves) {
         }
     }
     ASSERT_EQ(arguments.size(), 2u + 36u);
-    const json result = JsonOutput(arguments);
+    const Outcome run = KovaFr(arguments); // as whole photographs
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json result = json::parse(run.out);
     double same = 0;
     double different = 0;
     for (size_t i = 0; i < 36; ++i) {
@@ -360,10 +451,23 @@ TEST_F(Commands, InfoNamesVersionPathMemoryModelsAndCustomData) {
     EXPECT_EQ(info["fr_sha256"].get<std::string>().size(), 64u);
     EXPECT_NE(info["align_sha256"], info["fr_sha256"]);
     const std::string text = Output({"info"});
-    for (const char* key : {"version", "instruction_set", "align_sha256", "fr_sha256"}) {
+    for (const char* key :
+         {"version", "instruction_set", "align_sha256", "fr_sha256", "models_sha256"}) {
         EXPECT_NE(text.find(info[key].get<std::string>()), std::string::npos) << key;
     }
     EXPECT_NE(text.find("1410052 bytes"), std::string::npos);
+}
+
+// Who reads a card can tell whether a build or a gallery is of that model.
+TEST_F(Commands, ModelCardsShowTheDigestsOfInfo) {
+    const json info = JsonOutput({"info", "--json"});
+    const std::string align = ReadFile(ORVO_MODEL_DIR "/align.md");
+    const std::string fr = ReadFile(ORVO_MODEL_DIR "/fr.md");
+    EXPECT_NE(align.find(info["align_sha256"].get<std::string>()), std::string::npos);
+    EXPECT_NE(fr.find(info["fr_sha256"].get<std::string>()), std::string::npos);
+    for (const std::string& card : {align, fr}) {
+        EXPECT_NE(card.find(info["models_sha256"].get<std::string>()), std::string::npos);
+    }
 }
 
 TEST_F(Commands, InfoFollowsAForcedPath) {

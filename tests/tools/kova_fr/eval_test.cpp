@@ -56,7 +56,7 @@ class Eval : public testing::Test {
     static Outcome Run(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "eval");
         arguments.insert(arguments.end(), {"--rounds", "10"});
-        return KovaFr(arguments);
+        return KovaFrOnCrops(arguments);
     }
 
     static std::string Output(const std::vector<std::string>& arguments) {
@@ -120,7 +120,7 @@ TEST_F(Eval, CountsAtEveryThresholdAreThoseOfTheDistances) {
     for (const Sample& sample : samples) {
         compare.push_back(sample.path);
     }
-    const json distances = json::parse(KovaFr(compare).out)["distances"];
+    const json distances = json::parse(KovaFrOnCrops(compare).out)["distances"];
     const json report = JsonOutput({people_});
     EXPECT_EQ(report["people"], 12);
     EXPECT_EQ(report["pictures"], 36);
@@ -261,7 +261,7 @@ TEST_F(Eval, WrongUsage) {
     ExpectRefusal(Run({}), 2, "either FOLDER or --pairs");
     ExpectRefusal(Run({people_, "--pairs", "list"}), 2, "excludes");
     ExpectRefusal(Run({"--by-name", "--pairs", "list"}), 2, "requires");
-    ExpectRefusal(KovaFr({"eval", people_, "--rounds", "3"}), 2, "--rounds");
+    ExpectRefusal(KovaFrOnCrops({"eval", people_, "--rounds", "3"}), 2, "--rounds");
 }
 
 TEST_F(Eval, WritesReportsAndCharts) {

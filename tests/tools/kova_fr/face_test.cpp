@@ -20,7 +20,7 @@ constexpr int32_t kPlatformCode = 0x12345678;
 
 std::string FailureText(const Recogniser& recogniser, const std::string& path) {
     try {
-        recogniser.Recognise(path, std::nullopt);
+        recogniser.Recognise(kova_cli::LoadPicture(path), std::nullopt);
     } catch (const Failure& failure) {
         return failure.what();
     }
@@ -73,7 +73,6 @@ TEST_F(FaceMemory, IsGivenBackAfterAFailedScalerJob) {
         const Recogniser recogniser;
         ASSERT_EQ(kova_mpi_host_fail_call("KOVA_MPI_VGS_EndJob", 1, kPlatformCode, 0), 0);
         const std::string text = FailureText(recogniser, scaled_);
-        EXPECT_NE(text.find(scaled_), std::string::npos) << text;
         EXPECT_NE(text.find("0x12345678"), std::string::npos) << text;
         EXPECT_EQ(LiveBlocks(), 1u);
         EXPECT_EQ(FailureText(recogniser, scaled_), "");

@@ -24,14 +24,14 @@ class Failures : public testing::Test {
     void ExpectRefusedPicture(const std::string& bytes, const std::string& part) {
         const std::string bad = folder_ / "bad.jpg";
         WriteFile(bad, bytes);
-        ExpectRefusal(KovaFr({"extract", bad}), kFailure, part);
-        const Outcome run = KovaFr({"compare", "--json", good_, bad});
+        ExpectRefusal(KovaFrOnCrops({"extract", bad}), kFailure, part);
+        const Outcome run = KovaFrOnCrops({"compare", "--json", good_, bad});
         ExpectRefusal(run, kFailure, part);
         EXPECT_NE(run.err.find(bad), std::string::npos) << run.err;
     }
 
     void ExpectWrongUsage(const std::vector<std::string>& arguments, const std::string& part) {
-        ExpectRefusal(KovaFr(arguments), kWrongUsage, part);
+        ExpectRefusal(KovaFrOnCrops(arguments), kWrongUsage, part);
     }
 
     TempFolder folder_;
@@ -43,26 +43,26 @@ void ExpectEveryCutRefused(const std::string& whole, const std::string& path) {
     for (size_t eighth = 0; eighth < 8; ++eighth) {
         const size_t length = eighth == 0 ? 3 : whole.size() * eighth / 8;
         WriteFile(path, whole.substr(0, length));
-        ExpectRefusal(KovaFr({"extract", path}), kFailure, "");
+        ExpectRefusal(KovaFrOnCrops({"extract", path}), kFailure, "");
     }
     WriteFile(path, whole.substr(0, whole.size() - 1));
-    ExpectRefusal(KovaFr({"extract", path}), kFailure, "damaged or cut short");
+    ExpectRefusal(KovaFrOnCrops({"extract", path}), kFailure, "damaged or cut short");
     WriteFile(path, whole);
-    EXPECT_EQ(KovaFr({"extract", path}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"extract", path}).status, 0);
 }
 
 TEST_F(Failures, MissingPicture) {
-    ExpectRefusal(KovaFr({"extract", folder_ / "none.png"}), kFailure, "cannot be opened");
+    ExpectRefusal(KovaFrOnCrops({"extract", folder_ / "none.png"}), kFailure, "cannot be opened");
 }
 
 TEST_F(Failures, EmptyPicture) { ExpectRefusedPicture("", "empty"); }
 
 TEST_F(Failures, FolderAsPicture) {
-    ExpectRefusal(KovaFr({"compare", good_, folder_.path()}), kFailure, "is a folder");
+    ExpectRefusal(KovaFrOnCrops({"compare", good_, folder_.path()}), kFailure, "is a folder");
 }
 
 TEST_F(Failures, DeviceAsPicture) {
-    ExpectRefusal(KovaFr({"extract", "/dev/zero"}), kFailure, "neither a file nor a pipe");
+    ExpectRefusal(KovaFrOnCrops({"extract", "/dev/zero"}), kFailure, "neither a file nor a pipe");
 }
 
 TEST_F(Failures, TextNamedJpg) {
@@ -109,7 +109,7 @@ TEST_F(Failures, DarkFacesAreTaken) {
         }
     }
     ASSERT_EQ(arguments.size(), 37u);
-    const Outcome run = KovaFr(arguments);
+    const Outcome run = KovaFrOnCrops(arguments);
     EXPECT_EQ(run.status, 0) << run.err;
 }
 
@@ -121,10 +121,10 @@ TEST_F(Failures, PartWithoutStructure) {
     }
     const std::string path = folder_ / "half.pgm";
     WriteFile(path, BinaryPgm(picture));
-    ExpectRefusal(KovaFr({"extract", path, "--box", "0,0,256,256"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", path, "--box", "0,0,256,256"}), kFailure,
                   "shows no structure");
-    EXPECT_EQ(KovaFr({"extract", path, "--box", "256,0,256,256"}).status, 0);
-    EXPECT_EQ(KovaFr({"extract", path}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"extract", path, "--box", "256,0,256,256"}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"extract", path}).status, 0);
 }
 
 TEST_F(Failures, PictureTooFlat) {
@@ -156,7 +156,7 @@ TEST_F(Failures, LongFileIsRefusedBeforeItIsRead) {
     const std::string path = folder_ / "long";
     WriteFile(path, "P5 64 64 255\n");
     std::filesystem::resize_file(path, uint64_t{300} << 20);
-    ExpectRefusal(KovaFr({"extract", path}), kFailure, "larger than 256 MiB");
+    ExpectRefusal(KovaFrOnCrops({"extract", path}), kFailure, "larger than 256 MiB");
 }
 
 TEST_F(Failures, CutPng) { ExpectEveryCutRefused(GreyPng(Pattern(64, 64)), folder_ / "cut"); }
@@ -205,28 +205,30 @@ TEST_F(Failures, PnmWithWrongNumbers) {
 }
 
 TEST_F(Failures, FileNameWithALineEndStaysOneLine) {
-    ExpectRefusal(KovaFr({"extract", folder_ / "two\nlines.png"}), kFailure, "two?lines.png");
+    ExpectRefusal(KovaFrOnCrops({"extract", folder_ / "two\nlines.png"}), kFailure,
+                  "two?lines.png");
 }
 
 TEST_F(Failures, BoxOutsideThePicture) {
     for (const char* box : {"250,0,20,20", "0,250,20,20", "256,0,16,16", "0,256,16,16",
                             "4294967295,0,16,16", "16,16,4294967295,4294967295"}) {
-        ExpectRefusal(KovaFr({"extract", good_, "--box", box}), kFailure,
+        ExpectRefusal(KovaFrOnCrops({"extract", good_, "--box", box}), kFailure,
                       "the box leaves the picture, which has 256 x 256");
     }
-    EXPECT_EQ(KovaFr({"extract", good_, "--box", "240,244,16,12"}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"extract", good_, "--box", "240,244,16,12"}).status, 0);
 }
 
 TEST_F(Failures, BoxTooSmall) {
-    ExpectRefusal(KovaFr({"extract", good_, "--box", "0,0,15,12"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--box", "0,0,15,12"}), kFailure,
                   "too small (15 x 12)");
-    ExpectRefusal(KovaFr({"extract", good_, "--box", "0,0,16,11"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--box", "0,0,16,11"}), kFailure,
                   "too small (16 x 11)");
 }
 
 TEST_F(Failures, WrongUsage) {
     ExpectWrongUsage({}, "subcommand");
-    ExpectWrongUsage({"recognise"}, "subcommand");
+    ExpectWrongUsage({"recognise"}, "there is no command 'recognise'; see");
+    ExpectWrongUsage({"comprae", good_, good_}, "no command 'comprae' (compare?); see");
     ExpectWrongUsage({"compare"}, "pictures");
     ExpectWrongUsage({"compare", good_}, "pictures");
     ExpectWrongUsage({"extract"}, "pictures");
@@ -254,19 +256,19 @@ TEST_F(Failures, WrongNumberOfBoxesIsWrongUsage) {
 }
 
 TEST_F(Failures, CropThatCannotBeWritten) {
-    ExpectRefusal(KovaFr({"extract", good_, "--save-crop", folder_ / "none/crop.png"}), kFailure,
-                  "cannot be written");
-    ExpectRefusal(KovaFr({"extract", good_, "--save-crop", folder_.path()}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--save-crop", folder_ / "none/crop.png"}),
+                  kFailure, "cannot be written");
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--save-crop", folder_.path()}), kFailure,
                   "is a folder");
-    ExpectRefusal(KovaFr({"extract", good_, "--save-crop", good_ + "/crop.png"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--save-crop", good_ + "/crop.png"}), kFailure,
                   "cannot be written");
     EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"good.png"}));
 }
 
 TEST_F(Failures, FullDiskUnderAnOutput) {
-    ExpectRefusal(KovaFr({"extract", good_, "--output", "/dev/full"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--output", "/dev/full"}), kFailure,
                   "No space left on device");
-    ExpectRefusal(KovaFr({"extract", good_, "--save-crop", "/dev/full"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--save-crop", "/dev/full"}), kFailure,
                   "No space left on device");
     struct stat status = {};
     ASSERT_EQ(stat("/dev/full", &status), 0);
@@ -274,8 +276,9 @@ TEST_F(Failures, FullDiskUnderAnOutput) {
 }
 
 TEST_F(Failures, FullDiskUnderStandardOutput) {
-    const std::string compare = "compare '" + good_ + "'";
-    for (const std::string& command : {std::string("extract"), compare, compare + " --json"}) {
+    const std::string compare = "compare --crop '" + good_ + "'";
+    for (const std::string& command :
+         {std::string("extract --crop"), compare, compare + " --json"}) {
         const Outcome run = Shell("\"$KOVA_FR\" " + command + " '" + good_ + "' > /dev/full");
         ExpectRefusal(run, kFailure, "No space left on device");
     }
@@ -283,21 +286,22 @@ TEST_F(Failures, FullDiskUnderStandardOutput) {
 }
 
 TEST_F(Failures, StandardOutputClosed) {
-    ExpectRefusal(Shell("\"$KOVA_FR\" extract '" + good_ + "' >&-"), kFailure, "standard output");
+    ExpectRefusal(Shell("\"$KOVA_FR\" extract --crop '" + good_ + "' >&-"), kFailure,
+                  "standard output");
 }
 
 // As with `| head`: whoever stops reading wants no more text, and no complaint either.
 TEST_F(Failures, ReaderWhoStopsReadingEndsTheProgramQuietly) {
     const Outcome run =
-        Shell("{ sleep 0.1; \"$KOVA_FR\" extract '" + good_ + "'; echo $? >&2; } | true");
+        Shell("{ sleep 0.1; \"$KOVA_FR\" extract --crop '" + good_ + "'; echo $? >&2; } | true");
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, std::to_string(128 + SIGPIPE) + "\n");
 }
 
 TEST_F(Failures, FailedOutputHarmsNoEarlierFile) {
     WriteFile(folder_ / "crop.png", "an earlier crop");
-    const Outcome run = KovaFr({"extract", good_, "--save-crop", folder_ / "crop.png", "--output",
-                                folder_ / "none/features"});
+    const Outcome run = KovaFrOnCrops({"extract", good_, "--save-crop", folder_ / "crop.png",
+                                       "--output", folder_ / "none/features"});
     ExpectRefusal(run, kFailure, "cannot be written");
     EXPECT_EQ(ReadFile(folder_ / "crop.png"), "an earlier crop");
     EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"crop.png", "good.png"}));
@@ -305,24 +309,25 @@ TEST_F(Failures, FailedOutputHarmsNoEarlierFile) {
 
 TEST_F(Failures, FailedPictureWritesNothing) {
     WriteFile(folder_ / "bad", "no picture");
-    ExpectRefusal(KovaFr({"compare", good_, folder_ / "bad", "--save-crop", folder_ / "crop.png"}),
-                  kFailure, "bad");
+    ExpectRefusal(
+        KovaFrOnCrops({"compare", good_, folder_ / "bad", "--save-crop", folder_ / "crop.png"}),
+        kFailure, "bad");
     EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"bad", "good.png"}));
 }
 
 TEST_F(Failures, NumberedCropDoesNotReplaceAFile) {
     WriteFile(folder_ / "crop-2.png", "something else");
-    ExpectRefusal(KovaFr({"compare", good_, good_, "--save-crop", folder_ / "crop.png"}), kFailure,
-                  "crop-2.png: exists already");
+    ExpectRefusal(KovaFrOnCrops({"compare", good_, good_, "--save-crop", folder_ / "crop.png"}),
+                  kFailure, "crop-2.png: exists already");
     EXPECT_EQ(ReadFile(folder_ / "crop-2.png"), "something else");
     EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"crop-2.png", "good.png"}));
 }
 
 TEST_F(Failures, OutputDoesNotReplaceThePictureItself) {
     const std::string before = ReadFile(good_);
-    ExpectRefusal(KovaFr({"extract", good_, "--save-crop", folder_ / "./good.png"}), kFailure,
-                  "would replace a picture");
-    ExpectRefusal(KovaFr({"extract", good_, "--output", good_}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--save-crop", folder_ / "./good.png"}),
+                  kFailure, "would replace a picture");
+    ExpectRefusal(KovaFrOnCrops({"extract", good_, "--output", good_}), kFailure,
                   "would replace a picture");
     EXPECT_EQ(ReadFile(good_), before);
 }

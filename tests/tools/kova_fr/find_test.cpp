@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "photograph.h"
 #include "picture_files.h"
 #include "program.h"
 
@@ -19,33 +20,12 @@ using nlohmann::json;
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 
-std::string Sample(const std::string& name) { return std::string(ORVO_SAMPLES "/") + name; }
-
 json Find(const std::vector<std::string>& more) {
     std::vector<std::string> arguments = {"find", "--json"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     const Outcome run = KovaFr(arguments);
     EXPECT_EQ(run.status, 0) << run.err;
     return json::parse(run.out)["pictures"];
-}
-
-// Where a sample, enlarged, has its corner in a photograph.
-struct Placed {
-    uint32_t left, top, scale;
-};
-
-Grey Photograph(const std::vector<std::pair<std::string, Placed>>& people) {
-    Grey photograph = Flat(1200, 800, 128);
-    for (const auto& [name, at] : people) {
-        const Grey sample = DecodeGreyPng(ReadFile(Sample(name)));
-        for (uint32_t y = 0; y < 256 * at.scale; ++y) {
-            for (uint32_t x = 0; x < 256 * at.scale; ++x) {
-                photograph.pixels[(at.top + y) * 1200 + at.left + x] =
-                    sample.pixels[y / at.scale * 256 + x / at.scale];
-            }
-        }
-    }
-    return photograph;
 }
 
 void ExpectWellFormed(const json& face) {

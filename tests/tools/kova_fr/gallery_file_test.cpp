@@ -13,7 +13,7 @@
 
 #include "files/failure.h"
 #include "gallery/checksum.h"
-#include "gallery/gallery.h"
+#include "gallery/gallery_writer.h"
 #include "gallery/search.h"
 #include "gallery_files.h"
 #include "orvo/orvo_fr.h"
@@ -133,9 +133,12 @@ constexpr size_t kCounts[] = {0, 1, 2, 511, 512, 513, 1024, 1025};
 TEST_F(GalleryFiles, ArePackedAsDescribed) {
     for (const size_t count : kCounts) {
         const Entries entries = RandomEntries(count, count);
-        const std::vector<uint8_t> packed = kova_cli::PackGallery(
-            {ModelsOf(kModels), {entries.features.begin(), entries.features.end()}, entries.names});
-        EXPECT_TRUE(std::string(packed.begin(), packed.end()) == Version2Of(entries)) << count;
+        kova_cli::GalleryWriter writer(path_, ModelsOf(kModels));
+        for (size_t i = 0; i < count; ++i) {
+            writer.Add(entries.features[i].data(), entries.names[i]);
+        }
+        EXPECT_EQ(writer.Finish(), count);
+        EXPECT_TRUE(ReadFile(path_) == Version2Of(entries)) << count;
     }
 }
 
@@ -164,7 +167,50 @@ TEST_F(GalleryFiles, OfBothVersionsAreRefusedWhereverTheyAreCut) {
         for (size_t length = 8; length < whole.size(); length += length < 200 ? 1 : 4099) {
             ExpectFailure(whole.substr(0, length), "cut short");
         }
-        ExpectDamaged(whole + "x");
+    }
+    ExpectDamaged(Version1File(kModels, entries) + "x");
+}
+
+// As an addition leaves it that was killed.
+TEST_F(GalleryFiles, EndWhereTheirHeaderSays) {
+    const Entries entries = RandomEntries(3, 10);
+    const std::string whole = Version2Of(entries);
+    ExpectEntries(whole + "x", entries);
+    ExpectEntries(whole + whole.substr(96), entries);
+    ExpectEntries(whole + std::string(4096, '\0'), entries);
+}
+
+// As a loss of power leaves it in the middle of an addition.
+TEST_F(GalleryFiles, WithTornHeadersAreReadByTheCopyAtTheirEnd) {
+    const Entries entries = RandomEntries(3, 11);
+    const std::string whole = Version2Of(entries);
+    const std::string header = whole.substr(0, 96);
+    const std::string torn = header.substr(0, 50) + std::string(46, '\0') + whole.substr(96);
+    ExpectEntries(torn + header, entries);
+    ExpectDamaged(torn);
+    ExpectDamaged(torn + "x" + header);
+    ExpectDamaged(torn + header + "x");
+    std::string wrong = header;
+    wrong[48] = static_cast<char>(wrong[48] ^ 1);
+    ExpectDamaged(torn + wrong);
+}
+
+TEST_F(GalleryFiles, OfBothVersionsAreRefusedWithWhatIsNoFeature) {
+    const float odd[] = {
+        std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+        -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::max(), 0.0f};
+    for (const float value : odd) {
+        Entries entries = RandomEntries(600, 12);
+        entries.features[530].fill(value);
+        ExpectFailure(Version2Of(entries), "entry 530 is no feature");
+        ExpectFailure(Version1File(kModels, entries), "entry 530 is no feature");
+    }
+    for (const float factor : {0.99f, 1.01f}) {
+        Entries entries = RandomEntries(2, 13);
+        for (float& number : entries.features[0]) {
+            number *= factor;
+        }
+        ExpectFailure(Version2Of(entries), "entry 0 is no feature");
     }
 }
 
@@ -202,7 +248,7 @@ TEST_F(GalleryFiles, WithBlocksThatAreMissingExchangedOrOfAnEarlierFileAreRefuse
     ExpectDamaged(header + block(1) + block(0) + block(2));
     ExpectDamaged(header + block(0) + block(0) + block(2));
     Entries earlier = entries;
-    earlier.features[3][5] += 1;
+    earlier.features[3][5] *= -1;
     const std::string before = Version2File(kModels, BlocksOf(earlier, 2), 6);
     for (size_t i = 1; i < 3; ++i) {
         std::string mixed = whole;
@@ -378,18 +424,13 @@ TEST_F(GallerySearch, TakesTheBestOfEachNameAndTheEarlierOfEqualOnes) {
     }
 }
 
-TEST_F(GallerySearch, PassesOverWhatIsNoNumber) {
-    const float odd[] = {
-        std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
-        -std::numeric_limits<float>::infinity(), std::numeric_limits<float>::max()};
-    Entries entries = RandomEntries(40, 15);
-    for (size_t i = 0; i < 30; ++i) {
-        entries.features[i].fill(odd[i % 4]);
-    }
-    Feature alike;
-    alike.fill(0.1f);
-    ExpectThoseOfThePlainSearch(entries, {alike, entries.features[35]}, 12);
-    EXPECT_EQ(PlainSearch(entries, alike, 40).size(), 10u);
+// Of what is looked for; in galleries there is nothing like it.
+TEST_F(GallerySearch, FindsNobodyForWhatIsNoNumber) {
+    Feature none;
+    none.fill(std::numeric_limits<float>::quiet_NaN());
+    const Entries entries = RandomEntries(40, 15);
+    ExpectThoseOfThePlainSearch(entries, {none, entries.features[35]}, 12);
+    EXPECT_EQ(PlainSearch(entries, none, 12).size(), 0u);
 }
 
 } // namespace

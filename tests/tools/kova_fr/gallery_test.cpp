@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // enroll, identify and gallery.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "gallery_files.h"
@@ -31,7 +33,7 @@ class Galleries : public testing::Test {
     }
 
     static std::string Output(const std::vector<std::string>& arguments) {
-        const Outcome run = KovaFr(arguments);
+        const Outcome run = KovaFrOnCrops(arguments);
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.err, "");
         return run.out;
@@ -42,6 +44,8 @@ class Galleries : public testing::Test {
         arguments.insert(arguments.end(), pictures.begin(), pictures.end());
         Output(arguments);
     }
+
+    json Names() { return json::parse(Output({"gallery", "--json", gallery_}))["names"]; }
 
     // Nothing but the gallery and the pictures is left in the folder.
     void ExpectNothingLeftBehind() {
@@ -91,11 +95,12 @@ TEST_F(Galleries, OfANameTheBestFeatureCountsAndTopNamesAreListed) {
 
 TEST_F(Galleries, ThresholdHidesStrangersAndTheStatusSaysSo) {
     Enroll("zero", {pictures_[0]});
-    const Outcome known = KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0]});
+    const Outcome known =
+        KovaFrOnCrops({"identify", "--threshold", "0.999", gallery_, pictures_[0]});
     EXPECT_EQ(known.status, 0) << known.err;
     EXPECT_NE(known.out.find("zero"), std::string::npos);
     const Outcome stranger =
-        KovaFr({"identify", "--threshold", "0.999", gallery_, pictures_[0], pictures_[1]});
+        KovaFrOnCrops({"identify", "--threshold", "0.999", gallery_, pictures_[0], pictures_[1]});
     EXPECT_EQ(stranger.status, kNobody);
     EXPECT_EQ(stranger.err, "");
     EXPECT_NE(stranger.out.find("nobody"), std::string::npos);
@@ -115,11 +120,9 @@ TEST_F(Galleries, SamplePeopleAreFoundByOtherPictures) {
 TEST_F(Galleries, NamesAreListedAndRemoved) {
     Enroll("b", {pictures_[0], pictures_[1]});
     Enroll("a b", {pictures_[2]});
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"a b","features":1},{"name":"b","features":2}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"a b","features":1},{"name":"b","features":2}])"));
     Output({"gallery", "--remove", "b", gallery_});
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"a b","features":1}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"a b","features":1}])"));
     const std::string before = ReadFile(gallery_);
     ExpectRefusal(KovaFr({"gallery", "--remove", "b", gallery_}), kFailure, "there is no b");
     EXPECT_EQ(ReadFile(gallery_), before);
@@ -134,11 +137,78 @@ TEST_F(Galleries, EveryCutOfAGalleryIsRefused) {
     const std::string cut = folder_ / "cut";
     for (size_t length = 0; length < whole.size(); length += length < 8 ? 1 : 16) {
         WriteFile(cut, whole.substr(0, length));
-        const Outcome run = KovaFr({"identify", cut, pictures_[0]});
+        const Outcome run = KovaFrOnCrops({"identify", cut, pictures_[0]});
         ExpectRefusal(run, kFailure, length < 8 ? "no gallery" : "cut short");
     }
-    WriteFile(cut, whole + "x");
-    ExpectRefusal(KovaFr({"gallery", cut}), kFailure, "damaged");
+}
+
+TEST_F(Galleries, WhatAKilledProgramLeftBehindAGalleryIsNotReadAndGoes) {
+    Enroll("a", {pictures_[0]});
+    const std::string whole = ReadFile(gallery_);
+    WriteFile(gallery_, whole + std::string(2000, 'x'));
+    EXPECT_EQ(Names().size(), 1u);
+    Enroll("b", {pictures_[1]});
+    const std::string more = ReadFile(gallery_);
+    EXPECT_EQ(more.substr(96, whole.size() - 96), whole.substr(96));
+    EXPECT_EQ(more.size(), whole.size() + whole.size() - 96);
+    ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, CanBeReadByTheirOwnersAlone) {
+    const mode_t mask = umask(0);
+    Enroll("a", {pictures_[0]});
+    umask(mask);
+    const auto permissions = [this] { return std::filesystem::status(gallery_).permissions(); };
+    using std::filesystem::perms;
+    EXPECT_EQ(permissions(), perms::owner_read | perms::owner_write);
+    // But what the owner allows stays allowed, whatever is written.
+    const perms shared = perms::owner_read | perms::owner_write | perms::group_read;
+    std::filesystem::permissions(gallery_, shared);
+    Enroll("b", {pictures_[1]});
+    EXPECT_EQ(permissions(), shared);
+    Output({"gallery", "--remove", "a", gallery_});
+    EXPECT_EQ(permissions(), shared);
+}
+
+TEST_F(Galleries, ThatAreReadOnlyAreNotChanged) {
+    Enroll("a", {pictures_[0]});
+    const std::string before = ReadFile(gallery_);
+    std::filesystem::permissions(gallery_, std::filesystem::perms::owner_read);
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "is read-only");
+    ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "is read-only");
+    EXPECT_EQ(ReadFile(gallery_), before);
+    EXPECT_EQ(Names().size(), 1u);
+    ExpectNothingLeftBehind();
+}
+
+// Names as another program may have stored them.
+TEST_F(Galleries, NamesAreShownWithoutControlCharacters) {
+    Enroll("models", {pictures_[0]});
+    const std::string models = ReadFile(gallery_).substr(16, 32);
+    Entries entries = RandomEntries(5, 2);
+    entries.features[0] = FeatureOf(pictures_[1]);
+    entries.names = {"a\x1b[31m",
+                     "b\xc2\x9b"
+                     "31m",
+                     "c\x9b"
+                     "31m",
+                     "d\x7f", "e\xe2\x80\xae"};
+    WriteFile(gallery_, Version2File(models, BlocksOf(entries), 5));
+    const std::string text = Output({"gallery", gallery_}) +
+                             Output({"gallery", "--json", gallery_}) +
+                             Output({"identify", gallery_, pictures_[1]}) +
+                             Output({"identify", "--json", gallery_, pictures_[1]});
+    for (const std::string control : {"\x1b", "\xc2\x9b", "\x7f"}) {
+        EXPECT_EQ(text.find(control), std::string::npos) << text;
+    }
+    const std::string lines = Output({"gallery", gallery_});
+    for (const std::string shown : {"a?[31m", "b?31m", "c?31m", "d?", "e?"}) {
+        EXPECT_NE(lines.find("  " + shown + "\n"), std::string::npos) << lines;
+    }
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
+    EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], entries.names[0]);
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"][1]["name"],
+              entries.names[1]);
 }
 
 TEST_F(Galleries, EveryChangedByteOfAGalleryIsNoticed) {
@@ -157,38 +227,108 @@ TEST_F(Galleries, DamagedGalleryIsNotAddedToAndStaysAsItIs) {
     Enroll("a", {pictures_[0]});
     const std::string half = ReadFile(gallery_).substr(0, 300);
     WriteFile(gallery_, half);
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "cut short");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "cut short");
     EXPECT_EQ(ReadFile(gallery_), half);
     ExpectNothingLeftBehind();
 }
 
 TEST_F(Galleries, OtherFilesAreNoGalleries) {
-    ExpectRefusal(KovaFr({"identify", pictures_[0], pictures_[0]}), kFailure, "is no gallery");
+    ExpectRefusal(KovaFrOnCrops({"identify", pictures_[0], pictures_[0]}), kFailure,
+                  "is no gallery");
     const std::string before = ReadFile(pictures_[1]);
-    ExpectRefusal(KovaFr({"enroll", pictures_[1], "a", pictures_[0]}), kFailure, "is no gallery");
+    ExpectRefusal(KovaFrOnCrops({"enroll", pictures_[1], "a", pictures_[0]}), kFailure,
+                  "is no gallery");
     EXPECT_EQ(ReadFile(pictures_[1]), before);
-    ExpectRefusal(KovaFr({"identify", folder_ / "missing", pictures_[0]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"identify", folder_ / "missing", pictures_[0]}), kFailure,
                   "cannot be opened");
-    ExpectRefusal(KovaFr({"enroll", folder_.path(), "a", pictures_[0]}), kFailure, "is a folder");
-    ExpectRefusal(KovaFr({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", folder_.path(), "a", pictures_[0]}), kFailure,
+                  "is a folder");
+    ExpectRefusal(KovaFrOnCrops({"enroll", folder_ / "no/such/g", "a", pictures_[0]}), kFailure,
                   "cannot be used");
 }
 
-// One that is whole, but whose features come from other models: their digest is changed, and the
-// checksum of the header fits again.
+// One that is whole, but whose features come from other models.
 TEST_F(Galleries, FeaturesOfOtherModelsAreRefusedAndKept) {
-    Enroll("a", {pictures_[0]});
-    std::string bytes = ReadFile(gallery_);
-    constexpr size_t kModels = 16;
-    bytes[kModels] = static_cast<char>(bytes[kModels] ^ 1);
-    SealVersion2(bytes);
+    const Entries entries = RandomEntries(2, 3);
+    const std::string bytes = Version2File(std::string(32, 'o'), BlocksOf(entries), 2);
     WriteFile(gallery_, bytes);
 
-    ExpectRefusal(KovaFr({"identify", gallery_, pictures_[0]}), kFailure, "other models");
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
+    ExpectRefusal(KovaFrOnCrops({"identify", gallery_, pictures_[0]}), kFailure, "other models");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1]}), kFailure, "other models");
     ExpectRefusal(KovaFr({"gallery", "--remove", "a", gallery_}), kFailure, "other models");
     EXPECT_EQ(ReadFile(gallery_), bytes);
+    // But what is in it can be seen, and who made it.
+    const json info = json::parse(Output({"info", "--json"}));
+    const std::string listed = Output({"gallery", gallery_});
+    EXPECT_NE(listed.find("made by other models sha256 "), std::string::npos) << listed;
+    EXPECT_EQ(listed.find(info["models_sha256"].get<std::string>()), std::string::npos) << listed;
     ExpectNothingLeftBehind();
+}
+
+TEST_F(Galleries, SayWhichModelsMadeThemAsInfoDoes) {
+    Enroll("a", {pictures_[0]});
+    const std::string digest = json::parse(Output({"info", "--json"}))["models_sha256"];
+    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["models_sha256"], digest);
+    EXPECT_NE(Output({"gallery", gallery_}).find("made by models sha256 " + digest + "\n"),
+              std::string::npos);
+    EXPECT_NE(Output({"info"}).find(digest), std::string::npos);
+}
+
+TEST_F(Galleries, ExportFeaturesAsNumpyReadsThem) {
+    Enroll("a, \"b\"", {pictures_[0]});
+    Enroll("c", {pictures_[1], pictures_[2]});
+    const std::string path = folder_ / "x.npy";
+    const json said = json::parse(Output({"gallery", "--json", "--export", path, gallery_}));
+    EXPECT_EQ(said["features"], 3);
+    EXPECT_EQ(said["files"], json({path, folder_ / "x.names.csv"}));
+    const std::string bytes = ReadFile(path);
+    ASSERT_EQ(bytes.size(), 128 + 3 * sizeof(Feature));
+    EXPECT_EQ(bytes.substr(0, 10), std::string("\x93NUMPY\x01\x00\x76\x00", 10));
+    EXPECT_EQ(bytes.substr(10, 61),
+              "{'descr': '<f4', 'fortran_order': False, 'shape': (3, 128), }");
+    EXPECT_EQ(bytes.substr(71, 57), std::string(56, ' ') + "\n");
+    for (size_t i = 0; i < 3; ++i) {
+        const Feature feature = FeatureOf(pictures_[i]);
+        EXPECT_EQ(bytes.substr(128 + i * sizeof feature, sizeof feature),
+                  std::string(reinterpret_cast<const char*>(&feature), sizeof feature));
+    }
+    EXPECT_EQ(ReadFile(folder_ / "x.names.csv"), "name\n\"a, \"\"b\"\"\"\nc\nc\n");
+    for (const char* file : {"x.npy", "x.names.csv"}) {
+        EXPECT_EQ(std::filesystem::status(folder_ / file).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
+    // The program made up the second name, so what is there stays.
+    ExpectRefusal(KovaFr({"gallery", "--export", path, gallery_}), kFailure, "exists already");
+}
+
+TEST_F(Galleries, ExportFeaturesAsATable) {
+    Enroll("a, b", {pictures_[0]});
+    Enroll("c", {pictures_[1]});
+    const std::string path = folder_ / "x.csv";
+    Output({"gallery", "--export", path, gallery_});
+    std::istringstream lines(ReadFile(path));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line.substr(0, 11), "name,f0,f1,");
+    EXPECT_TRUE(line.ends_with(",f127"));
+    for (size_t i = 0; i < 2; ++i) {
+        std::getline(lines, line);
+        const std::string name = i == 0 ? "\"a, b\"" : "c";
+        ASSERT_EQ(line.substr(0, name.size()), name);
+        const char* at = line.c_str() + name.size();
+        for (const float number : FeatureOf(pictures_[i])) {
+            ASSERT_EQ(*at, ',');
+            char* end = nullptr;
+            EXPECT_EQ(std::strtof(at + 1, &end), number);
+            at = end;
+        }
+        EXPECT_EQ(*at, '\0');
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+    ExpectRefusal(KovaFr({"gallery", "--export", folder_ / "x.txt", gallery_}), kWrongUsage,
+                  "neither in .npy nor in .csv");
+    ExpectRefusal(KovaFr({"gallery", "--export", folder_ / "no/x.csv", gallery_}), kFailure,
+                  "cannot be written");
 }
 
 // As an earlier program left it.
@@ -202,9 +342,7 @@ TEST_F(Galleries, OfVersion1AreSearchedListedAndChanged) {
     const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
     EXPECT_EQ(found["features"], 3);
     EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], "name 1");
-    const auto names = [this] {
-        return json::parse(Output({"gallery", "--json", gallery_}))["names"].size();
-    };
+    const auto names = [this] { return Names().size(); };
     EXPECT_EQ(names(), 3u);
     EXPECT_EQ(ReadFile(gallery_), old);
     Enroll("new", {pictures_[2]});
@@ -219,12 +357,12 @@ TEST_F(Galleries, ComeThroughPipes) {
     Enroll("one", {pictures_[1]});
     const std::string file = Output({"identify", gallery_, pictures_[1]});
     const Outcome piped =
-        Shell("cat " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+        Shell("cat " + gallery_ + " | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]);
     EXPECT_EQ(piped.out, file) << piped.err;
-    const Outcome cut =
-        Shell("head -c 900 " + gallery_ + " | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]);
+    const Outcome cut = Shell("head -c 900 " + gallery_ +
+                              " | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]);
     ExpectRefusal(cut, kFailure, "cut short");
-    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify /dev/stdin " + pictures_[1]), kFailure,
+    ExpectRefusal(Shell(": | \"$KOVA_FR\" identify --crop /dev/stdin " + pictures_[1]), kFailure,
                   "is no gallery");
 }
 
@@ -232,7 +370,7 @@ TEST_F(Galleries, AnUnusablePictureAddsNothing) {
     Enroll("a", {pictures_[0]});
     const std::string before = ReadFile(gallery_);
     WriteFile(folder_ / "p3.png", "no picture");
-    ExpectRefusal(KovaFr({"enroll", gallery_, "b", pictures_[1], pictures_[3]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "b", pictures_[1], pictures_[3]}), kFailure,
                   "known kind");
     EXPECT_EQ(ReadFile(gallery_), before);
     ExpectNothingLeftBehind();
@@ -246,22 +384,25 @@ TEST_F(Galleries, LinkToAGalleryThatIsNotThereYetStaysALink) {
     Enroll("b", {pictures_[1]});
     EXPECT_TRUE(std::filesystem::is_symlink(gallery_));
     EXPECT_TRUE(std::filesystem::is_regular_file(elsewhere + "/real"));
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_}))["names"].size(), 2u);
+    EXPECT_EQ(Names().size(), 2u);
 }
 
 TEST_F(Galleries, AWallIsNotEnrolled) {
     WriteFile(pictures_[3], GreyPng(Flat(256, 256, 90)));
-    ExpectRefusal(KovaFr({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "wall", pictures_[3]}), kFailure,
                   "shows no structure");
     EXPECT_FALSE(std::filesystem::exists(gallery_));
 }
 
 TEST_F(Galleries, NamesMustBeOneLine) {
-    for (const std::string name : {"", "a\nb", "a\x1b[31m"}) {
-        ExpectRefusal(KovaFr({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
+    for (const std::string name : {"", "a\nb", "a\x1b[31m",
+                                   "a\xc2\x9b"
+                                   "31m",
+                                   "a\xff", "a\xe2\x80\xae"}) {
+        ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, name, pictures_[0]}), kWrongUsage, "name");
     }
-    ExpectRefusal(KovaFr({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}), kWrongUsage,
-                  "1000 bytes");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, std::string(1001, 'x'), pictures_[0]}),
+                  kWrongUsage, "1000 bytes");
     Enroll(std::string(1000, 'x'), {pictures_[0]});
     Enroll("J\xC3\xBCrgen", {pictures_[1]});
     const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[1]}));
@@ -269,11 +410,12 @@ TEST_F(Galleries, NamesMustBeOneLine) {
 }
 
 TEST_F(Galleries, WrongUsage) {
-    ExpectRefusal(KovaFr({"enroll", gallery_, "a"}), kWrongUsage, "pictures");
-    ExpectRefusal(KovaFr({"identify", gallery_}), kWrongUsage, "pictures");
-    ExpectRefusal(KovaFr({"identify", "--top", "0", gallery_, pictures_[0]}), kWrongUsage, "--top");
-    ExpectRefusal(KovaFr({"identify", "--threshold", "2", gallery_, pictures_[0]}), kWrongUsage,
-                  "--threshold");
+    ExpectRefusal(KovaFrOnCrops({"enroll", gallery_, "a"}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFrOnCrops({"identify", gallery_}), kWrongUsage, "pictures");
+    ExpectRefusal(KovaFrOnCrops({"identify", "--top", "0", gallery_, pictures_[0]}), kWrongUsage,
+                  "--top");
+    ExpectRefusal(KovaFrOnCrops({"identify", "--threshold", "2", gallery_, pictures_[0]}),
+                  kWrongUsage, "--threshold");
     ExpectRefusal(KovaFr({"gallery"}), kWrongUsage, "gallery");
 }
 
@@ -281,13 +423,14 @@ TEST_F(Galleries, FullDiskHarmsNoEarlierGallery) {
     // A disk of 16 KiB that only this command sees.
     const std::string disk = folder_ / "disk";
     std::filesystem::create_directory(disk);
-    const std::string enroll = "\"$KOVA_FR\" enroll " + disk + "/g ";
-    const std::string pictures = " " + pictures_[0] + " " + pictures_[1] + " " + pictures_[2];
-    const Outcome run = Shell(
-        "unshare -rm sh -c 'mount -t tmpfs -o size=16k none " + disk + " || exit 77; " + enroll +
-        "a" + pictures + " && head -c 13000 /dev/zero > " + disk + "/rest; cp " + disk + "/g " +
-        folder_.path() + "/before; " + enroll + "b" + pictures + "; echo status $?; cp " + disk +
-        "/g " + folder_.path() + "/after; ls -A " + disk + "'");
+    const std::string enroll = "\"$KOVA_FR\" enroll --crop " + disk + "/g ";
+    const std::string three = " " + pictures_[0] + " " + pictures_[1] + " " + pictures_[2];
+    const std::string nine = three + three + three; // more than the last page has room for
+    const Outcome run =
+        Shell("unshare -rm sh -c 'mount -t tmpfs -o size=16k none " + disk + " || exit 77; " +
+              enroll + "a" + three + " && head -c 13000 /dev/zero > " + disk + "/rest; cp " + disk +
+              "/g " + folder_.path() + "/before; " + enroll + "b" + nine + "; echo status $?; cp " +
+              disk + "/g " + folder_.path() + "/after; ls -A " + disk + "'");
     if (run.status == 77 || run.err.find("unshare") != std::string::npos) {
         GTEST_SKIP() << "no small disk can be mounted here: " << run.err;
     }
@@ -310,8 +453,7 @@ TEST_F(Galleries, TwoWhoEnrollAtOnceLoseNothing) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(json::parse(Output({"gallery", "--json", gallery_})),
-              json::parse(R"({"names":[{"name":"n0","features":6},{"name":"n1","features":6}]})"));
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"n0","features":6},{"name":"n1","features":6}])"));
 }
 
 } // namespace

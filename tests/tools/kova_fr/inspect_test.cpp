@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// inspect, and --detect.
+// What inspect says and draws.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "orvo/image_tools.h"
+#include "photograph.h"
 #include "picture_files.h"
 #include "program.h"
 
@@ -17,12 +18,10 @@ using nlohmann::json;
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 
-std::string Sample(const std::string& name) { return std::string(ORVO_SAMPLES "/") + name; }
-
 json Inspect(const std::vector<std::string>& more) {
     std::vector<std::string> arguments = {"inspect", "--json"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    const Outcome run = KovaFr(arguments);
+    const Outcome run = KovaFrOnCrops(arguments);
     EXPECT_EQ(run.status, 0) << run.err;
     return json::parse(run.out);
 }
@@ -82,85 +81,25 @@ TEST(Inspect, BoxOfThePictureIsScaledAndMoved) {
 
 TEST(Inspect, PictureIsWrittenWhereAskedAndIsAPng) {
     const TempFolder folder;
-    const Outcome run = KovaFr({"inspect", "--output", folder / "seen.png", Sample("ada-1.png")});
+    const Outcome run =
+        KovaFrOnCrops({"inspect", "--output", folder / "seen.png", Sample("ada-1.png")});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("face box"), std::string::npos);
     EXPECT_EQ(folder.Names(), std::vector<std::string>{"seen.png"});
     EXPECT_EQ(ReadFile(folder / "seen.png").substr(1, 3), "PNG");
     // It is a picture that the program itself takes.
-    EXPECT_EQ(KovaFr({"inspect", folder / "seen.png"}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"inspect", folder / "seen.png"}).status, 0);
 }
 
 TEST(Inspect, TakesOnePictureAndReplacesNoInput) {
     const TempFolder folder;
     WriteFile(folder / "a.png", GreyPng(Pattern(256, 256)));
-    ExpectRefusal(KovaFr({"inspect", folder / "a.png", folder / "a.png"}), kWrongUsage, "pictures");
-    ExpectRefusal(KovaFr({"inspect", "--output", folder / "a.png", folder / "a.png"}), kFailure,
-                  "would replace");
-    ExpectRefusal(KovaFr({"inspect", "--output", "/dev/full", folder / "a.png"}), kFailure,
+    ExpectRefusal(KovaFrOnCrops({"inspect", folder / "a.png", folder / "a.png"}), kWrongUsage,
+                  "pictures");
+    ExpectRefusal(KovaFrOnCrops({"inspect", "--output", folder / "a.png", folder / "a.png"}),
+                  kFailure, "would replace");
+    ExpectRefusal(KovaFrOnCrops({"inspect", "--output", "/dev/full", folder / "a.png"}), kFailure,
                   "cannot be written");
-}
-
-#ifdef ORVO_HAS_DETECTOR
-
-// Two sample faces, of different size, on a grey photograph.
-std::string Photograph() {
-    Grey photograph = Flat(1200, 800, 128);
-    const auto place = [&photograph](const std::string& name, uint32_t left, uint32_t top,
-                                     uint32_t scale) {
-        const Grey sample = DecodeGreyPng(ReadFile(Sample(name)));
-        for (uint32_t y = 0; y < 256 * scale; ++y) {
-            for (uint32_t x = 0; x < 256 * scale; ++x) {
-                photograph.pixels[(top + y) * 1200 + left + x] =
-                    sample.pixels[y / scale * 256 + x / scale];
-            }
-        }
-    };
-    place("joe-1.png", 60, 60, 2);
-    place("cleo-2.png", 820, 300, 1);
-    return BinaryPgm(photograph);
-}
-
-TEST(Detect, LargestFaceIsTakenAndAllAreNamedFromTheLargest) {
-    const TempFolder folder;
-    WriteFile(folder / "photo.pgm", Photograph());
-    const json one = Inspect({"--detect", folder / "photo.pgm"});
-    EXPECT_LT(one["box"]["x"], 400);
-    EXPECT_GT(one["box"]["width"], 250);
-
-    const Outcome run = KovaFr({"extract", "--json", "--detect-all", folder / "photo.pgm"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const json all = json::parse(run.out)["pictures"];
-    ASSERT_GE(all.size(), 2u);
-    EXPECT_EQ(all[0]["path"], folder / "photo.pgm#1");
-    EXPECT_EQ(all[0]["box"], one["box"]);
-    EXPECT_EQ(all[0]["feature"], one["feature"]);
-    EXPECT_EQ(all[1]["path"], folder / "photo.pgm#2");
-    EXPECT_GT(all[1]["box"]["x"], 700);
-}
-
-TEST(Detect, PictureWithoutAFaceIsRefused) {
-    const TempFolder folder;
-    WriteFile(folder / "flat.pgm", BinaryPgm(Flat(300, 300, 90)));
-    ExpectRefusal(KovaFr({"extract", "--detect", folder / "flat.pgm"}), kFailure,
-                  "no face was found");
-    WriteFile(folder / "thin.pgm", BinaryPgm(Flat(20000, 10, 90)));
-    ExpectRefusal(KovaFr({"extract", "--detect-all", folder / "thin.pgm"}), kFailure,
-                  "no face was found");
-}
-
-#else
-
-TEST(Detect, WithoutADetectorTheProgramSaysWhatToInstall) {
-    ExpectRefusal(KovaFr({"extract", "--detect", Sample("joe-1.png")}), kFailure,
-                  "install libopencv-objdetect-dev and opencv-data");
-}
-
-#endif
-
-TEST(Detect, ExcludesBoxes) {
-    ExpectRefusal(KovaFr({"extract", "--detect", "--box", "all", Sample("joe-1.png")}), kWrongUsage,
-                  "--detect");
 }
 
 } // namespace

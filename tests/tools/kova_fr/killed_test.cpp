@@ -95,7 +95,7 @@ class Killed : public testing::Test {
     Killed() { WriteFile(picture_, GreyPng(Pattern(256, 256))); }
 
     Traced Enroll(size_t lastCall, pid_t (*makeChild)(), const std::string& name) {
-        return RunUntil(lastCall, makeChild, {"enroll", gallery_, name, picture_});
+        return RunUntil(lastCall, makeChild, {"enroll", "--crop", gallery_, name, picture_});
     }
 
     json Listed() {
@@ -153,8 +153,8 @@ TEST_F(Killed, EnrollInAContainerLosesNothingAndLeavesNothing) {
 // What earlier versions left behind in a container.
 TEST_F(Killed, StageOfAKilledRunDoesNotStopTheNext) {
     WriteFile(folder_ / ".kova-fr-1-1.part", "half a gallery");
-    const Outcome run =
-        Shell("unshare -r --pid --fork \"$KOVA_FR\" enroll " + gallery_ + " ada " + picture_);
+    const Outcome run = Shell("unshare -r --pid --fork \"$KOVA_FR\" enroll --crop " + gallery_ +
+                              " ada " + picture_);
     if (run.err.find("unshare") != std::string::npos) {
         GTEST_SKIP() << "this system allows no process namespaces: " << run.err;
     }
@@ -167,11 +167,11 @@ TEST_F(Killed, StageOfARunningProgramStays) {
     const std::string stage = folder_ / ".kova-fr-0123456789abcdef.part";
     WriteFile(stage, "being written");
     const Outcome run =
-        Shell("flock " + stage + " \"$KOVA_FR\" enroll " + gallery_ + " ada " + picture_);
+        Shell("flock " + stage + " \"$KOVA_FR\" enroll --crop " + gallery_ + " ada " + picture_);
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(std::filesystem::exists(stage));
     WriteFile(folder_ / "my.part", "somebody else's");
-    EXPECT_EQ(KovaFr({"enroll", gallery_, "ada", picture_}).status, 0);
+    EXPECT_EQ(KovaFr({"enroll", "--crop", gallery_, "ada", picture_}).status, 0);
     EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"g", "my.part", "p.png"}));
 }
 

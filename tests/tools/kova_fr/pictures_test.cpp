@@ -212,13 +212,14 @@ TEST(Pictures, KindIsFoundByContentNotByName) {
     WriteFile(folder / "jpeg.pgm", GreyJpeg(picture));
     WriteFile(folder / "pgm.png", BinaryPgm(picture));
     EXPECT_EQ(FeatureOf(folder / "png.jpg"), FeatureOf(folder / "pgm.png"));
-    EXPECT_EQ(KovaFr({"extract", folder / "jpeg.pgm"}).status, 0);
+    EXPECT_EQ(KovaFrOnCrops({"extract", folder / "jpeg.pgm"}).status, 0);
 }
 
 TEST(Pictures, PictureMayComeThroughAPipe) {
     const TempFolder folder;
     WriteFile(folder / "a.png", GreyPng(Pattern(256, 256)));
-    const Outcome run = Shell("cat '" + (folder / "a.png") + "' | \"$KOVA_FR\" extract /dev/stdin");
+    const Outcome run =
+        Shell("cat '" + (folder / "a.png") + "' | \"$KOVA_FR\" extract --crop /dev/stdin");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(ParseFeatures(run.out), std::vector<Feature>{FeatureOf(folder / "a.png")});
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 extern char** environ;
@@ -93,6 +94,18 @@ Outcome KovaFr(const std::vector<std::string>& arguments) {
     return RunProgram(command);
 }
 
+Outcome KovaFrOnCrops(const std::vector<std::string>& arguments) {
+    static const std::set<std::string> kTakePictures = {"extract",  "compare", "inspect",  "enroll",
+                                                        "identify", "eval",    "calibrate"};
+    std::vector<std::string> changed = arguments;
+    const bool hasBoxes = std::ranges::any_of(
+        arguments, [](const std::string& word) { return word.starts_with("--box"); });
+    if (!arguments.empty() && kTakePictures.contains(arguments[0]) && !hasBoxes) {
+        changed.insert(changed.begin() + 1, "--crop");
+    }
+    return KovaFr(changed);
+}
+
 Outcome Shell(const std::string& command) {
     setenv("KOVA_FR", KOVA_FR_PROGRAM, 1);
     return RunProgram({"/bin/sh", "-c", command});
@@ -165,7 +178,7 @@ std::vector<Feature> ParseFeatures(const std::string& out) {
 Feature FeatureOf(const std::string& path, const std::vector<std::string>& more) {
     std::vector<std::string> arguments = {"extract", path};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    const Outcome run = KovaFr(arguments);
+    const Outcome run = KovaFrOnCrops(arguments);
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err, "");
     const std::vector<Feature> features = ParseFeatures(run.out);

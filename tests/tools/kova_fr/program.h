@@ -21,6 +21,10 @@ const char* KovaFrProgram();
 // Runs kova-fr with these arguments.
 Outcome KovaFr(const std::vector<std::string>& arguments);
 
+// The same where the pictures are crops: with --crop behind a command that takes pictures, unless
+// the arguments have boxes.
+Outcome KovaFrOnCrops(const std::vector<std::string>& arguments);
+
 // Runs kova-fr in a shell, for redirections and pipes: `command` with "$KOVA_FR" where it is meant.
 Outcome Shell(const std::string& command);
 
@@ -52,7 +56,7 @@ using Feature = std::array<float, 128>;
 // The features that `kova-fr extract` printed, one a line.
 std::vector<Feature> ParseFeatures(const std::string& out);
 
-// The feature that kova-fr prints for a picture, with more arguments if given. Fails the test if
+// The feature that kova-fr prints for a crop, with more arguments if given. Fails the test if
 // the run fails.
 Feature FeatureOf(const std::string& path, const std::vector<std::string>& more = {});
 

@@ -176,6 +176,34 @@ TEST(ErrorRates, ScoresWorkedOutByHand) {
     EXPECT_DOUBLE_EQ(acceptance.FalseRejects(RankOfSteps(7001)), 0.5);
 }
 
+TEST(ErrorRates, ScoresOfStrangersAreListedFromTheHighest) {
+    const Acceptance few = AcceptanceOf({0.9f}, {0.5f, 0.1f, 0.2f, 0.2f});
+    const std::vector<AcceptedAt> listed = DifferentFromTheHighest(few);
+    ASSERT_EQ(listed.size(), 3u);
+    const std::vector<std::pair<uint64_t, size_t>> expected = {
+        {1, RankOfSteps(5000)}, {3, RankOfSteps(2000)}, {4, RankOfSteps(1000)}};
+    for (size_t i = 0; i < listed.size(); ++i) {
+        EXPECT_EQ(listed[i].pairs, expected[i].first);
+        EXPECT_EQ(listed[i].rank, expected[i].second);
+    }
+    EXPECT_TRUE(DifferentFromTheHighest(AcceptanceOf({0.9f}, {})).empty());
+
+    std::vector<float> scores;
+    for (int i = 0; i < 5000; ++i) {
+        scores.push_back(static_cast<float>(i * i % 9973) / 10000);
+    }
+    const Acceptance many = AcceptanceOf({0.9f}, scores);
+    uint64_t last = 0;
+    for (const AcceptedAt& one : DifferentFromTheHighest(many)) {
+        EXPECT_EQ(one.pairs, many.AcceptedDifferent(one.rank));
+        EXPECT_GT(one.pairs, many.AcceptedDifferent(one.rank + 1)); // a pair is right there
+        EXPECT_GT(one.pairs, last);
+        EXPECT_LE(static_cast<double>(one.pairs), 1.25 * static_cast<double>(last) + 2);
+        last = one.pairs;
+    }
+    EXPECT_EQ(last, 5000u);
+}
+
 TEST(ErrorRates, PeopleFarApartMakeNoErrors) {
     const Acceptance acceptance = AcceptanceOf({0.9f, 0.8f}, {0.1f, -0.2f});
     EXPECT_EQ(*EqualErrorRate(acceptance), 0.0);

@@ -71,20 +71,25 @@ float NormalisedScore(const CalibratedFace& a, const CalibratedFace& b) {
 }
 
 Rarity RarityOf(const Calibration& calibration, double normalisedScore) {
-    const auto pairs = static_cast<double>(calibration.strangerPairs);
+    return RarityAmong(calibration.strangers, calibration.strangerPairs, normalisedScore);
+}
+
+Rarity RarityAmong(const std::vector<Calibration::StrangerScore>& strangers, uint64_t pairs,
+                   double score) {
+    const auto all = static_cast<double>(pairs);
     uint64_t asHigh = 0;
-    for (const Calibration::StrangerScore& one : calibration.strangers) {
+    for (const Calibration::StrangerScore& one : strangers) {
         // Up to how many pairs score as high: those before the next that is listed and does not.
-        if (one.score < normalisedScore) {
+        if (one.score < score) {
             asHigh = asHigh == 0 ? 0 : one.rank - 1;
             break;
         }
         asHigh = one.rank;
     }
     if (asHigh == 0) {
-        return {std::max(1.0, pairs / 3), true};
+        return {std::max(1.0, all / 3), true};
     }
-    return {pairs / static_cast<double>(asHigh), false};
+    return {all / static_cast<double>(asHigh), false};
 }
 
 } // namespace kova_cli

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <vector>
 
 #include "evaluation/statistics/comparisons.h"
@@ -24,7 +25,8 @@ struct Calibration {
     Sha256 models = {};
     uint64_t pictures = 0;
     uint64_t people = 0;
-    bool isLabelled = false; // people with several pictures, so that false rejects are known
+    bool isLabelled = false;       // people with several pictures, so that false rejects are known
+    std::optional<bool> isOfCrops; // nobody looked for their faces; older files do not say
     std::array<double, ORVO_FR_FEATURE_LENGTH> mean = {};
     std::vector<Feature> cohort; // centred, of unit length, a person each
 
@@ -80,5 +82,9 @@ struct Rarity {
 };
 
 Rarity RarityOf(const Calibration& calibration, double normalisedScore);
+
+// The same among any scores of so many pairs of strangers, see Calibration::strangers.
+Rarity RarityAmong(const std::vector<Calibration::StrangerScore>& strangers, uint64_t pairs,
+                   double score);
 
 } // namespace kova_cli

@@ -116,6 +116,13 @@ Calibration Read(const ordered_json& json, const Sha256& models) {
     calibration.pictures = json.at("pictures").get<uint64_t>();
     calibration.people = json.at("people").get<uint64_t>();
     calibration.isLabelled = json.at("labelled").get<bool>();
+    if (json.contains("faces")) {
+        const auto faces = json.at("faces").get<std::string>();
+        if (faces != "crops" && faces != "found") {
+            FailContents("it does not say how its faces were found");
+        }
+        calibration.isOfCrops = faces == "crops";
+    }
     ReadNumbers(json.at("mean"), calibration.mean);
     for (const ordered_json& vector : json.at("cohort")) {
         calibration.cohort.push_back(ReadUnitVector(vector));
@@ -138,6 +145,7 @@ std::string CalibrationText(const Calibration& calibration) {
                          {"pictures", calibration.pictures},
                          {"people", calibration.people},
                          {"labelled", calibration.isLabelled},
+                         {"faces", calibration.isOfCrops.value_or(false) ? "crops" : "found"},
                          {"thresholds", calibration.thresholds},
                          {"most_alike", MostAlike(calibration.cohort.size())},
                          {"stranger_pairs", calibration.strangerPairs}};

@@ -12,6 +12,7 @@ namespace kova_cli {
 //   "kova_fr_calibration"  version, 1
 //   "models"               SHA-256 of the models whose features it is for
 //   "pictures", "people", "labelled"
+//   "faces"                "found" in whole pictures, or "crops"; a file of an earlier program does not say
 //   "mean"                 128 numbers, to be subtracted from a feature
 //   "cohort"               arrays of 128 numbers: features less the mean, of unit length
 //   "most_alike"           of how many of its highest scores with the cohort, but for the very highest, a

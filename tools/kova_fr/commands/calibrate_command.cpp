@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include <cstdio>
 #include <memory>
 
 #include "calibration/calibrating.h"
 #include "calibration/calibration_file.h"
 #include "calibration/calibration_words.h"
 #include "commands/commands.h"
+#include "commands/reading_options.h"
 #include "evaluation/eval_features.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
@@ -13,6 +13,7 @@
 #include "terminal/json_line.h"
 #include "terminal/label.h"
 #include "terminal/progress.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
 namespace {
@@ -78,10 +79,9 @@ void WarnOfCopies(const std::vector<Feature>& features, const std::vector<uint32
         }
     }
     if (copies > 0) {
-        std::fprintf(stderr,
-                     "kova-fr: %zu pairs of pictures have the same feature, as copies of one "
-                     "picture do; they make strangers look alike\n",
-                     copies);
+        Warn(std::to_string(copies) +
+             " pairs of pictures have the same feature, as copies of one picture do; they make "
+             "strangers look alike");
     }
 }
 
@@ -95,10 +95,10 @@ void RunCalibrate(const CalibrateOptions& options) {
     CheckEnough(options.folder, comparisons);
     WarnOfCopies(comparisons.features, comparisons.person);
     Progress progress("Calibrating");
-    const Calibration calibration =
-        Calibrate(comparisons, options.calibrating,
-                  [&](size_t done, size_t all) { progress.Show(done, all); });
+    Calibration calibration = Calibrate(comparisons, options.calibrating,
+                                        [&](size_t done, size_t all) { progress.Show(done, all); });
     progress.Clear();
+    calibration.isOfCrops = options.reading.isCrop;
     const std::string file = CalibrationText(calibration);
     WriteFiles({{options.outPath, true, std::vector<uint8_t>(file.begin(), file.end())}});
     if (!options.json) {
@@ -130,10 +130,7 @@ void AddCalibrateCommand(CLI::App& program) {
     command.add_flag("--by-name", options->byName,
                      "FOLDER has the pictures themselves; a person is what stands before the last "
                      "- or _ of their names (ada-1.png, ada-2.png)");
-    command.add_flag("--detect", options->reading.detect,
-                     "Find the largest face in each picture, a whole photograph");
-    command.add_flag("--strict", options->reading.strict,
-                     "Stop at a picture that cannot be used, in place of leaving it out");
+    AddReadingOptions(command, options->reading);
     command
         .add_option("--rounds", options->calibrating.rounds,
                     "Sets of redrawn people for the intervals")

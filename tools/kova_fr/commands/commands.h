@@ -17,5 +17,6 @@ void AddEvalCommand(CLI::App& program);
 void AddCalibrateCommand(CLI::App& program);
 void AddBenchCommand(CLI::App& program);
 void AddInfoCommand(CLI::App& program);
+void AddServeCommand(CLI::App& program);
 
 } // namespace kova_cli

@@ -8,6 +8,8 @@
 #include "commands/commands.h"
 #include "commands/face_options.h"
 #include "evaluation/shipped_thresholds.h"
+#include "evaluation/verdict.h"
+#include "terminal/columns.h"
 #include "terminal/json_line.h"
 #include "terminal/label.h"
 
@@ -42,8 +44,9 @@ constexpr const char* kExamples = R"(
 Examples:
   kova-fr compare a.jpg b.png
   kova-fr compare samples/*.png
+  kova-fr compare --crop face1.png face2.png
   kova-fr compare --box 120,80,200,200 --box all photo.jpg face.png
-  kova-fr compare --detect-all party.jpg
+  kova-fr compare --all-faces party.jpg
   kova-fr compare --calibration door.calibration a.jpg b.png
   kova-fr compare --json --save-crop crop.png a.jpg b.png)";
 
@@ -100,31 +103,49 @@ size_t LongestLabel(const std::vector<std::string>& labels, size_t limit) {
     return std::min(longest, limit);
 }
 
-std::string TableText(const Table& table, const std::vector<std::string>& labels) {
-    const size_t rowLength = LongestLabel(labels, kRowLabelLength);
-    const size_t columnLength =
-        std::max(LongestLabel(labels, kColumnLabelLength), kNumberLength) + 2;
+// Columns from `begin` to `end` of the table.
+std::string TablePart(const Table& table, const std::vector<std::string>& labels, size_t begin,
+                      size_t end, size_t rowLength, size_t columnLength) {
     std::string text(rowLength, ' ');
-    for (const std::string& label : labels) {
-        text += PadLeft(ShortenLabel(label, kColumnLabelLength), columnLength);
+    for (size_t j = begin; j < end; ++j) {
+        text += PadLeft(ShortenLabel(labels[j], kColumnLabelLength), columnLength);
     }
     text += "\n";
     for (size_t i = 0; i < table.size(); ++i) {
         text += PadRight(ShortenLabel(labels[i], kRowLabelLength), rowLength);
-        for (const float distance : table[i]) {
-            text += PadLeft(Number(distance, 4), columnLength);
+        for (size_t j = begin; j < end; ++j) {
+            text += PadLeft(Number(table[i][j], 4), columnLength);
         }
         text += "\n";
     }
     return text;
 }
 
-std::string Text(const std::vector<Face>& faces, const Table& table) {
+// As many columns below one another as the terminal has room for; all of them where nobody knows.
+std::string TableText(const Table& table, const std::vector<std::string>& labels) {
+    const size_t rowLength = LongestLabel(labels, kRowLabelLength);
+    const size_t columnLength =
+        std::max(LongestLabel(labels, kColumnLabelLength), kNumberLength) + 2;
+    size_t room = labels.size();
+    if (const std::optional<size_t> width = OutputColumns()) {
+        room = std::max<size_t>(*width > rowLength ? (*width - rowLength) / columnLength : 0, 1);
+    }
+    std::string text;
+    for (size_t begin = 0; begin < labels.size(); begin += room) {
+        text += begin > 0 ? "\n" : "";
+        text += TablePart(table, labels, begin, std::min(begin + room, labels.size()), rowLength,
+                          columnLength);
+    }
+    return text;
+}
+
+std::string Text(const std::vector<Face>& faces, const Table& table, bool isCrop) {
     std::string text = TableText(table, Labels(faces)) + "\n";
     if (faces.size() == 2) {
-        text += "The distance is " + Number(table[0][1], 6) + ".\n";
+        text +=
+            "The distance is " + Number(table[0][1], 6) + ".\n" + VerdictText(table[0][1], isCrop);
     }
-    return text + kHowToRead + ThresholdsText();
+    return text + kHowToRead + ThresholdsText(isCrop);
 }
 
 std::string Text(const std::vector<Face>& faces, const CalibratedTables& tables) {
@@ -158,7 +179,7 @@ nlohmann::ordered_json CalibratedJson(const CalibratedTables& tables, const std:
     return json;
 }
 
-nlohmann::ordered_json Json(const std::vector<Face>& faces, const Table& table) {
+nlohmann::ordered_json Json(const std::vector<Face>& faces, const Table& table, bool isCrop) {
     nlohmann::ordered_json json;
     for (const Face& face : faces) {
         json["pictures"].push_back(PictureJson(face));
@@ -166,26 +187,27 @@ nlohmann::ordered_json Json(const std::vector<Face>& faces, const Table& table) 
     json["distances"] = table;
     if (faces.size() == 2) {
         json["distance"] = table[0][1];
+        json["verdict"] = VerdictJson(table[0][1], isCrop);
     }
-    json["thresholds"] = ShippedThresholds();
+    json["thresholds"] = ShippedThresholds(isCrop);
     return json;
 }
 
 void RunCompare(const CompareOptions& all) {
     const FaceOptions& options = all.faces;
-    if (options.pictures.size() < 2 && !options.detectAll) {
-        throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --detect-all");
+    if (options.pictures.size() < 2 && !options.takesAll) {
+        throw CLI::ValidationError("pictures", "at least 2 are needed, or one with --all-faces");
     }
     std::vector<OutputFile> crops = CropFiles(options);
     CheckOutputs(crops, options.pictures);
     const Recogniser recogniser;
-    std::optional<Calibration> calibration = CalibrationIfNamed(all.calibrationPath);
-    const std::vector<Face> faces = RecogniseAll(recogniser, options);
+    std::optional<Calibration> calibration = CalibrationIfNamed(all.calibrationPath, options);
+    const std::vector<Face> faces = ReadFaces(recogniser, options).faces;
     const Table table = Distances(recogniser, faces);
-    FillCropFiles(faces, crops);
+    FillCropFiles(faces, options, crops);
     WriteFiles(crops);
-    nlohmann::ordered_json json = Json(faces, table);
-    std::string text = Text(faces, table);
+    nlohmann::ordered_json json = Json(faces, table, IsCrop(options));
+    std::string text = Text(faces, table, IsCrop(options));
     if (calibration) {
         const CalibratedTables tables = CalibrateTables(std::move(*calibration), faces);
         json["calibration"] = CalibratedJson(tables, all.calibrationPath);
@@ -200,6 +222,7 @@ void AddCompareCommand(CLI::App& program) {
     CLI::App& command =
         *program.add_subcommand("compare", "Print the distances of two or more faces");
     const auto options = std::make_shared<CompareOptions>();
+    options->faces.poor = Poor::kWarned;
     AddFaceOptions(command, options->faces, 1);
     AddCalibrationOption(command, options->calibrationPath);
     command.footer(kMeaning + ThresholdsText() + kExamples);

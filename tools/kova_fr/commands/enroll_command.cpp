@@ -22,21 +22,14 @@ struct EnrollOptions {
 constexpr const char* kNotes =
     R"(Adds the faces to the gallery under the name; a gallery that is not there yet is
 made. Several pictures of a person, in different light and from different sides,
-help. All pictures are taken or none, and the file is replaced whole, so that it
-is never half written.
+help. Of each picture the largest face that is good enough is taken; where none is,
+the picture is left out. Where a picture cannot be read or shows no face nothing
+is taken. A new gallery can be read by its owner alone.
 
 Examples:
   kova-fr enroll people.gallery ada ada1.jpg ada2.jpg
-  kova-fr enroll --detect people.gallery joe holiday.jpg
+  kova-fr enroll --crop people.gallery joe face.png
   kova-fr gallery people.gallery)";
-
-std::string CheckName(const std::string& name) {
-    if (name.empty() || name.size() > kLongestName || OneLine(name) != name) {
-        return "a name has 1 to " + std::to_string(kLongestName) +
-               " bytes and no control characters";
-    }
-    return "";
-}
 
 void CheckGalleryPlace(const EnrollOptions& options) {
     CheckOutputs({{options.galleryPath, true, {}}}, options.faces.pictures);
@@ -45,34 +38,42 @@ void CheckGalleryPlace(const EnrollOptions& options) {
     }
 }
 
+std::string LeftOutWords(size_t count) {
+    return count == 0 ? "" : ", " + std::to_string(count) + " left out for want of quality";
+}
+
 void RunEnroll(const EnrollOptions& options) {
     std::vector<OutputFile> files = CropFiles(options.faces);
     CheckOutputs(files, options.faces.pictures);
     CheckGalleryPlace(options);
     const Recogniser recogniser;
-    const GalleryLock lock(options.galleryPath);
     const Sha256 models = ModelsDigest();
-    Gallery gallery;
-    gallery.models = models;
-    if (std::filesystem::exists(options.galleryPath)) {
-        gallery = LoadGallery(options.galleryPath, models);
+    CheckGalleryCanGrow(options.galleryPath, models);
+    const auto [faces, leftOut, last] = ReadFaces(recogniser, options.faces);
+    if (faces.empty()) {
+        throw Failure(
+            "no picture is good enough to be enrolled; take better ones, or these by "
+            "--any-quality");
     }
-    const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
+    std::vector<Feature> features;
     for (const Face& face : faces) {
-        gallery.Add(options.name, face.feature);
+        features.push_back(face.feature);
     }
-    FillCropFiles(faces, files);
-    files.push_back({options.galleryPath, true, PackGallery(gallery)});
+    FillCropFiles(faces, options.faces, files);
     WriteFiles(files);
+    const uint64_t entries = AddToGallery(GalleryLock(options.galleryPath), models, features,
+                                          std::vector(features.size(), options.name));
     if (options.faces.json) {
         WriteStandardOutput(JsonLine({{"name", options.name},
                                       {"added", faces.size()},
-                                      {"features", gallery.features.size()}}));
+                                      {"left_out", leftOut},
+                                      {"features", entries}}));
         return;
     }
     WriteStandardOutput(options.name + ": " + std::to_string(faces.size()) +
-                        (faces.size() == 1 ? " face" : " faces") + " added; the gallery has " +
-                        std::to_string(gallery.features.size()) + "\n");
+                        (faces.size() == 1 ? " face" : " faces") + " added" +
+                        LeftOutWords(leftOut.size()) + "; the gallery has " +
+                        std::to_string(entries) + "\n");
 }
 
 } // namespace
@@ -85,8 +86,9 @@ void AddEnrollCommand(CLI::App& program) {
         ->type_name("GALLERY");
     command.add_option("name", options->name, "Whose faces these are")
         ->required()
-        ->check(CheckName, "")
+        ->check(WrongWithName, "")
         ->type_name("NAME");
+    options->faces.poor = Poor::kLeftOut;
     AddFaceOptions(command, options->faces, 1);
     command.footer(kNotes);
     command.callback([options] { RunEnroll(*options); });

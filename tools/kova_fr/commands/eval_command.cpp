@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/reading_options.h"
 #include "evaluation/charts/error_charts.h"
 #include "evaluation/eval_features.h"
 #include "evaluation/eval_input.h"
@@ -26,8 +27,7 @@ struct EvalOptions {
     std::string pairsPath;
     std::string outFolder;
     bool byName = false;
-    bool detect = false;
-    bool strict = false;
+    FeatureReading reading;
     bool json = false;
     uint32_t rounds = 400;
     uint64_t seed = 0;
@@ -51,7 +51,7 @@ Examples:
   kova-fr eval people/
   kova-fr eval --by-name --out result samples/
   kova-fr eval --pairs pairs.txt --json
-  kova-fr eval --detect --strict --out result photographs/)";
+  kova-fr eval --crop --strict --out result faces/)";
 
 EvalInput ReadInput(const EvalOptions& options) {
     if (options.folder.empty() == options.pairsPath.empty()) {
@@ -100,7 +100,7 @@ void RunEval(const EvalOptions& options) {
     }
     Evaluation evaluation;
     const std::vector<std::optional<Feature>> features =
-        ReadFeatures(Recogniser(), input, {options.detect, options.strict}, evaluation.leftOut);
+        ReadFeatures(Recogniser(), input, options.reading, evaluation.leftOut);
     const kova_statistics::Comparisons comparisons = MakeComparisons(input, features);
     CheckNotEmpty(comparisons);
 
@@ -130,6 +130,8 @@ void RunEval(const EvalOptions& options) {
     evaluation.repeatedPairs = input.repeatedPairs;
     evaluation.rounds = options.rounds;
     evaluation.seed = options.seed;
+    evaluation.isCrops = options.reading.isCrop;
+    evaluation.strangers = DifferentFromTheHighest(kova_statistics::Acceptance(scores.all));
 
     const std::string text = EvaluationText(evaluation);
     const std::string json = EvaluationJson(evaluation);
@@ -165,10 +167,7 @@ void AddEvalCommand(CLI::App& program) {
         .add_option("--out", options->outFolder,
                     "Write the report and the charts there; made if it is not there")
         ->type_name("DIR");
-    command.add_flag("--detect", options->detect,
-                     "Find the largest face in each picture, a whole photograph");
-    command.add_flag("--strict", options->strict,
-                     "Stop at a picture that cannot be used, in place of leaving it out");
+    AddReadingOptions(command, options->reading);
     command.add_option("--rounds", options->rounds, "Sets of redrawn people for the intervals")
         ->check(CLI::Range(10, 100000))
         ->capture_default_str();

@@ -16,11 +16,13 @@ struct ExtractOptions {
 };
 
 constexpr const char* kNotes =
-    R"(The feature of a picture is one line of 128 numbers. They read back to the same
-bits.
+    R"(Finds the faces of each picture, the best first, and prints the feature of each as
+one line of 128 numbers, which read back to the same bits. --json says where each
+face is and how good, too.
 
 Examples:
-  kova-fr extract face.png
+  kova-fr extract photo.jpg
+  kova-fr extract --crop face.png
   kova-fr extract --box 120,80,200,200 --save-crop crop.png photo.jpg
   kova-fr extract --json a.png b.png > features.json
   kova-fr extract --output features.f32 a.png b.png)";
@@ -76,7 +78,7 @@ std::vector<uint8_t> RawFeatures(const std::vector<Face>& faces) {
 // `files` are those of CropFiles().
 void WriteResults(const ExtractOptions& options, const std::vector<Face>& faces,
                   std::vector<OutputFile> files) {
-    FillCropFiles(faces, files);
+    FillCropFiles(faces, options.faces, files);
     if (!options.outputPath.empty()) {
         files.push_back({options.outputPath, true, RawFeatures(faces)});
     }
@@ -93,7 +95,7 @@ void RunExtract(const ExtractOptions& options) {
         }
         CheckOutputs({{options.outputPath, true, {}}}, options.faces.pictures);
     }
-    const std::vector<Face> faces = RecogniseAll(Recogniser(), options.faces);
+    const std::vector<Face> faces = ReadFaces(Recogniser(), options.faces).faces;
     WriteResults(options, faces, crops);
     if (isPrinted) {
         WriteStandardOutput(options.faces.json ? Json(faces) : Text(faces));
@@ -105,11 +107,12 @@ void RunExtract(const ExtractOptions& options) {
 void AddExtractCommand(CLI::App& program) {
     CLI::App& command = *program.add_subcommand("extract", "Print the features of faces");
     const auto options = std::make_shared<ExtractOptions>();
+    options->faces.takesAll = true;
     AddFaceOptions(command, options->faces, 1);
     command
         .add_option("--output", options->outputPath,
                     "Write the features there instead of printing them: 128 32-bit floats a "
-                    "picture, lowest byte first, pictures in order")
+                    "face, lowest byte first, pictures in order")
         ->excludes("--json")
         ->type_name("FILE");
     command.footer(kNotes);

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "commands/face_options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 
 #include "calibration/calibration_file.h"
-#include "faces/detector.h"
+#include "commands/found_faces.h"
+#include "files/failure.h"
+#include "terminal/progress.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
 namespace {
@@ -50,6 +54,12 @@ std::string CheckBox(const std::string& text) {
     return "'" + text + "' is no box; give x,y,w,h in pixels, or all";
 }
 
+void CheckStandardInput(const FaceOptions& options) {
+    if (std::ranges::count(options.pictures, "-") > 1) {
+        throw CLI::ValidationError("pictures", "standard input (-) has one picture only");
+    }
+}
+
 void CheckBoxCount(const FaceOptions& options) {
     const size_t count = options.boxes.size();
     if (count > 1 && count != options.pictures.size()) {
@@ -59,17 +69,6 @@ void CheckBoxCount(const FaceOptions& options) {
     }
 }
 
-// One box serves all pictures; more of them belong to the pictures in order.
-std::optional<Box> BoxOf(const FaceOptions& options, size_t picture) {
-    if (options.detect) {
-        return DetectFaces(options.pictures[picture]).front();
-    }
-    if (options.boxes.empty()) {
-        return std::nullopt;
-    }
-    return ParseBox(options.boxes[options.boxes.size() == 1 ? 0 : picture]);
-}
-
 std::string NumberedPath(const std::string& path, size_t number) {
     const std::filesystem::path whole(path);
     const std::string name =
@@ -77,38 +76,99 @@ std::string NumberedPath(const std::string& path, size_t number) {
     return (whole.parent_path() / name).string();
 }
 
+// One box serves all pictures; more of them belong to the pictures in order.
+std::optional<Box> BoxOf(const FaceOptions& options, size_t rank) {
+    return options.boxes.empty() ? std::nullopt
+                                 : ParseBox(options.boxes[options.boxes.size() == 1 ? 0 : rank]);
+}
+
+FaceReading ReadingOf(const FaceOptions& options, size_t rank) {
+    return {IsCrop(options), BoxOf(options, rank), options.withCrops || !options.cropPath.empty()};
+}
+
+std::string Count(size_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+// Those of a picture's faces that the command is to have, under the names by which it calls them.
+std::vector<Face> Wanted(std::vector<Face> faces, const FaceOptions& options) {
+    if (faces.size() == 1) {
+        return faces;
+    }
+    if (!options.takesAll) {
+        Warn(faces.front().path + ": has " + Count(faces.size(), "face") +
+             "; the largest one that is good enough is taken");
+        return {std::move(faces[LargestGood(faces)])};
+    }
+    size_t number = 0;
+    for (Face& face : faces) {
+        face.path += "#" + std::to_string(++number);
+    }
+    return faces;
+}
+
+void Judge(Face face, const FaceOptions& options, FacesRead& read) {
+    if (!IsGood(face) && !options.anyQuality && options.poor != Poor::kTaken) {
+        const std::string why = face.path + ": " + QualityWords(*face.found);
+        if (options.poor == Poor::kLeftOut) {
+            Warn("left out: " + why);
+            read.leftOut.push_back(why);
+            return;
+        }
+        Warn(why + "; what is said of it may be wrong");
+    }
+    read.faces.push_back(std::move(face));
+}
+
 } // namespace
 
+bool IsCrop(const FaceOptions& options) { return options.crop || !options.boxes.empty(); }
+
+CLI::Option* AddCropOption(CLI::App& command, bool& crop) {
+    return command.add_flag("--crop", crop,
+                            "Each picture is a crop that one face fills: look for none");
+}
+
+void AddAnyQualityOption(CLI::App& command, bool& anyQuality) {
+    command.add_flag("--any-quality", anyQuality,
+                     "Take faces, too, that are too small, blurred, dark, overexposed, turned, "
+                     "tilted, covered or cut off to be compared well");
+}
+
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures, int mostPictures) {
-    command.add_option("pictures", options.pictures, "PNG, JPEG, PGM or PPM files")
+    command
+        .add_option("pictures", options.pictures,
+                    "PNG, JPEG, PGM or PPM files; - is standard input")
         ->required()
         ->expected(fewestPictures, mostPictures)
         ->type_name("PICTURE");
+    CLI::Option* const crop = AddCropOption(command, options.crop);
     command
         .add_option("--box", options.boxes,
-                    "The face inside the picture in pixels, or 'all' for the whole picture "
-                    "(default). Give one box for all pictures or one for each, in order")
+                    "The face is in this box of the picture, in pixels, or fills it all ('all'): "
+                    "look for none. Give one box for all pictures or one for each, in order")
         ->allow_extra_args(false)
         ->check(CheckBox, "")
+        ->excludes(crop)
         ->type_name("x,y,w,h");
+    if (mostPictures > 1 && options.takesAll) {
+        command.add_flag_callback(
+            "--largest", [&options] { options.takesAll = false; },
+            "Of several faces in a picture take the largest that is good enough");
+    } else if (mostPictures > 1) {
+        command.add_flag("--all-faces", options.takesAll,
+                         "Take all faces of each picture; they are named picture#1, picture#2, "
+                         "the best first");
+    }
+    if (options.poor != Poor::kTaken) {
+        AddAnyQualityOption(command, options.anyQuality);
+    }
     command
         .add_option("--save-crop", options.cropPath,
                     "Write the 96 x 96 face crop that the recognition network saw. For several "
-                    "pictures the names are numbered (FILE-1.png, FILE-2.png), and files with "
+                    "faces the names are numbered (FILE-1.png, FILE-2.png), and files with "
                     "such a name that exist already are not replaced")
         ->type_name("FILE.png");
-    auto* const detect = command.add_flag(
-        "--detect", options.detect, "Find the largest face in each picture, a whole photograph");
-    detect->excludes("--box");
-    if (mostPictures > 1) {
-        command
-            .add_flag("--detect-all", options.detectAll,
-                      "Find all faces in each picture; they are named picture#1, picture#2, from "
-                      "the largest to the smallest")
-            ->excludes("--box")
-            ->excludes("--detect")
-            ->excludes("--save-crop");
-    }
     command.add_flag("--json", options.json, "Print one line of JSON");
 }
 
@@ -120,8 +180,18 @@ void AddCalibrationOption(CLI::App& command, std::string& path) {
         ->type_name("FILE");
 }
 
-std::optional<Calibration> CalibrationIfNamed(const std::string& path) {
-    return path.empty() ? std::nullopt : std::optional(LoadCalibration(path, ModelsDigest()));
+std::optional<Calibration> CalibrationIfNamed(const std::string& path, const FaceOptions& options) {
+    if (path.empty()) {
+        return std::nullopt;
+    }
+    Calibration calibration = LoadCalibration(path, ModelsDigest());
+    if (calibration.isOfCrops.value_or(IsCrop(options)) != IsCrop(options)) {
+        Warn(path + ": was made of " +
+             (IsCrop(options) ? "faces found in pictures, and these are crops"
+                              : "crops, and these faces are found in pictures") +
+             "; its scores mean something else here");
+    }
+    return calibration;
 }
 
 std::vector<OutputFile> CropFiles(const FaceOptions& options) {
@@ -139,46 +209,80 @@ std::vector<OutputFile> CropFiles(const FaceOptions& options) {
     return files;
 }
 
-void FillCropFiles(const std::vector<Face>& faces, std::vector<OutputFile>& files) {
-    for (size_t i = 0; i < files.size(); ++i) {
-        files[i].bytes = EncodePng(faces[i].crop, kCropSize, kCropSize, 1);
+void FillCropFiles(const std::vector<Face>& faces, const FaceOptions& options,
+                   std::vector<OutputFile>& files) {
+    if (files.empty()) {
+        return;
+    }
+    files.clear();
+    for (size_t i = 0; i < faces.size(); ++i) {
+        const bool isOne = options.pictures.size() == 1 && faces.size() == 1;
+        files.push_back({isOne ? options.cropPath : NumberedPath(options.cropPath, i + 1), isOne,
+                         EncodePng(faces[i].crop, kCropSize, kCropSize, 1)});
     }
 }
 
-std::vector<Face> RecogniseAll(const Recogniser& recogniser, const FaceOptions& options) {
+PictureRead ReadPicture(const Recogniser& recogniser, Finder& finder, const FaceOptions& options,
+                        size_t rank) {
+    const std::string& path = options.pictures[rank];
+    PictureRead read{LoadPicture(path), {}};
+    try {
+        read.faces = FacesOf(recogniser, finder, read.picture, ReadingOf(options, rank));
+    } catch (const Failure& failure) {
+        throw Failure(path + ": " + failure.what());
+    }
+    if (read.faces.empty()) {
+        throw Failure(path + ": " + kNoFace);
+    }
+    for (Face& face : read.faces) {
+        face.path = path;
+    }
+    return read;
+}
+
+Inspection InspectCrop(const Recogniser& recogniser, const FaceOptions& options) {
     CheckBoxCount(options);
-    std::vector<Face> faces;
+    const std::string& path = options.pictures.front();
+    const GreyPicture picture = LoadPicture(path);
+    try {
+        Inspection seen = recogniser.Inspect(picture, BoxOf(options, 0));
+        seen.face.path = path;
+        return seen;
+    } catch (const Failure& failure) {
+        throw Failure(path + ": " + failure.what());
+    }
+}
+
+FacesRead ReadFaces(const Recogniser& recogniser, const FaceOptions& options) {
+    CheckBoxCount(options);
+    CheckStandardInput(options);
+    Finder finder;
+    FacesRead read;
+    Progress progress("Reading");
     for (size_t i = 0; i < options.pictures.size(); ++i) {
-        const std::string& path = options.pictures[i];
-        if (!options.detectAll) {
-            const std::optional<Box> box = BoxOf(options, i);
-            faces.push_back(options.cropPath.empty() ? recogniser.Recognise(path, box)
-                                                     : recogniser.Inspect(path, box).face);
-            continue;
+        progress.Show(i, options.pictures.size());
+        PictureRead picture = ReadPicture(recogniser, finder, options, i);
+        for (Face& face : Wanted(std::move(picture.faces), options)) {
+            Judge(std::move(face), options, read);
         }
-        size_t number = 0;
-        for (const Box& box : DetectFaces(path)) {
-            faces.push_back(recogniser.Recognise(path, box));
-            faces.back().path += "#" + std::to_string(++number);
-        }
+        read.last = std::move(picture.picture);
     }
-    return faces;
-}
-
-Inspection InspectOne(const Recogniser& recogniser, const FaceOptions& options) {
-    CheckBoxCount(options);
-    return recogniser.Inspect(options.pictures.front(), BoxOf(options, 0));
+    progress.Close(options.pictures.size(), "pictures");
+    return read;
 }
 
 nlohmann::ordered_json PictureJson(const Face& face) {
-    return {{"path", face.path},
-            {"width", face.pictureWidth},
-            {"height", face.pictureHeight},
-            {"box",
-             {{"x", face.box.x},
-              {"y", face.box.y},
-              {"width", face.box.width},
-              {"height", face.box.height}}}};
+    nlohmann::ordered_json json = {
+        {"path", face.path}, {"width", face.pictureWidth}, {"height", face.pictureHeight}};
+    if (face.found) {
+        json.update(FaceJson(*face.found));
+    } else {
+        json["box"] = {{"x", face.box.x},
+                       {"y", face.box.y},
+                       {"width", face.box.width},
+                       {"height", face.box.height}};
+    }
+    return json;
 }
 
 } // namespace kova_cli

@@ -58,6 +58,14 @@ Searched Search(Finder& finder, const FindOptions& options, const std::string& p
     return searched;
 }
 
+std::vector<uint8_t> Drawn(const Searched& searched) {
+    std::vector<LabelledFace> faces;
+    for (const OrvoFindFace& face : searched.faces) {
+        faces.push_back({face, QualityLabel(face)});
+    }
+    return DrawFaces(searched.picture, faces);
+}
+
 std::string Text(const Searched& searched) {
     const size_t count = searched.faces.size();
     std::string text = OneLine(searched.path) + ", " + std::to_string(searched.picture.width) +
@@ -116,7 +124,7 @@ void RunFind(const FindOptions& options) {
                                            ORVO_FIND_CROP_SIZE, ORVO_FIND_CROP_SIZE, 1);
         }
         if (!options.outputPath.empty()) {
-            files.front().bytes = DrawFaces(searched.picture, searched.faces);
+            files.front().bytes = Drawn(searched);
         }
         text += options.json ? "" : Text(searched);
         json["pictures"].push_back(Json(searched));

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "faces/finder.h"
-#include "pictures/canvas.h"
+#include "terminal/label.h"
 
 namespace kova_cli {
 namespace {
@@ -21,14 +21,6 @@ double Short(float value) {
     return std::strtod(text, nullptr);
 }
 
-std::string Reasons(uint32_t reasons) {
-    std::string text;
-    for (const std::string& word : ReasonWords(reasons)) {
-        text += (text.empty() ? "" : ", ") + word;
-    }
-    return text.empty() ? "none" : text;
-}
-
 // The worst faces red, the best green.
 Colour ColourOf(int32_t quality) {
     constexpr Colour kBad = {220, 50, 40};
@@ -37,25 +29,36 @@ Colour ColourOf(int32_t quality) {
     return quality < 30 ? kBad : quality < 60 ? kFair : kGood;
 }
 
-void DrawFace(const OrvoFindFace& face, int32_t thickness, Canvas& canvas) {
-    const Colour colour = ColourOf(face.quality);
-    canvas.Outline(Rounded(face.left), Rounded(face.top), Rounded(face.left + face.side),
-                   Rounded(face.top + face.side), thickness, colour);
-    const int32_t dot = std::max(1, thickness);
-    for (const OrvoFindPoint& point : face.points) {
-        const int32_t x = Rounded(point.x);
-        const int32_t y = Rounded(point.y);
-        canvas.Fill(x - dot, y - dot, x + dot, y + dot, colour);
-    }
-    const std::string text = face.reasons == 0
-                                 ? std::to_string(face.quality)
-                                 : std::to_string(face.quality) + " " + Reasons(face.reasons);
+// As large as fits below the face with some more, within what suits the picture.
+int32_t TextScale(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture) {
+    constexpr double kOfFace = 1.2;
+    const auto most = static_cast<int32_t>(std::max(picture.width, picture.height) / 250);
+    const int32_t fits = static_cast<int32_t>(kOfFace * static_cast<double>(face.side)) /
+                         std::max(TextWidth(text, 1), 1);
+    return std::clamp(fits, 1, std::max(most, 1));
+}
+
+// Text on a dark ground, below a place or, where the picture ends there, inside it; moved to the left
+// as far as the picture ends.
+void DrawLabel(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture,
+               Canvas& canvas) {
     constexpr int32_t kTextHeight = 12;
-    const int32_t below = Rounded(face.top + face.side) + thickness + 4;
-    const int32_t left = std::max(Rounded(face.left), 2);
-    canvas.Fill(left - 2, below - 2, left + TextWidth(text, thickness) + 2,
-                below + thickness * kTextHeight, {20, 20, 24});
-    canvas.Write(left, below, text, thickness, colour);
+    const int32_t scale = TextScale(face, text, picture);
+    const int32_t height = scale * kTextHeight;
+    const int32_t width = TextWidth(text, scale) + 4;
+    const auto pictureWidth = static_cast<int32_t>(picture.width);
+    const auto pictureHeight = static_cast<int32_t>(picture.height);
+    const int32_t top = std::min(Rounded(face.top + face.side) + scale + 2, pictureHeight - height);
+    const int32_t left = std::clamp(Rounded(face.left), 0, std::max(pictureWidth - width, 0));
+    canvas.Fill(left, top, left + width, top + height, {20, 20, 24});
+    canvas.Write(left + 2, top + 2, text, scale, ColourOf(face.quality));
+}
+
+// A filled box stands for each character that cannot be drawn; of its bytes all but the first go.
+std::string Drawable(const std::string& text) {
+    std::string drawable = OneLine(text);
+    std::erase_if(drawable, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; });
+    return drawable;
 }
 
 } // namespace
@@ -67,7 +70,7 @@ std::string FaceLine(const OrvoFindFace& face) {
                   Rounded(face.side), Rounded(face.side), Rounded(face.left), Rounded(face.top),
                   static_cast<double>(face.score), Rounded(face.yaw), Rounded(face.roll),
                   static_cast<int>(face.quality));
-    return text + Reasons(face.reasons);
+    return text + ReasonsText(face.reasons);
 }
 
 nlohmann::ordered_json FaceJson(const OrvoFindFace& face) {
@@ -87,14 +90,45 @@ nlohmann::ordered_json FaceJson(const OrvoFindFace& face) {
     return json;
 }
 
-std::vector<uint8_t> DrawFaces(const GreyPicture& picture, const std::vector<OrvoFindFace>& faces) {
+std::string ReasonsText(uint32_t reasons) {
+    std::string text;
+    for (const std::string& word : ReasonWords(reasons)) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string QualityLabel(const OrvoFindFace& face) {
+    return std::to_string(face.quality) +
+           (face.reasons == 0 ? "" : " " + ReasonsText(face.reasons));
+}
+
+void DrawMarks(const OrvoFindFace& face, int32_t left, int32_t top, double scale, int32_t thickness,
+               Canvas& canvas) {
+    const auto at = [scale](int32_t corner, float length) {
+        return corner + static_cast<int32_t>(std::lround(scale * static_cast<double>(length)));
+    };
+    const Colour colour = ColourOf(face.quality);
+    canvas.Outline(at(left, face.left), at(top, face.top), at(left, face.left + face.side),
+                   at(top, face.top + face.side), thickness, colour);
+    for (const OrvoFindPoint& point : face.points) {
+        const int32_t x = at(left, point.x);
+        const int32_t y = at(top, point.y);
+        canvas.Fill(x - thickness, y - thickness, x + thickness, y + thickness, colour);
+    }
+}
+
+std::vector<uint8_t> DrawFaces(const GreyPicture& picture, const std::vector<LabelledFace>& faces) {
     Canvas canvas(picture.width, picture.height, {0, 0, 0});
     canvas.Place(0, 0, picture.pixels, picture.width, picture.height, 1);
     const uint32_t larger = std::max(picture.width, picture.height);
     const int32_t thickness = std::max(1, static_cast<int32_t>(larger / 500));
-    // The best one last, so that nothing lies over it.
+    // The best one last, so that nothing lies over it; labels over all boxes.
     for (size_t i = faces.size(); i-- > 0;) {
-        DrawFace(faces[i], thickness, canvas);
+        DrawMarks(faces[i].face, 0, 0, 1, thickness, canvas);
+    }
+    for (size_t i = faces.size(); i-- > 0;) {
+        DrawLabel(faces[i].face, Drawable(faces[i].label), picture, canvas);
     }
     return canvas.Png();
 }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <filesystem>
 #include <map>
 #include <memory>
 
 #include "commands/commands.h"
 #include "commands/face_options.h"
 #include "files/failure.h"
+#include "gallery/exporting.h"
 #include "gallery/gallery.h"
 #include "terminal/json_line.h"
 #include "terminal/label.h"
@@ -14,25 +16,47 @@ namespace {
 
 struct GalleryOptions {
     std::string path;
-    std::string remove; // empty: nobody
+    std::string remove;     // empty: nobody
+    std::string exportPath; // empty: nothing is exported
     bool json = false;
 };
 
-constexpr const char* kNotes = R"(Examples:
-  kova-fr gallery people.gallery
-  kova-fr gallery --remove ada people.gallery)";
+constexpr const char* kNotes =
+    R"(Lists the names, how many features each has, and the models that made them; kova-fr
+info shows those of this program. --remove writes the file anew, so that nothing of
+the person stays in it. --export writes features for other programs, by the
+ending of the name: FILE.csv has a line an entry, the name and 128 numbers; FILE.npy
+is NumPy's array of 32-bit floats, a row an entry, and the rows' names stand in
+FILE.names.csv beside it. Features are of unit length, so that their inner product is
+the score that identify prints.
 
-void Remove(const GalleryOptions& options, const Sha256& models) {
-    Gallery gallery = LoadGallery(options.path, models);
-    if (gallery.Remove(options.remove) == 0) {
+Examples:
+  kova-fr gallery people.gallery
+  kova-fr gallery --remove ada people.gallery
+  kova-fr gallery --export people.npy people.gallery)";
+
+using Counts = std::map<std::string, size_t>;
+
+bool EndsIn(const std::string& path, const char* extension) {
+    return std::filesystem::path(path).extension() == extension;
+}
+
+std::string CheckExport(const std::string& path) {
+    return EndsIn(path, ".npy") || EndsIn(path, ".csv")
+               ? ""
+               : "'" + path + "' ends neither in .npy nor in .csv";
+}
+
+void Remove(const GalleryOptions& options) {
+    const GalleryLock lock(options.path);
+    if (RemoveFromGallery(lock, ModelsDigest(), options.remove) == 0) {
         throw Failure(options.path + ": there is no " + options.remove +
                       "; see kova-fr gallery for the names");
     }
-    WriteFiles({{options.path, true, PackGallery(gallery)}});
 }
 
-std::map<std::string, size_t> FeaturesOfNames(const GalleryFile& gallery) {
-    std::map<std::string, size_t> counts;
+Counts FeaturesOfNames(const GalleryFile& gallery) {
+    Counts counts;
     gallery.Read([&counts](const GalleryBlock& block) {
         for (const std::string_view name : block.names) {
             ++counts[std::string(name)];
@@ -41,19 +65,19 @@ std::map<std::string, size_t> FeaturesOfNames(const GalleryFile& gallery) {
     return counts;
 }
 
-std::string Text(const std::map<std::string, size_t>& counts) {
-    size_t features = 0;
+std::string Text(const GalleryFile& gallery, const Counts& counts) {
     std::string text;
     for (const auto& [name, count] : counts) {
         text += PadLeft(std::to_string(count), 6) + "  " + OneLine(name) + "\n";
-        features += count;
     }
-    return text + std::to_string(counts.size()) + (counts.size() == 1 ? " name, " : " names, ") +
-           std::to_string(features) + (features == 1 ? " feature\n" : " features\n");
+    text += std::to_string(counts.size()) + (counts.size() == 1 ? " name, " : " names, ") +
+            std::to_string(gallery.count()) + (gallery.count() == 1 ? " feature" : " features");
+    return text + "\nmade by " + (gallery.models() == ModelsDigest() ? "" : "other ") +
+           "models sha256 " + Hex(gallery.models()) + "\n";
 }
 
-std::string Json(const std::map<std::string, size_t>& counts) {
-    nlohmann::ordered_json json;
+std::string Json(const GalleryFile& gallery, const Counts& counts) {
+    nlohmann::ordered_json json = {{"models_sha256", Hex(gallery.models())}};
     json["names"] = nlohmann::ordered_json::array();
     for (const auto& [name, count] : counts) {
         json["names"].push_back({{"name", name}, {"features", count}});
@@ -61,26 +85,61 @@ std::string Json(const std::map<std::string, size_t>& counts) {
     return JsonLine(json);
 }
 
+void List(const GalleryFile& gallery, bool json) {
+    const Counts counts = FeaturesOfNames(gallery);
+    WriteStandardOutput(json ? Json(gallery, counts) : Text(gallery, counts));
+}
+
+void Export(const GalleryFile& gallery, const GalleryOptions& options) {
+    const std::string& path = options.exportPath;
+    CheckOutputs({{path, true, {}}}, {options.path});
+    std::vector<std::string> files = {path};
+    uint64_t entries = 0;
+    if (EndsIn(path, ".csv")) {
+        entries = ExportCsv(gallery, path);
+    } else {
+        files.push_back(NamesPath(path));
+        entries = ExportNpy(gallery, path, files.back());
+    }
+    if (options.json) {
+        WriteStandardOutput(JsonLine(
+            {{"features", entries}, {"models_sha256", Hex(gallery.models())}, {"files", files}}));
+        return;
+    }
+    std::string text = std::to_string(entries) + (entries == 1 ? " feature: " : " features: ");
+    for (const std::string& file : files) {
+        text += (file == path ? "" : ", ") + OneLine(file);
+    }
+    WriteStandardOutput(text + "\n");
+}
+
 void RunGallery(const GalleryOptions& options) {
     const Recogniser opened; // opens the models, whose digest the gallery carries
-    const GalleryLock lock(options.path);
-    const Sha256 models = ModelsDigest();
     if (!options.remove.empty()) {
-        Remove(options, models);
+        Remove(options);
     }
-    const std::map<std::string, size_t> counts = FeaturesOfNames(GalleryFile(options.path, models));
-    WriteStandardOutput(options.json ? Json(counts) : Text(counts));
+    const GalleryFile gallery(options.path);
+    if (!options.exportPath.empty()) {
+        Export(gallery, options);
+    } else {
+        List(gallery, options.json);
+    }
 }
 
 } // namespace
 
 void AddGalleryCommand(CLI::App& program) {
-    CLI::App& command =
-        *program.add_subcommand("gallery", "List the names in a gallery, or remove one");
+    CLI::App& command = *program.add_subcommand(
+        "gallery", "List the names in a gallery, remove one, or export the features");
     const auto options = std::make_shared<GalleryOptions>();
     command.add_option("gallery", options->path, "Gallery file")->required()->type_name("GALLERY");
     command.add_option("--remove", options->remove, "Remove all features of this name")
         ->type_name("NAME");
+    command
+        .add_option("--export", options->exportPath,
+                    "Write all features to FILE.npy (and the names to FILE.names.csv) or FILE.csv")
+        ->check(CheckExport, "")
+        ->type_name("FILE");
     command.add_flag("--json", options->json, "Print one JSON object");
     command.footer(kNotes);
     command.callback([options] { RunGallery(*options); });

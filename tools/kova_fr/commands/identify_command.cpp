@@ -7,6 +7,7 @@
 #include "calibration/calibration_words.h"
 #include "commands/commands.h"
 #include "commands/face_options.h"
+#include "commands/found_faces.h"
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
 #include "gallery/search.h"
@@ -21,12 +22,13 @@ struct IdentifyOptions {
     std::string calibrationPath; // empty: none
     FaceOptions faces;
     size_t top = 5;
+    std::string annotatedPath; // empty: no picture is wanted
     std::optional<float> threshold;
 };
 
 constexpr const char* kMeaning =
-    R"(Looks each face up among all features of the gallery, by the float inner product
-that compare prints; a million features take well under a second. With
+    R"(Looks each face of each picture up among all features of the gallery, by the inner
+product that compare prints; a million features take well under a second. With
 --calibration it is the normalised score that ranks and that --threshold means, and
 a million features take some seconds. Of a name with several features the best one
 counts. With --threshold only names at least that
@@ -42,11 +44,11 @@ Examples:
   kova-fr identify --top 1 --threshold )" +
            ThresholdOfExamples() + R"( people.gallery a.jpg b.jpg
   kova-fr identify --calibration door.calibration people.gallery somebody.jpg
-  kova-fr identify --detect-all --json people.gallery party.jpg)";
+  kova-fr identify --annotate named.png people.gallery party.jpg)";
 }
 
 struct Answer {
-    std::string path;
+    const Face* face;
     std::vector<Match> matches;
 };
 
@@ -63,7 +65,7 @@ std::vector<Answer> Identify(const GalleryFile& gallery, const std::vector<Face>
                     : Search(gallery, features, options.top);
     std::vector<Answer> answers;
     for (size_t i = 0; i < faces.size(); ++i) {
-        Answer answer{faces[i].path, std::move(matches[i])};
+        Answer answer{&faces[i], std::move(matches[i])};
         if (options.threshold) {
             std::erase_if(answer.matches, [&options](const Match& match) {
                 return match.score < *options.threshold;
@@ -81,7 +83,7 @@ Rarity RarityOf(const Calibration& calibration, const Match& match) {
 std::string Text(const std::vector<Answer>& answers, const MaybeCalibration& calibration) {
     std::string text;
     for (const Answer& answer : answers) {
-        text += OneLine(answer.path) + "\n";
+        text += OneLine(answer.face->path) + "\n";
         for (const Match& match : answer.matches) {
             char number[32];
             std::snprintf(number, sizeof number, "  %8.6f  ", static_cast<double>(match.score));
@@ -107,7 +109,7 @@ nlohmann::ordered_json MatchJson(const Match& match, const MaybeCalibration& cal
 }
 
 std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
-                 const MaybeCalibration& calibration) {
+                 const MaybeCalibration& calibration, bool isCrop) {
     nlohmann::ordered_json json;
     json["features"] = gallery.count();
     json["pictures"] = nlohmann::ordered_json::array();
@@ -116,9 +118,11 @@ std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
         for (const Match& match : answer.matches) {
             matches.push_back(MatchJson(match, calibration));
         }
-        json["pictures"].push_back({{"path", answer.path}, {"matches", matches}});
+        nlohmann::ordered_json picture = PictureJson(*answer.face);
+        picture["matches"] = matches;
+        json["pictures"].push_back(picture);
     }
-    json["thresholds"] = ShippedThresholds();
+    json["thresholds"] = ShippedThresholds(isCrop);
     if (calibration) {
         json["calibration"] = {{"pictures", calibration->pictures},
                                {"people", calibration->people},
@@ -127,18 +131,72 @@ std::string Json(const GalleryFile& gallery, const std::vector<Answer>& answers,
     return JsonLine(json);
 }
 
+// Below which score a picture names nobody: the one that was asked for, or the one that accepts 1 % of
+// strangers; none where nobody measured that.
+std::optional<double> LeastToBeNamed(const IdentifyOptions& options,
+                                     const MaybeCalibration& calibration) {
+    constexpr double kFalseAccepts = 1e-2;
+    if (options.threshold) {
+        return static_cast<double>(*options.threshold);
+    }
+    return calibration ? ThresholdFor(calibration->thresholds, kFalseAccepts)
+                       : ShippedThreshold(kFalseAccepts);
+}
+
+// The most alike name of a face with its score.
+std::string NameLabel(const Answer& answer, const std::optional<double>& least) {
+    if (answer.matches.empty() ||
+        static_cast<double>(answer.matches.front().score) < least.value_or(-2)) {
+        return "nobody";
+    }
+    char number[32];
+    std::snprintf(number, sizeof number, " %.2f",
+                  static_cast<double>(answer.matches.front().score));
+    return answer.matches.front().name + number;
+}
+
+std::vector<uint8_t> Annotated(const GreyPicture& picture, const std::vector<Answer>& answers,
+                               const std::optional<double>& least) {
+    std::vector<LabelledFace> faces;
+    for (const Answer& answer : answers) {
+        faces.push_back({*answer.face->found, NameLabel(answer, least)});
+    }
+    return DrawFaces(picture, faces);
+}
+
+std::vector<OutputFile> AnnotatedFiles(const IdentifyOptions& options) {
+    if (options.annotatedPath.empty()) {
+        return {};
+    }
+    if (options.faces.pictures.size() != 1) {
+        throw CLI::ValidationError("--annotate", "takes one picture");
+    }
+    if (options.annotatedPath == options.faces.cropPath) {
+        throw CLI::ValidationError("--annotate", "names the same file as --save-crop");
+    }
+    return {{options.annotatedPath, true, {}}};
+}
+
 void RunIdentify(const IdentifyOptions& options) {
-    std::vector<OutputFile> crops = CropFiles(options.faces);
-    CheckOutputs(crops, options.faces.pictures);
+    std::vector<OutputFile> files = CropFiles(options.faces);
+    CheckOutputs(files, options.faces.pictures);
+    std::vector<OutputFile> annotated = AnnotatedFiles(options);
+    CheckOutputs(annotated, options.faces.pictures);
     const Recogniser recogniser;
     const GalleryFile gallery(options.galleryPath, ModelsDigest());
-    const MaybeCalibration calibration = CalibrationIfNamed(options.calibrationPath);
-    const std::vector<Face> faces = RecogniseAll(recogniser, options.faces);
+    const MaybeCalibration calibration = CalibrationIfNamed(options.calibrationPath, options.faces);
+    const FacesRead read = ReadFaces(recogniser, options.faces);
+    const std::vector<Face>& faces = read.faces;
     const std::vector<Answer> answers = Identify(gallery, faces, options, calibration);
-    FillCropFiles(faces, crops);
-    WriteFiles(crops);
-    WriteStandardOutput(options.faces.json ? Json(gallery, answers, calibration)
-                                           : Text(answers, calibration));
+    FillCropFiles(faces, options.faces, files);
+    for (OutputFile& file : annotated) {
+        file.bytes = Annotated(read.last, answers, LeastToBeNamed(options, calibration));
+        files.push_back(std::move(file));
+    }
+    WriteFiles(files);
+    WriteStandardOutput(options.faces.json
+                            ? Json(gallery, answers, calibration, IsCrop(options.faces))
+                            : Text(answers, calibration));
     const bool isNobody = std::any_of(answers.begin(), answers.end(),
                                       [](const Answer& a) { return a.matches.empty(); });
     if (options.threshold && isNobody) {
@@ -154,12 +212,22 @@ void AddIdentifyCommand(CLI::App& program) {
     command.add_option("gallery", options->galleryPath, "Gallery file of kova-fr enroll")
         ->required()
         ->type_name("GALLERY");
+    options->faces.takesAll = true;
+    options->faces.poor = Poor::kWarned;
     AddFaceOptions(command, options->faces, 1);
     AddCalibrationOption(command, options->calibrationPath);
     command.add_option("--top", options->top, "How many names to list at most")
         ->capture_default_str()
         ->check(CLI::Range(1, 1'000'000))
         ->type_name("K");
+    command
+        .add_option("--annotate", options->annotatedPath,
+                    "Write the picture with a box around every face and the most alike name below, "
+                    "or 'nobody' below --threshold (without one: that which accepts 1 % of "
+                    "strangers)")
+        ->excludes("--crop")
+        ->excludes("--box")
+        ->type_name("FILE.png");
     command
         .add_option("--threshold", options->threshold,
                     "List only names whose distance, or normalised score, is at least this; exit "

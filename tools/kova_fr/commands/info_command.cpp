@@ -19,6 +19,8 @@ namespace {
 constexpr const char* kNotes =
     R"(A model's digest is the SHA-256 of its opened arrays, one after the other in the
 order of the registry: it names the weights that this build really computes with.
+Galleries and calibrations carry that of both models, one behind the other, since
+features of other models mean nothing to these. The model cards show all three.
 
 Examples:
   kova-fr info
@@ -29,6 +31,7 @@ struct Info {
     uint32_t workingMemory = 0;
     std::string alignDigest;
     std::string recognitionDigest;
+    std::string modelsDigest; // of both
     std::string customData;
 };
 
@@ -46,6 +49,7 @@ Info Gather() {
     info.workingMemory = OrvoFrGetMemorySize();
     info.alignDigest = Hex(AlignModelDigest());
     info.recognitionDigest = Hex(RecognitionModelDigest());
+    info.modelsDigest = Hex(ModelsDigest());
     info.customData = CustomData();
     return info;
 }
@@ -54,7 +58,8 @@ std::string Text(const Info& info) {
     return "version             " ORVO_VERSION "\ninstruction set     " + info.instructionSet +
            "\nworking memory      " + std::to_string(info.workingMemory) +
            " bytes\nalignment model     sha256 " + info.alignDigest +
-           "\nrecognition model   sha256 " + info.recognitionDigest + "\ncustom data         " +
+           "\nrecognition model   sha256 " + info.recognitionDigest + "\nboth, as galleries  sha256 " +
+           info.modelsDigest + "\ncustom data         " +
            (info.customData.empty() ? "none" : OneLine(info.customData)) + "\n\n" +
            ThresholdsText();
 }
@@ -66,6 +71,7 @@ std::string Json(const Info& info) {
     json["working_memory_bytes"] = info.workingMemory;
     json["align_sha256"] = info.alignDigest;
     json["fr_sha256"] = info.recognitionDigest;
+    json["models_sha256"] = info.modelsDigest;
     // Any bytes may be hidden in the table, text or not.
     json["custom_data_hex"] =
         Hex({reinterpret_cast<const uint8_t*>(info.customData.data()), info.customData.size()});

@@ -1,23 +1,49 @@
 // SPDX-License-Identifier: MIT
 #include "evaluation/eval_features.h"
 
-#include <cstdio>
-
-#include "faces/detector.h"
+#include "faces/faces_of.h"
 #include "files/failure.h"
-#include "terminal/label.h"
 #include "terminal/progress.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
 namespace {
 
-Feature FeatureOf(const Recogniser& recogniser, const std::string& path, bool detect) {
-    std::optional<Box> box;
-    if (detect) {
-        box = DetectFaces(path).front();
+// The largest good face counts, as for all commands that take one.
+class Reader {
+  public:
+    Reader(const Recogniser& recogniser, const FeatureReading& reading)
+        : recogniser_(recogniser), reading_(reading) {}
+
+    Feature operator()(const std::string& path) {
+        const GreyPicture picture = LoadPicture(path);
+        try {
+            return FeatureOf(FacesOf(recogniser_, finder_, picture, {reading_.isCrop}));
+        } catch (const Failure& failure) {
+            throw Failure(path + ": " + failure.what());
+        }
     }
-    return recogniser.Recognise(path, box).feature;
-}
+
+    size_t withSeveral() const { return withSeveral_; }
+
+  private:
+    Feature FeatureOf(const std::vector<Face>& faces) {
+        if (faces.empty()) {
+            throw Failure(kNoFace);
+        }
+        const Face& face = faces[LargestGood(faces)];
+        if (!IsGood(face) && !reading_.anyQuality) {
+            throw Failure(QualityWords(*face.found));
+        }
+        withSeveral_ += faces.size() > 1 ? 1 : 0;
+        return face.feature;
+    }
+
+    const Recogniser& recogniser_;
+    const FeatureReading& reading_;
+    Finder finder_;
+    size_t withSeveral_ = 0;
+};
 
 } // namespace
 
@@ -25,21 +51,26 @@ std::vector<std::optional<Feature>> ReadFeatures(const Recogniser& recogniser,
                                                  const EvalInput& input,
                                                  const FeatureReading& reading,
                                                  std::vector<std::string>& leftOut) {
+    Reader featureOf(recogniser, reading);
     Progress progress("Reading");
     std::vector<std::optional<Feature>> features;
     for (const std::string& path : input.pictures) {
         progress.Show(features.size(), input.pictures.size());
         try {
-            features.emplace_back(FeatureOf(recogniser, path, reading.detect));
+            features.emplace_back(featureOf(path));
         } catch (const Failure& failure) {
             if (reading.strict) {
                 throw;
             }
-            progress.Clear();
-            std::fprintf(stderr, "kova-fr: left out: %s\n", OneLine(failure.what()).c_str());
+            Warn(std::string("left out: ") + failure.what());
             leftOut.emplace_back(failure.what());
             features.emplace_back(std::nullopt);
         }
+    }
+    progress.Close(input.pictures.size(), "pictures");
+    if (featureOf.withSeveral() > 0) {
+        Warn(std::to_string(featureOf.withSeveral()) +
+             " of the pictures have several faces; the largest one that is good enough was taken");
     }
     return features;
 }

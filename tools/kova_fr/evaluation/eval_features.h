@@ -11,8 +11,9 @@
 namespace kova_cli {
 
 struct FeatureReading {
-    bool detect = false; // whole photographs: find the largest face in each
-    bool strict = false; // a picture that cannot be used is a Failure
+    bool isCrop = false;     // each is a crop that one face fills, in place of a whole photograph
+    bool anyQuality = false; // a face that is not good enough is no reason to leave a picture out
+    bool strict = false;     // a picture that cannot be used is a Failure
 };
 
 // The feature of each picture; none where it cannot be used, which is said on standard error at once

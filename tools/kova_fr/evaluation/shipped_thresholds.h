@@ -2,6 +2,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 namespace kova_cli {
@@ -11,12 +12,24 @@ namespace kova_cli {
 // models, and tools/measure_thresholds.py renews them. A build with models for which nobody
 // measured any has none, and says so.
 
+// They are of faces found in whole pictures, and once more of crops that one face fills: `isCrop`
+// says which are wanted.
+
 // As in the file, with the warning that belongs to them; null where there are none.
-const nlohmann::ordered_json& ShippedThresholds();
+nlohmann::ordered_json ShippedThresholds(bool isCrop = false);
+
+// Scores of the pairs of strangers there, [how many pairs score at least that, score], the highest
+// first; empty where there are none.
+nlohmann::ordered_json ShippedStrangers(bool isCrop);
 
 // Which shares of the pairs of strangers reach which distance, where that was measured, and what
 // moves it. Some lines of at most 80 columns.
-std::string ThresholdsText();
+std::string ThresholdsText(bool isCrop = false);
+
+// Of thresholds in the form of the file's "at" the one for this rate of false accepts.
+std::optional<double> ThresholdFor(const nlohmann::ordered_json& at, double falseAccepts);
+// The same of the shipped ones.
+std::optional<double> ShippedThreshold(double falseAccepts, bool isCrop = false);
 
 // For examples that a user may copy: the one that accepts 1 of 1000 pairs of strangers.
 std::string ThresholdOfExamples();

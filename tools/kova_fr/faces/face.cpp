@@ -39,22 +39,15 @@ void CheckStructure(const GreyPicture& picture, const Box& box) {
     }
 }
 
-// Loads the picture and hands its frame to `use`, with a face that knows where it comes from. The
-// Failure names the picture.
+// Hands the frame of the picture to `use`, with a face that knows where it comes from.
 template <typename Use>
-void WithFrame(const std::string& path, const std::optional<Box>& box, const Use& use) {
-    const GreyPicture picture = LoadPicture(path);
-    try {
-        Face face;
-        face.path = path;
-        face.pictureWidth = picture.width;
-        face.pictureHeight = picture.height;
-        face.box = FrameBox(picture, box);
-        CheckStructure(picture, face.box);
-        use(MediaFrame(picture, face.box), face);
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+void WithFrame(const GreyPicture& picture, const std::optional<Box>& box, const Use& use) {
+    Face face;
+    face.pictureWidth = picture.width;
+    face.pictureHeight = picture.height;
+    face.box = FrameBox(picture, box);
+    CheckStructure(picture, face.box);
+    use(MediaFrame(picture, face.box), face);
 }
 
 } // namespace
@@ -74,18 +67,18 @@ Recogniser::Recogniser() {
 
 Recogniser::~Recogniser() { kova_fr_deinit(); }
 
-Face Recogniser::Recognise(const std::string& path, const std::optional<Box>& box) const {
+Face Recogniser::Recognise(const GreyPicture& picture, const std::optional<Box>& box) const {
     Face result;
-    WithFrame(path, box, [&result](const MediaFrame& frame, Face& face) {
+    WithFrame(picture, box, [&result](const MediaFrame& frame, Face& face) {
         Extract(frame, face);
         result = std::move(face);
     });
     return result;
 }
 
-Inspection Recogniser::Inspect(const std::string& path, const std::optional<Box>& box) const {
+Inspection Recogniser::Inspect(const GreyPicture& picture, const std::optional<Box>& box) const {
     Inspection result;
-    WithFrame(path, box, [&result](const MediaFrame& frame, Face& face) {
+    WithFrame(picture, box, [&result](const MediaFrame& frame, Face& face) {
         Extract(frame, face);
         result.face = std::move(face);
         result.frame = ScaledFrame(frame.image());

@@ -9,27 +9,31 @@
 
 #include "faces/media_frame.h"
 #include "fr_demo/face_box.h"
+#include "orvo/orvo_find.h"
 #include "orvo/orvo_fr.h"
 
 namespace kova_cli {
 
 using Feature = std::array<float, KOVA_FR_FEATURE_LEN>;
 
-// What became of one picture.
+// A face of a picture, ready to be compared.
 struct Face {
-    std::string path;
+    std::string path; // as messages name it
     uint32_t pictureWidth = 0;
     uint32_t pictureHeight = 0;
-    Box box; // the part that was the frame
+    // Where it was found, with landmarks and quality; none where the picture, or a box in it, was
+    // said to be the face.
+    std::optional<OrvoFindFace> found;
+    Box box; // without `found`: the part of the picture that was the frame
     Feature feature = {};
-    // What the recognition network saw, kCropSize rows and columns; empty unless it was inspected.
+    // What the recognition network saw, kCropSize rows and columns; empty unless it was asked for.
     std::vector<uint8_t> crop;
 };
 
 inline constexpr uint32_t kCropSize = ORVO_FR_CROP_SIZE;
 inline constexpr uint32_t kFrameSize = ORVO_FR_IMAGE_SIZE;
 
-// A face with what lies between the picture and the feature.
+// A picture that one face fills, with what lies between it and the feature.
 struct Inspection {
     Face face;
     std::vector<uint8_t> frame; // what the library looked at, kFrameSize rows and columns
@@ -44,9 +48,10 @@ class Recogniser {
     Recogniser(const Recogniser&) = delete;
     Recogniser& operator=(const Recogniser&) = delete;
 
-    // The Failure names the picture.
-    Face Recognise(const std::string& path, const std::optional<Box>& box) const;
-    Inspection Inspect(const std::string& path, const std::optional<Box>& box) const;
+    // The face that fills the picture or the box in it; the alignment network looks where exactly.
+    // No Failure names the picture.
+    Face Recognise(const GreyPicture& picture, const std::optional<Box>& box) const;
+    Inspection Inspect(const GreyPicture& picture, const std::optional<Box>& box) const;
     float Distance(const Feature& a, const Feature& b) const;
 };
 

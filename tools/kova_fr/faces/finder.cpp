@@ -4,23 +4,10 @@
 #include <algorithm>
 
 #include "files/failure.h"
+#include "pictures/reduce.h"
 
 namespace kova_cli {
 namespace {
-
-GreyPicture Halved(const GreyPicture& picture) {
-    GreyPicture half{picture.width / 2, picture.height / 2, {}};
-    half.pixels.reserve(size_t{half.width} * half.height);
-    for (uint32_t y = 0; y < half.height; ++y) {
-        const uint8_t* const upper = &picture.pixels[size_t{2} * y * picture.width];
-        const uint8_t* const lower = upper + picture.width;
-        for (size_t x = 0; x < 2 * size_t{half.width}; x += 2) {
-            const int sum = upper[x] + upper[x + 1] + lower[x] + lower[x + 1];
-            half.pixels.push_back(static_cast<uint8_t>((sum + 2) >> 2));
-        }
-    }
-    return half;
-}
 
 void Enlarge(OrvoFindFace& face) {
     for (float* length : {&face.left, &face.top, &face.side}) {
@@ -92,14 +79,14 @@ void Finder::MakeMemory(uint32_t size) {
     Check(OrvoFindSetMemory(memory_.data(), static_cast<uint32_t>(memory_.size())));
 }
 
-std::vector<OrvoFindFace> Finder::Find(const GreyPicture& picture, std::optional<int32_t> smallest,
-                                       int32_t most) {
+Finder::Features Finder::Look(const GreyPicture& picture, std::optional<int32_t> smallest,
+                              int32_t most, bool withFeatures) {
     if (IsTooLarge(picture)) {
         const std::optional<int32_t> half =
             smallest ? std::optional(std::max(*smallest / 2, 1)) : std::nullopt;
-        std::vector<OrvoFindFace> faces = Find(Halved(picture), half, most);
-        std::ranges::for_each(faces, Enlarge);
-        return faces;
+        Features found = Look(Halved(picture), half, most, withFeatures);
+        std::ranges::for_each(found.faces, Enlarge);
+        return found;
     }
     const OrvoFindPicture view = ViewOf(picture);
     if (std::min(view.width, view.height) < ORVO_FIND_LEAST_SIDE) {
@@ -114,11 +101,29 @@ std::vector<OrvoFindFace> Finder::Find(const GreyPicture& picture, std::optional
                       " pixels in; look for larger ones (--smallest)");
     }
     MakeMemory(size);
-    std::vector<OrvoFindFace> faces(static_cast<size_t>(most));
+    Features found;
+    found.faces.resize(static_cast<size_t>(most));
     int32_t count = 0;
-    Check(OrvoFindRun(&view, least, faces.data(), most, &count));
-    faces.resize(static_cast<size_t>(count));
-    return faces;
+    if (withFeatures) {
+        found.features.resize(found.faces.size());
+        Check(OrvoFindFeatures(&view, least, found.faces.data(), found.features.front().data(),
+                               most, &count));
+        found.features.resize(static_cast<size_t>(count));
+    } else {
+        Check(OrvoFindRun(&view, least, found.faces.data(), most, &count));
+    }
+    found.faces.resize(static_cast<size_t>(count));
+    return found;
+}
+
+std::vector<OrvoFindFace> Finder::Find(const GreyPicture& picture, std::optional<int32_t> smallest,
+                                       int32_t most) {
+    return Look(picture, smallest, most, false).faces;
+}
+
+Finder::Features Finder::FindFeatures(const GreyPicture& picture, std::optional<int32_t> smallest,
+                                      int32_t most) {
+    return Look(picture, smallest, most, true);
 }
 
 std::vector<uint8_t> Finder::Upright(const GreyPicture& picture, const OrvoFindFace& face) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "faces/face.h"
 #include "orvo/orvo_find.h"
 #include "pictures/picture_io.h"
 
@@ -22,11 +23,21 @@ class Finder {
     std::vector<OrvoFindFace> Find(const GreyPicture& picture, std::optional<int32_t> smallest,
                                    int32_t most);
 
+    // The same with a feature of each, for which a Recogniser must live.
+    struct Features {
+        std::vector<OrvoFindFace> faces;
+        std::vector<Feature> features;
+    };
+    Features FindFeatures(const GreyPicture& picture, std::optional<int32_t> smallest,
+                          int32_t most);
+
     // A face of this picture turned upright: ORVO_FIND_CROP_SIZE rows and columns.
     std::vector<uint8_t> Upright(const GreyPicture& picture, const OrvoFindFace& face);
 
   private:
     void MakeMemory(uint32_t size);
+    Features Look(const GreyPicture& picture, std::optional<int32_t> smallest, int32_t most,
+                  bool withFeatures);
 
     std::vector<uint8_t> memory_;
 };

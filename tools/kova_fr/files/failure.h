@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace kova_cli {
 
@@ -14,5 +15,15 @@ class Failure : public std::runtime_error {
 
 // All was done and said, and nobody was recognised: ends the program with status 3.
 class NobodyRecognised {};
+
+// Names the file in the Failures of a step that does not know its name.
+template <typename Step>
+auto Naming(const std::string& path, const Step& step) {
+    try {
+        return step();
+    } catch (const Failure& failure) {
+        throw Failure(path + ": " + failure.what());
+    }
+}
 
 } // namespace kova_cli

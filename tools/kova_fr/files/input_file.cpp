@@ -100,6 +100,14 @@ InputFile::~InputFile() {
     }
 }
 
+uint64_t InputFile::SizeNow() const {
+    struct stat status = {};
+    if (file_ != nullptr && fstat(fileno(file_), &status) != 0) {
+        FailToRead(errno);
+    }
+    return file_ != nullptr ? static_cast<uint64_t>(status.st_size) : size_;
+}
+
 void InputFile::Read(uint64_t at, void* to, size_t count) const {
     auto* bytes = static_cast<uint8_t*>(to);
     if (file_ == nullptr) {

@@ -23,6 +23,7 @@ class InputFile {
     InputFile& operator=(const InputFile&) = delete;
 
     uint64_t size() const { return size_; } // when it was opened
+    uint64_t SizeNow() const;
     void Read(uint64_t at, void* to, size_t count) const;
 
   private:

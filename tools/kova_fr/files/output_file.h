@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,14 +13,8 @@ struct OutputFile {
     std::string path;
     bool mayReplace = true;
     std::vector<uint8_t> bytes;
+    bool isPrivate = false; // a new one is readable by its owner alone
 };
-
-// Where the links of a path lead, also to a file that is not there yet, so that a link itself stays
-// one.
-std::filesystem::path RealPlace(const std::string& path);
-
-// The folder that a place lies in.
-std::filesystem::path FolderOf(const std::filesystem::path& place);
 
 // Refuses what would only fail after the work: files that exist and may not be replaced, and files
 // that are one of `inputs`.

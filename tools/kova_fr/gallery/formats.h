@@ -21,8 +21,12 @@
 //             that of what stands before the entries' number
 //
 // A block can be checked by itself, and since each checksum begins from another, blocks that were
-// lost, exchanged or left over from an earlier file are noticed as well as changed bytes are. Blocks
-// can be added without touching the others.
+// lost, exchanged or left over from an earlier file are noticed as well as changed bytes are.
+//
+// Blocks are added behind the others, and the header is exchanged last (appending.cpp). So the file
+// may be longer than the header says: what follows was not finished and does not count. But where
+// the header does not fit its checksum, as after a loss of power while it was exchanged, the file's
+// last 96 bytes are the header, if they fit theirs and say that the blocks end before them.
 //
 // Version 1, which earlier programs wrote, goes on with
 //
@@ -33,7 +37,7 @@
 //   32        SHA-256 of everything before
 //
 // Features of other models mean nothing to this one, and half a file is worse than none: both are
-// refused.
+// refused. docs/GALLERY.md says the same to those who read galleries with programs of their own.
 #pragma once
 
 #include <string_view>
@@ -58,21 +62,24 @@ inline constexpr size_t kBlockEntries = 512; // 256 KiB of features stay in a se
 [[noreturn]] void FailCutShort();
 [[noreturn]] void FailDamaged();
 [[noreturn]] void FailInconsistent();
-[[noreturn]] void FailOtherModels();
+[[noreturn]] void FailNoFeature(uint64_t entry);
+[[noreturn]] void FailOtherLength(uint32_t featureLength);
+
+// Finite numbers and unit length, which every feature has. The distances mean nothing without.
+bool IsFeature(const float* feature);
 
 // Takes the next `count` names from the front of `rest`; false if they do not fit into it.
 bool TakeNames(Bytes& rest, size_t count, std::vector<std::string_view>& names);
 void AppendName(std::vector<uint8_t>& bytes, std::string_view name);
 
-// The number of entries, once everything in front of them has been looked at.
-uint64_t CheckVersion1(const InputFile& file, const Sha256& models);
-uint64_t CheckVersion2(const InputFile& file, const Sha256& models);
+// What stands in front of the entries.
+GalleryHead HeadOfVersion1(const InputFile& file);
+GalleryHead HeadOfVersion2(const InputFile& file);
+
+// Before anything is said about a gallery's content: a damaged one of version 1 may say anything.
+void CheckWholeVersion1(const InputFile& file);
 
 void ReadVersion1(const InputFile& file, const TakeBlock& take);
-void ReadVersion2(const InputFile& file, const TakeBlock& take);
-
-// A file of version 2.
-std::vector<uint8_t> PackVersion2(const Sha256& models, const std::vector<Feature>& features,
-                                  const std::vector<std::string>& names);
+void ReadVersion2(const InputFile& file, const GalleryHead& head, const TakeBlock& take);
 
 } // namespace kova_cli

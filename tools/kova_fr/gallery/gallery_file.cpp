@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "gallery/gallery_file.h"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 
 #include "files/failure.h"
@@ -13,15 +15,6 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "features are stored as they lie");
 
 constexpr uint64_t kMostBytes = uint64_t{16} << 30;
-
-template <typename Step>
-auto Naming(const std::string& path, Step step) {
-    try {
-        return step();
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
-}
 
 uint32_t VersionOf(const InputFile& file) {
     FileBegin begin = {};
@@ -40,6 +33,19 @@ uint32_t VersionOf(const InputFile& file) {
     return begin.version;
 }
 
+GalleryHead HeadOf(const InputFile& file) {
+    return VersionOf(file) == 1 ? HeadOfVersion1(file) : HeadOfVersion2(file);
+}
+
+[[noreturn]] void FailOtherModels(const InputFile& file, const GalleryHead& head,
+                                  const Sha256& models) {
+    if (head.version == 1) {
+        CheckWholeVersion1(file);
+    }
+    throw Failure("the gallery's features were made by other models (sha256 " + Hex(head.models) +
+                  ") than this program's (" + Hex(models) + "); enroll the pictures again");
+}
+
 } // namespace
 
 void FailCutShort() { throw Failure("the gallery is cut short; restore it from a copy"); }
@@ -50,10 +56,29 @@ void FailInconsistent() {
     throw Failure("the gallery's parts do not fit together; restore it from a copy");
 }
 
-void FailOtherModels() {
-    throw Failure(
-        "the gallery's features were made by other models than this program's; "
-        "enroll the pictures again");
+void FailNoFeature(uint64_t entry) {
+    throw Failure("entry " + std::to_string(entry) +
+                  " is no feature: it needs finite numbers and unit length; enroll the picture "
+                  "again");
+}
+
+void FailOtherLength(uint32_t featureLength) {
+    throw Failure("the gallery's features were made by other models: they have " +
+                  std::to_string(featureLength) + " numbers, this program's " +
+                  std::to_string(kFeatureLength) + "; enroll the pictures again");
+}
+
+// Four sums side by side, as a processor adds them.
+bool IsFeature(const float* feature) {
+    constexpr float kMostOff = 1e-3f; // rounding leaves less than a thousandth of it
+    float squares[4] = {};
+    for (size_t i = 0; i < kFeatureLength; i += 4) {
+        for (size_t lane = 0; lane < 4; ++lane) {
+            squares[lane] += feature[i + lane] * feature[i + lane];
+        }
+    }
+    const float sum = (squares[0] + squares[1]) + (squares[2] + squares[3]);
+    return std::abs(sum - 1) <= kMostOff; // false of what is no number
 }
 
 bool TakeNames(Bytes& rest, size_t count, std::vector<std::string_view>& names) {
@@ -75,17 +100,20 @@ void AppendName(std::vector<uint8_t>& bytes, std::string_view name) {
     bytes.insert(bytes.end(), name.begin(), name.end());
 }
 
-GalleryFile::GalleryFile(const std::string& path, const Sha256& models)
+GalleryFile::GalleryFile(const std::string& path)
     : path_(path),
       file_(Naming(path, [&path] { return InputFile(path, kMostBytes); })),
-      version_(Naming(path, [this] { return VersionOf(file_); })),
-      count_(Naming(path, [this, &models] {
-          return version_ == 1 ? CheckVersion1(file_, models) : CheckVersion2(file_, models);
-      })) {}
+      head_(Naming(path, [this] { return HeadOf(file_); })) {}
+
+GalleryFile::GalleryFile(const std::string& path, const Sha256& models) : GalleryFile(path) {
+    if (head_.models != models) {
+        Naming(path_, [this, &models] { FailOtherModels(file_, head_, models); });
+    }
+}
 
 void GalleryFile::Read(const TakeBlock& take) const {
     Naming(path_, [this, &take] {
-        version_ == 1 ? ReadVersion1(file_, take) : ReadVersion2(file_, take);
+        head_.version == 1 ? ReadVersion1(file_, take) : ReadVersion2(file_, head_, take);
     });
 }
 

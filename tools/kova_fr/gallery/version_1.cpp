@@ -34,18 +34,6 @@ void CheckDigest(const InputFile& file, Sha256Stream& content) {
     }
 }
 
-// Before anything is said about a gallery's content: a damaged one may say anything.
-void CheckWholeFile(const InputFile& file) {
-    Sha256Stream stream;
-    std::vector<uint8_t> piece(kBlockEntries * sizeof(Feature));
-    for (uint64_t at = 0; at < ContentBytes(file); at += piece.size()) {
-        piece.resize(std::min<uint64_t>(piece.size(), ContentBytes(file) - at));
-        file.Read(at, piece.data(), piece.size());
-        stream.Add(piece.data(), piece.size());
-    }
-    CheckDigest(file, stream);
-}
-
 uint64_t NamesAt(const Header& header) { return sizeof header + header.count * sizeof(Feature); }
 
 std::vector<uint8_t> NamesOf(const InputFile& file, const Header& header) {
@@ -56,20 +44,31 @@ std::vector<uint8_t> NamesOf(const InputFile& file, const Header& header) {
 
 } // namespace
 
-uint64_t CheckVersion1(const InputFile& file, const Sha256& models) {
+void CheckWholeVersion1(const InputFile& file) {
+    Sha256Stream stream;
+    std::vector<uint8_t> piece(kBlockEntries * sizeof(Feature));
+    for (uint64_t at = 0; at < ContentBytes(file); at += piece.size()) {
+        piece.resize(std::min<uint64_t>(piece.size(), ContentBytes(file) - at));
+        file.Read(at, piece.data(), piece.size());
+        stream.Add(piece.data(), piece.size());
+    }
+    CheckDigest(file, stream);
+}
+
+GalleryHead HeadOfVersion1(const InputFile& file) {
     if (file.size() < sizeof(Header) + kDigestBytes) {
         FailCutShort();
     }
     const Header header = HeaderOf(file);
-    if (header.models != models || header.begin.featureLength != kFeatureLength) {
-        CheckWholeFile(file);
-        FailOtherModels();
+    if (header.begin.featureLength != kFeatureLength) {
+        CheckWholeVersion1(file);
+        FailOtherLength(header.begin.featureLength);
     }
     if (header.count > (ContentBytes(file) - sizeof header) / sizeof(Feature)) {
-        CheckWholeFile(file);
+        CheckWholeVersion1(file);
         FailInconsistent();
     }
-    return header.count;
+    return {1, header.count, header.models, 0, {}, {}};
 }
 
 // Names come last in the file and are needed first, so they are read beforehand.
@@ -87,8 +86,14 @@ void ReadVersion1(const InputFile& file, const TakeBlock& take) {
                   count * sizeof(Feature));
         stream.Add(features.data(), count * sizeof(Feature));
         if (!TakeNames(rest, count, names)) {
-            CheckWholeFile(file);
+            CheckWholeVersion1(file);
             FailInconsistent();
+        }
+        for (size_t i = 0; i < count; ++i) {
+            if (!IsFeature(&features[i * kFeatureLength])) {
+                CheckWholeVersion1(file);
+                FailNoFeature(first + i);
+            }
         }
         take({first, features.data(), names});
     }

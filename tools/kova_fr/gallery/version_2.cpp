@@ -1,65 +1,65 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
-#include <cstddef>
-#include <cstring>
+#include "gallery/version_2.h"
 
-#include "gallery/checksum.h"
-#include "gallery/formats.h"
+#include <algorithm>
+#include <cstring>
 
 namespace kova_cli {
 namespace {
 
-struct Header {
-    FileBegin begin;
-    Sha256 models;
-    uint64_t count;
-    uint64_t fileBytes;
-    Checksum lastBlock;
-    Checksum checksum;
-};
-static_assert(sizeof(Header) == 96);
-
-struct BlockHeader {
-    uint64_t firstEntry;
-    uint32_t count;
-    uint32_t nameBytes;
-};
-static_assert(sizeof(BlockHeader) == 16);
-
-constexpr size_t kLongestStoredName = 65535;
-
-Checksum ChecksumOfBegin(const Header& header) {
-    return ChecksumOf(kFirstChecksum, &header, offsetof(Header, count));
+Checksum ChecksumOfBegin(const Version2Header& header) {
+    return ChecksumOf(kFirstChecksum, &header, offsetof(Version2Header, count));
 }
 
-Checksum ChecksumOfHeader(const Header& header) {
-    return ChecksumOf(kFirstChecksum, &header, offsetof(Header, checksum));
+Checksum ChecksumOfHeader(const Version2Header& header) {
+    return ChecksumOf(kFirstChecksum, &header, offsetof(Version2Header, checksum));
 }
 
-Header HeaderOf(const InputFile& file) {
-    Header header;
-    file.Read(0, &header, sizeof header);
+Version2Header ReadHeader(const InputFile& file, uint64_t at) {
+    Version2Header header;
+    file.Read(at, &header, sizeof header);
     return header;
 }
 
-uint64_t ContentBytes(const BlockHeader& block) {
-    return sizeof block + uint64_t{block.count} * sizeof(Feature) + block.nameBytes;
+// The header of a file of this size, or the one behind the blocks of an exchange that stopped in the
+// middle. One that fits neither place is returned as it is.
+Version2Header FindHeader(const InputFile& file, uint64_t size) {
+    const Version2Header first = ReadHeader(file, 0);
+    if (IsHeader(first) || size < 2 * sizeof first) {
+        return first;
+    }
+    const uint64_t at = size - sizeof first;
+    const Version2Header last = ReadHeader(file, at);
+    return IsHeader(last) && last.fileBytes == at ? last : first;
 }
 
-// What a block says of itself, before memory is asked for.
-bool IsPlausible(const BlockHeader& block, uint64_t firstEntry, uint64_t bytesLeft) {
-    return block.firstEntry == firstEntry && block.count > 0 && block.count <= kBlockEntries &&
-           block.nameBytes <= block.count * (2 + kLongestStoredName) &&
-           ContentBytes(block) + sizeof(Checksum) <= bytesLeft;
+bool IsWhole(const Version2Header& header, uint64_t size) {
+    return IsHeader(header) && header.fileBytes >= sizeof header && header.fileBytes <= size;
+}
+
+// Somebody may be adding to the file: then it has changed when it is looked at again.
+Version2Header WholeHeader(const InputFile& file) {
+    uint64_t size = file.SizeNow();
+    Version2Header header = FindHeader(file, size);
+    while (!IsWhole(header, size)) {
+        const uint64_t newSize = file.SizeNow();
+        const Version2Header newHeader = FindHeader(file, newSize);
+        if (newSize == size && std::memcmp(&newHeader, &header, sizeof header) == 0) {
+            FailDamaged();
+        }
+        size = newSize;
+        header = newHeader;
+    }
+    return header;
 }
 
 // One block after the other.
 class BlockReader {
   public:
-    explicit BlockReader(const InputFile& file)
-        : file_(file), header_(HeaderOf(file)), before_(ChecksumOfBegin(header_)) {}
+    BlockReader(const InputFile& file, const GalleryHead& head)
+        : file_(file), head_(head), before_(head.begin) {}
 
-    bool HasNext() const { return at_ < header_.fileBytes; }
+    bool HasNext() const { return at_ < head_.end; }
 
     GalleryBlock Next() {
         const size_t contentBytes = ReadNext();
@@ -75,15 +75,21 @@ class BlockReader {
         if (!TakeNames(names, header.count, names_) || !names.empty()) {
             FailInconsistent();
         }
+        const float* features = block_.data() + sizeof header / sizeof(float);
+        for (size_t i = 0; i < header.count; ++i) {
+            if (!IsFeature(features + i * kFeatureLength)) {
+                FailNoFeature(entries_ + i);
+            }
+        }
         before_ = stored;
         at_ += contentBytes + sizeof stored;
         const size_t first = entries_;
         entries_ += header.count;
-        return {first, block_.data() + sizeof header / sizeof(float), names_};
+        return {first, features, names_};
     }
 
     void CheckEnd() const {
-        if (entries_ != header_.count || before_ != header_.lastBlock) {
+        if (entries_ != head_.count || before_ != head_.lastBlock) {
             FailDamaged();
         }
     }
@@ -91,7 +97,7 @@ class BlockReader {
   private:
     // Returns how many bytes stand in front of its checksum.
     size_t ReadNext() {
-        const uint64_t bytesLeft = header_.fileBytes - at_;
+        const uint64_t bytesLeft = head_.end - at_;
         BlockHeader header;
         if (bytesLeft < sizeof header) {
             FailDamaged();
@@ -110,9 +116,9 @@ class BlockReader {
     }
 
     const InputFile& file_;
-    const Header header_;
+    const GalleryHead& head_;
     Checksum before_;
-    uint64_t at_ = sizeof(Header);
+    uint64_t at_ = sizeof(Version2Header);
     size_t entries_ = 0;
     std::vector<float> block_; // as it lies in the file, so that its features are floats
     std::vector<std::string_view> names_;
@@ -123,10 +129,36 @@ void Append(std::vector<uint8_t>& bytes, const void* data, size_t size) {
     bytes.insert(bytes.end(), from, from + size);
 }
 
-// Returns the block's checksum.
-Checksum AppendBlock(std::vector<uint8_t>& bytes, const Checksum& before, size_t firstEntry,
-                     std::span<const Feature> features, std::span<const std::string> names) {
-    BlockHeader header = {firstEntry, static_cast<uint32_t>(features.size()), 0};
+} // namespace
+
+bool IsHeader(const Version2Header& header) { return header.checksum == ChecksumOfHeader(header); }
+
+Version2Header HeaderOf(const GalleryHead& head) {
+    Version2Header header = {};
+    std::copy(kMagic.begin(), kMagic.end(), header.begin.magic);
+    header.begin.version = 2;
+    header.begin.featureLength = kFeatureLength;
+    header.models = head.models;
+    header.count = head.count;
+    header.fileBytes = head.end;
+    header.lastBlock = head.lastBlock;
+    header.checksum = ChecksumOfHeader(header);
+    return header;
+}
+
+uint64_t ContentBytes(const BlockHeader& block) {
+    return sizeof block + uint64_t{block.count} * sizeof(Feature) + block.nameBytes;
+}
+
+bool IsPlausible(const BlockHeader& block, uint64_t firstEntry, uint64_t bytesLeft) {
+    return block.firstEntry == firstEntry && block.count > 0 && block.count <= kBlockEntries &&
+           block.nameBytes <= block.count * (2 + kLongestStoredName) &&
+           ContentBytes(block) + sizeof(Checksum) <= bytesLeft;
+}
+
+void AppendBlock(std::vector<uint8_t>& bytes, GalleryHead& head, std::span<const Feature> features,
+                 std::span<const std::string> names) {
+    BlockHeader header = {head.count, static_cast<uint32_t>(features.size()), 0};
     for (const std::string& name : names) {
         header.nameBytes += static_cast<uint32_t>(2 + name.size());
     }
@@ -136,66 +168,41 @@ Checksum AppendBlock(std::vector<uint8_t>& bytes, const Checksum& before, size_t
     for (const std::string& name : names) {
         AppendName(bytes, name);
     }
-    const Checksum checksum = ChecksumOf(before, bytes.data() + begin, bytes.size() - begin);
-    Append(bytes, &checksum, sizeof checksum);
-    return checksum;
+    head.lastBlock = ChecksumOf(head.lastBlock, bytes.data() + begin, bytes.size() - begin);
+    Append(bytes, &head.lastBlock, sizeof head.lastBlock);
+    head.count += features.size();
+    head.end += bytes.size() - begin;
 }
 
-size_t PackedBytes(const std::vector<std::string>& names) {
-    const size_t blocks = (names.size() + kBlockEntries - 1) / kBlockEntries;
-    size_t bytes = sizeof(Header) + blocks * (sizeof(BlockHeader) + sizeof(Checksum));
-    for (const std::string& name : names) {
-        bytes += sizeof(Feature) + 2 + name.size();
-    }
-    return bytes;
+GalleryHead EmptyVersion2(const Sha256& models) {
+    GalleryHead head = {2, 0, models, sizeof(Version2Header), {}, {}};
+    head.begin = ChecksumOfBegin(HeaderOf(head));
+    head.lastBlock = head.begin;
+    return head;
 }
 
-} // namespace
-
-uint64_t CheckVersion2(const InputFile& file, const Sha256& models) {
-    if (file.size() < sizeof(Header)) {
+GalleryHead HeadOfVersion2(const InputFile& file) {
+    if (file.size() < sizeof(Version2Header)) {
         FailCutShort();
     }
-    const Header header = HeaderOf(file);
-    if (header.checksum != ChecksumOfHeader(header) || header.fileBytes != file.size()) {
-        FailDamaged();
+    const Version2Header header = WholeHeader(file);
+    if (header.begin.featureLength != kFeatureLength) {
+        FailOtherLength(header.begin.featureLength);
     }
-    if (header.models != models || header.begin.featureLength != kFeatureLength) {
-        FailOtherModels();
-    }
-    return header.count;
+    return {2,
+            header.count,
+            header.models,
+            header.fileBytes,
+            ChecksumOfBegin(header),
+            header.lastBlock};
 }
 
-void ReadVersion2(const InputFile& file, const TakeBlock& take) {
-    BlockReader reader(file);
+void ReadVersion2(const InputFile& file, const GalleryHead& head, const TakeBlock& take) {
+    BlockReader reader(file, head);
     while (reader.HasNext()) {
         take(reader.Next());
     }
     reader.CheckEnd();
-}
-
-std::vector<uint8_t> PackVersion2(const Sha256& models, const std::vector<Feature>& features,
-                                  const std::vector<std::string>& names) {
-    Header header = {};
-    std::copy(kMagic.begin(), kMagic.end(), header.begin.magic);
-    header.begin.version = 2;
-    header.begin.featureLength = kFeatureLength;
-    header.models = models;
-    header.count = features.size();
-    header.fileBytes = PackedBytes(names);
-    header.lastBlock = ChecksumOfBegin(header);
-    std::vector<uint8_t> bytes;
-    bytes.reserve(header.fileBytes);
-    bytes.resize(sizeof header); // filled in at the end
-    for (size_t first = 0; first < features.size(); first += kBlockEntries) {
-        const size_t count = std::min(kBlockEntries, features.size() - first);
-        header.lastBlock =
-            AppendBlock(bytes, header.lastBlock, first, std::span(features).subspan(first, count),
-                        std::span(names).subspan(first, count));
-    }
-    header.checksum = ChecksumOfHeader(header);
-    std::memcpy(bytes.data(), &header, sizeof header);
-    return bytes;
 }
 
 } // namespace kova_cli

@@ -7,7 +7,17 @@
 namespace kova_cli {
 namespace {
 
-GreyPicture Decode(Bytes file) {
+uint64_t g_mostPixels = kMaxPixels;
+
+std::string PixelsText(uint64_t pixels) {
+    constexpr uint64_t kMega = 1'000'000;
+    return pixels % kMega == 0 ? std::to_string(pixels / kMega) + " megapixels"
+                               : std::to_string(pixels) + " pixels";
+}
+
+} // namespace
+
+GreyPicture DecodePicture(Bytes file) {
     if (file.empty()) {
         throw Failure("the file is empty; name a picture file");
     }
@@ -20,27 +30,24 @@ GreyPicture Decode(Bytes file) {
     if (IsPnm(file)) {
         return DecodePnm(file);
     }
-    throw Failure("is not a picture of a known kind; save it as PNG, JPEG or PGM");
+    throw UnknownPicture("is not a picture of a known kind; save it as PNG, JPEG or PGM");
 }
-
-} // namespace
 
 GreyPicture LoadPicture(const std::string& path) {
-    try {
-        return Decode(ReadWholeFile(path, kMaxFileBytes));
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    const std::string from = path == "-" ? "/dev/stdin" : path;
+    return Naming(path, [&from] { return DecodePicture(ReadWholeFile(from, kMaxFileBytes)); });
 }
+
+void LimitPictures(uint64_t mostPixels) { g_mostPixels = mostPixels; }
 
 void CheckPictureSize(uint64_t width, uint64_t height) {
     if (width == 0 || height == 0) {
         FailDamaged("it has no pixels");
     }
-    if (width > kMaxPixels || height > kMaxPixels / width) {
-        throw Failure("the picture is too large (" + std::to_string(width) + " x " +
-                      std::to_string(height) + "); scale it down to " +
-                      std::to_string(kMaxPixels / 1'000'000) + " megapixels at most");
+    if (width > g_mostPixels || height > g_mostPixels / width) {
+        throw TooManyPixels("the picture is too large (" + std::to_string(width) + " x " +
+                            std::to_string(height) + "); scale it down to " +
+                            PixelsText(g_mostPixels) + " at most");
     }
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "files/failure.h"
+
 namespace kova_cli {
 
 // Reading and writing of pictures. The recognition knows one plane of luma, so every picture
@@ -31,8 +33,23 @@ using Bytes = std::span<const uint8_t>;
 inline constexpr uint64_t kMaxPixels = 100'000'000;
 inline constexpr uint64_t kMaxFileBytes = uint64_t{256} << 20;
 
-// The kind of picture is found by content; the name does not matter. The Failure names the file.
+// For callers that tell these apart from a picture that is damaged.
+class UnknownPicture : public Failure {
+  public:
+    using Failure::Failure;
+};
+class TooManyPixels : public Failure {
+  public:
+    using Failure::Failure;
+};
+
+// The kind of picture is found by content; the name does not matter, but that - is standard input.
+// The Failure names the file.
 GreyPicture LoadPicture(const std::string& path);
+// The same of a file in memory.
+GreyPicture DecodePicture(Bytes file);
+// From now on pictures beyond that many pixels are refused, in place of kMaxPixels.
+void LimitPictures(uint64_t mostPixels);
 
 GreyPicture DecodePng(Bytes file);
 GreyPicture DecodeJpeg(Bytes file);
@@ -46,7 +63,7 @@ bool IsPnm(Bytes file);
 // A PNG file of 8-bit grey (1 channel) or colour (3 channels).
 std::vector<uint8_t> EncodePng(Bytes pixels, uint32_t width, uint32_t height, uint32_t channels);
 
-// Refuses empty pictures and those beyond kMaxPixels.
+// Refuses empty pictures and those beyond the limit.
 void CheckPictureSize(uint64_t width, uint64_t height);
 
 // The one Failure for a file that begins like a picture and goes wrong later.

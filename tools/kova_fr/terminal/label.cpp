@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <set>
+#include <string_view>
 
 namespace kova_cli {
 namespace {
@@ -28,6 +29,47 @@ size_t CountDistinct(const std::vector<std::string>& names) {
 
 std::string Padding(const std::string& label, size_t length) {
     return std::string(length - std::min(length, LabelLength(label)), ' ');
+}
+
+struct Character {
+    uint32_t code;
+    size_t bytes;
+};
+
+// A byte that begins no character of UTF-8 in its shortest form counts as one that harms.
+constexpr uint32_t kNoCharacter = 0;
+
+Character FirstCharacter(std::string_view text) {
+    constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    const auto byte = [text](size_t i) { return static_cast<uint8_t>(text[i]); };
+    const uint8_t first = byte(0);
+    const size_t bytes = first < 0x80             ? 1
+                         : (first & 0xE0) == 0xC0 ? 2
+                         : (first & 0xF0) == 0xE0 ? 3
+                         : (first & 0xF8) == 0xF0 ? 4
+                                                  : 0;
+    if (bytes == 0 || bytes > text.size()) {
+        return {kNoCharacter, 1};
+    }
+    uint32_t code = bytes == 1 ? first : first & (0x7Fu >> bytes);
+    for (size_t i = 1; i < bytes; ++i) {
+        if (IsCharacterStart(text[i])) {
+            return {kNoCharacter, 1};
+        }
+        code = code << 6 | (byte(i) & 0x3Fu);
+    }
+    const bool isSurrogate = code >= 0xD800 && code < 0xE000;
+    const bool isShortest = code >= kLeast[bytes] && code <= 0x10FFFF && !isSurrogate;
+    return isShortest ? Character{code, bytes} : Character{kNoCharacter, 1};
+}
+
+// Neither moves the cursor, nor begins a sequence that a terminal obeys, nor turns the direction of
+// what follows it.
+bool IsHarmless(uint32_t code) {
+    const auto isIn = [code](uint32_t first, uint32_t last) {
+        return code >= first && code <= last;
+    };
+    return !isIn(0, 0x1F) && !isIn(0x7F, 0x9F) && !isIn(0x2028, 0x202E) && !isIn(0x2066, 0x2069);
 }
 
 } // namespace
@@ -69,15 +111,15 @@ std::string PadRight(const std::string& label, size_t length) {
     return label + Padding(label, length);
 }
 
-std::string Wrapped(const std::string& text, const std::string& first, const std::string& others) {
-    constexpr size_t kColumns = 80;
+std::string Wrapped(const std::string& text, const std::string& first, const std::string& others,
+                    size_t columns) {
     std::string lines;
     std::string line = first;
     bool isEmpty = true;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find(' ', at), text.size());
         const std::string word = text.substr(at, end - at);
-        if (!isEmpty && LabelLength(line) + 1 + LabelLength(word) > kColumns) {
+        if (!isEmpty && LabelLength(line) + 1 + LabelLength(word) > columns) {
             lines += line + "\n";
             line = others;
             isEmpty = true;
@@ -90,9 +132,12 @@ std::string Wrapped(const std::string& text, const std::string& first, const std
 }
 
 std::string OneLine(const std::string& text) {
-    std::string line = text;
-    const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
-    std::replace_if(line.begin(), line.end(), isControl, '?');
+    std::string line;
+    for (size_t at = 0; at < text.size();) {
+        const Character character = FirstCharacter(std::string_view(text).substr(at));
+        line += IsHarmless(character.code) ? text.substr(at, character.bytes) : "?";
+        at += character.bytes;
+    }
     return line;
 }
 

@@ -21,12 +21,13 @@ std::string ShortenLabel(const std::string& label, size_t limit);
 std::string PadLeft(const std::string& label, size_t length);
 std::string PadRight(const std::string& label, size_t length);
 
-// A text in lines of at most 80 columns, broken at spaces: `first` stands before the first line,
-// `others` before the rest.
+// A text in lines of at most so many columns, broken at spaces: `first` stands before the first
+// line, `others` before the rest.
 std::string Wrapped(const std::string& text, const std::string& first = "",
-                    const std::string& others = "");
+                    const std::string& others = "", size_t columns = 80);
 
-// The text with control characters made harmless, so that it stays one line.
+// The text with a ? in place of each control character and of each byte that is no UTF-8, so that it
+// stays one line and says nothing to the terminal.
 std::string OneLine(const std::string& text);
 
 } // namespace kova_cli

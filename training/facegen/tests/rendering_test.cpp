@@ -9,6 +9,8 @@
 
 #include "head/asset_files.h"
 #include "output/labels.h"
+#include "output/picture_files.h"
+#include "output/portraits.h"
 #include "output/shards.h"
 
 namespace facegen {
@@ -167,6 +169,34 @@ TEST_F(Rendering, AFaceFillsItsBoxAndTheEmptyPictureDoesNot) {
     }
     EXPECT_GT(changed, 48 * 48 * 95 / 100);
     EXPECT_EQ(corners, 0);
+}
+
+TEST_F(Rendering, AGroupAndPortraitsAreTheSameEachTimeAndOfEvenTones) {
+    Job group = MakeJob("group.png");
+    fs::create_directories(folder);
+    RenderGroup(*studio, group);
+    const Picture once = ReadPng(group.out);
+    RenderGroup(*studio, group);
+    EXPECT_EQ(once.pixels, ReadPng(group.out).pixels);
+    EXPECT_EQ(once.height, 440);
+
+    Job portraits = MakeJob("portraits");
+    RenderPortraits(*studio, portraits);
+    for (const auto& entry : fs::recursive_directory_iterator(portraits.out)) {
+        if (!entry.is_regular_file()) {
+            continue;
+        }
+        const Picture portrait = ReadPng(entry.path());
+        double sum = 0;
+        for (int y = 80; y < 176; ++y) {
+            for (int x = 80; x < 176; ++x) {
+                sum += *portrait.At(x, y);
+            }
+        }
+        const double mean = sum / (96 * 96);
+        EXPECT_GT(mean, 60) << entry.path();
+        EXPECT_LT(mean, 215) << entry.path();
+    }
 }
 
 } // namespace

@@ -240,7 +240,8 @@ std::string EvaluationText(const Evaluation& evaluation) {
 
 std::string EvaluationJson(const Evaluation& evaluation) {
     const Figures& figures = evaluation.figures;
-    ordered_json json = {{"people", evaluation.people},
+    ordered_json json = {{"faces", evaluation.isCrops ? "crops" : "found"},
+                         {"people", evaluation.people},
                          {"pictures", evaluation.pictures},
                          {"same_pairs", figures.samePairs},
                          {"different_pairs", figures.differentPairs},
@@ -263,6 +264,10 @@ std::string EvaluationJson(const Evaluation& evaluation) {
              {"true_accepts", point.trueAccepts},
              {"interval", point.interval ? IntervalJson(*point.interval) : nullptr}});
     }
+    json["strangers"] = ordered_json::array();
+    for (const kova_statistics::AcceptedAt& one : evaluation.strangers) {
+        json["strangers"].push_back({one.pairs, kova_statistics::ThresholdNumber(one.rank)});
+    }
     json["left_out"] = evaluation.leftOut;
     json["pairs_left_out"] = evaluation.pairsLeftOut;
     json["repeated_pairs"] = evaluation.repeatedPairs;
@@ -271,7 +276,7 @@ std::string EvaluationJson(const Evaluation& evaluation) {
     json["rounds"] = evaluation.rounds;
     json["seed"] = evaluation.seed;
     json["notes"] = Notes(evaluation);
-    json["shipped_thresholds"] = ShippedThresholds();
+    json["shipped_thresholds"] = ShippedThresholds(evaluation.isCrops);
     return JsonLine(json);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "evaluation/statistics/error_rates.h"
 
+#include <algorithm>
+
 #include <cmath>
 #include <numeric>
 
@@ -28,6 +30,23 @@ double Acceptance::FalseAccepts(size_t rank) const {
 
 double Acceptance::FalseRejects(size_t rank) const {
     return Share(SamePairs() - same_[rank], SamePairs());
+}
+
+std::vector<AcceptedAt> DifferentFromTheHighest(const Acceptance& acceptance) {
+    constexpr uint64_t kSteps = 5;
+    std::vector<AcceptedAt> accepted;
+    uint64_t last = 0;
+    uint64_t wanted = 1;
+    for (size_t rank = kThresholds; rank-- > 0;) {
+        const uint64_t pairs = acceptance.AcceptedDifferent(rank);
+        const bool isAll = pairs == acceptance.DifferentPairs();
+        if (pairs > last && (pairs >= wanted || isAll)) {
+            accepted.push_back({pairs, rank});
+            wanted = pairs + std::max<uint64_t>(1, pairs / kSteps);
+        }
+        last = pairs;
+    }
+    return accepted;
 }
 
 std::optional<double> EqualErrorRate(const Acceptance& acceptance) {

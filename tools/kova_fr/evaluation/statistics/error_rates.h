@@ -39,6 +39,16 @@ class Acceptance {
     std::vector<uint64_t> different_;
 };
 
+// How many of the different pairs a threshold accepts.
+struct AcceptedAt {
+    uint64_t pairs = 0;
+    size_t rank = 0;
+};
+
+// The scores of the different pairs, the highest first, as some thresholds that have a pair right at
+// them: each accepts about a fifth more pairs than the one before, the last one all.
+std::vector<AcceptedAt> DifferentFromTheHighest(const Acceptance& acceptance);
+
 // Where the straight line between neighbouring points of the curve has as many false accepts as
 // false rejects.
 std::optional<double> EqualErrorRate(const Acceptance& acceptance);

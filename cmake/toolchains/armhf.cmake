@@ -1,0 +1,15 @@
+# 32-bit ARMv7-A with NEON and VFPv4, floats passed in their own registers, as Debian's armhf and most small
+# boards have it; run under emulation. The kernels written by hand want the ARM instructions, and Debian's compiler
+# for armhf takes those of Thumb unless it is told.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7-a)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_C_FLAGS_INIT "-march=armv7-a -mfpu=neon-vfpv4 -marm -mfloat-abi=hard")
+set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a -mfpu=neon-vfpv4 -marm -mfloat-abi=hard -Wno-psabi")
+set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-arm;-cpu;cortex-a7;-L;/usr/arm-linux-gnueabihf")
+set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
