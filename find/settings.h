@@ -40,14 +40,14 @@ inline constexpr int32_t kReportedProbability = 640;
 struct Ramp {
     int32_t none, full;
 };
-inline constexpr Ramp kSmallRamp = {84, 218};        // side, quarter pixels
-inline constexpr Ramp kBlurredRamp = {61, 188};      // sharpness, sixteenths
-inline constexpr Ramp kDarkRamp = {20, 58};          // the 90 % quantile, grey levels
-inline constexpr Ramp kOverexposedRamp = {483, 247}; // pixels near white, thousandths
-inline constexpr Ramp kTurnedRamp = {352, 91};       // yaw, quarter degrees
+inline constexpr Ramp kSmallRamp = {85, 202};        // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {61, 185};      // sharpness, sixteenths
+inline constexpr Ramp kDarkRamp = {14, 63};          // the 90 % quantile, grey levels
+inline constexpr Ramp kOverexposedRamp = {488, 201}; // pixels near white, thousandths
+inline constexpr Ramp kTurnedRamp = {356, 83};       // yaw, quarter degrees
 inline constexpr Ramp kTiltedRamp = {80, 20};        // nose off its place, percent of that
-inline constexpr Ramp kCoveredRamp = {60, 1};        // percent
-inline constexpr Ramp kCutOffRamp = {50, 7};         // of the box, percent
+inline constexpr Ramp kCoveredRamp = {19, 0};        // percent
+inline constexpr Ramp kCutOffRamp = {50, 2};         // of the box, percent
 inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level
 inline constexpr int32_t kNosePlace =
     58; // of an upright head: percent of the way from eyes to mouth

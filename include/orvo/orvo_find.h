@@ -48,12 +48,12 @@ enum {
 };
 
 enum {
-    ORVO_FIND_LEAST_SIDE = 24,     /**< the smallest width or height of a picture */
-    ORVO_FIND_MOST_SIDE = 8192,    /**< the largest */
-    ORVO_FIND_SMALLEST = 20,       /**< a good answer to "how small is the smallest face?" */
-    ORVO_FIND_GOOD = 30,           /**< a face of less quality is better refused, see OrvoFindFace */
-    ORVO_FIND_MOST_LEVEL = 1280,   /**< the largest side that the network looks at, see below */
-    ORVO_FIND_CROP_SIZE = 96,      /**< rows and columns of an upright crop: the recogniser's */
+    ORVO_FIND_LEAST_SIDE = 24,   /**< the smallest width or height of a picture */
+    ORVO_FIND_MOST_SIDE = 8192,  /**< the largest */
+    ORVO_FIND_SMALLEST = 20,     /**< a good answer to "how small is the smallest face?" */
+    ORVO_FIND_GOOD = 30,         /**< a face of less quality is better refused, see OrvoFindFace */
+    ORVO_FIND_MOST_LEVEL = 1280, /**< the largest side that the network looks at, see below */
+    ORVO_FIND_CROP_SIZE = 96,    /**< rows and columns of an upright crop: the recogniser's */
     ORVO_FIND_FEATURE_LENGTH = 128 /**< floats in a feature */
 };
 

@@ -35,7 +35,7 @@ BOUNDS = {
     "kOverexposedRamp": ((350, 1000), (0, 300)),
     "kTurnedRamp": ((200, 384), (20, 160)),
     "kTiltedRamp": ((45, 80), (0, 35)),
-    "kCoveredRamp": ((15, 60), (1, 12)),
+    "kCoveredRamp": ((8, 30), (0, 4)),
     "kCutOffRamp": ((20, 50), (0, 15)),
     "kLeastScoreFactor": (10, 200),
     "kSureScore": (30, 110),
