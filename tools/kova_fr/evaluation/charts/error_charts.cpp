@@ -153,8 +153,7 @@ std::string RocChart(const Figures& figures, const OtherCurve& other) {
     const bool hasCurve = !figures.curve.empty();
     const double lowest = std::log10(LowestShown(figures.differentPairs));
     Chart chart(
-        "Pairs of one person accepted, by the share of strangers' pairs accepted",
-        hasCurve ? Counts(figures) : NothingToShow(figures),
+        "How often one person is accepted", hasCurve ? Counts(figures) : NothingToShow(figures),
         {"false accepts (share of pairs of two people)", lowest, 0,
          PowersOfTen(static_cast<int>(std::lround(lowest)))},
         {"true accepts (share of pairs of one person)", 0, 100, RoundTicks(0, 100, 10, " %")});
@@ -188,7 +187,7 @@ std::string DetChart(const Figures& figures, const OtherCurve& other) {
     // Below 1 % for both, so that the axes have room for a curve.
     const double lowX = std::min(LowestShown(figures.differentPairs), 0.01);
     const double lowY = std::max(std::min(LowestShown(figures.samePairs), 0.01), 1e-4);
-    Chart chart("How often one person is refused, by how often two are accepted",
+    Chart chart("How often one person is refused",
                 hasCurve ? Counts(figures) : NothingToShow(figures),
                 ProbitAxis("false accepts (share of pairs of two people)", lowX, kHigh),
                 ProbitAxis("false rejects (share of pairs of one person)", lowY, high));
