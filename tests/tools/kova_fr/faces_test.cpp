@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "orvo/orvo_find.h"
 #include "orvo/orvo_fr.h"
@@ -316,6 +317,26 @@ TEST_F(Faces, AnnotatedPictureHasABoxAroundEveryFace) {
                   kWrongUsage, "--crop");
     ExpectRefusal(KovaFr({"identify", "--annotate", party_, gallery_, party_}), kFailure,
                   "would replace");
+}
+
+// Eight people enrolled by a portrait, and a ninth whom nobody enrolled.
+TEST_F(Faces, PeopleOfAGroupAreKnownByTheirPortraits) {
+    const std::set<std::string> people = {"mina",  "noah", "otto", "pearl",
+                                          "quinn", "ravi", "sami", "tara"};
+    for (const std::string& name : people) {
+        ASSERT_EQ(KovaFr({"enroll", gallery_, name, Sample("portraits/" + name + "-1.png")}).status,
+                  0);
+    }
+    const json result = JsonOf({"identify", "--json", "--top", "1", gallery_, Sample("group.png")});
+    const double least = result["thresholds"]["at"][1]["threshold"];
+    std::set<std::string> known;
+    for (const json& face : result["pictures"]) {
+        if (face["matches"][0]["distance"].get<double>() >= least) {
+            EXPECT_TRUE(known.insert(face["matches"][0]["name"]).second) << "named twice: " << face;
+        }
+    }
+    EXPECT_EQ(known, people);
+    EXPECT_EQ(result["pictures"].size(), 9u);
 }
 
 TEST_F(Faces, InspectShowsTheLargestFaceOfAPhotograph) {

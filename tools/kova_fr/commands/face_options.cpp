@@ -136,9 +136,7 @@ void AddAnyQualityOption(CLI::App& command, bool& anyQuality) {
 }
 
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures, int mostPictures) {
-    command
-        .add_option("pictures", options.pictures,
-                    "PNG, JPEG, PGM or PPM files; - is standard input")
+    command.add_option("pictures", options.pictures, "Picture files; - is standard input")
         ->required()
         ->expected(fewestPictures, mostPictures)
         ->type_name("PICTURE");
@@ -226,11 +224,8 @@ PictureRead ReadPicture(const Recogniser& recogniser, Finder& finder, const Face
                         size_t rank) {
     const std::string& path = options.pictures[rank];
     PictureRead read{LoadPicture(path), {}};
-    try {
-        read.faces = FacesOf(recogniser, finder, read.picture, ReadingOf(options, rank));
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    read.faces = Naming(
+        path, [&] { return FacesOf(recogniser, finder, read.picture, ReadingOf(options, rank)); });
     if (read.faces.empty()) {
         throw Failure(path + ": " + kNoFace);
     }
@@ -244,13 +239,9 @@ Inspection InspectCrop(const Recogniser& recogniser, const FaceOptions& options)
     CheckBoxCount(options);
     const std::string& path = options.pictures.front();
     const GreyPicture picture = LoadPicture(path);
-    try {
-        Inspection seen = recogniser.Inspect(picture, BoxOf(options, 0));
-        seen.face.path = path;
-        return seen;
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    Inspection seen = Naming(path, [&] { return recogniser.Inspect(picture, BoxOf(options, 0)); });
+    seen.face.path = path;
+    return seen;
 }
 
 FacesRead ReadFaces(const Recogniser& recogniser, const FaceOptions& options) {

@@ -17,11 +17,9 @@ class Reader {
 
     Feature operator()(const std::string& path) {
         const GreyPicture picture = LoadPicture(path);
-        try {
+        return Naming(path, [&] {
             return FeatureOf(FacesOf(recogniser_, finder_, picture, {reading_.isCrop}));
-        } catch (const Failure& failure) {
-            throw Failure(path + ": " + failure.what());
-        }
+        });
     }
 
     size_t withSeveral() const { return withSeveral_; }
