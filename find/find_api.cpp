@@ -80,9 +80,8 @@ uint32_t LookPixelsOffset() { return Aligned(NetworkBytes(kLookSize)); }
 
 uint32_t RunMemory(Size picture, int32_t first) {
     uint32_t most = LookPixelsOffset() + LookPixelBytes();
-    ForEachLevel(picture, first, [&](int32_t, Size real) {
-        most = std::max(most, NetworkBytes(Padded(real)));
-    });
+    ForEachLevel(picture, first,
+                 [&](int32_t, Size real) { most = std::max(most, NetworkBytes(Padded(real))); });
     return std::max(kAlignment + RestOffset(picture.width) + most, UprightMemory(picture.width));
 }
 
