@@ -86,8 +86,8 @@ void Write(const std::string& path, const void* bytes, size_t count) {
 void WriteGallery(const std::string& path, const kova_cli::Sha256& models, size_t count) {
     std::mt19937 bits(1);
     std::normal_distribution<float> normal;
-    kova_cli::Gallery gallery;
-    gallery.models = models;
+    std::vector<kova_cli::Feature> features;
+    std::vector<std::string> names;
     for (size_t i = 0; i < count; ++i) {
         kova_cli::Feature feature;
         float squares = 0;
@@ -98,10 +98,10 @@ void WriteGallery(const std::string& path, const kova_cli::Sha256& models, size_
         for (float& value : feature) {
             value /= std::sqrt(squares);
         }
-        gallery.Add("person " + std::to_string(i), feature);
+        features.push_back(feature);
+        names.push_back("person " + std::to_string(i));
     }
-    const std::vector<uint8_t> file = kova_cli::PackGallery(gallery);
-    Write(path, file.data(), file.size());
+    kova_cli::AddToGallery(kova_cli::GalleryLock(path), models, features, names);
 }
 
 void WritePicture(const std::string& path) {

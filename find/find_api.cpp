@@ -10,7 +10,6 @@
 
 #include "common/diagnostics.h"
 #include "find/candidates.h"
-#include "find/framing.h"
 #include "find/levels.h"
 #include "find/look.h"
 #include "find/look_network.h"
@@ -81,9 +80,8 @@ uint32_t LookPixelsOffset() { return Aligned(NetworkBytes(kLookSize)); }
 
 uint32_t RunMemory(Size picture, int32_t first) {
     uint32_t most = LookPixelsOffset() + LookPixelBytes();
-    ForEachLevel(picture, first, [&](int32_t, Size real) {
-        most = std::max(most, NetworkBytes(Padded(real)));
-    });
+    ForEachLevel(picture, first,
+                 [&](int32_t, Size real) { most = std::max(most, NetworkBytes(Padded(real))); });
     return std::max(kAlignment + RestOffset(picture.width) + most, UprightMemory(picture.width));
 }
 
@@ -226,7 +224,8 @@ OrvoFindFace RecordOf(const FoundFace& found) {
     return record;
 }
 
-// Finds faces and judges them. use(face, number, memory) is handed each one as soon as it is written.
+// Finds faces and judges them. use(number, crop) is handed each one, upright, as soon as it is
+// written.
 template <typename Use>
 int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace* faces,
                   int32_t room, Use use) {
@@ -242,19 +241,15 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
         const Quality quality = Judge(Measure(found, {picture.width, picture.height}, memory.crop));
         face.quality = quality.value;
         face.reasons = quality.reasons;
-        use(face, i, memory);
+        use(i, memory.crop);
     }
     return count;
 }
 
-// What the recogniser makes of a face, whose box becomes that of the crop.
-void Recognise(const OrvoFindPicture& picture, const Partition& memory, OrvoFindFace& face,
-               float* feature) {
-    float* const floats = reinterpret_cast<float*>(memory.rest);
-    face = Framed(picture, face, floats, memory.rows, memory.crop);
-    Upright(picture, face, floats, memory.rows, memory.crop);
+// What the recogniser makes of a crop.
+void Recognise(const uint8_t* crop, float* feature) {
     for (uint32_t plane = 0; plane < 3; ++plane) {
-        std::memcpy(g_frInnerImage + plane * kCropBytes, memory.crop, kCropBytes);
+        std::memcpy(g_frInnerImage + plane * kCropBytes, crop, kCropBytes);
     }
     FrRun(g_frInnerImage);
     std::memcpy(feature, FrGetOutput(), ORVO_FIND_FEATURE_LENGTH * sizeof *feature);
@@ -312,8 +307,7 @@ int32_t OrvoFindRun(const OrvoFindPicture* picture, int32_t smallest, OrvoFindFa
     if (status != ORVO_FIND_OK) {
         return status;
     }
-    *count =
-        FindFaces(*picture, smallest, faces, room, [](OrvoFindFace&, int32_t, const Partition&) {});
+    *count = FindFaces(*picture, smallest, faces, room, [](int32_t, const uint8_t*) {});
     return ORVO_FIND_OK;
 }
 
@@ -353,10 +347,9 @@ int32_t OrvoFindFeatures(const OrvoFindPicture* picture, int32_t smallest, OrvoF
     if (status != ORVO_FIND_OK) {
         return status;
     }
-    *count = FindFaces(*picture, smallest, faces, room,
-                       [&](OrvoFindFace& face, int32_t number, const Partition& memory) {
-                           Recognise(*picture, memory, face,
-                                     features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH);
-                       });
+    *count =
+        FindFaces(*picture, smallest, faces, room, [features](int32_t number, const uint8_t* crop) {
+            Recognise(crop, features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH);
+        });
     return ORVO_FIND_OK;
 }

@@ -28,14 +28,15 @@ struct Layer {
 #define ORVO_LAYER(kind, number, inputs, stride, outputs, shift) \
     {number, Kind::kind, inputs, stride, outputs, shift, g_findWeights##number, g_findBias##number},
 
-inline constexpr Layer kLayers[] = {
-    ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER) ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
+inline constexpr Layer kLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)
+                                        ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
 #undef ORVO_LAYER
 
 // Planes of stride 4 that a quarter holds.
 inline constexpr size_t kQuarter = 16;
 inline constexpr size_t kQuarters = 4;
-inline constexpr size_t kPixelsOfPlane = 16; // a plane of stride 4 has one for so many of the picture
+inline constexpr size_t kPixelsOfPlane =
+    16; // a plane of stride 4 has one for so many of the picture
 
 constexpr bool EveryLayerStandsAtItsNumber() {
     int32_t number = 0;

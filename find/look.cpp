@@ -111,8 +111,10 @@ struct Grid {
     int32_t along, aside;
 
     Grid(const View& view, const Surroundings& part, int32_t level)
-        : x(Middle(view.x, level, part.left)), y(Middle(view.y, level, part.top)),
-          along(Step(view.cosine, view.side, level)), aside(Step(view.sine, view.side, level)) {}
+        : x(Middle(view.x, level, part.left)),
+          y(Middle(view.y, level, part.top)),
+          along(Step(view.cosine, view.side, level)),
+          aside(Step(view.sine, view.side, level)) {}
 
     // `right` and `down`: in half pixels from the middle.
     int32_t XOf(int32_t right, int32_t down) const {
@@ -198,7 +200,9 @@ Offset PointOf(const int8_t* heat, int32_t point) {
     const int8_t* const logits = heat + point * kCells;
     const int8_t* const right = logits + kPoints * kCells;
     const int8_t* const down = right + kPoints * kCells;
-    const auto middleOf = [](int32_t number) { return 8 * (2 * number + 1 - kHeatSide) * kHeatStride / 2; };
+    const auto middleOf = [](int32_t number) {
+        return 8 * (2 * number + 1 - kHeatSide) * kHeatStride / 2;
+    };
     int64_t weights = 0;
     int64_t x = 0;
     int64_t y = 0;

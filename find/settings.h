@@ -40,21 +40,21 @@ inline constexpr int32_t kReportedProbability = 640;
 struct Ramp {
     int32_t none, full;
 };
-inline constexpr Ramp kSmallRamp = {74, 153};    // side, quarter pixels
-inline constexpr Ramp kBlurredRamp = {57, 221}; // sharpness, sixteenths
-inline constexpr Ramp kDarkRamp = {15, 70};             // the 90 % quantile, grey levels
-inline constexpr Ramp kOverexposedRamp = {681, 264};    // pixels near white, thousandths
-inline constexpr Ramp kTurnedRamp = {284, 100};   // yaw, quarter degrees
-inline constexpr Ramp kTiltedRamp = {80, 25};           // nose off its place, percent of that
-inline constexpr Ramp kCoveredRamp = {101, 4};          // percent
-inline constexpr Ramp kCutOffRamp = {44, 1};            // of the box, percent
-inline constexpr int32_t kWhite = 250;                  // a pixel near white, grey level
+inline constexpr Ramp kSmallRamp = {85, 202};        // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {61, 185};      // sharpness, sixteenths
+inline constexpr Ramp kDarkRamp = {14, 63};          // the 90 % quantile, grey levels
+inline constexpr Ramp kOverexposedRamp = {488, 201}; // pixels near white, thousandths
+inline constexpr Ramp kTurnedRamp = {356, 83};       // yaw, quarter degrees
+inline constexpr Ramp kTiltedRamp = {80, 20};        // nose off its place, percent of that
+inline constexpr Ramp kCoveredRamp = {19, 0};        // percent
+inline constexpr Ramp kCutOffRamp = {50, 2};         // of the box, percent
+inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level
 inline constexpr int32_t kNosePlace =
     58; // of an upright head: percent of the way from eyes to mouth
 
 // What a score leaves of the quality, in 256ths: this at kReportedProbability, all from kSureScore
 // on, which is a logit in sixteenths.
-inline constexpr int32_t kLeastScoreFactor = 20;
-inline constexpr int32_t kSureScore = 46;
+inline constexpr int32_t kLeastScoreFactor = 10;
+inline constexpr int32_t kSureScore = 74;
 
 } // namespace orvo::find

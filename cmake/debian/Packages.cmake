@@ -112,8 +112,9 @@ debian_package(development libkova-fr-dev libdevel "on-device face recognition, 
     libkova1 libkova-fr1 ${finder} libkova-mpi-host1)
 if(TARGET kova_fr_cli)
     debian_package(tools kova-fr graphics "compare faces in pictures on the command line"
-        "Finds the faces in PNG, JPEG, PGM and PPM pictures, compares them, and keeps
-galleries of known people, through libkova-fr1 and libkova-find1."
+        "Finds the faces in pictures of all usual kinds, compares them, and keeps
+galleries of known people, through libkova-fr1 and libkova-find1. HEIC and AVIF
+are read where libheif1 is installed."
         libkova-fr1 ${finder} libkova-mpi-host1)
     if(TARGET kova_fr_serve)
         # Not enabled, and so without scripts: whoever wants it says so by systemctl. Installed trees
@@ -123,5 +124,6 @@ galleries of known people, through libkova-fr1 and libkova-find1."
         install(FILES docs/SERVICE.md DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/kova-fr"
                 COMPONENT tools EXCLUDE_FROM_ALL)
     endif()
+    set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS libheif1)
 endif()
 include(CPack)

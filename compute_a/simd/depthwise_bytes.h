@@ -50,8 +50,7 @@ struct FilterTotals {
         const __m128i ordered = _mm_shuffle_epi8(
             weights, _mm_setr_epi8(0, 1, 2, 6, 7, 8, -1, -1, 3, 4, 5, -1, -1, -1, -1, -1));
         const __m128i above = _mm_sad_epu8(_mm_max_epi8(ordered, zero), zero);
-        const __m128i below =
-            _mm_sad_epu8(_mm_sub_epi8(zero, _mm_min_epi8(ordered, zero)), zero);
+        const __m128i below = _mm_sad_epu8(_mm_sub_epi8(zero, _mm_min_epi8(ordered, zero)), zero);
         outerAbove = _mm_cvtsi128_si32(above);
         outerBelow = _mm_cvtsi128_si32(below);
         middleAbove = _mm_extract_epi16(above, 4);
@@ -137,8 +136,8 @@ inline Needed PrepareBytes(const DepthwisePlanes& p, size_t channel, ByteFilter&
         needed = SumsFor(totals, range, bias, p.shift);
     }
     if (needed != Needed::kMore) {
-        filter = MakeByteFilter(weights, p, static_cast<int>(StartOf(totals, range, bias)), range.lowest,
-                                needed == Needed::kTwoSums);
+        filter = MakeByteFilter(weights, p, static_cast<int>(StartOf(totals, range, bias)),
+                                range.lowest, needed == Needed::kTwoSums);
     }
     return needed;
 }
@@ -201,7 +200,9 @@ struct WholeStrip {
     Vector Above(ptrdiff_t) const { return V::RepeatByte(0); }
     Vector Below(ptrdiff_t) const { return V::RepeatByte(0); }
     Vector Load(size_t row, ptrdiff_t shift) const { return V::Load(rows.at(row) + shift); }
-    void Store(size_t row, Vector bytes) const { V::Store(outputs.dst + row * outputs.width, bytes); }
+    void Store(size_t row, Vector bytes) const {
+        V::Store(outputs.dst + row * outputs.width, bytes);
+    }
     void StoreLate(size_t row, const int8_t* bytes) const {
         CopyFew(bytes, outputs.columns, outputs.dst + row * outputs.width);
     }
@@ -418,7 +419,8 @@ void ConvolveBytes(const DepthwisePlanes& p, size_t channel, const ByteFilter& f
 template <class V>
 bool CanWalk(const DepthwisePlanes& p, size_t channel) {
     constexpr size_t kHalf = HalfStrip<V>::kColumns;
-    return p.width >= kMinWidth && p.height >= kMinHeight && (channel + 1 < p.channels || 2 * p.width > kHalf);
+    return p.width >= kMinWidth && p.height >= kMinHeight &&
+           (channel + 1 < p.channels || 2 * p.width > kHalf);
 }
 
 template <class V, class Lanes>

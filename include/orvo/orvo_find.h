@@ -48,15 +48,16 @@ enum {
 };
 
 enum {
-    ORVO_FIND_LEAST_SIDE = 24,     /**< the smallest width or height of a picture */
-    ORVO_FIND_MOST_SIDE = 8192,    /**< the largest */
-    ORVO_FIND_SMALLEST = 20,       /**< a good answer to "how small is the smallest face?" */
-    ORVO_FIND_MOST_LEVEL = 1280,   /**< the largest side that the network looks at, see below */
-    ORVO_FIND_CROP_SIZE = 96,      /**< rows and columns of an upright crop: the recogniser's */
+    ORVO_FIND_LEAST_SIDE = 24,   /**< the smallest width or height of a picture */
+    ORVO_FIND_MOST_SIDE = 8192,  /**< the largest */
+    ORVO_FIND_SMALLEST = 20,     /**< a good answer to "how small is the smallest face?" */
+    ORVO_FIND_GOOD = 30,         /**< a face of less quality is better refused, see OrvoFindFace */
+    ORVO_FIND_MOST_LEVEL = 1280, /**< the largest side that the network looks at, see below */
+    ORVO_FIND_CROP_SIZE = 96,    /**< rows and columns of an upright crop: the recogniser's */
     ORVO_FIND_FEATURE_LENGTH = 128 /**< floats in a feature */
 };
 
-/** Why a face is not good to be recognised. */
+/** Why a face is not good to be recognised: what alone takes more than half of the quality. */
 enum {
     ORVO_FIND_SMALL = 1,       /**< too few pixels */
     ORVO_FIND_BLURRED = 2,     /**< out of focus, moved or smeared */
@@ -91,7 +92,7 @@ typedef struct OrvoFindFace {
     float yaw;  /**< degrees; positive: the nose points to the right of the picture */
     float roll; /**< degrees, -180 to 180; positive: the head leans to the right of the picture */
     float covered;    /**< share of the face that something hides, 0 to 1 */
-    int32_t quality;  /**< how good to be recognised, 0 to 100 */
+    int32_t quality;  /**< how good to be recognised, 0 to 100; ORVO_FIND_GOOD: good enough */
     uint32_t reasons; /**< why not: a sum of ORVO_FIND_SMALL and the others */
 } OrvoFindFace;
 
@@ -169,10 +170,6 @@ ORVO_API int32_t OrvoFindUpright(const OrvoFindPicture* picture, const OrvoFindF
  * OrvoFindRun() and, for each face, what the recogniser makes of its upright crop: from a whole
  * picture to features that OrvoFrGetDistance() compares. All faces get one, good or not: what
  * quality is enough is the caller's decision.
- *
- * The crop is framed by the core's alignment network, which is shown the face turned upright in a
- * window of 1.75 sides. Left, top and side of a record are those of the crop, which OrvoFindUpright()
- * cuts once more; everything else in it is as OrvoFindRun() writes it.
  *
  * @param features  receives 128 floats a face, in the order of the faces; may be null if room is 0
  *

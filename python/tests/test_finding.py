@@ -68,7 +68,10 @@ class TheSameFaces(unittest.TestCase):
     def test_features_know_the_same_face_in_another_place(self):
         picture = photograph()
         faces = orvo_fr.faces(picture)
-        self.assertEqual([f.box for f in faces], [f.box for f in orvo_fr.find(picture)])
+        for face, found in zip(faces, orvo_fr.find(picture), strict=True):
+            np.testing.assert_array_equal(face.landmarks, found.landmarks)
+            self.assertEqual((face.score, face.quality), (found.score, found.quality))
+            self.assertNotEqual(face.box, found.box)  # framed for the recogniser
         self.assertGreater(len(faces), 0)
         # By whole strides of both levels, so that the network sees the same.
         moved = np.full((464, 764), 120, np.uint8)
@@ -114,18 +117,21 @@ class Arguments(unittest.TestCase):
         tinted = np.stack([grey, grey // 2, 255 - grey], axis=2)
         wanted = [face.box for face in orvo_fr.find(orvo_fr.grey(tinted))]
         self.assertEqual([face.box for face in orvo_fr.find(tinted)], wanted)
-        turned = orvo_fr.faces(tinted[..., ::-1], channels="BGR")
+        turned = orvo_fr.find(tinted[..., ::-1], channels="BGR")
         self.assertEqual([face.box for face in turned], wanted)
 
     def test_a_side_beyond_the_librarys_is_halved_as_the_command_line_does(self):
         wide = np.full((1600, 8400), 120, np.uint8)
         wide[:, -2800:] = photograph().repeat(4, axis=0).repeat(4, axis=1)
-        faces, wanted = orvo_fr.faces(wide), printed(wide)
+        faces, wanted = orvo_fr.find(wide), printed(wide)
         self.assertGreater(len(faces), 0)
         self.assertEqual([f.box for f in faces],
                          [(w["box"]["x"], w["box"]["y"], w["box"]["width"]) for w in wanted])
         points = [[[p["x"], p["y"]] for p in w["landmarks"].values()] for w in wanted]
         np.testing.assert_array_equal([f.landmarks for f in faces], np.float32(points))
+        framed = orvo_fr.faces(wide)
+        np.testing.assert_array_equal([f.landmarks for f in framed], np.float32(points))
+        self.assertLess(abs(framed[0].box[0] - faces[0].box[0]), faces[0].box[2] / 4)
         self.assertEqual(orvo_fr.find(wide, smallest=200)[0].box, orvo_fr.find(wide, smallest=201)[0].box)
 
     def test_what_is_no_picture(self):

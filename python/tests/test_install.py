@@ -3,7 +3,6 @@
 
 ORVO_FR_LIBRARY names a library that must give the same features.
 """
-import hashlib
 import os
 import platform
 import shutil
@@ -99,27 +98,6 @@ class Installation(unittest.TestCase):
             self.assertTrue(file.startswith(str(folder)), file)
             checkout = {"PYTHONPATH": str(PACKAGE), "ORVO_FR_LIBRARY": os.environ["ORVO_FR_LIBRARY"]}
             self.assertEqual(output(sys.executable, "-c", USE, **checkout).split()[1], digest)
-
-    def test_a_wheel_for_musl_has_libraries_that_work_there(self):
-        if shutil.which("musl-gcc") is None:
-            self.skipTest("musl-tools are not there")
-        with tempfile.TemporaryDirectory() as place:
-            folder = Path(place)
-            toolchain = PACKAGE.parent / "cmake" / "toolchains" / "musl.cmake"
-            variables = {
-                "ORVO_FR_BUILD_NAME": "python-musl", "ORVO_FR_CMAKE_ARGS": f"--toolchain={toolchain}"
-            }
-            output(sys.executable, *PIP, "wheel", *OFFLINE, "-w", folder, PACKAGE, **variables)
-            (wheel,) = folder.glob("*.whl")
-            self.assertIn(f"-musllinux_1_2_{platform.machine()}.whl", wheel.name)
-            with zipfile.ZipFile(wheel) as contents:
-                contents.extractall(folder)
-            program = folder / "program"
-            output("musl-gcc", "-o", program, PACKAGE / "tests" / "musl_program.c")
-            done = subprocess.run([program, folder / "orvo_fr"], check=True, capture_output=True)
-            checkout = {"PYTHONPATH": str(PACKAGE), "ORVO_FR_LIBRARY": os.environ["ORVO_FR_LIBRARY"]}
-            digest = output(sys.executable, "-c", USE, **checkout).split()[1]
-            self.assertEqual(hashlib.sha256(done.stdout).hexdigest(), digest)
 
 
 class Tags(unittest.TestCase):

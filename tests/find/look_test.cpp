@@ -34,7 +34,7 @@ using orvo_test::Random;
 
 Description AsDescription(const PlainFace& plain) {
     const auto narrow = [](int64_t value) { return static_cast<int32_t>(value); };
-    Description face{narrow(plain.x), narrow(plain.y),   narrow(plain.side), {},
+    Description face{narrow(plain.x),   narrow(plain.y),      narrow(plain.side), {},
                      narrow(plain.yaw), narrow(plain.covered)};
     for (int i = 0; i < 10; ++i) {
         face.points[i] = narrow(plain.points[i]);
@@ -101,8 +101,7 @@ Grey FromPatches(const std::vector<uint8_t>& patches) {
     for (int y = 0; y < kLookSide; ++y) {
         for (int x = 0; x < kLookSide; ++x) {
             const int plane = y % 4 * 4 + x % 4;
-            look.pixels.push_back(
-                patches[static_cast<size_t>((plane * 16 + y / 4) * 16 + x / 4)]);
+            look.pixels.push_back(patches[static_cast<size_t>((plane * 16 + y / 4) * 16 + x / 4)]);
         }
     }
     return look;
@@ -183,8 +182,8 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         const View view = ViewOf(AsDescription(face));
         const LookAnswers given = {answers.heat.data(), answers.rest.data()};
         const Description described = Described(view, given);
-        const PlainFace expected = orvo_reference::PlainDescribed(
-            face, orvo_reference::PlainViewOf(face), answers);
+        const PlainFace expected =
+            orvo_reference::PlainDescribed(face, orvo_reference::PlainViewOf(face), answers);
         EXPECT_EQ(described.x, expected.x);
         EXPECT_EQ(described.y, expected.y);
         EXPECT_EQ(described.side, expected.side);

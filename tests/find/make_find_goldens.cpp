@@ -25,13 +25,14 @@ void Write(const char* name, std::vector<uint64_t> (*digestsOf)(int picture)) {
 } // namespace
 
 int main() {
-    std::printf("// SPDX-License-Identifier: MIT\n"
-                "// Written by make_find_goldens: do not edit.\n"
-                "#pragma once\n\n"
-                "#include <cstdint>\n\n"
-                "namespace orvo_test {\n\n"
-                "// clang-format off\n"
-                "// [picture][step]\n");
+    std::printf(
+        "// SPDX-License-Identifier: MIT\n"
+        "// Written by make_find_goldens: do not edit.\n"
+        "#pragma once\n\n"
+        "#include <cstdint>\n\n"
+        "namespace orvo_test {\n\n"
+        "// clang-format off\n"
+        "// [picture][step]\n");
     Write("kFindGolden", orvo_test::FindDigests);
     Write("kLookGolden", orvo_test::LookDigests);
     std::printf("// clang-format on\n\n} // namespace orvo_test\n");

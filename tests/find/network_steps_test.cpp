@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <functional>
+#include <initializer_list>
 #include <iterator>
 #include <map>
 #include <set>
@@ -306,8 +306,7 @@ TEST(LookNetwork, AnswersAreTheReferenceNetworks) {
     for (int picture = 0; picture < 2; ++picture) {
         const Grey look = GoldenLook(picture);
         const Watched run = WatchLook(look, GuardedBuffer::kAtEnd);
-        const auto expected =
-            orvo_reference::RunLook(model, look, [](int, const void*, size_t) {});
+        const auto expected = orvo_reference::RunLook(model, look, [](int, const void*, size_t) {});
         EXPECT_EQ(run.answer8, expected.heat);
         EXPECT_EQ(run.answer16, expected.rest);
     }

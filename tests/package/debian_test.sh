@@ -40,6 +40,9 @@ for package in "$work"/packages/*.deb; do
         grep -q "^\./usr/share/doc/$name/$document\$" "$work/contents" ||
             fail "$name has no $document"
     done
+    if [ "$name" = kova-fr ]; then
+        grep -q '^\./usr/share/man/man1/kova-fr\.1\.gz$' "$work/contents" || fail "$name has no manual page"
+    fi
     cat "$work/contents" >>"$work/files"
     dpkg-deb -x "$package" "$root"
 done
@@ -51,6 +54,13 @@ for name in libkova1 libkova-fr1 libkova-find1 libkova-mpi-host1 libkova-fr-dev;
 done
 twice=$(sort "$work/files" | uniq -d)
 [ -z "$twice" ] || fail "several packages have $twice"
+
+# Debian's own checks. They are not for programs that somebody else built for another machine.
+if command -v lintian >/dev/null && [ -z "$toolchain" ]; then
+    lintian --fail-on error,warning "$work"/packages/*.deb >"$work/lintian" 2>&1 ||
+        { cat "$work/lintian" >&2 && fail "lintian complains"; }
+    echo "lintian has nothing to say against them"
+fi
 
 # The packages are named after what programs ask for, and made for the machine that the code is for.
 architecture=$(dpkg-deb -f "$(echo "$work"/packages/libkova-fr1_*.deb)" Architecture)

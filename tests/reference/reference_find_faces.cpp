@@ -258,8 +258,9 @@ PlainView PlainViewOf(const PlainFace& face) {
 }
 
 bool PlainCanBeSeen(const Grey& picture, const PlainFace& face) {
-    return face.x >= 0 && face.y >= 0 && face.x < 4 * picture.width && face.y < 4 * picture.height &&
-           face.side >= 4 && face.side <= 16 * std::min(picture.width, picture.height);
+    return face.x >= 0 && face.y >= 0 && face.x < 4 * picture.width &&
+           face.y < 4 * picture.height && face.side >= 4 &&
+           face.side <= 16 * std::min(picture.width, picture.height);
 }
 
 Grey PlainLook(const Grey& picture, const PlainView& view) {
@@ -343,8 +344,9 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
             y += weight * (64 * row - 224 + plane(10 + point));
         }
         weights = std::max<int64_t>(weights, 1);
-        place(Rounded(x, weights) + 2 * o(4 + 2 * point), Rounded(y, weights) + 2 * o(5 + 2 * point),
-              &described.points[2 * point], &described.points[2 * point + 1]);
+        place(Rounded(x, weights) + 2 * o(4 + 2 * point),
+              Rounded(y, weights) + 2 * o(5 + 2 * point), &described.points[2 * point],
+              &described.points[2 * point + 1]);
     }
     described.yaw = o(14);
     described.covered = o(15);
@@ -378,8 +380,8 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
         std::vector<int> scores;
         bool isFace = true;
         for (int look = 0; look < kLooks && isFace; ++look) {
-            isFace = PlainCanBeSeen(picture, face) &&
-                     (look == 0 || face.score >= kLookedAtAgainScore);
+            isFace =
+                PlainCanBeSeen(picture, face) && (look == 0 || face.score >= kLookedAtAgainScore);
             if (isFace) {
                 const PlainView view = PlainViewOf(face);
                 const LookAnswersPlain answers =

@@ -14,7 +14,19 @@ namespace orvo_reference {
 
 // Where a step reads and writes: one of four places, the last two beside each other behind the first
 // two, or an answer. kPart8 and kPart16 lie beside each other and are read as kParts.
-enum class FindPlace { kA, kA2, kB, kB2, kAnswer8, kAnswer16, kHeat, kPart8, kPart16, kParts, kRest };
+enum class FindPlace {
+    kA,
+    kA2,
+    kB,
+    kB2,
+    kAnswer8,
+    kAnswer16,
+    kHeat,
+    kPart8,
+    kPart16,
+    kParts,
+    kRest
+};
 
 struct FindStep {
     StepKind kind;

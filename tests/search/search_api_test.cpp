@@ -6,8 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -72,7 +73,7 @@ TEST(Search, DistancesHaveTheBitsOfTheCore) {
                   ORVO_SEARCH_OK);
         for (size_t i = 0; i < count; ++i) {
             const float wanted = Distance(feature, entries, i);
-            EXPECT_EQ(std::memcmp(&distances[i], &wanted, sizeof wanted), 0) << i;
+            EXPECT_EQ(std::bit_cast<uint32_t>(distances[i]), std::bit_cast<uint32_t>(wanted)) << i;
         }
         EXPECT_EQ(distances[count], 77.0f);
     }

@@ -13,6 +13,8 @@
 #include "evaluation/shipped_thresholds.h"
 #include "files/failure.h"
 #include "files/output_file.h"
+#include "manual.h"
+#include "pictures/picture_io.h"
 #include "terminal/help_format.h"
 #include "terminal/label.h"
 
@@ -33,10 +35,11 @@ a living person from a picture of one.
 )";
 
 constexpr const char* kNotes =
-    R"(A picture (PNG, JPEG, PGM or PPM, whatever its name; - is standard input) may have up
-to 100 megapixels. Faces are found from 20 pixels on; a crop needs at least 16 x 12.
-Colour becomes luma with the weights of BT.601, transparent parts count as black,
-marks of rotation (EXIF) are followed.
+    R"(A picture (of any kind that kova-fr --version names, whatever its name; - is standard
+input) may have up to 100 megapixels; of several in a file the first is taken. Faces are
+found from 20 pixels on; a crop needs at least 16 x 12. Colour becomes luma with the
+weights of BT.601, transparent parts count as black, marks of rotation (EXIF, and
+HEIF's own) are followed.
 
 Exit status: 0 success, 1 a picture or file cannot be used, 2 wrong usage,
 3 (identify with --threshold) a face that nobody in the gallery is like enough.
@@ -55,6 +58,19 @@ Examples:
   kova-fr calibrate --out door.calibration visitors/
   kova-fr bench
   kova-fr compare --help)";
+}
+
+std::string Version() {
+    const std::string missing = kova_cli::MissingPictureKinds();
+    return "kova-fr " ORVO_VERSION "\nreads " + kova_cli::KnownPictureKinds() +
+           (missing.empty() ? "" : "\ndoes not read " + missing) + ORVO_SERVICE_TEXT;
+}
+
+// For packagers; nobody else needs to see it.
+void AddManualCommand(CLI::App& program) {
+    program.add_subcommand("manual", "Print the manual page (kova-fr manual | man -l -)")
+        ->group("")
+        ->callback([&program] { kova_cli::WriteStandardOutput(kova_cli::ManualPage(program)); });
 }
 
 // A program may be started with standard streams closed. Files opened later would take their places
@@ -135,7 +151,7 @@ int main(int count, char** arguments) {
     try {
         CLI::App program(kDescription, "kova-fr");
         program.formatter(std::make_shared<kova_cli::HelpFormat>()); // of its commands, too
-        program.set_version_flag("--version", "kova-fr " ORVO_VERSION ORVO_SERVICE_TEXT);
+        program.set_version_flag("--version", Version);
         program.require_subcommand(1);
         program.footer(Footer());
         kova_cli::AddCompareCommand(program);
@@ -152,6 +168,7 @@ int main(int count, char** arguments) {
 #ifdef ORVO_HAVE_SERVICE
         kova_cli::AddServeCommand(program);
 #endif
+        AddManualCommand(program);
         return Run(program, count, arguments);
     } catch (const kova_cli::NobodyRecognised&) {
         return kNobody;

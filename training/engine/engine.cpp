@@ -382,9 +382,8 @@ class Net {
         const Tensor& source = Source(*node).out;
         const Finish finish = FinishOf(node->layer);
         ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
-            const auto forward = source.size % kStrip == 0
-                                     ? engine::DepthwiseForward<kStrip>
-                                     : engine::DepthwiseForward<kEvenStrip>;
+            const auto forward = source.size % kStrip == 0 ? engine::DepthwiseForward<kStrip>
+                                                           : engine::DepthwiseForward<kEvenStrip>;
             forward(source, node->depthwise.data(), finish, picture, &thread.rows, &node->out,
                     &thread.sums);
         });
@@ -695,9 +694,8 @@ class Net {
         ClearDepthwise();
         BeginGradient(&source);
         ForEachPicture(node->layer.outputs, [&](Thread& thread, size_t picture) {
-            const auto backward = source.size % kStrip == 0
-                                      ? engine::DepthwiseBackward<kStrip>
-                                      : engine::DepthwiseBackward<kEvenStrip>;
+            const auto backward = source.size % kStrip == 0 ? engine::DepthwiseBackward<kStrip>
+                                                            : engine::DepthwiseBackward<kEvenStrip>;
             backward(source, node->depthwise.data(), node->out, picture, &thread.rows,
                      &thread.depthwise, &thread.sums);
         });

@@ -24,22 +24,29 @@ from .quality_sets import AS_IT_IS, JUNK, SIDES
 SETTINGS = ROOT / "find" / "settings.h"
 GOOD = 30  # ORVO_FIND_GOOD: below it a face is refused
 REFUSED = 0.98  # share of each kind of junk that the fit wants below the limit
-SHARES = (0.05, 0.1, 0.2)  # of the pictures that are taken away
+SHARES = (0.05, 0.1, 0.2, 0.4)  # of the pictures that are taken away
 
 # Where a number may lie: (none, full) of each ramp, then the score's. A reason is given halfway
 # between none and full, so this also says where a reason may be given at all.
 BOUNDS = {
-    "kSmallRamp": ((40, 90), (120, 320)),
-    "kBlurredRamp": ((0, 120), (100, 400)),
-    "kDarkRamp": ((0, 40), (30, 110)),
-    "kOverexposedRamp": ((250, 1000), (0, 300)),
-    "kTurnedRamp": ((180, 384), (40, 200)),
-    "kTiltedRamp": ((40, 160), (5, 60)),
-    "kCoveredRamp": ((25, 110), (4, 60)),
-    "kCutOffRamp": ((20, 60), (0, 20)),
-    "kLeastScoreFactor": (20, 200),
+    "kSmallRamp": ((40, 90), (110, 320)),
+    "kBlurredRamp": ((0, 90), (110, 400)),
+    "kDarkRamp": ((0, 30), (40, 110)),
+    "kOverexposedRamp": ((350, 1000), (0, 300)),
+    "kTurnedRamp": ((200, 384), (20, 160)),
+    "kTiltedRamp": ((45, 80), (0, 35)),
+    "kCoveredRamp": ((8, 30), (0, 4)),
+    "kCutOffRamp": ((20, 50), (0, 15)),
+    "kLeastScoreFactor": (10, 200),
     "kSureScore": (30, 110),
 }
+
+
+# Pictures with a flaw are to be given its reason.
+REASON_OF = {
+    "small": "small", "blurred": "blurred", "moved": "blurred", "dark": "dark", "overexposed": "overexposed",
+    "covered": "covered", "cut off": "cut off",
+}  # fmt: skip
 
 
 @dataclass
@@ -101,14 +108,6 @@ def as_they_are(probes):
     return [p for p in probes if p.kind in (AS_IT_IS, SIDES)]
 
 
-def one_flaw_each(probes, seed=0):
-    """Every other picture with one flaw, of those that come with all."""
-    kinds = sorted({p.kind for p in probes} - {AS_IT_IS})
-    random = np.random.default_rng(seed)
-    flaw = {n: kinds[random.integers(len(kinds))] for n in sorted({p.original for p in probes})}
-    return [p for p in probes if p.kind == (AS_IT_IS if p.original % 2 == 0 else flaw[p.original])]
-
-
 def as_one_table(junk):
     """{kind: (measures of all faces, the picture of each, number of pictures)}"""
     out = {}
@@ -117,6 +116,18 @@ def as_one_table(junk):
         rows = [row for rows in junk[kind] for row in rows]
         out[kind] = np.array(rows, np.int64).reshape(len(rows), len(quality.MEASURES)), picture, len(junk[kind])
     return out
+
+
+def right_reasons(one, settings):
+    """How much more often pictures with a flaw are given its reason than those as they are, three times
+    counted: a mean over flaws."""
+    _, reasons = quality.judge(one.measures, settings)
+    plain = one.kinds == AS_IT_IS
+    gains = []
+    for kind, word in REASON_OF.items():
+        has = reasons >> quality.REASONS.index(word) & 1
+        gains.append(has[one.kinds == kind].mean() - 3 * has[plain].mean())
+    return float(np.mean(gains))
 
 
 def refused_junk(junk, settings):
@@ -129,16 +140,23 @@ def refused_junk(junk, settings):
     return out
 
 
-class Fit:
-    """Searches for settings, one number at a time, then several at once."""
+def _within(value, bounds):
+    if isinstance(value, tuple):
+        return tuple(_within(one, limits) for one, limits in zip(value, bounds))
+    return min(max(value, bounds[0]), bounds[1])
 
-    def __init__(self, pools, junk, settings):
-        self.pools, self.junk, self.settings = pools, junk, dict(settings)
+
+class Fit:
+    """Searches for settings by moving one to three numbers at a time. flawed: the pool with all flaws."""
+
+    def __init__(self, pools, flawed, junk, settings):
+        self.pools, self.flawed, self.junk = pools, flawed, junk
+        self.settings = dict(settings) | {name: _within(settings[name], BOUNDS[name]) for name in BOUNDS}
         self.rates = [one.rate_of_each() for one in pools]
 
     def worth(self, settings):
         """What is to be as large as possible: false rejects that go, faces on the right side of the
-        limit, junk below it."""
+        limit, junk below it, reasons where they belong."""
         gone, right = [], []
         for one, rates in zip(self.pools, self.rates):
             values, _ = quality.judge(one.measures, settings)
@@ -147,7 +165,8 @@ class Fit:
             right.append(good[rates < 0.2].mean() - 0.5 * good[rates > 0.6].mean())
         junk = refused_junk(self.junk, settings)
         missing = sum(max(0.0, REFUSED - share) for share in junk.values())
-        return float(np.mean(gone) + 0.35 * np.mean(right) - 2 * missing)
+        reasons = right_reasons(self.flawed, settings)
+        return float(np.mean(gone) + 0.35 * np.mean(right) + 0.15 * reasons - 2 * missing)
 
     def _moved(self, settings, name, at, random):
         """One number somewhere else in its bounds, near or far."""
@@ -273,6 +292,7 @@ def parse_arguments():
         add(f"--{prefix}cutouts", type=Path, required=True, help="what `facegen cutouts` wrote")
         add(f"--{prefix}bank", type=Path, required=True, help="pictures without people")
     add("--people", type=Path, help="real portraits, one sub-folder a person, to be measured on")
+    add("--most-people", type=int, default=200, help="of each folder of rendered ones (%(default)s)")
     add("--rounds", type=int, default=4000, help="settings that are tried; 0: measure only (%(default)s)")
     add("--write", action="store_true", help="write the settings into find/settings.h")
     add("--again", action="store_true", help="with what was seen last time (the models are the same)")
@@ -280,9 +300,9 @@ def parse_arguments():
     return parser.parse_args()
 
 
-def _gathered(eyes, frames, cutouts, bank, seed):
-    probes = quality_sets.of_frames(eyes, frames, seed)
-    sides, backs = quality_sets.of_cutouts(eyes, cutouts, bank, seed + 1)
+def _gathered(eyes, frames, cutouts, bank, most, seed):
+    probes = quality_sets.of_frames(eyes, frames, most, seed)
+    sides, backs = quality_sets.of_cutouts(eyes, cutouts, bank, most, seed + 1)
     return probes, sides, as_one_table(quality_sets.junk(eyes, frames, bank, backs, seed + 2))
 
 
@@ -297,8 +317,8 @@ def _looked_at(args, eyes):
     if args.again and kept.exists():
         return pickle.loads(kept.read_bytes())
     seen = {
-        "fit": _gathered(eyes, args.frames, args.cutouts, args.bank, 1),
-        "test": _gathered(eyes, args.test_frames, args.test_cutouts, args.test_bank, 11),
+        "fit": _gathered(eyes, args.frames, args.cutouts, args.bank, args.most_people, 1),
+        "test": _gathered(eyes, args.test_frames, args.test_cutouts, args.test_bank, args.most_people, 11),
         "people": quality_sets.of_people(eyes, args.people, 21) if args.people else [],
     }
     args.out.mkdir(parents=True, exist_ok=True)
@@ -316,10 +336,10 @@ def main():
     (*probes, junk), (*test_probes, test_junk) = seen["fit"], seen["test"]
     pools, test = _pools(*probes), _pools(*test_probes)
     if args.rounds:
-        settings, _ = Fit(list(pools.values()), junk, settings).run(args.rounds)
+        settings, _ = Fit(list(pools.values()), pools["half of them with a flaw"], junk, settings).run(args.rounds)
     if seen["people"]:
         test["portraits as they are"] = pool(as_they_are(seen["people"]))
-        test["portraits, half with a flaw"] = pool(one_flaw_each(seen["people"]))
+        test["portraits, half with a flaw"] = pool(mixed(seen["people"]))
     named = {f"fit: {name}": one for name, one in pools.items()} | test
     report = {
         "settings": settings,

@@ -37,23 +37,26 @@ class Eyes:
         self.core, self.finder = core, finder
         self.settings = quality.read_settings()
 
-    def _measures(self, picture, face):
-        return quality.measure(face, picture.shape, self.finder.upright(picture, face), self.settings)
+    def _measures(self, picture, face, crop):
+        return quality.measure(face, picture.shape, crop, self.settings)
 
     def look(self, probe, picture, box):
-        """Fills in the face at box (middle and side). Whether there is one."""
-        faces = self.finder.find(picture, most=_MOST)
-        _, features = self.finder.features(picture, most=_MOST)
-        for face, feature in zip(faces, features):
+        """Fills in the face at box (middle and side), if there is one."""
+        for face in self.finder.find(picture, most=_MOST):
             x, y = face.left + face.side / 2, face.top + face.side / 2
             near = max(abs(x - box[0]), abs(y - box[1])) < 0.4 * box[2]
             if near and 0.5 < face.side / box[2] < 2:
-                probe.measures, probe.feature = self._measures(picture, face), feature.copy()
+                crop = self.finder.upright(picture, face)
+                probe.measures = self._measures(picture, face, crop)
+                probe.feature = self.core.crop_feature(crop)
                 break
         return probe
 
     def all_measures(self, picture):
-        return [self._measures(picture, face) for face in self.finder.find(picture, most=_MOST)]
+        return [
+            self._measures(picture, face, self.finder.upright(picture, face))
+            for face in self.finder.find(picture, most=_MOST)
+        ]
 
     def best_box(self, picture):
         for face in self.finder.find(picture, most=1):
@@ -66,11 +69,17 @@ def _middle(box):
     return (left + right) / 2, (top + bottom) / 2, right - left
 
 
-def of_frames(eyes, folder, seed):
+def _first(items, person_of, most):
+    """The items of that many people."""
+    people = list(dict.fromkeys(person_of(item) for item in items))[:most]
+    return [item for item in items if person_of(item) in set(people)]
+
+
+def of_frames(eyes, folder, most_people, seed):
     """Each frame as it is and with one flaw."""
     random = np.random.default_rng(seed)
     probes = []
-    for number, shot in enumerate(load(folder, 200)):
+    for number, shot in enumerate(_first(load(folder, 200), lambda shot: shot.person, most_people)):
         picture, box = np.ascontiguousarray(shot.frame), _middle(shot.box)
         probe = Probe(shot.person, number, AS_IT_IS, pitch=shot.labels["pitch"])
         probes.append(eyes.look(probe, picture, box))
@@ -94,12 +103,14 @@ def _before(scene, cutout, labels, random):
     return (scene + share * (tones.astype(np.float32) - scene)).astype(np.uint8), (*goal, side)
 
 
-def of_cutouts(eyes, folder, bank, seed):
+def of_cutouts(eyes, folder, bank, most_people, seed):
     """Faces from all sides before other pictures; and pictures of backs of heads."""
     random = np.random.default_rng(seed)
     cutouts, bank = Cutouts(folder), Bank(bank)
     probes, backs = [], []
-    for number, labels in enumerate(cutouts.labels):
+    chosen = _first(range(len(cutouts)), lambda number: cutouts.labels[number][0], most_people)
+    for number in chosen:
+        labels = cutouts.labels[number]
         scene = np.ascontiguousarray(bank.draw(random, _SIZE)).copy()
         picture, box = _before(scene, cutouts[number], labels, random)
         if abs(labels[4]) > BACK:
@@ -111,7 +122,7 @@ def of_cutouts(eyes, folder, bank, seed):
 
 
 def of_people(eyes, folder, seed):
-    """Portraits in one sub-folder a person, as they are and with each flaw. Where the face is they are
+    """Portraits in one sub-folder a person, as they are and with one flaw. Where the face is they are
     asked themselves."""
     random = np.random.default_rng(seed)
     probes, number = [], 0
@@ -122,8 +133,8 @@ def of_people(eyes, folder, seed):
             continue
         person, number = path.parent.name, number + 1
         probes.append(eyes.look(Probe(person, number, AS_IT_IS), picture, box))
-        for kind in KINDS:
-            probes.append(eyes.look(Probe(person, number, kind), *degraded(picture, box, kind, random)))
+        kind = list(KINDS)[random.integers(len(KINDS))]
+        probes.append(eyes.look(Probe(person, number, kind), *degraded(picture, box, kind, random)))
     return probes
 
 
@@ -146,7 +157,7 @@ def _smear(picture, random):
     return cv2.resize(cv2.resize(picture, size, interpolation=cv2.INTER_AREA), (_SIZE, _SIZE))
 
 
-def junk(eyes, folder, bank, backs, seed, count=400):
+def junk(eyes, folder, bank, backs, seed, count=200):
     """{kind: measures of the faces that are seen in each picture}"""
     random = np.random.default_rng(seed)
     bank, shots = Bank(bank), list(load(folder, 200))

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "orvo/image_tools.h"
@@ -388,7 +391,55 @@ TEST_F(Commands, HelpFitsAHundredColumns) {
 }
 
 TEST_F(Commands, VersionIsPrinted) {
-    EXPECT_EQ(Output({"--version"}), "kova-fr " ORVO_VERSION "\n");
+    const std::string version = Output({"--version"});
+    EXPECT_EQ(version.find("kova-fr " ORVO_VERSION "\nreads PNG, JPEG, PGM/PPM, BMP"), 0u)
+        << version;
+}
+
+// Every word that begins like an option, in a help or in a manual.
+std::set<std::string> OptionsIn(std::string text) {
+    for (size_t at = 0; (at = text.find("\\-", at)) != std::string::npos;) {
+        text.erase(at, 1);
+    }
+    const std::regex option("--[a-z][a-z-]+");
+    return {std::sregex_token_iterator(text.begin(), text.end(), option),
+            std::sregex_token_iterator()};
+}
+
+TEST_F(Commands, ManualHasEveryCommandWithItsOptions) {
+    const std::string manual = Output({"manual"});
+    EXPECT_EQ(manual.find(".TH KOVA\\-FR 1"), 0u);
+    const std::string help = Output({"--help"});
+    const size_t list = help.find("Subcommands:\n");
+    ASSERT_NE(list, std::string::npos);
+    std::istringstream lines(help.substr(list));
+    std::string line;
+    std::getline(lines, line);
+    size_t commands = 0;
+    while (std::getline(lines, line) && !line.empty()) {
+        const std::string command = line.substr(2, line.find(' ', 2) - 2);
+        const size_t begin = manual.find("\n.SS " + command + "\n");
+        ASSERT_NE(begin, std::string::npos) << command;
+        const size_t end = std::min(manual.find("\n.S", begin + 2), manual.size());
+        std::set<std::string> wanted = OptionsIn(Output({command, "--help"}));
+        wanted.erase("--help");
+        const std::set<std::string> there = OptionsIn(manual.substr(begin, end - begin));
+        EXPECT_TRUE(std::ranges::includes(there, wanted)) << command;
+        ++commands;
+    }
+    EXPECT_GE(commands, 11u);
+}
+
+// groff is on every machine that shows manual pages.
+TEST_F(Commands, ManualIsTypesetWithoutComplaints) {
+    const Outcome run = Shell(
+        "command -v groff > /dev/null || exit 77; \"$KOVA_FR\" manual | "
+        "groff -man -Tutf8 -K utf8 -ww -rLL=100n > /dev/null");
+    if (run.status == 77) {
+        GTEST_SKIP() << "there is no groff here";
+    }
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
 }
 
 TEST_F(Commands, HelpShowsExamples) {

@@ -2,6 +2,7 @@
 // `kova-fr eval` on the sample pictures, whose distances `kova-fr compare` prints, and on input
 // that is not as it should be.
 #include <gtest/gtest.h>
+#include <png.h>
 
 #include <filesystem>
 #include <map>
@@ -274,7 +275,7 @@ TEST_F(Eval, WritesReportsAndCharts) {
     }
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"det.svg", "histogram.svg", "report.json",
-                                               "report.txt", "roc.svg"}));
+                                               "report.txt", "roc.svg", "worst.png"}));
     EXPECT_EQ(ReadFile(out + "/report.txt"), printed);
     EXPECT_EQ(json::parse(ReadFile(out + "/report.json")), JsonOutput({people_}));
     EXPECT_NE(ReadFile(out + "/roc.svg").find("this model on these pictures"), std::string::npos);
@@ -328,10 +329,136 @@ TEST_F(Eval, CopiesOfAPictureAreReported) {
     MakePeople("ab");
     fs::copy_file(people_ + "/ada/ada-1.png", people_ + "/ada/copy.png");
     fs::copy_file(people_ + "/ada/ada-2.png", people_ + "/ben/copy.png");
-    const json report = JsonOutput({people_});
+    const Outcome run = Run({people_, "--json"});
+    const json report = json::parse(run.out);
     EXPECT_EQ(report["copies_of_one_person"], 1);
     EXPECT_EQ(report["copies_of_two_people"], 1);
-    EXPECT_NE(Output({people_}).find("probably a picture lies with the wrong"), std::string::npos);
+    // Two people for one picture is worth a word on the spot.
+    EXPECT_NE(run.err.find("1 pair of two people shows one and the same picture, such as " +
+                           people_ + "/ada/ada-2.png and " + people_ + "/ben/copy.png"),
+              std::string::npos)
+        << run.err;
+    EXPECT_NE(Run({people_}).out.find("probably a picture lies with the wrong"), std::string::npos);
+}
+
+TEST_F(Eval, ScoresOfAllPairsAreWritten) {
+    MakePeople("ab");
+    const std::string table = folder_ / "scores.csv";
+    Output({people_, "--scores", table});
+    std::vector<std::string> compare = {"compare", "--json"};
+    std::vector<Sample> samples = Samples("ab");
+    for (const Sample& sample : samples) {
+        compare.push_back(sample.path);
+    }
+    const json distances = json::parse(KovaFrOnCrops(compare).out)["distances"];
+    std::istringstream lines(ReadFile(table));
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "first,second,same,score");
+    for (size_t a = 0; a < samples.size(); ++a) {
+        for (size_t b = a + 1; b < samples.size(); ++b) {
+            std::getline(lines, line);
+            const bool isSame = samples[a].person == samples[b].person;
+            const std::string begin = people_ + "/" + samples[a].person + "/" +
+                                      fs::path(samples[a].path).filename().string() + "," +
+                                      people_ + "/" + samples[b].person + "/" +
+                                      fs::path(samples[b].path).filename().string() +
+                                      (isSame ? ",1," : ",0,");
+            ASSERT_EQ(line.substr(0, begin.size()), begin);
+            EXPECT_EQ(std::stof(line.substr(begin.size())), distances[a][b].get<float>());
+        }
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+// Of a picture in colours that shows greys.
+Grey DecodeColourPng(const std::string& file) {
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    EXPECT_NE(png_image_begin_read_from_memory(&image, file.data(), file.size()), 0);
+    image.format = PNG_FORMAT_RGB;
+    std::vector<uint8_t> pixels(PNG_IMAGE_SIZE(image));
+    EXPECT_NE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr), 0);
+    Grey picture = Flat(image.width, image.height, 0);
+    for (size_t i = 0; i < picture.pixels.size(); ++i) {
+        picture.pixels[i] = pixels[3 * i];
+    }
+    return picture;
+}
+
+// The first pair on the left, as the network sees its faces.
+TEST_F(Eval, TheWorstPairsAreShown) {
+    MakePeople("abcd");
+    const std::string table = folder_ / "scores.csv";
+    const std::string out = folder_ / "out";
+    Output({people_, "--scores", table, "--out", out});
+    std::istringstream lines(ReadFile(table));
+    std::vector<std::string> worst;
+    float most = -1;
+    for (std::string line; std::getline(lines, line);) {
+        std::vector<std::string> fields;
+        std::istringstream parts(line);
+        for (std::string field; std::getline(parts, field, ',');) {
+            fields.push_back(field);
+        }
+        if (fields[2] == "0" && std::stof(fields[3]) > most) {
+            most = std::stof(fields[3]);
+            worst = fields;
+        }
+    }
+    ASSERT_EQ(worst.size(), 4u);
+    const Grey sheet = DecodeColourPng(ReadFile(out + "/worst.png"));
+    for (uint32_t side = 0; side < 2; ++side) {
+        const std::string crop = folder_ / "crop.png";
+        EXPECT_EQ(KovaFrOnCrops({"extract", "--save-crop", crop, worst[side]}).status, 0);
+        const Grey expected = DecodeGreyPng(ReadFile(crop));
+        EXPECT_EQ(Crop(sheet, 8 + side * 98, 40, 96, 96).pixels, expected.pixels) << worst[side];
+    }
+}
+
+TEST_F(Eval, AnEarlierReportIsDrawnBesideTheNewOne) {
+    MakePeople("abcd");
+    Output({people_, "--out", folder_ / "earlier"});
+    const std::string out = folder_ / "later";
+    Output({people_, "--out", out, "--against", folder_ / "earlier/report.json"});
+    for (const char* name : {"/roc.svg", "/det.svg"}) {
+        const std::string chart = ReadFile(out + name);
+        EXPECT_NE(chart.find(">earlier</text>"), std::string::npos) << name;
+        const auto lines = [&chart](const std::string& colour) {
+            const size_t at = chart.find("class=\"line stroke-" + colour);
+            const size_t begin = chart.rfind(" d=\"", at) + 4;
+            return chart.substr(begin, chart.find('"', begin) - begin);
+        };
+        EXPECT_GT(lines("green").size(), 20u);
+        EXPECT_EQ(lines("green"), lines("blue")) << "the same pictures"; // one upon the other
+    }
+    WriteFile(folder_ / "bad.json", "{\"curve\": 3}");
+    ExpectRefusal(Run({people_, "--out", out, "--against", folder_ / "bad.json"}), 1,
+                  "no report of kova-fr eval");
+    ExpectRefusal(Run({people_, "--against", folder_ / "earlier/report.json"}), 2, "--out");
+}
+
+// In the dark, too, with every threshold that is recommended.
+TEST_F(Eval, ChartsFollowTheReadersColoursAndMarkTheThresholds) {
+    MakePeople("abcdefghijkl");
+    const std::string out = folder_ / "out";
+    const json report = JsonOutput({people_, "--out", out});
+    size_t marked = 0;
+    for (const char* name : {"/roc.svg", "/det.svg", "/histogram.svg"}) {
+        const std::string chart = ReadFile(out + name);
+        EXPECT_NE(chart.find("@media(prefers-color-scheme:dark)"), std::string::npos) << name;
+        EXPECT_EQ(chart.find("fill=\"#"), std::string::npos) << name;
+        EXPECT_EQ(chart.find("stroke=\"#"), std::string::npos) << name;
+        for (const json& one : report["recommended"]) {
+            if (!one["threshold"].is_null()) {
+                char text[16];
+                std::snprintf(text, sizeof text, "%.4f", one["threshold"].get<double>());
+                EXPECT_NE(chart.find(text), std::string::npos) << name << " lacks " << text;
+                ++marked;
+            }
+        }
+    }
+    EXPECT_GE(marked, 3u);
 }
 
 TEST_F(Eval, TheReportFitsEightyColumns) {

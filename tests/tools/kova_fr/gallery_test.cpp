@@ -394,6 +394,54 @@ TEST_F(Galleries, AWallIsNotEnrolled) {
     EXPECT_FALSE(std::filesystem::exists(gallery_));
 }
 
+TEST_F(Galleries, AFolderIsEnrolledInOneWrite) {
+    const std::string people = folder_ / "people";
+    for (size_t i = 0; i < 4; ++i) {
+        const std::string person = people + "/" + (i < 3 ? "ada" : "Ben C.");
+        std::filesystem::create_directories(person);
+        std::filesystem::copy_file(pictures_[i], person + "/" + std::to_string(i) + ".png");
+    }
+    std::filesystem::create_directories(people + "/nobody");
+    WriteFile(people + "/nobody/0.png", "no picture");
+    const Outcome run = KovaFrOnCrops({"enroll", "--json", "--folder", people, gallery_});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("left out: "), std::string::npos) << run.err;
+    const json said = json::parse(run.out);
+    EXPECT_EQ(said["people"], 2);
+    EXPECT_EQ(said["people_left_out"], 1);
+    EXPECT_EQ(said["added"], 4);
+    EXPECT_EQ(said["left_out"].size(), 1u);
+    EXPECT_EQ(Names(),
+              json::parse(R"([{"name":"Ben C.","features":1},{"name":"ada","features":3}])"));
+    // In blocks of many, not in one for each.
+    constexpr size_t kBegin = 96 + 8;
+    EXPECT_EQ(ReadFile(gallery_)[kBegin], 4);
+    const json found = json::parse(Output({"identify", "--json", gallery_, pictures_[3]}));
+    EXPECT_EQ(found["pictures"][0]["matches"][0]["name"], "Ben C.");
+}
+
+TEST_F(Galleries, AFolderOfPicturesIsEnrolledByTheirNames) {
+    const std::string people = folder_ / "people";
+    std::filesystem::create_directories(people);
+    for (const char* name : {"ada-1.png", "ada-2.png", "joe_1.png"}) {
+        std::filesystem::copy_file(pictures_[0], people + "/" + name);
+    }
+    EXPECT_EQ(Output({"enroll", "--folder", people, gallery_}),
+              "2 people, 3 faces added; the gallery has 3\n");
+    EXPECT_EQ(Names(), json::parse(R"([{"name":"ada","features":2},{"name":"joe","features":1}])"));
+    const std::string before = ReadFile(gallery_);
+    ExpectRefusal(KovaFr({"enroll", "--folder", people, gallery_, "ada", pictures_[0]}),
+                  kWrongUsage, "--folder");
+    ExpectRefusal(KovaFrOnCrops({"enroll", "--folder", folder_ / "missing", gallery_}), kFailure,
+                  "missing");
+    WriteFile(people + "/ada-1.png", "no picture");
+    for (const char* name : {"ada-2.png", "joe_1.png"}) {
+        std::filesystem::remove(people + "/" + name);
+    }
+    EXPECT_EQ(KovaFrOnCrops({"enroll", "--folder", people, gallery_}).status, kFailure);
+    EXPECT_EQ(ReadFile(gallery_), before);
+}
+
 TEST_F(Galleries, NamesMustBeOneLine) {
     for (const std::string name : {"", "a\nb", "a\x1b[31m",
                                    "a\xc2\x9b"

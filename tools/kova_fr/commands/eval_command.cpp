@@ -10,12 +10,17 @@
 #include "evaluation/charts/error_charts.h"
 #include "evaluation/eval_features.h"
 #include "evaluation/eval_input.h"
+#include "evaluation/pair_scores.h"
+#include "evaluation/report/contact_sheet.h"
 #include "evaluation/report/eval_report.h"
+#include "evaluation/report/other_report.h"
 #include "evaluation/shipped_thresholds.h"
+#include "faces/faces_of.h"
 #include "files/failure.h"
 #include "files/output_file.h"
 #include "terminal/label.h"
 #include "terminal/progress.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
 namespace {
@@ -26,6 +31,8 @@ struct EvalOptions {
     std::string folder;
     std::string pairsPath;
     std::string outFolder;
+    std::string scoresPath;  // empty: no table of pairs
+    std::string againstPath; // empty: no second curve
     bool byName = false;
     FeatureReading reading;
     bool json = false;
@@ -41,7 +48,9 @@ relative to the list, and 1 for one person or 0 for two; or the same with commas
 
 Prints the error rates over thresholds, and which threshold to take for one to
 four nines against false accepts. Counts at a threshold are exact. --out adds the
-files report.txt, report.json, roc.svg, det.svg and histogram.svg.
+files report.txt, report.json, roc.svg, det.svg, histogram.svg, and worst.png, which
+shows the faces of the pairs that are most wrong. --scores writes a table of all pairs.
+--against draws the curve of an earlier report.json beside this one.
 docs/THRESHOLDS.md explains the words and how to choose.
 
 )";
@@ -51,6 +60,7 @@ Examples:
   kova-fr eval people/
   kova-fr eval --by-name --out result samples/
   kova-fr eval --pairs pairs.txt --json
+  kova-fr eval --out new --against old/report.json --scores pairs.csv people/
   kova-fr eval --crop --strict --out result faces/)";
 
 EvalInput ReadInput(const EvalOptions& options) {
@@ -78,6 +88,38 @@ void NameCopies(const kova_statistics::Scores& scores, const std::vector<std::st
     }
 }
 
+// A picture that stands under two people makes two people of one, and so wrong figures.
+void WarnOfCopies(const Evaluation& evaluation, const kova_statistics::Scores& scores,
+                  const kova_statistics::Comparisons& comparisons) {
+    if (scores.copiesOfTwo == 0) {
+        return;
+    }
+    std::string first;
+    for (size_t i = 0; i < scores.firstCopies.size() && first.empty(); ++i) {
+        const kova_statistics::Pair& pair = scores.firstCopies[i];
+        first = comparisons.person[pair.first] != comparisons.person[pair.second]
+                    ? ", such as " + evaluation.copies[i]
+                    : "";
+    }
+    Warn(std::to_string(scores.copiesOfTwo) +
+         (scores.copiesOfTwo == 1 ? " pair of two people shows" : " pairs of two people show") +
+         " one and the same picture" + first + "; see the report");
+}
+
+// The faces of single pictures, read once more.
+CropOf CropsOf(const Recogniser& recogniser, const FeatureReading& reading) {
+    return [&recogniser, reading](const std::string& path) -> std::vector<uint8_t> {
+        try {
+            Finder finder;
+            const std::vector<Face> faces =
+                FacesOf(recogniser, finder, LoadPicture(path), {reading.isCrop, {}, true});
+            return faces.empty() ? std::vector<uint8_t>() : faces[LargestGood(faces)].crop;
+        } catch (const Failure&) {
+            return {}; // it has changed since it was read
+        }
+    };
+}
+
 OutputFile FileOf(const fs::path& path, const std::string& text) {
     return {path.string(), true, std::vector<uint8_t>(text.begin(), text.end())};
 }
@@ -95,12 +137,17 @@ void MakeOutFolder(const std::string& folder) {
 
 void RunEval(const EvalOptions& options) {
     const EvalInput input = ReadInput(options);
+    const OtherCurve other = ReadOtherCurve(options.againstPath);
+    if (!options.scoresPath.empty()) {
+        CheckOutputs({{options.scoresPath, true, {}}}, input.pictures);
+    }
     if (!options.outFolder.empty()) {
         MakeOutFolder(options.outFolder);
     }
     Evaluation evaluation;
+    const Recogniser recogniser;
     const std::vector<std::optional<Feature>> features =
-        ReadFeatures(Recogniser(), input, options.reading, evaluation.leftOut);
+        ReadFeatures(recogniser, input, options.reading, evaluation.leftOut);
     const kova_statistics::Comparisons comparisons = MakeComparisons(input, features);
     CheckNotEmpty(comparisons);
 
@@ -122,6 +169,7 @@ void RunEval(const EvalOptions& options) {
         }
     }
     NameCopies(scores, names, evaluation);
+    WarnOfCopies(evaluation, scores, comparisons);
     evaluation.pictures = comparisons.features.size();
     evaluation.people = comparisons.people;
     evaluation.hasPeople = !comparisons.pairs;
@@ -135,11 +183,19 @@ void RunEval(const EvalOptions& options) {
 
     const std::string text = EvaluationText(evaluation);
     const std::string json = EvaluationJson(evaluation);
+    if (!options.scoresPath.empty()) {
+        WritePairScores(comparisons, names, options.scoresPath);
+    }
     if (!options.outFolder.empty()) {
+        constexpr size_t kWorst = 8; // of each kind
         const fs::path out = options.outFolder;
-        WriteFiles({FileOf(out / "report.txt", text), FileOf(out / "report.json", json),
-                    FileOf(out / "roc.svg", RocChart(evaluation.figures)),
-                    FileOf(out / "det.svg", DetChart(evaluation.figures)),
+        const std::vector<uint8_t> sheet = ContactSheet(FindWorstPairs(comparisons, kWorst), names,
+                                                        CropsOf(recogniser, options.reading));
+        WriteFiles({FileOf(out / "report.txt", text),
+                    FileOf(out / "report.json", json),
+                    {(out / "worst.png").string(), true, sheet},
+                    FileOf(out / "roc.svg", RocChart(evaluation.figures, other)),
+                    FileOf(out / "det.svg", DetChart(evaluation.figures, other)),
                     FileOf(out / "histogram.svg", HistogramChart(scores.all, evaluation.figures))});
     }
     WriteStandardOutput(options.json ? json : text);
@@ -167,6 +223,17 @@ void AddEvalCommand(CLI::App& program) {
         .add_option("--out", options->outFolder,
                     "Write the report and the charts there; made if it is not there")
         ->type_name("DIR");
+    command
+        .add_option(
+            "--scores", options->scoresPath,
+            "Write a table of all pairs there: both pictures, 1 for one person or 0 for two, "
+            "and the score")
+        ->type_name("FILE.csv");
+    command
+        .add_option("--against", options->againstPath,
+                    "Draw the curve of this earlier report beside the new one; needs --out")
+        ->needs("--out")
+        ->type_name("report.json");
     AddReadingOptions(command, options->reading);
     command.add_option("--rounds", options->rounds, "Sets of redrawn people for the intervals")
         ->check(CLI::Range(10, 100000))

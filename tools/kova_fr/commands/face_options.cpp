@@ -136,9 +136,7 @@ void AddAnyQualityOption(CLI::App& command, bool& anyQuality) {
 }
 
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures, int mostPictures) {
-    command
-        .add_option("pictures", options.pictures,
-                    "PNG, JPEG, PGM or PPM files; - is standard input")
+    command.add_option("pictures", options.pictures, "Picture files; - is standard input")
         ->required()
         ->expected(fewestPictures, mostPictures)
         ->type_name("PICTURE");

@@ -138,7 +138,7 @@ void RunFind(const FindOptions& options) {
 void AddFindCommand(CLI::App& program) {
     CLI::App& command = *program.add_subcommand("find", "Find the faces in whole pictures");
     const auto options = std::make_shared<FindOptions>();
-    command.add_option("pictures", options->pictures, "PNG, JPEG, PGM or PPM files")
+    command.add_option("pictures", options->pictures, "Picture files")
         ->required()
         ->type_name("PICTURE");
     command.add_flag("--json", options->json, "Print one line of JSON");

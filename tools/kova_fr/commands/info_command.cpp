@@ -58,8 +58,8 @@ std::string Text(const Info& info) {
     return "version             " ORVO_VERSION "\ninstruction set     " + info.instructionSet +
            "\nworking memory      " + std::to_string(info.workingMemory) +
            " bytes\nalignment model     sha256 " + info.alignDigest +
-           "\nrecognition model   sha256 " + info.recognitionDigest + "\nboth, as galleries  sha256 " +
-           info.modelsDigest + "\ncustom data         " +
+           "\nrecognition model   sha256 " + info.recognitionDigest +
+           "\nboth, as galleries  sha256 " + info.modelsDigest + "\ncustom data         " +
            (info.customData.empty() ? "none" : OneLine(info.customData)) + "\n\n" +
            ThresholdsText();
 }

@@ -60,6 +60,9 @@ std::vector<Face> Look(const Recogniser& recogniser, Finder& finder, const GreyP
 
 FaceEngine MakeEngine(const Recogniser& recogniser, Finder& finder, int32_t leastQuality) {
     FaceEngine engine;
+    engine.find = [&](const GreyPicture& picture, const Looking& looking) {
+        return finder.Find(picture, looking.smallest, looking.most);
+    };
     engine.look = [&](const GreyPicture& picture, const Looking& looking) {
         return Look(recogniser, finder, picture, looking);
     };

@@ -49,7 +49,9 @@ bool HasPictureName(const fs::path& path) {
     std::string ending = path.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    static constexpr const char* kEndings[] = {".png", ".jpg", ".jpeg", ".pgm", ".ppm", ".pnm"};
+    static constexpr const char* kEndings[] = {".png",  ".jpg",  ".jpeg", ".pgm", ".ppm",
+                                               ".pnm",  ".bmp",  ".webp", ".gif", ".tif",
+                                               ".tiff", ".heic", ".heif", ".avif"};
     return !IsFolder(path) &&
            std::find(std::begin(kEndings), std::end(kEndings), ending) != std::end(kEndings);
 }
@@ -212,12 +214,27 @@ class PairList {
     }
 
     fs::path folder_;
-    EvalInput input_{{}, {}, 0, std::vector<Pair>(), 0};
+    EvalInput input_{{}, {}, 0, {}, std::vector<Pair>(), 0};
     std::vector<bool> isSame_; // of each pair
     std::vector<size_t> line_;
     std::map<std::string, uint32_t> numbers_;
     std::map<std::pair<uint32_t, uint32_t>, bool> known_;
 };
+
+// Not both pictures and sub-folders of them.
+bool HasPicturesItself(const std::string& folder) {
+    if (Entries(folder, HasPictureName).empty()) {
+        return false;
+    }
+    for (const fs::path& person : Entries(folder, IsFolder)) {
+        if (!Entries(person, HasPictureName).empty()) {
+            throw Failure(folder +
+                          ": has pictures and sub-folders with pictures; give either one " +
+                          "sub-folder for each person, or one picture for each");
+        }
+    }
+    return true;
+}
 
 } // namespace
 
@@ -226,7 +243,11 @@ EvalInput FindPeople(const std::string& folder, bool byName) {
     std::map<std::string, uint32_t> numbers;
     const auto add = [&](const std::string& name, const fs::path& picture) {
         const auto next = static_cast<uint32_t>(numbers.size());
-        input.person.push_back(numbers.emplace(name, next).first->second);
+        const auto [place, isNew] = numbers.emplace(name, next);
+        if (isNew) {
+            input.names.push_back(name);
+        }
+        input.person.push_back(place->second);
         input.pictures.push_back(picture.string());
     };
     if (byName) {
@@ -250,24 +271,19 @@ EvalInput FindPeople(const std::string& folder, bool byName) {
 }
 
 EvalInput FindPeopleOrStrangers(const std::string& folder) {
-    const std::vector<fs::path> pictures = Entries(folder, HasPictureName);
-    if (pictures.empty()) {
+    if (!HasPicturesItself(folder)) {
         return FindPeople(folder, false);
     }
-    const std::vector<fs::path> people = Entries(folder, IsFolder);
-    for (const fs::path& person : people) {
-        if (!Entries(person, HasPictureName).empty()) {
-            throw Failure(folder +
-                          ": has pictures and sub-folders with pictures; give either one " +
-                          "sub-folder for each person, or one picture for each");
-        }
-    }
     EvalInput input;
-    for (const fs::path& picture : pictures) {
+    for (const fs::path& picture : Entries(folder, HasPictureName)) {
         input.pictures.push_back(picture.string());
         input.person.push_back(input.people++);
     }
     return input;
+}
+
+EvalInput FindNamedPeople(const std::string& folder) {
+    return FindPeople(folder, HasPicturesItself(folder));
 }
 
 EvalInput ReadPairs(const std::string& path) {

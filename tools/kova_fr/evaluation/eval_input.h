@@ -14,6 +14,7 @@ struct EvalInput {
     std::vector<std::string> pictures; // paths
     std::vector<uint32_t> person;      // of each picture
     uint32_t people = 0;
+    std::vector<std::string> names;                          // of the people, where they are known
     std::optional<std::vector<kova_statistics::Pair>> pairs; // without: all of them
     size_t repeatedPairs = 0;                                // left out
 };
@@ -26,6 +27,9 @@ EvalInput FindPeople(const std::string& folder, bool byName);
 // As FindPeople() where the folder has sub-folders. Where it has the pictures themselves, each is
 // taken for one of another person. A folder with both is a Failure.
 EvalInput FindPeopleOrStrangers(const std::string& folder);
+
+// As FindPeople(), by sub-folders where there are any, or else by the names of the pictures.
+EvalInput FindNamedPeople(const std::string& folder);
 
 // A list of pairs: `picture picture 1` for one person and 0 for two, or the same with commas or
 // tabs, where names may be quoted. Names are relative to the list's folder; empty lines and those

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "files/csv.h"
 #include "files/failure.h"
 #include "files/staged_file.h"
 #include "gallery/formats.h"
@@ -22,17 +23,6 @@ StagedFile NewFile(const std::string& path, bool mayReplace) {
         throw Failure(path + ": is no file; choose another name");
     }
     return {path, mayReplace, true};
-}
-
-std::string CsvField(std::string_view text) {
-    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
-        return std::string(text);
-    }
-    std::string field = "\"";
-    for (const char character : text) {
-        field += character == '"' ? "\"\"" : std::string(1, character);
-    }
-    return field + "\"";
 }
 
 std::string CsvHeadings() {

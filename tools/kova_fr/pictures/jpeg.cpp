@@ -11,8 +11,8 @@
 
 #include "files/failure.h"
 #include "grey/luma.h"
+#include "pictures/kinds.h"
 #include "pictures/orientation.h"
-#include "pictures/picture_io.h"
 
 namespace kova_cli {
 namespace {
@@ -28,6 +28,9 @@ struct JpegReader {
     jpeg_error_mgr manager = {};
     std::jmp_buf onError;
     char error[JMSG_LENGTH_MAX] = "";
+    bool isCut = false;             // the file has ended
+    uint32_t goodRows = UINT32_MAX; // that came before that, of a picture read row by row
+    bool isFine = false;            // of one that is sent in rounds: all that shows came
 
     JpegReader();
     ~JpegReader() { jpeg_destroy_decompress(&info); }
@@ -43,14 +46,21 @@ struct JpegReader {
 
 // libjpeg goes on after these with made-up pixels, which no one wants recognised.
 bool MeansLostPixels(int code) {
-    return code == JWRN_JPEG_EOF || code == JWRN_HIT_MARKER || code == JWRN_MUST_RESYNC ||
-           code == JWRN_HUFF_BAD_CODE || code == JWRN_ARITH_BAD_CODE;
+    return code == JWRN_HIT_MARKER || code == JWRN_MUST_RESYNC || code == JWRN_HUFF_BAD_CODE ||
+           code == JWRN_ARITH_BAD_CODE;
 }
 
+// Where the file has ended, the pixels are lost from the row of blocks on that is being read.
 void OnMessage(j_common_ptr info, int level) {
-    const bool isWarning = level < 0;
-    if (isWarning && MeansLostPixels(info->err->msg_code)) {
+    auto* reader = static_cast<JpegReader*>(info->client_data);
+    const int code = level < 0 ? info->err->msg_code : 0;
+    if (code == JWRN_JPEG_EOF) {
+        reader->isCut = true;
+    } else if (MeansLostPixels(code) && !reader->isCut) {
         OnError(info);
+    } else if (MeansLostPixels(code)) {
+        const auto blockRows = static_cast<uint32_t>(reader->info.max_v_samp_factor) * DCTSIZE;
+        reader->goodRows = std::min(reader->goodRows, reader->info.input_iMCU_row * blockRows);
     }
 }
 
@@ -123,11 +133,28 @@ void RowToLuma(const jpeg_decompress_struct& info, const uint8_t* row, uint8_t* 
     }
 }
 
+// A progressive picture is sent in ever finer rounds. It can be used once the last one has begun: then
+// only the lowest bits of some values are missing.
+bool LacksLowestBitsOnly(const jpeg_decompress_struct& info) {
+    if (info.coef_bits == nullptr) {
+        return false;
+    }
+    const int components = info.out_color_space == JCS_GRAYSCALE ? 1 : info.num_components;
+    for (int component = 0; component < components; ++component) {
+        const int* const bits = info.coef_bits[component];
+        if (std::any_of(bits, bits + DCTSIZE2, [](int bit) { return bit != 0; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool ReadRows(JpegReader& reader, uint8_t* row, GreyPicture& picture) {
     if (setjmp(reader.onError) != 0) {
         return false;
     }
     jpeg_start_decompress(&reader.info);
+    reader.isFine = LacksLowestBitsOnly(reader.info);
     while (reader.info.output_scanline < reader.info.output_height) {
         uint8_t* luma = picture.pixels.data() + size_t{reader.info.output_scanline} * picture.width;
         jpeg_read_scanlines(&reader.info, &row, 1);
@@ -135,6 +162,25 @@ bool ReadRows(JpegReader& reader, uint8_t* row, GreyPicture& picture) {
     }
     jpeg_finish_decompress(&reader.info);
     return true;
+}
+
+// Of a picture whose end is missing nearly everything must be there: an eighth may be made up.
+constexpr uint32_t kMostLost = 8;
+
+// What is to be said of a file that ended early; a Failure where too much is missing.
+std::string WordsForCut(uint32_t goodRows, uint32_t height, bool isProgressive, bool isFine) {
+    constexpr const char* kCut = "the JPEG lacks its last bytes";
+    if (isProgressive && !isFine) {
+        FailDamaged("the file ends too early");
+    }
+    if (isProgressive || goodRows >= height) {
+        return std::string(kCut) + "; it is used as it is";
+    }
+    if ((height - goodRows) * kMostLost > height) {
+        FailDamaged("the file ends too early");
+    }
+    return std::string(kCut) + ": the lowest " + std::to_string(height - goodRows) + " of " +
+           std::to_string(height) + " rows are made up";
 }
 
 } // namespace
@@ -160,8 +206,12 @@ GreyPicture DecodeJpeg(Bytes file) {
     std::vector<uint8_t> row(size_t{picture.width} * 4);
     // The markers are gone when the last row has been read.
     const int orientation = Orientation(reader.info);
+    const bool inRounds = jpeg_has_multiple_scans(&reader.info) != FALSE;
     if (!ReadRows(reader, row.data(), picture)) {
         FailDamaged(reader.error);
+    }
+    if (reader.isCut) {
+        picture.warning = WordsForCut(reader.goodRows, picture.height, inRounds, reader.isFine);
     }
     MakeUpright(orientation, picture);
     return picture;

@@ -3,6 +3,8 @@
 
 #include "files/failure.h"
 #include "files/input_file.h"
+#include "terminal/label.h"
+#include "terminal/warning.h"
 
 namespace kova_cli {
 namespace {
@@ -17,25 +19,14 @@ std::string PixelsText(uint64_t pixels) {
 
 } // namespace
 
-GreyPicture DecodePicture(Bytes file) {
-    if (file.empty()) {
-        throw Failure("the file is empty; name a picture file");
-    }
-    if (IsPng(file)) {
-        return DecodePng(file);
-    }
-    if (IsJpeg(file)) {
-        return DecodeJpeg(file);
-    }
-    if (IsPnm(file)) {
-        return DecodePnm(file);
-    }
-    throw UnknownPicture("is not a picture of a known kind; save it as PNG, JPEG or PGM");
-}
-
 GreyPicture LoadPicture(const std::string& path) {
     const std::string from = path == "-" ? "/dev/stdin" : path;
-    return Naming(path, [&from] { return DecodePicture(ReadWholeFile(from, kMaxFileBytes)); });
+    GreyPicture picture =
+        Naming(path, [&from] { return DecodePicture(ReadWholeFile(from, kMaxFileBytes)); });
+    if (!picture.warning.empty()) {
+        Warn(path + ": " + picture.warning);
+    }
+    return picture;
 }
 
 void LimitPictures(uint64_t mostPixels) { g_mostPixels = mostPixels; }
@@ -51,8 +42,19 @@ void CheckPictureSize(uint64_t width, uint64_t height) {
     }
 }
 
+GreyPicture EmptyPicture(uint64_t width, uint64_t height) {
+    CheckPictureSize(width, height);
+    GreyPicture picture;
+    picture.width = static_cast<uint32_t>(width);
+    picture.height = static_cast<uint32_t>(height);
+    picture.pixels.resize(width * height);
+    return picture;
+}
+
 void FailDamaged(const std::string& detail) {
-    throw Failure("the picture is damaged or cut short (" + detail +
+    // Some libraries' words end in a line of their own.
+    const size_t end = detail.find_last_not_of(" \n.");
+    throw Failure("the picture is damaged or cut short (" + OneLine(detail.substr(0, end + 1)) +
                   "); copy it again or save it anew");
 }
 

@@ -7,8 +7,8 @@
 
 #include "files/failure.h"
 #include "grey/luma.h"
+#include "pictures/kinds.h"
 #include "pictures/orientation.h"
-#include "pictures/picture_io.h"
 
 namespace kova_cli {
 namespace {

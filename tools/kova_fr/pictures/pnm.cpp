@@ -3,7 +3,7 @@
 
 #include "files/failure.h"
 #include "grey/luma.h"
-#include "pictures/picture_io.h"
+#include "pictures/kinds.h"
 
 namespace kova_cli {
 namespace {

@@ -22,9 +22,12 @@ struct Looking {
 };
 
 // What the service needs of the rest of the program to look at pictures. Only one thread at a time
-// calls `look`: the library keeps its state in module-level variables. Failures name no file.
+// calls `find` or `look`: the library keeps its state in module-level variables. Failures name no
+// file.
 struct FaceEngine {
-    // The faces of a picture with their features, best first.
+    // The faces of a picture, best first.
+    std::function<std::vector<OrvoFindFace>(const GreyPicture&, const Looking&)> find;
+    // The same with their features; their boxes are what the recogniser saw.
     std::function<std::vector<Face>(const GreyPicture&, const Looking&)> look;
     std::function<nlohmann::ordered_json(const OrvoFindFace&)> describe;
     std::function<std::vector<std::string>(uint32_t reasons)> reasonWords;

@@ -59,15 +59,16 @@ GreyPicture Decoded(const std::string& bytes) {
     }
 }
 
-// The caller is at the gate.
-std::vector<Face> Look(Service& service, const std::string& picture, const Fields& fields) {
+// By `find` or `look`. The caller is at the gate.
+template <typename Function>
+auto See(const Function& function, const std::string& bytes, const Fields& fields) {
     Looking looking{fields.crop.value_or(false), std::nullopt, kMostFaces};
     if (fields.smallest) {
         looking.smallest = Whole(fields.smallest, "smallest", 1, 8192, 1);
     }
-    const GreyPicture decoded = Decoded(picture);
+    const GreyPicture picture = Decoded(bytes);
     try {
-        return service.engine.look(decoded, looking);
+        return function(picture, looking);
     } catch (const Failure& failure) {
         throw Refusal{422, std::string("the picture ") + failure.what()};
     }
@@ -134,7 +135,8 @@ std::vector<FaceOfRequest> FacesOfRequest(Service& service, const Fields& fields
         }
         const AtTheGate inside(service);
         const size_t known = faces.size();
-        Choose(service, Look(service, std::get<std::string>(given), fields), fields, faces);
+        Choose(service, See(service.engine.look, std::get<std::string>(given), fields), fields,
+               faces);
         service.metrics.CountFaces(faces.size() - known);
     }
     return faces;
@@ -150,9 +152,10 @@ Answer AnswerFind(Service& service, const Query& query) {
     nlohmann::ordered_json json;
     json["faces"] = nlohmann::ordered_json::array();
     const AtTheGate inside(service);
-    for (const Face& face : Look(service, std::get<std::string>(fields.faces.front()), fields)) {
+    const auto& picture = std::get<std::string>(fields.faces.front());
+    for (const OrvoFindFace& face : See(service.engine.find, picture, fields)) {
         if (json["faces"].size() < most) {
-            json["faces"].push_back(service.engine.describe(*face.found));
+            json["faces"].push_back(service.engine.describe(face));
         }
     }
     return {JsonLine(json)};

@@ -106,8 +106,7 @@ void AddFeature(Fields& fields, const std::vector<float>& values) {
     CheckRoom(fields);
     Feature feature;
     if (values.size() != feature.size()) {
-        throw Refusal{400, "a feature has 128 numbers, not " + std::to_string(values.size()) +
-                               "; send it as extract gave it"};
+        throw Refusal{400, "a feature has 128 numbers, or 512 bytes; send it as extract gave it"};
     }
     if (!IsFeature(values.data())) {
         throw Refusal{400, "a feature is not of unit length; send it as extract gave it"};
@@ -117,10 +116,10 @@ void AddFeature(Fields& fields, const std::vector<float>& values) {
 }
 
 void AddFeatureBytes(Fields& fields, std::string_view bytes) {
-    std::vector<float> values(bytes.size() / sizeof(float));
-    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
-    if (values.size() * sizeof(float) != bytes.size()) {
-        values.clear();
+    std::vector<float> values;
+    if (bytes.size() == sizeof(Feature)) {
+        values.resize(std::tuple_size_v<Feature>);
+        std::memcpy(values.data(), bytes.data(), bytes.size());
     }
     AddFeature(fields, values);
 }

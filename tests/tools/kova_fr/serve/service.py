@@ -41,6 +41,31 @@ def command_line(*arguments, fails=False):
     return json.loads(run.stdout)
 
 
+def picture_of(name):
+    return str(SAMPLES / f"{name}.png")
+
+
+def grade():
+    """The faces of all samples, by name: which are good depends on the model."""
+    paths = sorted(SAMPLES.glob("*-[123].png"))
+    pictures = command_line("find", "--json", *map(str, paths))["pictures"]
+    return {path.stem: picture["faces"] for path, picture in zip(paths, pictures)}
+
+
+FACES = grade()
+
+
+def is_good(name):
+    return len(FACES[name]) == 1 and FACES[name][0]["quality"] >= 40
+
+
+# Of each of these people the first two pictures can be compared.
+PEOPLE = [name[:-2] for name in FACES if name.endswith("-1") and is_good(name) and is_good(name[:-1] + "2")]
+ONE, SAME, OTHER, THIRD = f"{PEOPLE[0]}-1", f"{PEOPLE[0]}-2", f"{PEOPLE[1]}-1", f"{PEOPLE[2]}-1"
+POOR = min((name for name in FACES if len(FACES[name]) == 1 and FACES[name][0]["reasons"]),
+           key=lambda name: FACES[name][0]["quality"])
+
+
 class Answer:
     def __init__(self, response):
         self.status = response.status

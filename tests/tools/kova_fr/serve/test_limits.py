@@ -8,7 +8,7 @@ import threading
 import time
 import unittest
 
-from service import (PATIENCE, ServiceTest, base64_of, read_all, sample, status_and_body, wait_until)
+from service import (ONE, PATIENCE, ServiceTest, base64_of, read_all, sample, status_and_body, wait_until)
 
 
 def head(method, path, *fields):
@@ -101,9 +101,9 @@ class Sizes(ServiceTest):
 
     def test_damaged_requests_are_answered_or_let_go(self):
         chance = random.Random(11)
-        body = json.dumps({"picture": base64_of(sample("ada-1")[:600]), "most": 3}).encode()
+        body = json.dumps({"picture": base64_of(sample(ONE)[:600]), "most": 3}).encode()
         form = (b'--b\r\nContent-Disposition: form-data; name="picture"; filename="a.png"\r\n\r\n' +
-                sample("ada-1")[:600] + b"\r\n--b--\r\n")
+                sample(ONE)[:600] + b"\r\n--b--\r\n")
         requests = [
             head("POST", "/v1/find?gallery=a%20b&c=%", "Content-Type: application/json",
                  f"Content-Length: {len(body)}") + body,
@@ -133,7 +133,7 @@ class Sizes(ServiceTest):
 
     def test_pictures_beyond_the_limit_are_refused(self):
         # 256 x 256 are more than 50,000.
-        answer = self.service.post("/v1/find", {"picture": base64_of(sample("ada-1"))})
+        answer = self.service.post("/v1/find", {"picture": base64_of(sample(ONE))})
         self.refused(answer, 413, "50000 pixels")
 
 
@@ -277,7 +277,7 @@ class Crowds(ServiceTest):
 
     def test_more_pictures_than_can_wait_are_told_so(self):
         service = self.serve("--waiting", "0")
-        body = {"pictures": 12 * [base64_of(sample("ada-1"))]}
+        body = {"pictures": 12 * [base64_of(sample(ONE))]}
         statuses = []
 
         def ask():
@@ -293,7 +293,7 @@ class Crowds(ServiceTest):
 class Ends(ServiceTest):
     def end_while_asked(self, number):
         service = self.serve("--timeout", "5")
-        body = json.dumps({"pictures": 20 * [base64_of(sample("ada-1"))]}).encode()
+        body = json.dumps({"pictures": 20 * [base64_of(sample(ONE))]}).encode()
         request = head("POST", "/v1/extract", "Content-Type: application/json", f"Content-Length: {len(body)}")
         idle = service.socket()
         busy = service.socket()

@@ -10,9 +10,10 @@ import zlib
 from pathlib import Path
 
 import service
-from service import ServiceTest, TOKEN, base64_of, command_line, feature_text, sample
+from service import (ONE, OTHER, POOR, SAME, THIRD, TOKEN, ServiceTest, base64_of, command_line, feature_text,
+                     picture_of, sample)
 
-ADA, ADA_2, DAN = (str(service.SAMPLES / f"{name}.png") for name in ("ada-1", "ada-2", "dan-1"))
+ADA, ADA_2, DAN = (picture_of(name) for name in (ONE, SAME, OTHER))
 
 
 def grey_png(width, height, value=128):
@@ -35,14 +36,14 @@ class Pictures(ServiceTest):
             "faces"][0]["feature"]
 
     def test_find_finds_what_the_command_line_finds(self):
-        found = self.service.post("/v1/find", {"picture": base64_of(sample("ada-1"))})
+        found = self.service.post("/v1/find", {"picture": base64_of(sample(ONE))})
         self.assertEqual(found.status, 200, found.body)
         wanted = command_line("find", "--json", ADA)["pictures"][0]["faces"]
         self.assertGreaterEqual(len(wanted), 1)
         self.assertEqual(found.json["faces"], wanted)
-        form = self.service.post_form("/v1/find", [("picture", sample("ada-1")), ("most", "1")])
+        form = self.service.post_form("/v1/find", [("picture", sample(ONE)), ("most", "1")])
         self.assertEqual(form.json["faces"], wanted[:1])
-        least = self.service.post("/v1/find", {"picture": base64_of(sample("ada-1")),
+        least = self.service.post("/v1/find", {"picture": base64_of(sample(ONE)),
                                                "smallest": 60})
         self.assertEqual(least.json["faces"],
                          command_line("find", "--json", "--smallest", "60", ADA)["pictures"][0][
@@ -52,28 +53,28 @@ class Pictures(ServiceTest):
 
     def test_extract_gives_the_features_of_the_command_line(self):
         wanted = command_line("extract", "--json", ADA)["pictures"][0]["feature"]
-        answer = self.service.post("/v1/extract", {"picture": base64_of(sample("ada-1"))})
+        answer = self.service.post("/v1/extract", {"picture": base64_of(sample(ONE))})
         self.assertEqual(answer.status, 200, answer.body)
         self.assertEqual(answer.json["faces"][0]["feature"], wanted)
         self.assertIn("quality", answer.json["faces"][0])
-        form = self.service.post_form("/v1/extract", [("picture", sample("ada-1")),
-                                                      ("picture", sample("dan-1"))])
+        form = self.service.post_form("/v1/extract", [("picture", sample(ONE)),
+                                                      ("picture", sample(OTHER))])
         self.assertEqual([face["feature"] for face in form.json["faces"]],
                          [wanted, command_line("extract", "--json", DAN)["pictures"][0]["feature"]])
 
     def test_a_crop_is_taken_as_it_is(self):
         wanted = command_line("extract", "--crop", "--json", ADA)["pictures"][0]["feature"]
-        for answer in (self.service.post("/v1/extract", {"picture": base64_of(sample("ada-1")),
+        for answer in (self.service.post("/v1/extract", {"picture": base64_of(sample(ONE)),
                                                          "crop": True}),
                        self.service.post_form("/v1/extract", [("crop", "true"),
-                                                              ("picture", sample("ada-1"))])):
+                                                              ("picture", sample(ONE))])):
             self.assertEqual(answer.json, {"faces": [{"feature": wanted}]})
         wall = self.service.post("/v1/extract", {"picture": base64_of(grey_png(64, 64)),
                                                  "crop": True})
         self.refused(wall, 422, "shows no structure")
 
     def test_features_come_back_as_they_went_in(self):
-        feature = self.feature("ada-1")
+        feature = self.feature(ONE)
         for given in (feature, feature_text(feature)):
             answer = self.service.post("/v1/extract", {"feature": given})
             self.assertEqual(answer.json, {"faces": [{"feature": feature}]})
@@ -85,11 +86,11 @@ class Pictures(ServiceTest):
 
     def test_compare_gives_the_distance_of_the_command_line(self):
         wanted = command_line("compare", "--json", ADA, DAN)["distances"][0][1]
-        pictures = {"pictures": [base64_of(sample("ada-1")), base64_of(sample("dan-1"))]}
+        pictures = {"pictures": [base64_of(sample(ONE)), base64_of(sample(OTHER))]}
         answer = self.service.post("/v1/compare", pictures)
         self.assertEqual(answer.json["distance"], wanted)
         self.assertNotIn("reached", answer.json)
-        mixed = {"picture": pictures["pictures"][0], "feature": self.feature("dan-1"),
+        mixed = {"picture": pictures["pictures"][0], "feature": self.feature(OTHER),
                  "threshold": wanted}
         self.assertEqual(self.service.post("/v1/compare", mixed).json["distance"], wanted)
         self.assertIs(self.service.post("/v1/compare", mixed).json["reached"], True)
@@ -102,34 +103,34 @@ class Pictures(ServiceTest):
         for name, picture in (("ada", ADA), ("dan", DAN)):
             command_line("enroll", "--json", self.gallery, name, picture)
         wanted = command_line("identify", "--json", self.gallery, ADA_2)
-        for answer in (self.service.post("/v1/identify", {"picture": base64_of(sample("ada-2"))}),
-                       self.service.post_form("/v1/identify", [("picture", sample("ada-2"))]),
-                       self.service.post("/v1/identify", {"feature": self.feature("ada-2")}),
+        for answer in (self.service.post("/v1/identify", {"picture": base64_of(sample(SAME))}),
+                       self.service.post_form("/v1/identify", [("picture", sample(SAME))]),
+                       self.service.post("/v1/identify", {"feature": self.feature(SAME)}),
                        self.service.post("/v1/identify?gallery=people",
-                                         {"feature": self.feature("ada-2")})):
+                                         {"feature": self.feature(SAME)})):
             self.assertEqual(answer.status, 200, answer.body)
             self.assertEqual(answer.json["features"], wanted["features"])
             self.assertEqual(answer.json["faces"][0]["matches"], wanted["pictures"][0]["matches"])
-        top = {"feature": self.feature("ada-2"), "top": 1}
+        top = {"feature": self.feature(SAME), "top": 1}
         self.assertEqual(len(self.service.post("/v1/identify", top).json["faces"][0]["matches"]), 1)
         top["threshold"] = 1
         self.assertEqual(self.service.post("/v1/identify", top).json["faces"][0]["matches"], [])
 
     def test_enrolled_people_are_those_of_the_command_line(self):
-        answer = self.service.post("/v1/people", {"name": "ada", "picture": base64_of(sample("ada-1"))})
+        answer = self.service.post("/v1/people", {"name": "ada", "picture": base64_of(sample(ONE))})
         self.assertEqual(answer.json, {"name": "ada", "added": 1, "features": 1})
         form = self.service.post_form("/v1/people", [("name", "J\u00fcrgen / Ben"),
-                                                     ("picture", sample("dan-1")),
-                                                     ("feature", feature_text(self.feature("ben-2")))])
+                                                     ("picture", sample(OTHER)),
+                                                     ("feature", feature_text(self.feature(THIRD)))])
         self.assertEqual(form.json, {"name": "J\u00fcrgen / Ben", "added": 2, "features": 3})
-        wanted = command_line("gallery", "--json", self.gallery)
-        self.assertEqual(wanted["names"], [{"name": "J\u00fcrgen / Ben", "features": 2},
-                                           {"name": "ada", "features": 1}])
-        self.assertEqual(self.service.get("/v1/people").json, wanted)
+        wanted = command_line("gallery", "--json", self.gallery)["names"]
+        self.assertEqual(wanted, [{"name": "J\u00fcrgen / Ben", "features": 2},
+                                  {"name": "ada", "features": 1}])
+        self.assertEqual(self.service.get("/v1/people").json, {"names": wanted})
         # What the command line adds meanwhile is seen.
-        command_line("enroll", "--json", self.gallery, "eve", str(service.SAMPLES / "eve-1.png"))
-        self.assertEqual(self.service.get("/v1/people").json,
-                         command_line("gallery", "--json", self.gallery))
+        command_line("enroll", "--json", self.gallery, "eve", picture_of(THIRD))
+        self.assertEqual(self.service.get("/v1/people").json["names"],
+                         command_line("gallery", "--json", self.gallery)["names"])
         removed = self.service.ask("DELETE", "/v1/people/J%C3%BCrgen%20%2F%20Ben")
         self.assertEqual(removed.json, {"name": "J\u00fcrgen / Ben", "removed": 2})
         names = [entry["name"] for entry in command_line("gallery", "--json", self.gallery)["names"]]
@@ -138,7 +139,7 @@ class Pictures(ServiceTest):
 
     def test_a_gallery_that_is_not_there_is_empty(self):
         self.assertEqual(self.service.get("/v1/people").json, {"names": []})
-        answer = self.service.post("/v1/identify", {"picture": base64_of(sample("ada-2"))})
+        answer = self.service.post("/v1/identify", {"picture": base64_of(sample(SAME))})
         self.assertEqual((answer.json["features"], answer.json["faces"][0]["matches"]), (0, []))
         self.refused(self.service.ask("DELETE", "/v1/people/ada"), 404, "nobody")
 
@@ -147,8 +148,8 @@ class Pictures(ServiceTest):
         for path in ("/v1/extract", "/v1/identify"):
             self.refused(self.service.post(path, {"picture": wall}), 422, "no face")
         self.refused(self.service.post("/v1/people", {"name": "a", "picture": wall}), 422, "no face")
-        poor = {"picture": base64_of(sample("ben-1"))}
-        path = str(service.SAMPLES / "ben-1.png")
+        poor = {"picture": base64_of(sample(POOR))}
+        path = picture_of(POOR)
         reasons = command_line("find", "--json", path)["pictures"][0]["faces"][0]["reasons"]
         self.assertGreaterEqual(len(reasons), 1)
         for asked in ("/v1/extract", "/v1/identify", "/v1/people"):
@@ -161,20 +162,20 @@ class Pictures(ServiceTest):
         self.assertEqual(answer.json["faces"][0]["feature"],
                          command_line("extract", "--json", path)["pictures"][0]["feature"])
         strict = self.serve("--least-quality", "100")
-        self.refused(strict.post("/v1/extract", {"picture": base64_of(sample("ada-1"))}), 422, "100 is needed")
+        self.refused(strict.post("/v1/extract", {"picture": base64_of(sample(ONE))}), 422, "100 is needed")
 
     def test_pictures_that_are_none_are_refused(self):
         ask = lambda data: self.service.post("/v1/find", {"picture": base64_of(data)})
         self.refused(ask(b"no picture at all"), 415, "known kind")
-        self.refused(ask(sample("ada-1")[:2000]), 400, "cut short")
+        self.refused(ask(sample(ONE)[:2000]), 400, "cut short")
         self.refused(ask(b""), 400, "empty")
         self.refused(ask(grey_png(16, 16)), 422, "too small")
         self.refused(ask(grey_png(5000, 4000)), 413, "16 megapixels")
-        self.assertEqual(ask(sample("ada-1")).status, 200)
+        self.assertEqual(ask(sample(ONE)).status, 200)
 
     def test_fields_that_are_wrong_are_refused(self):
-        good = base64_of(sample("ada-1"))
-        feature = self.feature("ada-1")
+        good = base64_of(sample(ONE))
+        feature = self.feature(ONE)
         for fields, part in (
                 ({}, "one picture"), ({"picture": 3}, "unknown"), ({"picture": "*"}, "Base64"),
                 ({"picture": good, "pictures": [good]}, "one picture"),
@@ -254,7 +255,7 @@ class Paths(ServiceTest):
         self.assertEqual(len(info["models_sha256"]), 64)
         self.assertEqual(info["galleries"], [{"name": "people", "features": 0}])
         self.assertEqual(info["limits"]["connections"], 7)
-        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample("ada-1"))})
+        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample(ONE))})
         running.post("/v1/people", {"name": "ada"})
         running.get("/nothing/of/ada")
         text = running.get("/metrics").body.decode()
@@ -296,7 +297,7 @@ class Paths(ServiceTest):
     def test_several_galleries_are_told_apart(self):
         other = self.gallery.replace("people", "staff")
         running = self.serve("--gallery", self.gallery, "--gallery", other)
-        picture = {"name": "ada", "picture": base64_of(sample("ada-1"))}
+        picture = {"name": "ada", "picture": base64_of(sample(ONE))}
         self.refused(running.post("/v1/people", picture), 400, "several galleries")
         self.assertEqual(running.post("/v1/people?gallery=staff", picture).status, 200)
         self.assertEqual(running.get("/v1/people?gallery=people").json, {"names": []})
@@ -306,12 +307,12 @@ class Paths(ServiceTest):
 
     def test_a_damaged_gallery_is_said_in_the_log_and_not_changed(self):
         running = self.serve("--gallery", self.gallery)
-        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample("ada-1"))})
+        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample(ONE))})
         with open(self.gallery, "r+b") as file:
             file.seek(200)
             file.write(b"damage")
         damaged = Path(self.gallery).read_bytes()
-        answer = running.post("/v1/identify", {"picture": base64_of(sample("ada-1"))})
+        answer = running.post("/v1/identify", {"picture": base64_of(sample(ONE))})
         self.assertNotIn(self.gallery, self.refused(answer, 500, "log")["error"])
         self.assertIn("damaged", running.stderr())
         self.assertEqual(Path(self.gallery).read_bytes(), damaged)
@@ -391,10 +392,10 @@ class Traces(ServiceTest):
         temporary.mkdir()
         running = self.serve("--gallery", self.gallery, "--log",
                              environment={"TMPDIR": str(temporary), "HOME": str(temporary)})
-        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample("ada-1"))})
-        running.post_form("/v1/identify", [("picture", sample("ada-2"))])
+        running.post("/v1/people", {"name": "ada", "picture": base64_of(sample(ONE))})
+        running.post_form("/v1/identify", [("picture", sample(SAME))])
         running.ask("DELETE", "/v1/people/ada")
-        running.post("/v1/find", {"picture": base64_of(sample("ada-1")[:3000])})
+        running.post("/v1/find", {"picture": base64_of(sample(ONE)[:3000])})
         self.assertEqual(list(temporary.iterdir()), [])
         self.assertEqual(sorted(os.listdir(self.folder.name)), ["people.gallery", "tmp"])
         log = running.stderr()

@@ -9,20 +9,20 @@ import time
 import unittest
 from http.client import HTTPException
 
-import service
-from service import PATIENCE, ServiceTest, base64_of, command_line, feature_text, sample
+from service import (ONE, OTHER, PATIENCE, PEOPLE, SAME, ServiceTest, base64_of, command_line, feature_text,
+                     picture_of, sample)
 
-NAMES = ("ada", "cleo", "dan", "gus", "hana", "joe")
+NAMES = PEOPLE[:6]
 
 
 class Together(ServiceTest):
     def test_many_clients_get_the_answers_of_the_command_line(self):
         for name in NAMES:
-            command_line("enroll", "--json", self.gallery, name, str(service.SAMPLES / f"{name}-1.png"))
+            command_line("enroll", "--json", self.gallery, name, picture_of(f"{name}-1"))
         pictures = {name: base64_of(sample(f"{name}-2")) for name in NAMES}
         wanted = {}
         for name in NAMES:
-            path = str(service.SAMPLES / f"{name}-2.png")
+            path = picture_of(f"{name}-2")
             wanted[name] = {
                 "find": command_line("find", "--json", path)["pictures"][0]["faces"],
                 "extract": command_line("extract", "--json", path)["pictures"][0]["feature"],
@@ -63,7 +63,7 @@ class Together(ServiceTest):
         self.assertEqual(wrong, [])
 
     def test_enrolments_by_many_and_by_the_command_line_are_all_kept(self):
-        feature = command_line("extract", "--json", str(service.SAMPLES / "ada-1.png"))["pictures"][0]["feature"]
+        feature = command_line("extract", "--json", picture_of(ONE))["pictures"][0]["feature"]
         running = self.serve("--gallery", self.gallery, "--timeout", "30")
         failures = []
 
@@ -76,7 +76,7 @@ class Together(ServiceTest):
         for thread in threads:
             thread.start()
         for i in range(4):
-            command_line("enroll", "--json", self.gallery, f"line-{i}", str(service.SAMPLES / "dan-1.png"))
+            command_line("enroll", "--json", self.gallery, f"line-{i}", picture_of(OTHER))
             names = {entry["name"] for entry in running.get("/v1/people").json["names"]}
             self.assertIn(f"line-{i}", names)
         for thread in threads:
@@ -89,7 +89,7 @@ class Together(ServiceTest):
 
     def test_a_lock_that_others_hold_is_waited_for_only_so_long(self):
         running = self.serve("--gallery", self.gallery, "--timeout", "0.5")
-        body = {"name": "ada", "picture": base64_of(sample("ada-1"))}
+        body = {"name": "ada", "picture": base64_of(sample(ONE))}
         folder = os.open(self.folder.name, os.O_RDONLY)
         fcntl.flock(folder, fcntl.LOCK_EX)
         answer = running.post("/v1/people", body)
@@ -101,7 +101,7 @@ class Together(ServiceTest):
 
 class Killed(ServiceTest):
     def test_what_was_acknowledged_is_there_after_a_kill(self):
-        feature = command_line("extract", "--json", str(service.SAMPLES / "ada-1.png"))["pictures"][0]["feature"]
+        feature = command_line("extract", "--json", picture_of(ONE))["pictures"][0]["feature"]
         acknowledged = []
         lock = threading.Lock()
         chance = random.Random(17)
@@ -135,9 +135,9 @@ class Killed(ServiceTest):
             self.end_killed(running)
         self.assertGreater(len(acknowledged), rounds)
         found = command_line("identify", "--json", "--top", "1", self.gallery,
-                             str(service.SAMPLES / "ada-1.png"))
+                             picture_of(ONE))
         self.assertEqual(found["pictures"][0]["matches"][0]["distance"],
-                         command_line("compare", "--json", *(2 * [str(service.SAMPLES / "ada-1.png")]))[
+                         command_line("compare", "--json", *(2 * [picture_of(ONE)]))[
                              "distances"][0][1])
 
     def end_killed(self, running):
@@ -155,7 +155,7 @@ class Memory(ServiceTest):
         if "sanitizer" in os.environ.get("KOVA_FR_BUILD", ""):
             self.skipTest("a sanitizer has memory of its own")
         running = self.serve("--gallery", self.gallery)
-        feature = running.post("/v1/extract", {"picture": base64_of(sample("ada-1"))}).json["faces"][0]["feature"]
+        feature = running.post("/v1/extract", {"picture": base64_of(sample(ONE))}).json["faces"][0]["feature"]
         for i in range(0, 10_000, 50):
             answer = running.post("/v1/people", {"name": f"person {i}",
                                                  "features": 50 * [feature_text(feature)]})
@@ -163,7 +163,7 @@ class Memory(ServiceTest):
 
         def ask():
             for _ in range(5):
-                answer = running.post("/v1/identify", {"picture": base64_of(sample("ada-2"))})
+                answer = running.post("/v1/identify", {"picture": base64_of(sample(SAME))})
                 self.assertEqual((answer.status, answer.json["features"]), (200, 10_000))
         threads = [threading.Thread(target=ask) for _ in range(8)]
         for thread in threads:

@@ -13,14 +13,32 @@ constexpr double kWidth = 720;
 constexpr double kHeight = 520;
 constexpr double kPlotLeft = 78;
 constexpr double kPlotRight = kWidth - 28;
-constexpr double kPlotTop = 96;
+constexpr double kPlotTop = 106;
 constexpr double kPlotBottom = kHeight - 62;
-constexpr double kLegendMiddle = 78;
-constexpr double kLabelSize = 12.5;
-constexpr double kLetterWidth = 6.9; // of a label, on average
+constexpr double kLegendMiddle = 70; // of its first line
+constexpr double kLegendLine = 20;
+constexpr double kLetterWidth = 6.9; // of a label of 12.5 pixels, on average
 
-constexpr const char* kInk = "#1f2933";
-constexpr const char* kSoftInk = "#52606d";
+// Light and dark, as the reader's system is. Blue, orange and green can be told apart by people who
+// see colours differently as well.
+constexpr const char* kStyle = R"(<style>
+text{fill:#1f2933;font-size:12.5px;font-family:system-ui,'DejaVu Sans',Arial,sans-serif}
+.title{font-size:17px;font-weight:600}.soft{fill:#52606d;font-size:13px}.axis{font-size:14px}
+.paper{fill:#fff}.grid{stroke:#d9dfe5}.fine{stroke:#eef1f4}.frame{fill:none;stroke:#9aa5b1}
+.dash{fill:none;stroke:#52606d;stroke-width:1.2px;stroke-dasharray:5 4}
+.line{fill:none;stroke-width:2.4px;stroke-linejoin:round}.band{opacity:.18}
+.area{fill-opacity:.28;stroke-width:1.6px;stroke-linejoin:round}
+.dot{stroke:#fff;stroke-width:1.5px}
+.halo{paint-order:stroke;stroke:#fff;stroke-width:4px;stroke-linejoin:round}
+.stroke-blue{stroke:#0072b2}.stroke-orange{stroke:#d55e00}.stroke-green{stroke:#00815a}
+.fill-blue{fill:#0072b2}.fill-orange{fill:#d55e00}.fill-green{fill:#00815a}
+@media(prefers-color-scheme:dark){
+text{fill:#e4e9ee}.soft{fill:#a9b6c3}.paper{fill:#12171d}.grid{stroke:#323d48}.fine{stroke:#1f272f}
+.frame{stroke:#62707d}.dash{stroke:#a9b6c3}.dot,.halo{stroke:#12171d}
+.stroke-blue{stroke:#56b4e9}.stroke-orange{stroke:#f0914f}.stroke-green{stroke:#3cc79d}
+.fill-blue{fill:#56b4e9}.fill-orange{fill:#f0914f}.fill-green{fill:#3cc79d}}
+</style>
+)";
 
 __attribute__((format(printf, 1, 2))) std::string Print(const char* format, ...) {
     va_list arguments;
@@ -103,23 +121,20 @@ void Chart::AddBand(const std::vector<Point>& upper, const std::vector<Point>& l
                     const std::string& colour, const std::string& label) {
     std::vector<Point> outline = upper;
     outline.insert(outline.end(), lower.rbegin(), lower.rend());
-    clipped_ += "<path d=\"" + Path(outline) + "Z\" fill=\"" + colour + "\" opacity=\"0.18\"/>\n";
-    legend_.push_back({"<rect x=\"0\" y=\"-6\" width=\"26\" height=\"12\" fill=\"" + colour +
-                           "\" opacity=\"0.18\"/>",
-                       label});
+    const std::string style = "class=\"band fill-" + colour + "\"/>";
+    clipped_ += "<path d=\"" + Path(outline) + "Z\" " + style + "\n";
+    legend_.push_back({"<rect x=\"0\" y=\"-6\" width=\"26\" height=\"12\" " + style, label});
 }
 
 void Chart::AddLine(const std::vector<Point>& points, const std::string& colour,
                     const std::string& label) {
-    const std::string style =
-        "fill=\"none\" stroke=\"" + colour + "\" stroke-width=\"2.4\" stroke-linejoin=\"round\"";
+    const std::string style = "class=\"line stroke-" + colour + "\"";
     clipped_ += "<path d=\"" + Path(points) + "\" " + style + "/>\n";
     legend_.push_back({"<path d=\"M0 0L26 0\" " + style + "/>", label});
 }
 
 void Chart::AddDashes(const std::vector<Point>& points, const std::string& label) {
-    const std::string style = std::string("fill=\"none\" stroke=\"") + kSoftInk +
-                              "\" stroke-width=\"1.2\" stroke-dasharray=\"5 4\"";
+    const std::string style = "class=\"dash\"";
     clipped_ += "<path d=\"" + Path(points) + "\" " + style + "/>\n";
     legend_.push_back({"<path d=\"M0 0L26 0\" " + style + "/>", label});
 }
@@ -129,39 +144,61 @@ void Chart::AddArea(const std::vector<Point>& points, const std::string& colour,
     if (points.empty()) {
         return;
     }
-    const std::string fill = "fill=\"" + colour + "\" fill-opacity=\"0.28\" ";
+    const std::string style = "class=\"area fill-" + colour + " stroke-" + colour + "\"/>";
     std::vector<Point> outline = {{points.front().x, y_.low}};
     outline.insert(outline.end(), points.begin(), points.end());
     outline.push_back({points.back().x, y_.low});
-    clipped_ += "<path d=\"" + Path(outline) + "Z\" " + fill + "stroke=\"" + colour +
-                "\" stroke-width=\"1.6\" stroke-linejoin=\"round\"/>\n";
-    legend_.push_back({"<rect x=\"0\" y=\"-6\" width=\"26\" height=\"12\" " + fill + "stroke=\"" +
-                           colour + "\" stroke-width=\"1.6\"/>",
-                       label});
+    clipped_ += "<path d=\"" + Path(outline) + "Z\" " + style + "\n";
+    legend_.push_back({"<rect x=\"0\" y=\"-6\" width=\"26\" height=\"12\" " + style, label});
+}
+
+// Labels may not lie upon one another: one that finds no room at its place goes to the next one.
+bool Chart::Takes(const Room& room) {
+    const bool isInside = room.left >= kPlotLeft && room.right <= kPlotRight &&
+                          room.top >= kPlotTop && room.bottom <= kPlotBottom;
+    const bool isFree = std::ranges::none_of(rooms_, [&room](const Room& other) {
+        return room.left < other.right && other.left < room.right && room.top < other.bottom &&
+               other.top < room.bottom;
+    });
+    if (isInside && isFree) {
+        rooms_.push_back(room);
+    }
+    return isInside && isFree;
 }
 
 void Chart::AddDot(const Point& point, const std::string& colour, const std::string& text,
                    Side side) {
-    const double left = Left(point.x);
-    const double top = Top(point.y);
-    if (left < kPlotLeft || left > kPlotRight || top < kPlotTop || top > kPlotBottom) {
-        return;
-    }
-    marks_ += Print(
-        "<circle cx=\"%.1f\" cy=\"%.1f\" r=\"4.5\" fill=\"%s\" stroke=\"#fff\" "
-        "stroke-width=\"1.5\"/>\n",
-        left, top, colour.c_str());
+    const double left = std::clamp(Left(point.x), kPlotLeft, kPlotRight);
+    const double top = std::clamp(Top(point.y), kPlotTop, kPlotBottom);
+    marks_ += Print("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"4.5\" class=\"dot fill-%s\"/>\n", left,
+                    top, colour.c_str());
+    const double length = kLetterWidth * static_cast<double>(text.size());
     const bool isLeft = side == Side::kUpperLeft;
-    marks_ += Text(left + (isLeft ? -9 : 9), top - 7,
-                   isLeft ? "class=\"halo\" text-anchor=\"end\"" : "class=\"halo\"", text);
+    for (const double down : {-7.0, 15.0, -22.0, 30.0, -37.0, 45.0}) {
+        for (const bool atLeft : {isLeft, !isLeft}) {
+            const double begin = atLeft ? left - 9 - length : left + 9;
+            if (Takes({begin, top + down - 11, begin + length, top + down + 3})) {
+                marks_ += Text(begin, top + down, "class=\"halo\"", text);
+                return;
+            }
+        }
+    }
 }
 
 void Chart::AddUpright(double x, const std::string& text) {
     const double left = Left(x);
-    marks_ += Line(left, kPlotTop, left, kPlotBottom,
-                   "stroke=\"#1f2933\" stroke-width=\"1.2\" stroke-dasharray=\"5 4\"");
-    marks_ += Print("<g transform=\"translate(%.1f %.1f) rotate(-90)\">", left - 6, kPlotTop + 10) +
-              Text(0, 0, "class=\"halo\" text-anchor=\"end\"", text) + "</g>\n";
+    marks_ += Line(left, kPlotTop, left, kPlotBottom, "class=\"dash\"");
+    const double length = kLetterWidth * static_cast<double>(text.size());
+    for (const double beside : {-5.0, 15.0}) {
+        for (double top = kPlotTop + 8; top + length < kPlotBottom; top += 12) {
+            if (Takes({left + beside - 11, top, left + beside + 3, top + length})) {
+                marks_ += Print("<g transform=\"translate(%.1f %.1f) rotate(-90)\">", left + beside,
+                                top + length) +
+                          Text(0, 0, "class=\"halo\"", text) + "</g>\n";
+                return;
+            }
+        }
+    }
 }
 
 std::string Chart::Grid() const {
@@ -170,7 +207,7 @@ std::string Chart::Grid() const {
     for (const Tick& tick : x_.ticks) {
         const double left = Left(tick.at);
         svg += Line(left, kPlotTop, left, kPlotBottom,
-                    tick.label.empty() ? "stroke=\"#eef1f4\"" : "stroke=\"#d9dfe5\"");
+                    tick.label.empty() ? "class=\"fine\"" : "class=\"grid\"");
         const double half = kLetterWidth / 2 * static_cast<double>(tick.label.size());
         if (!tick.label.empty() && left - half > labelled) {
             svg += Text(left, kPlotBottom + 19, "text-anchor=\"middle\"", tick.label);
@@ -180,7 +217,7 @@ std::string Chart::Grid() const {
     for (const Tick& tick : y_.ticks) {
         const double top = Top(tick.at);
         svg += Line(kPlotLeft, top, kPlotRight, top,
-                    tick.label.empty() ? "stroke=\"#eef1f4\"" : "stroke=\"#d9dfe5\"");
+                    tick.label.empty() ? "class=\"fine\"" : "class=\"grid\"");
         svg += Text(kPlotLeft - 8, top + 4.5, "text-anchor=\"end\"", tick.label);
     }
     return svg;
@@ -189,11 +226,17 @@ std::string Chart::Grid() const {
 std::string Chart::Legend() const {
     std::string svg;
     double left = kPlotLeft;
+    double middle = kLegendMiddle;
     for (const LegendEntry& entry : legend_) {
-        svg += Print("<g transform=\"translate(%.1f %.1f)\">", left, kLegendMiddle) + entry.sample +
-               "</g>\n";
-        svg += Text(left + 33, kLegendMiddle + 4.5, "", entry.label);
-        left += 58 + kLetterWidth * static_cast<double>(entry.label.size());
+        const double length = 33 + kLetterWidth * static_cast<double>(entry.label.size());
+        if (left > kPlotLeft && left + length > kPlotRight) {
+            left = kPlotLeft;
+            middle += kLegendLine;
+        }
+        svg +=
+            Print("<g transform=\"translate(%.1f %.1f)\">", left, middle) + entry.sample + "</g>\n";
+        svg += Text(left + 33, middle + 4.5, "", entry.label);
+        left += length + 25;
     }
     return svg;
 }
@@ -201,30 +244,24 @@ std::string Chart::Legend() const {
 std::string Chart::Svg() const {
     std::string svg = Print(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %.0f %.0f\" width=\"%.0f\" "
-        "height=\"%.0f\" fill=\"%s\" font-size=\"%.1f\" font-family=\"system-ui, 'DejaVu Sans', "
-        "Arial, "
-        "sans-serif\">\n",
-        kWidth, kHeight, kWidth, kHeight, kInk, kLabelSize);
-    svg +=
-        "<style>.halo{paint-order:stroke;stroke:#fff;stroke-width:4px;stroke-linejoin:round}"
-        "</style>\n";
+        "height=\"%.0f\">\n",
+        kWidth, kHeight, kWidth, kHeight);
+    svg += kStyle;
     svg += Print(
         "<clipPath id=\"plot\"><rect x=\"%.0f\" y=\"%.0f\" width=\"%.0f\" "
         "height=\"%.0f\"/></clipPath>\n",
         kPlotLeft, kPlotTop, kPlotRight - kPlotLeft, kPlotBottom - kPlotTop);
-    svg += "<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n";
-    svg += Text(kPlotLeft, 30, "font-size=\"18\" font-weight=\"600\"", title_);
-    svg += Text(kPlotLeft, 52, "font-size=\"13\" fill=\"#52606d\"", subtitle_);
+    svg += "<rect width=\"100%\" height=\"100%\" class=\"paper\"/>\n";
+    svg += Text(kPlotLeft, 27, "class=\"title\"", title_);
+    svg += Text(kPlotLeft, 48, "class=\"soft\"", subtitle_);
     svg += Grid();
     svg += "<g clip-path=\"url(#plot)\">\n" + clipped_ + "</g>\n";
-    svg += Print(
-        "<rect x=\"%.0f\" y=\"%.0f\" width=\"%.0f\" height=\"%.0f\" fill=\"none\" "
-        "stroke=\"#9aa5b1\"/>\n",
-        kPlotLeft, kPlotTop, kPlotRight - kPlotLeft, kPlotBottom - kPlotTop);
-    svg += Text((kPlotLeft + kPlotRight) / 2, kHeight - 18,
-                "text-anchor=\"middle\" font-size=\"14\"", x_.title);
+    svg += Print("<rect x=\"%.0f\" y=\"%.0f\" width=\"%.0f\" height=\"%.0f\" class=\"frame\"/>\n",
+                 kPlotLeft, kPlotTop, kPlotRight - kPlotLeft, kPlotBottom - kPlotTop);
+    svg += Text((kPlotLeft + kPlotRight) / 2, kHeight - 18, "text-anchor=\"middle\" class=\"axis\"",
+                x_.title);
     svg += Print("<g transform=\"translate(20 %.0f) rotate(-90)\">", (kPlotTop + kPlotBottom) / 2) +
-           Text(0, 0, "text-anchor=\"middle\" font-size=\"14\"", y_.title) + "</g>\n";
+           Text(0, 0, "text-anchor=\"middle\" class=\"axis\"", y_.title) + "</g>\n";
     svg += Legend() + marks_ + "</svg>\n";
     return svg;
 }

@@ -6,7 +6,8 @@
 
 namespace kova_cli {
 
-// Charts as SVG: sharp at any size, small, and text stays text.
+// Charts as SVG: sharp at any size, small, and text stays text. They are light or dark as the
+// reader's system is. A colour is "blue", "orange" or "green".
 
 struct Point {
     double x;
@@ -42,7 +43,7 @@ class Chart {
     // Filled down to the axis.
     void AddArea(const std::vector<Point>& points, const std::string& colour,
                  const std::string& label);
-    // A dot, if it lies within the axes, and its text on that side of it.
+    // A dot, at the border where it lies beyond, and its text on that side of it or where there is room.
     enum class Side { kUpperLeft, kUpperRight };
     void AddDot(const Point& point, const std::string& colour, const std::string& text, Side side);
     // A line across the whole height with text along it.
@@ -56,6 +57,11 @@ class Chart {
         std::string label;
     };
 
+    struct Room {
+        double left, top, right, bottom;
+    };
+
+    bool Takes(const Room& room);
     double Left(double x) const;
     double Top(double y) const;
     std::string Path(const std::vector<Point>& points) const;
@@ -69,6 +75,7 @@ class Chart {
     std::string clipped_; // SVG inside the axes
     std::string marks_;   // and above that
     std::vector<LegendEntry> legend_;
+    std::vector<Room> rooms_; // of labels
 };
 
 } // namespace kova_cli

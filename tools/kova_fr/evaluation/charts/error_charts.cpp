@@ -15,9 +15,9 @@ namespace {
 using kova_statistics::CurvePoint;
 using kova_statistics::Figures;
 
-// Told apart by people who see colours differently as well.
-constexpr const char* kBlue = "#0072b2";
-constexpr const char* kRed = "#d55e00";
+constexpr const char* kBlue = "blue";
+constexpr const char* kRed = "orange";
+constexpr const char* kOther = "green"; // what it is compared with
 
 constexpr double kFewestShown = 1e-6; // no set of pictures shows rarer false accepts
 constexpr int kStepsPerBar = 200;     // of the histogram, in ten-thousandths
@@ -80,12 +80,23 @@ void AddCurve(Chart& chart, const Figures& figures, const Place& place, const st
     chart.AddLine(line, kBlue, label);
 }
 
+void AddOther(Chart& chart, const OtherCurve& other, const Place& place) {
+    std::vector<Point> line;
+    for (const CurvePoint& point : other.curve) {
+        line.push_back(place(point.falseAccepts, point.trueAccepts));
+    }
+    if (!line.empty()) {
+        chart.AddLine(line, kOther, other.name);
+    }
+}
+
 void AddThresholds(Chart& chart, const Figures& figures, const Place& place, Chart::Side side) {
     for (const kova_statistics::Recommendation& one : figures.recommendations) {
         if (one.errors && one.errors->falseRejects) {
             const double threshold = static_cast<double>(one.errors->threshold());
             chart.AddDot(place(one.wanted, 1 - one.errors->falseRejects->value()), kRed,
-                         "threshold " + Print("%.4f", threshold), side);
+                         "threshold " + Print("%.4f", threshold) + " for " + Percent(one.wanted),
+                         side);
         }
     }
 }
@@ -138,11 +149,12 @@ std::vector<Point> Outline(const std::vector<uint64_t>& counts) {
 
 } // namespace
 
-std::string RocChart(const Figures& figures) {
+std::string RocChart(const Figures& figures, const OtherCurve& other) {
     const bool hasCurve = !figures.curve.empty();
     const double lowest = std::log10(LowestShown(figures.differentPairs));
     Chart chart(
-        "Accepted pairs", hasCurve ? Counts(figures) : NothingToShow(figures),
+        "Pairs of one person accepted, by the share of strangers' pairs accepted",
+        hasCurve ? Counts(figures) : NothingToShow(figures),
         {"false accepts (share of pairs of two people)", lowest, 0,
          PowersOfTen(static_cast<int>(std::lround(lowest)))},
         {"true accepts (share of pairs of one person)", 0, 100, RoundTicks(0, 100, 10, " %")});
@@ -157,12 +169,13 @@ std::string RocChart(const Figures& figures) {
     if (hasCurve) {
         AddCurve(chart, figures, place, "this model on these pictures");
     }
+    AddOther(chart, other, place);
     chart.AddDashes(guessing, "guessing");
     AddThresholds(chart, figures, place, Chart::Side::kUpperLeft);
     return chart.Svg();
 }
 
-std::string DetChart(const Figures& figures) {
+std::string DetChart(const Figures& figures, const OtherCurve& other) {
     const bool hasCurve = !figures.curve.empty();
     // Rejects to a little more than half of the pairs, unless that would leave a threshold out.
     constexpr double kHigh = 0.6;
@@ -175,7 +188,8 @@ std::string DetChart(const Figures& figures) {
     // Below 1 % for both, so that the axes have room for a curve.
     const double lowX = std::min(LowestShown(figures.differentPairs), 0.01);
     const double lowY = std::max(std::min(LowestShown(figures.samePairs), 0.01), 1e-4);
-    Chart chart("Errors", hasCurve ? Counts(figures) : NothingToShow(figures),
+    Chart chart("How often one person is refused, by how often two are accepted",
+                hasCurve ? Counts(figures) : NothingToShow(figures),
                 ProbitAxis("false accepts (share of pairs of two people)", lowX, kHigh),
                 ProbitAxis("false rejects (share of pairs of one person)", lowY, high));
     // 0 and 1 lie infinitely far out.
@@ -185,6 +199,7 @@ std::string DetChart(const Figures& figures) {
     if (hasCurve) {
         AddCurve(chart, figures, place, "this model on these pictures");
     }
+    AddOther(chart, other, place);
     const double from = Probit(std::max(lowX, lowY));
     chart.AddDashes({{from, from}, {Probit(kHigh), Probit(kHigh)}}, "both errors equal");
     AddThresholds(chart, figures, place, Chart::Side::kUpperRight);
@@ -210,8 +225,9 @@ std::string HistogramChart(const kova_statistics::Histogram& scores, const Figur
     }
     low = std::floor(low * 5 - 1e-9) / 5;
     Chart chart(
-        "Distances", Counts(figures),
-        {"distance (1: the same; larger means more alike)", low, 1.02, RoundTicks(low, 1, 8, "")},
+        "Scores of pairs of one person and of two people", Counts(figures),
+        {"score, which is the distance (1: the same; larger means more alike)", low, 1.02,
+         RoundTicks(low, 1, 8, "")},
         {"share of the pairs in steps of 0.02", 0, 1.1 * high, RoundTicks(0, 1.1 * high, 6, " %")});
     chart.AddArea(different, kRed, "two people");
     chart.AddArea(same, kBlue, "one person");

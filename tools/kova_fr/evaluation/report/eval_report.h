@@ -21,7 +21,7 @@ struct Evaluation {
     uint64_t copiesOfTwo = 0;         // pairs of two people
     uint32_t rounds = 0;              // of redrawn people
     uint64_t seed = 0;
-    bool isCrops = false;             // the pictures were crops, so that nobody looked for faces
+    bool isCrops = false; // the pictures were crops, so that nobody looked for faces
     std::vector<kova_statistics::AcceptedAt> strangers; // the highest scores of two people
     kova_statistics::Figures figures;
 };

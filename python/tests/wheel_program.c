@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* A program on musl that loads the package's libraries as ctypes does and writes a feature: there is no Python on
- * musl in Debian. musl_program FOLDER */
+/* Loads the package's libraries as ctypes does and writes a feature, for machines and C libraries that this one has
+ * no Python of. wheel_program FOLDER */
 #include <dlfcn.h>
 #include <stdint.h>
 #include <stdio.h>
