@@ -112,8 +112,8 @@ GreyPicture DecodePicture(Bytes file) {
         }
         if (kind.decode == nullptr) {
             throw UnknownPicture("is a picture of the kind " + std::string(kind.name) +
-                          ", which this kova-fr was built without; build it with " + kind.package +
-                          ", or save the picture as PNG or JPEG");
+                                 ", which this kova-fr was built without; build it with " +
+                                 kind.package + ", or save the picture as PNG or JPEG");
         }
         return kind.decode(file);
     }
