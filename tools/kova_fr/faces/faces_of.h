@@ -32,7 +32,7 @@ std::vector<Face> FacesOf(const Recogniser& recogniser, Finder& finder, const Gr
 
 // Below this a found face is not worth comparing: it would be like too many others, or not even like
 // itself.
-inline constexpr int32_t kLeastQuality = 30;
+inline constexpr int32_t kLeastQuality = ORVO_FIND_GOOD;
 
 // Of a crop nobody knows better.
 bool IsGood(const Face& face);
