@@ -8,7 +8,7 @@ from native import SAMPLES, grey
 FIRST, AGAIN, OTHER = (
     SAMPLES / "portraits" / name for name in ("sami-1.png", "sami-2.png", "quinn-1.png")
 )
-GROUP = SAMPLES / "portraits/group.png"
+GROUP = SAMPLES / "photographs/group.png"
 
 
 def background(width, height):

@@ -29,21 +29,31 @@ Colour ColourOf(int32_t quality) {
     return quality < 30 ? kBad : quality < 60 ? kFair : kGood;
 }
 
-// As large as fits below the face with some more, within what suits the picture.
-int32_t TextScale(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture) {
+// A filled box stands for each character that cannot be drawn; of its bytes all but the first go.
+std::string Drawable(const std::string& text) {
+    std::string drawable = OneLine(text);
+    std::erase_if(drawable, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; });
+    return drawable;
+}
+
+// One size for all labels: as large as fits below most of the faces, within what suits the picture.
+int32_t TextScale(const std::vector<LabelledFace>& faces, const GreyPicture& picture) {
     constexpr double kOfFace = 1.2;
+    double sides = 0;
+    int32_t widths = 1;
+    for (const LabelledFace& one : faces) {
+        sides += static_cast<double>(one.face.side);
+        widths += TextWidth(Drawable(one.label), 1);
+    }
     const auto most = static_cast<int32_t>(std::max(picture.width, picture.height) / 250);
-    const int32_t fits = static_cast<int32_t>(kOfFace * static_cast<double>(face.side)) /
-                         std::max(TextWidth(text, 1), 1);
-    return std::clamp(fits, 1, std::max(most, 1));
+    return std::clamp(static_cast<int32_t>(kOfFace * sides) / widths, 1, std::max(most, 1));
 }
 
 // Text on a dark ground, below a place or, where the picture ends there, inside it; moved to the left
 // as far as the picture ends.
-void DrawLabel(const OrvoFindFace& face, const std::string& text, const GreyPicture& picture,
-               Canvas& canvas) {
+void DrawLabel(const OrvoFindFace& face, const std::string& text, int32_t scale,
+               const GreyPicture& picture, Canvas& canvas) {
     constexpr int32_t kTextHeight = 12;
-    const int32_t scale = TextScale(face, text, picture);
     const int32_t height = scale * kTextHeight;
     const int32_t width = TextWidth(text, scale) + 4;
     const auto pictureWidth = static_cast<int32_t>(picture.width);
@@ -52,13 +62,6 @@ void DrawLabel(const OrvoFindFace& face, const std::string& text, const GreyPict
     const int32_t left = std::clamp(Rounded(face.left), 0, std::max(pictureWidth - width, 0));
     canvas.Fill(left, top, left + width, top + height, {20, 20, 24});
     canvas.Write(left + 2, top + 2, text, scale, ColourOf(face.quality));
-}
-
-// A filled box stands for each character that cannot be drawn; of its bytes all but the first go.
-std::string Drawable(const std::string& text) {
-    std::string drawable = OneLine(text);
-    std::erase_if(drawable, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; });
-    return drawable;
 }
 
 } // namespace
@@ -127,8 +130,9 @@ std::vector<uint8_t> DrawFaces(const GreyPicture& picture, const std::vector<Lab
     for (size_t i = faces.size(); i-- > 0;) {
         DrawMarks(faces[i].face, 0, 0, 1, thickness, canvas);
     }
+    const int32_t textScale = TextScale(faces, picture);
     for (size_t i = faces.size(); i-- > 0;) {
-        DrawLabel(faces[i].face, Drawable(faces[i].label), picture, canvas);
+        DrawLabel(faces[i].face, Drawable(faces[i].label), textScale, picture, canvas);
     }
     return canvas.Png();
 }
