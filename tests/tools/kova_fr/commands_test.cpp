@@ -417,6 +417,9 @@ TEST_F(Commands, ManualHasEveryCommandWithItsOptions) {
     std::getline(lines, line);
     size_t commands = 0;
     while (std::getline(lines, line) && !line.empty()) {
+        if (line[2] == ' ') {
+            continue; // the rest of what the command above does
+        }
         const std::string command = line.substr(2, line.find(' ', 2) - 2);
         const size_t begin = manual.find("\n.SS " + command + "\n");
         ASSERT_NE(begin, std::string::npos) << command;
