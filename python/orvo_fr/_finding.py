@@ -206,8 +206,7 @@ def faces(
 ) -> list[Face]:
     """The faces in a whole picture, as find() gives them, each with its feature.
 
-    `feature`, float32 of shape (128,), is that of the face turned upright; distance() compares it. `box`
-    is the part of the picture that the recogniser saw, which is framed more exactly than that of find().
+    `feature`, float32 of shape (128,), is that of the face turned upright; distance() compares it.
     Faces of little quality have one, too; whether it is worth comparing is the caller's decision.
 
     Args, Raises: those of find().
