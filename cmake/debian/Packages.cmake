@@ -82,8 +82,9 @@ program; libkova-mpi-host1 has those that it does not define.")
 endif()
 debian_package(application libkova1 libs "on-device face recognition, for applications"
     "Faces in whole pictures, 128 floats for each, and the most alike of many, by
-small int8 networks in memory that the caller hands in. It exports its interface
-alone. The camera platform's functions (KOVA_MPI_*) are left to the${platform}${processors}"
+small int8 networks in memory that the caller hands in. It exports its
+interface alone. The camera platform's functions (KOVA_MPI_*) are left to
+the${platform}${processors}"
     ${needed})
 set(CPACK_DEBIAN_APPLICATION_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 debian_package(library libkova-fr1 libs "on-device face recognition"

@@ -21,7 +21,7 @@ make_pictures() {
 # wanted_distance KOVA_FR B: of a.pgm and B, as kova-fr gives it, with the digits that tell floats
 # apart.
 wanted_distance() {
-    number=$("$1" compare --json "$work/a.pgm" "$work/$2" |
+    number=$("$1" compare --crop --json "$work/a.pgm" "$work/$2" |
         sed -n 's/.*"distance":\([-0-9.e]*\).*/\1/p')
     LC_ALL=C printf '%.9g' "${number:?kova-fr gave no distance}"
 }
