@@ -253,9 +253,10 @@ TEST_F(Faces, AFaceThatIsNotGoodEnoughIsNotEnrolled) {
 TEST_F(Faces, EvalAndCalibrateLeaveOutWhatIsNotGoodEnough) {
     const std::string people = folder_ / "people";
     for (const std::string name : {"joe", "cleo", "ira", "lena"}) {
-        fs::create_directories(people + "/" + name);
-        fs::copy_file(Sample(name + "-1.png"), people + "/" + name + "/1.png");
-        fs::copy_file(Sample(name + "-2.png"), people + "/" + name + "/2.png");
+        const fs::path person = fs::path(people) / name;
+        fs::create_directories(person);
+        fs::copy_file(Sample(name + "-1.png"), person / "1.png");
+        fs::copy_file(Sample(name + "-2.png"), person / "2.png");
     }
     fs::copy_file(far_, people + "/joe/far.png");
     fs::copy_file(wall_, people + "/joe/wall.pgm");

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <vector>
 
 #include "evaluation/statistics/comparisons.h"
@@ -14,6 +13,10 @@
 namespace kova_cli {
 
 using Feature = kova_statistics::Feature;
+
+// How the faces of pictures were come by: found in whole pictures, or the pictures were crops. Files
+// of earlier programs do not say.
+enum class OfFaces { kUnsaid, kFound, kCrops };
 
 // What scores mean for one camera and the people before it.
 //
@@ -25,8 +28,8 @@ struct Calibration {
     Sha256 models = {};
     uint64_t pictures = 0;
     uint64_t people = 0;
-    bool isLabelled = false;       // people with several pictures, so that false rejects are known
-    std::optional<bool> isOfCrops; // nobody looked for their faces; older files do not say
+    bool isLabelled = false; // people with several pictures, so that false rejects are known
+    OfFaces of = OfFaces::kUnsaid;
     std::array<double, ORVO_FR_FEATURE_LENGTH> mean = {};
     std::vector<Feature> cohort; // centred, of unit length, a person each
 

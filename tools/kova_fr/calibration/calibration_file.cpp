@@ -121,7 +121,7 @@ Calibration Read(const ordered_json& json, const Sha256& models) {
         if (faces != "crops" && faces != "found") {
             FailContents("it does not say how its faces were found");
         }
-        calibration.isOfCrops = faces == "crops";
+        calibration.of = faces == "crops" ? OfFaces::kCrops : OfFaces::kFound;
     }
     ReadNumbers(json.at("mean"), calibration.mean);
     for (const ordered_json& vector : json.at("cohort")) {
@@ -145,7 +145,7 @@ std::string CalibrationText(const Calibration& calibration) {
                          {"pictures", calibration.pictures},
                          {"people", calibration.people},
                          {"labelled", calibration.isLabelled},
-                         {"faces", calibration.isOfCrops.value_or(false) ? "crops" : "found"},
+                         {"faces", calibration.of == OfFaces::kCrops ? "crops" : "found"},
                          {"thresholds", calibration.thresholds},
                          {"most_alike", MostAlike(calibration.cohort.size())},
                          {"stranger_pairs", calibration.strangerPairs}};

@@ -98,7 +98,7 @@ void RunCalibrate(const CalibrateOptions& options) {
     Calibration calibration = Calibrate(comparisons, options.calibrating,
                                         [&](size_t done, size_t all) { progress.Show(done, all); });
     progress.Clear();
-    calibration.isOfCrops = options.reading.isCrop;
+    calibration.of = options.reading.isCrop ? OfFaces::kCrops : OfFaces::kFound;
     const std::string file = CalibrationText(calibration);
     WriteFiles({{options.outPath, true, std::vector<uint8_t>(file.begin(), file.end())}});
     if (!options.json) {

@@ -122,6 +122,7 @@ void RunEnroll(const EnrollOptions& options) {
             "--any-quality");
     }
     std::vector<Feature> features;
+    features.reserve(faces.size());
     for (const Face& face : faces) {
         features.push_back(face.feature);
     }

@@ -183,7 +183,8 @@ std::optional<Calibration> CalibrationIfNamed(const std::string& path, const Fac
         return std::nullopt;
     }
     Calibration calibration = LoadCalibration(path, ModelsDigest());
-    if (calibration.isOfCrops.value_or(IsCrop(options)) != IsCrop(options)) {
+    const OfFaces asked = IsCrop(options) ? OfFaces::kCrops : OfFaces::kFound;
+    if (calibration.of != OfFaces::kUnsaid && calibration.of != asked) {
         Warn(path + ": was made of " +
              (IsCrop(options) ? "faces found in pictures, and these are crops"
                               : "crops, and these faces are found in pictures") +

@@ -60,6 +60,7 @@ Searched Search(Finder& finder, const FindOptions& options, const std::string& p
 
 std::vector<uint8_t> Drawn(const Searched& searched) {
     std::vector<LabelledFace> faces;
+    faces.reserve(searched.faces.size());
     for (const OrvoFindFace& face : searched.faces) {
         faces.push_back({face, QualityLabel(face)});
     }

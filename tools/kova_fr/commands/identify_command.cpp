@@ -57,6 +57,7 @@ using MaybeCalibration = std::optional<Calibration>;
 std::vector<Answer> Identify(const GalleryFile& gallery, const std::vector<Face>& faces,
                              const IdentifyOptions& options, const MaybeCalibration& calibration) {
     std::vector<Feature> features;
+    features.reserve(faces.size());
     for (const Face& face : faces) {
         features.push_back(face.feature);
     }
@@ -158,6 +159,7 @@ std::string NameLabel(const Answer& answer, const std::optional<double>& least) 
 std::vector<uint8_t> Annotated(const GreyPicture& picture, const std::vector<Answer>& answers,
                                const std::optional<double>& least) {
     std::vector<LabelledFace> faces;
+    faces.reserve(answers.size());
     for (const Answer& answer : answers) {
         faces.push_back({*answer.face->found, NameLabel(answer, least)});
     }
