@@ -23,6 +23,7 @@ DATABASES = ("lint", "arm", "aarch64", "riscv64", "wasm")
 OTHER_FLAGS = {
     "bench/insn_count/": ["-std=c99", "-I/usr/include"],
     "examples/": ["-Iinclude"],
+    "python/tests/": ["-Iinclude"],
     "training/engine/": ["-std=c++20", "-fopenmp", "-march=sapphirerapids"],
 }
 
