@@ -34,9 +34,11 @@ LIBRARY = ("cipher/", "common/", "compute_a/", "device_api/", "find/", "fr_demo/
 FEWER_CHECKS = ("--checks=-clang-analyzer-*,-performance-*,-readability-redundant-*,"
                 "-bugprone-suspicious-memory-comparison,-bugprone-exception-escape")
 
-# The compilers are GCC's; clang does not know all of its flags.
+# The compilers are GCC's; clang does not know all of its flags. It passes over those of warnings and
+# optimisation, and refuses the others.
 GCC_FLAGS = ["--extra-arg=-Wno-unknown-warning-option",
              "--extra-arg=-Wno-ignored-optimization-argument"]
+GCC_ALONE = (" -fno-gnu-unique",)
 
 
 def tracked_files():
@@ -46,9 +48,18 @@ def tracked_files():
     return [name for name in listed.split("\0") if name]
 
 
+def folder_of(database):
+    return ROOT / "build" / database / "tidy"
+
+
 def files_of(database):
-    path = ROOT / "build" / database / "compile_commands.json"
-    return {os.path.realpath(entry["file"]) for entry in json.loads(path.read_text())}
+    """Writes the database once more as clang can read it, and returns the files in it."""
+    text = (ROOT / "build" / database / "compile_commands.json").read_text()
+    for flag in GCC_ALONE:
+        text = text.replace(flag, "")
+    folder_of(database).mkdir(exist_ok=True)
+    (folder_of(database) / "compile_commands.json").write_text(text)
+    return {os.path.realpath(entry["file"]) for entry in json.loads(text)}
 
 
 def emscripten_flags():
@@ -71,7 +82,7 @@ def command(name, databases):
         if database == "riscv64":
             # Of Debian's, only the newest knows the vectors' intrinsics.
             start[0] = "clang-tidy-19"
-        return [*start, "-p", str(ROOT / "build" / database), name]
+        return [*start, "-p", str(folder_of(database)), name]
     for folder, flags in OTHER_FLAGS.items():
         if name.startswith(folder):
             return [*start, name, "--", *flags]
