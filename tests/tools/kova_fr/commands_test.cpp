@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -401,9 +400,17 @@ std::set<std::string> OptionsIn(std::string text) {
     for (size_t at = 0; (at = text.find("\\-", at)) != std::string::npos;) {
         text.erase(at, 1);
     }
-    const std::regex option("--[a-z][a-z-]+");
-    return {std::sregex_token_iterator(text.begin(), text.end(), option),
-            std::sregex_token_iterator()};
+    const std::string_view letters = "abcdefghijklmnopqrstuvwxyz";
+    std::set<std::string> options;
+    for (size_t at = 0; (at = text.find("--", at)) != std::string::npos;) {
+        const size_t end =
+            std::min(text.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at), text.size());
+        if (end >= at + 4 && letters.find(text[at + 2]) != std::string_view::npos) {
+            options.insert(text.substr(at, end - at));
+        }
+        at = end;
+    }
+    return options;
 }
 
 TEST_F(Commands, ManualHasEveryCommandWithItsOptions) {
