@@ -29,7 +29,7 @@
 #endif
 
 // What the codecs behind libheif keep until the end.
-extern "C" const char* __lsan_default_suppressions() {
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
     return "leak:libx265\nleak:libdav1d\nleak:libaom\nleak:libde265\n";
 }
 
