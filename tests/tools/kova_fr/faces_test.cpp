@@ -328,7 +328,8 @@ TEST_F(Faces, PeopleOfAGroupAreKnownByTheirPortraits) {
         ASSERT_EQ(KovaFr({"enroll", gallery_, name, Sample("portraits/" + name + "-1.png")}).status,
                   0);
     }
-    const json result = JsonOf({"identify", "--json", "--top", "1", gallery_, Sample("photographs/group.png")});
+    const json result =
+        JsonOf({"identify", "--json", "--top", "1", gallery_, Sample("photographs/group.png")});
     const double least = result["thresholds"]["at"][1]["threshold"];
     std::set<std::string> known;
     for (const json& face : result["pictures"]) {
