@@ -13,7 +13,7 @@
 
 #include <cstddef>
 
-#include "find/layers.h"
+#include "find/trunk.h"
 
 namespace orvo::find {
 
@@ -31,29 +31,10 @@ LookAnswers RunLookNetwork(const NetworkMemory& memory) {
     int8_t* const behind8 = A2 + ptrdiff_t{kLayers[43].outputs} * net.width(8) * net.height(8);
     int8_t* const heat = A2 + quarterBytes / 2;
 
-    ArmAXorQ7(reinterpret_cast<uint8_t*>(A), kLookSide * kLookSide);
-    Tensor t = {A, kLayers[27].inputs, kLayers[27].stride};
-
-    // Stride 4
-    t = net.rectify(net.layer(27, t, B));
-    t = net.layer(28, t, A);
-    t = net.rectify(net.layer(29, t, B));
-    t = net.layer(30, t, A);
-    t = net.layer(31, t, B);
-    t = net.rectify(net.maxPool(t, A));
-
-    // Stride 8
-    t = net.layer(32, t, B);
-    t = net.rectify(net.layer(33, t, A));
-    t = net.layer(34, t, B);
-    t = net.rectify(net.layer(35, t, A));
-    t = net.layer(36, t, B);
-    t = net.rectify(net.layer(37, t, A));
-    t = net.layer(38, t, B);
-    const Tensor kept = net.rectify(net.layer(39, t, A));
+    const Tensor kept = Trunk(net, 27, A, B);
 
     // Where each point is
-    t = net.layer(40, kept, B);
+    Tensor t = net.layer(40, kept, B);
     t = net.rectify(net.layer(41, t, B2));
     net.layer(42, t, heat);
 

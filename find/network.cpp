@@ -17,7 +17,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "find/layers.h"
+#include "find/trunk.h"
 
 namespace orvo::find {
 
@@ -46,29 +46,10 @@ Answers RunNetwork(Size padded, const NetworkMemory& memory) {
     int8_t* const answer16 =
         A2 + static_cast<ptrdiff_t>(kAnswerPlanes) * net.width(8) * net.height(8);
 
-    ArmAXorQ7(reinterpret_cast<uint8_t*>(A), padded.width * padded.height);
-    Tensor t = {A, kLayers[0].inputs, kLayers[0].stride};
-
-    // Stride 4
-    t = net.rectify(net.layer(0, t, B));
-    t = net.layer(1, t, A);
-    t = net.rectify(net.layer(2, t, B));
-    t = net.layer(3, t, A);
-    t = net.layer(4, t, B);
-    t = net.rectify(net.maxPool(t, A));
-
-    // Stride 8
-    t = net.layer(5, t, B);
-    t = net.rectify(net.layer(6, t, A));
-    t = net.layer(7, t, B);
-    t = net.rectify(net.layer(8, t, A));
-    t = net.layer(9, t, B);
-    t = net.rectify(net.layer(10, t, A));
-    t = net.layer(11, t, B);
-    const Tensor kept = net.rectify(net.layer(12, t, A));
+    const Tensor kept = Trunk(net, 0, A, B);
 
     // What stride 8 answers
-    t = net.layer(13, kept, B);
+    Tensor t = net.layer(13, kept, B);
     t = net.rectify(net.layer(14, t, B2));
     net.layer(15, t, answer8);
 

@@ -22,21 +22,27 @@ void AddPair(std::vector<FindStep>* steps, int number, int stride, int in, int o
     steps->push_back({kRectify, -1, dst, out, stride, out, 0, dst});
 }
 
-std::vector<FindStep> MakeSteps() {
+// Both networks begin alike.
+std::vector<FindStep> TrunkSteps(int first) {
     std::vector<FindStep> steps = {
         {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
-        {kPointwise, 0, kA, 16, 4, 32, 7, kB},
+        {kPointwise, first, kA, 16, 4, 32, 7, kB},
         {kRectify, -1, kB, 32, 4, 32, 0, kB},
     };
-    AddPair(&steps, 1, 4, 32, 32, 7, kB, kA, kB);
-    steps.push_back({kDepthwise, 3, kB, 32, 4, 32, 6, kA});
-    steps.push_back({kPointwise, 4, kA, 32, 4, 32, 7, kB});
+    AddPair(&steps, first + 1, 4, 32, 32, 7, kB, kA, kB);
+    steps.push_back({kDepthwise, first + 3, kB, 32, 4, 32, 6, kA});
+    steps.push_back({kPointwise, first + 4, kA, 32, 4, 32, 7, kB});
     steps.push_back({kMaxPoolStride2, -1, kB, 32, 4, 32, 0, kA});
     steps.push_back({kRectify, -1, kA, 32, 8, 32, 0, kA});
-    AddPair(&steps, 5, 8, 32, 64, 7, kA, kB, kA);
-    AddPair(&steps, 7, 8, 64, 64, 7, kA, kB, kA);
-    AddPair(&steps, 9, 8, 64, 64, 7, kA, kB, kA);
-    AddPair(&steps, 11, 8, 64, 64, 7, kA, kB, kA);
+    AddPair(&steps, first + 5, 8, 32, 64, 7, kA, kB, kA);
+    for (const int pair : {7, 9, 11}) {
+        AddPair(&steps, first + pair, 8, 64, 64, 7, kA, kB, kA);
+    }
+    return steps;
+}
+
+std::vector<FindStep> MakeSteps() {
+    std::vector<FindStep> steps = TrunkSteps(0);
     AddPair(&steps, 13, 8, 64, 64, 7, kA, kB, kB2);
     steps.push_back({kPointwise, 15, kB2, 64, 8, 16, 8, kAnswer8});
     steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
@@ -50,20 +56,7 @@ std::vector<FindStep> MakeSteps() {
 }
 
 std::vector<FindStep> MakeLookSteps() {
-    std::vector<FindStep> steps = {
-        {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
-        {kPointwise, 27, kA, 16, 4, 32, 7, kB},
-        {kRectify, -1, kB, 32, 4, 32, 0, kB},
-    };
-    AddPair(&steps, 28, 4, 32, 32, 7, kB, kA, kB);
-    steps.push_back({kDepthwise, 30, kB, 32, 4, 32, 6, kA});
-    steps.push_back({kPointwise, 31, kA, 32, 4, 32, 7, kB});
-    steps.push_back({kMaxPoolStride2, -1, kB, 32, 4, 32, 0, kA});
-    steps.push_back({kRectify, -1, kA, 32, 8, 32, 0, kA});
-    AddPair(&steps, 32, 8, 32, 64, 7, kA, kB, kA);
-    for (const int number : {34, 36, 38}) {
-        AddPair(&steps, number, 8, 64, 64, 7, kA, kB, kA);
-    }
+    std::vector<FindStep> steps = TrunkSteps(27);
     AddPair(&steps, 40, 8, 64, 64, 7, kA, kB, kB2);
     steps.push_back({kPointwise, 42, kB2, 64, 8, 16, 7, kHeat});
     steps.push_back({kPointwise, 43, kA, 64, 8, 16, 7, kPart8});

@@ -118,7 +118,7 @@ class QuantFindNet(_Walked, QuantNet):
         return self
 
 
-class _Integers(integer_net._Integers):
+class FindIntegers(integer_net._Integers):
     @staticmethod
     def patches(x):
         n, _, h, w = x.shape
@@ -130,4 +130,4 @@ def integer_answers(tensors, plane):
     """uint8 [height, width], sides multiples of 16 -> int8 [16, h, w] of each stride, exactly as
     the library computes them."""
     x = (plane ^ 0x80).view(np.int8)[None, None]
-    return [a[0] for a in find_layers.walk(find_layers.PROGRAM, _Integers(tensors), x)]
+    return [a[0] for a in find_layers.walk(find_layers.PROGRAM, FindIntegers(tensors), x)]

@@ -5,9 +5,9 @@ import numpy as np
 import torch
 from torch import nn
 
-from . import find_layers, integer_net
+from . import find_layers
 from .find_layers import LOOK_PROGRAM, PROGRAM, Part
-from .find_net import MAX_WEIGHT, QuantFindNet, patches
+from .find_net import FindIntegers, QuantFindNet, patches
 from .layers import Conv, convolutions
 from .quant_net import QuantNet
 
@@ -67,11 +67,7 @@ class QuantLookNet(QuantNet):
     def joined(parts):
         return torch.cat([part.flatten(1) for part in parts], 1)
 
-    @torch.no_grad()
-    def clip(self):
-        for op in self.convs:
-            getattr(self, f"w{op.number}").clamp_(-MAX_WEIGHT, MAX_WEIGHT)
-
+    clip = QuantFindNet.clip
     load = QuantFindNet.load
 
     @torch.no_grad()
@@ -86,13 +82,7 @@ class QuantLookNet(QuantNet):
         return self
 
 
-class _Integers(integer_net._Integers):
-    @staticmethod
-    def patches(x):
-        n, _, h, w = x.shape
-        cells = x.reshape(n, h // 4, 4, w // 4, 4).transpose(0, 2, 4, 1, 3)
-        return np.ascontiguousarray(cells.reshape(n, 16, h // 4, w // 4))
-
+class _LookIntegers(FindIntegers):
     @staticmethod
     def joined(parts):
         return np.concatenate([part.reshape(len(part), -1) for part in parts], 1)[:, :, None, None]
@@ -101,7 +91,7 @@ class _Integers(integer_net._Integers):
 def integer_answers(tensors, looks):
     """uint8 [n, 64, 64] -> int8 [n, 16, 8, 8] and [n, 16], exactly as the library computes them."""
     x = (looks ^ 0x80).view(np.int8)[:, None]
-    heat, rest = find_layers.walk(LOOK_PROGRAM, _Integers(tensors), x)
+    heat, rest = find_layers.walk(LOOK_PROGRAM, _LookIntegers(tensors), x)
     return heat, rest.reshape(len(looks), -1)
 
 

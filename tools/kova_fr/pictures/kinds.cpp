@@ -66,12 +66,10 @@ constexpr GreyPicture (*kDecodeTiff)(Bytes) = nullptr;
 #endif
 #ifdef ORVO_HAVE_HEIF
 constexpr auto kDecodeHeif = DecodeHeif;
+constexpr auto kCanDecodeHeif = CanDecodeHeif;
 #else
 constexpr GreyPicture (*kDecodeHeif)(Bytes) = nullptr;
-bool CanDecodeHeifHere() { return false; }
-#endif
-#ifdef ORVO_HAVE_HEIF
-bool CanDecodeHeifHere() { return CanDecodeHeif(); }
+constexpr auto kCanDecodeHeif = [] { return false; };
 #endif
 
 constexpr PictureKind kKinds[] = {
@@ -97,7 +95,7 @@ std::string KindsThat(bool (*isWanted)(const PictureKind&)) {
 }
 
 bool IsThere(const PictureKind& kind) {
-    return kind.decode != nullptr && (kind.decode != kDecodeHeif || CanDecodeHeifHere());
+    return kind.decode != nullptr && (kind.decode != kDecodeHeif || kCanDecodeHeif());
 }
 
 } // namespace
