@@ -134,7 +134,8 @@ void WhiteBoxCbc(Input& input) {
     }
     const Text out = {Take(text.size), text.size};
     uint32_t written = 0;
-    const int32_t status = wb_aes_decrypt_cbc(iv.data(), text.bytes, text.size, out.bytes, &written);
+    const int32_t status =
+        wb_aes_decrypt_cbc(iv.data(), text.bytes, text.size, out.bytes, &written);
     const bool isWhole = text.size > 0 && text.size % 16 == 0;
     if (!isWhole) {
         Require(status == -1, "a length that is no multiple of 16 is refused");
@@ -143,9 +144,9 @@ void WhiteBoxCbc(Input& input) {
     const Text plain = CopyOf(text);
     ByLibcrypto(EVP_aes_128_cbc(), true, whiteBoxKey, iv, plain);
     const uint8_t last = plain.bytes[plain.size - 1];
-    const bool isGood = last <= 16 && std::all_of(plain.bytes + plain.size - last,
-                                                  plain.bytes + plain.size,
-                                                  [last](uint8_t byte) { return byte == last; });
+    const bool isGood =
+        last <= 16 && std::all_of(plain.bytes + plain.size - last, plain.bytes + plain.size,
+                                  [last](uint8_t byte) { return byte == last; });
     Require((status == 0) == isGood, "padding is judged as defined");
     if (isGood) {
         Require(written == plain.size - last, "padding is taken off");
@@ -165,7 +166,8 @@ Block SealByLibcrypto(const Message& m) {
     int written = 0;
     Block tag;
     Do(EVP_EncryptInit_ex(Context(), EVP_aes_128_gcm(), nullptr, nullptr, nullptr));
-    Do(EVP_CIPHER_CTX_ctrl(Context(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(m.iv.size), nullptr));
+    Do(EVP_CIPHER_CTX_ctrl(Context(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(m.iv.size),
+                           nullptr));
     Do(EVP_EncryptInit_ex(Context(), nullptr, nullptr, whiteBoxKey.data(), m.iv.bytes));
     if (m.additional.size > 0) {
         Do(EVP_EncryptUpdate(Context(), nullptr, &written, m.additional.bytes,
@@ -213,9 +215,9 @@ void Gcm(Input& input) {
     const auto tagSize = static_cast<uint32_t>(input.Byte() % 20);
     const Text sealed = {Take(m.text.size), m.text.size};
     const Text ownTag = {Take(tagSize), tagSize};
-    const int32_t status = wb_aes_encrypt_gcm(m.iv.bytes, m.iv.size, m.text.bytes, m.text.size,
-                                              sealed.bytes, m.additional.bytes, m.additional.size,
-                                              ownTag.bytes, ownTag.size);
+    const int32_t status =
+        wb_aes_encrypt_gcm(m.iv.bytes, m.iv.size, m.text.bytes, m.text.size, sealed.bytes,
+                           m.additional.bytes, m.additional.size, ownTag.bytes, ownTag.size);
     const bool isGood = tagSize >= 4 && tagSize <= 16;
     Require((status == 0) == isGood, "tags of 4 to 16 bytes are made");
     if (!isGood) {
@@ -225,7 +227,8 @@ void Gcm(Input& input) {
         const Message other = {m.iv, m.additional, CopyOf(m.text)};
         const Block wanted = SealByLibcrypto(other);
         Require(AreSame(sealed, other.text), "GCM is libcrypto's");
-        Require(std::equal(ownTag.bytes, ownTag.bytes + tagSize, wanted.begin()), "its tag is, too");
+        Require(std::equal(ownTag.bytes, ownTag.bytes + tagSize, wanted.begin()),
+                "its tag is, too");
     }
     CheckOpening(input, m, sealed, ownTag);
 }
@@ -254,7 +257,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace orvo_fuzz;
-    static constexpr void (*kKinds[])(Input&) = {OneBlock, Cbc, Counter, WhiteBoxCbc, Gcm, OpenAnything};
+    static constexpr void (*kKinds[])(Input&) = {OneBlock,    Cbc, Counter,
+                                                 WhiteBoxCbc, Gcm, OpenAnything};
     Input input(data, size);
     kKinds[input.Byte() % std::size(kKinds)](input);
     arena.Reset();

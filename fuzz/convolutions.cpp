@@ -14,12 +14,12 @@
 namespace orvo_fuzz {
 namespace {
 
-using Kernel = void (*)(const int8_t*, uint16_t, uint16_t, uint16_t, const int8_t*, uint16_t, uint16_t,
-                        uint16_t, uint16_t, const int32_t*, uint16_t, int8_t*, uint16_t, uint16_t,
-                        int8_t*);
+using Kernel = void (*)(const int8_t*, uint16_t, uint16_t, uint16_t, const int8_t*, uint16_t,
+                        uint16_t, uint16_t, uint16_t, const int32_t*, uint16_t, int8_t*, uint16_t,
+                        uint16_t, int8_t*);
 using HwcKernel = int32_t (*)(const int8_t*, uint16_t, uint16_t, uint16_t, const int8_t*, uint16_t,
-                              uint16_t, uint16_t, uint16_t, const int32_t*, uint16_t, int8_t*, uint16_t,
-                              int16_t, int8_t*, uint32_t);
+                              uint16_t, uint16_t, uint16_t, const int32_t*, uint16_t, int8_t*,
+                              uint16_t, int16_t, int8_t*, uint32_t);
 
 // A case has so many products at most, that many of them run in a second; one in sixteen has more.
 constexpr uint32_t kFewProducts = 1500;
@@ -76,7 +76,8 @@ uint32_t Shift(Input& input) {
 
 void KeepProductsFew(Shape& s, bool isDepthwise) {
     const auto products = [&] {
-        return uint64_t{s.DstPixels()} * s.dstChannels * (isDepthwise ? 9 : std::max(s.Inner(), 1u));
+        return uint64_t{s.DstPixels()} * s.dstChannels *
+               (isDepthwise ? 9 : std::max(s.Inner(), 1u));
     };
     while (products() > s.mostProducts && s.dstChannels > 1) {
         s.dstChannels /= 2;
@@ -178,8 +179,8 @@ void EqualPlanes(Input& input) {
     }
     const auto u16 = [](uint32_t value) { return static_cast<uint16_t>(value); };
     SameOnAllPaths("arma_convolve_chw_q7", at.dst, expected, s.DstBytes(), [&] {
-        arma_convolve_chw_q7(at.src, u16(s.srcWidth), u16(s.srcHeight), u16(s.srcChannels), at.weights,
-                             u16(s.dstChannels), 3, 1, 1, at.bias, u16(s.shift), at.dst,
+        arma_convolve_chw_q7(at.src, u16(s.srcWidth), u16(s.srcHeight), u16(s.srcChannels),
+                             at.weights, u16(s.dstChannels), 3, 1, 1, at.bias, u16(s.shift), at.dst,
                              u16(s.dstWidth), u16(s.dstHeight), at.scratch);
     });
 }

@@ -35,11 +35,12 @@ struct Frame {
 struct Surroundings {
     Frame frame;
     bool isInitialised = false;
-    bool mayLeak = false;    // what would have given something back is to fail
-    bool isBlanked = false;  // an address may be missing that the library keeps
-    int32_t coreStatus = 0;  // what the core answers
-    bool hasNoSize = false;  // the core needs 0 bytes of working memory
-    bool endFails = false;   // by a fault of the stand-in
+    bool mayLeak = false;   // what would have given something back is to fail
+    bool isBlanked = false; // an address may be missing that the library keeps
+    int32_t coreStatus = 0; // what the core answers
+    bool hasNoSize = false; // the core needs 0 bytes of working memory
+    uint32_t endsLeft = 0;  // ends of scalings until one fails; 0: none does
+    bool endsFailForGood = false;
     bool isScaled = false;   // by the stand-in's own scaler
     bool touchesRows = true; // the picture's size is not the caller's word alone
 };
@@ -103,22 +104,24 @@ void CheckUsage() {
     }
 }
 
-constexpr const char* kFunctions[] = {
-    "KOVA_MPI_SYS_MmzAlloc", "KOVA_MPI_SYS_MmzAlloc_Cached", "KOVA_MPI_SYS_MmzFree",
-    "KOVA_MPI_SYS_Mmap",     "KOVA_MPI_SYS_Munmap",          "KOVA_MPI_VGS_BeginJob",
-    "KOVA_MPI_VGS_AddScaleTask", "KOVA_MPI_VGS_EndJob",      "KOVA_MPI_VGS_CancelJob"};
+constexpr const char* kFunctions[] = {"KOVA_MPI_SYS_MmzAlloc",     "KOVA_MPI_SYS_MmzAlloc_Cached",
+                                      "KOVA_MPI_SYS_MmzFree",      "KOVA_MPI_SYS_Mmap",
+                                      "KOVA_MPI_SYS_Munmap",       "KOVA_MPI_VGS_BeginJob",
+                                      "KOVA_MPI_VGS_AddScaleTask", "KOVA_MPI_VGS_CancelJob"};
 
 void SetFault(Input& input) {
     const uint8_t kind = input.Byte();
     const char* const function = kFunctions[kind % std::size(kFunctions)];
     const uint32_t n = input.Between(1, 3);
     const bool isForGood = input.Flag();
-    if (kind < 220) {
+    if (kind < 32) {
+        here.endsLeft = n;
+        here.endsFailForGood = isForGood;
+    } else if (kind < 220) {
         const auto code = static_cast<int32_t>(input.Number<uint16_t>() | 0xA0020000u);
         Require(kova_mpi_host_fail_call(function, n, code, isForGood) == 0, "a fault is set");
-        here.endFails |= std::strstr(function, "EndJob") != nullptr;
-        here.mayLeak |= std::strstr(function, "Free") != nullptr ||
-                        std::strstr(function, "Cancel") != nullptr;
+        here.mayLeak |=
+            std::strstr(function, "Free") != nullptr || std::strstr(function, "Cancel") != nullptr;
     } else {
         const auto blank = input.Flag() ? KOVA_MPI_HOST_BLANK_PHY : KOVA_MPI_HOST_BLANK_VIR;
         Require(kova_mpi_host_blank_address(kFunctions[kind % 2], n, blank, isForGood) == 0,
@@ -130,8 +133,10 @@ void SetFault(Input& input) {
 
 uint32_t Extent(Input& input, uint32_t usual) {
     const uint8_t kind = input.Byte();
-    return kind < 128 ? usual : kind < 224 ? kind - 120u : kind < 240 ? input.Number<uint16_t>()
-                                                                     : input.Number<uint32_t>();
+    return kind < 128   ? usual
+           : kind < 224 ? kind - 120u
+           : kind < 240 ? input.Number<uint16_t>()
+                        : input.Number<uint32_t>();
 }
 
 obj_img TakeRecord(Input& input) {
@@ -158,9 +163,9 @@ void Extract(Input& input) {
     const uint8_t how = input.Byte();
     here.isScaled = how == 1;
     here.coreStatus = how > 250 ? ORVO_FR_WRONG_SIZE : ORVO_FR_OK;
-    here.touchesRows =
-        img.mem_type == 0 || uint64_t{img.stride} * ORVO_FR_IMAGE_SIZE <= kFrameBytes ||
-        img.width != ORVO_FR_IMAGE_SIZE || img.height != ORVO_FR_IMAGE_SIZE;
+    here.touchesRows = img.mem_type == 0 ||
+                       uint64_t{img.stride} * ORVO_FR_IMAGE_SIZE <= kFrameBytes ||
+                       img.width != ORVO_FR_IMAGE_SIZE || img.height != ORVO_FR_IMAGE_SIZE;
     const uint32_t length = how % 16 == 15 ? input.Number<uint32_t>() : KOVA_FR_FEATURE_LEN;
     float* const result = how % 64 == 14 ? nullptr : feature.data();
     const obj_img before = img;
@@ -192,7 +197,9 @@ void Distance(Input& input) {
 
 void Start(Input& input) {
     const uint8_t how = input.Byte();
-    here.coreStatus = how < 192 ? ORVO_FR_OK : how % 4 == 0 ? ORVO_FR_REPEAT_INIT : ORVO_FR_NOT_DECRYPTED;
+    here.coreStatus = how < 192      ? ORVO_FR_OK
+                      : how % 4 == 0 ? ORVO_FR_REPEAT_INIT
+                                     : ORVO_FR_NOT_DECRYPTED;
     here.hasNoSize = how == 191;
     const uint32_t status = kova_fr_init();
     here.hasNoSize = false;
@@ -252,10 +259,15 @@ int32_t OrvoFrRun(const FrImage* img, void* result, uint32_t resultSize) {
 }
 
 int32_t KOVA_MPI_VGS_EndJob(int32_t handle) {
+    using namespace orvo_fuzz;
     using End = int32_t (*)(int32_t);
     static const auto end = reinterpret_cast<End>(dlsym(RTLD_NEXT, "KOVA_MPI_VGS_EndJob"));
-    const bool isReal = orvo_fuzz::here.isScaled || orvo_fuzz::here.endFails;
-    return isReal ? end(handle) : KOVA_MPI_VGS_CancelJob(handle);
+    if (here.endsLeft == 1) { // the job stays open, as the stand-in's does
+        here.endsLeft = here.endsFailForGood ? 1 : 0;
+        return KOVA_VGS_ERR_NOMEM;
+    }
+    here.endsLeft -= here.endsLeft > 0 ? 1 : 0;
+    return here.isScaled ? end(handle) : KOVA_MPI_VGS_CancelJob(handle);
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
@@ -278,6 +290,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         here.isInitialised = true;
     }
     here.mayLeak = false;
-    here.endFails = false;
+    here.endsLeft = 0;
     return 0;
 }

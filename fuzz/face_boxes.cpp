@@ -120,7 +120,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::memset(result, 0x5A, ORVO_FR_FEATURE_BYTES);
     isRecognised = false;
     const int32_t status = OrvoFrRun(&image, result, resultSize);
-    Require((status == ORVO_FR_OK) == IsAllowed(image, resultSize), "refused is what the interface says");
+    Require((status == ORVO_FR_OK) == IsAllowed(image, resultSize),
+            "refused is what the interface says");
     Require(isRecognised == (status == ORVO_FR_OK), "a refusal recognises nobody");
     arena.Reset();
     return 0;

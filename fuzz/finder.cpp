@@ -56,9 +56,9 @@ Case TakeCase(Input& input) {
     const int32_t width = Side(input);
     const int32_t height = Side(input);
     const uint32_t more = input.Byte();
-    const int32_t stride = more < 250 ? static_cast<int32_t>(
-                                            static_cast<uint32_t>(width) + more % 16)
-                                      : input.Number<int32_t>();
+    const int32_t stride = more < 250
+                               ? static_cast<int32_t>(static_cast<uint32_t>(width) + more % 16)
+                               : input.Number<int32_t>();
     const uint32_t smallest = input.Byte();
     c.smallest = smallest < 250 ? static_cast<int32_t>(smallest % 100) : input.Number<int32_t>();
     c.picture = {TakePixels(input, width, height, stride), width, height, stride};
@@ -71,16 +71,15 @@ Case TakeCase(Input& input) {
 }
 
 bool IsLarge(const Case& c) {
-    return int64_t{c.picture.stride} * (int64_t{c.picture.height} - 1) + c.picture.width > (1 << 16);
+    return int64_t{c.picture.stride} * (int64_t{c.picture.height} - 1) + c.picture.width >
+           (1 << 16);
 }
 
 // As much as is needed, or a byte less: then the picture is to be refused.
 bool SetMemory(const Case& c, bool isShort) {
-    const uint32_t needed =
-        OrvoFindGetMemorySize(c.picture.width, c.picture.height, c.smallest);
-    const size_t size = c.isAllowed && !IsLarge(c) && needed < (1u << 19)
-                            ? needed - (isShort ? 1u : 0u)
-                            : 1u;
+    const uint32_t needed = OrvoFindGetMemorySize(c.picture.width, c.picture.height, c.smallest);
+    const size_t size =
+        c.isAllowed && !IsLarge(c) && needed < (1u << 19) ? needed - (isShort ? 1u : 0u) : 1u;
     auto* const block = arena.Take<uint8_t>(size, 1);
     Require(block != nullptr, "the arena is large enough");
     Require(OrvoFindSetMemory(block, static_cast<uint32_t>(size)) == ORVO_FIND_OK,
@@ -164,7 +163,8 @@ void AskForMemory(Input& input) {
     const auto smallest = input.Number<int32_t>();
     const uint32_t size = OrvoFindGetMemorySize(width, height, smallest);
     const bool isIn = width >= ORVO_FIND_LEAST_SIDE && height >= ORVO_FIND_LEAST_SIDE &&
-                      width <= ORVO_FIND_MOST_SIDE && height <= ORVO_FIND_MOST_SIDE && smallest >= 1;
+                      width <= ORVO_FIND_MOST_SIDE && height <= ORVO_FIND_MOST_SIDE &&
+                      smallest >= 1;
     Require(isIn || size == 0, "no memory serves a size that is out of range");
     if (isIn && smallest < INT32_MAX) {
         const uint32_t next = OrvoFindGetMemorySize(width, height, smallest + 1);

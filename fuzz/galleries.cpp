@@ -189,7 +189,8 @@ size_t ReadAll(const kova_cli::GalleryFile& gallery) {
         for (size_t i = 0; i < block.names.size(); ++i) {
             Require(kova_cli::IsFeature(block.features + i * kova_cli::kFeatureLength),
                     "each entry is a feature");
-            Require(block.names[i].size() <= kova_cli::kLongestStoredName, "names are not too long");
+            Require(block.names[i].size() <= kova_cli::kLongestStoredName,
+                    "names are not too long");
         }
         entries += block.names.size();
     });

@@ -78,7 +78,8 @@ void Global(Input& input) {
     const int32_t* const bias = TakeBiases(input, p.channels);
     auto* const dst = arena.Take<int8_t>(p.channels);
     SameOnAllPaths("ArmAConvolveGlobalChwQ7", dst, expected, p.channels, [&] {
-        ArmAConvolveGlobalChwQ7(src, p.width, p.height, p.channels, weights, bias, shift, dst, nullptr);
+        ArmAConvolveGlobalChwQ7(src, p.width, p.height, p.channels, weights, bias, shift, dst,
+                                nullptr);
     });
 }
 
@@ -90,9 +91,8 @@ void FullyConnected(Input& input) {
     const int8_t* const weights = TakeFilled(input, size_t{inputs} * outputs);
     const int32_t* const bias = TakeBiases(input, outputs);
     auto* const dst = arena.Take<int8_t>(outputs);
-    SameOnAllPaths("ArmAFcQ7", dst, expected, outputs, [&] {
-        ArmAFcQ7(src, weights, inputs, outputs, shift, bias, dst, nullptr);
-    });
+    SameOnAllPaths("ArmAFcQ7", dst, expected, outputs,
+                   [&] { ArmAFcQ7(src, weights, inputs, outputs, shift, bias, dst, nullptr); });
 }
 
 void Average(Input& input) {
@@ -100,9 +100,8 @@ void Average(Input& input) {
     const auto shift = input.Number<uint16_t>();
     const int8_t* const src = TakeFilled(input, p.Bytes());
     auto* const dst = arena.Take<int8_t>(p.channels);
-    SameOnAllPaths("ArmAGapQ7Chw", dst, expected, p.channels, [&] {
-        ArmAGapQ7Chw(src, p.width, p.height, p.channels, shift, nullptr, dst);
-    });
+    SameOnAllPaths("ArmAGapQ7Chw", dst, expected, p.channels,
+                   [&] { ArmAGapQ7Chw(src, p.width, p.height, p.channels, shift, nullptr, dst); });
 }
 
 void PoolStride2(Input& input) {
@@ -114,8 +113,7 @@ void PoolStride2(Input& input) {
     const int8_t* const src = TakeFilled(input, p.Bytes());
     const size_t dstBytes = size_t{width / 2} * (height / 2) * p.channels;
     auto* const dst = arena.Take<int8_t>(dstBytes);
-    auto* const scratch =
-        arena.Take<int8_t>(pad > 0 ? size_t{width} * height * p.channels : 0);
+    auto* const scratch = arena.Take<int8_t>(pad > 0 ? size_t{width} * height * p.channels : 0);
     SameOnAllPaths("ArmAMaxPool2x2S2ChwQ7", dst, expected, dstBytes, [&] {
         ArmAMaxPool2x2S2ChwQ7(src, dst, p.width, p.height, static_cast<uint16_t>(p.channels), pad,
                               scratch);
@@ -195,7 +193,7 @@ void Add(Input& input) {
     const uint32_t in2Bytes = p.Values() * shortcut;
     // in2 may be the result only where it is as large.
     int8_t* const in2 = TakeFilled(input, in2Bytes);
-    int8_t* const dst = place == 1                                    ? in1
+    int8_t* const dst = place == 1                             ? in1
                         : place == 2 && shortcut == p.channels ? in2
                                                                : arena.Take<int8_t>(p.Bytes());
     static int8_t before2[kMostBytes];
@@ -204,9 +202,10 @@ void Add(Input& input) {
     SameOnAllPaths("ArmAZpadPlusChwQ7", dst, expected, p.Bytes(), [&] {
         std::memcpy(in1, before, p.Bytes());
         std::memcpy(in2, before2, in2Bytes);
-        ArmAZpadPlusChwQ7(in1, in2, dst, in1Shift, in2Shift, outShift, static_cast<uint16_t>(p.height),
-                          static_cast<uint16_t>(p.width), static_cast<uint16_t>(p.channels),
-                          static_cast<uint16_t>(shortcut), nullptr);
+        ArmAZpadPlusChwQ7(in1, in2, dst, in1Shift, in2Shift, outShift,
+                          static_cast<uint16_t>(p.height), static_cast<uint16_t>(p.width),
+                          static_cast<uint16_t>(p.channels), static_cast<uint16_t>(shortcut),
+                          nullptr);
     });
 }
 
@@ -279,8 +278,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace orvo_fuzz;
     static constexpr void (*kKinds[])(Input&) = {
-        Dot,    Global,    FullyConnected, Average, PoolStride2, PoolStride1, Sample,
-        Rectify, FlipSigns, Add,            Normalise, Rescale,   Distance,    Weave};
+        Dot,       Global, FullyConnected, Average, PoolStride2, PoolStride1, Sample, Rectify,
+        FlipSigns, Add,    Normalise,      Rescale, Distance,    Weave};
     Input input(data, size);
     kKinds[input.Byte() % std::size(kKinds)](input);
     arena.Reset();

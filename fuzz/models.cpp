@@ -25,13 +25,14 @@ void Check(const Layer& layer, const orvo::pack::LayerParameters& parameters) {
         weights *= static_cast<size_t>(extent);
     }
     orvo_fuzz::Require(parameters.weights.size() == weights, "all weights are there");
-    orvo_fuzz::Require(parameters.biases.size() == static_cast<size_t>(layer.out), "so are the biases");
+    orvo_fuzz::Require(parameters.biases.size() == static_cast<size_t>(layer.out),
+                       "so are the biases");
     orvo_fuzz::Require(orvo::pack::PackWeights(layer, parameters.weights).size() ==
                            orvo::pack::PackedWeightSize(layer),
                        "weights are packed to their size");
-    orvo_fuzz::Require(orvo::pack::PackBiases(parameters.biases).size() ==
-                           4 * parameters.biases.size(),
-                       "biases are packed to theirs");
+    orvo_fuzz::Require(
+        orvo::pack::PackBiases(parameters.biases).size() == 4 * parameters.biases.size(),
+        "biases are packed to theirs");
 }
 
 } // namespace

@@ -41,9 +41,9 @@ void Compare(const kova_cli::EvalInput& input) {
     orvo_fuzz::Require(comparisons.person.size() == comparisons.features.size(),
                        "each feature is somebody's");
     for (const auto& pair : *comparisons.pairs) {
-        orvo_fuzz::Require(pair.first < comparisons.features.size() &&
-                               pair.second < comparisons.features.size(),
-                           "a comparison's features are there");
+        orvo_fuzz::Require(
+            pair.first < comparisons.features.size() && pair.second < comparisons.features.size(),
+            "a comparison's features are there");
     }
 }
 

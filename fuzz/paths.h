@@ -20,7 +20,8 @@ void UsePath(const orvo::Routines& routines);
 // What a path leaves in `result` has to be what the plain one leaves there. `result` is filled before each
 // call; `expected` has room for as much. The call restores what it changes beside the result.
 template <typename Call>
-void SameOnAllPaths(const char* kernel, void* result, void* expected, size_t bytes, const Call& call) {
+void SameOnAllPaths(const char* kernel, void* result, void* expected, size_t bytes,
+                    const Call& call) {
     for (const orvo::Routines* path : Paths()) {
         const bool isFirst = path == Paths().front();
         UsePath(*path);

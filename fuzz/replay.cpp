@@ -73,7 +73,8 @@ int main(int count, char** arguments) {
         std::ifstream file(path, std::ios::binary);
         const int more = path.ends_with(".corpus") ? ReplayCorpus(file) : ReplayOne(file);
         if (!file.is_open() || more < 1) {
-            std::printf("%s: holds no inputs; give a corpus of fuzz/corpus/ or a file\n", path.c_str());
+            std::printf("%s: holds no inputs; give a corpus of fuzz/corpus/ or a file\n",
+                        path.c_str());
             return 1;
         }
         inputs += more;

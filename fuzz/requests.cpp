@@ -27,12 +27,21 @@ using kova_cli::Looking;
 constexpr size_t kLongestRequest = 1 << 16; // fits a socket's buffer
 
 constexpr const char* kMethods[] = {"GET", "POST", "DELETE", "HEAD", "PUT", "PRI"};
-constexpr const char* kPaths[] = {"/health",      "/openapi.json", "/metrics",     "/v1/info",
-                                  "/v1/find",     "/v1/extract",   "/v1/compare",  "/v1/identify",
-                                  "/v1/people",   "/v1/people/a",  "/v1/people/%", "/v1/identify?gallery=g",
+constexpr const char* kPaths[] = {"/health",
+                                  "/openapi.json",
+                                  "/metrics",
+                                  "/v1/info",
+                                  "/v1/find",
+                                  "/v1/extract",
+                                  "/v1/compare",
+                                  "/v1/identify",
+                                  "/v1/people",
+                                  "/v1/people/a",
+                                  "/v1/people/%",
+                                  "/v1/identify?gallery=g",
                                   "/v1/people?gallery=nobody"};
-constexpr const char* kTypes[] = {"application/json", "multipart/form-data; boundary=x", "text/plain",
-                                  "multipart/form-data; boundary=\"x y\""};
+constexpr const char* kTypes[] = {"application/json", "multipart/form-data; boundary=x",
+                                  "text/plain", "multipart/form-data; boundary=\"x y\""};
 
 OrvoFindFace FoundFace(const GreyPicture& picture) {
     OrvoFindFace face = {};
@@ -118,7 +127,8 @@ void AppendRequest(Input& input, std::string& text) {
     const char* const path = kPaths[input.Byte() % std::size(kPaths)];
     const char* const type = kTypes[input.Byte() % std::size(kTypes)];
     const auto body = input.Bytes(input.Number<uint16_t>() % 8300);
-    text += std::string(method) + " " + path + " HTTP/1.1\r\nHost: localhost\r\nContent-Type: " + type +
+    text += std::string(method) + " " + path +
+            " HTTP/1.1\r\nHost: localhost\r\nContent-Type: " + type +
             "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
     text.append(body.begin(), body.end());
 }
@@ -153,12 +163,13 @@ void Converse(const std::string& text) {
     int ends[2];
     Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0,
             "there are sockets");
-    Require(send(ends[0], text.data(), text.size(), MSG_NOSIGNAL) ==
-                static_cast<ssize_t>(text.size()),
-            "a request fits its socket");
+    Require(
+        send(ends[0], text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size()),
+        "a request fits its socket");
     shutdown(ends[0], SHUT_WR);
     {
-        kova_cli::Connection connection(ends[1], "127.0.0.1", stopping, TheService().settings.timeout);
+        kova_cli::Connection connection(ends[1], "127.0.0.1", stopping,
+                                        TheService().settings.timeout);
         conversation.Hold(connection, "127.0.0.1");
     }
     const std::string answers = Answers(ends[0]);

@@ -60,7 +60,8 @@ void Bilinear(Input& input) {
     auto* const wanted = TakeMarked<uint8_t>(bytes, 0x5A);
     ImageResizeBilin(src, dst, srcHeight, srcWidth, stride, dstHeight, dstWidth);
     if (srcBytes > 0) {
-        orvo_reference::ResizeBilinear(src, wanted, srcHeight, srcWidth, stride, dstHeight, dstWidth);
+        orvo_reference::ResizeBilinear(src, wanted, srcHeight, srcWidth, stride, dstHeight,
+                                       dstWidth);
     }
     Require(std::memcmp(dst, wanted, bytes) == 0, "ImageResizeBilin is as defined");
 }
@@ -117,7 +118,8 @@ float* TakePixels(Input& input, size_t count) {
 // All that is no number is alike: which one comes out is not stated.
 bool AreSame(const float* a, const float* b, size_t count) {
     for (size_t i = 0; i < count; ++i) {
-        if (std::memcmp(&a[i], &b[i], sizeof a[i]) != 0 && !(std::isnan(a[i]) && std::isnan(b[i]))) {
+        if (std::memcmp(&a[i], &b[i], sizeof a[i]) != 0 &&
+            !(std::isnan(a[i]) && std::isnan(b[i]))) {
             return false;
         }
     }
@@ -131,9 +133,9 @@ void WarpOne(Input& input) {
     const auto inverse = static_cast<uint8_t>(input.Byte() % 3);
     float matrix[6];
     FillMatrix(input, matrix);
-    const size_t count = width < 1 || height < 1
-                             ? 0
-                             : Area(height - 1, static_cast<int32_t>(stride)) + static_cast<size_t>(width);
+    const size_t count = width < 1 || height < 1 ? 0
+                                                 : Area(height - 1, static_cast<int32_t>(stride)) +
+                                                       static_cast<size_t>(width);
     const float* const src = TakePixels(input, count);
     auto* const dst = TakeMarked<float>(count, 0x41);
     auto* const wanted = TakeMarked<float>(count, 0x41);
