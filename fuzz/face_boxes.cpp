@@ -27,7 +27,7 @@ alignas(64) uint8_t memory[ORVO_FR_MEMORY_SIZE];
 int8_t answer[4];
 const uint8_t* picture;
 bool isRecognised;
-uint8_t noise[2 * kPlane];
+uint8_t noise[3 * kPlane];
 
 void MakeNoise() {
     Stream stream(1);

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
 // libkova_find: any size, stride, room and working memory. A picture's bytes, the working memory and the
-// results have the very sizes that were named. Refusals leave everything as it was.
+// results have the very sizes that were named. Refusals leave everything as it was. The recogniser's network
+// stands in this program and does nothing, so that a feature costs no more than its crop.
 #include <algorithm>
 #include <cmath>
 
 #include "arena.h"
 #include "input.h"
 #include "orvo/orvo_find.h"
+#include "orvo/orvo_fr.h"
 #include "quiet.h"
 #include "require.h"
 #include "values.h"
@@ -107,6 +109,12 @@ void Upright(const OrvoFindPicture& picture, const OrvoFindFace& face, bool must
     Require(status == ORVO_FIND_OK || crop[0] == 0x5A, "a refusal leaves the crop as it was");
 }
 
+int32_t FindFeatures(const Case& c, OrvoFindFace* faces, int32_t room, int32_t* count) {
+    const auto floats = static_cast<size_t>(std::max(room, 0)) * ORVO_FIND_FEATURE_LENGTH;
+    auto* const features = arena.Take<float>(floats);
+    return OrvoFindFeatures(&c.picture, c.smallest, faces, features, room, count);
+}
+
 void Find(Input& input) {
     const uint8_t how = input.Byte();
     const int32_t room = how > 250 ? -1 : how % (kMostRoom + 1);
@@ -117,7 +125,9 @@ void Find(Input& input) {
     }
     auto* const faces = arena.Take<OrvoFindFace>(static_cast<size_t>(std::max(room, 0)));
     int32_t count = 1000;
-    const int32_t status = OrvoFindRun(&c.picture, c.smallest, faces, room, &count);
+    const int32_t status = (how & 0x40) != 0
+                               ? FindFeatures(c, faces, room, &count)
+                               : OrvoFindRun(&c.picture, c.smallest, faces, room, &count);
     const bool isAllowed = c.isAllowed && isEnough && room >= 0;
     Require((status == ORVO_FIND_OK) == isAllowed, "refused is what the interface says");
     if (status != ORVO_FIND_OK) {
@@ -175,8 +185,13 @@ void AskForMemory(Input& input) {
 } // namespace
 } // namespace orvo_fuzz
 
+void FrRun(uint8_t* /*input*/) {}
+
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
+    static uint8_t memory[ORVO_FR_MEMORY_SIZE];
     orvo_fuzz::SilenceDiagnostics();
+    orvo_fuzz::Require(OrvoFrInit() == ORVO_FR_OK, "the recogniser's models open");
+    orvo_fuzz::Require(OrvoFrSetMemory(memory, sizeof memory) == ORVO_FR_OK, "its memory is taken");
     orvo_fuzz::Require(OrvoFindInit() == ORVO_FIND_OK, "the finder's model opens");
     return 0;
 }
