@@ -8,6 +8,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 search_one() {
     local build=$1 seconds=$2 target=$3
     local corpus=$build/corpus/$target log=$build/logs/$target.log
+    if [[ ! -x $build/bin/fuzz/$target ]]; then
+        echo "$target: no such target; there are $(cd "$build/bin/fuzz" && echo *)"
+        return 1
+    fi
     mkdir -p "$corpus" "$build/findings" "$build/logs"
     [[ ! -f $here/corpus/$target.corpus ]] || "$here/corpus.py" unpack "$here/corpus/$target.corpus" "$corpus"
     # Half a minute is for inputs that stand still; memory is that of the largest, AddressSanitizer's included.
