@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "files/csv.h"
 #include "files/failure.h"
 #include "files/input_file.h"
 
@@ -85,48 +86,15 @@ class Groups {
     throw Failure("line " + std::to_string(line) + " " + what);
 }
 
-// The next name or number of a line, quoted or not.
-std::string TakeQuotable(std::string_view& rest, char separator, size_t line) {
-    std::string field;
-    if (!rest.starts_with('"')) {
-        const size_t end = std::min(rest.find(separator), rest.size());
-        field = rest.substr(0, end);
-        rest.remove_prefix(end);
-        return field;
-    }
-    rest.remove_prefix(1);
-    while (true) {
-        const size_t quote = rest.find('"');
-        if (quote == std::string_view::npos) {
-            FailLine(line, "has a quotation mark without its end");
-        }
-        field += rest.substr(0, quote);
-        rest.remove_prefix(quote + 1);
-        if (!rest.starts_with('"')) {
-            return field;
-        }
-        field += '"'; // doubled inside a name
-        rest.remove_prefix(1);
-    }
-}
-
-std::vector<std::string> SeparatedFields(std::string_view rest, char separator, size_t line) {
-    std::vector<std::string> fields = {TakeQuotable(rest, separator, line)};
-    while (rest.starts_with(separator)) {
-        rest.remove_prefix(1);
-        fields.push_back(TakeQuotable(rest, separator, line));
-    }
-    if (!rest.empty()) {
-        FailLine(line, "goes on behind a quotation mark; put the separator there");
-    }
-    return fields;
-}
-
 // Commas win over tabs, and these over spaces, which names may have then.
 std::vector<std::string> Fields(const std::string& text, size_t line) {
     for (const char separator : {',', '\t'}) {
         if (text.find(separator) != std::string::npos) {
-            return SeparatedFields(text, separator, line);
+            try {
+                return CsvFields(text, separator);
+            } catch (const Failure& failure) {
+                FailLine(line, failure.what());
+            }
         }
     }
     std::istringstream words(text);
