@@ -123,7 +123,7 @@ class Speed(Figures):
         run = numbers("docs/SPEED.md", rf"`OrvoFrRun` takes {NUMBER} ms, where it took")
         frame = numbers("docs/SPEED.md", rf"with both faces' features, from a canvas' pixels, {NUMBER} ms")
         self.assert_stated("web/README.md", rf"A face takes about {NUMBER} ms", *run)
-        self.assert_stated("web/README.md", rf"of 640 x 480 with two faces {NUMBER} ms", *frame)
+        self.assert_stated("web/README.md", rf"of 640 x 480 with two faces takes {NUMBER} ms", *frame)
 
     def test_finding_and_looking_up(self):
         self.assert_stated(
@@ -169,7 +169,7 @@ class Sizes(Figures):
             self.assertEqual(row("README.md", begin)[3], size)
         for name, pattern in (
             ("docs/ARCHITECTURE.md", r"One block of (\d+) bytes"),
-            ("docs/INTEGRATING.md", r"and allocates (\d+) bytes"),
+            ("docs/INTEGRATING.md", r"It also allocates (\d+) bytes"),
             ("docs/INTEGRATING.md", r"try again; (\d+) contiguous bytes"),
             ("docs/INTEGRATING.md", r"`FR_MEM` \| (\d+) bytes"),
         ):
