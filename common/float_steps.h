@@ -6,5 +6,6 @@
 
 #include <cfloat>
 
-static_assert(FLT_EVAL_METHOD == 0,
-              "floats are computed with more bits than they have: compile with -msse2 -mfpmath=sse");
+static_assert(
+    FLT_EVAL_METHOD == 0,
+    "floats are computed with more bits than they have: compile with -msse2 -mfpmath=sse");

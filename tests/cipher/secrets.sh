@@ -35,7 +35,7 @@ machine() {
     shift 3
     is_wanted "$name" || return 0
     for optimisation in $optimisations; do
-        build=$folder/$name-$optimisation
+        build=build/secrets-${name// /-}-$optimisation # as deep as those of the presets, for compiler caches
         log=$folder/$name-$optimisation.log
         mkdir -p "$folder"
         flags=()
@@ -61,7 +61,7 @@ machine() {
 }
 
 row Build Opt. Result
-machine "g++ $(g++ -dumpversion)" 'O3 O0 LTO' "${traces[*]} constant_time_test" -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc
+machine "g++ $(g++ -dumpversion)" 'O3 O0 LTO' "${traces[*]} constant_time_test"
 for version in 14 19; do
     machine "clang $version" 'O3 O0 LTO' "${traces[*]} constant_time_test" -DCMAKE_CXX_COMPILER=clang++-$version \
         -DCMAKE_C_COMPILER=clang-$version

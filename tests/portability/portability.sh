@@ -43,9 +43,16 @@ is_wanted() {
     return 1
 }
 
+# folder_of NAME LEVEL: as deep as those of the presets, so that a compiler cache serves both.
+folder_of() {
+    local name=build/portability-$1-$2
+    echo "${name// /-}"
+}
+
 # build NAME LEVEL CC CMAKE-ARGUMENT...: the library and the program, of which the log stays.
 build() {
-    local name=$1 level=$2 cc=$3 build=$folder/$1-$2
+    local name=$1 level=$2 cc=$3 build
+    build=$(folder_of "$1" "$2")
     shift 3
     local wrap=("${kernels[@]/#/-Wl,--wrap=}")
     local levels=()
@@ -62,12 +69,13 @@ build() {
 
 # run_paths NAME LEVEL EMULATOR...: on every path that the machine has, with one cipher after the other.
 run_paths() {
-    local name=$1 level=$2 path said ran=() different='' turn=0
+    local name=$1 level=$2 program path said ran=() different='' turn=0
+    program=$(folder_of "$1" "$2")/digests
     shift 2
     for path in "${paths[@]}"; do
         said=$folder/$name-$level.$path
         if ! env ORVO_FR_PATH="$path" ORVO_FR_CIPHER="${ciphers[turn++ % 4]}" "$@" \
-            "$folder/$name-$level/digests" "${pictures[@]}" >"$said" 2>"$said.error"; then
+            "$program" "${pictures[@]}" >"$said" 2>"$said.error"; then
             different+=" $path fails,"
             continue
         fi
@@ -103,12 +111,12 @@ machine() {
 
 toolchain() { echo "--toolchain=$PWD/cmake/toolchains/$1.cmake"; }
 
-# The reference first: what all others are compared with.
+# The reference first, by the compiler that CMake takes by itself: what all others are compared with.
 rm -f "$folder/reference.lines"
 row Build '' 'Paths that ran' Digests
 reference="g++ $(g++ -dumpversion)"
 ((${#wanted[@]})) && wanted+=("$reference")
-machine "$reference" gcc '' -DCMAKE_CXX_COMPILER=g++ -DCMAKE_C_COMPILER=gcc
+machine "$reference" gcc ''
 for version in 14 19; do
     machine "clang $version" clang-$version '' -DCMAKE_CXX_COMPILER=clang++-$version \
         -DCMAKE_C_COMPILER=clang-$version
