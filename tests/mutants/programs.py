@@ -5,7 +5,7 @@ import re
 
 # (pattern of an object, test programs). The first pattern that fits counts.
 _PROGRAMS = [
-    (r"simd/\w+/product\.cpp", "path_extremes_test pointwise_test conv_test network_steps_test"),
+    (r"simd/\w+/product\w*\.cpp", "path_extremes_test pointwise_test conv_test network_steps_test"),
     (r"simd/\w+/convolution\.cpp", "path_extremes_test conv_test network_steps_test"),
     (r"simd/\w+/plane\.cpp", "path_extremes_test conv_test network_steps_test find_network_steps_test"),
     (r"simd/\w+/depthwise\.cpp", "path_extremes_test depthwise_test depthwise_padding_test depthwise_null_test "
@@ -45,6 +45,7 @@ _PROGRAMS = [
     (r"find/", "find_levels_test find_look_test find_faces_test find_upright_test find_reasons_test find_api_test "
                "find_network_steps_test find_whole_run_test"),
     (r"grey/", "platform_test"),
+    (r"host/media_pool\.cpp", "media_pool_test platform_test platform_address_limit_test"),
     (r"host/", "platform_test platform_threads_test platform_address_limit_test"),
     (r"search/", "distances_test search_api_test"),
 ]

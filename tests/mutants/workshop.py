@@ -7,10 +7,10 @@ import os
 import pathlib
 import re
 import resource
-import signal
 import subprocess
 
 import programs
+from test_programs import TestPrograms
 
 _SETTINGS = [
     "-DORVO_BUILD_TRAINING=OFF", "-DORVO_BUILD_BENCH=OFF", "-DORVO_BUILD_TOOLS=OFF", "-DORVO_BUILD_PYTHON=OFF",
@@ -27,7 +27,8 @@ class Workshop:
         self.build = self.tree / "build/host"  # as deep as in the checkout, so that ccache knows its files
         self._notes = self.folder / "notes.json"
         notes = json.loads(self._notes.read_text()) if self._notes.exists() else {"times": {}, "apart": {}}
-        self._times, self._apart = notes["times"], notes["apart"]  # seconds; programs that run a test at a time
+        self._times = notes["times"]
+        self._programs = TestPrograms(self.build / "bin", notes["apart"])
 
     def prepare(self):
         """Copies what has changed, and builds it."""
@@ -66,65 +67,22 @@ class Workshop:
     def code(self, objects):
         return [hashlib.sha256((self.build / o).read_bytes()).hexdigest() for o in objects]
 
-    def run(self, program, setting, limit=None):
-        """Whether the tests passed, and the processor's seconds that they took. The limit is one of those seconds."""
-        before = resource.getrusage(resource.RUSAGE_CHILDREN)
-        passed = all(self._passes(program, setting, test, limit) for test in self._parts(program))
-        after = resource.getrusage(resource.RUSAGE_CHILDREN)
-        return passed, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+    def passes(self, program, setting):
+        """Whether the tests pass in the time that they may take."""
+        return self._programs.passes(program, setting, 3 * self.usual_time(program, setting) + 5)
 
     def usual_time(self, program, setting):
-        """Of the unchanged sources. A program that fails with these can judge nothing."""
+        """The processor's seconds of the unchanged sources. A program that fails with these can judge nothing."""
         name = f"{program} {setting}".strip()
         if name not in self._times:
-            passed, seconds = self.run(program, setting)
-            if not passed and program not in self._apart:
-                # What the library keeps for the life of a process stands between tests in one.
-                self._apart[program] = self._tests(program)
-                passed, seconds = self.run(program, setting)
-            if not passed:
+            if not self._programs.settles(program, setting):
                 raise SystemExit(f"{name} fails before anything is changed: run it, and mend that first")
-            self._times[name] = round(seconds, 2)
-            self._notes.write_text(json.dumps({"times": self._times, "apart": self._apart}, indent=1))
+            before = resource.getrusage(resource.RUSAGE_CHILDREN)
+            self._programs.passes(program, setting)
+            after = resource.getrusage(resource.RUSAGE_CHILDREN)
+            self._times[name] = round(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime, 2)
+            self._notes.write_text(json.dumps({"times": self._times, "apart": self._programs.apart}, indent=1))
         return self._times[name]
-
-    def _parts(self, program):
-        return self._apart.get(program, ["*"])
-
-    def _tests(self, program):
-        listed = subprocess.run([self.build / "bin" / program, "--gtest_list_tests"], check=True, capture_output=True,
-                                text=True).stdout
-        suite, tests = "", []
-        for line in listed.splitlines():
-            name = line.split("#")[0].rstrip()
-            if name.startswith("  "):
-                tests.append(suite + name.strip())
-            elif name.endswith("."):
-                suite = name
-        return tests
-
-    def _passes(self, program, setting, test, limit):
-        environment = dict(os.environ) | dict([setting.split("=")] if setting else [])
-        command = [self.build / "bin" / program, "--gtest_fail_fast", "--gtest_brief=1", f"--gtest_filter={test}"]
-
-        def bounds():
-            os.setpgrp()
-            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-            if limit:
-                resource.setrlimit(resource.RLIMIT_CPU, (int(limit) + 1, int(limit) + 2))
-
-        process = subprocess.Popen(command, env=environment, preexec_fn=bounds, cwd=self.folder,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            return process.wait(60 + 20 * limit if limit else None) == 0
-        except subprocess.TimeoutExpired:  # it sleeps: no processor's time passes
-            return False
-        finally:
-            try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-            process.wait()
 
     def _copy(self):
         listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=self.sources, check=True,
