@@ -36,6 +36,7 @@ struct System {
     std::vector<Request> reserved;
     std::vector<Request> released;
     bool hasLimit = false;
+    bool hidesLimits = false;
     bool refusesFile = false;
     bool refusesSize = false;
     bool refusesHoles = false;
@@ -91,7 +92,7 @@ int __wrap_fallocate(int file, int mode, off_t offset, off_t size) {
 int __wrap_getrlimit(int which, rlimit* limit) {
     const int status = __real_getrlimit(which, limit);
     limit->rlim_cur = g_system.hasLimit ? kGiB : RLIM_INFINITY;
-    return status;
+    return g_system.hidesLimits ? -1 : status;
 }
 }
 
@@ -170,6 +171,14 @@ TEST_F(MediaPoolTest, UnderALimitReservesNothing) {
     EXPECT_EQ(pool.base & (4 * kGiB - 1), kStep);
     EXPECT_EQ(pool.size, kLargest);
     EXPECT_EQ(g_system.released, g_system.reserved);
+}
+
+TEST_F(MediaPoolTest, WhereLimitsAreNotToldThereIsNone) {
+    g_system.hasLimit = true;
+    g_system.hidesLimits = true;
+    g_system.reserve = [](const Request& request) { return Place(request.where); };
+    EXPECT_EQ(OpenMediaPool().size, kLargest);
+    EXPECT_TRUE(g_system.released.empty());
 }
 
 TEST_F(MediaPoolTest, UnderALimitLiesWhereTheLimitAloneRefuses) {
