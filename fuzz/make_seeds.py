@@ -50,6 +50,8 @@ def pictures():
     yield packed(small_picture("P"), "PNG")
     yield packed(Image.new("I;16", (4, 3), 40000), "PNG")
     yield packed(grey, "PNG", exif=exif(8, ">"))
+    # A chunk that claims 1.6 GB: nobody may ask for so much memory.
+    yield packed(grey, "PNG")[:33] + struct.pack(">I", 0x60000000) + b"eXIf" + exif(8, ">")
     yield from (packed(grey, "JPEG"), packed(colour, "JPEG", quality=30))
     yield packed(colour, "JPEG", progressive=True)
     yield packed(small_picture("CMYK"), "JPEG")
