@@ -16,9 +16,9 @@
 // to five. What cannot be summed with anything else is a run of one step, or of two with half of the weights
 // in each.
 //
-// A product and an addition in 16 bits take 32 products two instructions, where 32 bits took four; three
-// ports bear 48 products a cycle. Thousands of millions a second: 64 rows to 128 planes of 12 x 12, signed,
-// 103 (67 by words), 128 rows to 64 planes, rectified, 115; plain 9.
+// Two instructions, a product and an addition, take 32 products, where words took 16; three ports bear 48
+// products a cycle. Thousands of millions a second: 64 signed rows to 128 planes of 12 x 12 103 (67 by words),
+// 128 rectified rows to 64 planes 115; plain 9.
 #include "compute_a/simd/product.h"
 
 #include "compute_a/simd/avx2/lanes.h"
