@@ -96,11 +96,13 @@ inline __m128i BestOfRows(const __m128i (&rows)[kStepRows], const Better& better
     return better(best, _mm_shuffle_epi32(best, 0xB1));
 }
 
-// Chunks share their rows' places, so that where there are several, a row may be anything.
+// Chunks share their rows' places, so that where there are several, a row may be anything. Steps are asked for two
+// at a time; behind the last one stands the last row.
 void FindRanges(const MatrixProduct& p, RowRanges& ranges) {
     const size_t pixels = p.inner <= kChunkRows ? p.pixels : 0;
     const size_t rows = Least(p.inner, kChunkRows);
-    for (size_t row = 0; row < rows; row += kStepRows) {
+    const size_t end = (rows + 2 * kStepRows - 1) / (2 * kStepRows) * (2 * kStepRows);
+    for (size_t row = 0; row < end; row += kStepRows) {
         __m128i lowest[kStepRows], highest[kStepRows];
         for (size_t i = 0; i < kStepRows; ++i) {
             const RowExtremes found =
