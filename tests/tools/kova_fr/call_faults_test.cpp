@@ -154,6 +154,10 @@ class Traced {
                 signal = WSTOPSIG(status); // its own
                 continue;
             }
+            if (++steps_ > kMostSteps) {
+                kill(child_, SIGKILL); // it would go on for ever
+                continue;
+            }
             user_regs_struct call;
             ptrace(PTRACE_GETREGS, child_, nullptr, &call);
             if (isEntry && IsToFail(call)) {
@@ -170,8 +174,11 @@ class Traced {
         }
     }
 
+    static constexpr size_t kMostSteps = 20000; // ten times as many as the longest command takes
+
     Fault fault_;
     std::string folder_;
+    size_t steps_ = 0;
     pid_t child_ = 0;
     bool hasBegun_ = false;
     unsigned long long failing_ = ~0ull;

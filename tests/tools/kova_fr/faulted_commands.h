@@ -34,6 +34,8 @@ class FaultedCommand {
     std::string Listing(const std::string& gallery) const;
 
     TempFolder folder_;
+    // A picture that cannot be used is left out, and that is said: the result is another then.
+    bool leavesOut_;
     std::vector<std::string> arguments_;
     std::map<std::string, std::string> old_, new_;
     Outcome whole_;
