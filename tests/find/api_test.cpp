@@ -128,9 +128,8 @@ TEST_F(FindApi, MemorySizeIsStatedForEveryPictureInRange) {
 
 TEST_F(FindApi, MemoryIsRefusedWhereThereIsNone) {
     uint8_t byte = 0;
-    ExpectSays("OrvoFindSetMemory failed. Input addr is null!\n", [] {
-        EXPECT_EQ(OrvoFindSetMemory(nullptr, 100000), ORVO_FIND_NULL_ADDRESS);
-    });
+    ExpectSays("OrvoFindSetMemory failed. Input addr is null!\n",
+               [] { EXPECT_EQ(OrvoFindSetMemory(nullptr, 100000), ORVO_FIND_NULL_ADDRESS); });
     ExpectSays("OrvoFindSetMemory failed. Set memory size error: 0\n",
                [&] { EXPECT_EQ(OrvoFindSetMemory(&byte, 0), ORVO_FIND_WRONG_SIZE); });
 }
@@ -223,13 +222,14 @@ TEST_F(FindApi, FeaturesNeedTheRecogniser) {
         return status;
     };
     EXPECT_EQ(features(), ORVO_FIND_NULL_ADDRESS);
-    ExpectSays("OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory has not "
-               "succeeded!\n",
-               [&] {
-                   EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
-                                              results.features.data(), 4, &results.count),
-                             ORVO_FIND_NULL_ADDRESS);
-               });
+    ExpectSays(
+        "OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory has not "
+        "succeeded!\n",
+        [&] {
+            EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
+                                       results.features.data(), 4, &results.count),
+                      ORVO_FIND_NULL_ADDRESS);
+        });
     ASSERT_EQ(OrvoFrSetMemory(core_.data(), OrvoFrGetMemorySize()), ORVO_FR_OK);
     EXPECT_EQ(features(), ORVO_FIND_NOT_DECRYPTED);
     ExpectSays("OrvoFindFeatures failed. OrvoFrInit has not succeeded\n", [&] {
@@ -335,12 +335,13 @@ TEST_F(FindApi, UprightRefusesWhatItCannotTurn) {
     ExpectSays("OrvoFindUpright failed. The face or the crop is null!\n", [&] {
         EXPECT_EQ(OrvoFindUpright(&picture_, nullptr, crop), ORVO_FIND_NULL_ADDRESS);
     });
-    ExpectSays("OrvoFindUpright failed. The face's numbers are out of range: left 10, top 10, side -3\n",
-               [&] {
-                   OrvoFindFace face = good;
-                   face.side = -3.0f;
-                   EXPECT_EQ(OrvoFindUpright(&picture_, &face, crop), ORVO_FIND_WRONG_SIZE);
-               });
+    ExpectSays(
+        "OrvoFindUpright failed. The face's numbers are out of range: left 10, top 10, side -3\n",
+        [&] {
+            OrvoFindFace face = good;
+            face.side = -3.0f;
+            EXPECT_EQ(OrvoFindUpright(&picture_, &face, crop), ORVO_FIND_WRONG_SIZE);
+        });
     StderrCapture errors;
     EXPECT_EQ(OrvoFindUpright(nullptr, &good, crop), ORVO_FIND_NULL_ADDRESS);
     EXPECT_EQ(OrvoFindUpright(&picture_, nullptr, crop), ORVO_FIND_NULL_ADDRESS);

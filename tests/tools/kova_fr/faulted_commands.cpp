@@ -42,7 +42,6 @@ const std::vector<Command>& Commands() {
     return kCommands;
 }
 
-
 bool IsStage(const std::string& path) {
     return fs::path(path).filename().string().starts_with(".kova-fr-");
 }
@@ -55,13 +54,12 @@ void MakeInputs(const std::string& folder, bool needsMany) {
     write(folder + "/p.png", Pattern(64, 64, 1));
     write(folder + "/q.png", Pattern(64, 64, 2));
     for (const char* name : {"first", "second"}) {
-        EXPECT_EQ(KovaFr({"enroll", "--crop", folder + "/g", name, folder + "/p.png",
-                          folder + "/q.png"})
-                      .status,
-                  0);
+        EXPECT_EQ(
+            KovaFr({"enroll", "--crop", folder + "/g", name, folder + "/p.png", folder + "/q.png"})
+                .status,
+            0);
     }
-    write(folder + "/photo.png",
-          Crop(Photograph({{"ada-1.png", {40, 40, 1}}}), 0, 0, 340, 340));
+    write(folder + "/photo.png", Crop(Photograph({{"ada-1.png", {40, 40, 1}}}), 0, 0, 340, 340));
     for (const std::string person : {"ada", "joe"}) {
         fs::create_directories(folder + "/people/" + person);
         for (uint32_t i = 1; i <= 2; ++i) {
