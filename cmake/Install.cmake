@@ -12,8 +12,10 @@ install(TARGETS kova EXPORT orvo_fr-targets
 if(TARGET kova_static)
     install(TARGETS kova_static EXPORT orvo_fr-targets ARCHIVE COMPONENT development)
 endif()
-install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
-        LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
+if(TARGET kova_mpi_host)
+    install(TARGETS kova_mpi_host EXPORT orvo_fr-targets
+            LIBRARY COMPONENT host_platform NAMELINK_COMPONENT development)
+endif()
 if(TARGET kova_find)
     install(TARGETS kova_find kova_find_static EXPORT orvo_fr-targets
             LIBRARY COMPONENT finder NAMELINK_COMPONENT development
@@ -39,10 +41,12 @@ set(PC_REQUIRES)
 if(ORVO_NEEDS_HOST_PLATFORM)
     set(PC_REQUIRES "Requires.private: kova_mpi_host\n")
 endif()
-set(modules kova kova_fr kova_mpi_host)
-if(TARGET kova_find)
-    list(APPEND modules kova_find)
-endif()
+set(modules kova kova_fr)
+foreach(module kova_mpi_host kova_find)
+    if(TARGET ${module})
+        list(APPEND modules ${module})
+    endif()
+endforeach()
 foreach(module ${modules})
     configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${module}.pc"

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "common/float_steps.h"
 #include "orvo/image_tools.h"
 
 namespace {

@@ -393,5 +393,17 @@ TEST_F(Calibrate, FilesThatAreNoCalibrationAreRefused) {
     ExpectRefusedContents([](json& c) { c["models"] = std::string(64, '0'); }, "other models");
 }
 
+// As an integer such a number is anything, and in C++ undefined behaviour.
+TEST_F(Calibrate, NumbersThatAreNotWholeAreRefused) {
+    MakeFromSamples();
+    for (const json& number : {json(1e300), json(-1), json(4.5), json(true), json("9")}) {
+        ExpectRefusedContents([&](json& c) { c["pictures"] = number; }, "is not whole");
+    }
+    for (const char* key : {"people", "most_alike", "stranger_pairs", "kova_fr_calibration"}) {
+        ExpectRefusedContents([&](json& c) { c[key] = 1e300; }, "is not whole");
+    }
+    ExpectRefusedContents([](json& c) { c["strangers"][0][0] = 1e300; }, "is not whole");
+}
+
 } // namespace
 } // namespace kova_fr_test

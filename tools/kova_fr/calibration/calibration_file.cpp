@@ -12,7 +12,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr int kVersion = 1;
+constexpr uint64_t kVersion = 1;
 constexpr uint64_t kLargestFile = uint64_t{16} << 20;
 constexpr double kSlack = 1e-3; // how far the length of a vector of the cohort may be off
 
@@ -42,6 +42,14 @@ double NumberWithin(const ordered_json& json, double low, double high) {
     return number;
 }
 
+// A fraction, or what no integer holds, would otherwise become any number.
+uint64_t WholeNumber(const ordered_json& json) {
+    if (!json.is_number_unsigned()) {
+        FailContents("a number is not whole");
+    }
+    return json.get<uint64_t>();
+}
+
 template <typename Numbers>
 void ReadNumbers(const ordered_json& json, Numbers& numbers) {
     if (!json.is_array() || json.size() != numbers.size()) {
@@ -69,7 +77,7 @@ void ReadStrangers(const ordered_json& json, Calibration& calibration) {
     uint64_t lastRank = 0;
     double lastScore = 1;
     for (const ordered_json& one : json) {
-        const auto rank = one.at(0).get<uint64_t>();
+        const auto rank = WholeNumber(one.at(0));
         const double score = NumberWithin(one.at(1), -1, lastScore);
         if (rank <= lastRank || rank > calibration.strangerPairs) {
             FailContents("the ranks of strangers do not rise");
@@ -105,7 +113,7 @@ void CheckThresholds(const ordered_json& thresholds) {
 }
 
 Calibration Read(const ordered_json& json, const Sha256& models) {
-    if (json.at("kova_fr_calibration").get<int>() != kVersion) {
+    if (WholeNumber(json.at("kova_fr_calibration")) != kVersion) {
         FailContents("it is of another version");
     }
     if (json.at("models").get<std::string>() != Hex({models.data(), models.size()})) {
@@ -113,8 +121,8 @@ Calibration Read(const ordered_json& json, const Sha256& models) {
     }
     Calibration calibration;
     calibration.models = models;
-    calibration.pictures = json.at("pictures").get<uint64_t>();
-    calibration.people = json.at("people").get<uint64_t>();
+    calibration.pictures = WholeNumber(json.at("pictures"));
+    calibration.people = WholeNumber(json.at("people"));
     calibration.isLabelled = json.at("labelled").get<bool>();
     if (json.contains("faces")) {
         const auto faces = json.at("faces").get<std::string>();
@@ -127,10 +135,10 @@ Calibration Read(const ordered_json& json, const Sha256& models) {
     for (const ordered_json& vector : json.at("cohort")) {
         calibration.cohort.push_back(ReadUnitVector(vector));
     }
-    if (json.at("most_alike").get<size_t>() != MostAlike(calibration.cohort.size())) {
+    if (WholeNumber(json.at("most_alike")) != MostAlike(calibration.cohort.size())) {
         FailContents("it counts another number of most alike faces");
     }
-    calibration.strangerPairs = json.at("stranger_pairs").get<uint64_t>();
+    calibration.strangerPairs = WholeNumber(json.at("stranger_pairs"));
     ReadStrangers(json.at("strangers"), calibration);
     calibration.thresholds = json.at("thresholds");
     CheckThresholds(calibration.thresholds);

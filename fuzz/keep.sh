@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# keep.sh BUILD TARGET...: of all inputs that the searches have found, the fewest that reach as much, as the
+# repository's corpora.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=$1
+shift
+mkdir -p "$here/corpus"
+for target in "$@"; do
+    fewest=$build/fewest/$target
+    rm -rf "$fewest" && mkdir -p "$fewest" "$build/corpus/$target"
+    "$build/bin/fuzz/$target" -merge=1 -max_len=4096 "$fewest" "$build/corpus/$target" >"$build/logs/$target.merge" 2>&1
+    "$here/corpus.py" pack "$fewest" "$here/corpus/$target.corpus"
+done
