@@ -208,6 +208,19 @@ TEST_P(CallFaults, LeaveALineAndWholeFiles) {
     RecordProperty("calls", static_cast<int>(whole.calls));
 }
 
+// Each call, since one of them is what tells an old gallery from none.
+TEST(GalleryFaults, NoCallThatFailsOnceLosesWhoWasEnrolled) {
+    FaultedCommand command("EnrollIntoAGallery", WordsOf("EnrollIntoAGallery"));
+    command.PutBack();
+    const size_t calls = Traced(command, {}).calls;
+    for (size_t at = 1; at <= calls; ++at) {
+        SCOPED_TRACE("call " + std::to_string(at) + " of " + std::to_string(calls));
+        command.PutBack();
+        const Traced faulted(command, {at, false});
+        EXPECT_EQ(command.Complaint(faulted.run, true), "");
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, CallFaults, testing::ValuesIn(FaultedCommandNames()),
                          [](const auto& command) { return command.param; });
 
