@@ -93,7 +93,7 @@ std::vector<std::string> WordsOf(const std::string& name) {
 }
 
 std::vector<size_t> Positions(size_t all) {
-    constexpr size_t kSome = 12;
+    constexpr size_t kSome = 8;
     const char* const wanted = std::getenv("KOVA_FR_FAULTS");
     const size_t count = std::min(all, wanted == nullptr ? kSome : std::stoul(wanted));
     std::vector<size_t> positions;

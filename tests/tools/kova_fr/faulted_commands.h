@@ -46,7 +46,7 @@ class FaultedCommand {
 std::vector<std::string> FaultedCommandNames();
 std::vector<std::string> WordsOf(const std::string& name);
 
-// Twelve positions of all there are, spread over them, the first and the last among them; as many as the
+// Eight positions of all there are, spread over them, the first and the last among them; as many as the
 // environment's KOVA_FR_FAULTS says, where it does.
 std::vector<size_t> Positions(size_t all);
 
