@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The contract of orvo_find.h, through the library as an application has it.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "find/plain_picture.h"
+#include "orvo/cipher.h"
 #include "orvo/orvo_find.h"
 #include "orvo/orvo_fr.h"
 #include "reference/reference_find_faces.h"
@@ -27,6 +29,8 @@ using orvo_test::Random;
 using orvo_test::StderrCapture;
 
 constexpr char kUnit[] = "../find/find_api";
+
+bool g_refusesTheKey = false;
 
 // Records and features that nobody has written to, and a count.
 struct Results {
@@ -186,6 +190,18 @@ TEST_F(FindApi, InitOpensTheModelOnce) {
     StderrCapture errors;
     EXPECT_EQ(OrvoFindInit(), ORVO_FIND_REPEAT_INIT);
     EXPECT_TRUE(IsErrorLine(errors.text(), kUnit, "Repeat init.\n"));
+}
+
+TEST_F(FindApi, AnInitThatCannotHaveTheKeyFailsAndMayBeRepeated) {
+    g_refusesTheKey = true;
+    StderrCapture errors;
+    EXPECT_EQ(OrvoFindInit(), ORVO_FIND_NOT_DECRYPTED);
+    EXPECT_NE(errors.text().find("OrvoFindInit failed.\n"), std::string::npos);
+    ASSERT_EQ(OrvoFindSetMemory(memory_.bytes(), kSize), ORVO_FIND_OK);
+    ExpectRefused(&picture_, kSmallest, 4, ORVO_FIND_NOT_DECRYPTED,
+                  "OrvoFindInit has not succeeded");
+    g_refusesTheKey = false;
+    EXPECT_EQ(OrvoFindInit(), ORVO_FIND_OK);
 }
 
 TEST_F(FindApi, WithoutInitNothingIsFound) {
@@ -386,3 +402,14 @@ TEST_F(FindApi, FeaturesAreThoseOfTheUprightCrops) {
 }
 
 } // namespace
+
+// In front of the library's own, which unwraps the key of the model.
+extern "C" ORVO_API int32_t wb_aes_decrypt_cbc(const uint8_t iv[16], const uint8_t* in,
+                                               uint32_t length, uint8_t* out, uint32_t* outLength) {
+    if (g_refusesTheKey) {
+        return -1;
+    }
+    static const auto own =
+        reinterpret_cast<decltype(&wb_aes_decrypt_cbc)>(dlsym(RTLD_NEXT, "wb_aes_decrypt_cbc"));
+    return own(iv, in, length, out, outLength);
+}

@@ -23,11 +23,10 @@ struct Label {
 
 // The widest of the fonts that the charts ask for, in hundredths of the size: from ' ' to '~'.
 constexpr std::array<int, 95> kLetters = {
-    32, 40, 46, 84, 64, 95, 78, 27, 39, 39,  50, 84, 32, 36, 32, 34, 64, 64, 64,
-    64, 64, 64, 64, 64, 64, 64, 34, 34, 84,  84, 84, 53, 100, 68, 69, 70, 77, 63,
-    58, 77, 75, 29, 29, 66, 56, 86, 75, 79,  60, 79, 69, 63, 61, 73, 68, 99, 69,
-    61, 69, 39, 34, 39, 84, 50, 50, 61, 63,  55, 63, 62, 35, 63, 63, 28, 28, 58,
-    28, 97, 63, 61, 63, 63, 41, 52, 39, 63,  59, 82, 59, 59, 52, 64, 34, 64, 84};
+    32, 40, 46, 84, 64, 95, 78, 27, 39,  39, 50, 84, 32, 36, 32, 34, 64, 64, 64, 64, 64, 64, 64, 64,
+    64, 64, 34, 34, 84, 84, 84, 53, 100, 68, 69, 70, 77, 63, 58, 77, 75, 29, 29, 66, 56, 86, 75, 79,
+    60, 79, 69, 63, 61, 73, 68, 99, 69,  61, 69, 39, 34, 39, 84, 50, 50, 61, 63, 55, 63, 62, 35, 63,
+    63, 28, 28, 58, 28, 97, 63, 61, 63,  63, 41, 52, 39, 63, 59, 82, 59, 59, 52, 64, 34, 64, 84};
 
 double Width(const std::string& text, double size) {
     double hundredths = 0;
@@ -120,7 +119,8 @@ Scores Draw(const Case& one) {
         const size_t rank = kova_statistics::RankOf(static_cast<float>(score));
         const auto first = static_cast<uint32_t>(random() % kPeople);
         const uint32_t second =
-            isSame ? first : (first + 1 + static_cast<uint32_t>(random() % (kPeople - 1))) % kPeople;
+            isSame ? first
+                   : (first + 1 + static_cast<uint32_t>(random() % (kPeople - 1))) % kPeople;
         scores.all.Add(isSame, rank);
         scores.drawn.push_back({first, second, static_cast<uint32_t>(rank)});
     };
