@@ -24,6 +24,7 @@ OTHER_FLAGS = {
     "bench/insn_count/": ["-std=c99", "-I/usr/include"],
     "examples/": ["-Iinclude"],
     "python/tests/": ["-Iinclude"],
+    "tests/portability/": ["-std=c99", "-Iinclude"],
     "training/engine/": ["-std=c++20", "-fopenmp", "-march=sapphirerapids"],
 }
 

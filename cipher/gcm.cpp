@@ -90,11 +90,13 @@ void GhashLengths(uint8_t* hash, uint32_t first, uint32_t second, const uint8_t*
     GhashStep(hash, lengths.bytes, key);
 }
 
+// A carry is added, not asked for: where the IV has other than 12 bytes, the counter depends on the key.
 void Inc32(uint8_t* counter) {
+    uint32_t sum = 1;
     for (size_t i = kBlockSize; i > kBlockSize - 4; --i) {
-        if (++counter[i - 1] != 0) {
-            return;
-        }
+        sum += counter[i - 1];
+        counter[i - 1] = static_cast<uint8_t>(sum);
+        sum >>= 8;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "common/float_steps.h"
 #include "orvo/image_tools.h"
 
 namespace {

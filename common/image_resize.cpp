@@ -14,6 +14,7 @@
 #endif
 
 #include "common/diagnostics.h"
+#include "common/float_steps.h"
 #include "orvo/bounded_memory.h"
 #include "orvo/image_tools.h"
 

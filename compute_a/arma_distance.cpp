@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/float_steps.h"
 #include "orvo/q7_kernels.h"
 
 namespace {

@@ -18,8 +18,12 @@ static uint32_t g_frMemSize;    // and size in bytes
 
 namespace orvo {
 
-ApiLock::ApiLock() { pthread_mutex_lock(&g_frApiMutex); }
-ApiLock::~ApiLock() { pthread_mutex_unlock(&g_frApiMutex); }
+ApiLock::ApiLock() : isHeld_(pthread_mutex_lock(&g_frApiMutex) == 0) {}
+ApiLock::~ApiLock() {
+    if (isHeld_) {
+        pthread_mutex_unlock(&g_frApiMutex);
+    }
+}
 
 bool ApiIsInited() { return g_frApiInited != 0; }
 

@@ -9,13 +9,17 @@
 
 namespace orvo {
 
-// Holds the mutex for a scope.
+// Holds the mutex for a scope. Where it cannot be locked, which POSIX has no case of for such a mutex, the
+// call goes on; but what is another thread's is not unlocked.
 class ApiLock {
   public:
     ApiLock();
     ~ApiLock();
     ApiLock(const ApiLock&) = delete;
     ApiLock& operator=(const ApiLock&) = delete;
+
+  private:
+    bool isHeld_;
 };
 
 // Whether kova_fr_init() has succeeded since the last kova_fr_deinit(). To be asked under the lock.

@@ -111,6 +111,15 @@ def pairs():
     yield b"# words\n\na b 1\r\nb c 1\r\nc a 0\r\n"
     yield b'"a, b.png",c.png,1\n"x ""y""",c.png,0\n'
     yield b"a\tb\t0\nb\tc\t1\nd\te\t1\nb\ta\t0\n"
+    # Groups of pairs, of people and of pictures; features and their names.
+    yield b"first,second,same,g\na,b,1,x\na,c,0,\nb,c,0,y\n"
+    yield b"person,g\nada,x\nben,y\n"
+    yield b"picture,h,g\nada/1.png,,x\n"
+    axis = b",1" + b",0" * 127
+    yield b"name," + b",".join(b"f%d" % i for i in range(128)) + b"\na" + axis + b'\n"b, c"' + axis + b"\n"
+    yield b'name\n"a ""b"""\n'
+    header = b"{'descr': '<f4', 'fortran_order': False, 'shape': (1, 128), }".ljust(117) + b"\n"
+    yield b"\x93NUMPY\x01\x00\x76\x00" + header + struct.pack("<128f", 1, *[0] * 127)
 
 
 def galleries():

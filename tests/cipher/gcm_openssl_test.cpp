@@ -2,18 +2,16 @@
 // Measures GCM, and the plain AES-128 under it, against OpenSSL. Links forward_cipher.cpp, so that
 // both work with the same key.
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <stdexcept>
 #include <vector>
 
 #include "cipher/forward_cipher.h"
 #include "cipher/gcm_vectors.h"
 #include "cipher/hex.h"
+#include "cipher/openssl_gcm.h"
 #include "cipher/plain_gcm.h"
 #include "orvo/cipher.h"
 #include "support/random.h"
@@ -22,43 +20,9 @@ namespace {
 
 using orvo_reference::Block;
 using orvo_reference::Bytes;
+using orvo_test::OpenSslGcm;
+using orvo_test::OpenSslSealed;
 using orvo_test::Random;
-
-struct Sealed {
-    Bytes ciphertext;
-    Bytes tag;
-};
-
-using Context = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
-
-void Require(int done) {
-    if (done != 1) {
-        throw std::runtime_error("OpenSSL refused a step");
-    }
-}
-
-// The context is reused, since making one takes longer than a message.
-Sealed SealWithOpenSsl(EVP_CIPHER_CTX* context, const Bytes& key, const Bytes& iv,
-                       const Bytes& plaintext, const Bytes& additional) {
-    Sealed sealed = {Bytes(plaintext.size()), Bytes(16)};
-    int written = 0;
-    Require(EVP_EncryptInit_ex(context, EVP_aes_128_gcm(), nullptr, nullptr, nullptr));
-    Require(
-        EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(iv.size()), nullptr));
-    Require(EVP_EncryptInit_ex(context, nullptr, nullptr, key.data(), iv.data()));
-    if (!additional.empty()) {
-        Require(EVP_EncryptUpdate(context, nullptr, &written, additional.data(),
-                                  static_cast<int>(additional.size())));
-    }
-    if (!plaintext.empty()) {
-        Require(EVP_EncryptUpdate(context, sealed.ciphertext.data(), &written, plaintext.data(),
-                                  static_cast<int>(plaintext.size())));
-    }
-    uint8_t rest[16];
-    Require(EVP_EncryptFinal_ex(context, rest, &written));
-    Require(EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_GET_TAG, 16, sealed.tag.data()));
-    return sealed;
-}
 
 void SetForwardKey(const Bytes& key) {
     Block block;
@@ -75,12 +39,12 @@ Bytes RandomBytes(Random& random, int32_t least, int32_t most) {
 uint32_t Length(const Bytes& bytes) { return static_cast<uint32_t>(bytes.size()); }
 
 // Both directions of one message.
-void ExpectSame(EVP_CIPHER_CTX* context, const Bytes& key, const Bytes& iv, const Bytes& plaintext,
+void ExpectSame(OpenSslGcm& openSsl, const Bytes& key, const Bytes& iv, const Bytes& plaintext,
                 const Bytes& additional, uint32_t tagLength) {
     SetForwardKey(key);
-    Sealed expected = SealWithOpenSsl(context, key, iv, plaintext, additional);
+    OpenSslSealed expected = openSsl.Seal(key, iv, plaintext, additional);
     expected.tag.resize(tagLength);
-    Sealed sealed = {Bytes(plaintext.size()), Bytes(tagLength)};
+    OpenSslSealed sealed = {Bytes(plaintext.size()), Bytes(tagLength)};
     ASSERT_EQ(wb_aes_encrypt_gcm(iv.data(), Length(iv), plaintext.data(), Length(plaintext),
                                  sealed.ciphertext.data(), additional.data(), Length(additional),
                                  sealed.tag.data(), tagLength),
@@ -96,7 +60,7 @@ void ExpectSame(EVP_CIPHER_CTX* context, const Bytes& key, const Bytes& iv, cons
 }
 
 void ExpectRandomMessagesSame(uint64_t seed, int count) {
-    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    OpenSslGcm openSsl;
     Random random(seed);
     for (int i = 0; i < count; ++i) {
         const Bytes key = RandomBytes(random, 16, 16);
@@ -104,7 +68,7 @@ void ExpectRandomMessagesSame(uint64_t seed, int count) {
         const Bytes additional = RandomBytes(random, 0, 100);
         const Bytes plaintext = RandomBytes(random, 0, 300);
         const auto tagLength = static_cast<uint32_t>(random.Between(4, 16));
-        ExpectSame(context.get(), key, iv, plaintext, additional, tagLength);
+        ExpectSame(openSsl, key, iv, plaintext, additional, tagLength);
         if (testing::Test::HasFatalFailure()) {
             FAIL() << "message " << i << " of seed " << seed;
         }
@@ -112,12 +76,12 @@ void ExpectRandomMessagesSame(uint64_t seed, int count) {
 }
 
 TEST(GcmAgainstOpenSsl, PublishedCasesAreWhatOpenSslGives) {
-    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    OpenSslGcm openSsl;
     for (const auto& vector : orvo_test::kGcmVectors) {
         SCOPED_TRACE(&vector - orvo_test::kGcmVectors + 1);
-        const Sealed sealed =
-            SealWithOpenSsl(context.get(), orvo_test::Hex(vector.key), orvo_test::Hex(vector.iv),
-                            orvo_test::Hex(vector.plaintext), orvo_test::Hex(vector.additional));
+        const OpenSslSealed sealed =
+            openSsl.Seal(orvo_test::Hex(vector.key), orvo_test::Hex(vector.iv),
+                         orvo_test::Hex(vector.plaintext), orvo_test::Hex(vector.additional));
         EXPECT_EQ(sealed.ciphertext, orvo_test::Hex(vector.ciphertext));
         EXPECT_EQ(sealed.tag, orvo_test::Hex(vector.tag));
     }
@@ -134,12 +98,12 @@ INSTANTIATE_TEST_SUITE_P(Seeds, GcmAgainstOpenSslRandom, testing::Range<uint64_t
 
 // Every combination of lengths near a block's end.
 TEST(GcmAgainstOpenSsl, LengthsAroundWholeBlocks) {
-    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    OpenSslGcm openSsl;
     Random random(106);
     for (const int32_t ivLength : {1, 11, 12, 13, 15, 16, 17, 64}) {
         for (const int32_t additionalLength : {0, 1, 15, 16, 17, 32}) {
             for (const int32_t textLength : {0, 1, 15, 16, 17, 31, 32, 33, 300}) {
-                ExpectSame(context.get(), RandomBytes(random, 16, 16),
+                ExpectSame(openSsl, RandomBytes(random, 16, 16),
                            RandomBytes(random, ivLength, ivLength),
                            RandomBytes(random, textLength, textLength),
                            RandomBytes(random, additionalLength, additionalLength), 16);
@@ -150,7 +114,7 @@ TEST(GcmAgainstOpenSsl, LengthsAroundWholeBlocks) {
 
 // The pre-counter block of an IV of 16 bytes can be chosen: here it ends with 32 ones.
 TEST(GcmAgainstOpenSsl, CounterWrapsWithinItsLast32Bits) {
-    const Context context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    OpenSslGcm openSsl;
     Random random(107);
     for (int round = 0; round < 20; ++round) {
         const Bytes key = RandomBytes(random, 16, 16);
@@ -159,7 +123,7 @@ TEST(GcmAgainstOpenSsl, CounterWrapsWithinItsLast32Bits) {
         random.Fill(start.data(), start.size());
         std::fill(start.begin() + 12, start.end(), uint8_t{0xff});
         start[15] = static_cast<uint8_t>(0xff - round % 4);
-        ExpectSame(context.get(), key, orvo_reference::IvForPreCounter(start),
+        ExpectSame(openSsl, key, orvo_reference::IvForPreCounter(start),
                    RandomBytes(random, 100, 100), {}, 16);
     }
 }

@@ -2,22 +2,29 @@
 //
 // Opening the models leaves no piece of a key behind. The models are opened on a painted stack of
 // our own; then the stack, the vector registers as they were right after the call, and the
-// program's and the library's writable data are searched for keys, round keys and IVs of both
-// models and for the white-box key.
+// program's and the libraries' writable data are searched for keys, round keys and IVs of all
+// models and for the white-box key. Linked with refusing_memory.cpp, the program also looks at what an opening leaves
+// that fails on its way.
 #include <gtest/gtest.h>
 #include <link.h>
 #include <pthread.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "orvo/cipher.h"
+#if defined(ORVO_HAVE_FIND)
+#include "orvo/orvo_find.h"
+#endif
 #include "orvo/orvo_fr.h"
+#include "refusing_memory.h"
 #include "test_keys.h"
 
 namespace {
@@ -75,10 +82,11 @@ void AddRoundKeys(const Block& key, std::vector<Block>& secrets) {
 
 std::vector<Block> Secrets() {
     std::vector<Block> secrets;
-    for (const char* name : {"white_box_key", "align_key", "fr_key"}) {
+    for (const char* name : {"white_box_key", "align_key", "fr_key", "find_key"}) {
         AddRoundKeys(ToBlock(PackingKey(name)), secrets);
     }
-    for (const char* name : {"align_wrap_iv", "align_array_iv", "fr_wrap_iv", "fr_array_iv"}) {
+    for (const char* name : {"align_wrap_iv", "align_array_iv", "fr_wrap_iv", "fr_array_iv",
+                             "find_wrap_iv", "find_array_iv"}) {
         secrets.push_back(ToBlock(PackingKey(name)));
     }
     return secrets;
@@ -237,28 +245,33 @@ void SaveRegisters(bool) {}
 bool VectorsAreWide() { return false; }
 #endif
 
-int32_t opened = -1;
+struct Opening {
+    int32_t (*open)();
+    bool areVectorsWide;
+    int32_t status;
+};
 
-void* OpenModels(void* areWide) {
-    const bool wide = areWide != nullptr;
-    const int32_t status = OrvoFrInit();
+void* OpenAndSaveRegisters(void* data) {
+    auto& opening = *static_cast<Opening*>(data);
+    const bool wide = opening.areVectorsWide;
+    const int32_t status = opening.open();
     SaveRegisters(wide);
-    opened = status;
+    opening.status = status;
     return nullptr;
 }
 
-// Runs OrvoFrInit() in a thread on the painted stack.
-void OpenOnPaintedStack() {
+// Runs the opening in a thread on the painted stack. @return its status
+int32_t OpenOnPaintedStack(int32_t (*open)()) {
     std::memset(stack, kPaint, sizeof stack);
+    Opening opening = {open, VectorsAreWide(), -1};
     pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstack(&attributes, stack, sizeof stack), 0);
+    EXPECT_EQ(pthread_attr_init(&attributes), 0);
+    EXPECT_EQ(pthread_attr_setstack(&attributes, stack, sizeof stack), 0);
     pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, &attributes, OpenModels, VectorsAreWide() ? stack : nullptr),
-              0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_EQ(pthread_create(&thread, &attributes, OpenAndSaveRegisters, &opening), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
     pthread_attr_destroy(&attributes);
-    ASSERT_EQ(opened, ORVO_FR_OK);
+    return opening.status;
 }
 
 size_t StackUsed() {
@@ -267,22 +280,68 @@ size_t StackUsed() {
     return static_cast<size_t>(std::end(stack) - lowest);
 }
 
+// Words of secrets on the stack and in the registers.
+size_t WordsLeft(const std::set<uint32_t>& words) {
+    return WordsFoundIn(stack, sizeof stack, words) +
+           WordsFoundIn(registers, sizeof registers, words);
+}
+
 TEST(Traces, AreFoundWhereTheyAreLeft) {
     const Block key = ToBlock(PackingKey("fr_key"));
     std::memcpy(stack + 1001, key.data() + 4, 4);
-    EXPECT_EQ(WordsFoundIn(stack, sizeof stack, SecretWords()), 1u);
+    std::memcpy(registers + 5, key.data() + 8, 4);
+    EXPECT_EQ(WordsLeft(SecretWords()), 2u);
     std::memset(stack, 0, sizeof stack);
-    EXPECT_EQ(WordsFoundIn(stack, sizeof stack, SecretWords()), 0u);
-    EXPECT_EQ(Secrets().size(), 3u * 20 + 4);
+    std::memset(registers, 0, sizeof registers);
+    EXPECT_EQ(WordsLeft(SecretWords()), 0u);
+    EXPECT_EQ(Secrets().size(), 4u * 20 + 6);
 }
 
 TEST(Traces, OfKeysAreNotLeftOnTheStackOrInRegisters) {
     const std::set<uint32_t> words = SecretWords();
-    OpenOnPaintedStack();
+    ASSERT_EQ(OpenOnPaintedStack(OrvoFrInit), ORVO_FR_OK);
     EXPECT_GT(StackUsed(), 2000u);
-    EXPECT_EQ(WordsFoundIn(stack, sizeof stack, words), 0u);
-    EXPECT_EQ(WordsFoundIn(registers, sizeof registers, words), 0u);
+    EXPECT_EQ(WordsLeft(words), 0u);
 }
+
+#if defined(ORVO_HAVE_FIND)
+TEST(Traces, OfTheFindersKeysAreNotLeftOnTheStackOrInRegisters) {
+    const std::set<uint32_t> words = SecretWords();
+    ASSERT_EQ(OpenOnPaintedStack(OrvoFindInit), ORVO_FIND_OK);
+    EXPECT_GT(StackUsed(), 2000u);
+    EXPECT_EQ(WordsLeft(words), 0u);
+}
+#endif
+
+#if defined(ORVO_REFUSING_MEMORY)
+// How a process ends that opens the models while a call of the bounded functions is refused.
+enum { kFailedAndLeftNothing = 3, kFailedAndLeftSomething, kSucceeded };
+
+[[noreturn]] void OpenRefused(int call, const std::set<uint32_t>& words) {
+    orvo_test::RefuseBoundedCall(call);
+    const int32_t status = OpenOnPaintedStack(OrvoFrInit);
+    const bool isClean = StackUsed() > 500 && WordsLeft(words) == 0;
+    std::_Exit(status == ORVO_FR_OK ? kSucceeded
+               : isClean            ? kFailedAndLeftNothing
+                                    : kFailedAndLeftSomething);
+}
+
+TEST(Traces, OfKeysAreNotLeftByAnOpeningThatFails) {
+    const std::set<uint32_t> words = SecretWords();
+    int ended = kFailedAndLeftNothing;
+    const auto note = [&ended](int status) {
+        ended = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+        return true;
+    };
+    int failures = 0;
+    for (int call = 1; ended == kFailedAndLeftNothing; ++call) {
+        EXPECT_EXIT(OpenRefused(call, words), note, "");
+        failures += ended == kFailedAndLeftNothing;
+    }
+    EXPECT_EQ(ended, kSucceeded) << "call " << failures + 1;
+    EXPECT_GE(failures, 12);
+}
+#endif
 
 struct Search {
     const std::vector<Block>& secrets;
@@ -313,7 +372,10 @@ TEST(Traces, OfKeysAreNotLeftInStatics) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "between statics lies what AddressSanitizer lets nobody read";
 #endif
-    OpenOnPaintedStack();
+    ASSERT_EQ(OpenOnPaintedStack(OrvoFrInit), ORVO_FR_OK);
+#if defined(ORVO_HAVE_FIND)
+    ASSERT_EQ(OpenOnPaintedStack(OrvoFindInit), ORVO_FIND_OK);
+#endif
     const std::vector<Block> secrets = Secrets();
     Search search{secrets, ""};
     dl_iterate_phdr(SearchWritable, &search);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <stdexcept>
 #include <utility>
@@ -126,6 +127,63 @@ TEST(Pointwise, EveryHeightOfATileOfChannels) {
 TEST(Pointwise, ManyChannelsOnBothSides) {
     EXPECT_TRUE(Matches(Shape(9, 9, 256, 261), 1));
     EXPECT_TRUE(Matches(Shape(12, 12, 128, 300), 2));
+}
+
+// Which rows have large weights.
+enum class Large { kAll, kFirstHalf, kSecondHalf, kTwoInTheMidst };
+
+bool IsLarge(Large large, int row, int rows) {
+    switch (large) {
+        case Large::kAll:
+            return true;
+        case Large::kFirstHalf:
+            return row < rows / 2;
+        case Large::kSecondHalf:
+            return row >= rows / 2;
+        case Large::kTwoInTheMidst:
+            return row / 2 == rows / 4;
+    }
+    return false;
+}
+
+// Sums as far from zero as inputs between `lowest` and `highest` can bring them, and some in between: a path may
+// keep sums in 16 bits as long as weights and inputs allow.
+::testing::AssertionResult ReachesItsEnds(ConvShape shape, int magnitude, Large large, int lowest,
+                                          int highest) {
+    const int rows = shape.srcChannels;
+    const int pixels = shape.srcWidth * shape.srcHeight;
+    ConvData data = UniformData(kPointwiseConv, shape, 0, 0, 0);
+    for (int row = 0; row < rows; ++row) {
+        for (int i = 0; i < pixels; ++i) {
+            const bool isHighest = i % 4 == 0 || (i % 4 == 1 && row % 2 == 0);
+            const int value = i % 4 == 3 ? (lowest + highest) / 2 : isHighest ? highest : lowest;
+            data.src[static_cast<size_t>(row * pixels + i)] = static_cast<int8_t>(value);
+        }
+        for (int c = 0; c < shape.dstChannels; ++c) {
+            const int weight = IsLarge(large, row, rows) ? magnitude : std::min(magnitude, 2);
+            const bool isNegative = c % 4 == 1 || (c % 4 == 2 && row % 2 != 0);
+            data.weights[static_cast<size_t>(c * rows + row)] =
+                static_cast<int8_t>(isNegative ? -weight : std::min(weight, 127));
+        }
+    }
+    const auto most = static_cast<unsigned>(rows * magnitude * std::max(-lowest, highest));
+    shape.outShift = static_cast<uint16_t>(std::max(static_cast<int>(std::bit_width(most)) - 7, 0));
+    return MatchesReference(kPointwiseConv, shape, data);
+}
+
+TEST(Pointwise, SumsThatReachTheirEnds) {
+    constexpr Large kLarge[] = {Large::kAll, Large::kFirstHalf, Large::kSecondHalf,
+                                Large::kTwoInTheMidst};
+    for (const Large large : kLarge) {
+        for (int magnitude = 1; magnitude <= 128; magnitude += magnitude < 20 ? 1 : 12) {
+            for (const int rows : {30, 64, magnitude % 8 == 0 ? 300 : 9}) {
+                const ConvShape shape = Shape(6, 6, rows, 5);
+                EXPECT_TRUE(ReachesItsEnds(shape, magnitude, large, -128, 127)) << magnitude;
+                EXPECT_TRUE(ReachesItsEnds(shape, magnitude, large, 0, 127)) << magnitude;
+                EXPECT_TRUE(ReachesItsEnds(shape, magnitude, large, -90, 17)) << magnitude;
+            }
+        }
+    }
 }
 
 TEST(Pointwise, EveryShift) { CheckEveryShift(kPointwiseConv, Shape(13, 1, 18, 6)); }

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <ostream>
 
-#include "support/random.h"
+#include "support/drawn_frame.h"
 #include "support/stderr_capture.h"
 
 namespace device_test {
@@ -78,26 +78,9 @@ bool SameBits(const Feature& a, const Feature& b) {
     return std::memcmp(a.data(), b.data(), sizeof a) == 0;
 }
 
-std::vector<uint8_t> DrawFrame(uint32_t width, uint32_t height, uint32_t stride, uint64_t seed) {
-    orvo_test::Random random(seed);
-    const uint32_t cell = 24;
-    std::vector<uint8_t> patch(16 * 16);
-    random.Fill(patch.data(), patch.size());
-    std::vector<uint8_t> bytes(uint64_t{stride} * height);
-    random.Fill(bytes.data(), bytes.size()); // what lies behind a row's end is anything
-    for (uint32_t y = 0; y < height; ++y) {
-        for (uint32_t x = 0; x < width; ++x) {
-            const uint32_t coarse = patch[(y / cell % 16) * 16 + x / cell % 16];
-            bytes[uint64_t{y} * stride + x] =
-                static_cast<uint8_t>((coarse * 3 + random.Byte()) / 4);
-        }
-    }
-    return bytes;
-}
-
 MediaFrame::MediaFrame(uint32_t width, uint32_t height, uint32_t stride, uint64_t seed)
     : memory_(Allocate(stride * height, "FRAME")), image_{} {
-    const std::vector<uint8_t> bytes = DrawFrame(width, height, stride, seed);
+    const std::vector<uint8_t> bytes = orvo_test::DrawFrame(width, height, stride, seed);
     std::memcpy(memory_.vir, bytes.data(), bytes.size());
     image_.phy_addr = memory_.phy;
     image_.stride = stride;

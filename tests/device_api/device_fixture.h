@@ -54,9 +54,6 @@ void ExpectNothingInUse();
 Feature Untouched();
 bool SameBits(const Feature& a, const Feature& b);
 
-// Grey levels with structure at several scales; every seed gives another picture.
-std::vector<uint8_t> DrawFrame(uint32_t width, uint32_t height, uint32_t stride, uint64_t seed);
-
 // A frame in media memory, given back at the end.
 class MediaFrame {
   public:

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "find/plain_picture.h"
+#include "orvo/cipher.h"
 #include "orvo/orvo_find.h"
 #include "orvo/orvo_fr.h"
 #include "reference/reference_find_faces.h"
@@ -27,6 +28,12 @@ using orvo_test::Random;
 using orvo_test::StderrCapture;
 
 constexpr char kUnit[] = "../find/find_api";
+
+void ExpectSays(const std::string& line, const std::function<void()>& call) {
+    StderrCapture errors;
+    call();
+    EXPECT_TRUE(IsErrorLine(errors.text(), kUnit, line)) << errors.text();
+}
 
 // Records and features that nobody has written to, and a count.
 struct Results {
@@ -122,9 +129,10 @@ TEST_F(FindApi, MemorySizeIsStatedForEveryPictureInRange) {
 
 TEST_F(FindApi, MemoryIsRefusedWhereThereIsNone) {
     uint8_t byte = 0;
-    StderrCapture errors;
-    EXPECT_EQ(OrvoFindSetMemory(nullptr, 100000), ORVO_FIND_NULL_ADDRESS);
-    EXPECT_EQ(OrvoFindSetMemory(&byte, 0), ORVO_FIND_WRONG_SIZE);
+    ExpectSays("OrvoFindSetMemory failed. Input addr is null!\n",
+               [] { EXPECT_EQ(OrvoFindSetMemory(nullptr, 100000), ORVO_FIND_NULL_ADDRESS); });
+    ExpectSays("OrvoFindSetMemory failed. Set memory size error: 0\n",
+               [&] { EXPECT_EQ(OrvoFindSetMemory(&byte, 0), ORVO_FIND_WRONG_SIZE); });
 }
 
 TEST_F(FindApi, MemoryThatIsTooSmallIsRefusedAndUntouched) {
@@ -215,8 +223,21 @@ TEST_F(FindApi, FeaturesNeedTheRecogniser) {
         return status;
     };
     EXPECT_EQ(features(), ORVO_FIND_NULL_ADDRESS);
+    ExpectSays(
+        "OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory has not "
+        "succeeded!\n",
+        [&] {
+            EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
+                                       results.features.data(), 4, &results.count),
+                      ORVO_FIND_NULL_ADDRESS);
+        });
     ASSERT_EQ(OrvoFrSetMemory(core_.data(), OrvoFrGetMemorySize()), ORVO_FR_OK);
     EXPECT_EQ(features(), ORVO_FIND_NOT_DECRYPTED);
+    ExpectSays("OrvoFindFeatures failed. OrvoFrInit has not succeeded\n", [&] {
+        EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
+                                   results.features.data(), 4, &results.count),
+                  ORVO_FIND_NOT_DECRYPTED);
+    });
     EXPECT_TRUE(results.untouched());
     ASSERT_EQ(OrvoFrInit(), ORVO_FR_OK);
     EXPECT_EQ(features(), ORVO_FIND_OK);
@@ -276,9 +297,16 @@ TEST_F(FindApi, RefusesFacesThatAreTooSmallForThePicture) {
 TEST_F(FindApi, RefusesResultsThatHaveNoPlace) {
     SetUpEverything();
     Results results;
-    StderrCapture errors;
     OrvoFindFace* const faces = results.faces.data();
     float* const features = results.features.data();
+    ExpectSays("OrvoFindRun failed. The address of the faces or of their count is null!\n", [&] {
+        EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, faces, 4, nullptr), ORVO_FIND_NULL_ADDRESS);
+    });
+    ExpectSays("OrvoFindRun failed. Room for -1 faces\n", [&] {
+        EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, faces, -1, &results.count),
+                  ORVO_FIND_WRONG_SIZE);
+    });
+    StderrCapture errors;
     EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, faces, 4, nullptr), ORVO_FIND_NULL_ADDRESS);
     EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, nullptr, 4, &results.count),
               ORVO_FIND_NULL_ADDRESS);
@@ -305,6 +333,16 @@ TEST_F(FindApi, UprightRefusesWhatItCannotTurn) {
     uint8_t crop[96 * 96];
     std::memset(crop, 0x5A, sizeof crop);
     const OrvoFindFace good = {10, 10, 50, 1, {}, 0, 0, 0, 0, 0};
+    ExpectSays("OrvoFindUpright failed. The face or the crop is null!\n", [&] {
+        EXPECT_EQ(OrvoFindUpright(&picture_, nullptr, crop), ORVO_FIND_NULL_ADDRESS);
+    });
+    ExpectSays(
+        "OrvoFindUpright failed. The face's numbers are out of range: left 10, top 10, side -3\n",
+        [&] {
+            OrvoFindFace face = good;
+            face.side = -3.0f;
+            EXPECT_EQ(OrvoFindUpright(&picture_, &face, crop), ORVO_FIND_WRONG_SIZE);
+        });
     StderrCapture errors;
     EXPECT_EQ(OrvoFindUpright(nullptr, &good, crop), ORVO_FIND_NULL_ADDRESS);
     EXPECT_EQ(OrvoFindUpright(&picture_, nullptr, crop), ORVO_FIND_NULL_ADDRESS);

@@ -28,14 +28,29 @@ uint64_t AddressesInUse() {
     return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
+bool LeaveAddresses(uint64_t left) {
+    rlimit limit{};
+    limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(AddressesInUse() + left);
+    return setrlimit(RLIMIT_AS, &limit) == 0;
+}
+
+// What a process of its own makes of `isTrue`.
+bool InAProcess(bool (*isTrue)()) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(isTrue() ? 0 : 1);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 // Whether a process with so many bytes of addresses left gets that memory from a platform that it
 // opens then.
 bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
     const pid_t child = fork();
     if (child == 0) {
-        rlimit limit{};
-        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(AddressesInUse() + left);
-        if (setrlimit(RLIMIT_AS, &limit) != 0) {
+        if (!LeaveAddresses(left)) {
             _exit(2);
         }
         for (const uint32_t size : sizes) {
@@ -54,7 +69,70 @@ bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// Until it goes the process gets no more of what is limited.
+class NoMore {
+  public:
+    NoMore(decltype(RLIMIT_AS) what, uint64_t most) : what_(what) {
+        EXPECT_EQ(getrlimit(what, &before_), 0);
+        rlimit limit = before_;
+        limit.rlim_cur = static_cast<rlim_t>(most);
+        EXPECT_EQ(setrlimit(what, &limit), 0);
+    }
+    ~NoMore() { setrlimit(what_, &before_); }
+    NoMore(const NoMore&) = delete;
+    NoMore& operator=(const NoMore&) = delete;
+
+  private:
+    decltype(RLIMIT_AS) what_;
+    rlimit before_{};
+};
+
 } // namespace
+
+// The pool is a file: without one there is none, for good.
+TEST(AddressLimit, WithoutAFileThereIsNoMediaMemory) {
+    const NoMore noFiles(RLIMIT_NOFILE, 0);
+    uint64_t phy = 1;
+    void* vir = &phy;
+    EXPECT_EQ(KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "X", nullptr, 64), KOVA_SYS_ERR_NOT_READY);
+    EXPECT_EQ(phy, 1u);
+    EXPECT_EQ(vir, &phy);
+    EXPECT_EQ(Usage().blocks, 0u);
+}
+
+TEST(AddressLimit, WithoutAddressesEveryCallThatNeedsSomeSaysSo) {
+    constexpr uint32_t kSide = 512;
+    const Memory memory = Allocate(2 * kSide * kSide);
+    ASSERT_NE(memory.vir, nullptr);
+    std::memset(memory.vir, 7, 2 * kSide * kSide);
+    kova_vgs_task task{};
+    task.in = Frame(memory.phy, kSide, kSide, kSide);
+    task.out = Frame(memory.phy + kSide * kSide, kSide, kSide, kSide);
+    memory.bytes()[kSide * kSide] = 1;
+    int32_t handle = -1;
+    ASSERT_EQ(KOVA_MPI_VGS_BeginJob(&handle), 0);
+    ASSERT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, KOVA_VGS_SCALE_COEF_NORMAL), 0);
+    uint64_t phy = 1;
+    void* vir = nullptr;
+    {
+        const NoMore noAddresses(RLIMIT_AS, AddressesInUse());
+        EXPECT_EQ(KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "X", nullptr, kSide * kSide),
+                  KOVA_SYS_ERR_NOMEM);
+        EXPECT_EQ(KOVA_MPI_SYS_Mmap(memory.phy, kSide * kSide), nullptr);
+        EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), KOVA_VGS_ERR_NOMEM);
+    }
+    EXPECT_EQ(memory.bytes()[kSide * kSide], 1);
+    EXPECT_EQ(Usage().blocks, 1u);
+    EXPECT_EQ(Usage().mappings, 0u);
+    // Room for one of a task's two frames is not enough, and is given back.
+    {
+        const NoMore oneWindow(RLIMIT_AS, AddressesInUse() + kSide * kSide + 65536);
+        EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), KOVA_VGS_ERR_NOMEM);
+        EXPECT_NE(KOVA_MPI_SYS_Mmap(memory.phy, kSide * kSide), nullptr);
+    }
+    EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), 0);
+    EXPECT_EQ(memory.bytes()[kSide * kSide], 7);
+}
 
 TEST(AddressLimit, LibrarysMemoryIsHandedOutWhereverThereIsRoomForIt) {
     constexpr uint64_t kNeeded = kWorkingMemory + 2 * kFrame;
@@ -68,4 +146,30 @@ TEST(AddressLimit, HalfOfWhatIsLeftCanBeHandedOut) {
     for (uint64_t left = uint64_t{8} << 20; left < kWidestLimit; left *= 2) {
         EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, static_cast<uint32_t>(left / 2)})) << left;
     }
+}
+
+// The pool is a file without a name.
+TEST(FileLimit, WithoutAFileForThePoolNothingIsReady) {
+    EXPECT_TRUE(InAProcess([] {
+        const rlimit none{};
+        uint64_t phy = 0;
+        void* vir = nullptr;
+        return setrlimit(RLIMIT_NOFILE, &none) == 0 &&
+               KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "TEST", nullptr, 4096) == KOVA_SYS_ERR_NOT_READY;
+    }));
+}
+
+TEST(AddressLimit, AFrameThatCannotBeReachedEndsTheJob) {
+    EXPECT_TRUE(InAProcess([] {
+        const Memory in = Allocate(16 << 20);
+        const Memory out = Allocate(16 << 20);
+        kova_vgs_task task{};
+        task.in = Frame(in.phy, 4096, 4096, 4096);
+        task.out = Frame(out.phy, 4096, 4096, 4096);
+        int32_t handle = -1;
+        return KOVA_MPI_VGS_BeginJob(&handle) == 0 &&
+               KOVA_MPI_VGS_AddScaleTask(handle, &task, 1) == 0 && LeaveAddresses(1 << 20) &&
+               KOVA_MPI_VGS_EndJob(handle) == KOVA_VGS_ERR_NOMEM &&
+               KOVA_MPI_VGS_CancelJob(handle) == 0 && Usage().jobs == 0;
+    }));
 }

@@ -130,6 +130,21 @@ TEST(Search, PartsGiveWhatOnePieceGives) {
     }
 }
 
+TEST(Search, MergingPutsTheSmallerIndexOfEqualOnesFirstAndNothingChangesNothing) {
+    OrvoSearchMatch matches[4] = {{5, 9.0f}, {7, 8.0f}};
+    const OrvoSearchMatch others[] = {{3, 8.0f}, {6, 9.0f}, {9, 8.0f}};
+    uint32_t found = 2;
+    ASSERT_EQ(OrvoSearchMerge(matches, 4, &found, others, 3), ORVO_SEARCH_OK);
+    const uint32_t wanted[] = {5, 6, 3, 7};
+    ASSERT_EQ(found, 4u);
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(matches[i].index, wanted[i]) << i;
+    }
+    ASSERT_EQ(OrvoSearchMerge(matches, 4, &found, nullptr, 0), ORVO_SEARCH_OK);
+    EXPECT_EQ(found, 4u);
+    EXPECT_EQ(matches[3].index, 7u);
+}
+
 TEST(Search, RefusesWhatCannotBe) {
     const std::vector<float> feature(kLength);
     OrvoSearchMatch matches[2] = {{7, 7.0f}, {8, 6.0f}};
@@ -151,6 +166,13 @@ TEST(Search, RefusesWhatCannotBe) {
     EXPECT_EQ(OrvoSearchMerge(matches, 1, &found, matches, 1), ORVO_SEARCH_WRONG_SIZE);
     const std::string text = capture.text();
     EXPECT_EQ(std::count(text.begin(), text.end(), '['), 12) << text;
+    for (const char* said :
+         {"OrvoSearchDistances failed, a required address is null!\n\n",
+          "OrvoSearchMerge failed, a required address is null!\n\n",
+          "OrvoSearchBest failed. The list holds 2 matches and has room for 1.\n\n",
+          "OrvoSearchBest failed. 2 entries from index 4294967295 on.\n\n"}) {
+        EXPECT_NE(text.find(said), std::string::npos) << said;
+    }
     EXPECT_EQ(found, 2u);
     EXPECT_EQ(matches[0].index, 7u);
     EXPECT_EQ(distance, 77.0f);

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <memory>
+#include <new>
 #include <numeric>
 #include <sstream>
 #include <vector>
@@ -83,9 +86,31 @@ void FillClosedStreams() {
     }
 }
 
-int Report(const std::string& what, Status status) {
-    std::fprintf(stderr, "kova-fr: %s\n", kova_cli::OneLine(what).c_str());
+constexpr const char* kNoMemory = "there is not enough memory; use smaller pictures";
+
+// Also where there is no memory for the line.
+int Report(const char* what, Status status) {
+    try {
+        std::fprintf(stderr, "kova-fr: %s\n", kova_cli::OneLine(what).c_str());
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "kova-fr: %s\n", kNoMemory);
+    }
     return status;
+}
+
+// The libraries for options and JSON ask for memory where they must not throw, also to free other memory.
+// What was being written stays a stage, which the next run removes.
+[[noreturn]] void EndWithoutMemory() {
+    try {
+        if (const std::exception_ptr thrown = std::current_exception()) {
+            std::rethrow_exception(thrown);
+        }
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "kova-fr: %s\n", kNoMemory);
+        _exit(kFailure);
+    } catch (...) { // the program's own mistake
+    }
+    std::abort();
 }
 
 // What CLI11 throws to be asked for help or for the version comes with its text.
@@ -137,7 +162,8 @@ int Run(CLI::App& program, int count, char** arguments) {
         return kSuccess;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) {
-            return Report(std::string(error.what()) + "; see kova-fr --help", kWrongUsage);
+            return Report((std::string(error.what()) + "; see kova-fr --help").c_str(),
+                          kWrongUsage);
         }
         PrintRequested(program, error);
         return kSuccess;
@@ -148,6 +174,7 @@ int Run(CLI::App& program, int count, char** arguments) {
 
 int main(int count, char** arguments) {
     FillClosedStreams();
+    std::set_terminate(EndWithoutMemory);
     try {
         CLI::App program(kDescription, "kova-fr");
         program.formatter(std::make_shared<kova_cli::HelpFormat>()); // of its commands, too
@@ -175,7 +202,7 @@ int main(int count, char** arguments) {
     } catch (const kova_cli::Failure& failure) {
         return Report(failure.what(), kFailure);
     } catch (const std::bad_alloc&) {
-        return Report("there is not enough memory; use smaller pictures", kFailure);
+        return Report(kNoMemory, kFailure);
     } catch (const std::exception& error) {
         return Report(error.what(), kFailure);
     }

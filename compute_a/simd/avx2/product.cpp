@@ -2,26 +2,28 @@
 //
 // Matrix product with AVX2; compute_a/simd/product.h has the walk.
 //
-// A tile is four channels by 16 pixels. A step's 64 bytes hold some rows of 16 pixels, a pixel in
-// each 32-bit lane, and a step of weights is one such lane for each of the four channels:
+// A tile is four channels by 16 pixels. A step's 64 bytes hold four rows of 16 pixels, a pixel in each
+// 32-bit lane, and a step of weights is one such lane for each of the four channels:
 //
-//     Words   | r0 r1 | of p0  | r0 r1 | of p1  | ...  p15     16 bits each, two rows
-//     Bytes   | r0 r1 r2 r3 | of p0 | r0 r1 r2 r3 | of p1 ...  8 bits each, four rows
-//             '---- lane ---'
-//     (of Words a step's first 32 bytes hold p0 to p7, and so they do of Bytes)
+//     values   | r0 r1 r2 r3 | of p0 | r0 r1 r2 r3 | of p1 ...  p15     without a sign: unsigned_bytes.h
+//     weights  | w0 w1 w2 w3 | of c0 | w0 w1 w2 w3 | of c1 ...  c3
+//              '---- lane ---'
+//     (a step's first 32 bytes hold p0 to p7)
 //
-// Words are the general packing: two rows widened to 16 bits a lane, and vpmaddwd, which adds each
-// pair of products into 32 bits: exact for bytes, whatever they are. Bytes, four rows a lane, are
-// for values without a sign, which a rectifier leaves: vpmaddubsw adds two products in 16 bits, at
-// most 2 * 127 * 128 = 32512, so that it never saturates. As long as the weights that a 16-bit sum
-// meets add up to kMostWeight at most, it can take more of them before it is widened.
+// vpmaddubsw leaves a sum of two products in each half of a lane. The halves are summed in 16 bits over a
+// run of steps, as long as byte_sums.h says that they fit, and then widened: vpmaddwd by ones makes the
+// lane of the two. Of the networks' groups that follow a rectifier, nearly all need one run, the others two
+// to five. What cannot be summed with anything else is a run of one step, or of two with half of the weights
+// in each.
 //
-// Thousands of millions of products a second, 64 rows to 128 planes of 12 x 12: words 69, bytes 86,
-// bytes with sums over two steps 100, over all steps 119; plain 9.
+// Two instructions, a product and an addition, take 32 products, where words took 16; three ports bear 48
+// products a cycle. Thousands of millions a second: 64 signed rows to 128 planes of 12 x 12 103 (67 by words),
+// 128 rectified rows to 64 planes 115; plain 9.
 #include "compute_a/simd/product.h"
 
 #include "compute_a/simd/avx2/lanes.h"
 #include "compute_a/simd/avx2/routines.h"
+#include "compute_a/simd/byte_sums.h"
 #include "compute_a/simd/plain/routines.h"
 
 namespace orvo {
@@ -29,280 +31,414 @@ namespace {
 
 constexpr size_t kTilePixels = 16;
 constexpr size_t kNarrowPixels = 8;
-constexpr size_t kGroup = 4;
-constexpr size_t kStepBytes = 64;
-constexpr size_t kChunkSteps = 128; // of weights, that are made ready at a time
-constexpr int kMostWeight = 258;    // 258 * 127 = 32766
+constexpr size_t kVectorBytes = 32;
+constexpr size_t kStepBytes = 2 * kVectorBytes;
+constexpr size_t kChunkSteps = 64; // whose weights are made ready at a time
+constexpr size_t kChunkRows = kChunkSteps * kStepRows;
+constexpr size_t kSlabBytes = 24 * 1024; // of packed values, to stay in the first cache
 
-struct Words {
-    static constexpr size_t kRows = 2;
+// A step's rows, as they stand in the four channels' lanes.
+using StepBytes = uint8_t[16];
+
+// The values' rows, by which they lose their sign: how far below zero a row's lowest value is, and how far
+// above that its highest.
+struct RowRanges {
+    alignas(32) StepBytes depth[kChunkSteps];
+    alignas(32) StepBytes width[kChunkSteps];
 };
-// With 16-bit sums that take so many steps; 0 stands for all.
-template <size_t kTaken>
-struct Bytes {
-    static constexpr size_t kRows = 4;
+
+// Steps whose products are summed in 16 bits: where their values and their weights begin.
+struct Run {
+    uint16_t values, weights, steps;
 };
 
-template <typename Packing>
-inline size_t Steps(const MatrixProduct& p) {
-    return (p.inner + Packing::kRows - 1) / Packing::kRows;
-}
-
-// Four channels and the weights of up to kChunkSteps steps. Where fewer than four are left over,
-// the others' weights are zero.
+// Four channels' weights of a chunk. Where fewer than four channels are left over, the others' are zero.
 struct GroupWeights {
-    const int8_t* weights = nullptr;
-    size_t first = 0;
-    size_t channels = 0;
-    int32_t bias[kGroup];
-    alignas(32) int8_t steps[kChunkSteps][16];
+    size_t runs;
+    Run run[2 * kChunkSteps];
+    alignas(32) int32_t start[kGroup][2][8]; // of the sums, for two vectors of pixels
+    alignas(32) int8_t steps[2 * kChunkSteps][16];
 };
 
-// Four rows from `row` on, four weights each, of fewer than four rows or channels.
-__m128i LoadFewWeights(const MatrixProduct& p, const GroupWeights& group, size_t row) {
-    alignas(16) int8_t weights[4][kGroup] = {};
-    for (size_t k = 0; k < 4 && row + k < p.inner; ++k) {
-        for (size_t c = 0; c < group.channels; ++c) {
-            weights[k][c] = group.channels == kGroup ? group.weights[kGroup * (row + k) + c]
-                                                     : group.weights[c * p.groupBytes + row + k];
-        }
-    }
-    return Load16(weights);
-}
-
-// Calls take(weights) for every four rows from `row` to `end`.
-template <typename Take>
-inline void ForWeights(const MatrixProduct& p, const GroupWeights& group, size_t row, size_t end,
-                       const Take& take) {
-    if (group.channels == kGroup) {
-        for (; row + 4 <= end; row += 4) {
-            take(Load16(group.weights + kGroup * row));
-        }
-    }
-    for (; row < end; row += 4) {
-        take(LoadFewWeights(p, group, row));
-    }
-}
-
-inline size_t ChunkEnd(const MatrixProduct& p, size_t row, size_t rowsAStep) {
-    const size_t left = p.inner - row;
-    return row + (left < kChunkSteps * rowsAStep ? left : kChunkSteps * rowsAStep);
-}
-
-void LoadChunk(const MatrixProduct& p, size_t row, GroupWeights& group, Words) {
-    const __m128i pairs = _mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
-    auto* to = group.steps;
-    ForWeights(p, group, row, ChunkEnd(p, row, 2), [&](__m128i weights) {
-        Store32(to, _mm256_cvtepi8_epi16(_mm_shuffle_epi8(weights, pairs)));
-        to += 2;
-    });
-}
-
-// How much weight the 16-bit sums meet at most.
-struct WeightTotals {
-    int twoSteps, all;
+struct RowExtremes {
+    __m128i least, most; // each among 16 bytes
 };
 
-inline int Largest(__m128i words) {
-    words = _mm_max_epu16(words, _mm_srli_si128(words, 8));
-    words = _mm_max_epu16(words, _mm_srli_si128(words, 4));
-    words = _mm_max_epu16(words, _mm_srli_si128(words, 2));
-    return _mm_extract_epi16(words, 0);
+// Zero belongs to them. Short rows are not looked at.
+RowExtremes ExtremesOf(const int8_t* row, size_t pixels) {
+    if (pixels < kVectorBytes) {
+        return {_mm_set1_epi8(INT8_MIN), _mm_set1_epi8(INT8_MAX)};
+    }
+    __m256i least = _mm256_setzero_si256();
+    __m256i most = _mm256_setzero_si256();
+    const auto take = [&](size_t at) {
+        const __m256i values = Load32(row + at);
+        least = _mm256_min_epi8(least, values);
+        most = _mm256_max_epi8(most, values);
+    };
+    for (size_t i = 0; i + kVectorBytes <= pixels; i += kVectorBytes) {
+        take(i);
+    }
+    take(pixels - kVectorBytes);
+    return {_mm_min_epi8(_mm256_castsi256_si128(least), _mm256_extracti128_si256(least, 1)),
+            _mm_max_epi8(_mm256_castsi256_si128(most), _mm256_extracti128_si256(most, 1))};
 }
 
-WeightTotals LoadByteChunk(const MatrixProduct& p, size_t row, GroupWeights& group) {
-    const __m128i transpose = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-    __m128i most = _mm_setzero_si128();
-    __m128i all = _mm_setzero_si128();
-    __m128i before = _mm_setzero_si128();
-    auto* to = group.steps;
-    ForWeights(p, group, row, ChunkEnd(p, row, 4), [&](__m128i rows) {
-        const __m128i weights = _mm_shuffle_epi8(rows, transpose);
-        Store16(to++, weights);
-        // As unsigned bytes the magnitudes are right for -128, too.
-        const __m128i total = _mm_maddubs_epi16(_mm_abs_epi8(weights), _mm_set1_epi8(1));
-        most = _mm_max_epu16(most, _mm_add_epi16(before, total));
-        all = _mm_add_epi16(all, total);
-        before = total;
-    });
-    return {Largest(most), Largest(all)};
+// What `better` leaves of each of four vectors, side by side in every lane.
+template <typename Better>
+inline __m128i BestOfRows(const __m128i (&rows)[kStepRows], const Better& better) {
+    const __m128i rows01 =
+        better(_mm_unpacklo_epi8(rows[0], rows[1]), _mm_unpackhi_epi8(rows[0], rows[1]));
+    const __m128i rows23 =
+        better(_mm_unpacklo_epi8(rows[2], rows[3]), _mm_unpackhi_epi8(rows[2], rows[3]));
+    __m128i best = better(_mm_unpacklo_epi16(rows01, rows23), _mm_unpackhi_epi16(rows01, rows23));
+    best = better(best, _mm_shuffle_epi32(best, 0x4E));
+    return better(best, _mm_shuffle_epi32(best, 0xB1));
 }
 
-template <size_t kTaken>
-void LoadChunk(const MatrixProduct& p, size_t row, GroupWeights& group, Bytes<kTaken>) {
-    LoadByteChunk(p, row, group);
+// Chunks share their rows' places, so that where there are several, a row may be anything. Steps are asked for two
+// at a time; behind the last one stands the last row.
+void FindRanges(const MatrixProduct& p, RowRanges& ranges) {
+    const size_t pixels = p.inner <= kChunkRows ? p.pixels : 0;
+    const size_t rows = Least(p.inner, kChunkRows);
+    const size_t end = (rows + 2 * kStepRows - 1) / (2 * kStepRows) * (2 * kStepRows);
+    for (size_t row = 0; row < end; row += kStepRows) {
+        __m128i lowest[kStepRows], highest[kStepRows];
+        for (size_t i = 0; i < kStepRows; ++i) {
+            const RowExtremes found =
+                ExtremesOf(p.rows + Least(row + i, rows - 1) * p.rowPitch, pixels);
+            lowest[i] = found.least;
+            highest[i] = found.most;
+        }
+        const __m128i least =
+            BestOfRows(lowest, [](__m128i a, __m128i b) { return _mm_min_epi8(a, b); });
+        const __m128i most =
+            BestOfRows(highest, [](__m128i a, __m128i b) { return _mm_max_epi8(a, b); });
+        Store16(ranges.depth[row / kStepRows], _mm_sub_epi8(_mm_setzero_si128(), least));
+        Store16(ranges.width[row / kStepRows], _mm_sub_epi8(most, least));
+    }
+}
+
+// What two steps can come to, one in each half.
+struct TwoExtents {
+    __m256i most = _mm256_setzero_si256();
+    __m256i least = _mm256_setzero_si256();
+
+    static TwoExtents Of(__m256i weights, __m256i widths) {
+        const __m256i zero = _mm256_setzero_si256();
+        TwoExtents extents;
+        extents.most = _mm256_maddubs_epi16(widths, _mm256_max_epi8(weights, zero));
+        extents.least = _mm256_maddubs_epi16(widths, _mm256_min_epi8(weights, zero));
+        return extents;
+    }
+
+    TwoExtents operator+(const TwoExtents& other) const {
+        TwoExtents sum;
+        sum.most = _mm256_adds_epi16(most, other.most);
+        sum.least = _mm256_adds_epi16(least, other.least);
+        return sum;
+    }
+
+    Extent first() const { return {_mm256_castsi256_si128(most), _mm256_castsi256_si128(least)}; }
+    Extent second() const {
+        return {_mm256_extracti128_si256(most, 1), _mm256_extracti128_si256(least, 1)};
+    }
+    bool fit() const { return (first() + second()).fits(); }
+};
+
+// Divides a group's steps into runs, two by two.
+class RunWriter {
+  public:
+    RunWriter(GroupWeights& group, const RowRanges& ranges, size_t steps)
+        : group_(group), ranges_(ranges), steps_(steps), spare_(steps + steps % 2) {
+        group.runs = 0;
+    }
+
+    // Up to, but not including, `end`.
+    void Put(size_t first, size_t end) { Add(first, first, Least(end, steps_) - first); }
+
+    // Runs as long as possible.
+    void Divide() {
+        TwoExtents open;
+        size_t first = 0;
+        for (size_t step = 0; step < steps_; step += 2) {
+            const TwoExtents two =
+                TwoExtents::Of(Load32(group_.steps[step]), Load32(ranges_.width[step]));
+            const TwoExtents sum = open + two;
+            if (sum.fit()) {
+                open = sum;
+                continue;
+            }
+            if (first < step) {
+                Put(first, step);
+            }
+            if (two.fit()) {
+                open = two;
+                first = step;
+                continue;
+            }
+            PutSingle(step, two.first());
+            PutSingle(step + 1, two.second());
+            open = TwoExtents();
+            first = step + 2;
+        }
+        if (first < steps_) {
+            Put(first, steps_);
+        }
+    }
+
+  private:
+    void PutSingle(size_t step, const Extent& extent) {
+        if (step >= steps_) {
+            return;
+        }
+        if (!extent.fits()) {
+            const __m128i weights = Load16(group_.steps[step]);
+            const __m128i half = HalfOf(weights);
+            Store16(group_.steps[step], half);
+            Store16(group_.steps[spare_], _mm_sub_epi8(weights, half));
+            Add(step, spare_++, 1);
+        }
+        Add(step, step, 1);
+    }
+
+    void Add(size_t values, size_t weights, size_t steps) {
+        group_.run[group_.runs++] = {static_cast<uint16_t>(values), static_cast<uint16_t>(weights),
+                                     static_cast<uint16_t>(steps)};
+    }
+
+    GroupWeights& group_;
+    const RowRanges& ranges_;
+    size_t steps_;
+    size_t spare_; // the next place behind the steps, for the other half of one
+};
+
+// The chunk of rows that begins with `firstRow`; the first one's start has the bias. Halves of equal
+// length are preferred to runs as long as possible: what all groups have in common, branches are foretold by.
+void LoadChunk(const MatrixProduct& p, const ChannelGroup& from, size_t firstRow,
+               const RowRanges& ranges, GroupWeights& group) {
+    const __m256i byChannel = _mm256_broadcastsi128_si256(ByChannel());
+    const size_t rows = Least(p.inner - firstRow, kChunkRows);
+    const size_t steps = (rows + kStepRows - 1) / kStepRows;
+    const size_t whole = from.channels == kGroup ? rows / kStepRows : 0;
+    const int8_t* const weights = from.weights + kGroup * firstRow;
+    __m256i below = _mm256_setzero_si256(); // what the values' lowest come to, its sign changed
+    TwoExtents half;
+    const auto take = [&](size_t step, __m256i twoSteps) __attribute__((always_inline)) {
+        const __m256i lanes = _mm256_shuffle_epi8(twoSteps, byChannel);
+        Store32(group.steps[step], lanes);
+        half = half + TwoExtents::Of(lanes, Load32(ranges.width[step]));
+        // Two products of up to 128 times -128 to 127: not beyond 16 bits.
+        const __m256i words = _mm256_maddubs_epi16(Load32(ranges.depth[step]), lanes);
+        below = _mm256_add_epi32(below, _mm256_madd_epi16(words, _mm256_set1_epi16(1)));
+    };
+    const auto load = [&](size_t step) {
+        return step < whole ? Load16(weights + 16 * step)
+                            : LoadFewWeights(p, from, firstRow + kStepRows * step);
+    };
+    size_t step = 0;
+    const auto takeUntil = [&](size_t end) __attribute__((always_inline)) {
+        half = TwoExtents();
+        for (; step < end && step + 2 <= whole; step += 2) {
+            take(step, Load32(weights + 16 * step));
+        }
+        for (; step < end; step += 2) {
+            take(step, _mm256_set_m128i(load(step + 1), load(step)));
+        }
+        return half;
+    };
+    const size_t middle = (steps + 3) / 4 * 2;
+    const TwoExtents left = takeUntil(middle);
+    const TwoExtents right = takeUntil(steps);
+    RunWriter writer(group, ranges, steps);
+    if ((left + right).fit()) {
+        writer.Put(0, steps);
+    } else if (left.fit() && right.fit() && middle < steps) {
+        writer.Put(0, middle);
+        writer.Put(middle, steps);
+    } else {
+        writer.Divide();
+    }
+    alignas(16) uint32_t lowest[kGroup];
+    Store16(lowest,
+            _mm_add_epi32(_mm256_castsi256_si128(below), _mm256_extracti128_si256(below, 1)));
+    for (size_t c = 0; c < kGroup; ++c) {
+        const bool hasBias = firstRow == 0 && c < from.channels;
+        const uint32_t bias = hasBias ? static_cast<uint32_t>(p.bias[from.first + c]) : 0;
+        const __m256i start = _mm256_set1_epi32(static_cast<int32_t>(bias - lowest[c]));
+        Store32(group.start[c][0], start);
+        Store32(group.start[c][1], start);
+    }
 }
 
 // `Vectors` times 8 pixels of some rows, pixel by pixel: `row` gives the i-th row, or zeros.
 template <size_t Vectors, typename Row>
-inline void PackStep(const Row& row, int8_t* to, Words) {
-    Store32(to, _mm256_cvtepi8_epi16(_mm_unpacklo_epi8(row(0), row(1))));
-    if constexpr (Vectors == 2) {
-        Store32(to + 32, _mm256_cvtepi8_epi16(_mm_unpackhi_epi8(row(0), row(1))));
-    }
-}
-
-template <size_t Vectors, size_t kTaken, typename Row>
-inline void PackStep(const Row& row, int8_t* to, Bytes<kTaken>) {
+inline void PackStep(const Row& row, __m128i depths, int8_t* to) {
+    const auto store = [depths, to](size_t i, __m128i values) {
+        Store16(to + 16 * i, _mm_add_epi8(values, depths));
+    };
     const __m128i low01 = _mm_unpacklo_epi8(row(0), row(1));
     const __m128i low23 = _mm_unpacklo_epi8(row(2), row(3));
-    Store16(to, _mm_unpacklo_epi16(low01, low23));
-    Store16(to + 16, _mm_unpackhi_epi16(low01, low23));
+    store(0, _mm_unpacklo_epi16(low01, low23));
+    store(1, _mm_unpackhi_epi16(low01, low23));
     if constexpr (Vectors == 2) {
         const __m128i high01 = _mm_unpackhi_epi8(row(0), row(1));
         const __m128i high23 = _mm_unpackhi_epi8(row(2), row(3));
-        Store16(to + 32, _mm_unpacklo_epi16(high01, high23));
-        Store16(to + 48, _mm_unpackhi_epi16(high01, high23));
+        store(2, _mm_unpacklo_epi16(high01, high23));
+        store(3, _mm_unpackhi_epi16(high01, high23));
     }
 }
 
-template <size_t Vectors, typename Packing>
-void PackTile(const MatrixProduct& p, size_t pixel, int8_t* to, Packing packing) {
+template <size_t Vectors>
+void PackTile(const MatrixProduct& p, size_t pixel, const RowRanges& ranges, int8_t* to) {
     const int8_t* at = p.rows + pixel;
     const auto load = [](const int8_t* row) { return Vectors == 2 ? Load16(row) : Load8(row); };
+    const auto depths = [&ranges](size_t k) {
+        return Load16(ranges.depth[k / kStepRows % kChunkSteps]);
+    };
     size_t k = 0;
-    for (; k + Packing::kRows <= p.inner; k += Packing::kRows, to += 32 * Vectors) {
-        PackStep<Vectors>([&](size_t i) { return load(at + i * p.rowPitch); }, to, packing);
-        at += Packing::kRows * p.rowPitch;
+    for (; k + kStepRows <= p.inner; k += kStepRows, to += kVectorBytes * Vectors) {
+        PackStep<Vectors>([&](size_t i) { return load(at + i * p.rowPitch); }, depths(k), to);
+        at += kStepRows * p.rowPitch;
     }
     if (k < p.inner) {
         const auto row = [&](size_t i) {
             return k + i < p.inner ? load(at + i * p.rowPitch) : _mm_setzero_si128();
         };
-        PackStep<Vectors>(row, to, packing);
+        PackStep<Vectors>(row, depths(k), to);
     }
-}
-
-inline __m256i BroadcastWord(const int8_t* word) {
-    return _mm256_set1_epi32(LoadWord<int32_t>(word));
 }
 
 template <size_t Vectors>
 using TileSums = __m256i[kGroup][Vectors];
 
-// Adds a step to the sums, which wrap. Register plan for 2 vectors: 8 sums, 2 vectors of values, 1
-// word of weights broadcast from memory, 1 product.
-template <size_t Vectors>
-inline void AddStep(const int8_t* weights, const int8_t* values, TileSums<Vectors>& sums) {
-    __m256i value[Vectors];
-#pragma GCC unroll 2
-    for (size_t v = 0; v < Vectors; ++v) {
-        value[v] = Load32(values + 32 * v);
-    }
-#pragma GCC unroll 4
+// One step's products of 16 pixels become the sums of a run, or are added to them.
+#define ORVO_CHANNEL_BEGUN(weights, sum0, sum1) \
+    "vpbroadcastd " weights                     \
+    "(%[weights]), %[w]\n"                      \
+    "vpmaddubsw %[w], %[a], %[" sum0            \
+    "]\n"                                       \
+    "vpmaddubsw %[w], %[b], %[" sum1 "]\n"
+#define ORVO_CHANNEL_ADDED(weights, sum0, sum1) \
+    "vpbroadcastd " weights                     \
+    "(%[weights]), %[w]\n"                      \
+    "vpmaddubsw %[w], %[a], %[product]\n"       \
+    "vpmaddubsw %[w], %[b], %[w]\n"             \
+    "vpaddw %[product], %[" sum0 "], %[" sum0   \
+    "]\n"                                       \
+    "vpaddw %[w], %[" sum1 "], %[" sum1 "]\n"
+
+// The products of a run, in 16 bits. GCC 12 copies the sums around every run and keeps some in memory, which
+// costs a tenth; so that is assembly. Register plan: 8 sums, 2 vectors of values, 1 word of weights, 1 product.
+inline __attribute__((always_inline)) void SumRun(const int8_t* weights, const int8_t* values,
+                                                  size_t steps, TileSums<2>& sums) {
+    __m256i a, b, w, product;
+    __asm__("vmovdqu (%[values]), %[a]\n"
+            "vmovdqu 32(%[values]), %[b]\n" //
+            ORVO_CHANNEL_BEGUN("0", "sum0", "sum1") ORVO_CHANNEL_BEGUN("4", "sum2", "sum3")
+            ORVO_CHANNEL_BEGUN("8", "sum4", "sum5") ORVO_CHANNEL_BEGUN("12", "sum6", "sum7")
+            "dec %[steps]\n"
+            "jz 2f\n"
+            ".p2align 4\n"
+            "1:\n"
+            "add $64, %[values]\n"
+            "add $16, %[weights]\n"
+            "vmovdqu (%[values]), %[a]\n"
+            "vmovdqu 32(%[values]), %[b]\n" //
+            ORVO_CHANNEL_ADDED("0", "sum0", "sum1") ORVO_CHANNEL_ADDED("4", "sum2", "sum3")
+            ORVO_CHANNEL_ADDED("8", "sum4", "sum5") ORVO_CHANNEL_ADDED("12", "sum6", "sum7")
+            "dec %[steps]\n"
+            "jnz 1b\n"
+            "2:"
+            : [sum0] "=&x"(sums[0][0]), [sum1] "=&x"(sums[0][1]), [sum2] "=&x"(sums[1][0]),
+              [sum3] "=&x"(sums[1][1]), [sum4] "=&x"(sums[2][0]), [sum5] "=&x"(sums[2][1]),
+              [sum6] "=&x"(sums[3][0]), [sum7] "=&x"(sums[3][1]), [a] "=&x"(a), [b] "=&x"(b),
+              [w] "=&x"(w), [product] "=&x"(product), [values] "+&r"(values),
+              [weights] "+&r"(weights), [steps] "+&r"(steps)
+            :
+            : "cc", "memory");
+}
+#undef ORVO_CHANNEL_BEGUN
+#undef ORVO_CHANNEL_ADDED
+
+// The same of 8 pixels.
+inline void SumRun(const int8_t* weights, const int8_t* values, size_t steps, TileSums<1>& sums) {
     for (size_t c = 0; c < kGroup; ++c) {
-        const __m256i word = BroadcastWord(weights + 4 * c);
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm256_add_epi32(sums[c][v], _mm256_madd_epi16(value[v], word));
-        }
+        sums[c][0] = _mm256_setzero_si256();
     }
-}
-
-template <size_t Vectors>
-inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
-                     TileSums<Vectors>& sums, Words) {
-#pragma GCC unroll 2
-    for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
-        AddStep<Vectors>(weights[step], values, sums);
-    }
-}
-
-inline __m256i AddHalves(__m256i sum, __m256i words) {
-    return _mm256_add_epi32(sum, _mm256_madd_epi16(words, _mm256_set1_epi16(1)));
-}
-
-// One step, or two steps whose products 16 bits can take together. Register plan: 8 sums, the
-// steps' values of 8 pixels, a word of weights, 2 products, ones; so that one vector of pixels goes
-// after the other.
-template <size_t Vectors, size_t kTaken>
-inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
-                     TileSums<Vectors>& sums, Bytes<kTaken>) {
-    const auto add = [&](size_t taken) __attribute__((always_inline)) {
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            const __m256i first = Load32(values + 32 * v);
-            const __m256i second = taken == 2 ? Load32(values + 32 * (Vectors + v)) : first;
-#pragma GCC unroll 4
-            for (size_t c = 0; c < kGroup; ++c) {
-                __m256i words = _mm256_maddubs_epi16(first, BroadcastWord(weights[0] + 4 * c));
-                if (taken == 2) {
-                    const __m256i word = BroadcastWord(weights[1] + 4 * c);
-                    words = _mm256_add_epi16(words, _mm256_maddubs_epi16(second, word));
-                }
-                sums[c][v] = AddHalves(sums[c][v], words);
-            }
-        }
-    };
-    for (; steps >= kTaken; steps -= kTaken, weights += kTaken) {
-        add(kTaken);
-        values += 32 * Vectors * kTaken;
-    }
-    if (kTaken == 2 && steps > 0) {
-        add(1);
-    }
-}
-
-// sum += words. GCC 12 copies the eight sums of a step around the intrinsic and spills two of them;
-// the instruction itself it leaves in place.
-inline __attribute__((always_inline)) void AddWords(__m256i& sum, __m256i words) {
-    __asm__("vpaddw %1, %0, %0" : "+x"(sum) : "x"(words));
-}
-
-// All steps at once. Register plan for 2 vectors: 8 sums of 16 bits, 2 vectors of values, 1 word of
-// weights, 1 product; the sums of 32 bits wait in memory.
-template <size_t Vectors>
-inline void AddSteps(const int8_t (*weights)[16], const int8_t* values, size_t steps,
-                     TileSums<Vectors>& sums, Bytes<0>) {
-    __m256i words[kGroup][Vectors] = {};
-    for (size_t step = 0; step < steps; ++step, values += 32 * Vectors) {
-        __m256i value[Vectors];
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            value[v] = Load32(values + 32 * v);
-        }
+    for (; steps > 0; --steps, weights += 16, values += kVectorBytes) {
+        const __m256i value = Load32(values);
 #pragma GCC unroll 4
         for (size_t c = 0; c < kGroup; ++c) {
-            const __m256i word = BroadcastWord(weights[step] + 4 * c);
-#pragma GCC unroll 2
-            for (size_t v = 0; v < Vectors; ++v) {
-                const __m256i product = _mm256_maddubs_epi16(value[v], word);
-                AddWords(words[c][v], product);
-            }
-        }
-    }
-#pragma GCC unroll 4
-    for (size_t c = 0; c < kGroup; ++c) {
-#pragma GCC unroll 2
-        for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = AddHalves(sums[c][v], words[c][v]);
+            const __m256i word = _mm256_set1_epi32(LoadWord<int32_t>(weights + 4 * c));
+            sums[c][0] = _mm256_add_epi16(sums[c][0], _mm256_maddubs_epi16(value, word));
         }
     }
 }
 
-// 8 or 16 pixels of the group's planes. Not inlined: within a larger function GCC 12 spills sums of
-// the innermost loop.
-template <size_t Vectors, typename Packing>
-__attribute__((noinline)) void Tile(const MatrixProduct& p, GroupWeights& group,
-                                    const int8_t* values, int8_t* dst, Packing packing) {
-    constexpr size_t kChunkRows = kChunkSteps * Packing::kRows;
-    TileSums<Vectors> sums;
+using StoredSums = int32_t[kGroup][2][8];
+
+template <size_t Vectors>
+inline void StoreSums(const TileSums<Vectors>& sums, StoredSums& to) {
 #pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
 #pragma GCC unroll 2
         for (size_t v = 0; v < Vectors; ++v) {
-            sums[c][v] = _mm256_set1_epi32(group.bias[c]);
+            Store32(to[c][v], sums[c][v]);
         }
     }
-    for (size_t row = 0; row < p.inner; row += kChunkRows) {
-        if (p.inner > kChunkRows) {
-            LoadChunk(p, row, group, packing);
+}
+
+// All runs of a chunk, added to `from`, which wraps. Sums wait in `stored` while the registers hold a run's.
+template <size_t Vectors>
+inline void SumChunk(const GroupWeights& group, const int8_t* values, const StoredSums* from,
+                     StoredSums& stored, TileSums<Vectors>& sums) {
+    const Run* run = group.run;
+    for (const Run* const last = run + group.runs - 1;; ++run) {
+        SumRun(group.steps[run->weights], values + run->values * kVectorBytes * Vectors, run->steps,
+               sums);
+        const __m256i ones = _mm256_set1_epi16(1);
+#pragma GCC unroll 4
+        for (size_t c = 0; c < kGroup; ++c) {
+#pragma GCC unroll 2
+            for (size_t v = 0; v < Vectors; ++v) {
+                sums[c][v] =
+                    _mm256_add_epi32(_mm256_madd_epi16(sums[c][v], ones), Load32((*from)[c][v]));
+            }
         }
-        const size_t steps =
-            (ChunkEnd(p, row, Packing::kRows) - row + Packing::kRows - 1) / Packing::kRows;
-        AddSteps<Vectors>(group.steps, values, steps, sums, packing);
-        values += steps * 32 * Vectors;
+        if (run == last) {
+            return;
+        }
+        StoreSums<Vectors>(sums, stored);
+        from = &stored;
     }
+}
+
+// A product of several chunks: their weights are made ready for each tile anew.
+template <size_t Vectors>
+inline void SumChunks(const MatrixProduct& p, const ChannelGroup& channels, const RowRanges& ranges,
+                      GroupWeights& group, const int8_t* values, TileSums<Vectors>& sums) {
+    alignas(32) StoredSums stored;
+    alignas(32) StoredSums before = {};
+    size_t row = 0;
+    do {
+        LoadChunk(p, channels, row, ranges, group);
+        for (size_t c = 0; c < kGroup; ++c) {
+            for (size_t v = 0; v < Vectors; ++v) {
+                Store32(group.start[c][v],
+                        _mm256_add_epi32(Load32(group.start[c][v]), Load32(before[c][v])));
+            }
+        }
+        SumChunk<Vectors>(group, values, &group.start, stored, sums);
+        StoreSums<Vectors>(sums, before);
+        values += kChunkSteps * kVectorBytes * Vectors;
+        row += kChunkRows;
+    } while (row < p.inner);
+}
+
+template <size_t Vectors>
+inline void StoreTile(const MatrixProduct& p, const ChannelGroup& channels,
+                      const TileSums<Vectors>& sums, int8_t* dst) {
     const __m256i shift = _mm256_set1_epi32(static_cast<int>(p.shift));
     const __m256i first = Requantise<Vectors>(sums[0], sums[1], shift);
     const __m256i second = Requantise<Vectors>(sums[2], sums[3], shift);
@@ -313,28 +449,46 @@ __attribute__((noinline)) void Tile(const MatrixProduct& p, GroupWeights& group,
     const auto store = [](int8_t* to, __m128i bytes) {
         Vectors == 2 ? Store16(to, bytes) : Store8(to, bytes);
     };
-    if (group.channels == kGroup) {
+    if (channels.channels == kGroup) {
 #pragma GCC unroll 4
         for (size_t c = 0; c < kGroup; ++c) {
             store(dst + c * pitch, planes[c]);
         }
     } else {
-        for (size_t c = 0; c < group.channels; ++c) {
+        for (size_t c = 0; c < channels.channels; ++c) {
             store(dst + c * pitch, planes[c]);
         }
     }
 }
 
-constexpr size_t kSlabBytes = 24 * 1024; // of packed values, to stay in the first cache
+// Tiles one after the other, of which the last ends with the last pixel. Not inlined: within a larger function
+// GCC 12 spills sums.
+template <size_t Vectors, bool kHasChunks>
+__attribute__((noinline)) void MultiplyTiles(const MatrixProduct& p, const ChannelGroup& channels,
+                                             [[maybe_unused]] const RowRanges& ranges,
+                                             GroupWeights& group, const int8_t* values,
+                                             size_t tiles, size_t pixel) {
+    const size_t tileBytes = (p.inner + kStepRows - 1) / kStepRows * kVectorBytes * Vectors;
+    const size_t last = p.pixels - kNarrowPixels * Vectors;
+    int8_t* const outputs = p.dst + channels.first * p.planePitch;
+    [[maybe_unused]] alignas(32) StoredSums stored;
+    for (; tiles > 0; --tiles, values += tileBytes, pixel += kTilePixels) {
+        TileSums<Vectors> sums;
+        if constexpr (kHasChunks) {
+            SumChunks<Vectors>(p, channels, ranges, group, values, sums);
+        } else {
+            SumChunk<Vectors>(group, values, &group.start, stored, sums);
+        }
+        StoreTile<Vectors>(p, channels, sums, outputs + Least(pixel, last));
+    }
+}
 
-template <typename Packing>
 class Scheme {
   public:
     // The last tile ends with the last pixel of the product, so that it may start within the one
     // before it and write its first results once more. Up to 8 pixels left over are the rest: a
     // narrow tile, which ends there in the same way.
     struct Slab {
-        const int8_t* packed;
         size_t firstPixel;
         size_t pixelCount;
         size_t tiles;
@@ -343,20 +497,26 @@ class Scheme {
         size_t pixels() const { return pixelCount; }
     };
 
-    explicit Scheme(const MatrixProduct& p) : p_(p), tileBytes_(kStepBytes * Steps<Packing>(p)) {
+    explicit Scheme(const MatrixProduct& p)
+        : p_(p), tileBytes_(kStepBytes * ((p.inner + kStepRows - 1) / kStepRows)) {
         // From a vector's boundary on where there is room for that: values that straddle two cache
         // lines take twice as long to load.
-        const size_t toBoundary = (32 - reinterpret_cast<uintptr_t>(p.scratch) % 32) % 32;
+        const size_t toBoundary =
+            (kVectorBytes - reinterpret_cast<uintptr_t>(p.scratch) % kVectorBytes) % kVectorBytes;
         const size_t skip = tileBytes_ + toBoundary <= p.scratchBytes ? toBoundary : 0;
         packed_ = p.scratch + skip;
         const size_t room = Least(p.scratchBytes - skip, kSlabBytes);
         mostTiles_ = tileBytes_ == 0 || room < tileBytes_ ? 1 : room / tileBytes_;
     }
 
-    // Whether there are pixels and scratch for a tile.
-    bool Fits() const { return p_.pixels >= kTilePixels && tileBytes_ <= p_.scratchBytes; }
+    // Whether there are steps, pixels and scratch for a tile.
+    bool Fits() const {
+        return tileBytes_ > 0 && p_.pixels >= kTilePixels && tileBytes_ <= p_.scratchBytes;
+    }
 
-    size_t GroupChannels() const { return kGroup; }
+    void FindRanges() { orvo::FindRanges(p_, ranges_); }
+
+    static size_t GroupChannels() { return kGroup; }
 
     Slab SlabFrom(size_t pixel) const {
         const size_t left = p_.pixels - pixel;
@@ -365,125 +525,65 @@ class Scheme {
         const size_t count = Least(left, taken * kTilePixels);
         const size_t overWhole = count % kTilePixels;
         const bool hasRest = overWhole > 0 && overWhole <= kNarrowPixels;
-        return {packed_, pixel, count, hasRest ? taken - 1 : taken, hasRest};
+        return {pixel, count, hasRest ? taken - 1 : taken, hasRest};
     }
 
     void Pack(const Slab& slab) const {
         int8_t* to = packed_;
+        const size_t last = p_.pixels - kTilePixels;
         for (size_t i = 0; i < slab.tiles; ++i, to += tileBytes_) {
-            PackTile<2>(p_, TileAt(slab, i), to, Packing{});
+            PackTile<2>(p_, Least(slab.firstPixel + i * kTilePixels, last), ranges_, to);
         }
         if (slab.hasRest) {
-            PackTile<1>(p_, p_.pixels - kNarrowPixels, to, Packing{});
+            PackTile<1>(p_, p_.pixels - kNarrowPixels, ranges_, to);
         }
     }
 
     void MakeReady(const ChannelGroup& group) {
-        ready_.weights = group.weights;
-        ready_.first = group.first;
-        ready_.channels = group.channels;
-        for (size_t c = 0; c < kGroup; ++c) {
-            ready_.bias[c] = c < group.channels ? p_.bias[group.first + c] : 0;
+        if (!hasChunks()) {
+            LoadChunk(p_, group, 0, ranges_, ready_);
         }
-        LoadFirstChunk(Packing{});
     }
 
-    void MultiplyTiles(const ChannelGroup&, const Slab& slab) {
-        Widened([&](auto packing) {
-            const int8_t* values = slab.packed;
-            for (size_t i = 0; i < slab.tiles; ++i, values += tileBytes_) {
-                Tile<2>(p_, ready_, values, Outputs() + TileAt(slab, i), packing);
-            }
-        });
+    void MultiplyTiles(const ChannelGroup& group, const Slab& slab) {
+        Multiply<2>(group, packed_, slab.tiles, slab.firstPixel);
     }
 
-    void MultiplyRest(const ChannelGroup&, const Slab& slab) {
+    void MultiplyRest(const ChannelGroup& group, const Slab& slab) {
         if (slab.hasRest) {
-            const int8_t* values = slab.packed + slab.tiles * tileBytes_;
-            int8_t* dst = Outputs() + p_.pixels - kNarrowPixels;
-            Widened([&](auto packing) { Tile<1>(p_, ready_, values, dst, packing); });
+            Multiply<1>(group, packed_ + slab.tiles * tileBytes_, 1, p_.pixels - kNarrowPixels);
         }
     }
 
   private:
-    // How many steps the sums of 16 bits may take.
-    enum class Taken { kOne, kTwo, kAll };
+    bool hasChunks() const { return p_.inner > kChunkRows; }
 
-    size_t TileAt(const Slab& slab, size_t i) const {
-        return Least(slab.firstPixel + i * kTilePixels, p_.pixels - kTilePixels);
-    }
-
-    int8_t* Outputs() const { return p_.dst + ready_.first * p_.planePitch; }
-
-    void LoadFirstChunk(Words words) { LoadChunk(p_, 0, ready_, words); }
-
-    // As many steps in 16 bits as the weights allow. Those of a later chunk may be larger.
-    void LoadFirstChunk(Bytes<1>) {
-        const WeightTotals totals = LoadByteChunk(p_, 0, ready_);
-        const bool areAll = p_.inner <= kChunkSteps * Bytes<1>::kRows;
-        taken_ = !areAll                          ? Taken::kOne
-                 : totals.all <= kMostWeight      ? Taken::kAll
-                 : totals.twoSteps <= kMostWeight ? Taken::kTwo
-                                                  : Taken::kOne;
-    }
-
-    // Calls multiply(packing), the packing saying when sums are widened.
-    template <typename Multiply>
-    void Widened(const Multiply& multiply) const {
-        if constexpr (Packing::kRows == Words::kRows) {
-            multiply(Words{});
-        } else if (taken_ == Taken::kAll) {
-            multiply(Bytes<0>{});
-        } else if (taken_ == Taken::kTwo) {
-            multiply(Bytes<2>{});
-        } else {
-            multiply(Bytes<1>{});
-        }
+    template <size_t Vectors>
+    void Multiply(const ChannelGroup& group, const int8_t* values, size_t tiles, size_t pixel) {
+        const auto multiply =
+            hasChunks() ? orvo::MultiplyTiles<Vectors, true> : orvo::MultiplyTiles<Vectors, false>;
+        multiply(p_, group, ranges_, ready_, values, tiles, pixel);
     }
 
     const MatrixProduct& p_;
     const size_t tileBytes_;
     size_t mostTiles_;
     int8_t* packed_;
-    Taken taken_ = Taken::kOne;
+    RowRanges ranges_;
     GroupWeights ready_;
 };
-
-template <typename Packing>
-void MultiplyBy(const MatrixProduct& p) {
-    Scheme<Packing> scheme(p);
-    if (!scheme.Fits() || !MultiplyBySlabs(p, scheme)) {
-        plain::Multiply(p);
-    }
-}
-
-bool IsRectified(const MatrixProduct& p) {
-    for (size_t k = 0; k < p.inner; ++k) {
-        const int8_t* row = p.rows + k * p.rowPitch;
-        __m256i all = _mm256_setzero_si256();
-        size_t i = 0;
-        for (; i + 32 <= p.pixels; i += 32) {
-            all = _mm256_or_si256(all, Load32(row + i));
-        }
-        int signs = _mm256_movemask_epi8(all);
-        for (; i < p.pixels; ++i) {
-            signs |= row[i] < 0;
-        }
-        if (signs != 0) {
-            return false;
-        }
-    }
-    return true;
-}
 
 } // namespace
 
 void avx2::Multiply(const MatrixProduct& p) {
-    if (IsRectified(p)) {
-        MultiplyBy<Bytes<1>>(p);
-    } else {
-        MultiplyBy<Words>(p);
+    Scheme scheme(p);
+    if (scheme.Fits()) {
+        scheme.FindRanges();
+        if (MultiplyBySlabs(p, scheme)) {
+            return;
+        }
     }
+    plain::Multiply(p);
 }
 
 int32_t avx2::Dot(const int8_t* a, const int8_t* b, size_t count) {

@@ -16,6 +16,7 @@
 // even for a run of one step, the step stands in two runs, with half of the weights in each.
 #include "compute_a/simd/product.h"
 
+#include "compute_a/simd/byte_sums.h"
 #include "compute_a/simd/plain/routines.h"
 #include "compute_a/simd/sse41/lanes.h"
 #include "compute_a/simd/sse41/routines.h"
@@ -26,8 +27,6 @@ namespace {
 
 constexpr size_t kTilePixels = 8;
 constexpr size_t kNarrowPixels = 4;
-constexpr size_t kGroup = 4;
-constexpr size_t kStepRows = 4;
 constexpr size_t kVectorBytes = 16;
 constexpr size_t kStepBytes = 2 * kVectorBytes;
 constexpr size_t kMaxSteps = 64;         // of which the weights fit the stack
@@ -47,24 +46,12 @@ struct GroupWeights {
     alignas(16) int8_t steps[2 * kMaxSteps][kGroup][kVectorBytes];
 };
 
-// Four rows from `row` on, four weights each, of fewer than four rows or channels.
-__m128i LoadFewWeights(const MatrixProduct& p, const ChannelGroup& group, size_t row) {
-    alignas(16) int8_t weights[kStepRows][kGroup] = {};
-    for (size_t k = 0; k < kStepRows && row + k < p.inner; ++k) {
-        for (size_t c = 0; c < group.channels; ++c) {
-            weights[k][c] = group.channels == kGroup ? group.weights[kGroup * (row + k) + c]
-                                                     : group.weights[c * p.groupBytes + row + k];
-        }
-    }
-    return Load16(weights);
-}
-
 // Four weights of a channel side by side, channel after channel.
 inline __m128i LoadWeights(const MatrixProduct& p, const ChannelGroup& group, size_t row) {
-    const __m128i transpose = _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     const bool isWhole = group.channels == kGroup && row + kStepRows <= p.inner;
     return _mm_shuffle_epi8(
-        isWhole ? Load16(group.weights + kGroup * row) : LoadFewWeights(p, group, row), transpose);
+        isWhole ? Load16(group.weights + kGroup * row) : LoadFewWeights(p, group, row),
+        ByChannel());
 }
 
 inline void RepeatWeights(__m128i weights, int8_t (*to)[kVectorBytes]) {
@@ -87,28 +74,6 @@ inline __m128i RepeatRows(const uint8_t (&rows)[kStepRows]) {
     return _mm_set1_epi32(lane);
 }
 
-// The most and the least that the halves of the four channels' lanes can come to, saturated.
-struct Extent {
-    __m128i most, least;
-
-    static Extent Of(__m128i weights, __m128i widths) {
-        const __m128i zero = _mm_setzero_si128();
-        return {_mm_maddubs_epi16(widths, _mm_max_epi8(weights, zero)),
-                _mm_maddubs_epi16(widths, _mm_min_epi8(weights, zero))};
-    }
-
-    Extent operator+(const Extent& other) const {
-        return {_mm_adds_epi16(most, other.most), _mm_adds_epi16(least, other.least)};
-    }
-
-    // What is saturated looks like the very limit, which is not used therefore.
-    bool fits() const {
-        const __m128i over = _mm_cmpeq_epi16(most, _mm_set1_epi16(INT16_MAX));
-        const __m128i under = _mm_cmpeq_epi16(least, _mm_set1_epi16(INT16_MIN));
-        return _mm_movemask_epi8(_mm_or_si128(over, under)) == 0;
-    }
-};
-
 // Puts steps of weights one after the other and divides them into runs.
 class RunWriter {
   public:
@@ -128,11 +93,8 @@ class RunWriter {
     }
 
   private:
-    // A pair's halves are at most 64 + 64: whatever the values are, they fit.
     void PutInHalves(size_t step, __m128i weights, __m128i widths) {
-        const __m128i more = _mm_srli_epi16(_mm_sub_epi8(weights, _mm_set1_epi8(INT8_MIN)), 1);
-        const __m128i half =
-            _mm_sub_epi8(_mm_and_si128(more, _mm_set1_epi8(INT8_MAX)), _mm_set1_epi8(64));
+        const __m128i half = HalfOf(weights);
         const __m128i rest = _mm_sub_epi8(weights, half);
         Begin(step, Extent::Of(half, widths));
         Append(half);

@@ -5,6 +5,7 @@
 #include <png.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -459,6 +460,170 @@ TEST_F(Eval, ChartsFollowTheReadersColoursAndMarkTheThresholds) {
         }
     }
     EXPECT_GE(marked, 3u);
+}
+
+// Of each group the pairs inside it, at the thresholds of all: counted from the table of all pairs.
+void ExpectRatesOfGroups(
+    const json& report, const std::string& table,
+    const std::function<std::string(const std::vector<std::string>&)>& groupOf) {
+    for (const json& group : report["groups"]) {
+        ASSERT_EQ(group["at"].size(), 2u) << "as many as have a threshold";
+        for (const json& at : group["at"]) {
+            Counts counts;
+            std::istringstream lines(table);
+            std::string line;
+            std::getline(lines, line);
+            while (std::getline(lines, line)) {
+                std::vector<std::string> fields;
+                std::istringstream parts(line);
+                for (std::string field; std::getline(parts, field, ',');) {
+                    fields.push_back(field);
+                }
+                if (groupOf(fields) != group["group"]) {
+                    continue;
+                }
+                const bool isAccepted = std::stof(fields[3]) >= at["threshold"].get<float>();
+                ++(fields[2] == "1" ? counts.same : counts.different);
+                counts.falseRejects += fields[2] == "1" && !isAccepted ? 1 : 0;
+                counts.falseAccepts += fields[2] == "0" && isAccepted ? 1 : 0;
+            }
+            EXPECT_GT(counts.different, 0u);
+            EXPECT_EQ(group["same_pairs"], counts.same);
+            EXPECT_EQ(group["different_pairs"], counts.different);
+            EXPECT_EQ(at["false_accepts"]["count"], counts.falseAccepts) << group["group"];
+            EXPECT_EQ(at["false_accepts"]["pairs"], counts.different);
+            EXPECT_EQ(at["false_rejects"]["count"], counts.falseRejects) << group["group"];
+            EXPECT_EQ(at["false_rejects"]["pairs"], counts.same);
+        }
+    }
+}
+
+TEST_F(Eval, RatesOfGroupsOfPeopleFromAColumn) {
+    MakePeople("abcdefghijkl");
+    WriteFile(folder_ / "people.csv",
+              "person,age,\"worn, or not\"\r\n"
+              "ada,30,hat\r\nben,40,\r\ncleo,50,none\r\ndan,,hat\r\n"
+              "eve,20,none\r\nfinn,20,none\r\nnobody,20,hat\r\n"
+              "kim,1,hat\r\nlena,1,hat\r\n");
+    const std::map<std::string, std::string> worn = {
+        {"ada", "hat"},   {"dan", "hat"},  {"kim", "hat"},  {"lena", "hat"},
+        {"cleo", "none"}, {"eve", "none"}, {"finn", "none"}};
+    const std::string out = folder_ / "out";
+    const std::string table = folder_ / "pairs.csv";
+    const std::string text = Output({people_, "--groups", folder_ / "people.csv", "--group-by",
+                                     "worn, or not", "--out", out, "--scores", table});
+    const json report = json::parse(ReadFile(out + "/report.json"));
+    EXPECT_EQ(report["group_by"], "worn, or not");
+    ASSERT_EQ(report["groups"].size(), 2u);
+    EXPECT_EQ(report["groups"][0]["group"], "hat");
+    EXPECT_EQ(report["groups"][0]["people"], 4);
+    EXPECT_EQ(report["groups"][0]["pictures"], 12);
+    EXPECT_EQ(report["groups"][1]["group"], "none");
+    EXPECT_EQ(report["groups"][1]["people"], 3);
+    EXPECT_EQ(report["pictures_without_group"], 15); // of those who are not named, or with nothing
+    ExpectRatesOfGroups(report, ReadFile(table), [&](const std::vector<std::string>& fields) {
+        const auto of = [&](const std::string& path) {
+            const auto found = worn.find(Person(path));
+            return found == worn.end() ? path : found->second;
+        };
+        return of(fields[0]) == of(fields[1]) ? of(fields[0]) : "";
+    });
+    // The figures of all are what they are without groups.
+    json without = JsonOutput({people_});
+    EXPECT_EQ(without["groups"], json::array());
+    EXPECT_EQ(without["recommended"], report["recommended"]);
+    EXPECT_EQ(without["table"], report["table"]);
+    const size_t begin = text.find("By worn, or not, at the thresholds above");
+    ASSERT_NE(begin, std::string::npos) << text;
+    EXPECT_NE(text.find("hat: 4 people, 12 pairs of one person, 54 of two", begin),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("15 pictures are in no group"), std::string::npos) << text;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80u) << line;
+    }
+}
+
+// Glasses and light are a picture's.
+TEST_F(Eval, RatesOfGroupsOfPictures) {
+    MakePeople("abcdefghijkl");
+    std::string list = "picture,light\n";
+    for (const Sample& sample : Samples("abcdefghijkl")) {
+        const std::string name = fs::path(sample.path).filename().string();
+        list += sample.person + "/" + name + (name.ends_with("-1.png") ? ",day\n" : ",night\n");
+    }
+    WriteFile(folder_ / "light.csv", list);
+    const std::string table = folder_ / "pairs.csv";
+    const json report = JsonOutput(
+        {people_, "--groups", folder_ / "light.csv", "--group-by", "light", "--scores", table});
+    ASSERT_EQ(report["groups"].size(), 2u);
+    EXPECT_EQ(report["groups"][0]["group"], "day");
+    EXPECT_EQ(report["groups"][0]["pictures"], 12);
+    EXPECT_EQ(report["groups"][0]["same_pairs"], 0);
+    EXPECT_TRUE(report["groups"][0]["at"][0]["false_rejects"].is_null());
+    EXPECT_EQ(report["groups"][1]["same_pairs"], 12);
+    EXPECT_EQ(report["groups"][1]["different_pairs"], 24 * 23 / 2 - 12);
+}
+
+TEST_F(Eval, RatesOfGroupsOfPairsFromAColumnOfTheirList) {
+    const std::vector<Sample> samples = Samples("abcdefghijkl");
+    std::string list = "# with headings\nfirst,second,same,score,where\n";
+    std::map<std::string, std::string> where;
+    for (size_t a = 0; a < samples.size(); ++a) {
+        for (size_t b = 0; b < a; ++b) {
+            const std::string group = b % 3 == 0 ? "hall" : b % 3 == 1 ? "door" : "";
+            list += samples[a].path + "," + samples[b].path +
+                    (samples[a].person == samples[b].person ? ",1,0.5," : ",0,,") + group + "\n";
+            where[samples[a].path + samples[b].path] = group;
+        }
+    }
+    const std::string table = folder_ / "scores.csv";
+    const json report =
+        JsonOutput({"--pairs", WriteList(list), "--group-by", "where", "--scores", table});
+    ASSERT_EQ(report["groups"].size(), 2u);
+    EXPECT_EQ(report["groups"][0]["group"], "door");
+    EXPECT_EQ(report["groups"][1]["group"], "hall");
+    ExpectRatesOfGroups(report, ReadFile(table), [&](const std::vector<std::string>& fields) {
+        return where.at(fields[0] + fields[1]);
+    });
+    // What --scores wrote is a list with headings, too.
+    EXPECT_EQ(JsonOutput({"--pairs", table})["recommended"], report["recommended"]);
+}
+
+TEST_F(Eval, ColumnsThatAreNotRightAreRefused) {
+    MakePeople("ab");
+    const auto refused = [&](const std::string& table, const std::string& words,
+                             const std::string& column = "age") {
+        WriteFile(folder_ / "groups.csv", table);
+        ExpectRefusal(Run({people_, "--groups", folder_ / "groups.csv", "--group-by", column}), 1,
+                      words);
+    };
+    refused("", "groups.csv: has no line of headings");
+    refused("ada,30\n", "has no line of headings; begin it with person or picture");
+    refused("person,size\nada,30\n", "has no column age; it has: size");
+    refused("person,age\nada\n", "line 2 has 1 field in place of 2");
+    refused("person,age\nada,3\nada,4\n", "line 3 says otherwise of ada than an earlier line");
+    refused("person,age\nzoe,3\n", "names nobody");
+    refused("picture,age\nada,3\n", "names none of the pictures");
+    refused("person,age\nada,\n", "says nothing in the column age");
+    refused("person,age\n\"ada,\n", "line 2 has a quotation mark without its end");
+    refused("person,age\nada,a\x1b[2J\n", "line 2 has control characters");
+    std::string many = "first,second,same,age\n";
+    for (int i = 0; i < 65; ++i) {
+        many += "p,q" + std::to_string(i) + ",0," + std::to_string(i) + "\n";
+    }
+    ExpectRefusal(Run({"--pairs", WriteList(many), "--group-by", "age"}), 1, "more than 64 groups");
+    const std::string list = Samples("a")[0].path + "," + Samples("a")[1].path;
+    ExpectRefusal(Run({"--pairs", WriteList(list + ",1\n"), "--group-by", "age"}), 1,
+                  "has no line of headings; begin it with first,second,same,age");
+    ExpectRefusal(
+        Run({"--pairs", WriteList("first,second,same,x\n" + list + ",1,2\n"), "--group-by", "age"}),
+        1, "has no column age; it has: x");
+    ExpectRefusedList("first,second,same,x\n" + list + ",1\n", "line 2 has 3 fields in place of 4");
+    ExpectRefusal(Run({people_, "--group-by", "age"}), 2, "--groups");
+    ExpectRefusal(Run({people_, "--groups", folder_ / "groups.csv"}), 2, "--group-by");
+    ExpectRefusal(Run({"--pairs", "list", "--groups", "x", "--group-by", "age"}), 2, "excludes");
 }
 
 TEST_F(Eval, TheReportFitsEightyColumns) {

@@ -326,6 +326,126 @@ TEST_F(Galleries, ExportFeaturesAsATable) {
                   "cannot be written");
 }
 
+// The array and the table that export writes give the same entries again, beside those that are there.
+TEST_F(Galleries, ImportWhatTheyExport) {
+    Enroll("a, \"b\"", {pictures_[0]});
+    Enroll("c", {pictures_[1], pictures_[2]});
+    const std::string models = json::parse(Output({"info", "--json"}))["models_sha256"];
+    for (const std::string ending : {".npy", ".csv"}) {
+        const std::string file = folder_ / ("x" + ending);
+        const std::string again = folder_ / ("again" + ending);
+        const json said = json::parse(Output({"gallery", "--json", "--export", file, gallery_}));
+        EXPECT_EQ(said["models_sha256"], models);
+        json made =
+            json::parse(Output({"gallery", "--json", "--import", file, "--models", models, again}));
+        EXPECT_EQ(made, json({{"added", 3}, {"features", 3}}));
+        EXPECT_EQ(std::filesystem::status(again).permissions(),
+                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+        // The same but for the blocks that they were added in.
+        Output({"gallery", "--export", folder_ / ("y" + ending), again});
+        EXPECT_EQ(ReadFile(folder_ / ("y" + ending)), ReadFile(file));
+        if (ending == ".npy") {
+            EXPECT_EQ(ReadFile(folder_ / "y.names.csv"), ReadFile(folder_ / "x.names.csv"));
+        }
+        // The first digits of the models are enough, and what is there stays.
+        EXPECT_EQ(Output({"gallery", "--import", file, "--models", models.substr(0, 8), again}),
+                  "3 features added; the gallery has 6\n");
+    }
+}
+
+TEST_F(Galleries, ImportNothingThatIsNotRight) {
+    Enroll("a", {pictures_[0]});
+    const std::string models = json::parse(Output({"info", "--json"}))["models_sha256"];
+    const std::string table = folder_ / "x.csv";
+    const std::string array = folder_ / "x.npy";
+    const std::string names = folder_ / "x.names.csv";
+    Output({"gallery", "--export", table, gallery_});
+    Output({"gallery", "--export", array, gallery_});
+    const std::string goodTable = ReadFile(table);
+    const std::string goodArray = ReadFile(array);
+    const std::string gallery = ReadFile(gallery_);
+    const auto refused = [&](const std::string& file, const std::string& words) {
+        ExpectRefusal(KovaFr({"gallery", "--import", file, "--models", models, gallery_}), kFailure,
+                      words);
+        EXPECT_EQ(ReadFile(gallery_), gallery);
+    };
+    const size_t second = goodTable.find('\n') + 1;
+    const std::string numbers = goodTable.substr(goodTable.find(',', second));
+    const auto table1 = [&](const std::string& text, const std::string& words) {
+        WriteFile(table, text);
+        refused(table, words);
+    };
+    const std::string heading = goodTable.substr(0, second);
+    table1("", "x.csv: has no line of headings name,f0,f1 and so on");
+    table1(goodTable.substr(second), "has no line of headings");
+    table1(heading, "has no features");
+    table1(heading + "a,1,2\n", "line 2 has 2 numbers in place of 128");
+    table1(heading + "\"a" + numbers, "line 2 has a quotation mark without its end");
+    table1(heading + numbers, "line 2: a name has 1 to 1000 bytes");
+    table1(heading + "a\x1b[2J" + numbers, "line 2: a name has 1 to 1000 bytes");
+    table1(goodTable + "b,one" + numbers.substr(numbers.find(',', 1)),
+           "line 3: 'one' is no number");
+    table1(heading + "a,nan" + numbers.substr(numbers.find(',', 1)), "entry 0 is no feature");
+    table1(heading + "a,0.9" + numbers.substr(numbers.find(',', 1)), "entry 0 is no feature");
+    table1(heading + std::string(100000, 'a'), "line 2 is too long");
+    const auto array1 = [&](const std::string& bytes, const std::string& words) {
+        WriteFile(array, bytes);
+        refused(array, words);
+    };
+    const auto with = [&](const std::string& from, const std::string& to) {
+        std::string bytes = goodArray;
+        return bytes.replace(bytes.find(from), from.size(), to);
+    };
+    array1("", "is no array of NumPy's");
+    array1(goodTable, "is no array of NumPy's");
+    array1(goodArray.substr(0, 60), "is cut short");
+    array1(goodArray.substr(0, goodArray.size() - 1), "is cut short");
+    array1(goodArray + "x", "has more bytes than its 1 rows");
+    array1(with("<f4", "<f8"), "needs 32-bit floats in rows of 128");
+    array1(with("False", "True "), "needs 32-bit floats in rows of 128");
+    array1(with("128", "127"), "needs 32-bit floats in rows of 128");
+    array1(with("(1,", "(9999999999999999999999,"), "needs 32-bit floats in rows of 128");
+    array1(with("(1,", "(36028797018963969,"), "is cut short"); // times 512 it wraps
+    array1(with("(1,", "(0,").substr(0, 128), "has no features");
+    std::string notUnit = goodArray;
+    notUnit.replace(128, 4, std::string("\0\0\x80\x7f", 4)); // infinite
+    array1(notUnit, "entry 0 is no feature");
+    WriteFile(array, goodArray);
+    WriteFile(names, "name\na\nb\n");
+    refused(array, "x.names.csv: has 2 names for 1 feature");
+    WriteFile(names, "a\n");
+    refused(array, "x.names.csv: has no line of heading");
+    WriteFile(names, "name\na\t\n");
+    refused(array, "x.names.csv: line 2: a name has 1 to 1000 bytes");
+    std::filesystem::remove(names);
+    refused(array, "x.names.csv: cannot be opened");
+}
+
+// Features say nothing of the models that made them, so whoever imports them must.
+TEST_F(Galleries, ImportNoFeaturesOfOtherModels) {
+    Enroll("a", {pictures_[0]});
+    const std::string table = folder_ / "x.csv";
+    Output({"gallery", "--export", table, gallery_});
+    const std::string other(64, '7');
+    const std::string again = folder_ / "again";
+    ExpectRefusal(KovaFr({"gallery", "--import", table, "--models", other, again}), kFailure,
+                  "were made by other models");
+    ExpectRefusal(KovaFr({"gallery", "--import", table, again}), kWrongUsage, "--models");
+    ExpectRefusal(KovaFr({"gallery", "--import", table, "--models", "12", again}), kWrongUsage,
+                  "8 to 64 digits");
+    ExpectRefusal(KovaFr({"gallery", "--import", folder_ / "x.txt", "--models", other, again}),
+                  kWrongUsage, "neither in .npy nor in .csv");
+    EXPECT_FALSE(std::filesystem::exists(again));
+    // A gallery that may not be written, and one of other models.
+    const std::string models = json::parse(Output({"info", "--json"}))["models_sha256"];
+    WriteFile(again, Version2File(std::string(32, 'm'), BlocksOf(RandomEntries(1, 1)), 1));
+    ExpectRefusal(KovaFr({"gallery", "--import", table, "--models", models, again}), kFailure,
+                  "models");
+    chmod(gallery_.c_str(), 0400);
+    ExpectRefusal(KovaFr({"gallery", "--import", table, "--models", models, gallery_}), kFailure,
+                  "is read-only");
+}
+
 // As an earlier program left it.
 TEST_F(Galleries, OfVersion1AreSearchedListedAndChanged) {
     Enroll("models", {pictures_[0]});

@@ -556,6 +556,39 @@ TEST(RedrawnPeople, PairsOfOnePersonAreNotIndependent) {
     EXPECT_GE(errors.falseRejects->interval.high, 0.2);
 }
 
+// At thresholds that come from elsewhere rates and intervals are those that the figures have there.
+TEST(RedrawnPeople, ErrorsAtGivenThresholdsAreThoseOfTheFigures) {
+    std::vector<std::vector<Feature>> people;
+    for (int person = 0; person < 8; ++person) {
+        std::vector<Feature>& pictures = people.emplace_back();
+        for (int picture = 0; picture < 4; ++picture) {
+            pictures.push_back(At(11 * person + 5 * picture));
+        }
+    }
+    const Comparisons comparisons = ComparisonsOf(people);
+    const Scores scores = ScorePairs(comparisons, {}, NoProgress);
+    const Figures figures = ComputeFigures(scores, comparisons.people, 50, 3, NoProgress);
+    std::vector<size_t> ranks;
+    for (const ErrorsAt& errors : figures.table) {
+        ranks.push_back(errors.rank);
+    }
+    const std::vector<ErrorsAt> again = ErrorsAtRanks(scores, comparisons.people, ranks, 50, 3);
+    ASSERT_EQ(again.size(), figures.table.size());
+    size_t withErrors = 0;
+    for (size_t i = 0; i < again.size(); ++i) {
+        EXPECT_EQ(again[i].rank, figures.table[i].rank);
+        for (const auto kind : {&ErrorsAt::falseAccepts, &ErrorsAt::falseRejects}) {
+            ASSERT_TRUE(again[i].*kind && figures.table[i].*kind);
+            EXPECT_EQ((again[i].*kind)->count, (figures.table[i].*kind)->count);
+            EXPECT_EQ((again[i].*kind)->total, (figures.table[i].*kind)->total);
+            EXPECT_EQ((again[i].*kind)->interval.low, (figures.table[i].*kind)->interval.low);
+            EXPECT_EQ((again[i].*kind)->interval.high, (figures.table[i].*kind)->interval.high);
+            withErrors += (again[i].*kind)->count > 0 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(withErrors, 10u);
+}
+
 // Where the truth is known from many more people, it lies in nearly all intervals of samples.
 TEST(RedrawnPeople, IntervalsCoverTheTruth) {
     const size_t rank = RankOfSteps(3000);

@@ -10,6 +10,7 @@
 #include "evaluation/charts/error_charts.h"
 #include "evaluation/eval_features.h"
 #include "evaluation/eval_input.h"
+#include "evaluation/grouping.h"
 #include "evaluation/pair_scores.h"
 #include "evaluation/report/contact_sheet.h"
 #include "evaluation/report/eval_report.h"
@@ -33,6 +34,8 @@ struct EvalOptions {
     std::string outFolder;
     std::string scoresPath;  // empty: no table of pairs
     std::string againstPath; // empty: no second curve
+    std::string groupsPath;  // who belongs to which group, of a folder
+    std::string groupColumn; // empty: no rates by group
     bool byName = false;
     FeatureReading reading;
     bool json = false;
@@ -51,6 +54,11 @@ four nines against false accepts. Counts at a threshold are exact. --out adds th
 files report.txt, report.json, roc.svg, det.svg, histogram.svg, and worst.png, which
 shows the faces of the pairs that are most wrong. --scores writes a table of all pairs.
 --against draws the curve of an earlier report.json beside this one.
+
+--group-by adds the rates inside groups, at the thresholds of all. For a folder --groups
+is a table with headings: person,age and lines such as ada,30; or picture,light and
+lines such as ada/1.png,day. A list of pairs has the column itself, below a line of
+headings: first,second,same,light.
 docs/THRESHOLDS.md explains the words and how to choose.
 
 )";
@@ -61,14 +69,24 @@ Examples:
   kova-fr eval --by-name --out result samples/
   kova-fr eval --pairs pairs.txt --json
   kova-fr eval --out new --against old/report.json --scores pairs.csv people/
+  kova-fr eval --groups people.csv --group-by age people/
   kova-fr eval --crop --strict --out result faces/)";
 
 EvalInput ReadInput(const EvalOptions& options) {
     if (options.folder.empty() == options.pairsPath.empty()) {
         throw CLI::RequiredError("either FOLDER or --pairs");
     }
-    return options.pairsPath.empty() ? FindPeople(options.folder, options.byName)
-                                     : ReadPairs(options.pairsPath);
+    if (!options.pairsPath.empty()) {
+        return ReadPairs(options.pairsPath, options.groupColumn);
+    }
+    if (options.groupColumn.empty() != options.groupsPath.empty()) {
+        throw CLI::RequiredError("both --groups and --group-by for a folder");
+    }
+    EvalInput input = FindPeople(options.folder, options.byName);
+    if (!options.groupColumn.empty()) {
+        input.grouping = ReadGroups(options.groupsPath, options.groupColumn, options.folder, input);
+    }
+    return input;
 }
 
 void CheckNotEmpty(const kova_statistics::Comparisons& comparisons) {
@@ -118,6 +136,33 @@ CropOf CropsOf(const Recogniser& recogniser, const FeatureReading& reading) {
             return {}; // it has changed since it was read
         }
     };
+}
+
+// The rates inside each group, where all pairs put the thresholds.
+void AddGroups(const EvalInput& input, const std::vector<std::optional<Feature>>& features,
+               const kova_statistics::ScoringLimits& limits, Evaluation& evaluation) {
+    std::vector<size_t> ranks;
+    for (const kova_statistics::Recommendation& one : evaluation.figures.recommendations) {
+        if (one.errors) {
+            ranks.push_back(one.errors->rank);
+        }
+    }
+    const Grouping& grouping = input.grouping;
+    Progress comparing("Comparing in groups");
+    for (uint32_t group = 0; group < grouping.names.size(); ++group) {
+        comparing.Show(group, grouping.names.size());
+        const kova_statistics::Comparisons inside = ComparisonsOfGroup(input, features, group);
+        const kova_statistics::Scores scores = ScorePairs(inside, limits, [](size_t, size_t) {});
+        const kova_statistics::Acceptance acceptance(scores.all);
+        evaluation.groups.push_back(
+            {grouping.names[group], inside.features.size(), inside.people, acceptance.SamePairs(),
+             acceptance.DifferentPairs(),
+             ErrorsAtRanks(scores, inside.people, ranks, evaluation.rounds, limits.seed)});
+    }
+    comparing.Clear();
+    evaluation.groupColumn = grouping.column;
+    evaluation.withoutGroup =
+        static_cast<size_t>(std::count(grouping.of.begin(), grouping.of.end(), kNoGroup));
 }
 
 OutputFile FileOf(const fs::path& path, const std::string& text) {
@@ -180,6 +225,7 @@ void RunEval(const EvalOptions& options) {
     evaluation.seed = options.seed;
     evaluation.isCrops = options.reading.isCrop;
     evaluation.strangers = DifferentFromTheHighest(kova_statistics::Acceptance(scores.all));
+    AddGroups(input, features, limits, evaluation);
 
     const std::string text = EvaluationText(evaluation);
     const std::string json = EvaluationJson(evaluation);
@@ -234,6 +280,16 @@ void AddEvalCommand(CLI::App& program) {
                     "Draw the curve of this earlier report beside the new one; needs --out")
         ->needs("--out")
         ->type_name("report.json");
+    command
+        .add_option("--groups", options->groupsPath,
+                    "Table that says of people or pictures which group they belong to")
+        ->needs(folder)
+        ->excludes("--pairs")
+        ->type_name("FILE.csv");
+    command
+        .add_option("--group-by", options->groupColumn,
+                    "Rates by what stands in this column, of --groups or of the list of pairs")
+        ->type_name("COLUMN");
     AddReadingOptions(command, options->reading);
     command.add_option("--rounds", options->rounds, "Sets of redrawn people for the intervals")
         ->check(CLI::Range(10, 100000))

@@ -9,8 +9,10 @@
 #include <set>
 #include <sstream>
 
+#include "evaluation/grouping.h"
+#include "files/csv.h"
 #include "files/failure.h"
-#include "files/input_file.h"
+#include "terminal/label.h"
 
 namespace kova_cli {
 namespace {
@@ -39,9 +41,15 @@ std::vector<fs::path> Entries(const fs::path& folder, bool (*isWanted)(const fs:
     return entries;
 }
 
+// Where the system cannot say, a whole person would be passed over.
 bool IsFolder(const fs::path& path) {
     std::error_code error;
-    return fs::is_directory(path, error);
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::none) {
+        throw Failure(path.string() + ": cannot be read: " + error.message() +
+                      "; name a folder with one sub-folder a person");
+    }
+    return fs::is_directory(status);
 }
 
 // Notes and lists may lie among the pictures.
@@ -85,48 +93,15 @@ class Groups {
     throw Failure("line " + std::to_string(line) + " " + what);
 }
 
-// The next name or number of a line, quoted or not.
-std::string TakeQuotable(std::string_view& rest, char separator, size_t line) {
-    std::string field;
-    if (!rest.starts_with('"')) {
-        const size_t end = std::min(rest.find(separator), rest.size());
-        field = rest.substr(0, end);
-        rest.remove_prefix(end);
-        return field;
-    }
-    rest.remove_prefix(1);
-    while (true) {
-        const size_t quote = rest.find('"');
-        if (quote == std::string_view::npos) {
-            FailLine(line, "has a quotation mark without its end");
-        }
-        field += rest.substr(0, quote);
-        rest.remove_prefix(quote + 1);
-        if (!rest.starts_with('"')) {
-            return field;
-        }
-        field += '"'; // doubled inside a name
-        rest.remove_prefix(1);
-    }
-}
-
-std::vector<std::string> SeparatedFields(std::string_view rest, char separator, size_t line) {
-    std::vector<std::string> fields = {TakeQuotable(rest, separator, line)};
-    while (rest.starts_with(separator)) {
-        rest.remove_prefix(1);
-        fields.push_back(TakeQuotable(rest, separator, line));
-    }
-    if (!rest.empty()) {
-        FailLine(line, "goes on behind a quotation mark; put the separator there");
-    }
-    return fields;
-}
-
 // Commas win over tabs, and these over spaces, which names may have then.
 std::vector<std::string> Fields(const std::string& text, size_t line) {
     for (const char separator : {',', '\t'}) {
         if (text.find(separator) != std::string::npos) {
-            return SeparatedFields(text, separator, line);
+            try {
+                return CsvFields(text, separator);
+            } catch (const Failure& failure) {
+                FailLine(line, failure.what());
+            }
         }
     }
     std::istringstream words(text);
@@ -139,21 +114,31 @@ std::vector<std::string> Fields(const std::string& text, size_t line) {
 
 class PairList {
   public:
-    explicit PairList(const fs::path& folder) : folder_(folder) {}
+    PairList(const fs::path& folder, const std::string& groupColumn)
+        : folder_(folder), groupColumn_(groupColumn) {}
 
     void AddLine(const std::string& text, size_t line) {
         if (text.starts_with('#')) {
             return;
         }
         const std::vector<std::string> fields = Fields(text, line);
-        if (fields.empty()) {
+        if (fields.empty() || TakeHeadings(fields)) {
             return;
         }
-        if (fields.size() != 3 || fields[0].empty() || fields[1].empty() ||
-            (fields[2] != "0" && fields[2] != "1")) {
+        if (headings_ > 0 && fields.size() != headings_) {
+            FailLine(line, "has " + std::to_string(fields.size()) + " fields in place of " +
+                               std::to_string(headings_));
+        }
+        if (fields.size() < 3 || (headings_ == 0 && fields.size() > 3) || fields[0].empty() ||
+            fields[1].empty() || (fields[2] != "0" && fields[2] != "1")) {
             FailLine(line, "is no pair; write: picture picture 1 (one person) or 0 (two people)");
         }
-        AddPair(Number(fields[0]), Number(fields[1]), fields[2] == "1", line);
+        if (OneLine(fields[groupAt_]) != fields[groupAt_]) {
+            FailLine(line, "has control characters");
+        }
+        if (AddPair(Number(fields[0]), Number(fields[1]), fields[2] == "1", line)) {
+            groups_.push_back(fields[groupAt_]);
+        }
     }
 
     EvalInput Finish() {
@@ -173,10 +158,29 @@ class PairList {
             }
         }
         NumberPeople(groups);
+        if (!groupColumn_.empty()) {
+            input_.grouping = NumberGroups(groupColumn_, groups_);
+        }
         return std::move(input_);
     }
 
   private:
+    // What stands first may be headings.
+    bool TakeHeadings(const std::vector<std::string>& fields) {
+        const bool isFirst = !hasBegun_;
+        hasBegun_ = true;
+        if (isFirst && fields.size() >= 3 && fields[2] == "same") {
+            headings_ = fields.size();
+            groupAt_ = groupColumn_.empty() ? 0 : ColumnOf(groupColumn_, fields, 3);
+            return true;
+        }
+        if (isFirst && !groupColumn_.empty()) {
+            throw Failure("has no line of headings; begin it with first,second,same," +
+                          groupColumn_);
+        }
+        return false;
+    }
+
     uint32_t Number(const std::string& name) {
         const auto next = static_cast<uint32_t>(input_.pictures.size());
         const std::string path = (folder_ / name).string();
@@ -187,7 +191,8 @@ class PairList {
         return place->second;
     }
 
-    void AddPair(uint32_t first, uint32_t second, bool isSame, size_t line) {
+    // False where an earlier line has it.
+    bool AddPair(uint32_t first, uint32_t second, bool isSame, size_t line) {
         if (first == second) {
             FailLine(line, "compares a picture with itself");
         }
@@ -197,11 +202,12 @@ class PairList {
         }
         if (!isNew) {
             ++input_.repeatedPairs;
-            return;
+            return false;
         }
         input_.pairs->push_back({first, second});
         isSame_.push_back(isSame);
         line_.push_back(line);
+        return true;
     }
 
     void NumberPeople(Groups& groups) {
@@ -214,7 +220,12 @@ class PairList {
     }
 
     fs::path folder_;
-    EvalInput input_{{}, {}, 0, {}, std::vector<Pair>(), 0};
+    std::string groupColumn_;
+    bool hasBegun_ = false;
+    size_t headings_ = 0; // none: three columns
+    size_t groupAt_ = 0;  // of the groups' column; without, names of pictures do no harm
+    std::vector<std::string> groups_; // of each pair
+    EvalInput input_{{}, {}, 0, {}, std::vector<Pair>(), 0, {}};
     std::vector<bool> isSame_; // of each pair
     std::vector<size_t> line_;
     std::map<std::string, uint32_t> numbers_;
@@ -286,22 +297,13 @@ EvalInput FindNamedPeople(const std::string& folder) {
     return FindPeople(folder, HasPicturesItself(folder));
 }
 
-EvalInput ReadPairs(const std::string& path) {
-    try {
-        const std::vector<uint8_t> bytes = ReadWholeFile(path, kLongestList);
-        std::istringstream lines(std::string(bytes.begin(), bytes.end()));
-        PairList list(fs::path(path).parent_path());
-        size_t number = 0;
-        for (std::string line; std::getline(lines, line);) {
-            if (line.ends_with('\r')) {
-                line.pop_back();
-            }
-            list.AddLine(line, ++number);
-        }
+EvalInput ReadPairs(const std::string& path, const std::string& groupColumn) {
+    return Naming(path, [&] {
+        const InputFile file(path, kLongestList);
+        PairList list(fs::path(path).parent_path(), groupColumn);
+        ReadLines(file, [&](const std::string& text, size_t line) { list.AddLine(text, line); });
         return list.Finish();
-    } catch (const Failure& failure) {
-        throw Failure(path + ": " + failure.what());
-    }
+    });
 }
 
 kova_statistics::Comparisons MakeComparisons(

@@ -3,6 +3,7 @@
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
+#include <new>
 
 // Needs what <cstdio> declares before it.
 #include <jpeglib.h>
@@ -28,6 +29,7 @@ struct JpegReader {
     jpeg_error_mgr manager = {};
     std::jmp_buf onError;
     char error[JMSG_LENGTH_MAX] = "";
+    bool isWithoutMemory = false;
     bool isCut = false;             // the file has ended
     uint32_t goodRows = UINT32_MAX; // that came before that, of a picture read row by row
     bool isFine = false;            // of one that is sent in rounds: all that shows came
@@ -41,6 +43,7 @@ struct JpegReader {
 [[noreturn]] void OnError(j_common_ptr info) {
     auto* reader = static_cast<JpegReader*>(info->client_data);
     info->err->format_message(info, reader->error);
+    reader->isWithoutMemory = info->err->msg_code == JERR_OUT_OF_MEMORY;
     std::longjmp(reader->onError, 1);
 }
 
@@ -69,6 +72,13 @@ JpegReader::JpegReader() {
     manager.error_exit = OnError;
     manager.emit_message = OnMessage;
     info.client_data = this;
+}
+
+[[noreturn]] void Fail(const JpegReader& reader) {
+    if (reader.isWithoutMemory) {
+        throw std::bad_alloc();
+    }
+    FailDamaged(reader.error);
 }
 
 // The form in which libjpeg is asked for the pixels.
@@ -192,7 +202,7 @@ bool IsJpeg(Bytes file) {
 GreyPicture DecodeJpeg(Bytes file) {
     JpegReader reader;
     if (!ReadHeader(reader, file)) {
-        FailDamaged(reader.error);
+        Fail(reader);
     }
     GreyPicture picture;
     picture.width = reader.info.image_width;
@@ -208,7 +218,7 @@ GreyPicture DecodeJpeg(Bytes file) {
     const int orientation = Orientation(reader.info);
     const bool inRounds = jpeg_has_multiple_scans(&reader.info) != FALSE;
     if (!ReadRows(reader, row.data(), picture)) {
-        FailDamaged(reader.error);
+        Fail(reader);
     }
     if (reader.isCut) {
         picture.warning = WordsForCut(reader.goodRows, picture.height, inRounds, reader.isFine);

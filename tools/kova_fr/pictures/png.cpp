@@ -3,7 +3,9 @@
 
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "files/failure.h"
 #include "grey/luma.h"
@@ -19,6 +21,7 @@ namespace {
 struct PngReader {
     Bytes rest; // what is not read yet
     char error[128] = "";
+    bool isWithoutMemory = false;
     png_structp png = nullptr;
     png_infop info = nullptr;
 
@@ -36,6 +39,24 @@ void OnError(png_structp png, png_const_charp text) {
 
 void OnWarning(png_structp, png_const_charp) {}
 
+// libpng takes no memory for a damaged file.
+png_voidp Allocate(png_structp png, png_alloc_size_t size) {
+    void* block = std::malloc(size);
+    if (block == nullptr) {
+        static_cast<PngReader*>(png_get_mem_ptr(png))->isWithoutMemory = true;
+    }
+    return block;
+}
+
+void Free(png_structp, png_voidp block) { std::free(block); }
+
+[[noreturn]] void Fail(const PngReader& reader) {
+    if (reader.isWithoutMemory) {
+        throw std::bad_alloc();
+    }
+    FailDamaged(reader.error);
+}
+
 void OnRead(png_structp png, png_bytep to, size_t count) {
     auto* reader = static_cast<PngReader*>(png_get_io_ptr(png));
     if (count > reader->rest.size()) {
@@ -46,13 +67,14 @@ void OnRead(png_structp png, png_bytep to, size_t count) {
 }
 
 PngReader::PngReader(Bytes file) : rest(file) {
-    png = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, OnError, OnWarning);
+    png = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, this, OnError, OnWarning, this, Allocate,
+                                   Free);
     if (png != nullptr) {
         info = png_create_info_struct(png);
     }
     if (info == nullptr) {
         png_destroy_read_struct(&png, &info, nullptr);
-        throw Failure("the PNG library cannot be set up; not enough memory");
+        throw std::bad_alloc();
     }
 }
 
@@ -145,7 +167,7 @@ GreyPicture DecodePng(Bytes file) {
     CheckChunks(file);
     PngReader reader(file);
     if (!ReadHeader(reader)) {
-        FailDamaged(reader.error);
+        Fail(reader);
     }
     GreyPicture picture;
     picture.width = png_get_image_width(reader.png, reader.info);
@@ -153,13 +175,13 @@ GreyPicture DecodePng(Bytes file) {
     CheckPictureSize(picture.width, picture.height);
     int passes = 1;
     if (!SetUpRows(reader, &passes)) {
-        FailDamaged(reader.error);
+        Fail(reader);
     }
     picture.pixels.resize(size_t{picture.width} * picture.height);
     std::vector<uint8_t> rows(png_get_rowbytes(reader.png, reader.info) *
                               (passes > 1 ? picture.height : 1));
     if (!ReadRows(reader, passes, rows.data(), picture)) {
-        FailDamaged(reader.error);
+        Fail(reader);
     }
     MakeUpright(Orientation(reader), picture);
     return picture;

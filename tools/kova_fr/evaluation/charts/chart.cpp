@@ -18,6 +18,7 @@ constexpr double kPlotBottom = kHeight - 62;
 constexpr double kLegendMiddle = 70; // of its first line
 constexpr double kLegendLine = 20;
 constexpr double kLetterWidth = 6.9; // of a label of 12.5 pixels, on average
+constexpr double kLabelLine = 15;
 
 // Light and dark, as the reader's system is. Blue, orange and green can be told apart by people who
 // see colours differently as well.
@@ -174,12 +175,17 @@ void Chart::AddDot(const Point& point, const std::string& colour, const std::str
                     top, colour.c_str());
     const double length = kLetterWidth * static_cast<double>(text.size());
     const bool isLeft = side == Side::kUpperLeft;
-    for (const double down : {-7.0, 15.0, -22.0, 30.0, -37.0, 45.0}) {
-        for (const bool atLeft : {isLeft, !isLeft}) {
-            const double begin = atLeft ? left - 9 - length : left + 9;
-            if (Takes({begin, top + down - 11, begin + length, top + down + 3})) {
-                marks_ += Text(begin, top + down, "class=\"halo\"", text);
-                return;
+    const auto writes = [&](double begin, double line) {
+        const bool takes = Takes({begin, line - 11, begin + length, line + 3});
+        marks_ += takes ? Text(begin, line, "class=\"halo\"", text) : "";
+        return takes;
+    };
+    for (double away = 0; away < kPlotBottom - kPlotTop; away += kLabelLine) {
+        for (const double line : {top - 7 - away, top + kLabelLine + away}) {
+            for (const bool atLeft : {isLeft, !isLeft}) {
+                if (writes(atLeft ? left - 9 - length : left + 9, line)) {
+                    return;
+                }
             }
         }
     }
@@ -189,14 +195,20 @@ void Chart::AddUpright(double x, const std::string& text) {
     const double left = Left(x);
     marks_ += Line(left, kPlotTop, left, kPlotBottom, "class=\"dash\"");
     const double length = kLetterWidth * static_cast<double>(text.size());
-    for (const double beside : {-5.0, 15.0}) {
+    const auto writes = [&](double foot) {
         for (double top = kPlotTop + 8; top + length < kPlotBottom; top += 12) {
-            if (Takes({left + beside - 11, top, left + beside + 3, top + length})) {
-                marks_ += Print("<g transform=\"translate(%.1f %.1f) rotate(-90)\">", left + beside,
+            if (Takes({foot - 11, top, foot + 3, top + length})) {
+                marks_ += Print("<g transform=\"translate(%.1f %.1f) rotate(-90)\">", foot,
                                 top + length) +
                           Text(0, 0, "class=\"halo\"", text) + "</g>\n";
-                return;
+                return true;
             }
+        }
+        return false;
+    };
+    for (double away = 0; away < kPlotRight - kPlotLeft; away += kLabelLine) {
+        if (writes(left - 5 - away) || writes(left + kLabelLine + away)) {
+            return;
         }
     }
 }

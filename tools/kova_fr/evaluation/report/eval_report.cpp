@@ -114,6 +114,62 @@ std::string Table(const Figures& figures) {
     return text;
 }
 
+std::string CountText(uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// The rates that were wanted, where there is a threshold for them.
+std::vector<double> WantedOf(const Figures& figures) {
+    std::vector<double> wanted;
+    for (const Recommendation& one : figures.recommendations) {
+        if (one.errors) {
+            wanted.push_back(one.wanted);
+        }
+    }
+    return wanted;
+}
+
+std::string Groups(const Evaluation& evaluation) {
+    if (evaluation.groupColumn.empty()) {
+        return "";
+    }
+    const std::vector<double> wanted = WantedOf(evaluation.figures);
+    std::string text = "\n" +
+                       Wrapped("By " + evaluation.groupColumn +
+                                   ", at the thresholds above; pairs inside each group alone.",
+                               "", "") +
+                       "at most FAR %  threshold  false accepts %             false rejects %\n";
+    for (const GroupErrors& group : evaluation.groups) {
+        text += Wrapped(group.name + ": " + CountText(group.people, "person", "people") + ", " +
+                            CountText(group.samePairs, "pair", "pairs") + " of one person, " +
+                            std::to_string(group.differentPairs) + " of two",
+                        "", "  ");
+        for (size_t i = 0; i < group.errors.size(); ++i) {
+            text += PadLeft(Print("%g", 100 * wanted[i]), 13) + "  " +
+                    PadLeft(ThresholdText(group.errors[i]), 9) + "  " +
+                    PadRight(RateText(group.errors[i].falseAccepts), kRateLength) + " " +
+                    RateText(group.errors[i].falseRejects) + "\n";
+        }
+    }
+    return text;
+}
+
+// What is to be known before groups are compared.
+void AddGroupNotes(const Evaluation& evaluation, std::vector<std::string>& notes) {
+    if (evaluation.groupColumn.empty()) {
+        return;
+    }
+    notes.push_back(
+        "Groups: people of one group are often more alike than people of all, so false accepts "
+        "inside a group may be more than wanted. Groups differ only where their intervals do.");
+    if (evaluation.withoutGroup > 0) {
+        notes.push_back(CountText(evaluation.withoutGroup,
+                                  evaluation.hasPeople ? "picture" : "pair",
+                                  evaluation.hasPeople ? "pictures" : "pairs") +
+                        (evaluation.withoutGroup == 1 ? " is" : " are") + " in no group.");
+    }
+}
+
 std::vector<std::string> Notes(const Evaluation& evaluation) {
     const Figures& figures = evaluation.figures;
     std::vector<std::string> notes;
@@ -151,6 +207,7 @@ std::vector<std::string> Notes(const Evaluation& evaluation) {
             "* Fewer than 30 false accepts are to be expected there: the threshold "
             "hangs on a few pairs.");
     }
+    AddGroupNotes(evaluation, notes);
     if (figures.samePairs == 0) {
         notes.push_back("No person has two pictures, so nothing is known about false rejects.");
     }
@@ -218,6 +275,25 @@ ordered_json RecommendationJson(const Recommendation& one) {
     return json;
 }
 
+ordered_json GroupsJson(const Evaluation& evaluation) {
+    const std::vector<double> wanted = WantedOf(evaluation.figures);
+    ordered_json groups = ordered_json::array();
+    for (const GroupErrors& group : evaluation.groups) {
+        ordered_json at = ordered_json::array();
+        for (size_t i = 0; i < group.errors.size(); ++i) {
+            at.push_back({{"wanted_false_accepts", wanted[i]}});
+            at.back().update(ErrorsJson(group.errors[i]));
+        }
+        groups.push_back({{"group", group.name},
+                          {"people", group.people},
+                          {"pictures", group.pictures},
+                          {"same_pairs", group.samePairs},
+                          {"different_pairs", group.differentPairs},
+                          {"at", at}});
+    }
+    return groups;
+}
+
 ordered_json AccuracyJson(const std::optional<kova_statistics::Accuracy>& accuracy) {
     if (!accuracy) {
         return nullptr;
@@ -230,8 +306,8 @@ ordered_json AccuracyJson(const std::optional<kova_statistics::Accuracy>& accura
 } // namespace
 
 std::string EvaluationText(const Evaluation& evaluation) {
-    std::string text =
-        Summary(evaluation) + Recommended(evaluation.figures) + Table(evaluation.figures) + "\n";
+    std::string text = Summary(evaluation) + Recommended(evaluation.figures) + Groups(evaluation) +
+                       Table(evaluation.figures) + "\n";
     for (const std::string& note : Notes(evaluation)) {
         text += Wrapped(note, "- ", "  ");
     }
@@ -253,6 +329,11 @@ std::string EvaluationJson(const Evaluation& evaluation) {
     for (const Recommendation& one : figures.recommendations) {
         json["recommended"].push_back(RecommendationJson(one));
     }
+    json["group_by"] =
+        evaluation.groupColumn.empty() ? ordered_json() : ordered_json(evaluation.groupColumn);
+    json["groups"] = GroupsJson(evaluation);
+    json[evaluation.hasPeople ? "pictures_without_group" : "pairs_without_group"] =
+        evaluation.withoutGroup;
     json["table"] = ordered_json::array();
     for (const ErrorsAt& errors : figures.table) {
         json["table"].push_back(ErrorsJson(errors));

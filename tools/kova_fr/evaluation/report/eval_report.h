@@ -8,6 +8,16 @@
 
 namespace kova_cli {
 
+// The pairs inside a group, at the thresholds that are recommended for all.
+struct GroupErrors {
+    std::string name;
+    size_t pictures = 0;
+    uint32_t people = 0;
+    uint64_t samePairs = 0;
+    uint64_t differentPairs = 0;
+    std::vector<kova_statistics::ErrorsAt> errors; // of each threshold that there is
+};
+
 // What was measured, and with which result.
 struct Evaluation {
     size_t pictures = 0;
@@ -24,6 +34,9 @@ struct Evaluation {
     bool isCrops = false; // the pictures were crops, so that nobody looked for faces
     std::vector<kova_statistics::AcceptedAt> strangers; // the highest scores of two people
     kova_statistics::Figures figures;
+    std::string groupColumn; // empty: nobody asked for groups
+    std::vector<GroupErrors> groups;
+    size_t withoutGroup = 0; // pictures or, of a list, pairs
 };
 
 // For people, in 80 columns.

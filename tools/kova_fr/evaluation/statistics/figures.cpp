@@ -81,6 +81,21 @@ ErrorsAt Errors(const Acceptance& acceptance, size_t rank, const Trials& trials,
     return errors;
 }
 
+// One person can only be drawn again.
+uint32_t Rounds(uint32_t people, uint32_t rounds) { return people >= 2 ? rounds : 0; }
+
+// At all thresholds that people were redrawn for.
+std::vector<ErrorsAt> AllErrors(const Scores& scores, const Acceptance& acceptance,
+                                const Bootstrap& bootstrap, const Spread& spread) {
+    const Trials trials = CountTrials(scores.drawn);
+    std::vector<ErrorsAt> errors;
+    for (size_t i = 0; i < bootstrap.thresholds.size(); ++i) {
+        errors.push_back(Errors(acceptance, bootstrap.thresholds[i], trials, spread.falseAccepts[i],
+                                spread.falseRejects[i]));
+    }
+    return errors;
+}
+
 std::optional<Figure> MakeFigure(const std::optional<double>& value,
                                  const std::optional<Interval>& interval) {
     return value ? std::optional(Figure{*value, interval}) : std::nullopt;
@@ -113,7 +128,7 @@ Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, u
     figures.recommendations = Wanted(acceptance);
 
     Bootstrap bootstrap;
-    bootstrap.rounds = people >= 2 ? rounds : 0; // one person can only be drawn again
+    bootstrap.rounds = Rounds(people, rounds);
     bootstrap.seed = seed;
     bootstrap.rates = CurveRates(acceptance);
     bootstrap.thresholds = TableThresholds();
@@ -121,16 +136,13 @@ Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, u
     for (const Recommendation& one : figures.recommendations) {
         bootstrap.thresholds.push_back(one.errors ? one.errors->rank : 0);
     }
-    const Trials trials = CountTrials(scores.drawn);
     const Spread spread = BootstrapPeople(scores, people, bootstrap, progress);
-
-    for (size_t i = 0; i < bootstrap.thresholds.size(); ++i) {
-        const ErrorsAt errors = Errors(acceptance, bootstrap.thresholds[i], trials,
-                                       spread.falseAccepts[i], spread.falseRejects[i]);
+    const std::vector<ErrorsAt> errors = AllErrors(scores, acceptance, bootstrap, spread);
+    for (size_t i = 0; i < errors.size(); ++i) {
         if (i < tableSize) {
-            figures.table.push_back(errors);
+            figures.table.push_back(errors[i]);
         } else if (Recommendation& one = figures.recommendations[i - tableSize]; one.errors) {
-            one.errors = errors;
+            one.errors = errors[i];
         }
     }
     for (size_t i = 0; i < bootstrap.rates.size(); ++i) {
@@ -146,6 +158,14 @@ Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, u
         figures.rank1 = MakeFigure(Rank1(scores.found), spread.rank1);
     }
     return figures;
+}
+
+std::vector<ErrorsAt> ErrorsAtRanks(const Scores& scores, uint32_t people,
+                                    const std::vector<size_t>& ranks, uint32_t rounds,
+                                    uint64_t seed) {
+    const Bootstrap bootstrap{Rounds(people, rounds), seed, ranks, {}};
+    return AllErrors(scores, Acceptance(scores.all), bootstrap,
+                     BootstrapPeople(scores, people, bootstrap, [](size_t, size_t) {}));
 }
 
 } // namespace kova_statistics

@@ -69,4 +69,9 @@ struct Figures {
 Figures ComputeFigures(const Scores& scores, uint32_t people, uint32_t rounds, uint64_t seed,
                        const std::function<void(size_t, size_t)>& progress);
 
+// The errors at thresholds that come from elsewhere, such as those that were chosen on more people.
+std::vector<ErrorsAt> ErrorsAtRanks(const Scores& scores, uint32_t people,
+                                    const std::vector<size_t>& ranks, uint32_t rounds,
+                                    uint64_t seed);
+
 } // namespace kova_statistics
