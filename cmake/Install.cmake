@@ -21,7 +21,11 @@ if(TARGET kova_find)
             LIBRARY COMPONENT finder NAMELINK_COMPONENT development
             ARCHIVE COMPONENT development)
 endif()
-install(DIRECTORY include/orvo TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN "*.h")
+set(without)
+if(NOT TARGET kova_mpi_host)
+    set(without PATTERN kova_mpi_host.h EXCLUDE)
+endif()
+install(DIRECTORY include/orvo TYPE INCLUDE COMPONENT development FILES_MATCHING PATTERN "*.h" ${without})
 install(FILES LICENSE TYPE DOC)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orvo_fr")

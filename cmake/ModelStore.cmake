@@ -1,6 +1,7 @@
 # Packs and enciphers the models into sources that the library compiles in.
 #
 # pack_models runs on the build machine, so a cross build compiles it there in a build of its own.
+# ORVO_PACK_MODELS names one that is there already, for builds whose own sources are not to be trusted with it.
 
 set(ORVO_STORE_DIR "${PROJECT_BINARY_DIR}/model_store")
 set(ORVO_STORE_SOURCES
@@ -10,7 +11,10 @@ set(ORVO_STORE_SOURCES
 # The forward tables, for the host's stand-in of the sibling cipher library.
 set(ORVO_HOST_CIPHER_SOURCES "${ORVO_STORE_DIR}/wb_encrypt_table.cpp")
 
-if(CMAKE_CROSSCOMPILING)
+set(ORVO_PACK_MODELS "" CACHE FILEPATH "A pack_models that is there already; empty: build it")
+if(ORVO_PACK_MODELS)
+    set(ORVO_PACK_MODELS_TARGET)
+elseif(CMAKE_CROSSCOMPILING)
     include(ExternalProject)
     ExternalProject_Add(host_pack_models
         SOURCE_DIR "${PROJECT_SOURCE_DIR}/tools/pack_models"

@@ -47,7 +47,7 @@ bool FloorInside(float position, int32_t size, int32_t* floor) {
     }
     const int64_t pixel = static_cast<int64_t>(shifted) - 2;
     *floor = static_cast<int32_t>(pixel);
-    return pixel >= -1 && pixel < size;
+    return pixel >= -1;
 }
 
 // Bilinear sample; values fade towards zero within one pixel of the border.

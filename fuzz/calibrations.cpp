@@ -63,6 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     const auto again = kova_cli::LoadCalibration(file.path(), kModels);
-    Require(kova_cli::CalibrationText(again).size() > 0, "what was written is taken");
+    Require(!kova_cli::CalibrationText(again).empty(), "what was written is taken");
     return 0;
 }

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # codecs.sh BUILD: libpng and libjpeg from Debian's source packages, with AddressSanitizer and with the marks
-# that libFuzzer follows, into BUILD/codecs/prefix; the target pictures takes them from there when BUILD is
-# configured anew with -DCMAKE_PREFIX_PATH. apt's lists are the script's own, so that nobody needs to be root.
-# Undefined behaviour is not looked for: that in other people's code is theirs.
+# that libFuzzer follows, into BUILD/codecs/prefix, where `./run fuzz` takes them from. apt's lists are the
+# script's own, so that nobody needs to be root. Undefined behaviour is not looked for: that in other people's
+# code is theirs.
 set -euo pipefail
 work=$1/codecs
 mkdir -p "$work/lists/partial" "$work/sources"

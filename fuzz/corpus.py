@@ -2,14 +2,15 @@
 """Corpora in the repository are text, an input a line in Base64, sorted: small, and a change shows.
 
   corpus.py unpack FILE.corpus FOLDER   writes each input as a file of its own, as libFuzzer has them
-  corpus.py pack FOLDER FILE.corpus     writes the folder's inputs, the smallest first, up to a size
+  corpus.py pack FILE.corpus FOLDER...  writes the folders' inputs up to a size, those of the first folder first,
+                                        and of each folder the smallest first
 """
 import base64
 import hashlib
 import pathlib
 import sys
 
-MOST_BYTES = 60_000  # of one file
+MOST_BYTES = 48_000  # of one file
 LONGEST = 6_000  # of one input
 
 
@@ -20,15 +21,18 @@ def unpack(packed, folder):
         (folder / hashlib.sha1(data).hexdigest()).write_bytes(data)
 
 
-def pack(folder, packed):
+def inputs_of(folder):
+    inputs = {path.read_bytes() for path in folder.iterdir()} if folder.is_dir() else set()
+    return sorted((data for data in inputs if len(data) <= LONGEST), key=lambda data: (len(data), data))
+
+
+def pack(packed, folders):
     lines = set()
     left = MOST_BYTES
-    for data in sorted({path.read_bytes() for path in folder.iterdir()}, key=lambda data: (len(data), data)):
-        line = base64.b64encode(data).decode("ascii")
-        left -= len(line) + 1
-        if len(data) > LONGEST or left < 0:
-            break
-        lines.add(line)
+    for line in (base64.b64encode(data).decode("ascii") for folder in folders for data in inputs_of(folder)):
+        if line not in lines and len(line) < left:
+            lines.add(line)
+            left -= len(line) + 1
     packed.write_text("".join(line + "\n" for line in sorted(lines)), "ascii")
     return len(lines)
 
@@ -36,8 +40,9 @@ def pack(folder, packed):
 def main(arguments):
     if len(arguments) == 3 and arguments[0] == "unpack":
         unpack(pathlib.Path(arguments[1]), pathlib.Path(arguments[2]))
-    elif len(arguments) == 3 and arguments[0] == "pack":
-        print(f"{arguments[2]}: {pack(pathlib.Path(arguments[1]), pathlib.Path(arguments[2]))} inputs")
+    elif len(arguments) >= 3 and arguments[0] == "pack":
+        packed, *folders = map(pathlib.Path, arguments[1:])
+        print(f"{packed.name}: {pack(packed, folders)} inputs")
     else:
         sys.exit(__doc__.strip())
 

@@ -50,6 +50,8 @@ def pictures():
     yield packed(small_picture("P"), "PNG")
     yield packed(Image.new("I;16", (4, 3), 40000), "PNG")
     yield packed(grey, "PNG", exif=exif(8, ">"))
+    # A chunk that claims 1.6 GB: nobody may ask for so much memory.
+    yield packed(grey, "PNG")[:33] + struct.pack(">I", 0x60000000) + b"eXIf" + exif(8, ">")
     yield from (packed(grey, "JPEG"), packed(colour, "JPEG", quality=30))
     yield packed(colour, "JPEG", progressive=True)
     yield packed(small_picture("CMYK"), "JPEG")
@@ -109,6 +111,15 @@ def pairs():
     yield b"# words\n\na b 1\r\nb c 1\r\nc a 0\r\n"
     yield b'"a, b.png",c.png,1\n"x ""y""",c.png,0\n'
     yield b"a\tb\t0\nb\tc\t1\nd\te\t1\nb\ta\t0\n"
+    # Groups of pairs, of people and of pictures; features and their names.
+    yield b"first,second,same,g\na,b,1,x\na,c,0,\nb,c,0,y\n"
+    yield b"person,g\nada,x\nben,y\n"
+    yield b"picture,h,g\nada/1.png,,x\n"
+    axis = b",1" + b",0" * 127
+    yield b"name," + b",".join(b"f%d" % i for i in range(128)) + b"\na" + axis + b'\n"b, c"' + axis + b"\n"
+    yield b'name\n"a ""b"""\n'
+    header = b"{'descr': '<f4', 'fortran_order': False, 'shape': (1, 128), }".ljust(117) + b"\n"
+    yield b"\x93NUMPY\x01\x00\x76\x00" + header + struct.pack("<128f", 1, *[0] * 127)
 
 
 def galleries():

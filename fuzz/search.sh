@@ -8,11 +8,15 @@ here=$(cd "$(dirname "$0")" && pwd)
 search_one() {
     local build=$1 seconds=$2 target=$3
     local corpus=$build/corpus/$target log=$build/logs/$target.log
+    if [[ ! -x $build/bin/fuzz/$target ]]; then
+        echo "$target: no such target; there are $(cd "$build/bin/fuzz" && echo *)"
+        return 1
+    fi
     mkdir -p "$corpus" "$build/findings" "$build/logs"
     [[ ! -f $here/corpus/$target.corpus ]] || "$here/corpus.py" unpack "$here/corpus/$target.corpus" "$corpus"
     # Half a minute is for inputs that stand still; memory is that of the largest, AddressSanitizer's included.
     if ASAN_OPTIONS=quarantine_size_mb=16:${ASAN_OPTIONS:-} "$build/bin/fuzz/$target" \
-        -max_total_time="$seconds" -max_len=4096 -timeout=30 -rss_limit_mb=2048 -reduce_inputs=0 \
+        -max_total_time="$seconds" -max_len=4096 -timeout=30 -rss_limit_mb=2048 -malloc_limit_mb=1024 -reduce_inputs=0 \
         -print_final_stats=1 -artifact_prefix="$build/findings/$target-" "$corpus" >"$log" 2>&1; then
         awk -v target="$target" '
             /^#[0-9]+\tINITED/ { begin = $4 "/" $6 }

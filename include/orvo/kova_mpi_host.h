@@ -81,9 +81,9 @@ typedef struct kova_mpi_host_mapping {
 typedef struct kova_mpi_host_call {
     const char* function; /**< such as "KOVA_MPI_SYS_Mmap" */
     int32_t result;       /**< what it returned; for KOVA_MPI_SYS_Mmap() 0 or why it refused */
-    int32_t handle;       /**< scaler: the job; for KOVA_MPI_VGS_BeginJob() the one handed out */
-    uint64_t phy;         /**< given, or for an allocation handed out */
-    uint64_t vir;         /**< given, or for an allocation or KOVA_MPI_SYS_Mmap() handed out */
+    int32_t handle; /**< scaler: the job; for KOVA_MPI_VGS_BeginJob() the one handed out; else -1 */
+    uint64_t phy;   /**< given, or for an allocation handed out */
+    uint64_t vir;   /**< given, or for an allocation or KOVA_MPI_SYS_Mmap() handed out */
     uint32_t size;
     uint32_t mode;                      /**< KOVA_MPI_VGS_AddScaleTask() */
     uint32_t has_zone;                  /**< allocations: 1 if a zone name was given */

@@ -315,6 +315,21 @@ TEST(ZeroPadPlus, InputShiftsAboveEightWrapInFullBlocksOnly) {
     }
 }
 
+// Nothing is left of what is shifted further than it is wide, and of half a step above 32 bits.
+TEST(ZeroPadPlus, ShiftsBeyondTheWidthLeaveNothing) {
+    const Q7 in1(9, 5);
+    const Q7 in2(9, 7);
+    for (const uint16_t shift : {31, 32, 33}) {
+        Q7 dst(9);
+        ArmAZpadPlusChwQ7(in1.data(), in2.data(), dst.data(), shift, 0, 0, 1, 9, 1, 1, nullptr);
+        const int8_t last = shift < 32 ? -128 : 7; // 5 << 31 is the smallest number
+        EXPECT_EQ(dst, (Q7{7, 7, 7, 7, 7, 7, 7, 7, last})) << shift;
+    }
+    EXPECT_EQ(Sums(5, 0, 32), Q7(11, -1)); // half a step wraps to the smallest number
+    EXPECT_EQ(Sums(5, 0, 33), Q7(11, 0));
+    EXPECT_EQ(Sums(-5, 0, 33), Q7(11, -1));
+}
+
 TEST(ZeroPadPlus, ExtremesAreExact) {
     for (const int8_t a : {-128, 127}) {
         for (const int8_t b : {-128, 127}) {

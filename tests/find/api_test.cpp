@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "find/plain_picture.h"
+#include "orvo/cipher.h"
 #include "orvo/orvo_find.h"
 #include "orvo/orvo_fr.h"
 #include "reference/reference_find_faces.h"

@@ -270,6 +270,17 @@ TEST(FindQuality, MeasuresAreTheReferences) {
     }
 }
 
+// There is no line from eyes to mouth along which the nose could lie.
+TEST(FindQuality, PointsThatAreOneAreAFaceLookingUpOrDown) {
+    FoundFace found{};
+    found.face.side = 400;
+    std::fill(std::begin(found.face.points), std::end(found.face.points), 200);
+    const std::vector<uint8_t> crop(96 * 96, 128);
+    const Measures measures = Measure(found, {200, 150}, crop.data());
+    EXPECT_EQ(measures.noseOff, orvo::find::kTiltedRamp.none);
+    EXPECT_NE(Judge(measures).reasons & ORVO_FIND_TILTED, 0u);
+}
+
 // Nothing wrong with it.
 Measures Perfect() {
     using namespace orvo::find;

@@ -69,7 +69,70 @@ bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// Until it goes the process gets no more of what is limited.
+class NoMore {
+  public:
+    NoMore(decltype(RLIMIT_AS) what, uint64_t most) : what_(what) {
+        EXPECT_EQ(getrlimit(what, &before_), 0);
+        rlimit limit = before_;
+        limit.rlim_cur = static_cast<rlim_t>(most);
+        EXPECT_EQ(setrlimit(what, &limit), 0);
+    }
+    ~NoMore() { setrlimit(what_, &before_); }
+    NoMore(const NoMore&) = delete;
+    NoMore& operator=(const NoMore&) = delete;
+
+  private:
+    decltype(RLIMIT_AS) what_;
+    rlimit before_{};
+};
+
 } // namespace
+
+// The pool is a file: without one there is none, for good.
+TEST(AddressLimit, WithoutAFileThereIsNoMediaMemory) {
+    const NoMore noFiles(RLIMIT_NOFILE, 0);
+    uint64_t phy = 1;
+    void* vir = &phy;
+    EXPECT_EQ(KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "X", nullptr, 64), KOVA_SYS_ERR_NOT_READY);
+    EXPECT_EQ(phy, 1u);
+    EXPECT_EQ(vir, &phy);
+    EXPECT_EQ(Usage().blocks, 0u);
+}
+
+TEST(AddressLimit, WithoutAddressesEveryCallThatNeedsSomeSaysSo) {
+    constexpr uint32_t kSide = 512;
+    const Memory memory = Allocate(2 * kSide * kSide);
+    ASSERT_NE(memory.vir, nullptr);
+    std::memset(memory.vir, 7, 2 * kSide * kSide);
+    kova_vgs_task task{};
+    task.in = Frame(memory.phy, kSide, kSide, kSide);
+    task.out = Frame(memory.phy + kSide * kSide, kSide, kSide, kSide);
+    memory.bytes()[kSide * kSide] = 1;
+    int32_t handle = -1;
+    ASSERT_EQ(KOVA_MPI_VGS_BeginJob(&handle), 0);
+    ASSERT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, KOVA_VGS_SCALE_COEF_NORMAL), 0);
+    uint64_t phy = 1;
+    void* vir = nullptr;
+    {
+        const NoMore noAddresses(RLIMIT_AS, AddressesInUse());
+        EXPECT_EQ(KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "X", nullptr, kSide * kSide),
+                  KOVA_SYS_ERR_NOMEM);
+        EXPECT_EQ(KOVA_MPI_SYS_Mmap(memory.phy, kSide * kSide), nullptr);
+        EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), KOVA_VGS_ERR_NOMEM);
+    }
+    EXPECT_EQ(memory.bytes()[kSide * kSide], 1);
+    EXPECT_EQ(Usage().blocks, 1u);
+    EXPECT_EQ(Usage().mappings, 0u);
+    // Room for one of a task's two frames is not enough, and is given back.
+    {
+        const NoMore oneWindow(RLIMIT_AS, AddressesInUse() + kSide * kSide + 65536);
+        EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), KOVA_VGS_ERR_NOMEM);
+        EXPECT_NE(KOVA_MPI_SYS_Mmap(memory.phy, kSide * kSide), nullptr);
+    }
+    EXPECT_EQ(KOVA_MPI_VGS_EndJob(handle), 0);
+    EXPECT_EQ(memory.bytes()[kSide * kSide], 7);
+}
 
 TEST(AddressLimit, LibrarysMemoryIsHandedOutWhereverThereIsRoomForIt) {
     constexpr uint64_t kNeeded = kWorkingMemory + 2 * kFrame;

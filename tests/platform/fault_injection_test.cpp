@@ -153,6 +153,7 @@ TEST(CallRecord, HoldsTheCallsInOrderWithArgumentsAndResults) {
     EXPECT_STREQ(Call(0).name, "FIRST");
     EXPECT_EQ(Call(0).size, 4096u);
     EXPECT_EQ(Call(0).has_zone, 0u);
+    EXPECT_EQ(Call(0).handle, -1);
     EXPECT_EQ(Call(0).phy, phy);
     EXPECT_EQ(Call(0).vir, reinterpret_cast<uintptr_t>(vir));
     EXPECT_STREQ(Call(1).function, "KOVA_MPI_SYS_MmzAlloc");

@@ -250,6 +250,10 @@ TEST(Scaler, RefusesFramesThatOverlap) {
     EXPECT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, 1), KOVA_VGS_ERR_ILLEGAL_PARAM);
     task.out.phy_addr[0] += 1;
     EXPECT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, 1), 0);
+    std::swap(task.in, task.out); // what is written lies in front
+    EXPECT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, 1), 0);
+    task.out.phy_addr[0] += 1;
+    EXPECT_EQ(KOVA_MPI_VGS_AddScaleTask(handle, &task, 1), KOVA_VGS_ERR_ILLEGAL_PARAM);
 }
 
 TEST(Scaler, RefusesAJobWhoseBlockWasFreed) {

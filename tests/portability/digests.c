@@ -2,11 +2,13 @@
 /*
  * Prints what must be the same bytes on every machine, a line each:
  *
- *     digests PICTURE...
+ *     digests FILL PICTURE...
  *
  * the opened models, the outputs of the ciphers and of the image tools, and for each picture (binary PGM)
  * every step of the networks, with the feature or the faces at their end. A picture of 256 x 256 is a face, in
- * any other faces are looked for. The first line names the instruction set, which is what may differ.
+ * any other faces are looked for. The first line names the instruction set, which is what may differ. The
+ * working memory is full of the byte FILL at first, and of nothing known if that is "none": what was in it must not
+ * matter.
  *
  * In C, and with nothing but the C library, so that it can be built wherever the library can. The linker leads
  * the networks' kernel calls through here (--wrap).
@@ -181,11 +183,15 @@ static Picture ReadPicture(const char* name) {
     return picture;
 }
 
-/* Nothing that was never written may show: no zeros from calloc(). */
+static int g_fill = -1;
+
 static void* Memory(size_t size) {
     void* const memory = malloc(size);
     if (memory == NULL) {
         Fail("there is no memory");
+    }
+    if (g_fill >= 0) {
+        memset(memory, g_fill, size);
     }
     return memory;
 }
@@ -318,11 +324,15 @@ static void SayImageTools(void) {
 }
 
 int main(int argc, char** argv) {
-    void* const memory = Memory(ORVO_FR_MEMORY_SIZE);
+    void* memory;
     int i;
-    if (argc < 2) {
-        Fail("usage: digests PICTURE...");
+    if (argc < 3) {
+        Fail("usage: digests FILL PICTURE...");
     }
+    if (strcmp(argv[1], "none") != 0) {
+        g_fill = atoi(argv[1]) & 0xFF;
+    }
+    memory = Memory(ORVO_FR_MEMORY_SIZE);
     printf("path %s\n", OrvoFrGetInstructionSet());
     if (OrvoFrInit() != ORVO_FR_OK || OrvoFindInit() != ORVO_FIND_OK ||
         OrvoFrSetMemory(memory, ORVO_FR_MEMORY_SIZE) != ORVO_FR_OK) {
@@ -331,9 +341,9 @@ int main(int argc, char** argv) {
     SayModels();
     SayCiphers();
     SayImageTools();
-    for (i = 1; i < argc; ++i) {
+    for (i = 2; i < argc; ++i) {
         const Picture picture = ReadPicture(argv[i]);
-        printf("picture %d\n", i);
+        printf("picture %d\n", i - 1);
         g_step = 0;
         if (picture.width == ORVO_FR_IMAGE_SIZE && picture.height == ORVO_FR_IMAGE_SIZE) {
             RecogniseFace(&picture);

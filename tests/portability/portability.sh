@@ -67,15 +67,17 @@ build() {
     } >"$folder/$name-$level.log" 2>&1
 }
 
-# run_paths NAME LEVEL EMULATOR...: on every path that the machine has, with one cipher after the other.
+# run_paths NAME LEVEL EMULATOR...: on every path that the machine has, with one cipher after the other, and with memory
+# that holds something else each time.
 run_paths() {
-    local name=$1 level=$2 program path said ran=() different='' turn=0
+    local name=$1 level=$2 program path said ran=() different='' turn=0 fill
     program=$(folder_of "$1" "$2")/digests
     shift 2
     for path in "${paths[@]}"; do
         said=$folder/$name-$level.$path
+        fill=${FILL:-$((turn * 85 % 256))}
         if ! env ORVO_FR_PATH="$path" ORVO_FR_CIPHER="${ciphers[turn++ % 4]}" "$@" \
-            "$program" "${pictures[@]}" >"$said" 2>"$said.error"; then
+            "$program" "$fill" "${pictures[@]}" >"$said" 2>"$said.error"; then
             different+=" $path fails,"
             continue
         fi
@@ -132,8 +134,11 @@ machine riscv64 'clang-19 --target=riscv64-linux-gnu' \
     'qemu-riscv64 -cpu rv64,v=true,vext_spec=v1.0,vlen=128 -L /usr/riscv64-linux-gnu' "$(toolchain riscv64)"
 machine s390x s390x-linux-gnu-gcc 'qemu-s390x -L /usr/s390x-linux-gnu' "$(toolchain s390x)"
 machine musl 'musl-gcc -static' '' "$(toolchain musl)"
-# A cross build, so that the packer is compiled without the sanitizer, which its C++ library does not know.
-LEVELS=O1 machine MemorySanitizer 'clang-19 -fsanitize=memory -g1' '' -DCMAKE_SYSTEM_NAME=Linux \
+# A cross build, so that the packer is compiled without the sanitizer, which its C++ library does not know. Vector
+# kernels read behind the ends of rows and leave out, or multiply by 0, what they find there, which the sanitizer does
+# not understand: it reports each of them. So it watches the plain kernels and all that is around them.
+paths=(plain)
+FILL=none LEVELS=O1 machine MemorySanitizer 'clang-19 -fsanitize=memory -g1' '' -DCMAKE_SYSTEM_NAME=Linux \
     -DCMAKE_SYSTEM_PROCESSOR=x86_64 -DCMAKE_CXX_COMPILER=clang++-19 -DCMAKE_C_COMPILER=clang-19 \
     -DORVO_SANITIZE=memory
 

@@ -130,6 +130,21 @@ TEST(Search, PartsGiveWhatOnePieceGives) {
     }
 }
 
+TEST(Search, MergingPutsTheSmallerIndexOfEqualOnesFirstAndNothingChangesNothing) {
+    OrvoSearchMatch matches[4] = {{5, 9.0f}, {7, 8.0f}};
+    const OrvoSearchMatch others[] = {{3, 8.0f}, {6, 9.0f}, {9, 8.0f}};
+    uint32_t found = 2;
+    ASSERT_EQ(OrvoSearchMerge(matches, 4, &found, others, 3), ORVO_SEARCH_OK);
+    const uint32_t wanted[] = {5, 6, 3, 7};
+    ASSERT_EQ(found, 4u);
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(matches[i].index, wanted[i]) << i;
+    }
+    ASSERT_EQ(OrvoSearchMerge(matches, 4, &found, nullptr, 0), ORVO_SEARCH_OK);
+    EXPECT_EQ(found, 4u);
+    EXPECT_EQ(matches[3].index, 7u);
+}
+
 TEST(Search, RefusesWhatCannotBe) {
     const std::vector<float> feature(kLength);
     OrvoSearchMatch matches[2] = {{7, 7.0f}, {8, 6.0f}};

@@ -16,9 +16,9 @@
 // to five. What cannot be summed with anything else is a run of one step, or of two with half of the weights
 // in each.
 //
-// A product and an addition in 16 bits take 32 products two instructions, where 32 bits took four; three
-// ports bear 48 products a cycle. Thousands of millions a second: 64 rows to 128 planes of 12 x 12, signed,
-// 103 (67 by words), 128 rows to 64 planes, rectified, 115; plain 9.
+// Two instructions, a product and an addition, take 32 products, where words took 16; three ports bear 48
+// products a cycle. Thousands of millions a second: 64 signed rows to 128 planes of 12 x 12 103 (67 by words),
+// 128 rectified rows to 64 planes 115; plain 9.
 #include "compute_a/simd/product.h"
 
 #include "compute_a/simd/avx2/lanes.h"
@@ -96,11 +96,13 @@ inline __m128i BestOfRows(const __m128i (&rows)[kStepRows], const Better& better
     return better(best, _mm_shuffle_epi32(best, 0xB1));
 }
 
-// Chunks share their rows' places, so that where there are several, a row may be anything.
+// Chunks share their rows' places, so that where there are several, a row may be anything. Steps are asked for two
+// at a time; behind the last one stands the last row.
 void FindRanges(const MatrixProduct& p, RowRanges& ranges) {
     const size_t pixels = p.inner <= kChunkRows ? p.pixels : 0;
     const size_t rows = Least(p.inner, kChunkRows);
-    for (size_t row = 0; row < rows; row += kStepRows) {
+    const size_t end = (rows + 2 * kStepRows - 1) / (2 * kStepRows) * (2 * kStepRows);
+    for (size_t row = 0; row < end; row += kStepRows) {
         __m128i lowest[kStepRows], highest[kStepRows];
         for (size_t i = 0; i < kStepRows; ++i) {
             const RowExtremes found =

@@ -78,6 +78,28 @@ PngReader::PngReader(Bytes file) : rest(file) {
     }
 }
 
+uint32_t BigEndian(Bytes bytes) {
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+// The library asks for as much memory as a chunk says that it has bytes, before it reads them: a few bytes
+// could ask for 2 GiB.
+void CheckChunks(Bytes file) {
+    constexpr size_t kSignature = 8;
+    constexpr size_t kFrame = 12; // length, kind and checksum
+    constexpr uint32_t kEnd = 0x49454E44;
+    for (Bytes rest = file.subspan(kSignature); rest.size() >= kFrame;) {
+        const size_t length = BigEndian(rest);
+        if (length > rest.size() - kFrame) {
+            FailDamaged("the file ends too early");
+        }
+        if (BigEndian(rest.subspan(4)) == kEnd) {
+            return;
+        }
+        rest = rest.subspan(kFrame + length);
+    }
+}
+
 bool ReadHeader(PngReader& reader) {
     if (setjmp(png_jmpbuf(reader.png)) != 0) {
         return false;
@@ -142,6 +164,7 @@ int Orientation(const PngReader& reader) {
 bool IsPng(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
 
 GreyPicture DecodePng(Bytes file) {
+    CheckChunks(file);
     PngReader reader(file);
     if (!ReadHeader(reader)) {
         Fail(reader);
