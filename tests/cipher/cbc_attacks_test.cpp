@@ -84,23 +84,23 @@ class CbcAttacks : public testing::Test {
         if (expected.has_value()) {
             ASSERT_EQ(length, expected->size()) << attack;
             ASSERT_TRUE(std::equal(expected->begin(), expected->end(), out.begin())) << attack;
-            ASSERT_TRUE(std::all_of(out.begin() + length, out.end(),
-                                    [](uint8_t byte) { return byte == kMark; }))
-                << attack;
+            ASSERT_TRUE(std::all_of(out.begin() + length, out.end(), [](uint8_t byte) {
+                return byte == kMark;
+            })) << attack;
             ++accepted_;
         } else {
             // No length, and nothing of the block with the padding.
             ASSERT_EQ(length, kNoLength) << attack;
-            ASSERT_TRUE(std::all_of(out.end() - 16, out.end(),
-                                    [](uint8_t byte) { return byte == kMark; }))
-                << attack;
+            ASSERT_TRUE(std::all_of(out.end() - 16, out.end(), [](uint8_t byte) {
+                return byte == kMark;
+            })) << attack;
             ++refused_;
         }
         Bytes kept(wrapped.text.size(), kMark);
-        ASSERT_EQ(wb_aes_decrypt_cbc_no_pad(wrapped.iv.data(), wrapped.text.data(),
-                                            static_cast<uint32_t>(wrapped.text.size()),
-                                            kept.data()),
-                  0);
+        ASSERT_EQ(
+            wb_aes_decrypt_cbc_no_pad(wrapped.iv.data(), wrapped.text.data(),
+                                      static_cast<uint32_t>(wrapped.text.size()), kept.data()),
+            0);
         ASSERT_EQ(kept, all) << attack;
     }
 
@@ -222,9 +222,8 @@ TEST_F(CbcAttacks, WrongLengths) {
         }
         Bytes out(64, kMark);
         uint32_t length = kNoLength;
-        EXPECT_EQ(wb_aes_decrypt_cbc(whole.iv.data(), whole.text.data(), bytes, out.data(),
-                                     &length),
-                  -1);
+        EXPECT_EQ(
+            wb_aes_decrypt_cbc(whole.iv.data(), whole.text.data(), bytes, out.data(), &length), -1);
         EXPECT_EQ(wb_aes_decrypt_cbc_no_pad(whole.iv.data(), whole.text.data(), bytes, out.data()),
                   -1);
         EXPECT_EQ(out, Bytes(64, kMark));

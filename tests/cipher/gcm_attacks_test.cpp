@@ -49,9 +49,9 @@ class GcmAttacks : public testing::Test {
         struct Lengths {
             size_t iv, text, additional;
         };
-        constexpr Lengths kLengths[] = {{12, 16, 0}, {12, 33, 20}, {12, 0, 16}, {12, 0, 0},
-                                        {8, 32, 5},  {1, 15, 1},   {16, 17, 16}, {17, 48, 0},
-                                        {64, 1, 33}};
+        constexpr Lengths kLengths[] = {{12, 16, 0},  {12, 33, 20}, {12, 0, 16},
+                                        {12, 0, 0},   {8, 32, 5},   {1, 15, 1},
+                                        {16, 17, 16}, {17, 48, 0},  {64, 1, 33}};
         Random random(1);
         std::vector<Message> messages;
         for (const Lengths& lengths : kLengths) {
@@ -74,8 +74,7 @@ class GcmAttacks : public testing::Test {
         ASSERT_EQ(Open(message, plaintext), -1) << attack;
         ASSERT_EQ(plaintext, Bytes(message.text.size(), kMark)) << attack;
         // Where OpenSSL would take it the vector is none.
-        ASSERT_FALSE(
-            openSsl_.Open(key_, message.iv, message.text, message.additional, message.tag))
+        ASSERT_FALSE(openSsl_.Open(key_, message.iv, message.text, message.additional, message.tag))
             << attack;
         ++vectors_;
     }
@@ -118,8 +117,7 @@ TEST_F(GcmAttacks, FlippedBits) {
     for (const size_t tagLength : {16u, 4u}) {
         for (Message message : Messages()) {
             message.tag.resize(tagLength);
-            for (Bytes* part :
-                 {&message.tag, &message.text, &message.additional, &message.iv}) {
+            for (Bytes* part : {&message.tag, &message.text, &message.additional, &message.iv}) {
                 for (size_t bit = 0; bit < 8 * part->size(); ++bit) {
                     (*part)[bit / 8] ^= static_cast<uint8_t>(1u << bit % 8);
                     ExpectForgery(message, "bit " + std::to_string(bit));
@@ -364,15 +362,15 @@ TEST_F(GcmAttacks, AdditionalDataAlone) {
 TEST_F(GcmAttacks, SealedAsOpenSslSeals) {
     Random random(7);
     for (const Message& message : Messages()) {
-        const Bytes plaintext = *openSsl_.Open(key_, message.iv, message.text, message.additional,
-                                               message.tag);
+        const Bytes plaintext =
+            *openSsl_.Open(key_, message.iv, message.text, message.additional, message.tag);
         Message sealed = {message.iv, message.additional, Bytes(plaintext.size(), kMark),
                           Bytes(16, kMark)};
-        ASSERT_EQ(wb_aes_encrypt_gcm(sealed.iv.data(), Length(sealed.iv), plaintext.data(),
-                                     Length(plaintext), sealed.text.data(),
-                                     sealed.additional.data(), Length(sealed.additional),
-                                     sealed.tag.data(), 16),
-                  0);
+        ASSERT_EQ(
+            wb_aes_encrypt_gcm(sealed.iv.data(), Length(sealed.iv), plaintext.data(),
+                               Length(plaintext), sealed.text.data(), sealed.additional.data(),
+                               Length(sealed.additional), sealed.tag.data(), 16),
+            0);
         EXPECT_EQ(sealed.text, message.text);
         EXPECT_EQ(sealed.tag, message.tag);
         ++vectors_;

@@ -81,7 +81,7 @@ TEST(GcmAgainstOpenSsl, PublishedCasesAreWhatOpenSslGives) {
         SCOPED_TRACE(&vector - orvo_test::kGcmVectors + 1);
         const OpenSslSealed sealed =
             openSsl.Seal(orvo_test::Hex(vector.key), orvo_test::Hex(vector.iv),
-                            orvo_test::Hex(vector.plaintext), orvo_test::Hex(vector.additional));
+                         orvo_test::Hex(vector.plaintext), orvo_test::Hex(vector.additional));
         EXPECT_EQ(sealed.ciphertext, orvo_test::Hex(vector.ciphertext));
         EXPECT_EQ(sealed.tag, orvo_test::Hex(vector.tag));
     }

@@ -27,8 +27,7 @@ void OpenSslGcm::Start(bool encrypt, const Bytes& key, const Bytes& iv, const By
     Require(EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, Size(iv), nullptr));
     Require(EVP_CipherInit_ex(context, nullptr, nullptr, key.data(), iv.data(), encrypt));
     if (!additional.empty()) {
-        Require(
-            EVP_CipherUpdate(context, nullptr, &written, additional.data(), Size(additional)));
+        Require(EVP_CipherUpdate(context, nullptr, &written, additional.data(), Size(additional)));
     }
 }
 
@@ -57,8 +56,7 @@ std::optional<Bytes> OpenSslGcm::Open(const Bytes& key, const Bytes& iv, const B
     Bytes expected = tag; // which the call takes as writable
     Start(false, key, iv, additional);
     Text(ciphertext, plaintext);
-    Require(
-        EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_SET_TAG, Size(tag), expected.data()));
+    Require(EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_GCM_SET_TAG, Size(tag), expected.data()));
     int written = 0;
     uint8_t rest[16];
     return EVP_CipherFinal_ex(context_.get(), rest, &written) > 0 ? std::optional(plaintext)

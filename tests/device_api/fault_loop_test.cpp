@@ -18,10 +18,11 @@ using namespace device_test;
 
 namespace {
 
-const char* const kFunctions[] = {
-    "KOVA_MPI_SYS_MmzAlloc_Cached", "KOVA_MPI_SYS_MmzAlloc",     "KOVA_MPI_SYS_MmzFree",
-    "KOVA_MPI_SYS_Mmap",            "KOVA_MPI_SYS_Munmap",       "KOVA_MPI_VGS_BeginJob",
-    "KOVA_MPI_VGS_AddScaleTask",    "KOVA_MPI_VGS_EndJob",       "KOVA_MPI_VGS_CancelJob"};
+const char* const kFunctions[] = {"KOVA_MPI_SYS_MmzAlloc_Cached", "KOVA_MPI_SYS_MmzAlloc",
+                                  "KOVA_MPI_SYS_MmzFree",         "KOVA_MPI_SYS_Mmap",
+                                  "KOVA_MPI_SYS_Munmap",          "KOVA_MPI_VGS_BeginJob",
+                                  "KOVA_MPI_VGS_AddScaleTask",    "KOVA_MPI_VGS_EndJob",
+                                  "KOVA_MPI_VGS_CancelJob"};
 
 // A core run that costs little: what it writes depends on every pixel.
 int32_t Summed(const FrImage* image, void* result, uint32_t) {
@@ -91,9 +92,9 @@ class FaultLoop : public testing::Test {
     // A feature is right or there is none.
     void ExpectRightFeatures(const Life& life) {
         for (const Feature& feature : life.features) {
-            EXPECT_TRUE(std::any_of(
-                whole_.features.begin(), whole_.features.end(),
-                [&](const Feature& right) { return SameBits(feature, right); }));
+            EXPECT_TRUE(
+                std::any_of(whole_.features.begin(), whole_.features.end(),
+                            [&](const Feature& right) { return SameBits(feature, right); }));
         }
     }
 

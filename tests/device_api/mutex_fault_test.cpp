@@ -27,9 +27,7 @@ MutexFunction Next(const char* name) {
     return reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
 }
 
-bool FailsNow() {
-    return isWatching && locksUntilFault != 0 && --locksUntilFault == 0;
-}
+bool FailsNow() { return isWatching && locksUntilFault != 0 && --locksUntilFault == 0; }
 
 } // namespace
 

@@ -2,6 +2,7 @@
 // Under a limit of the address space (ulimit -v) the pool leaves room for the memory that it is to
 // hand out, however narrow the limit is.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,14 +29,29 @@ uint64_t AddressesInUse() {
     return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
+bool LeaveAddresses(uint64_t left) {
+    rlimit limit{};
+    limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(AddressesInUse() + left);
+    return setrlimit(RLIMIT_AS, &limit) == 0;
+}
+
+// What a process of its own makes of `isTrue`.
+bool InAProcess(bool (*isTrue)()) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(isTrue() ? 0 : 1);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 // Whether a process with so many bytes of addresses left gets that memory from a platform that it
 // opens then.
 bool IsHandedOut(uint64_t left, std::initializer_list<uint32_t> sizes) {
     const pid_t child = fork();
     if (child == 0) {
-        rlimit limit{};
-        limit.rlim_cur = limit.rlim_max = static_cast<rlim_t>(AddressesInUse() + left);
-        if (setrlimit(RLIMIT_AS, &limit) != 0) {
+        if (!LeaveAddresses(left)) {
             _exit(2);
         }
         for (const uint32_t size : sizes) {
@@ -72,6 +88,16 @@ class NoMore {
     rlimit before_{};
 };
 
+// Emulators of other processors take the limit and do not keep it.
+bool IsKept(uint64_t limitedTo) {
+    const NoMore noAddresses(RLIMIT_AS, limitedTo);
+    void* const at = mmap(nullptr, 1 << 20, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (at != MAP_FAILED) {
+        munmap(at, 1 << 20);
+    }
+    return at == MAP_FAILED;
+}
+
 } // namespace
 
 // The pool is a file: without one there is none, for good.
@@ -86,6 +112,9 @@ TEST(AddressLimit, WithoutAFileThereIsNoMediaMemory) {
 }
 
 TEST(AddressLimit, WithoutAddressesEveryCallThatNeedsSomeSaysSo) {
+    if (!IsKept(AddressesInUse())) {
+        GTEST_SKIP() << "no limit of the address space is kept here";
+    }
     constexpr uint32_t kSide = 512;
     const Memory memory = Allocate(2 * kSide * kSide);
     ASSERT_NE(memory.vir, nullptr);
@@ -131,4 +160,30 @@ TEST(AddressLimit, HalfOfWhatIsLeftCanBeHandedOut) {
     for (uint64_t left = uint64_t{8} << 20; left < kWidestLimit; left *= 2) {
         EXPECT_TRUE(IsHandedOut(left, {kWorkingMemory, static_cast<uint32_t>(left / 2)})) << left;
     }
+}
+
+// The pool is a file without a name.
+TEST(FileLimit, WithoutAFileForThePoolNothingIsReady) {
+    EXPECT_TRUE(InAProcess([] {
+        const rlimit none{};
+        uint64_t phy = 0;
+        void* vir = nullptr;
+        return setrlimit(RLIMIT_NOFILE, &none) == 0 &&
+               KOVA_MPI_SYS_MmzAlloc(&phy, &vir, "TEST", nullptr, 4096) == KOVA_SYS_ERR_NOT_READY;
+    }));
+}
+
+TEST(AddressLimit, AFrameThatCannotBeReachedEndsTheJob) {
+    EXPECT_TRUE(InAProcess([] {
+        const Memory in = Allocate(16 << 20);
+        const Memory out = Allocate(16 << 20);
+        kova_vgs_task task{};
+        task.in = Frame(in.phy, 4096, 4096, 4096);
+        task.out = Frame(out.phy, 4096, 4096, 4096);
+        int32_t handle = -1;
+        return KOVA_MPI_VGS_BeginJob(&handle) == 0 &&
+               KOVA_MPI_VGS_AddScaleTask(handle, &task, 1) == 0 && LeaveAddresses(1 << 20) &&
+               KOVA_MPI_VGS_EndJob(handle) == KOVA_VGS_ERR_NOMEM &&
+               KOVA_MPI_VGS_CancelJob(handle) == 0 && Usage().jobs == 0;
+    }));
 }

@@ -36,7 +36,7 @@ void Compare(Family& family, const ChwSubject& subject, const ConvShape& shape, 
         AsBytes(expected),
         [&](uint8_t* dst) {
             orvo_test::Call(subject.kernel, shape, data.src.data(), packed.data(), data.bias.data(),
-                 reinterpret_cast<int8_t*>(dst), scratch.data());
+                            reinterpret_cast<int8_t*>(dst), scratch.data());
         },
         [&] { return Describe(shape, regime, seed); });
 }
@@ -63,8 +63,8 @@ void CompareRegimes(Family& family, const ChwSubject& subject, ConvShape shape) 
         shape.outShift = shift;
         for (const Regime regime : kRegimes) {
             if (family.Takes()) {
-                const auto seed = static_cast<uint64_t>(
-                    shape.dstChannels + 3 * shape.dstWidth + 7 * shape.srcChannels);
+                const auto seed = static_cast<uint64_t>(shape.dstChannels + 3 * shape.dstWidth +
+                                                        7 * shape.srcChannels);
                 Compare(family, subject, shape, regime, seed);
             }
         }

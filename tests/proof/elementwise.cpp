@@ -86,8 +86,8 @@ struct Operands {
 
 // A plane of all pairs, and one of all values without a shortcut.
 Operands AllPairs() {
-    Operands operands = {std::vector<int8_t>(2 * size_t{kPairs}), std::vector<int8_t>(kPairs), 256,
-                         256, 2, 1};
+    Operands operands = {
+        std::vector<int8_t>(2 * size_t{kPairs}), std::vector<int8_t>(kPairs), 256, 256, 2, 1};
     for (uint32_t i = 0; i < 2 * kPairs; ++i) {
         operands.in1[i] = static_cast<int8_t>(static_cast<uint8_t>(i >> 8));
     }

@@ -50,8 +50,8 @@ void Family::Compare(std::span<const uint8_t> expected,
 }
 
 uint64_t Family::Report() const {
-    std::printf("%-44s %9" PRIu64 " cases %10" PRIu64 " comparisons %14" PRIu64
-                " bytes %6" PRIu64 " differ\n",
+    std::printf("%-44s %9" PRIu64 " cases %10" PRIu64 " comparisons %14" PRIu64 " bytes %6" PRIu64
+                " differ\n",
                 name_, cases_, comparisons_, bytes_, differing_);
     if (differing_ != 0) {
         std::printf("    the first on %s\n", first_.c_str());

@@ -42,7 +42,7 @@ class Family {
     uint64_t comparisons_ = 0;
     uint64_t bytes_ = 0;
     uint64_t differing_ = 0;
-    std::string first_; // what differed first
+    std::string first_;                 // what differed first
     std::vector<uint8_t> wanted_, got_; // with margins
 };
 

@@ -70,11 +70,10 @@ constexpr Line kLook[] = {ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_STEP)};
 #undef ORVO_STEP
 
 // The networks write the branch first or the shortcut first: both are taken.
-#define ORVO_SUM(channels, side, shortcut, branchShift, shortcutShift, outShift)   \
+#define ORVO_SUM(channels, side, shortcut, branchShift, shortcutShift, outShift) \
     {branchShift, shortcutShift, outShift}, {shortcutShift, branchShift, outShift},
-constexpr Shifts kSums[] = {
-    ORVO_ALIGN_NETWORK(ORVO_NO_LAYER, ORVO_NO_LAYER, ORVO_SUM)
-        ORVO_FR_NETWORK(ORVO_NO_LAYER, ORVO_NO_LAYER, ORVO_SUM)};
+constexpr Shifts kSums[] = {ORVO_ALIGN_NETWORK(ORVO_NO_LAYER, ORVO_NO_LAYER, ORVO_SUM)
+                                ORVO_FR_NETWORK(ORVO_NO_LAYER, ORVO_NO_LAYER, ORVO_SUM)};
 #undef ORVO_SUM
 
 auto Key(const Line& line) {
@@ -99,11 +98,16 @@ std::vector<Line> Together() {
 
 const orvo_test::ChwSubject* SubjectOf(Kind kind) {
     switch (kind) {
-    case Convolution: return &orvo_test::kGenericConv;
-    case Pointwise: return &orvo_test::kPointwiseConv;
-    case Depthwise: return &orvo_test::kDepthwiseConv;
-    case DepthwiseRelu: return &orvo_test::kDepthwiseReluConv;
-    default: return nullptr;
+        case Convolution:
+            return &orvo_test::kGenericConv;
+        case Pointwise:
+            return &orvo_test::kPointwiseConv;
+        case Depthwise:
+            return &orvo_test::kDepthwiseConv;
+        case DepthwiseRelu:
+            return &orvo_test::kDepthwiseReluConv;
+        default:
+            return nullptr;
     }
 }
 
@@ -159,10 +163,17 @@ std::vector<NetworkPooling> NetworkPoolings() {
                                 static_cast<uint32_t>(line.height),
                                 static_cast<uint32_t>(line.inputs)};
         switch (line.kind) {
-        case MaxPool1: poolings.push_back({PoolingKind::kMaximumStride1, size}); break;
-        case MaxPool2: poolings.push_back({PoolingKind::kMaximumStride2, size}); break;
-        case Sample: poolings.push_back({PoolingKind::kSample, size}); break;
-        default: break;
+            case MaxPool1:
+                poolings.push_back({PoolingKind::kMaximumStride1, size});
+                break;
+            case MaxPool2:
+                poolings.push_back({PoolingKind::kMaximumStride2, size});
+                break;
+            case Sample:
+                poolings.push_back({PoolingKind::kSample, size});
+                break;
+            default:
+                break;
         }
     }
     return poolings;
@@ -173,10 +184,9 @@ std::vector<Shifts> NetworkShifts() {
     std::vector<Shifts> shifts(std::begin(kSums), std::end(kSums));
     std::sort(shifts.begin(), shifts.end(),
               [key](const Shifts& a, const Shifts& b) { return key(a) < key(b); });
-    shifts.erase(
-        std::unique(shifts.begin(), shifts.end(),
-                    [key](const Shifts& a, const Shifts& b) { return key(a) == key(b); }),
-        shifts.end());
+    shifts.erase(std::unique(shifts.begin(), shifts.end(),
+                             [key](const Shifts& a, const Shifts& b) { return key(a) == key(b); }),
+                 shifts.end());
     return shifts;
 }
 

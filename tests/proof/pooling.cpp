@@ -64,9 +64,12 @@ void CompareSample(Family& family, const PlaneSize& s, const std::vector<int8_t>
 void Compare(Family& family, PoolingKind kind, const PlaneSize& size,
              const std::vector<int8_t>& src) {
     switch (kind) {
-    case PoolingKind::kMaximumStride1: return CompareStride1(family, size, src);
-    case PoolingKind::kMaximumStride2: return CompareStride2(family, size, src);
-    case PoolingKind::kSample: return CompareSample(family, size, src);
+        case PoolingKind::kMaximumStride1:
+            return CompareStride1(family, size, src);
+        case PoolingKind::kMaximumStride2:
+            return CompareStride2(family, size, src);
+        case PoolingKind::kSample:
+            return CompareSample(family, size, src);
     }
 }
 
@@ -87,8 +90,7 @@ uint64_t ProveNetworkPoolings(const Plan& plan) {
             for (const Regime regime : {Regime::kUniform, Regime::kAllLowest, Regime::kAllHighest,
                                         Regime::kAlternating, Regime::kZero}) {
                 if (family.Takes()) {
-                    Compare(family, pooling.kind, pooling.size,
-                            Filled(pooling.size, regime, seed));
+                    Compare(family, pooling.kind, pooling.size, Filled(pooling.size, regime, seed));
                 }
             }
         }

@@ -53,9 +53,9 @@ int main(int argc, char** argv) {
         std::printf(" %s", path);
     }
     std::printf("\n");
-    const uint64_t differing =
-        orvo_proof::ProveConvolutions(plan) + orvo_proof::ProveReductions(plan) +
-        orvo_proof::ProvePooling(plan) + orvo_proof::ProveElementwise(plan);
+    const uint64_t differing = orvo_proof::ProveConvolutions(plan) +
+                               orvo_proof::ProveReductions(plan) + orvo_proof::ProvePooling(plan) +
+                               orvo_proof::ProveElementwise(plan);
     std::printf("%" PRIu64 " bytes differ\n", differing);
     return differing == 0 ? 0 : 1;
 }

@@ -81,13 +81,20 @@ void BringToEdges(const ChwSubject& subject, const ConvShape& s, Regime regime, 
 
 const char* Name(Regime regime) {
     switch (regime) {
-    case Regime::kUniform: return "uniform";
-    case Regime::kAllLowest: return "all -128";
-    case Regime::kAllHighest: return "all 127";
-    case Regime::kAlternating: return "alternating";
-    case Regime::kZero: return "zero";
-    case Regime::kEdges: return "at the edges";
-    case Regime::kWrap: return "wrapping";
+        case Regime::kUniform:
+            return "uniform";
+        case Regime::kAllLowest:
+            return "all -128";
+        case Regime::kAllHighest:
+            return "all 127";
+        case Regime::kAlternating:
+            return "alternating";
+        case Regime::kZero:
+            return "zero";
+        case Regime::kEdges:
+            return "at the edges";
+        case Regime::kWrap:
+            return "wrapping";
     }
     return "";
 }
@@ -96,11 +103,21 @@ void Fill(Regime regime, uint64_t seed, std::vector<int8_t>& values) {
     Random random(seed);
     for (size_t i = 0; i < values.size(); ++i) {
         switch (regime) {
-        case Regime::kAllLowest: values[i] = -128; break;
-        case Regime::kAllHighest: values[i] = 127; break;
-        case Regime::kAlternating: values[i] = (i + seed) % 2 == 0 ? int8_t{-128} : int8_t{127}; break;
-        case Regime::kZero: values[i] = 0; break;
-        default: values[i] = random.Q7(); break;
+            case Regime::kAllLowest:
+                values[i] = -128;
+                break;
+            case Regime::kAllHighest:
+                values[i] = 127;
+                break;
+            case Regime::kAlternating:
+                values[i] = (i + seed) % 2 == 0 ? int8_t{-128} : int8_t{127};
+                break;
+            case Regime::kZero:
+                values[i] = 0;
+                break;
+            default:
+                values[i] = random.Q7();
+                break;
         }
     }
 }

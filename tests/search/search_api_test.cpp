@@ -166,6 +166,13 @@ TEST(Search, RefusesWhatCannotBe) {
     EXPECT_EQ(OrvoSearchMerge(matches, 1, &found, matches, 1), ORVO_SEARCH_WRONG_SIZE);
     const std::string text = capture.text();
     EXPECT_EQ(std::count(text.begin(), text.end(), '['), 12) << text;
+    for (const char* said :
+         {"OrvoSearchDistances failed, a required address is null!\n\n",
+          "OrvoSearchMerge failed, a required address is null!\n\n",
+          "OrvoSearchBest failed. The list holds 2 matches and has room for 1.\n\n",
+          "OrvoSearchBest failed. 2 entries from index 4294967295 on.\n\n"}) {
+        EXPECT_NE(text.find(said), std::string::npos) << said;
+    }
     EXPECT_EQ(found, 2u);
     EXPECT_EQ(matches[0].index, 7u);
     EXPECT_EQ(distance, 77.0f);

@@ -39,12 +39,8 @@ static int fails_now(void) {
 }
 
 void* malloc(size_t size) { return fails_now() ? NULL : __libc_malloc(size); }
-void* calloc(size_t count, size_t size) {
-    return fails_now() ? NULL : __libc_calloc(count, size);
-}
-void* realloc(void* block, size_t size) {
-    return fails_now() ? NULL : __libc_realloc(block, size);
-}
+void* calloc(size_t count, size_t size) { return fails_now() ? NULL : __libc_calloc(count, size); }
+void* realloc(void* block, size_t size) { return fails_now() ? NULL : __libc_realloc(block, size); }
 void* memalign(size_t alignment, size_t size) {
     return fails_now() ? NULL : __libc_memalign(alignment, size);
 }

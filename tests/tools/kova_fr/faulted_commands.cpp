@@ -42,7 +42,6 @@ const std::vector<Command>& Commands() {
     return kCommands;
 }
 
-
 bool IsStage(const std::string& path) {
     return fs::path(path).filename().string().starts_with(".kova-fr-");
 }
@@ -55,13 +54,12 @@ void MakeInputs(const std::string& folder, bool needsMany) {
     write(folder + "/p.png", Pattern(64, 64, 1));
     write(folder + "/q.png", Pattern(64, 64, 2));
     for (const char* name : {"first", "second"}) {
-        EXPECT_EQ(KovaFr({"enroll", "--crop", folder + "/g", name, folder + "/p.png",
-                          folder + "/q.png"})
-                      .status,
-                  0);
+        EXPECT_EQ(
+            KovaFr({"enroll", "--crop", folder + "/g", name, folder + "/p.png", folder + "/q.png"})
+                .status,
+            0);
     }
-    write(folder + "/photo.png",
-          Crop(Photograph({{"ada-1.png", {40, 40, 1}}}), 0, 0, 340, 340));
+    write(folder + "/photo.png", Crop(Photograph({{"ada-1.png", {40, 40, 1}}}), 0, 0, 340, 340));
     for (const std::string person : {"ada", "joe"}) {
         fs::create_directories(folder + "/people/" + person);
         for (uint32_t i = 1; i <= 2; ++i) {
@@ -95,7 +93,7 @@ std::vector<std::string> WordsOf(const std::string& name) {
 }
 
 std::vector<size_t> Positions(size_t all) {
-    constexpr size_t kSome = 12;
+    constexpr size_t kSome = 8;
     const char* const wanted = std::getenv("KOVA_FR_FAULTS");
     const size_t count = std::min(all, wanted == nullptr ? kSome : std::stoul(wanted));
     std::vector<size_t> positions;
@@ -105,7 +103,8 @@ std::vector<size_t> Positions(size_t all) {
     return positions;
 }
 
-FaultedCommand::FaultedCommand(const std::string& name, const std::vector<std::string>& words) {
+FaultedCommand::FaultedCommand(const std::string& name, const std::vector<std::string>& words)
+    : leavesOut_(name == "EnrollAFolder" || name == "Calibrate" || name == "Eval") {
     MakeInputs(folder_.path(), name == "Calibrate");
     for (const std::string& word : words) {
         arguments_.push_back(word[0] == '@' ? folder_ / word.substr(1) : word);
@@ -162,10 +161,15 @@ void FaultedCommand::PutBack() {
 std::string FaultedCommand::Complaint(const Outcome& run, bool mayLeaveStage) {
     const std::string gallery = folder_ / "g";
     const auto files = Files();
+    if (leavesOut_ && run.status == 0 && run.out + run.err != whole_.out + whole_.err) {
+        return Listing("g").starts_with("damaged") ? "the gallery is damaged" : "";
+    }
     for (const auto& [path, content] : files) {
         const bool isOld = old_.contains(path) && old_[path] == content;
         const bool isNew = new_.contains(path) && new_[path] == content;
-        if (isOld || isNew || (IsStage(path) && mayLeaveStage)) {
+        // Faces that cannot be read once more are grey squares on the sheet of the worst pairs.
+        const bool isSheet = path.ends_with("/worst.png");
+        if (isOld || isNew || isSheet || (IsStage(path) && mayLeaveStage)) {
             continue;
         }
         if (path != gallery) {
@@ -185,7 +189,8 @@ std::string FaultedCommand::Complaint(const Outcome& run, bool mayLeaveStage) {
     }
     if (run.status == 0) {
         for (const auto& [path, content] : new_) {
-            if (path != gallery && (!files.contains(path) || files.at(path) != content)) {
+            if (path != gallery && !path.ends_with("/worst.png") &&
+                (!files.contains(path) || files.at(path) != content)) {
                 return path + " is not the new file, though the run succeeded";
             }
         }

@@ -34,6 +34,8 @@ class FaultedCommand {
     std::string Listing(const std::string& gallery) const;
 
     TempFolder folder_;
+    // A picture that cannot be used is left out, and that is said: the result is another then.
+    bool leavesOut_;
     std::vector<std::string> arguments_;
     std::map<std::string, std::string> old_, new_;
     Outcome whole_;
@@ -44,7 +46,7 @@ class FaultedCommand {
 std::vector<std::string> FaultedCommandNames();
 std::vector<std::string> WordsOf(const std::string& name);
 
-// Twelve positions of all there are, spread over them, the first and the last among them; as many as the
+// Eight positions of all there are, spread over them, the first and the last among them; as many as the
 // environment's KOVA_FR_FAULTS says, where it does.
 std::vector<size_t> Positions(size_t all);
 

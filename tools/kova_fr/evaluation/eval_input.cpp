@@ -41,9 +41,15 @@ std::vector<fs::path> Entries(const fs::path& folder, bool (*isWanted)(const fs:
     return entries;
 }
 
+// Where the system cannot say, a whole person would be passed over.
 bool IsFolder(const fs::path& path) {
     std::error_code error;
-    return fs::is_directory(path, error);
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::none) {
+        throw Failure(path.string() + ": cannot be read: " + error.message() +
+                      "; name a folder with one sub-folder a person");
+    }
+    return fs::is_directory(status);
 }
 
 // Notes and lists may lie among the pictures.

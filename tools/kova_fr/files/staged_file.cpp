@@ -95,7 +95,12 @@ bool StagedFile::Open(bool isPrivate) {
     isStaged_ = true;
     struct stat status = {};
     const bool isTaken = !IsLocked(out_->descriptor()) && errno == EWOULDBLOCK;
-    return !isTaken && fstat(out_->descriptor(), &status) == 0 && status.st_nlink > 0;
+    if (fstat(out_->descriptor(), &status) != 0) {
+        const int error = errno;
+        unlink(stage_.c_str()); // whose destructor does not run
+        FailToWrite(path_, error);
+    }
+    return !isTaken && status.st_nlink > 0;
 }
 
 void StagedFile::KeepPermissions() const {

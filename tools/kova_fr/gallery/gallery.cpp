@@ -21,9 +21,15 @@
 namespace kova_cli {
 namespace {
 
+// Where the system cannot say, a new gallery would take the place of the old one.
 bool IsThere(const std::string& path) {
     std::error_code error;
-    return std::filesystem::exists(path, error);
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::none) {
+        throw Failure(path + ": cannot be read: " + error.message() +
+                      "; name another gallery or see to the disk");
+    }
+    return std::filesystem::exists(status);
 }
 
 // Moving a new file to its place asks nobody whether the old one may be written, and the
