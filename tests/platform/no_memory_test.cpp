@@ -63,12 +63,11 @@ TEST(NoMemory, EveryCallAnswersAndKeepsNothing) {
     kova_vgs_task task{};
     task.in = Frame(in.phy, kSide, kSide, kSide);
     task.out = Frame(out.phy, kSide / 2, kSide / 2, kSide / 2);
-    EXPECT_GE(FailEach(KOVA_VGS_ERR_NOMEM,
-                       [&] {
-                           return KOVA_MPI_VGS_AddScaleTask(handle, &task,
-                                                            KOVA_VGS_SCALE_COEF_NORMAL);
-                       }),
-              1);
+    EXPECT_GE(
+        FailEach(
+            KOVA_VGS_ERR_NOMEM,
+            [&] { return KOVA_MPI_VGS_AddScaleTask(handle, &task, KOVA_VGS_SCALE_COEF_NORMAL); }),
+        1);
     EXPECT_GE(FailEach(KOVA_VGS_ERR_NOMEM, [&] { return KOVA_MPI_VGS_EndJob(handle); }), 1);
     EXPECT_EQ(KOVA_MPI_SYS_Munmap(mapped, kSide), 0);
     EXPECT_EQ(KOVA_MPI_SYS_MmzFree(in.phy, in.vir), 0);
@@ -98,4 +97,6 @@ TEST(NoMemory, ARecordWithoutRoomIsCountedAlone) {
     throw std::bad_alloc();
 }
 [[gnu::noinline]] ORVO_API void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] ORVO_API void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] ORVO_API void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
