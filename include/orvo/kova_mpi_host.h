@@ -46,7 +46,7 @@ ORVO_C_BEGIN
 #define KOVA_VGS_ERR_ILLEGAL_PARAM ((int32_t)0xA0038003) /**< a frame or the mode is not valid */
 #define KOVA_VGS_ERR_UNEXIST ((int32_t)0xA0038005)       /**< no such job is open */
 #define KOVA_VGS_ERR_NULL_PTR ((int32_t)0xA0038006)      /**< a required address is null */
-#define KOVA_VGS_ERR_NOMEM ((int32_t)0xA003800C)         /**< a frame could not be reached */
+#define KOVA_VGS_ERR_NOMEM ((int32_t)0xA003800C) /**< a frame could not be reached, or no memory */
 
 /** What is in use at one moment: all zero when nothing is leaked. */
 typedef struct kova_mpi_host_usage {

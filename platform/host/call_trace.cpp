@@ -33,14 +33,22 @@ kova_mpi_host_call NewCall(Function function) {
     return call;
 }
 
-void RecordCall(CallTrace& trace, const kova_mpi_host_call& call) {
+void RecordCall(CallTrace& trace, const kova_mpi_host_call& call) noexcept {
     if (!trace.recording) {
         return;
     }
     ++trace.callCount;
-    if (trace.calls.size() < kMostCallsKept) {
-        trace.calls.push_back(call);
+    try {
+        if (trace.calls.size() < kMostCallsKept) {
+            trace.calls.push_back(call);
+        }
+    } catch (const std::bad_alloc&) {
+        return;
     }
+}
+
+int32_t OutOfMemory(Function function) {
+    return function < kBeginJob ? KOVA_SYS_ERR_NOMEM : KOVA_VGS_ERR_NOMEM;
 }
 
 Fault TakeFault(CallTrace& trace, Function function) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 #include "orvo/kova_mpi_host.h"
@@ -45,17 +46,27 @@ struct CallTrace {
 Function FunctionNamed(const char* name);
 
 kova_mpi_host_call NewCall(Function function);
-void RecordCall(CallTrace& trace, const kova_mpi_host_call& call);
+
+// Where there is no memory for the record, the count alone knows of the call.
+void RecordCall(CallTrace& trace, const kova_mpi_host_call& call) noexcept;
+
+// What `function` answers where this process has no memory left.
+int32_t OutOfMemory(Function function);
 
 // Counts a call of `function` and says what is to happen to it.
 Fault TakeFault(CallTrace& trace, Function function);
 
 // Makes a call: its body runs unless the call is to fail; what it returns is recorded either way.
-// The body may complete the record of the call.
+// The body may complete the record of the call. No exception leaves it: those who call are built
+// without them, and would keep their locks.
 template <typename Body>
 int32_t MakeCall(CallTrace& trace, Function function, kova_mpi_host_call& call, Body body) {
     const Fault fault = TakeFault(trace, function);
-    call.result = fault.kind == Fault::kFail ? fault.code : body(fault.kind);
+    try {
+        call.result = fault.kind == Fault::kFail ? fault.code : body(fault.kind);
+    } catch (const std::bad_alloc&) {
+        call.result = OutOfMemory(function);
+    }
     RecordCall(trace, call);
     return call.result;
 }

@@ -2,6 +2,7 @@
 #include "platform/host/media_memory.h"
 
 #include <algorithm>
+#include <list>
 #include <vector>
 
 #include "orvo/kova_mpi.h"
@@ -47,7 +48,10 @@ int32_t AllocateBlock(Platform& platform, bool cached, Fault::Kind blank, const 
     if (size == 0) {
         return KOVA_SYS_ERR_ILLEGAL_PARAM;
     }
-    Block block;
+    // Made apart, so that nothing that can fail follows once its pages are shown.
+    std::list<Block> made(1);
+    Block& block = made.front();
+    block.name = name;
     block.phy = FindRoom(platform, RoundUpToPage(platform.pool, size));
     if (block.phy == 0) {
         return KOVA_SYS_ERR_NOMEM;
@@ -56,14 +60,13 @@ int32_t AllocateBlock(Platform& platform, bool cached, Fault::Kind blank, const 
     if (block.window.data == nullptr) {
         return KOVA_SYS_ERR_NOMEM;
     }
-    block.name = name;
     block.size = size;
     block.cached = cached;
     block.handedPhy = blank == Fault::kBlankPhy ? 0 : block.phy;
     block.handedVir = blank == Fault::kBlankVir ? nullptr : block.window.data;
     *phy = block.handedPhy;
     *vir = block.handedVir;
-    platform.blocks.push_back(block);
+    platform.blocks.splice(platform.blocks.end(), made);
     return 0;
 }
 
@@ -135,7 +138,8 @@ int32_t MapRange(Platform& platform, uint64_t phy, uint32_t size, void** vir) {
             return 0;
         }
     }
-    Mapping mapping;
+    std::list<Mapping> made(1);
+    Mapping& mapping = made.front();
     mapping.phy = phy;
     mapping.size = size;
     mapping.users = 1;
@@ -144,7 +148,7 @@ int32_t MapRange(Platform& platform, uint64_t phy, uint32_t size, void** vir) {
         return KOVA_SYS_ERR_NOMEM;
     }
     *vir = mapping.window.data;
-    platform.mappings.push_back(mapping);
+    platform.mappings.splice(platform.mappings.end(), made);
     return 0;
 }
 

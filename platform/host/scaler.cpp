@@ -30,21 +30,30 @@ bool IsValidTask(const Platform& platform, const kova_vgs_task& task) {
            !Overlap(task.in, task.out);
 }
 
-Window OpenFrame(const Platform& platform, const kova_video_frame& frame) {
-    return OpenWindow(platform.pool, frame.phy_addr[0] - platform.pool.base, FrameBytes(frame));
-}
+// A frame as this process sees it, for a scope.
+class FrameWindow {
+  public:
+    FrameWindow(const Platform& platform, const kova_video_frame& frame)
+        : window_(OpenWindow(platform.pool, frame.phy_addr[0] - platform.pool.base,
+                             FrameBytes(frame))) {}
+    ~FrameWindow() { CloseWindow(window_); }
+    FrameWindow(const FrameWindow&) = delete;
+    FrameWindow& operator=(const FrameWindow&) = delete;
+    uint8_t* data() const { return window_.data; }
+
+  private:
+    Window window_;
+};
 
 int32_t RunTask(const Platform& platform, const kova_vgs_task& task) {
-    Window in = OpenFrame(platform, task.in);
-    Window out = OpenFrame(platform, task.out);
-    const bool reachable = in.data != nullptr && out.data != nullptr;
-    if (reachable) {
-        orvo_grey::ScalePlane({in.data, task.in.width, task.in.height, task.in.stride[0]},
-                              {out.data, task.out.width, task.out.height, task.out.stride[0]});
+    const FrameWindow in(platform, task.in);
+    const FrameWindow out(platform, task.out);
+    if (in.data() == nullptr || out.data() == nullptr) {
+        return KOVA_VGS_ERR_NOMEM;
     }
-    CloseWindow(in);
-    CloseWindow(out);
-    return reachable ? 0 : KOVA_VGS_ERR_NOMEM;
+    orvo_grey::ScalePlane({in.data(), task.in.width, task.in.height, task.in.stride[0]},
+                          {out.data(), task.out.width, task.out.height, task.out.stride[0]});
+    return 0;
 }
 
 int32_t OpenJob(Platform& platform, int32_t* handle) {
