@@ -23,30 +23,35 @@ int unlockedWithoutLock = 0;
 
 using MutexFunction = int (*)(pthread_mutex_t*);
 
-MutexFunction Next(const char* name) {
-    return reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+// Found on first use without a guarded static: where the machine has no atomics, the guard locks a mutex itself.
+MutexFunction Found(MutexFunction& next, const char* name) {
+    if (next == nullptr) {
+        next = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+    }
+    return next;
 }
+
+MutexFunction nextLock = nullptr;
+MutexFunction nextUnlock = nullptr;
 
 bool FailsNow() { return isWatching && locksUntilFault != 0 && --locksUntilFault == 0; }
 
 } // namespace
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
-    static const MutexFunction next = Next("pthread_mutex_lock");
     if (FailsNow()) {
         refused.push_back(mutex);
         return EINVAL;
     }
-    return next(mutex);
+    return Found(nextLock, "pthread_mutex_lock")(mutex);
 }
 
 extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) {
-    static const MutexFunction next = Next("pthread_mutex_unlock");
     if (isWatching && !refused.empty() && refused.back() == mutex) {
         ++unlockedWithoutLock;
         return EPERM;
     }
-    return next(mutex);
+    return Found(nextUnlock, "pthread_mutex_unlock")(mutex);
 }
 
 namespace {

@@ -145,6 +145,8 @@ const std::vector<Case> kCases = {
     {"so many that rates are long", 5000, 2000000, 0.7, 0.3, 0.1},
 };
 
+void PrintTo(const Case& one, std::ostream* out) { *out << one.name; }
+
 class Charts : public testing::TestWithParam<Case> {};
 
 TEST_P(Charts, LabelsDoNotCollideAndEveryThresholdIsNamed) {
