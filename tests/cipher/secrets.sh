@@ -12,40 +12,21 @@ cd "$(dirname "$0")/../.."
 folder=build/secrets
 traces=(traces_test traces_after_faults_test)
 wanted=("$@")
-rows=()
-failed=0
-
-row() { # NAME OPTIMISATION RESULT
-    rows+=("$(printf '| %-14s | %-4s | %s |' "$@")")
-    printf '%s\n' "${rows[-1]}"
-}
-
-is_wanted() {
-    local name
-    ((${#wanted[@]})) || return 0
-    for name in "${wanted[@]}"; do
-        [[ $1 == "$name"* ]] && return 0
-    done
-    return 1
-}
+row_format='| %-14s | %-4s | %s |' # build, optimisation, result
+source tests/support/several_builds.sh
 
 # machine NAME "OPTIMISATION..." "TARGET..." CMAKE-ARGUMENT...
 machine() {
-    local name=$1 optimisations=${LEVELS:-$2} targets=$3 optimisation build log flags
+    local name=$1 optimisations=${LEVELS:-$2} targets=$3 optimisation build log
     shift 3
     is_wanted "$name" || return 0
     for optimisation in $optimisations; do
-        build=build/secrets-${name// /-}-$optimisation # as deep as those of the presets, for compiler caches
+        build=$(folder_of secrets "$name" "$optimisation")
         log=$folder/$name-$optimisation.log
         mkdir -p "$folder"
-        flags=()
-        case $optimisation in
-        O0) flags=(-DCMAKE_C_FLAGS_RELEASE=-O0 -DCMAKE_CXX_FLAGS_RELEASE=-O0) ;;
-        LTO) flags=(-DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON) ;;
-        esac
-        # shellcheck disable=SC2086 # words
+        # shellcheck disable=SC2046,SC2086 # words
         if ! { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORVO_WERROR=ON -DORVO_BUILD_BENCH=OFF \
-            -DORVO_BUILD_TOOLS=OFF -DORVO_BUILD_PYTHON=OFF "${flags[@]}" "$@" &&
+            -DORVO_BUILD_TOOLS=OFF -DORVO_BUILD_PYTHON=OFF $(flags_of "$optimisation") "$@" &&
             cmake --build "$build" --target $targets; } >"$log" 2>&1; then
             failed=1
             row "$name" "$optimisation" "does not build, see $log"

@@ -103,10 +103,7 @@ uint32_t LivelyShift(size_t dotLength) {
 
 ConvData LivelyData(const ChwSubject& subject, const ConvShape& shape, uint64_t seed) {
     Random random(seed);
-    ConvData data;
-    data.src.resize(SrcBytes(shape));
-    data.weights.resize(subject.weightCount(shape));
-    data.bias.resize(static_cast<size_t>(shape.dstChannels));
+    ConvData data = UniformData(subject, shape, 0, 0, 0);
     random.Fill(data.src.data(), data.src.size());
     // A sum of K products of an input (deviation 74) and a weight (amplitude / sqrt(3)) deviates by
     // their product times sqrt(K): make that about 40 units of the output.
@@ -129,10 +126,7 @@ ConvData LivelyData(const ChwSubject& subject, const ConvShape& shape, uint64_t 
 
 ConvData ExtremeData(const ChwSubject& subject, const ConvShape& shape, uint64_t seed) {
     Random random(seed);
-    ConvData data;
-    data.src.resize(SrcBytes(shape));
-    data.weights.resize(subject.weightCount(shape));
-    data.bias.resize(static_cast<size_t>(shape.dstChannels));
+    ConvData data = UniformData(subject, shape, 0, 0, 0);
     for (int8_t& x : data.src) {
         x = random.Next() % 2 == 0 ? int8_t{-128} : int8_t{127};
     }

@@ -16,8 +16,15 @@ TEST(FindOpening, AModelThatCannotBeOpenedIsSaidAndLeavesTheFinderClosed) {
     const std::string text = errors.text();
     EXPECT_NE(text.find("error in cbc_encryption.\n\n"), std::string::npos) << text;
     EXPECT_NE(text.find("OrvoFindInit failed.\n"), std::string::npos) << text;
+    static uint8_t memory[1 << 20], pixels[64 * 64];
+    const OrvoFindPicture picture = {pixels, 64, 64, 64};
+    OrvoFindFace face;
+    int32_t count = 0;
+    ASSERT_EQ(OrvoFindSetMemory(memory, sizeof memory), ORVO_FIND_OK);
+    EXPECT_EQ(OrvoFindRun(&picture, 20, &face, 1, &count), ORVO_FIND_NOT_DECRYPTED);
     // Nothing was changed yet, so that the next call succeeds.
     EXPECT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    EXPECT_EQ(OrvoFindRun(&picture, 20, &face, 1, &count), ORVO_FIND_OK);
 }
 
 } // namespace

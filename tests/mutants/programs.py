@@ -31,14 +31,16 @@ _PROGRAMS = [
     (r"cipher/traces\.cpp|claim_pages\.cpp", "claimed_pages_test traces_test core_api_test find_api_test"),
     (r"store_opening\.cpp", "store_opening_test claimed_pages_test traces_test core_api_test find_api_test"),
     (r"cipher/(white_box|custom_data)\.cpp",
-     "custom_data_test white_box_test white_box_faults_test white_box_tables_test store_opening_test traces_test"),
-    (r"cipher/gcm\.cpp", "gcm_test gcm_openssl_test"),
+     "custom_data_test white_box_test cbc_attacks_test white_box_faults_test white_box_tables_test store_opening_test "
+     "traces_test"),
+    (r"cipher/gcm\.cpp", "gcm_test gcm_openssl_test gcm_attacks_test"),
     (r"cipher/", "aes_test gcm_test store_opening_test aes_comparison_test traces_test"),
     (r"common/affine_warp\.cpp", "affine_warp_test"),
     (r"common/bounded_memory\w*\.cpp", "bounded_memory_test bounded_defined_test own_names_test"),
     (r"common/image_nearest\.cpp", "image_nearest_test"),
     (r"common/image_resize\.cpp", "image_resize_test"),
-    (r"device_api/", "device_api_test device_api_core_answers_test device_api_threads_test"),
+    (r"device_api/", "device_api_test device_api_core_answers_test device_api_mutex_fault_test "
+                    "device_api_threads_test"),
     (r"fr_demo/(align|fr)_32\.cpp", "network_steps_test core_api_test network_memory_test"),
     (r"fr_demo/\w+_registry\.cpp", "registry_test core_api_test layer_list_test"),
     (r"fr_demo/", "core_api_test network_steps_test network_memory_test device_api_core_answers_test"),
@@ -47,7 +49,7 @@ _PROGRAMS = [
     (r"grey/structure\.cpp", "structure_test"),
     (r"grey/", "platform_test"),
     (r"host/media_pool\.cpp", "media_pool_test platform_test platform_address_limit_test"),
-    (r"host/", "platform_test platform_threads_test platform_address_limit_test"),
+    (r"host/", "platform_test platform_no_memory_test platform_threads_test platform_address_limit_test"),
     (r"search/", "distances_test search_api_test"),
 ]
 # The objects of the libraries, by the folders of their targets.

@@ -16,8 +16,8 @@ kernels=(arma_convolve_chw_q7 ArmAConvolve1x1s1p0ChwQ7 arma_convolvedw_3x3_s1_ch
 paths=(plain sse41 avx2 avxvnni avxvnni_evex avx512vnni amx neon neon_dot rvv)
 ciphers=(plain look_up instructions wide_instructions)
 wanted=("$@")
-rows=()
-failed=0
+row_format='| %-22s | %-3s | %-62s | %s |' # build, level, paths, result
+source tests/support/several_builds.sh
 
 # Rendered people, two crops and a whole picture in which a face is looked for.
 mkdir -p "$folder/pictures"
@@ -29,37 +29,16 @@ for name in sys.argv[2:]:
 PYTHON
 pictures=("$folder"/pictures/{ada-1,ben-2}.pgm tests/find/pictures/good.pgm)
 
-row() { # NAME LEVEL PATHS RESULT
-    rows+=("$(printf '| %-22s | %-3s | %-62s | %s |' "$@")")
-    printf '%s\n' "${rows[-1]}"
-}
-
-is_wanted() {
-    local name
-    ((${#wanted[@]})) || return 0
-    for name in "${wanted[@]}"; do
-        [[ $1 == "$name"* ]] && return 0
-    done
-    return 1
-}
-
-# folder_of NAME LEVEL: as deep as those of the presets, so that a compiler cache serves both.
-folder_of() {
-    local name=build/portability-$1-$2
-    echo "${name// /-}"
-}
-
 # build NAME LEVEL CC CMAKE-ARGUMENT...: the library and the program, of which the log stays.
 build() {
     local name=$1 level=$2 cc=$3 build
-    build=$(folder_of "$1" "$2")
+    build=$(folder_of portability "$1" "$2")
     shift 3
     local wrap=("${kernels[@]/#/-Wl,--wrap=}")
-    local levels=()
-    [[ $level == O3 ]] || levels=("-DCMAKE_C_FLAGS_RELEASE=-$level" "-DCMAKE_CXX_FLAGS_RELEASE=-$level")
     {
+        # shellcheck disable=SC2046 # words
         cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DORVO_WERROR=ON -DORVO_BUILD_TESTS=OFF \
-            -DORVO_BUILD_BENCH=OFF -DORVO_BUILD_TOOLS=OFF -DORVO_BUILD_PYTHON=OFF "${levels[@]}" "$@" &&
+            -DORVO_BUILD_BENCH=OFF -DORVO_BUILD_TOOLS=OFF -DORVO_BUILD_PYTHON=OFF $(flags_of "$level") "$@" &&
             cmake --build "$build" --target kova_fr_static kova_find_static &&
             $cc -std=c99 "-$level" -Wall -Wextra -Iinclude "${wrap[@]}" tests/portability/digests.c \
                 examples/plain_platform.c "$build/lib/libkova_find.a" "$build/lib/libkova_fr.a" \
@@ -71,7 +50,7 @@ build() {
 # that holds something else each time.
 run_paths() {
     local name=$1 level=$2 program path said ran=() different='' turn=0 fill
-    program=$(folder_of "$1" "$2")/digests
+    program=$(folder_of portability "$1" "$2")/digests
     shift 2
     for path in "${paths[@]}"; do
         said=$folder/$name-$level.$path

@@ -53,19 +53,18 @@ constexpr Line kRecogniser[] = {ORVO_ALIGN_NETWORK(ORVO_LAYER, ORVO_STEP, ORVO_N
 #undef ORVO_LAYER
 #undef ORVO_STEP
 
-#define ORVO_LAYER(kind, number, inputs, stride, outputs, shift) \
-    {kind, inputs, kPictureWidth / (stride), kPictureHeight / (stride), outputs, shift},
-#define ORVO_STEP(kind, channels, stride) \
-    {kind, channels, kPictureWidth / (stride), kPictureHeight / (stride), channels, 0},
-constexpr Line kFinder[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_STEP)};
-#undef ORVO_LAYER
-#undef ORVO_STEP
+// The finder's lists have strides in place of sides.
+struct StridedLine {
+    Kind kind;
+    int inputs, stride, outputs;
+    uint32_t shift;
+};
 
 #define ORVO_LAYER(kind, number, inputs, stride, outputs, shift) \
-    {kind, inputs, kLookSide / (stride), kLookSide / (stride), outputs, shift},
-#define ORVO_STEP(kind, channels, stride) \
-    {kind, channels, kLookSide / (stride), kLookSide / (stride), channels, 0},
-constexpr Line kLook[] = {ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_STEP)};
+    {kind, inputs, stride, outputs, shift},
+#define ORVO_STEP(kind, channels, stride) {kind, channels, stride, channels, 0},
+constexpr StridedLine kFinder[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_STEP)};
+constexpr StridedLine kLook[] = {ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_STEP)};
 #undef ORVO_LAYER
 #undef ORVO_STEP
 
@@ -89,10 +88,24 @@ std::vector<Line> Once(std::vector<Line> lines) {
     return lines;
 }
 
+std::vector<Line> FinderLines() {
+    std::vector<Line> lines;
+    const auto add = [&lines](const StridedLine& l, int width, int height) {
+        lines.push_back(
+            {l.kind, l.inputs, width / l.stride, height / l.stride, l.outputs, l.shift});
+    };
+    for (const StridedLine& line : kFinder) {
+        add(line, kPictureWidth, kPictureHeight);
+    }
+    for (const StridedLine& line : kLook) {
+        add(line, kLookSide, kLookSide);
+    }
+    return Once(lines);
+}
+
 std::vector<Line> Together() {
-    std::vector<Line> lines(std::begin(kRecogniser), std::end(kRecogniser));
-    lines.insert(lines.end(), std::begin(kFinder), std::end(kFinder));
-    lines.insert(lines.end(), std::begin(kLook), std::end(kLook));
+    std::vector<Line> lines = FinderLines();
+    lines.insert(lines.end(), std::begin(kRecogniser), std::end(kRecogniser));
     return Once(lines);
 }
 
@@ -137,11 +150,7 @@ std::vector<NetworkConvolution> RecogniserConvolutions() {
     return ConvolutionsOf(Once({std::begin(kRecogniser), std::end(kRecogniser)}));
 }
 
-std::vector<NetworkConvolution> FinderConvolutions() {
-    std::vector<Line> lines(std::begin(kFinder), std::end(kFinder));
-    lines.insert(lines.end(), std::begin(kLook), std::end(kLook));
-    return ConvolutionsOf(Once(lines));
-}
+std::vector<NetworkConvolution> FinderConvolutions() { return ConvolutionsOf(FinderLines()); }
 
 std::vector<Vectors> NetworkVectors() {
     std::vector<Vectors> vectors;
