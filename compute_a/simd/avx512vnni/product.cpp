@@ -23,6 +23,8 @@
 // intrinsics took 1.1 times as long.
 #include <immintrin.h>
 
+#include <type_traits>
+
 #include "compute_a/simd/avx512vnni/lanes.h"
 #include "compute_a/simd/avx512vnni/routines.h"
 #include "compute_a/simd/plain/routines.h"
@@ -43,6 +45,7 @@ constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 4 * kVectorPixels; // of four vectors that are packed at once
 constexpr size_t kMostSteps = 256;                // of four rows
 constexpr size_t kSlabBytes = 24 * 1024;          // at a time, to stay in the first cache
+constexpr size_t kStepsAside = 32;                // of those that fill the scratch, the longest
 
 // Where a tile's vectors are packed: all but the last side by side, step after step, then the last
 // one's, of which only the bytes of its pixels are stored. The scratch has no room for more.
@@ -53,7 +56,7 @@ struct PackedTile {
     size_t lastBytes;
 };
 
-PackedTile TileAt(uint8_t* values, size_t pixels, size_t steps) {
+inline PackedTile TileAt(uint8_t* values, size_t pixels, size_t steps) {
     const size_t full = (pixels - 1) / kVectorPixels;
     return {values, 64 * full, values + 64 * full * steps, 4 * (pixels - full * kVectorPixels)};
 }
@@ -143,12 +146,12 @@ void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
 // nobody stores.
 //
 // ORVO_TILE_ROW_V(c): a channel's products. The words stand 16 bytes behind the starts.
-#define ORVO_TILE_START(c, v) "vpbroadcastd 4*" #c "-16(%[words]), %[s" #c #v "]\n\t"
-#define ORVO_TILE_STARTS_1(c) ORVO_TILE_START(c, 0)
-#define ORVO_TILE_STARTS_2(c) ORVO_TILE_STARTS_1(c) ORVO_TILE_START(c, 1)
-#define ORVO_TILE_STARTS_3(c) ORVO_TILE_STARTS_2(c) ORVO_TILE_START(c, 2)
-#define ORVO_TILE_STARTS_4(c) ORVO_TILE_STARTS_3(c) ORVO_TILE_START(c, 3)
-#define ORVO_TILE_STARTS_5(c) ORVO_TILE_STARTS_4(c) ORVO_TILE_START(c, 4)
+#define ORVO_TILE_STARTS_1(c) "vpbroadcastd 4*" #c "-16(%[words]), %[s" #c "0]\n\t"
+#define ORVO_TILE_COPY(c, v) "vmovdqa64 %[s" #c "0], %[s" #c #v "]\n\t"
+#define ORVO_TILE_STARTS_2(c) ORVO_TILE_STARTS_1(c) ORVO_TILE_COPY(c, 1)
+#define ORVO_TILE_STARTS_3(c) ORVO_TILE_STARTS_2(c) ORVO_TILE_COPY(c, 2)
+#define ORVO_TILE_STARTS_4(c) ORVO_TILE_STARTS_3(c) ORVO_TILE_COPY(c, 3)
+#define ORVO_TILE_STARTS_5(c) ORVO_TILE_STARTS_4(c) ORVO_TILE_COPY(c, 4)
 #define ORVO_TILE_VALUES_1 "vmovdqu64 (%[last]), %%zmm26\n\t"
 #define ORVO_TILE_VALUES_2 ORVO_TILE_VALUES_1 "vmovdqu64 (%[values]), %%zmm27\n\t"
 #define ORVO_TILE_VALUES_3 ORVO_TILE_VALUES_2 "vmovdqu64 64(%[values]), %%zmm28\n\t"
@@ -211,55 +214,36 @@ struct TileOutput {
     int8_t* dst;
     size_t planePitch;
     size_t channels; // up to 4
-    uint32_t shift;
 };
 
-inline void StoreQuad(const __m512i sums[4][kGroup], const TileOutput& out) {
+// kWhole: there are four channels. Unlike their number and the kind of shift that is known where the
+// code is compiled, which saves a fifth of the cycles of a tile of few steps.
+template <bool kWhole, bool ShiftWords>
+inline __attribute__((always_inline)) void StoreQuad(const __m512i sums[4][kGroup], __m512i shift,
+                                                     const TileOutput& out) {
 #pragma GCC unroll 4
     for (size_t c = 0; c < kGroup; ++c) {
         const __m512i plane[4] = {sums[0][c], sums[1][c], sums[2][c], sums[3][c]};
-        if (c < out.channels) {
-            _mm512_storeu_si512(out.dst + c * out.planePitch, RequantiseBy(plane, out.shift));
+        if (kWhole || c < out.channels) {
+            _mm512_storeu_si512(out.dst + c * out.planePitch, Requantise<ShiftWords>(plane, shift));
         }
     }
 }
 
-template <size_t V>
-void Tile(const GroupWeights& group, const PackedTile& tile, size_t steps, const TileOutput& out,
-          size_t pixels) {
+template <size_t V, bool kWhole, bool ShiftWords>
+void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps, __m512i shift,
+              const TileOutput& out, size_t pixels) {
     __m512i sums[V][kGroup];
     SumTile<V>(group, tile, steps, sums);
     constexpr size_t kQuad = V == 5 ? 4 : 0; // and a vector
     if constexpr (kQuad > 0) {
-        StoreQuad(sums, out);
+        StoreQuad<kWhole, ShiftWords>(sums, shift, out);
     }
 #pragma GCC unroll 4
     for (size_t v = kQuad; v < V; ++v) {
-        StoreFourPlanes(RequantiseBy(sums[v], out.shift), out.dst + v * kVectorPixels,
-                        out.planePitch, out.channels, FirstBytes16(pixels - v * kVectorPixels));
-    }
-}
-
-void WholeTile(const GroupWeights& group, const PackedTile& tile, size_t steps,
-               const TileOutput& out) {
-    __m512i sums[4][kGroup];
-    SumTile<4>(group, tile, steps, sums);
-    StoreQuad(sums, out);
-}
-
-void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps,
-              const TileOutput& out, size_t pixels) {
-    switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
-        case 1:
-            return Tile<1>(group, tile, steps, out, pixels);
-        case 2:
-            return Tile<2>(group, tile, steps, out, pixels);
-        case 3:
-            return Tile<3>(group, tile, steps, out, pixels);
-        case 4:
-            return Tile<4>(group, tile, steps, out, pixels);
-        default:
-            return Tile<5>(group, tile, steps, out, pixels);
+        StoreFourPlanes(Requantise<ShiftWords>(sums[v], shift), out.dst + v * kVectorPixels,
+                        out.planePitch, kWhole ? kGroup : out.channels,
+                        FirstBytes16(pixels - v * kVectorPixels));
     }
 }
 
@@ -280,6 +264,7 @@ class Scheme {
     // Quads, then the rest, which takes a quad along where it would be only one vector.
     struct Slab {
         uint8_t* packed;
+        uint8_t* aside; // where the last vector is instead, or null
         size_t firstPixel;
         size_t tiles;
         size_t restPixels;
@@ -292,9 +277,9 @@ class Scheme {
 
     size_t GroupChannels() const { return kGroup; }
 
-    Slab SlabFrom(size_t pixel) const {
+    Slab SlabFrom(size_t pixel) {
         const size_t left = p_.pixels - pixel;
-        Slab slab{nullptr, pixel, left / kQuadPixels, left % kQuadPixels};
+        Slab slab{nullptr, nullptr, pixel, left / kQuadPixels, left % kQuadPixels};
         if (slab.tiles > 0 && slab.restPixels > 0 && slab.restPixels <= kVectorPixels) {
             --slab.tiles;
             slab.restPixels += kQuadPixels;
@@ -303,7 +288,7 @@ class Scheme {
             slab.tiles = Least(slab.tiles, room_ / TileBytes());
             slab.restPixels = 0;
         }
-        slab.packed = AlignedScratch(Bytes(slab));
+        Place(slab);
         return slab;
     }
 
@@ -316,30 +301,27 @@ class Scheme {
     }
 
     void Pack(const Slab& slab) const {
-        uint8_t* to = slab.packed;
         size_t pixel = slab.firstPixel;
-        for (size_t i = 0; i < slab.tiles; ++i, pixel += kQuadPixels, to += TileBytes()) {
-            const PackedTile tile = TileAt(to, kQuadPixels, steps_);
+        for (size_t i = 0; i < slab.tiles; ++i, pixel += kQuadPixels) {
+            const PackedTile tile = TileOf(slab, i, kQuadPixels);
             PackQuad(p_, pixel, tile.values, tile.stepBytes, tile.last, tile.lastBytes);
         }
         if (slab.restPixels > 0) {
-            PackRest(p_, pixel, slab.restPixels, TileAt(to, slab.restPixels, steps_));
+            PackRest(p_, pixel, slab.restPixels, TileOf(slab, slab.tiles, slab.restPixels));
         }
     }
 
     void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
-        uint8_t* values = slab.packed;
-        TileOutput out = OutputOf(group, slab.firstPixel);
-        for (size_t i = 0; i < slab.tiles; ++i, out.dst += kQuadPixels, values += TileBytes()) {
-            WholeTile(ready_, TileAt(values, kQuadPixels, steps_), steps_, out);
-        }
+        WithKind(group, [&](auto whole, auto shiftWords) {
+            MultiplyTilesAs<whole.value, shiftWords.value>(group, slab);
+        });
     }
 
     void MultiplyRest(const ChannelGroup& group, const Slab& slab) const {
         if (slab.restPixels > 0) {
-            uint8_t* const values = slab.packed + slab.tiles * TileBytes();
-            RestTile(ready_, TileAt(values, slab.restPixels, steps_), steps_,
-                     OutputOf(group, slab.firstPixel + slab.tiles * kQuadPixels), slab.restPixels);
+            WithKind(group, [&](auto whole, auto shiftWords) {
+                MultiplyRestAs<whole.value, shiftWords.value>(group, slab);
+            });
         }
     }
 
@@ -354,23 +336,85 @@ class Scheme {
                    : 4 * pixels * steps_ + 4 * (kVectorPixels - (pixels - 1) % kVectorPixels - 1);
     }
 
-    // The scratch, from a cache line's start on where it has room for that: values that straddle
-    // two lines take twice as long to load.
-    uint8_t* AlignedScratch(size_t needed) const {
-        const size_t skip = (64 - reinterpret_cast<uintptr_t>(p_.scratch) % 64) % 64;
-        return reinterpret_cast<uint8_t*>(p_.scratch) +
-               (needed + skip <= p_.scratchBytes ? skip : 0);
+    // From a cache line's start on: values that straddle two lines take twice as long to load. Where
+    // the scratch has room for that only without the last vector, that one is put aside.
+    void Place(Slab& slab) {
+        uint8_t* const scratch = reinterpret_cast<uint8_t*>(p_.scratch);
+        const size_t skip = (64 - reinterpret_cast<uintptr_t>(scratch) % 64) % 64;
+        const size_t pixels = slab.pixels();
+        slab.packed = scratch;
+        if (Bytes(slab) + skip <= p_.scratchBytes) {
+            slab.packed += skip;
+            return;
+        }
+        const size_t withoutLast = (pixels - 1) / kVectorPixels * kVectorPixels;
+        if (pixels > 0 && steps_ <= kStepsAside &&
+            4 * withoutLast * steps_ + skip <= p_.scratchBytes) {
+            slab.packed += skip;
+            slab.aside = aside_;
+        }
+    }
+
+    PackedTile TileOf(const Slab& slab, size_t tile, size_t pixels) const {
+        PackedTile packed = TileAt(slab.packed + tile * TileBytes(), pixels, steps_);
+        if (slab.aside != nullptr && tile * kQuadPixels + pixels == slab.pixels()) {
+            packed.last = slab.aside;
+        }
+        return packed;
     }
 
     TileOutput OutputOf(const ChannelGroup& group, size_t pixel) const {
-        return {p_.dst + group.first * p_.planePitch + pixel, p_.planePitch, group.channels,
-                p_.shift};
+        return {p_.dst + group.first * p_.planePitch + pixel, p_.planePitch, group.channels};
+    }
+
+    template <typename Do>
+    void WithKind(const ChannelGroup& group, const Do& with) const {
+        using std::false_type;
+        using std::true_type;
+        if (group.channels < kGroup) {
+            p_.shift <= 8 ? with(false_type{}, true_type{}) : with(false_type{}, false_type{});
+        } else {
+            p_.shift <= 8 ? with(true_type{}, true_type{}) : with(true_type{}, false_type{});
+        }
+    }
+
+    template <bool kWhole, bool ShiftWords>
+    void MultiplyTilesAs(const ChannelGroup& group, const Slab& slab) const {
+        const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
+        const size_t steps = steps_;
+        TileOutput out = OutputOf(group, slab.firstPixel);
+        for (size_t i = 0; i < slab.tiles; ++i, out.dst += kQuadPixels) {
+            __m512i sums[4][kGroup];
+            SumTile<4>(ready_, TileOf(slab, i, kQuadPixels), steps, sums);
+            StoreQuad<kWhole, ShiftWords>(sums, shift, out);
+        }
+    }
+
+    template <bool kWhole, bool ShiftWords>
+    void MultiplyRestAs(const ChannelGroup& group, const Slab& slab) const {
+        const size_t pixels = slab.restPixels;
+        const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
+        const PackedTile tile = TileOf(slab, slab.tiles, pixels);
+        const TileOutput out = OutputOf(group, slab.firstPixel + slab.tiles * kQuadPixels);
+        switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
+            case 1:
+                return RestTile<1, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+            case 2:
+                return RestTile<2, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+            case 3:
+                return RestTile<3, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+            case 4:
+                return RestTile<4, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+            default:
+                return RestTile<5, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+        }
     }
 
     const MatrixProduct& p_;
     const size_t steps_;
     const size_t room_;
     GroupWeights ready_;
+    alignas(64) uint8_t aside_[64 * kStepsAside];
 };
 
 } // namespace
