@@ -112,15 +112,14 @@ void PackQuad(const MatrixProduct& p, const Cut& cut, size_t pixel, int8_t* to) 
 
 // Up to 16 pixels become a step of one B, in their order.
 void PackVector(const MatrixProduct& p, const Cut& cut, size_t pixel, int8_t* to) {
-    const __mmask16 inside = FirstBytes16(p.pixels - pixel);
-    for (size_t k = 0; k < 4 * cut.steps(); k += 4, to += 64) {
-        const int8_t* at = p.rows + k * p.rowPitch + pixel;
-        __m128i row[4];
-        for (size_t i = 0; i < 4; ++i) {
-            row[i] = k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch)
-                                     : _mm_setzero_si128();
-        }
-        _mm512_store_si512(to, InterleaveRows(row));
+    int8_t* const end = to + 64 * cut.steps();
+    InterleaveSteps(p.rows + pixel, p.rowPitch, p.inner, p.pixels - pixel,
+                    [&](__m512i lanes, __mmask16) {
+                        _mm512_store_si512(to, lanes);
+                        to += 64;
+                    });
+    for (; to < end; to += 64) {
+        _mm512_store_si512(to, _mm512_setzero_si512());
     }
 }
 

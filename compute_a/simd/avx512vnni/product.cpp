@@ -25,6 +25,7 @@
 
 #include <type_traits>
 
+#include "compute_a/simd/avx512vnni/group_weights.h"
 #include "compute_a/simd/avx512vnni/lanes.h"
 #include "compute_a/simd/avx512vnni/routines.h"
 #include "compute_a/simd/plain/routines.h"
@@ -33,17 +34,9 @@
 namespace orvo {
 namespace {
 
-// The sums of the four 128-bit parts, lane by lane, wrapping.
-inline __m128i AddParts(__m512i lanes) {
-    const __m256i halves =
-        _mm256_add_epi32(_mm512_castsi512_si256(lanes), _mm512_extracti64x4_epi64(lanes, 1));
-    return _mm_add_epi32(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
-}
-
-constexpr size_t kGroup = 4; // channels
 constexpr size_t kVectorPixels = 16;
 constexpr size_t kQuadPixels = 4 * kVectorPixels; // of four vectors that are packed at once
-constexpr size_t kMostSteps = 256;                // of four rows
+constexpr size_t kMostSteps = 256;
 constexpr size_t kSlabBytes = 24 * 1024;          // at a time, to stay in the first cache
 constexpr size_t kStepsAside = 32;                // of those that fill the scratch, the longest
 
@@ -85,56 +78,11 @@ void PackQuad(const MatrixProduct& p, size_t pixel, uint8_t* to, size_t stepByte
 
 void PackVector(const MatrixProduct& p, size_t pixel, size_t pixels, uint8_t* to,
                 size_t stepBytes) {
-    const __mmask16 inside = FirstBytes16(pixels);
-    for (size_t k = 0; k < p.inner; k += 4, to += stepBytes) {
-        const int8_t* at = p.rows + k * p.rowPitch + pixel;
-        __m128i row[4];
-        for (size_t i = 0; i < 4; ++i) {
-            row[i] = k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch)
-                                     : _mm_setzero_si128();
-        }
-        _mm512_mask_storeu_epi32(to, inside, FlipSign(InterleaveRows(row)));
-    }
-}
-
-// The weights of four channels as the tiles read them, and what the sums start from: the bias, less
-// what the flipped signs of the activations add. Channels that are not there have weights of zero.
-struct GroupWeights {
-    alignas(64) int32_t start[kGroup];
-    int32_t words[kMostSteps][kGroup]; // a step's four weights, right behind the start
-};
-
-// 16 bytes hold four rows of four channels; transposed they are four words, one a channel.
-void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel, GroupWeights& group) {
-    const __m512i transpose =
-        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
-    const __m512i signs = _mm512_set1_epi8(-128); // 128, read without a sign
-    __m512i added = _mm512_setzero_si512();
-    for (size_t k = 0; k < p.inner; k += 16) {
-        const __m512i loaded =
-            _mm512_maskz_loadu_epi8(FirstBytes(4 * (p.inner - k)), weights + 4 * k);
-        const __m512i words = _mm512_shuffle_epi8(loaded, transpose);
-        _mm512_storeu_si512(group.words[k / 4], words);
-        DotAccumulate(added, signs, words);
-    }
-    const __m128i bias = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bias + channel));
-    _mm_store_si128(reinterpret_cast<__m128i*>(group.start), _mm_sub_epi32(bias, AddParts(added)));
-}
-
-// Leftover channels' weights stand one after the other, each in row order.
-void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
-                  GroupWeights& group) {
-    __builtin_memset(&group, 0, sizeof group.start + (p.inner + 3) / 4 * sizeof group.words[0]);
-    for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
-        uint32_t sum = 0;
-        for (size_t k = 0; k < p.inner; ++k) {
-            sum += static_cast<uint32_t>(weights[k]);
-            const uint32_t weight = static_cast<uint8_t>(weights[k]);
-            group.words[k / 4][c] |= static_cast<int32_t>(weight << (k % 4 * 8));
-        }
-        group.start[c] =
-            static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) - 128u * sum);
-    }
+    InterleaveSteps(p.rows + pixel, p.rowPitch, p.inner, pixels,
+                    [&](__m512i lanes, __mmask16 inside) {
+                        _mm512_mask_storeu_epi32(to, inside, FlipSign(lanes));
+                        to += stepBytes;
+                    });
 }
 
 // The tile: four channels by V vectors. One assembly statement, because GCC 12 copies sums from
@@ -177,6 +125,7 @@ void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
     __asm__ volatile(                                                                        \
         ORVO_TILE_STARTS_##COUNT(0) ORVO_TILE_STARTS_##COUNT(1) ORVO_TILE_STARTS_##COUNT(2)              \
             ORVO_TILE_STARTS_##COUNT(3)                                                          \
+        ".p2align 6\n\t"                                                                      \
         "1:\n\t" ORVO_TILE_VALUES_##COUNT ORVO_TILE_ROW_##COUNT(0) ORVO_TILE_ROW_##COUNT(1)              \
             ORVO_TILE_ROW_##COUNT(2) ORVO_TILE_ROW_##COUNT(3) "add %[stepBytes], %[values]\n\t"      \
         "add %[lastBytes], %[last]\n\t"                                                      \
@@ -190,7 +139,7 @@ void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel,
 
 // sums[vector][channel]
 template <size_t V>
-inline __attribute__((always_inline)) void SumTile(const GroupWeights& group,
+inline __attribute__((always_inline)) void SumTile(const GroupWeights<kMostSteps>& group,
                                                    const PackedTile& tile, size_t steps,
                                                    __m512i sums[V][kGroup]) {
     const uint8_t* values = tile.values;
@@ -221,30 +170,43 @@ struct TileOutput {
 template <bool kWhole, bool ShiftWords>
 inline __attribute__((always_inline)) void StoreQuad(const __m512i sums[4][kGroup], __m512i shift,
                                                      const TileOutput& out) {
-#pragma GCC unroll 4
-    for (size_t c = 0; c < kGroup; ++c) {
-        const __m512i plane[4] = {sums[0][c], sums[1][c], sums[2][c], sums[3][c]};
-        if (kWhole || c < out.channels) {
-            _mm512_storeu_si512(out.dst + c * out.planePitch, Requantise<ShiftWords>(plane, shift));
+    // No loop, here and below: what one takes from an array GCC 12 stores there first.
+    const auto store = [&](size_t channel, __m512i a, __m512i b, __m512i c, __m512i d) {
+        const __m512i plane[4] = {a, b, c, d};
+        if (kWhole || channel < out.channels) {
+            _mm512_storeu_si512(out.dst + channel * out.planePitch,
+                                Requantise<ShiftWords>(plane, shift));
         }
+    };
+    store(0, sums[0][0], sums[1][0], sums[2][0], sums[3][0]);
+    store(1, sums[0][1], sums[1][1], sums[2][1], sums[3][1]);
+    store(2, sums[0][2], sums[1][2], sums[2][2], sums[3][2]);
+    store(3, sums[0][3], sums[1][3], sums[2][3], sums[3][3]);
+}
+
+template <size_t kVector, size_t V, bool kWhole, bool ShiftWords>
+inline __attribute__((always_inline)) void StoreVectors(const __m512i sums[V][kGroup],
+                                                        __m512i shift, const TileOutput& out,
+                                                        size_t pixels) {
+    if constexpr (kVector < V) {
+        constexpr size_t kBefore = kVector * kVectorPixels;
+        StoreFourPlanes(Requantise<ShiftWords>(sums[kVector], shift), out.dst + kBefore,
+                        out.planePitch, kWhole ? kGroup : out.channels,
+                        FirstBytes16(pixels - kBefore));
+        StoreVectors<kVector + 1, V, kWhole, ShiftWords>(sums, shift, out, pixels);
     }
 }
 
 template <size_t V, bool kWhole, bool ShiftWords>
-void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps, __m512i shift,
-              const TileOutput& out, size_t pixels) {
+void RestTile(const GroupWeights<kMostSteps>& group, const PackedTile& tile, size_t steps,
+              __m512i shift, const TileOutput& out, size_t pixels) {
     __m512i sums[V][kGroup];
     SumTile<V>(group, tile, steps, sums);
-    constexpr size_t kQuad = V == 5 ? 4 : 0; // and a vector
-    if constexpr (kQuad > 0) {
+    constexpr bool kQuad = V == 5; // and a vector
+    if constexpr (kQuad) {
         StoreQuad<kWhole, ShiftWords>(sums, shift, out);
     }
-#pragma GCC unroll 4
-    for (size_t v = kQuad; v < V; ++v) {
-        StoreFourPlanes(Requantise<ShiftWords>(sums[v], shift), out.dst + v * kVectorPixels,
-                        out.planePitch, kWhole ? kGroup : out.channels,
-                        FirstBytes16(pixels - v * kVectorPixels));
-    }
+    StoreVectors<kQuad ? 4 : 0, V, kWhole, ShiftWords>(sums, shift, out, pixels);
 }
 
 void PackRest(const MatrixProduct& p, size_t pixel, size_t pixels, const PackedTile& tile) {
@@ -292,13 +254,7 @@ class Scheme {
         return slab;
     }
 
-    void MakeReady(const ChannelGroup& group) {
-        if (group.channels == kGroup) {
-            LoadGroup(p_, group.weights, group.first, ready_);
-        } else {
-            LoadLeftover(p_, group.weights, group.first, ready_);
-        }
-    }
+    void MakeReady(const ChannelGroup& group) { ready_.Load(p_, group.first); }
 
     void Pack(const Slab& slab) const {
         size_t pixel = slab.firstPixel;
@@ -351,7 +307,7 @@ class Scheme {
         if (pixels > 0 && steps_ <= kStepsAside &&
             4 * withoutLast * steps_ + skip <= p_.scratchBytes) {
             slab.packed += skip;
-            slab.aside = aside_;
+            slab.aside = reinterpret_cast<uint8_t*>(ready_.words[kStepsAside]);
         }
     }
 
@@ -413,21 +369,23 @@ class Scheme {
     const MatrixProduct& p_;
     const size_t steps_;
     const size_t room_;
-    GroupWeights ready_;
-    alignas(64) uint8_t aside_[64 * kStepsAside];
+    GroupWeights<kMostSteps> ready_; // where few steps leave room for a vector of as many
+    static_assert(16 * (kMostSteps - kStepsAside) >= 64 * kStepsAside);
 };
+
+// Not inlined, so that its stack is not in use where the product is made otherwise.
+__attribute__((noinline)) bool MultiplyByTiles(const MatrixProduct& p) {
+    Scheme scheme(p);
+    return MultiplyBySlabs(p, scheme);
+}
 
 } // namespace
 
 void avx512vnni::Multiply(const MatrixProduct& p) {
     // Longer than any layer's, or a scratch that has no room for whole steps, as of very small
     // ones.
-    if (p.inner == 0 || p.inner > 4 * kMostSteps) {
-        plain::Multiply(p);
-        return;
-    }
-    Scheme scheme(p);
-    if (!MultiplyBySlabs(p, scheme)) {
+    const bool tooLong = p.inner == 0 || p.inner > 4 * kMostSteps;
+    if (tooLong || (!MultiplyOf36(p) && !MultiplyByTiles(p))) {
         plain::Multiply(p);
     }
 }

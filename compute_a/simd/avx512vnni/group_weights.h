@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+//
+// The weights of four channels of a matrix product as the AVX-512 tiles read them.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "compute_a/routines.h"
+#include "compute_a/simd/avx512vnni/lanes.h"
+
+namespace orvo {
+namespace {
+
+constexpr size_t kGroup = 4; // channels
+
+// The sums of the four 128-bit parts, lane by lane, wrapping.
+inline __m128i AddParts(__m512i lanes) {
+    const __m256i halves =
+        _mm256_add_epi32(_mm512_castsi512_si256(lanes), _mm512_extracti64x4_epi64(lanes, 1));
+    return _mm_add_epi32(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
+}
+
+// A step's four weights are a word. What the sums start from is the bias, less what the flipped signs
+// of the activations add. Channels that are not there have weights of zero.
+template <size_t MostSteps>
+struct GroupWeights {
+    alignas(64) int32_t before[12]; // so that the words are stored by whole lines
+    int32_t start[kGroup];          // right before them
+    int32_t words[MostSteps][kGroup];
+
+    // Those from `channel` on, a multiple of four.
+    void Load(const MatrixProduct& p, size_t channel) {
+        const int8_t* const weights = p.weights + channel / kGroup * p.groupBytes;
+        if (channel + kGroup <= p.channels) {
+            LoadGroup(p, weights, channel);
+        } else {
+            LoadLeftover(p, weights, channel);
+        }
+    }
+
+  private:
+    // 16 bytes hold four rows of four channels; transposed they are four words, one a channel.
+    void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel) {
+        const __m512i transpose = _mm512_broadcast_i32x4(TransposeFourByFour());
+        const __m512i signs = _mm512_set1_epi8(-128); // 128, read without a sign
+        __m512i added = _mm512_setzero_si512();
+        for (size_t k = 0; k < p.inner; k += 16) {
+            const __m512i loaded =
+                _mm512_maskz_loadu_epi8(FirstBytes(4 * (p.inner - k)), weights + 4 * k);
+            const __m512i steps = _mm512_shuffle_epi8(loaded, transpose);
+            _mm512_store_si512(words[k / 4], steps);
+            DotAccumulate(added, signs, steps);
+        }
+        const __m128i bias = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bias + channel));
+        _mm_store_si128(reinterpret_cast<__m128i*>(start), _mm_sub_epi32(bias, AddParts(added)));
+    }
+
+    // Leftover channels' weights stand one after the other, each in row order.
+    void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel) {
+        __builtin_memset(start, 0, sizeof start + (p.inner + 3) / 4 * sizeof words[0]);
+        for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
+            uint32_t sum = 0;
+            for (size_t k = 0; k < p.inner; ++k) {
+                sum += static_cast<uint32_t>(weights[k]);
+                const uint32_t weight = static_cast<uint8_t>(weights[k]);
+                words[k / 4][c] |= static_cast<int32_t>(weight << (k % 4 * 8));
+            }
+            start[c] =
+                static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) - 128u * sum);
+        }
+    }
+};
+
+} // namespace
+} // namespace orvo
