@@ -247,7 +247,7 @@ class Scheme {
             slab.restPixels += kQuadPixels;
         }
         if (Bytes(slab) > room_) {
-            slab.tiles = Least(slab.tiles, room_ / TileBytes());
+            slab.tiles = TilesOfSlab(left / kQuadPixels, room_ / TileBytes());
             slab.restPixels = 0;
         }
         Place(slab);
