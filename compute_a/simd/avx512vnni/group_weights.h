@@ -46,16 +46,25 @@ struct GroupWeights {
     void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel) {
         const __m512i transpose = _mm512_broadcast_i32x4(TransposeFourByFour());
         const __m512i signs = _mm512_set1_epi8(-128); // 128, read without a sign
-        __m512i added = _mm512_setzero_si512();
-        for (size_t k = 0; k < p.inner; k += 16) {
-            const __m512i loaded =
-                _mm512_maskz_loadu_epi8(FirstBytes(4 * (p.inner - k)), weights + 4 * k);
-            const __m512i steps = _mm512_shuffle_epi8(loaded, transpose);
+        // Two sums, since the tiles wait for them.
+        __m512i added[2] = {_mm512_setzero_si512(), _mm512_setzero_si512()};
+        const auto load = [&](size_t k, __mmask64 inside, __m512i& sum) {
+            const __m512i steps =
+                _mm512_shuffle_epi8(LoadBytes(inside, weights + 4 * k), transpose);
             _mm512_store_si512(words[k / 4], steps);
-            DotAccumulate(added, signs, steps);
+            DotAccumulate(sum, signs, steps);
+        };
+        size_t k = 0;
+        for (; k + 32 <= p.inner; k += 32) {
+            load(k, ~__mmask64{0}, added[0]);
+            load(k + 16, ~__mmask64{0}, added[1]);
         }
+        for (; k < p.inner; k += 16) {
+            load(k, FirstBytes(4 * (p.inner - k)), added[0]);
+        }
+        added[0] = _mm512_add_epi32(added[0], added[1]);
         const __m128i bias = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bias + channel));
-        _mm_store_si128(reinterpret_cast<__m128i*>(start), _mm_sub_epi32(bias, AddParts(added)));
+        _mm_store_si128(reinterpret_cast<__m128i*>(start), _mm_sub_epi32(bias, AddParts(added[0])));
     }
 
     // Leftover channels' weights stand one after the other, each in row order.
