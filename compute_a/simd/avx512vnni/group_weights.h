@@ -69,17 +69,29 @@ struct GroupWeights {
 
     // Leftover channels' weights stand one after the other, each in row order.
     void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel) {
+        const size_t whole = p.inner / 4;
+        const size_t rest = p.inner % 4;
         __builtin_memset(start, 0, sizeof start + (p.inner + 3) / 4 * sizeof words[0]);
         for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
-            uint32_t sum = 0;
-            for (size_t k = 0; k < p.inner; ++k) {
-                sum += static_cast<uint32_t>(weights[k]);
-                const uint32_t weight = static_cast<uint8_t>(weights[k]);
-                words[k / 4][c] |= static_cast<int32_t>(weight << (k % 4 * 8));
+            for (size_t step = 0; step < whole; ++step) {
+                __builtin_memcpy(&words[step][c], weights + 4 * step, 4);
             }
-            start[c] =
-                static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) - 128u * sum);
+            for (size_t i = 0; i < rest; ++i) {
+                const uint32_t weight = static_cast<uint8_t>(weights[4 * whole + i]);
+                words[whole][c] |= static_cast<int32_t>(weight << (8 * i));
+            }
+            start[c] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) -
+                                            128u * SumOf(weights, p.inner));
         }
+    }
+
+    static uint32_t SumOf(const int8_t* weights, size_t count) {
+        __m512i sum = _mm512_setzero_si512();
+        for (size_t k = 0; k < count; k += 64) {
+            DotAccumulate(sum, _mm512_set1_epi8(1),
+                          _mm512_maskz_loadu_epi8(FirstBytes(count - k), weights + k));
+        }
+        return static_cast<uint32_t>(_mm512_reduce_add_epi32(sum));
     }
 };
 

@@ -147,40 +147,41 @@ void MaxPoolByRows(int8_t* src, const Planes& planes, int8_t* dst, size_t rows) 
     }
 }
 
-// Planes of up to 129 columns: two vectors a row, the second of which ends with it. Maxima that are
-// taken twice are the same both times, because a row is loaded as a whole before any of it is
-// replaced. Measured: 5 times as fast as the plain body.
+template <typename Second>
+struct HorizontalMaxima {
+    __m512i first;
+    typename Second::Vector second;
+};
+
+// Planes of more than 64 columns: a whole vector a row and one that ends with it, of half the size
+// where that reaches. Maxima that are taken twice are the same both times, because a row is loaded as
+// a whole before any of it is replaced. Measured: 5 times as fast as the plain body; half a
+// vector in place of a whole one 1.05 times.
+template <typename Second>
 void MaxPoolByTwoVectors(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    using Maxima = HorizontalMaxima<Second>;
     const size_t columns = width - 1;
-    const size_t at[2] = {0, columns - 64};
-    __m512i here[2];
-    __m512i next[2];
-    const auto horizontal = [&](size_t y, __m512i maxima[2]) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            const int8_t* from = src + y * width + at[i];
-            maxima[i] = Bytes64::Max(Bytes64::Load(from), Bytes64::Load(from + 1));
-        }
+    const size_t at = columns - Second::kSize;
+    const auto horizontal = [&](const int8_t* row) {
+        return Maxima{
+            Bytes64::Max(Bytes64::Load(row), Bytes64::Load(row + 1)),
+            Second::Max(Second::Load(row + at), Second::Load(row + at + 1)),
+        };
     };
-    const auto replace = [&](size_t y) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            Bytes64::Store(here[i], src + y * width + at[i]);
-        }
+    const auto store = [&](const Maxima& maxima, int8_t* row) {
+        Bytes64::Store(maxima.first, row);
+        Second::Store(maxima.second, row + at);
     };
-    horizontal(0, here);
-    for (size_t y = 1; y < height; ++y, dst += columns) {
-        horizontal(y, next);
+    Maxima here = horizontal(src);
+    for (size_t y = 1; y < height; ++y, src += width, dst += columns) {
+        const Maxima next = horizontal(src + width);
         PrefetchToWrite(dst + kAhead);
         PrefetchToWrite(dst + kAhead + 64);
-        replace(y - 1);
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            Bytes64::Store(Bytes64::Max(here[i], next[i]), dst + at[i]);
-            here[i] = next[i];
-        }
+        store(here, src);
+        store({Bytes64::Max(here.first, next.first), Second::Max(here.second, next.second)}, dst);
+        here = next;
     }
-    replace(height - 1);
+    store(here, src);
 }
 
 } // namespace
@@ -196,8 +197,10 @@ void avx512vnni::MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst) 
         MaxPoolByRow<Bytes32>(src, planes, dst);
     } else if (planes.width > 32 && planes.width <= 64) {
         MaxPoolByRow<Bytes64>(src, planes, dst);
+    } else if (planes.width > 64 && planes.width <= 97) {
+        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors<Bytes32>>(src, planes, dst);
     } else if (planes.width > 64 && planes.width <= 129) {
-        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors>(src, planes, dst);
+        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors<Bytes64>>(src, planes, dst);
     } else {
         MaxPoolStride1ByPlanes<plain::MaxPoolStride1>(src, planes, dst);
     }
