@@ -28,6 +28,7 @@ namespace {
 
 constexpr size_t kMostChunks = 4;  // the longest layer
 constexpr size_t kFewestRows = 32; // with fewer a tile costs more than its products by vectors
+constexpr size_t kFewestWeights = 64 * 64; // of 36 pixels, likewise
 constexpr size_t kMostSlabBytes = 16 * 1024;
 
 // How a product is cut into tiles. Rows are taken in chunks of 64, or all at once if there are
@@ -304,6 +305,9 @@ bool MultiplyByTiles(const MatrixProduct& p) {
 } // namespace
 
 void amx::Multiply(const MatrixProduct& p) {
+    if (p.inner * p.channels < kFewestWeights && avx512vnni::MultiplyOf36(p)) {
+        return;
+    }
     if (!MultiplyByTiles(p)) {
         avx512vnni::Multiply(p);
     }
