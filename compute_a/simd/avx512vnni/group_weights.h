@@ -24,15 +24,21 @@ inline __m128i AddParts(__m512i lanes) {
 }
 
 // A step's four weights are a word. What the sums start from is the bias, less what the flipped signs
-// of the activations add. Channels that are not there have weights of zero.
-template <size_t MostSteps>
-struct GroupWeights {
-    alignas(64) int32_t before[12]; // so that the words are stored by whole lines
-    int32_t start[kGroup];          // right before them
-    int32_t words[MostSteps][kGroup];
+// of the activations add; it stands right before the words. Channels that are not there have weights
+// of zero. Words are written in whole lines, from a line's start on.
+class GroupWeights {
+  public:
+    GroupWeights() = default;
+    explicit GroupWeights(int32_t* at) : words_(at + kWordsPerLine) {}
+
+    // How many words of four bytes a group takes.
+    static constexpr size_t Room(size_t steps) {
+        return kWordsPerLine + (steps + 3) / 4 * kWordsPerLine;
+    }
+    const int32_t* words() const { return words_; }
 
     // Those from `channel` on, a multiple of four.
-    void Load(const MatrixProduct& p, size_t channel) {
+    void Load(const MatrixProduct& p, size_t channel) const {
         const int8_t* const weights = p.weights + channel / kGroup * p.groupBytes;
         if (channel + kGroup <= p.channels) {
             LoadGroup(p, weights, channel);
@@ -43,7 +49,7 @@ struct GroupWeights {
 
   private:
     // 16 bytes hold four rows of four channels; transposed they are four words, one a channel.
-    void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel) {
+    void LoadGroup(const MatrixProduct& p, const int8_t* weights, size_t channel) const {
         const __m512i transpose = _mm512_broadcast_i32x4(TransposeFourByFour());
         const __m512i signs = _mm512_set1_epi8(-128); // 128, read without a sign
         // Two sums, since the tiles wait for them.
@@ -51,7 +57,7 @@ struct GroupWeights {
         const auto load = [&](size_t k, __mmask64 inside, __m512i& sum) {
             const __m512i steps =
                 _mm512_shuffle_epi8(LoadBytes(inside, weights + 4 * k), transpose);
-            _mm512_store_si512(words[k / 4], steps);
+            _mm512_store_si512(words_ + k, steps);
             DotAccumulate(sum, signs, steps);
         };
         size_t k = 0;
@@ -64,24 +70,24 @@ struct GroupWeights {
         }
         added[0] = _mm512_add_epi32(added[0], added[1]);
         const __m128i bias = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.bias + channel));
-        _mm_store_si128(reinterpret_cast<__m128i*>(start), _mm_sub_epi32(bias, AddParts(added[0])));
+        _mm_store_si128(reinterpret_cast<__m128i*>(words_ - kGroup),
+                        _mm_sub_epi32(bias, AddParts(added[0])));
     }
 
     // Leftover channels' weights stand one after the other, each in row order.
-    void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel) {
-        const size_t whole = p.inner / 4;
-        const size_t rest = p.inner % 4;
-        __builtin_memset(start, 0, sizeof start + (p.inner + 3) / 4 * sizeof words[0]);
+    void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel) const {
+        const size_t whole = p.inner / 4 * 4;
+        __builtin_memset(words_ - kGroup, 0, (kGroup + (p.inner + 3) / 4 * 4) * sizeof *words_);
         for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
-            for (size_t step = 0; step < whole; ++step) {
-                __builtin_memcpy(&words[step][c], weights + 4 * step, 4);
+            for (size_t k = 0; k < whole; k += 4) {
+                __builtin_memcpy(words_ + k + c, weights + k, 4);
             }
-            for (size_t i = 0; i < rest; ++i) {
-                const uint32_t weight = static_cast<uint8_t>(weights[4 * whole + i]);
-                words[whole][c] |= static_cast<int32_t>(weight << (8 * i));
+            for (size_t k = whole; k < p.inner; ++k) {
+                const uint32_t weight = static_cast<uint8_t>(weights[k]);
+                words_[whole + c] |= static_cast<int32_t>(weight << (k % 4 * 8));
             }
-            start[c] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) -
-                                            128u * SumOf(weights, p.inner));
+            words_[c - kGroup] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) -
+                                                      128u * SumOf(weights, p.inner));
         }
     }
 
@@ -93,6 +99,9 @@ struct GroupWeights {
         }
         return static_cast<uint32_t>(_mm512_reduce_add_epi32(sum));
     }
+
+    static constexpr size_t kWordsPerLine = 16;
+    int32_t* words_ = nullptr; // where a line begins
 };
 
 } // namespace

@@ -139,12 +139,12 @@ void PackVector(const MatrixProduct& p, size_t pixel, size_t pixels, uint8_t* to
 
 // sums[vector][channel]
 template <size_t V>
-inline __attribute__((always_inline)) void SumTile(const GroupWeights<kMostSteps>& group,
+inline __attribute__((always_inline)) void SumTile(const GroupWeights& group,
                                                    const PackedTile& tile, size_t steps,
                                                    __m512i sums[V][kGroup]) {
     const uint8_t* values = tile.values;
     const uint8_t* last = tile.last;
-    const int32_t* words = group.words[0];
+    const int32_t* words = group.words();
     if constexpr (V == 1) {
         ORVO_TILE(1);
     } else if constexpr (V == 2) {
@@ -198,7 +198,7 @@ inline __attribute__((always_inline)) void StoreVectors(const __m512i sums[V][kG
 }
 
 template <size_t V, bool kWhole, bool ShiftWords>
-void RestTile(const GroupWeights<kMostSteps>& group, const PackedTile& tile, size_t steps,
+void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps,
               __m512i shift, const TileOutput& out, size_t pixels) {
     __m512i sums[V][kGroup];
     SumTile<V>(group, tile, steps, sums);
@@ -235,7 +235,7 @@ class Scheme {
     };
 
     explicit Scheme(const MatrixProduct& p)
-        : p_(p), steps_((p.inner + 3) / 4), room_(Least(p.scratchBytes, kSlabBytes)) {}
+        : p_(p), steps_((p.inner + 3) / 4), slabBytes_(Least(p.scratchBytes, kSlabBytes)) {}
 
     size_t GroupChannels() const { return kGroup; }
 
@@ -246,15 +246,21 @@ class Scheme {
             --slab.tiles;
             slab.restPixels += kQuadPixels;
         }
-        if (Bytes(slab) > room_) {
-            slab.tiles = TilesOfSlab(left / kQuadPixels, room_ / TileBytes());
+        if (Bytes(slab) > slabBytes_) {
+            slab.tiles = TilesOfSlab(left / kQuadPixels, slabBytes_ / TileBytes());
             slab.restPixels = 0;
         }
         Place(slab);
         return slab;
     }
 
-    void MakeReady(const ChannelGroup& group) { ready_.Load(p_, group.first); }
+    // But for the first group this has been done while the group before met the pixels: the tiles
+    // would wait for it. Very many steps leave room for one group only.
+    void MakeReady(const ChannelGroup& group) const {
+        if (group.first == 0 || !hasRoomForTwo()) {
+            WeightsOf(group.first).Load(p_, group.first);
+        }
+    }
 
     void Pack(const Slab& slab) const {
         size_t pixel = slab.firstPixel;
@@ -268,6 +274,10 @@ class Scheme {
     }
 
     void MultiplyTiles(const ChannelGroup& group, const Slab& slab) const {
+        const size_t next = group.first + group.channels;
+        if (next < p_.channels && hasRoomForTwo()) {
+            WeightsOf(next).Load(p_, next);
+        }
         WithKind(group, [&](auto whole, auto shiftWords) {
             MultiplyTilesAs<whole.value, shiftWords.value>(group, slab);
         });
@@ -282,6 +292,13 @@ class Scheme {
     }
 
   private:
+    bool hasRoomForTwo() const { return 2 * GroupWeights::Room(steps_) <= kRoom; }
+
+    GroupWeights WeightsOf(size_t firstChannel) const {
+        const size_t place = hasRoomForTwo() ? firstChannel / kGroup % 2 : 0;
+        return GroupWeights(room_ + place * GroupWeights::Room(steps_));
+    }
+
     size_t TileBytes() const { return 4 * kQuadPixels * steps_; }
 
     // The last vector is loaded whole.
@@ -307,7 +324,7 @@ class Scheme {
         if (pixels > 0 && steps_ <= kStepsAside &&
             4 * withoutLast * steps_ + skip <= p_.scratchBytes) {
             slab.packed += skip;
-            slab.aside = reinterpret_cast<uint8_t*>(ready_.words[kStepsAside]);
+            slab.aside = reinterpret_cast<uint8_t*>(room_ + 2 * GroupWeights::Room(steps_));
         }
     }
 
@@ -338,10 +355,11 @@ class Scheme {
     void MultiplyTilesAs(const ChannelGroup& group, const Slab& slab) const {
         const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
         const size_t steps = steps_;
+        const GroupWeights weights = WeightsOf(group.first);
         TileOutput out = OutputOf(group, slab.firstPixel);
         for (size_t i = 0; i < slab.tiles; ++i, out.dst += kQuadPixels) {
             __m512i sums[4][kGroup];
-            SumTile<4>(ready_, TileOf(slab, i, kQuadPixels), steps, sums);
+            SumTile<4>(weights, TileOf(slab, i, kQuadPixels), steps, sums);
             StoreQuad<kWhole, ShiftWords>(sums, shift, out);
         }
     }
@@ -351,26 +369,29 @@ class Scheme {
         const size_t pixels = slab.restPixels;
         const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
         const PackedTile tile = TileOf(slab, slab.tiles, pixels);
+        const GroupWeights weights = WeightsOf(group.first);
         const TileOutput out = OutputOf(group, slab.firstPixel + slab.tiles * kQuadPixels);
         switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
             case 1:
-                return RestTile<1, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+                return RestTile<1, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 2:
-                return RestTile<2, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+                return RestTile<2, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 3:
-                return RestTile<3, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+                return RestTile<3, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 4:
-                return RestTile<4, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+                return RestTile<4, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             default:
-                return RestTile<5, kWhole, ShiftWords>(ready_, tile, steps_, shift, out, pixels);
+                return RestTile<5, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
         }
     }
 
     const MatrixProduct& p_;
     const size_t steps_;
-    const size_t room_;
-    GroupWeights<kMostSteps> ready_; // where few steps leave room for a vector of as many
-    static_assert(16 * (kMostSteps - kStepsAside) >= 64 * kStepsAside);
+    const size_t slabBytes_;
+    // Two groups' weights, or one's of many steps; of few steps a vector's pixels, too.
+    static constexpr size_t kRoom = GroupWeights::Room(kMostSteps);
+    static_assert(2 * GroupWeights::Room(kStepsAside) + 16 * kStepsAside <= kRoom);
+    alignas(64) mutable int32_t room_[kRoom];
 };
 
 // Not inlined, so that its stack is not in use where the product is made otherwise.

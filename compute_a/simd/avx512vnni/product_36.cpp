@@ -25,8 +25,7 @@ namespace {
 constexpr size_t kPixels = 36;
 constexpr size_t kVectors = 9; // of four pixels
 constexpr size_t kStepBytes = 4 * kPixels;
-constexpr size_t kMostSteps = 128; // of four rows
-using Weights = GroupWeights<kMostSteps>;
+constexpr size_t kMostSteps = 64; // of four rows
 
 // A step: of each pixel its rows' values side by side, and zeros for rows that are not there.
 inline void PackStep(const int8_t* at, size_t pitch, size_t rows, uint8_t* to) {
@@ -71,10 +70,10 @@ void Pack(const MatrixProduct& p, uint8_t* to) {
     "vpdpbusd %%zmm30, %%zmm28, %[b" #v "]\n\t"
 #define ORVO_36_SUM(v) [a##v] "=&v"(sums[0][v]), [b##v] "=&v"(sums[1][v])
 
-inline __attribute__((always_inline)) void Sum(const uint8_t* values, size_t steps, const Weights& a,
-                                               const Weights& b, __m512i sums[2][kVectors]) {
-    const int32_t* wordsA = a.words[0];
-    const int32_t* wordsB = b.words[0];
+inline __attribute__((always_inline)) void Sum(const uint8_t* values, size_t steps, const GroupWeights& a,
+                                               const GroupWeights& b, __m512i sums[2][kVectors]) {
+    const int32_t* wordsA = a.words();
+    const int32_t* wordsB = b.words();
     const __m512i eachFourTimes =
         _mm512_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
     // clang-format off
@@ -131,20 +130,35 @@ inline void StoreGroup(const __m512i sums[kVectors], __m512i shift, int8_t* dst,
     }
 }
 
+// The weights of two groups, or of one that stands for both.
+struct PairOfGroups {
+    alignas(64) int32_t room[2][GroupWeights::Room(kMostSteps)];
+
+    void Load(const MatrixProduct& p, size_t channel) {
+        GroupWeights(room[0]).Load(p, channel);
+        if (channel + kGroup < p.channels) {
+            GroupWeights(room[1]).Load(p, channel + kGroup);
+        }
+    }
+};
+
 template <bool ShiftWords>
 void MultiplyPacked(const MatrixProduct& p, const uint8_t* values) {
     const __m512i shift = ShiftCounts<ShiftWords>(p.shift);
     const size_t steps = (p.inner + 3) / 4;
-    Weights weights[2];
+    PairOfGroups pairs[2];
+    pairs[0].Load(p, 0);
     for (size_t channel = 0; channel < p.channels; channel += 2 * kGroup) {
+        // The next weights before the products, which would wait for them.
+        PairOfGroups& pair = pairs[channel / (2 * kGroup) % 2];
+        PairOfGroups& next = pairs[channel / (2 * kGroup) % 2 ^ 1];
+        if (channel + 2 * kGroup < p.channels) {
+            next.Load(p, channel + 2 * kGroup);
+        }
         const size_t left = p.channels - channel;
         const bool hasSecond = left > kGroup;
-        weights[0].Load(p, channel);
-        if (hasSecond) {
-            weights[1].Load(p, channel + kGroup);
-        }
         __m512i sums[2][kVectors];
-        Sum(values, steps, weights[0], weights[hasSecond], sums);
+        Sum(values, steps, GroupWeights(pair.room[0]), GroupWeights(pair.room[hasSecond]), sums);
         int8_t* const dst = p.dst + channel * p.planePitch;
         StoreGroup<ShiftWords>(sums[0], shift, dst, p.planePitch, left);
         if (hasSecond) {
