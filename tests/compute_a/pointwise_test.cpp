@@ -110,6 +110,14 @@ TEST(Pointwise, ManyInputChannelsWithEveryKindOfPixelTail) {
 }
 
 // More pixels than are packed at a time, with every number of single vectors behind the last ones.
+TEST(Pointwise, MoreInputChannelsThanAnyLayerHas) {
+    for (const int srcChannels : {500, 505, 513, 1021, 1024, 1025}) {
+        for (const int pixels : {36, 80}) {
+            EXPECT_TRUE(Matches(Shape(pixels, 1, srcChannels, 11), 5));
+        }
+    }
+}
+
 TEST(Pointwise, ManyPixelsWithEveryKindOfTail) {
     for (const int srcChannels : {32, 64, 100, 192}) {
         for (const int pixels : {300, 320, 577, 1040}) {

@@ -417,11 +417,17 @@ int32_t avx512vnni::Dot(const int8_t* a, const int8_t* b, size_t count) {
     const __m512i ones = _mm512_set1_epi8(1);
     __m512i sum = _mm512_setzero_si512();
     __m512i weightSum = _mm512_setzero_si512();
-    for (size_t i = 0; i < count; i += 64) {
-        const __mmask64 inside = FirstBytes(count - i);
-        const __m512i weights = _mm512_maskz_loadu_epi8(inside, b + i);
-        DotAccumulate(sum, FlipSign(_mm512_maskz_loadu_epi8(inside, a + i)), weights);
+    const auto add = [&](size_t i, __mmask64 inside) {
+        const __m512i weights = LoadBytes(inside, b + i);
+        DotAccumulate(sum, FlipSign(LoadBytes(inside, a + i)), weights);
         DotAccumulate(weightSum, ones, weights);
+    };
+    size_t i = 0;
+    for (; i + 64 <= count; i += 64) {
+        add(i, ~__mmask64{0});
+    }
+    if (i < count) {
+        add(i, FirstBytes(count - i));
     }
     __m128i lanes = AddParts(_mm512_sub_epi32(sum, _mm512_slli_epi32(weightSum, 7)));
     lanes = _mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, 0x4E));
