@@ -243,8 +243,8 @@ TEST(Pointwise, ScratchAnywhereInALine) {
             EXPECT_EQ(dst, expected);
             const auto untouched = [](uint8_t byte) { return byte == kUntouched; };
             EXPECT_TRUE(std::all_of(memory.bytes(), memory.bytes() + offset, untouched));
-            EXPECT_TRUE(std::all_of(memory.bytes() + offset + bytes,
-                                    memory.bytes() + memory.size(), untouched));
+            EXPECT_TRUE(std::all_of(memory.bytes() + offset + bytes, memory.bytes() + memory.size(),
+                                    untouched));
         }
     }
 }
