@@ -77,21 +77,44 @@ struct FilterOrder {
     }
 };
 
+// The three weights of a filter's rows in every lane: broadcast as they are loaded.
+inline void LoadRows(const int8_t* weights, __m512i rows[3]) {
+    const auto fourFrom = [weights](size_t first) {
+        int32_t four;
+        __builtin_memcpy(&four, weights + first, sizeof four);
+        return _mm512_set1_epi32(four);
+    };
+    const __m512i three = _mm512_set1_epi32(0xFFFFFF);
+    rows[0] = _mm512_and_si512(fourFrom(0), three);
+    rows[1] = _mm512_and_si512(fourFrom(3), three);
+    rows[2] = _mm512_srli_epi32(fourFrom(5), 8);
+}
+
 template <size_t kPlanes>
 inline Filter LoadFilter(const DepthwisePlanes& p, size_t channel, size_t count) {
-    static constexpr FilterOrder<kPlanes> kOrder;
-    constexpr __mmask64 kThreeOfFour = 0x7777777777777777;
-    const __m512i weights = _mm512_maskz_loadu_epi8(FirstBytes(9 * count), p.weights + 9 * channel);
-    const __m512i biases = _mm512_maskz_loadu_epi32(FirstBytes16(count), p.bias + channel);
     Filter f;
+    __m512i biases;
+    if constexpr (kPlanes == 1) {
+        LoadRows(p.weights + 9 * channel, f.rows);
+        biases = _mm512_set1_epi32(p.bias[channel]);
+    } else {
+        static constexpr FilterOrder<kPlanes> kOrder;
+        constexpr __mmask64 kThreeOfFour = 0x7777777777777777;
+        const __m512i weights =
+            _mm512_maskz_loadu_epi8(FirstBytes(9 * count), p.weights + 9 * channel);
+        for (size_t i = 0; i < 3; ++i) {
+            f.rows[i] = _mm512_maskz_permutexvar_epi8(
+                kThreeOfFour, _mm512_load_si512(kOrder.weights[i]), weights);
+        }
+        biases = _mm512_permutexvar_epi32(
+            _mm512_load_si512(kOrder.biases),
+            _mm512_maskz_loadu_epi32(FirstBytes16(count), p.bias + channel));
+    }
     __m512i added = _mm512_setzero_si512();
     for (size_t i = 0; i < 3; ++i) {
-        f.rows[i] = _mm512_maskz_permutexvar_epi8(kThreeOfFour,
-                                                  _mm512_load_si512(kOrder.weights[i]), weights);
         DotAccumulate(added, FlipSign(_mm512_setzero_si512()), f.rows[i]);
     }
-    f.start =
-        _mm512_sub_epi32(_mm512_permutexvar_epi32(_mm512_load_si512(kOrder.biases), biases), added);
+    f.start = _mm512_sub_epi32(biases, added);
     return f;
 }
 
