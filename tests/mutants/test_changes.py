@@ -51,6 +51,11 @@ class Programs(unittest.TestCase):
         self.assertIn(("pointwise_test", "ORVO_FR_PATH=avx2"), runs)
         self.assertNotIn(("pointwise_test", ""), runs)
 
+    def test_folders_that_cmake_puts_between_do_not_matter(self):
+        self.assertEqual(programs.runs_of(["grey/CMakeFiles/orvo_grey.dir/structure.cpp.o"]), [("structure_test", "")])
+        self.assertIn(("distances_test", ""),
+                      programs.runs_of(["kova/CMakeFiles/kova_search_objects.dir/__/search/distances.cpp.o"]))
+
     def test_every_source_of_the_libraries_has_a_judge(self):
         root = pathlib.Path(__file__).resolve().parents[2]
         for folder in ("cipher", "common", "compute_a", "device_api", "find", "fr_demo", "grey", "platform", "search"):
