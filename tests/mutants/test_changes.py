@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 import pathlib
+import re
 import sys
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import changes  # noqa: E402
+import mutants  # noqa: E402
 import programs  # noqa: E402
 
 
@@ -61,6 +63,17 @@ class Programs(unittest.TestCase):
         for folder in ("cipher", "common", "compute_a", "device_api", "find", "fr_demo", "grey", "platform", "search"):
             for source in root.glob(f"{folder}/**/*.cpp"):
                 self.assertTrue(programs.runs_of([f"{source.relative_to(root)}.o"]), source)
+
+
+class Equivalents(unittest.TestCase):
+    def test_each_is_a_change_that_can_be_made_and_has_a_reason(self):
+        root = pathlib.Path(__file__).resolve().parents[2]
+        text = (root / "tests/mutants/equivalents.txt").read_text()
+        known = mutants.equivalents(text)
+        self.assertTrue(known)
+        for file, shown in known:
+            self.assertIn(shown, {c.shown for c in changes.changes(file, (root / file).read_text())}, file)
+            self.assertRegex(text, re.escape(f"{file}: {shown}") + r"\n    \w")
 
 
 if __name__ == "__main__":
