@@ -411,9 +411,9 @@ TEST_F(FindApi, ALargePictureNeedsNoMoreMemoryThanItAsksFor) {
         GuardedBuffer memory(size, end);
         ASSERT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
         Results results(1);
-        EXPECT_EQ(OrvoFindRun(picture.get(), ORVO_FIND_SMALLEST, results.faces.data(), 1,
-                              &results.count),
-                  ORVO_FIND_OK);
+        EXPECT_EQ(
+            OrvoFindRun(picture.get(), ORVO_FIND_SMALLEST, results.faces.data(), 1, &results.count),
+            ORVO_FIND_OK);
     }
 }
 

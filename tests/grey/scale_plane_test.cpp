@@ -62,10 +62,10 @@ void ExpectPlainPixels(const Sizes& s, GuardedBuffer::Place end, Random& random)
                {dst.bytes(), s.toWidth, s.toHeight, toStride});
     for (uint32_t y = 0; y < s.toHeight; ++y) {
         for (uint32_t x = 0; x < toStride && y * toStride + x < dst.size(); ++x) {
-            const int expected = x < s.toWidth
-                                     ? PlainPixel(src.bytes(), stride, PlaceOf(x, s.width, s.toWidth),
-                                                  PlaceOf(y, s.height, s.toHeight))
-                                     : kBetween;
+            const int expected =
+                x < s.toWidth ? PlainPixel(src.bytes(), stride, PlaceOf(x, s.width, s.toWidth),
+                                           PlaceOf(y, s.height, s.toHeight))
+                              : kBetween;
             ASSERT_EQ(dst.bytes()[y * toStride + x], expected)
                 << s.width << 'x' << s.height << " to " << s.toWidth << 'x' << s.toHeight << " at "
                 << x << ' ' << y;
