@@ -24,11 +24,9 @@ static atomic_ulong allocations;
 static unsigned long failing;
 static int failsForGood;
 
-/* Chains of callers, by a number that stands for each, and the allocation that had it first. */
-enum { kChains = 1 << 15, kMostCallers = 64 };
-static struct {
-    unsigned long chain, first;
-} chains[kChains];
+/* Chains of the nearest callers, by a number that stands for each, and the allocation that had it first. */
+enum { kChains = 1 << 15, kMostCallers = 8 };
+static struct { unsigned long chain, first; } chains[kChains];
 static const char* countFile;
 static atomic_flag chainsAreInUse = ATOMIC_FLAG_INIT;
 
