@@ -367,6 +367,9 @@ TEST(ImageWarpAffine, SizesBelowOneWriteNothing) {
             ImageWarpAffine(src.data(), dst.data(), kIdentity.data(), bad, bad, 4, inverseMap);
             EXPECT_EQ(dst, Floats(16, kMark));
         }
+        // Nor is anything read, the matrix included.
+        ImageWarpAffine(nullptr, nullptr, nullptr, bad, 4, 4, 0);
+        ImageWarpAffine(nullptr, nullptr, nullptr, 4, bad, 4, 0);
     }
 }
 

@@ -68,15 +68,13 @@ def judge(shop, change, text, objects, usual):
 def judge_all(shop, picked, results, record):
     by_file = collections.defaultdict(list)
     for change in picked:
-        by_file[change.file].append(change)
+        if change.key not in results:
+            by_file[change.file].append(change)
     # Before anything is changed, so that no time is that of changed sources.
     for file in by_file:
         for run in programs.runs_of(shop.objects_of(file)):
             shop.usual_time(*run)
-    for file, of_file in by_file.items():
-        waiting = [c for c in of_file if c.key not in results]
-        if not waiting:
-            continue
+    for file, waiting in by_file.items():
         text, objects = shop.text(file), shop.objects_of(file)
         try:
             shop.write(file, text)
@@ -85,6 +83,7 @@ def judge_all(shop, picked, results, record):
             for change in waiting:
                 begin = time.time()
                 outcome, by = judge(shop, change, text, objects, usual)
+                by = f"{by} ({shop.preset})" if by else by
                 record({"key": change.key, "file": file, "line": change.line, "kind": change.kind, "shown": change.shown,
                         "outcome": outcome, "by": by, "seconds": round(time.time() - begin, 1)})
         finally:
@@ -121,6 +120,7 @@ def main():
     parser.add_argument("--count", type=int, default=1150, help="how many over all folders, about (1150)")
     parser.add_argument("--seed", default="1", help="another one takes other mutants")
     parser.add_argument("--again", action="store_true", help="judge the survivors of earlier runs anew")
+    parser.add_argument("--asan", action="store_true", help="the same in the build with AddressSanitizer")
     parser.add_argument("--table", action="store_true", help="show what is known, and judge nothing")
     arguments = parser.parse_args()
     for folder in arguments.folders:
@@ -130,7 +130,7 @@ def main():
     os.nice(10)
     folder = _SOURCES / "build/mutants"
     folder.mkdir(parents=True, exist_ok=True)
-    shop = workshop.Workshop(_SOURCES, folder)
+    shop = workshop.Workshop(_SOURCES, folder, "host-asan" if arguments.asan else "host")
     known = folder / "results.jsonl"
     results = {}
     if known.exists():
@@ -138,7 +138,7 @@ def main():
     print("Building the unchanged sources", flush=True)
     shop.prepare()
     picked = chosen(shop, [f.rstrip("/") for f in arguments.folders], arguments.count, arguments.seed)
-    if arguments.again:
+    if arguments.again or arguments.asan:
         known_equivalents = equivalents(_EQUIVALENTS.read_text())
         again = {c.key for c in picked if c.key in results and outcome_of(c, results, known_equivalents) == "survived"}
         results = {key: r for key, r in results.items() if key not in again}
