@@ -134,6 +134,16 @@ TEST(Conv, OddSizes) {
     }
 }
 
+// The output is made in bands of some hundred pixels, of at least one row.
+TEST(Conv, RowsAsLongAsABandAndLonger) {
+    for (const int width : {191, 192, 193, 383, 384, 385, 800}) {
+        for (const int kernelSize : {1, 2, 3}) {
+            EXPECT_TRUE(Matches(Shape(width, 3, 2, 5, kernelSize, kernelSize / 2, 1), 9));
+        }
+        EXPECT_TRUE(Matches(Shape(2 * width, 5, 1, 5, 3, 1, 2), 10));
+    }
+}
+
 TEST(Conv, SizeOfTheOutputIsTakenAsGiven) {
     // Larger outputs reach beyond the right and the bottom edge, where the input reads as zero.
     for (int dstWidth = 0; dstWidth <= 12; ++dstWidth) {
@@ -417,6 +427,7 @@ TEST(ConvOfEqualPlanes, LimitsOfSumsAndAddresses) {
         }
     }
     CheckOddAddresses(kGenericConv, Shape(33, 3, 1, 6, 3, 1, 1));
+    CheckOddAddresses(kGenericConv, Shape(8, 1, 1, 6, 3, 1, 1)); // hardly any scratch
     CheckOddAddresses(kGenericConv, Shape(24, 24, 1, 32, 3, 1, 1));
 }
 

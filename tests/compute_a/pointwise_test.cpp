@@ -211,6 +211,10 @@ TEST(Pointwise, LongestDotProductOfSmallestValues) {
 TEST(Pointwise, OddAddresses) {
     CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7));
     CheckOddAddresses(kPointwiseConv, Shape(12, 12, 64, 20));
+    // Just scratch enough for what is packed, so that none is left to begin at a better address.
+    CheckOddAddresses(kPointwiseConv, Shape(8, 1, 4, 5));
+    CheckOddAddresses(kPointwiseConv, Shape(16, 1, 8, 5));
+    CheckOddAddresses(kPointwiseConv, Shape(24, 1, 16, 5));
 }
 
 // Calls with one argument changed, and tells whether dst and scratch stayed as they were.
@@ -312,6 +316,7 @@ TEST(Pointwise, NoInputChannelsGiveTheShiftedBias) {
 
 TEST(Pointwise, NoOutputChannelsOrNoPixelsWriteNothing) {
     EXPECT_TRUE(Matches(Shape(13, 1, 5, 0), 6));
+    EXPECT_TRUE(Matches(Shape(80, 1, 64, 0), 6));
     EXPECT_TRUE(Matches(Shape(0, 5, 5, 6), 6));
     EXPECT_TRUE(Matches(Shape(5, 0, 5, 6), 6));
 }

@@ -25,8 +25,8 @@ _PROGRAMS = [
     (r"arma_pool\.cpp", "pool_in_place_test pool_test network_steps_test"),
     (r"arma_reduce\.cpp", "reduce_test network_steps_test"),
     (r"equal_planes\.cpp", "conv_test network_steps_test"),
-    (r"compute_a/routines\.cpp", "path_choice_test machine_paths_test tile_permission_test path_extremes_test "
-                                 "core_api_test"),
+    (r"compute_a/routines\.cpp", "lesser_processor_test path_choice_test machine_paths_test tile_permission_test "
+                                 "path_extremes_test core_api_test"),
     (r"sgemm_relayout\.cpp", "sgemm_relayout_test"),
     (r"cipher/traces\.cpp|claim_pages\.cpp", "claimed_pages_test traces_test core_api_test find_api_test"),
     (r"store_opening\.cpp", "store_opening_test claimed_pages_test traces_test core_api_test find_api_test"),
