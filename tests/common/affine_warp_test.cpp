@@ -505,8 +505,9 @@ TEST(AffineWarpFloat, LongRowsAndStepsOfAnySizeMatchReference) {
         const auto small = [&] {
             return std::ldexp(Uniform(random, -1, 1), -random.Between(0, 60));
         };
-        const Matrix matrix = {Uniform(random, 0.1f, 0.4f), small(), Uniform(random, -1, 3),
-                               small(), Uniform(random, 0.1f, 0.4f), small()};
+        const Matrix matrix = {Uniform(random, 0.1f, 0.4f), small(),
+                               Uniform(random, -1, 3),      small(),
+                               Uniform(random, 0.1f, 0.4f), small()};
         const StackShape shape = {static_cast<uint32_t>(random.Between(20, 50)),
                                   static_cast<uint32_t>(random.Between(20, 50)),
                                   random.Between(30, 100), random.Between(30, 100), 1};
