@@ -99,24 +99,30 @@ uint16_t Mixed(uint8_t first, uint8_t second, uint16_t weight) {
     return static_cast<uint16_t>(256 * first + (second - first) * weight);
 }
 
-// A row of a look in sixteenths, bilinear, from its first place on: in steps that compilers turn into
-// vectors. Places and pixels are those of the surroundings.
-void SampleRow(const uint8_t* pixels, int32_t pitch, const Grid& grid, int32_t x, int32_t y,
+// A row of a look in sixteenths, bilinear, from its first place in the surroundings on, where none is
+// negative: in steps that compilers turn into vectors. Of the way to the next pixel 16 bits are enough.
+void SampleRow(const uint8_t* pixels, uint32_t pitch, const Grid& grid, uint32_t x, uint32_t y,
                uint16_t* row) {
+    static_assert(kPlaceBits == 16);
+    const auto along = static_cast<uint32_t>(grid.along);
+    const auto aside = static_cast<uint32_t>(grid.aside);
+    auto partX = static_cast<uint16_t>(x);
+    auto partY = static_cast<uint16_t>(y);
     uint8_t upper[2 * kLookSide], lower[2 * kLookSide]; // two neighbours for each place
-    uint16_t right[kLookSide], below[kLookSide];
-    for (int32_t i = 0; i < kLookSide; ++i, x += grid.along, y += grid.aside) {
+    for (int32_t i = 0; i < kLookSide; ++i, x += along, y += aside) {
         const uint8_t* const at = pixels + (y >> kPlaceBits) * pitch + (x >> kPlaceBits);
         std::memcpy(upper + 2 * i, at, 2);
         std::memcpy(lower + 2 * i, at + pitch, 2);
-        right[i] = static_cast<uint16_t>(x >> (kPlaceBits - 8) & 255);
-        below[i] = static_cast<uint16_t>(y >> (kPlaceBits - 8) & 255);
     }
     for (int32_t i = 0; i < kLookSide; ++i) {
-        const uint32_t first = Mixed(upper[2 * i], upper[2 * i + 1], right[i]);
-        const uint32_t second = Mixed(lower[2 * i], lower[2 * i + 1], right[i]);
-        const auto opposite = static_cast<uint16_t>(256 - below[i]);
-        row[i] = static_cast<uint16_t>((first * opposite + second * below[i] + 2048) >> 12);
+        const auto right = static_cast<uint16_t>(partX >> 8);
+        const auto below = static_cast<uint16_t>(partY >> 8);
+        const auto opposite = static_cast<uint16_t>(256 - below);
+        const uint32_t first = Mixed(upper[2 * i], upper[2 * i + 1], right);
+        const uint32_t second = Mixed(lower[2 * i], lower[2 * i + 1], right);
+        row[i] = static_cast<uint16_t>((first * opposite + second * below + 2048) >> 12);
+        partX = static_cast<uint16_t>(partX + along);
+        partY = static_cast<uint16_t>(partY + aside);
     }
 }
 
@@ -132,8 +138,9 @@ void Sample(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, u
     const int32_t left = square.left << kPlaceBits;
     const int32_t top = square.top << kPlaceBits;
     for (int32_t down = -kLookEnd; down <= kLookEnd; down += 2, look += kLookSide) {
-        SampleRow(pixels, square.size, grid, grid.XOf(-kLookEnd, down) - left,
-                  grid.YOf(-kLookEnd, down) - top, look);
+        SampleRow(pixels, static_cast<uint32_t>(square.size), grid,
+                  static_cast<uint32_t>(grid.XOf(-kLookEnd, down) - left),
+                  static_cast<uint32_t>(grid.YOf(-kLookEnd, down) - top), look);
     }
 }
 
