@@ -280,4 +280,9 @@ int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sum) {
 
 int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }
 
+bool CanBeReported(int32_t first, int32_t looks, int32_t sum) {
+    const int32_t best = LookedAtScore(first, kLooks, sum + (kLooks - looks) * INT8_MAX);
+    return ProbabilityOf(best) >= kReportedProbability;
+}
+
 } // namespace orvo::find
