@@ -287,7 +287,7 @@ struct LayerConstants {
     "vpdpbusd %%zmm22, %%zmm26, %%zmm29\n\t"                                                      \
     "vpdpbusd %%zmm22, %%zmm26, %%zmm30\n\t"
 
-// And what becomes of them.
+// And what becomes of them: whether words or longs are shifted, and whether there is a rectifier.
 #define ORVO_DW_PACK_WORDS                                                                        \
     "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
     "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"                                                     \
@@ -299,10 +299,17 @@ struct LayerConstants {
     "vpsravd %%zmm24, %%zmm30, %%zmm30\n\t"                                                       \
     "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
     "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"
+#define ORVO_DW_PACK_WORDS_RECTIFIED ORVO_DW_PACK_WORDS
+#define ORVO_DW_PACK_LONGS_RECTIFIED ORVO_DW_PACK_LONGS
+#define ORVO_DW_LEAST "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t"
+#define ORVO_DW_LEAST_WORDS
+#define ORVO_DW_LEAST_LONGS
+#define ORVO_DW_LEAST_WORDS_RECTIFIED ORVO_DW_LEAST
+#define ORVO_DW_LEAST_LONGS_RECTIFIED ORVO_DW_LEAST
 #define ORVO_DW_BYTES(pack)                                                                       \
     ORVO_DW_PACK_##pack                                                                           \
     "vpacksswb %%zmm30, %%zmm28, %%zmm28\n\t"                                                     \
-    "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t"
+    ORVO_DW_LEAST_##pack
 
 // `words`: which are stored of a part. A plane's last row may not go beyond the columns where the
 // plane behind it has been stored before; where planes are stored one by one that does not matter.
@@ -378,11 +385,22 @@ struct LayerConstants {
           [lastWords] "Yk"(shape.lastWords), [partWords] "Yk"(partWords)                          \
         : "xmm17", "xmm18", "xmm19", "xmm20", "xmm21", "xmm22", "xmm23", "xmm24", "xmm25",        \
           "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "cc", "memory")
+
+#define ORVO_DW_WHOLE_OF_KIND(planes)                                                             \
+    if constexpr (ShiftWords && kRectifies) {                                                     \
+        ORVO_DW_WHOLE(planes, WORDS_RECTIFIED);                                                   \
+    } else if constexpr (ShiftWords) {                                                            \
+        ORVO_DW_WHOLE(planes, WORDS);                                                             \
+    } else if constexpr (kRectifies) {                                                            \
+        ORVO_DW_WHOLE(planes, LONGS_RECTIFIED);                                                   \
+    } else {                                                                                      \
+        ORVO_DW_WHOLE(planes, LONGS);                                                             \
+    }
 // clang-format on
 
 // The first rows of outputs, of which there is at least one with a row below, from the first row
 // and those after it; a and b become the two before the next outputs.
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 inline void ConvolveWhole(const StripShape<kPlanes>& shape, const LayerConstants& layer,
                           const Filter& filter, const int8_t* src, int8_t* dst, __m512i first,
                           size_t wholeRows, Neighbours& a, Neighbours& b) {
@@ -392,23 +410,17 @@ inline void ConvolveWhole(const StripShape<kPlanes>& shape, const LayerConstants
     const __mmask16 partWords = kPartWords;
     size_t turns = (rows + 2) / 3;
     Neighbours c;
-    if constexpr (kPlanes == 1 && ShiftWords) {
-        ORVO_DW_WHOLE(1, WORDS);
-    } else if constexpr (kPlanes == 1) {
-        ORVO_DW_WHOLE(1, LONGS);
-    } else if constexpr (kPlanes == 2 && ShiftWords) {
-        ORVO_DW_WHOLE(2, WORDS);
+    if constexpr (kPlanes == 1) {
+        ORVO_DW_WHOLE_OF_KIND(1);
     } else if constexpr (kPlanes == 2) {
-        ORVO_DW_WHOLE(2, LONGS);
-    } else if constexpr (ShiftWords) {
-        ORVO_DW_WHOLE(4, WORDS);
+        ORVO_DW_WHOLE_OF_KIND(2);
     } else {
-        ORVO_DW_WHOLE(4, LONGS);
+        ORVO_DW_WHOLE_OF_KIND(4);
     }
 }
 
 // A strip from the places of its first output in input and output on.
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 inline void ConvolveStrip(const StripShape<kPlanes>& shape, const LayerConstants& layer,
                           const Filter& filter, size_t wholeRows, const int8_t* src, int8_t* dst) {
     const __m512i first = shape.Row(src, 0, layer.flip);
@@ -416,7 +428,8 @@ inline void ConvolveStrip(const StripShape<kPlanes>& shape, const LayerConstants
     Neighbours a = outside;
     Neighbours b;
     if (wholeRows > 0 && shape.height > 1) {
-        ConvolveWhole<kPlanes, ShiftWords>(shape, layer, filter, src, dst, first, wholeRows, a, b);
+        ConvolveWhole<kPlanes, ShiftWords, kRectifies>(shape, layer, filter, src, dst, first,
+                                                       wholeRows, a, b);
     } else {
         wholeRows = 0;
         b = layer.permutations(first);
@@ -447,7 +460,7 @@ constexpr Permutations StripPermutations() {
     return permutations;
 }
 
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 void DepthwiseByStrips(const DepthwisePlanes& p) {
     static constexpr Permutations kPermutations = StripPermutations<kPlanes>();
     constexpr size_t kColumns = StripShape<kPlanes>::kColumns;
@@ -468,9 +481,9 @@ void DepthwiseByStrips(const DepthwisePlanes& p) {
                 shape = StripShape<kPlanes>(p, from, count);
             }
             const size_t at = channel * plane + from;
-            ConvolveStrip<kPlanes, ShiftWords>(shape, layer, filter,
-                                               shape.WholeRows(at + (kPlanes - 1) * plane, end),
-                                               p.src + at, p.dst + at);
+            ConvolveStrip<kPlanes, ShiftWords, kRectifies>(
+                shape, layer, filter, shape.WholeRows(at + (kPlanes - 1) * plane, end), p.src + at,
+                p.dst + at);
         }
     }
 }
@@ -536,16 +549,16 @@ void DepthwiseSmall(const DepthwisePlanes& p) {
     }
 }
 
-template <bool ShiftWords>
+template <bool ShiftWords, bool kRectifies>
 void DepthwiseByWidth(const DepthwisePlanes& p) {
     if (p.width * p.height <= kSmallPlane) {
         DepthwiseSmall<ShiftWords>(p);
     } else if (p.width <= StripShape<4>::kColumns) {
-        DepthwiseByStrips<4, ShiftWords>(p);
+        DepthwiseByStrips<4, ShiftWords, kRectifies>(p);
     } else if (p.width <= StripShape<2>::kColumns) {
-        DepthwiseByStrips<2, ShiftWords>(p);
+        DepthwiseByStrips<2, ShiftWords, kRectifies>(p);
     } else {
-        DepthwiseByStrips<1, ShiftWords>(p);
+        DepthwiseByStrips<1, ShiftWords, kRectifies>(p);
     }
 }
 
@@ -555,10 +568,11 @@ void avx512vnni::Depthwise(const DepthwisePlanes& p) {
     if (p.width == 0 || p.height == 0) {
         return;
     }
+    const bool rectifies = p.lowest != INT8_MIN;
     if (p.shift <= 8) {
-        DepthwiseByWidth<true>(p);
+        rectifies ? DepthwiseByWidth<true, true>(p) : DepthwiseByWidth<true, false>(p);
     } else {
-        DepthwiseByWidth<false>(p);
+        rectifies ? DepthwiseByWidth<false, true>(p) : DepthwiseByWidth<false, false>(p);
     }
 }
 
