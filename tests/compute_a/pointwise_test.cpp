@@ -355,6 +355,7 @@ TEST(Pointwise, NoOutputChannelsOrNoPixelsWriteNothing) {
     EXPECT_TRUE(Matches(Shape(80, 1, 64, 0), 6));
     EXPECT_TRUE(Matches(Shape(0, 5, 5, 6), 6));
     EXPECT_TRUE(Matches(Shape(5, 0, 5, 6), 6));
+    EXPECT_TRUE(Matches(Shape(0, 5, 40, 32), 6));
 }
 
 TEST(Pointwise, OutputPlanesLieTheOutputSizeApart) {
