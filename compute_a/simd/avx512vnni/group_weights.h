@@ -37,8 +37,9 @@ class GroupWeights {
     }
     const int32_t* words() const { return words_; }
 
-    // Those from `channel` on, a multiple of four.
-    void Load(const MatrixProduct& p, size_t channel) const {
+    // Those from `channel` on, a multiple of four. Not inlined, which would make the products' code
+    // much larger.
+    __attribute__((noinline)) void Load(const MatrixProduct& p, size_t channel) const {
         const int8_t* const weights = p.weights + channel / kGroup * p.groupBytes;
         if (channel + kGroup <= p.channels) {
             LoadGroup(p, weights, channel);

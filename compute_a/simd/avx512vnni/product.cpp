@@ -24,8 +24,6 @@
 // intrinsics took 1.1 times as long, packed pixels that do not begin on a cache line 1.15 times.
 #include <immintrin.h>
 
-#include <type_traits>
-
 #include "compute_a/simd/avx512vnni/group_weights.h"
 #include "compute_a/simd/avx512vnni/lanes.h"
 #include "compute_a/simd/avx512vnni/routines.h"
@@ -165,8 +163,7 @@ struct TileOutput {
     size_t channels; // up to 4
 };
 
-// kWhole: there are four channels. Unlike their number and the kind of shift that is known where the
-// code is compiled, which saves a fifth of the cycles of a tile of few steps.
+// kWhole: there are four channels, which known in advance saves 1 to 3 % where there are few steps.
 template <bool kWhole, bool ShiftWords>
 inline __attribute__((always_inline)) void StoreQuad(const __m512i sums[4][kGroup], __m512i shift,
                                                      const TileOutput& out) {
@@ -184,29 +181,28 @@ inline __attribute__((always_inline)) void StoreQuad(const __m512i sums[4][kGrou
     store(3, sums[0][3], sums[1][3], sums[2][3], sums[3][3]);
 }
 
-template <size_t kVector, size_t V, bool kWhole, bool ShiftWords>
+template <size_t kVector, size_t V, bool ShiftWords>
 inline __attribute__((always_inline)) void StoreVectors(const __m512i sums[V][kGroup],
                                                         __m512i shift, const TileOutput& out,
                                                         size_t pixels) {
     if constexpr (kVector < V) {
         constexpr size_t kBefore = kVector * kVectorPixels;
         StoreFourPlanes(Requantise<ShiftWords>(sums[kVector], shift), out.dst + kBefore,
-                        out.planePitch, kWhole ? kGroup : out.channels,
-                        FirstBytes16(pixels - kBefore));
-        StoreVectors<kVector + 1, V, kWhole, ShiftWords>(sums, shift, out, pixels);
+                        out.planePitch, out.channels, FirstBytes16(pixels - kBefore));
+        StoreVectors<kVector + 1, V, ShiftWords>(sums, shift, out, pixels);
     }
 }
 
-template <size_t V, bool kWhole, bool ShiftWords>
+template <size_t V, bool ShiftWords>
 void RestTile(const GroupWeights& group, const PackedTile& tile, size_t steps, __m512i shift,
               const TileOutput& out, size_t pixels) {
     __m512i sums[V][kGroup];
     SumTile<V>(group, tile, steps, sums);
     constexpr bool kQuad = V == 5; // and a vector
     if constexpr (kQuad) {
-        StoreQuad<kWhole, ShiftWords>(sums, shift, out);
+        StoreQuad<false, ShiftWords>(sums, shift, out);
     }
-    StoreVectors<kQuad ? 4 : 0, V, kWhole, ShiftWords>(sums, shift, out, pixels);
+    StoreVectors<kQuad ? 4 : 0, V, ShiftWords>(sums, shift, out, pixels);
 }
 
 void PackRest(const MatrixProduct& p, size_t pixel, size_t pixels, const PackedTile& tile) {
@@ -278,16 +274,21 @@ class Scheme {
         if (next < p_.channels && hasRoomForTwo()) {
             WeightsOf(next).Load(p_, next);
         }
-        WithKind(group, [&](auto whole, auto shiftWords) {
-            MultiplyTilesAs<whole.value, shiftWords.value>(group, slab);
-        });
+        const bool isWhole = group.channels == kGroup;
+        if (p_.shift <= 8) {
+            isWhole ? MultiplyQuads<true, true>(group, slab)
+                    : MultiplyQuads<false, true>(group, slab);
+        } else {
+            isWhole ? MultiplyQuads<true, false>(group, slab)
+                    : MultiplyQuads<false, false>(group, slab);
+        }
     }
 
     void MultiplyRest(const ChannelGroup& group, const Slab& slab) const {
-        if (slab.restPixels > 0) {
-            WithKind(group, [&](auto whole, auto shiftWords) {
-                MultiplyRestAs<whole.value, shiftWords.value>(group, slab);
-            });
+        if (slab.restPixels > 0 && p_.shift <= 8) {
+            MultiplyRestBy<true>(group, slab);
+        } else if (slab.restPixels > 0) {
+            MultiplyRestBy<false>(group, slab);
         }
     }
 
@@ -340,19 +341,8 @@ class Scheme {
         return {p_.dst + group.first * p_.planePitch + pixel, p_.planePitch, group.channels};
     }
 
-    template <typename Do>
-    void WithKind(const ChannelGroup& group, const Do& with) const {
-        using std::false_type;
-        using std::true_type;
-        if (group.channels < kGroup) {
-            p_.shift <= 8 ? with(false_type{}, true_type{}) : with(false_type{}, false_type{});
-        } else {
-            p_.shift <= 8 ? with(true_type{}, true_type{}) : with(true_type{}, false_type{});
-        }
-    }
-
     template <bool kWhole, bool ShiftWords>
-    void MultiplyTilesAs(const ChannelGroup& group, const Slab& slab) const {
+    void MultiplyQuads(const ChannelGroup& group, const Slab& slab) const {
         const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
         const size_t steps = steps_;
         const GroupWeights weights = WeightsOf(group.first);
@@ -364,8 +354,8 @@ class Scheme {
         }
     }
 
-    template <bool kWhole, bool ShiftWords>
-    void MultiplyRestAs(const ChannelGroup& group, const Slab& slab) const {
+    template <bool ShiftWords>
+    void MultiplyRestBy(const ChannelGroup& group, const Slab& slab) const {
         const size_t pixels = slab.restPixels;
         const __m512i shift = ShiftCounts<ShiftWords>(p_.shift);
         const PackedTile tile = TileOf(slab, slab.tiles, pixels);
@@ -373,15 +363,15 @@ class Scheme {
         const TileOutput out = OutputOf(group, slab.firstPixel + slab.tiles * kQuadPixels);
         switch ((pixels + kVectorPixels - 1) / kVectorPixels) {
             case 1:
-                return RestTile<1, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
+                return RestTile<1, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 2:
-                return RestTile<2, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
+                return RestTile<2, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 3:
-                return RestTile<3, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
+                return RestTile<3, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             case 4:
-                return RestTile<4, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
+                return RestTile<4, ShiftWords>(weights, tile, steps_, shift, out, pixels);
             default:
-                return RestTile<5, kWhole, ShiftWords>(weights, tile, steps_, shift, out, pixels);
+                return RestTile<5, ShiftWords>(weights, tile, steps_, shift, out, pixels);
         }
     }
 
