@@ -65,8 +65,10 @@ State InverseSubstituteShift(const State& s) {
 }
 
 void AddRoundKey(State* s, const uint8_t* roundKeys, int round) {
-    for (int i = 0; i < 4; ++i) {
-        s->column[i] ^= LoadWord(roundKeys + 16 * round + 4 * i);
+    const uint8_t* key = roundKeys + 16 * round;
+    for (uint32_t& column : s->column) {
+        column ^= LoadWord(key);
+        key += 4;
     }
 }
 

@@ -45,7 +45,7 @@ bool FitsFastAddition(const orvo::AddShifts& s) { return s.in1 <= 6 && s.in2 <= 
 // may stand for one that can.
 int8_t ShiftRightRounded(int8_t value, int32_t shift) {
     const int32_t count = std::min(shift, 9);
-    return static_cast<int8_t>((value + (1 << (count - 1))) >> count);
+    return static_cast<int8_t>((value + (1 << count >> 1)) >> count);
 }
 
 } // namespace

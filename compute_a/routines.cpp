@@ -54,15 +54,14 @@ bool HasAvx512Vnni() {
 #if defined(__x86_64__) && defined(__linux__)
 // What the tiles' registers are to the processor and to the operating system.
 constexpr unsigned kTileInstructions = 1u << 24 | 1u << 25; // CPUID 7: AMX-TILE and AMX-INT8
-constexpr unsigned kSavesExtendedState = 1u << 27;          // CPUID 1: OSXSAVE
 constexpr unsigned kTileState = 1u << 17 | 1u << 18;        // XCR0: configuration and data
 constexpr long kAskForState = 0x1023;                       // ARCH_REQ_XCOMP_PERM
 constexpr long kTileData = 18;
 
-bool ProcessorHasTiles() {
+// Of a processor whose AVX-512 is in use, so that its XCR0 can be read.
+bool HasTilesBesideAvx512() {
     unsigned a, b, c, d;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & kSavesExtendedState) == 0 ||
-        __get_cpuid_count(7, 0, &a, &b, &c, &d) == 0 ||
+    if (__get_cpuid_count(7, 0, &a, &b, &c, &d) == 0 ||
         (d & kTileInstructions) != kTileInstructions) {
         return false;
     }
@@ -74,7 +73,7 @@ bool ProcessorHasTiles() {
 // Linux lets a process use the tiles' 8 KB of state once it has asked, for all its threads and for
 // good. It refuses where a thread's alternate signal stack would be too small for them.
 bool HasAmx() {
-    return HasAvx512Vnni() && ProcessorHasTiles() &&
+    return HasAvx512Vnni() && HasTilesBesideAvx512() &&
            syscall(SYS_arch_prctl, kAskForState, kTileData) == 0;
 }
 #endif

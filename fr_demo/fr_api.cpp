@@ -151,7 +151,7 @@ float OrvoFrGetDistance(const float* a, uint32_t aSize, const float* b, uint32_t
         ORVO_ERR(kUnit, "Get distance failed, the input a is null or the input b is null!\n\n");
         return 0.0f;
     }
-    if (aSize == 0 || bSize == 0 || aSize != bSize) {
+    if (aSize == 0 || aSize != bSize) {
         ORVO_ERR(kUnit, "Get distance failed, the size is invalid, aSize: %u, bSize: %u!\n\n",
                  aSize, bSize);
         return 0.0f;

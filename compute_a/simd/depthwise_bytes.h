@@ -362,6 +362,14 @@ inline void WalkBytes(const Strip& strip, const ByteFilter& filter, bool isTwo) 
     isTwo ? WalkBytes<V, Strip, true>(strip, filter) : WalkBytes<V, Strip, false>(strip, filter);
 }
 
+// A row of a strip, between a value before it and one behind it that count for nothing.
+template <class V>
+struct RowCopy {
+    int8_t before;
+    int8_t values[V::kBytes];
+    int8_t behind;
+};
+
 // A plane in strips; the last overlaps the one before where columns are left over.
 template <class V>
 void ConvolveBytes(const DepthwisePlanes& p, size_t channel, const ByteFilter& filter, bool isTwo) {
@@ -371,19 +379,17 @@ void ConvolveBytes(const DepthwisePlanes& p, size_t channel, const ByteFilter& f
     const int8_t* const src = p.src + channel * plane;
     int8_t* const dst = p.dst + channel * plane;
     const bool isLast = channel + 1 == p.channels;
-    // Each with a value before it and one behind it, which count for nothing.
-    int8_t first[1 + kWhole + 1];
-    int8_t last[1 + kWhole + 1];
+    RowCopy<V> first, last;
     const auto inputs = [&](size_t column, size_t columns) {
         PlaneRows rows = {src + column, src + column, src + (p.height - 1) * p.width + column,
                           p.width, p.height};
         if (channel == 0 && column == 0) {
-            std::memcpy(first + 1, rows.first, columns + (columns < p.width));
-            rows.first = first + 1;
+            std::memcpy(first.values, rows.first, columns + (columns < p.width));
+            rows.first = first.values;
         }
         if (isLast && column + columns == p.width) {
-            std::memcpy(last, rows.last - 1, 1 + columns);
-            rows.last = last + 1;
+            std::memcpy(&last, rows.last - 1, 1 + columns);
+            rows.last = last.values;
         }
         return rows;
     };

@@ -78,11 +78,8 @@ inline bool ScaleOf(const PlaneConvolution& p, PlaneScale& scale) {
     const uint32_t all = 16 - p.shift;
     scale.values = all < kMostForValues ? all : kMostForValues;
     scale.weights = all - scale.values;
-    const size_t most = p.planes * 128;
-    if (most << scale.weights >= 1u << 15) {
-        return false;
-    }
-    const size_t products = 9 * 128 * most;
+    // Where the products fit, so do the weights, of which a sum has nine, each met by 128 at most.
+    const size_t products = 9 * 128 * (p.planes * 128);
     if (products > size_t{INT32_MAX} >> all) {
         return false;
     }

@@ -134,6 +134,16 @@ TEST(Conv, OddSizes) {
     }
 }
 
+// The output is made in bands of some hundred pixels, of at least one row.
+TEST(Conv, RowsAsLongAsABandAndLonger) {
+    for (const int width : {191, 192, 193, 383, 384, 385, 800}) {
+        for (const int kernelSize : {1, 2, 3}) {
+            EXPECT_TRUE(Matches(Shape(width, 3, 2, 5, kernelSize, kernelSize / 2, 1), 9));
+        }
+        EXPECT_TRUE(Matches(Shape(2 * width, 5, 1, 5, 3, 1, 2), 10));
+    }
+}
+
 TEST(Conv, SizeOfTheOutputIsTakenAsGiven) {
     // Larger outputs reach beyond the right and the bottom edge, where the input reads as zero.
     for (int dstWidth = 0; dstWidth <= 12; ++dstWidth) {
@@ -248,6 +258,8 @@ TEST(Conv, NoInputChannelsGiveTheShiftedBias) {
         expected.insert(expected.end(), 15, value);
     }
     EXPECT_EQ(RunGuarded(kGenericConv, s, data, {}), expected);
+    // In planes of whole tiles, too.
+    EXPECT_TRUE(Matches(Shape(16, 16, 0, 16, 3, 1, 1), 13));
 }
 
 TEST(Conv, KernelSizeOfZeroGivesTheShiftedBias) {
@@ -271,6 +283,15 @@ TEST(Conv, NoOutputChannelsOrNoPixelsWriteNothing) {
     s.dstHeight = 3;
     s.dstWidth = 0;
     EXPECT_TRUE(Matches(s, 12));
+    // Nor is there anything in the input.
+    EXPECT_TRUE(Matches(Shape(0, 5, 2, 4, 3, 1, 1), 12));
+    EXPECT_TRUE(Matches(Shape(5, 0, 2, 4, 3, 1, 1), 12));
+}
+
+TEST(Conv, MoreInputChannelsThanATileOfTapsHas) {
+    for (const int channels : {5, 6, 21, 22}) {
+        EXPECT_TRUE(Matches(Shape(16, 16, channels, 16, 3, 1, 1), 14));
+    }
 }
 
 TEST(Conv, FootprintInThePaddingGivesOnlyTheBias) {
@@ -417,6 +438,7 @@ TEST(ConvOfEqualPlanes, LimitsOfSumsAndAddresses) {
         }
     }
     CheckOddAddresses(kGenericConv, Shape(33, 3, 1, 6, 3, 1, 1));
+    CheckOddAddresses(kGenericConv, Shape(8, 1, 1, 6, 3, 1, 1)); // hardly any scratch
     CheckOddAddresses(kGenericConv, Shape(24, 24, 1, 32, 3, 1, 1));
 }
 

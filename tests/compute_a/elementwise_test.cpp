@@ -227,6 +227,32 @@ TEST(ZeroPadPlus, MatchesReferenceForEveryTailAndShift) {
     }
 }
 
+// A plane of each length, with a shortcut and without, under shifts that paths take in ways of their own.
+TEST(ZeroPadPlus, MatchesReferenceForEveryLength) {
+    constexpr uint16_t kShifts[][3] = {{0, 0, 0}, {1, 0, 1}, {2, 3, 4}};
+    Random random(300);
+    for (uint16_t length = 1; length <= 70; ++length) {
+        for (const auto& [shift1, shift2, shiftOut] : kShifts) {
+            for (const uint16_t in2Channels : {0, 1}) {
+                const Q7 values1 = RandomQ7(random, length);
+                const Q7 values2 = RandomQ7(random, size_t{length} * in2Channels);
+                Q7 expected(length);
+                orvo_reference::ZeroPadPlus(values1.data(), values2.data(), expected.data(), shift1,
+                                            shift2, shiftOut, 1, length, 1, in2Channels);
+                for (const auto place : kBothPlaces) {
+                    GuardedInput<int8_t> in1(values1, place);
+                    GuardedInput<int8_t> in2(values2, place);
+                    GuardedCopy<int8_t> dst(Q7(length, 77), place);
+                    ArmAZpadPlusChwQ7(in1.data(), in2.data(), dst.data(), shift1, shift2, shiftOut,
+                                      1, length, 1, in2Channels, nullptr);
+                    ASSERT_EQ(dst.values(), expected) << length << " values, shifts " << shift1
+                                                      << ", " << shift2 << ", " << shiftOut;
+                }
+            }
+        }
+    }
+}
+
 TEST(ZeroPadPlus, EveryPairOfValuesUnderTheNetworksShifts) {
     Operands every;
     for (int a = -128; a <= 127; ++a) {

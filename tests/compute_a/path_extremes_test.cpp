@@ -282,6 +282,24 @@ TEST(PathExtremes, DepthwiseSizes) {
     }
 }
 
+// Narrow planes of more rows than are worked on at a time, and of so many that rows of a vector's width reach
+// beyond the plane's end from several of them.
+TEST(PathExtremes, DepthwiseTallPlanes) {
+    for (int width = 1; width <= 17; ++width) {
+        for (const int height : {15, 16, 17, 31, 32, 250, 251}) {
+            const ConvShape shape = Depthwise(width, height, 2, 8);
+            EXPECT_TRUE(
+                MatchesReference(kDepthwiseConv, shape, LivelyData(kDepthwiseConv, shape, 15)))
+                << width << " x " << height;
+        }
+    }
+    for (const int width : {1, 2, 3, 12, 13, 24, 25}) {
+        const ConvShape shape = Depthwise(width, 3100, 1, 8);
+        EXPECT_TRUE(MatchesReference(kDepthwiseConv, shape, LivelyData(kDepthwiseConv, shape, 16)))
+            << width;
+    }
+}
+
 // Filters light enough for the faster sums in each of their forms, on planes that are taken in one strip,
 // in half of one, and in several of which the last overlaps.
 TEST(PathExtremes, DepthwiseSizesOfLightFilters) {

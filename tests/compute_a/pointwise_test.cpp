@@ -219,6 +219,10 @@ TEST(Pointwise, LongestDotProductOfSmallestValues) {
 TEST(Pointwise, OddAddresses) {
     CheckOddAddresses(kPointwiseConv, Shape(7, 5, 19, 7));
     CheckOddAddresses(kPointwiseConv, Shape(12, 12, 64, 20));
+    // Just scratch enough for what is packed, so that none is left to begin at a better address.
+    CheckOddAddresses(kPointwiseConv, Shape(8, 1, 4, 5));
+    CheckOddAddresses(kPointwiseConv, Shape(16, 1, 8, 5));
+    CheckOddAddresses(kPointwiseConv, Shape(24, 1, 16, 5));
 }
 
 // A path that wants its packed pixels on a cache line finds room for that, or does without: most of
@@ -348,8 +352,10 @@ TEST(Pointwise, NoInputChannelsGiveTheShiftedBias) {
 
 TEST(Pointwise, NoOutputChannelsOrNoPixelsWriteNothing) {
     EXPECT_TRUE(Matches(Shape(13, 1, 5, 0), 6));
+    EXPECT_TRUE(Matches(Shape(80, 1, 64, 0), 6));
     EXPECT_TRUE(Matches(Shape(0, 5, 5, 6), 6));
     EXPECT_TRUE(Matches(Shape(5, 0, 5, 6), 6));
+    EXPECT_TRUE(Matches(Shape(0, 5, 40, 32), 6));
 }
 
 TEST(Pointwise, OutputPlanesLieTheOutputSizeApart) {

@@ -488,6 +488,7 @@ TEST(GlobalAverage, ShiftCarriesFractionalBits) {
 
 TEST(GlobalAverage, ShiftOf32AndMoreGivesZero) {
     for (const uint16_t shift : {32, 33, 64, 128, 255, 0x1FF}) {
+        EXPECT_EQ(Averages(Q7{127}, 1, 1, 1, shift), Q7{0}) << shift;
         EXPECT_EQ(Averages(Q7(4, 127), 2, 2, 1, shift), Q7{0}) << shift;
         EXPECT_EQ(Averages(Q7(4, -128), 2, 2, 1, shift), Q7{0}) << shift;
     }

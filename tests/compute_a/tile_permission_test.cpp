@@ -74,6 +74,16 @@ TEST_F(TilePermission, RefusedLeavesThePathWithoutTiles) {
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
+TEST_F(TilePermission, RefusedIsReportedWhereTilesWereNamed) {
+    const auto run = [] {
+        setenv("ORVO_FR_PATH", "amx", 1);
+        UseSmallSignalStack();
+        ExitWith(std::strcmp(OrvoFrGetInstructionSet(), "avx512vnni") == 0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0),
+                "^ORVO_FR_PATH=amx: this machine does not have it, avx512vnni is used\n$");
+}
+
 TEST_F(TilePermission, IsNotAskedForWhereAnotherPathIsNamed) {
     const auto run = [] {
         setenv("ORVO_FR_PATH", "avx512vnni", 1);

@@ -135,6 +135,22 @@ TEST(Extract, MapsAFrameThatItKnowsByPhysicalAddressOnly) {
     EXPECT_EQ(left.phy, frame.memory().phy);
 }
 
+TEST(Extract, MapsAndUnmapsAFrameAtAnOddAddress) {
+    const InitialisedApi api;
+    const MediaFrame frame(256, 256, 300);
+    obj_img image = frame.image(0);
+    image.phy_addr += 1;
+    image.stride = 256;
+    kova_mpi_host_start_recording();
+    Feature feature;
+    EXPECT_EQ(Observed(image, feature), kOkMapped);
+    EXPECT_TRUE(SameBits(feature, CoreFeature(frame.memory().bytes() + 1, 256)));
+    const std::vector<kova_mpi_host_call> calls = Calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].phy, frame.memory().phy + 1);
+    EXPECT_EQ(calls[1].vir, static_cast<uint32_t>(frame.memory().phy + 1));
+}
+
 TEST(Extract, MapsStrideTimes256Bytes) {
     const InitialisedApi api;
     const MediaFrame frame(256, 256, 300);

@@ -401,6 +401,22 @@ TEST_F(FindApi, FindsTheSameFacesWhateverThePicturesStride) {
     }
 }
 
+// There the network's planes are what takes most; in small pictures it is turning faces upright.
+TEST_F(FindApi, ALargePictureNeedsNoMoreMemoryThanItAsksFor) {
+    SetUpEverything();
+    const Grey grey = orvo_reference::SeededGrey(0, 320, 240);
+    const GuardedPicture picture(grey, grey.width);
+    const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, ORVO_FIND_SMALLEST);
+    for (const auto end : {GuardedBuffer::kAtStart, GuardedBuffer::kAtEnd}) {
+        GuardedBuffer memory(size, end);
+        ASSERT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
+        Results results(1);
+        EXPECT_EQ(
+            OrvoFindRun(picture.get(), ORVO_FIND_SMALLEST, results.faces.data(), 1, &results.count),
+            ORVO_FIND_OK);
+    }
+}
+
 // A face that is asked for alone is the best of all, and its feature that of its upright crop.
 TEST_F(FindApi, FeaturesAreThoseOfTheUprightCrops) {
     SetUpEverything();

@@ -111,6 +111,12 @@ TEST(Structure, LightFromOneSideIsNone) {
     EXPECT_EQ(StructureOf(Made(24, 24, 3, [](int, int) { return 7; })), 0);
 }
 
+TEST(Structure, OfASinglePixelIsSmallAndNotNone) {
+    const Picture dot = Made(24, 24, 0, [](int x, int y) { return x == 9 && y == 14 ? 101 : 100; });
+    EXPECT_GT(StructureOf(dot), 0.01);
+    EXPECT_NEAR(StructureOf(dot), PlainStructure(dot), 1e-4);
+}
+
 TEST(Structure, StripesOfACellAreTheirHeight) {
     const Picture stripes =
         Made(48, 48, 0, [](int x, int y) { return 100 + ((x / 4 + y / 4) % 2 == 0 ? 30 : -30); });

@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 import pathlib
+import re
 import sys
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import changes  # noqa: E402
+import mutants  # noqa: E402
 import programs  # noqa: E402
 
 
@@ -51,11 +53,28 @@ class Programs(unittest.TestCase):
         self.assertIn(("pointwise_test", "ORVO_FR_PATH=avx2"), runs)
         self.assertNotIn(("pointwise_test", ""), runs)
 
+    def test_folders_that_cmake_puts_between_do_not_matter(self):
+        self.assertEqual(programs.runs_of(["grey/CMakeFiles/orvo_grey.dir/structure.cpp.o"]), [("structure_test", "")])
+        self.assertIn(("distances_test", ""),
+                      programs.runs_of(["kova/CMakeFiles/kova_search_objects.dir/__/search/distances.cpp.o"]))
+
     def test_every_source_of_the_libraries_has_a_judge(self):
         root = pathlib.Path(__file__).resolve().parents[2]
         for folder in ("cipher", "common", "compute_a", "device_api", "find", "fr_demo", "grey", "platform", "search"):
             for source in root.glob(f"{folder}/**/*.cpp"):
                 self.assertTrue(programs.runs_of([f"{source.relative_to(root)}.o"]), source)
+
+
+class Equivalents(unittest.TestCase):
+    def test_each_is_a_change_that_can_be_made_and_has_a_reason(self):
+        root = pathlib.Path(__file__).resolve().parents[2]
+        text = (root / "tests/mutants/equivalents.txt").read_text()
+        known = mutants.equivalents(text)
+        self.assertTrue(known)
+        for file, shown in known:
+            known_changes = {c.shown for c in changes.changes(file, (root / file).read_text())}
+            self.assertTrue(shown in known_changes, f"{file}: {shown}")
+            self.assertRegex(text, re.escape(f"{file}: {shown}") + r"\n    \w")
 
 
 if __name__ == "__main__":

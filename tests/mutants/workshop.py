@@ -21,11 +21,11 @@ _SETTINGS = [
 
 
 class Workshop:
-    def __init__(self, sources, folder):
-        self.sources, self.folder = pathlib.Path(sources), pathlib.Path(folder)
+    def __init__(self, sources, folder, preset):
+        self.sources, self.folder, self.preset = pathlib.Path(sources), pathlib.Path(folder), preset
         self.tree = self.folder / "tree"
-        self.build = self.tree / "build/host"  # as deep as in the checkout, so that ccache knows its files
-        self._notes = self.folder / "notes.json"
+        self.build = self.tree / "build" / preset  # as deep as in the checkout, so that ccache knows its files
+        self._notes = self.folder / f"notes-{preset}.json"
         notes = json.loads(self._notes.read_text()) if self._notes.exists() else {"times": {}, "apart": {}}
         self._times = notes["times"]
         self._programs = TestPrograms(self.build / "bin", notes["apart"])
@@ -41,7 +41,7 @@ class Workshop:
                    *launchers)
         self._must("ninja", "-C", packer)
         # The packer enciphers by the sources that are about to be changed: this one stays as it is.
-        self._must("cmake", "--preset", "host", f"-DORVO_PACK_MODELS={packer / 'pack_models'}", *launchers, *_SETTINGS,
+        self._must("cmake", "--preset", self.preset, f"-DORVO_PACK_MODELS={packer / 'pack_models'}", *launchers, *_SETTINGS,
                    cwd=self.tree)
         self._must("ninja", "-C", self.build, *self._all_programs())
         self._objects = self._read_dependencies()

@@ -177,6 +177,7 @@ TEST(CallRecord, HoldsTheCallsInOrderWithArgumentsAndResults) {
     EXPECT_EQ(Call(7).result, KOVA_VGS_ERR_UNEXIST);
     EXPECT_STREQ(Call(8).function, "KOVA_MPI_SYS_MmzFree");
     EXPECT_EQ(Call(8).phy, phy);
+    EXPECT_EQ(Call(8).vir, reinterpret_cast<uintptr_t>(vir));
     kova_mpi_host_call none{};
     EXPECT_EQ(kova_mpi_host_get_call(9, &none), -1);
 }

@@ -526,7 +526,6 @@ PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const u
     return m;
 }
 
-// The least score that has this probability.
 int ScoreWith(int probability) {
     int score = -128;
     while (PlainProbability(score) < probability) {

@@ -81,6 +81,7 @@ struct PlainQuality {
     int value;
     uint32_t reasons;
 };
+int ScoreWith(int probability); // the least score that has it
 PlainQuality PlainJudge(const PlainMeasures& measures, int probability);
 
 } // namespace orvo_reference

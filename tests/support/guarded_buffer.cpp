@@ -11,9 +11,20 @@
 namespace orvo_test {
 namespace {
 
+constexpr uint8_t kFresh = 0xA5;
+
 void Require(bool ok, const char* what) {
     if (!ok) {
         std::perror(what);
+        std::abort();
+    }
+}
+
+// Each byte is the one before it, and the first is fresh: so the C library compares them, which it does fast.
+void RequireFresh(const uint8_t* from, const uint8_t* to, const char* what) {
+    if (from != to &&
+        (*from != kFresh || std::memcmp(from, from + 1, static_cast<size_t>(to - from) - 1) != 0)) {
+        std::fprintf(stderr, "%s\n", what);
         std::abort();
     }
 }
@@ -34,11 +45,16 @@ GuardedBuffer::GuardedBuffer(size_t size, Place place) : size_(size) {
     }
     data_ = place == kAtEnd ? mapping_ + page + inner - size : mapping_ + page;
     if (inner != 0) {
-        std::memset(mapping_ + page, 0xA5, inner);
+        std::memset(mapping_ + page, kFresh, inner);
     }
 }
 
-GuardedBuffer::~GuardedBuffer() { munmap(mapping_, mappingSize_); }
+GuardedBuffer::~GuardedBuffer() {
+    const size_t page = PageSize();
+    RequireFresh(mapping_ + page, data_, "written before a buffer");
+    RequireFresh(data_ + size_, mapping_ + mappingSize_ - page, "written behind a buffer");
+    munmap(mapping_, mappingSize_);
+}
 
 void GuardedBuffer::MakeReadOnly() {
     const size_t page = PageSize();

@@ -8,7 +8,8 @@ namespace orvo_test {
 
 // Memory between two unmapped pages, so that a single byte read or written outside faults at once.
 // The bytes touch the page after them (kAtEnd) or the page before them (kAtStart); a test that
-// matters uses both. Fresh memory is filled with 0xA5.
+// matters uses both. Fresh memory is filled with 0xA5. What is written on the other side, up to the
+// page there, ends the process when the buffer goes.
 class GuardedBuffer {
   public:
     enum Place { kAtEnd, kAtStart };

@@ -167,14 +167,14 @@ struct StripShape {
           height(p.height),
           planeBytes(width * height),
           x(firstColumn),
-          columns(width - x < kColumns ? width - x : kColumns),
+          columns(width < kColumns ? width : kColumns),
           count(planes) {
         // The column before the first one, and the one after the last if they are in the plane.
         const __mmask64 piece =
             FirstBytes(width - x < kPiece ? width - x + 1 : kPiece) & ~__mmask64{x == 0};
         __mmask64 allInside = 0;
         for (size_t i = 0; i < kPlanes; ++i) {
-            inside[i] = i < count ? piece << (i * kPiece % 64) : 0;
+            inside[i] = i < count ? piece << (i * kPiece) : 0;
             allInside |= inside[i];
         }
         insideBytes = _mm512_movm_epi8(allInside);

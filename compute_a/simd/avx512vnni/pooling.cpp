@@ -343,10 +343,8 @@ void avx512vnni::MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t*
 
 // Measured: 1.6 to 8 times as fast as the plain body, 1.2 to 3.4 times as one row at a time.
 void avx512vnni::Sample(const int8_t* src, const Planes& planes, int8_t* dst) {
-    if (planes.width >= 1) {
-        const Halving halving(planes, (planes.width + 1) / 2, (planes.height + 1) / 2);
-        HalveBySize<EveryRow>(src, planes, halving, dst);
-    }
+    const Halving halving(planes, (planes.width + 1) / 2, (planes.height + 1) / 2);
+    HalveBySize<EveryRow>(src, planes, halving, dst);
 }
 
 } // namespace orvo

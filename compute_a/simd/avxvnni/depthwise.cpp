@@ -30,9 +30,10 @@ constexpr size_t kVector = 32;
 
 // Planes, or rows of one, ready to be convolved.
 struct Band {
-    static constexpr size_t kBytes = 6144;
+    static constexpr size_t kBytes = 6128;
     static constexpr size_t kMostPlanes = 16;
-    alignas(32) uint8_t values[kBytes + kVector]; // what copying whole vectors writes beyond
+    // And what whole vectors write and read beyond.
+    alignas(32) uint8_t values[kBytes + 1 + kVector];
 };
 
 constexpr uint8_t kZero = 0x80; // with its sign flipped
@@ -114,11 +115,11 @@ struct Neighbours {
     Neighbours(const uint8_t* first, const uint8_t* second) {
         const __m256i row =
             _mm256_inserti128_si256(_mm256_castsi128_si256(Load16(first)), Load16(second), 1);
-        const __m256i four = _mm256_broadcastsi128_si256(
+        __m256i places = _mm256_broadcastsi128_si256(
             _mm_setr_epi8(0, 1, 2, 3, 1, 2, 3, 4, 2, 3, 4, 5, 3, 4, 5, 6));
-        for (size_t i = 0; i < 3; ++i) {
-            of[i] = _mm256_shuffle_epi8(
-                row, _mm256_add_epi8(four, _mm256_set1_epi8(static_cast<char>(4 * i))));
+        for (__m256i& outputs : of) {
+            outputs = _mm256_shuffle_epi8(row, places);
+            places = _mm256_add_epi8(places, _mm256_set1_epi8(4));
         }
     }
 };
@@ -231,7 +232,7 @@ void ConvolveWide(const DepthwisePlanes& p, const uint8_t* values, size_t rows, 
 void DepthwiseByPlanes(const DepthwisePlanes& p, size_t paddedBytes) {
     Band band;
     const size_t plane = p.width * p.height;
-    const size_t most = (Band::kBytes - 16) / paddedBytes / 2 * 2;
+    const size_t most = Band::kBytes / paddedBytes / 2 * 2;
     const size_t atATime = most < Band::kMostPlanes ? most : Band::kMostPlanes;
     const auto filterOf = [&](size_t c) { return Filter(p.weights + 9 * c, p.bias[c]); };
     for (size_t channel = 0; channel < p.channels; channel += atATime) {
@@ -261,7 +262,7 @@ void DepthwiseByPlanes(const DepthwisePlanes& p, size_t paddedBytes) {
 void DepthwiseByRows(const DepthwisePlanes& p) {
     Band band;
     const size_t plane = p.width * p.height;
-    const size_t most = (Band::kBytes - 16) / (p.width + 1) - 2;
+    const size_t most = Band::kBytes / (p.width + 1) - 2;
     for (size_t c = 0; c < p.channels; ++c) {
         const Filter filter(p.weights + 9 * c, p.bias[c]);
         for (size_t y = 0; y < p.height;) {
@@ -282,9 +283,9 @@ void ORVO_VNNI_PATH::Depthwise(const DepthwisePlanes& p) {
     if (p.width == 0 || p.height == 0) {
         return;
     }
-    if (2 * paddedBytes + 16 <= Band::kBytes) {
+    if (2 * paddedBytes <= Band::kBytes) {
         DepthwiseByPlanes(p, paddedBytes);
-    } else if (p.width > kPartOutputs && 3 * (p.width + 1) + 16 <= Band::kBytes) {
+    } else if (p.width > kPartOutputs && 3 * (p.width + 1) <= Band::kBytes) {
         DepthwiseByRows(p);
     } else {
         avx2::Depthwise(p);
