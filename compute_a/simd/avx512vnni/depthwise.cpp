@@ -219,9 +219,6 @@ struct StripShape {
 
     // Row y of the input as a vector, signs flipped; each plane's piece is loaded by a mask.
     __m512i Row(const int8_t* src, size_t y, __m512i flip) const {
-        if (y >= height) {
-            return flip;
-        }
         const int8_t* at = src + y * width - 1;
         __m512i row = _mm512_maskz_loadu_epi8(inside[0], at);
 #pragma GCC unroll 3
