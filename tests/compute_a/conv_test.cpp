@@ -399,6 +399,25 @@ TEST(ConvOfEqualPlanes, UpToMorePlanesThanTheSumsOfWeightsHaveRoomFor) {
     }
 }
 
+// Sums that are shifted to the upper half of 32 bits have room for the products and for some biases.
+TEST(ConvOfEqualPlanes, BiasesAtTheEndOfTheRoomForSums) {
+    for (const int planes : {1, 2, 3, 85}) {
+        for (const int shift : {0, 3, 6, 8, 11, 15, 16, 17}) {
+            ConvShape shape = Shape(32, 3, planes, 4, 3, 1, 1);
+            shape.outShift = static_cast<uint32_t>(shift);
+            const int products = 9 * 128 * 128 * planes;
+            const int room = std::max((INT32_MAX >> std::max(16 - shift, 0)) - products, 0);
+            for (const int beyond : {0, 1, 9 * 128 * planes}) {
+                const int bias = std::min(room, INT32_MAX - products - beyond) + beyond;
+                EXPECT_TRUE(MatchesReference(kGenericConv, shape,
+                                             UniformData(kGenericConv, shape, -128, -128, bias)));
+                EXPECT_TRUE(MatchesReference(kGenericConv, shape,
+                                             UniformData(kGenericConv, shape, -128, 127, -bias)));
+            }
+        }
+    }
+}
+
 TEST(ConvOfEqualPlanes, OneByteMakesADifference) {
     ConvShape shape = Shape(32, 6, 3, 8, 3, 1, 1);
     shape.outShift = 0;
