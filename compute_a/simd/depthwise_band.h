@@ -89,7 +89,8 @@ void WidenLastRow(const int8_t* from, size_t count, int16_t* to) {
     WidenRow<Lanes>(row.bytes, count, to);
 }
 
-// The rows that `rows` output rows from `y` on need, the one above them first.
+// The rows that `rows` output rows from `y` on need, the one above them first. The zero before a row is the one
+// behind the row above it, and before the first row the one of the zeros above the plane.
 template <typename Lanes>
 void WidenBand(const Strip& strip, size_t y, size_t rows, Band<Lanes>& band) {
     static constexpr RowOfBytes<Lanes> kZeros = {};
@@ -99,7 +100,6 @@ void WidenBand(const Strip& strip, size_t y, size_t rows, Band<Lanes>& band) {
     const size_t rounded = WholeVectors<Lanes>(count);
     int16_t* to = band.values;
     for (size_t row = y - 1; row != y + rows + 1; ++row, to += pitch) {
-        to[0] = 0;
         if (row >= strip.height) { // the row above the first has wrapped
             WidenRow<Lanes>(kZeros.bytes, pitch, to);
             continue;

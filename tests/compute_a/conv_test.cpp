@@ -119,6 +119,13 @@ TEST(Conv, ThreeByThreeKernelsOverWholeVectorsOfPixels) {
         const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
         EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(width)));
     }
+    // And each of them a little beside that.
+    const int others[][4] = {{4, 15, 1, 16},  {12, 12, 3, 32}, {8, 9, 5, 16},   {2, 32, 1, 16},
+                             {66, 32, 2, 16}, {8, 8, 6, 16},   {16, 12, 2, 24}, {1, 64, 3, 16}};
+    for (const auto& [width, height, srcChannels, dstChannels] : others) {
+        const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
+        EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(height)));
+    }
     const ConvShape shape = Shape(12, 16, 3, 16, 3, 1, 1);
     CheckEveryShift(kGenericConv, shape);
     CheckUniformExtremes(kGenericConv, shape);
@@ -400,6 +407,25 @@ TEST(ConvOfEqualPlanes, UpToMorePlanesThanTheSumsOfWeightsHaveRoomFor) {
         const ConvShape shape = Shape(16, 2, planes, 4, 3, 1, 1);
         EXPECT_TRUE(EqualPlanesMatch(shape, 7));
         CheckUniformExtremes(kGenericConv, shape);
+    }
+}
+
+// Sums that are shifted to the upper half of 32 bits have room for the products and for some biases.
+TEST(ConvOfEqualPlanes, BiasesAtTheEndOfTheRoomForSums) {
+    for (const int planes : {1, 2, 3, 85}) {
+        for (const int shift : {0, 3, 6, 8, 11, 15, 16, 17}) {
+            ConvShape shape = Shape(32, 3, planes, 4, 3, 1, 1);
+            shape.outShift = static_cast<uint32_t>(shift);
+            const int products = 9 * 128 * 128 * planes;
+            const int room = std::max((INT32_MAX >> std::max(16 - shift, 0)) - products, 0);
+            for (const int beyond : {0, 1, 9 * 128 * planes}) {
+                const int bias = std::min(room, INT32_MAX - products - beyond) + beyond;
+                EXPECT_TRUE(MatchesReference(kGenericConv, shape,
+                                             UniformData(kGenericConv, shape, -128, -128, bias)));
+                EXPECT_TRUE(MatchesReference(kGenericConv, shape,
+                                             UniformData(kGenericConv, shape, -128, 127, -bias)));
+            }
+        }
     }
 }
 

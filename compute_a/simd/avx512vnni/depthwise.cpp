@@ -201,11 +201,9 @@ struct StripShape {
     // How many rows of outputs can be made from whole pieces and stored by whole parts: their row
     // below is in the plane, unless they are the last, and its pieces in the tensor; and what is
     // stored beyond the columns is replaced by the next row or the next planes. `last` is the place
-    // of the last plane's first output, `end` the end of the tensor.
+    // of the last plane's first output, `end` the end of the tensor; of fewer planes it lies behind
+    // that, and no row is whole.
     size_t WholeRows(size_t last, size_t end) const {
-        if (count < kPlanes) {
-            return 0;
-        }
         const size_t loaded = RowsWithin(last, kPiece - 1, end);
         const size_t stored = isOneOfSeveral() ? height
                                                : RowsWithin(last, kColumns + 4,
