@@ -51,8 +51,7 @@ void AddUpFilters(const Convolution3x3& conv, PlaneConvolution::Filter* filters)
 } // namespace
 
 bool ConvolveEqualPlanes(const Routines& routines, const Convolution3x3& conv) {
-    if (routines.convolvePlane == nullptr || conv.srcChannels == 0 ||
-        conv.srcChannels > PlaneConvolution::kMostPlanes ||
+    if (conv.srcChannels == 0 || conv.srcChannels > PlaneConvolution::kMostPlanes ||
         conv.channels > PlaneConvolution::kMostChannels ||
         !AreEqual(conv.src, conv.width * conv.height, conv.srcChannels)) {
         return false;

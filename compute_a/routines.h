@@ -119,7 +119,7 @@ struct Routines {
     // Returns false, having done nothing, where its way of working does not fit. Null where a path
     // has none: the matrix product of the expanded input does for all.
     bool (*convolve3x3)(const Convolution3x3& convolution) = nullptr;
-    // The same for a plane; null where a path is no faster for knowing that planes are equal.
+    // The same for a plane, which stands for equal ones. Every path has it.
     bool (*convolvePlane)(const PlaneConvolution& convolution) = nullptr;
 };
 

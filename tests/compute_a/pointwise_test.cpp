@@ -230,8 +230,17 @@ TEST(Pointwise, OddAddresses) {
 TEST(Pointwise, ScratchAnywhereInALine) {
     constexpr size_t kLine = 64;
     constexpr uint8_t kUntouched = 77;
-    for (const auto& [side, srcChannels] :
-         {std::pair{24, 32}, {24, 20}, {12, 128}, {12, 44}, {8, 64}, {6, 64}, {6, 62}, {6, 31}}) {
+    for (const auto& [side, srcChannels] : {std::pair{24, 32},
+                                            {24, 20},
+                                            {12, 200},
+                                            {12, 128},
+                                            {12, 44},
+                                            {8, 64},
+                                            {6, 64},
+                                            {6, 62},
+                                            {6, 31},
+                                            {2, 4},
+                                            {1, 4}}) {
         const ConvShape s = Shape(side, side, srcChannels, 10);
         const ConvData data = LivelyData(kPointwiseConv, s, 12);
         const std::vector<int8_t> weights = kPointwiseConv.packedWeights(s, data.weights);
@@ -348,6 +357,7 @@ TEST(Pointwise, NoInputChannelsGiveTheShiftedBias) {
         expected.insert(expected.end(), 13, value);
     }
     EXPECT_EQ(RunGuarded(kPointwiseConv, s, data, {}), expected);
+    EXPECT_TRUE(Matches(Shape(6, 6, 0, 5), 14)); // a plane of the network's
 }
 
 TEST(Pointwise, NoOutputChannelsOrNoPixelsWriteNothing) {

@@ -15,6 +15,7 @@
 
 #include "compute_a/routines.h"
 #include "compute_a/simd/avx512vnni/lanes.h"
+#include "compute_a/simd/product.h"
 
 // The tests put a model in the place of the tile instructions, so that what is made with them is
 // tested on processors without tiles, too.
@@ -191,7 +192,7 @@ struct Scratch {
     Scratch(int8_t* given, size_t givenBytes) {
         const size_t skip = (64 - reinterpret_cast<uintptr_t>(given) % 64) % 64;
         start = given + skip;
-        bytes = givenBytes > skip ? givenBytes - skip : 0;
+        bytes = givenBytes - Least(skip, givenBytes);
     }
 };
 

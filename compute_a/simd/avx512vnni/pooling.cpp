@@ -115,8 +115,7 @@ void MaxPoolByRows(int8_t* src, const Planes& planes, int8_t* dst, size_t rows) 
     const int8_t* const srcEnd = src + planes.bytes();
     const int8_t* const dstEnd = dst + planes.channels * (planes.height - 1) * columns;
     const auto some = [&](const int8_t* from) {
-        return Bytes64::LoadSome(from < srcEnd ? FirstBytes(static_cast<size_t>(srcEnd - from)) : 0,
-                                 from);
+        return Bytes64::LoadSome(FirstBytes(static_cast<size_t>(srcEnd - from)), from);
     };
     const size_t reach = r.width + 1 + 64; // of a block's loads
     PooledRows here = PoolRows(r, src, some);
