@@ -1,6 +1,7 @@
 # Packs and enciphers the models into sources that the library compiles in.
 #
-# pack_models runs on the build machine, so a cross build compiles it there in a build of its own.
+# pack_models runs on the build machine, so a cross build compiles it there in a build of its own. The builds for all
+# machines in the folder build/ share that one: it is locked while one of them brings it up to date.
 # ORVO_PACK_MODELS names one that is there already, for builds whose own sources are not to be trusted with it.
 
 set(ORVO_STORE_DIR "${PROJECT_BINARY_DIR}/model_store")
@@ -16,14 +17,25 @@ if(ORVO_PACK_MODELS)
     set(ORVO_PACK_MODELS_TARGET)
 elseif(CMAKE_CROSSCOMPILING)
     include(ExternalProject)
+    set(packer_folder "${PROJECT_BINARY_DIR}/host_pack_models")
+    set(locked)
+    find_program(ORVO_FLOCK flock)
+    cmake_path(GET PROJECT_BINARY_DIR PARENT_PATH builds)
+    if(ORVO_FLOCK AND CMAKE_GENERATOR STREQUAL "Ninja" AND builds STREQUAL "${PROJECT_SOURCE_DIR}/build")
+        set(packer_folder "${builds}/host_pack_models")
+        set(locked "${ORVO_FLOCK}" "${packer_folder}.lock")
+    endif()
+    set(sources "${PROJECT_SOURCE_DIR}/tools/pack_models")
     ExternalProject_Add(host_pack_models
-        SOURCE_DIR "${PROJECT_SOURCE_DIR}/tools/pack_models"
-        BINARY_DIR "${PROJECT_BINARY_DIR}/host_pack_models"
-        CMAKE_ARGS -DCMAKE_BUILD_TYPE=Release
+        SOURCE_DIR "${sources}"
+        BINARY_DIR "${packer_folder}"
+        CONFIGURE_COMMAND ${locked} "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}" -S "${sources}" -B "${packer_folder}"
+                          -DCMAKE_BUILD_TYPE=Release
+        BUILD_COMMAND ${locked} "${CMAKE_COMMAND}" --build "${packer_folder}"
         BUILD_ALWAYS ON
         INSTALL_COMMAND ""
-        BUILD_BYPRODUCTS "${PROJECT_BINARY_DIR}/host_pack_models/pack_models")
-    set(ORVO_PACK_MODELS "${PROJECT_BINARY_DIR}/host_pack_models/pack_models")
+        BUILD_BYPRODUCTS "${packer_folder}/pack_models")
+    set(ORVO_PACK_MODELS "${packer_folder}/pack_models")
     set(ORVO_PACK_MODELS_TARGET host_pack_models)
 else()
     add_subdirectory(tools/pack_models)
