@@ -26,7 +26,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     # GCC 12 takes its own intrinsics' deliberately undefined operands for uninitialised variables.
     set(avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vnni
         -Wno-uninitialized "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
-    orvo_path(avx512vnni avx512vnni FILES product plane depthwise pooling elementwise routines
+    orvo_path(avx512vnni avx512vnni FILES product product_36 plane depthwise pooling elementwise routines
               OPTIONS ${avx512})
     orvo_path(amx amx FILES product convolution routines OPTIONS ${avx512})
     list(APPEND ORVO_CIPHER_SOURCES cipher/aes_ni.cpp cipher/aes_vaes.cpp)

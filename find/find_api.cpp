@@ -180,7 +180,9 @@ bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFac
     int32_t sum = 0;
     const NetworkMemory network = NetworkMemoryAt(memory.rest, kLookSize);
     for (int32_t look = 0; look < kLooks; ++look) {
-        if (!CanBeSeen(picture, found->face) || (look > 0 && found->score < kLookedAtAgainScore)) {
+        const bool isWorthIt =
+            look == 0 || (found->score >= kLookedAtAgainScore && CanBeReported(first, look, sum));
+        if (!isWorthIt || !CanBeSeen(picture, found->face)) {
             return false;
         }
         const View view = ViewOf(found->face);

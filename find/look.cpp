@@ -4,18 +4,19 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
 #include "find/answer_tables.h"
 #include "find/levels.h"
-#include "find/picture_rows.h"
+#include "find/patches.h"
+#include "find/surroundings.h"
 
 namespace orvo::find {
 namespace {
 
 constexpr int32_t kOne = 1 << 14; // of cosine and sine
-constexpr int32_t kPatch = 4;
 
-// A pixel of a level is at most one and a half apart from the next of a look: a box of 64 pixels.
+// The pixels of a look are at most one and a half of a level's pixels apart: a box of 64 pixels.
 constexpr int32_t kMostLevelSide = 4 * kLookSide; // quarter pixels
 constexpr int32_t kMostReach = 70;                // 31.5 * 1.5 * sqrt(2), and a little
 
@@ -52,67 +53,18 @@ int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
     return RoundedDown(2 * dividend + divisor, 2 * divisor);
 }
 
-// The part of a level around a view that it is sampled from, whichever way it is turned.
-struct Surroundings {
-    const uint8_t* pixels;
-    int32_t left, top, width, height; // within the level
+constexpr int32_t kLookEnd = kLookSide - 1; // half pixels from the middle to the outermost pixels'
 
-    bool Has(int32_t x, int32_t y) const { // with the pixels to the right and below
-        return x >= 0 && y >= 0 && x >> kPlaceBits < width - 1 && y >> kPlaceBits < height - 1;
-    }
-    // Beyond the ends, these are repeated.
-    template <bool Inside>
-    int32_t At(int32_t x, int32_t y) const {
-        if constexpr (!Inside) {
-            x = std::clamp(x, 0, width - 1);
-            y = std::clamp(y, 0, height - 1);
-        }
-        return pixels[y * width + x];
-    }
-    // In sixteenths. Places count from the middle of the first pixel.
-    template <bool Inside>
-    int32_t Sample(int32_t x, int32_t y) const {
-        const int32_t column = x >> kPlaceBits;
-        const int32_t row = y >> kPlaceBits;
-        const int32_t right = x >> (kPlaceBits - 8) & 255;
-        const int32_t below = y >> (kPlaceBits - 8) & 255;
-        const auto inRow = [&](int32_t r) {
-            const int32_t first = At<Inside>(column, r);
-            return 256 * first + (At<Inside>(column + 1, r) - first) * right;
-        };
-        const int32_t upper = inRow(row);
-        return (256 * upper + (inRow(row + 1) - upper) * below + 2048) >> 12;
-    }
-};
-
-Surroundings MakeSurroundings(const OrvoFindPicture& picture, int32_t level, const View& view,
-                              uint8_t* pixels, uint8_t* room) {
-    const Size real = AtLevel({picture.width, picture.height}, level);
-    const auto span = [level](int32_t middle, int32_t size, int32_t* first) {
-        const int32_t at = middle >> (2 + level);
-        *first = std::clamp(at - kMostReach, 0, size - 1);
-        return std::clamp(at + kMostReach + 1, *first + 1, size) - *first;
-    };
-    Surroundings part{pixels, 0, 0, 0, 0};
-    part.width = span(view.x, real.width, &part.left);
-    part.height = span(view.y, real.height, &part.top);
-    for (int32_t y = 0; y < part.height; ++y) {
-        const uint8_t* row = LevelRow(picture, level, part.top + y, part.left, part.width, room);
-        std::copy(row, row + part.width, pixels + y * part.width);
-    }
-    return part;
-}
-
-// A look's pixels in the surroundings: where its middle is, and the step from a pixel to the next on the
-// right; that to the one below is at a right angle. In 2^16ths of the level's pixels, of which the
-// surroundings have less than 2^8 and a look reaches less than 2^8 beyond them: 32 bits hold all.
+// A look's pixels in a level: where its middle is, and the step from a pixel to the next on the right;
+// that to the one below is at a right angle. In 2^16ths of the level's pixels, of which there are at most
+// 2^13, and counted from the middle of the first: 32 bits hold all.
 struct Grid {
     int32_t x, y;
     int32_t along, aside;
 
-    Grid(const View& view, const Surroundings& part, int32_t level)
-        : x(Middle(view.x, level, part.left)),
-          y(Middle(view.y, level, part.top)),
+    Grid(const View& view, int32_t level)
+        : x(Middle(view.x, level)),
+          y(Middle(view.y, level)),
           along(Step(view.cosine, view.side, level)),
           aside(Step(view.sine, view.side, level)) {}
 
@@ -124,11 +76,17 @@ struct Grid {
         return y + ((right * aside + down * along) >> 1);
     }
 
+    // The pixels that lie around those of the look. Its corners are as far to the side as up or down.
+    Square Around() const {
+        const int32_t corner = kLookEnd * (std::abs(along) + std::abs(aside)) >> (kPlaceBits + 1);
+        const int32_t reach = corner + 2;
+        return {(x >> kPlaceBits) - reach, (y >> kPlaceBits) - reach, 2 * reach + 1};
+    }
+
   private:
-    static int32_t Middle(int32_t quarters, int32_t level, int32_t start) {
+    static int32_t Middle(int32_t quarters, int32_t level) {
         const int64_t place = (int64_t{quarters} << (kPlaceBits - 2)) >> level;
-        return static_cast<int32_t>(place - (int64_t{start} << kPlaceBits)) -
-               (1 << (kPlaceBits - 1));
+        return static_cast<int32_t>(place) - (1 << (kPlaceBits - 1));
     }
     // 3 / 128 of the side.
     static int32_t Step(int32_t direction, int32_t side, int32_t level) {
@@ -136,25 +94,54 @@ struct Grid {
     }
 };
 
-constexpr int32_t kLookEnd = kLookSide - 1; // half pixels from the middle to the outermost pixels'
+// Of two grey levels, in 256ths. `weight` is the second one's.
+uint16_t Mixed(uint8_t first, uint8_t second, uint16_t weight) {
+    return static_cast<uint16_t>(256 * first + (second - first) * weight);
+}
 
-template <bool Inside>
-void Sample(const Surroundings& part, const Grid& grid, uint16_t* look) {
-    for (int32_t down = -kLookEnd; down <= kLookEnd; down += 2) {
-        int32_t x = grid.XOf(-kLookEnd, down);
-        int32_t y = grid.YOf(-kLookEnd, down);
-        for (int32_t i = 0; i < kLookSide; ++i, x += grid.along, y += grid.aside) {
-            *look++ = static_cast<uint16_t>(part.Sample<Inside>(x, y));
-        }
+// A row of a look in sixteenths, bilinear, from its first place in the surroundings on, where none is
+// negative: in steps that compilers turn into vectors. Of the way to the next pixel 16 bits are enough.
+void SampleRow(const uint8_t* pixels, uint32_t pitch, const Grid& grid, uint32_t x, uint32_t y,
+               uint16_t* row) {
+    static_assert(kPlaceBits == 16);
+    const auto along = static_cast<uint32_t>(grid.along);
+    const auto aside = static_cast<uint32_t>(grid.aside);
+    auto partX = static_cast<uint16_t>(x);
+    auto partY = static_cast<uint16_t>(y);
+    uint8_t upper[2 * kLookSide], lower[2 * kLookSide]; // two neighbours for each place
+    for (int32_t i = 0; i < kLookSide; ++i, x += along, y += aside) {
+        const uint8_t* const at = pixels + (y >> kPlaceBits) * pitch + (x >> kPlaceBits);
+        std::memcpy(upper + 2 * i, at, 2);
+        std::memcpy(lower + 2 * i, at + pitch, 2);
+    }
+    for (int32_t i = 0; i < kLookSide; ++i) {
+        const auto right = static_cast<uint16_t>(partX >> 8);
+        const auto below = static_cast<uint16_t>(partY >> 8);
+        const auto opposite = static_cast<uint16_t>(256 - below);
+        const uint32_t first = Mixed(upper[2 * i], upper[2 * i + 1], right);
+        const uint32_t second = Mixed(lower[2 * i], lower[2 * i + 1], right);
+        row[i] = static_cast<uint16_t>((first * opposite + second * below + 2048) >> 12);
+        partX = static_cast<uint16_t>(partX + along);
+        partY = static_cast<uint16_t>(partY + aside);
     }
 }
 
-bool LiesInside(const Surroundings& part, const Grid& grid) {
-    constexpr int32_t kEnd = kLookEnd;
-    return part.Has(grid.XOf(-kEnd, -kEnd), grid.YOf(-kEnd, -kEnd)) &&
-           part.Has(grid.XOf(kEnd, -kEnd), grid.YOf(kEnd, -kEnd)) &&
-           part.Has(grid.XOf(-kEnd, kEnd), grid.YOf(-kEnd, kEnd)) &&
-           part.Has(grid.XOf(kEnd, kEnd), grid.YOf(kEnd, kEnd));
+void Sample(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
+            uint16_t* look) {
+    int32_t level = 0;
+    while (view.side > kMostLevelSide << level) {
+        ++level;
+    }
+    const Grid grid(view, level);
+    const Square square = grid.Around();
+    MakeSurroundings(picture, level, square, room, pixels, static_cast<size_t>(square.size));
+    const int32_t left = square.left << kPlaceBits;
+    const int32_t top = square.top << kPlaceBits;
+    for (int32_t down = -kLookEnd; down <= kLookEnd; down += 2, look += kLookSide) {
+        SampleRow(pixels, static_cast<uint32_t>(square.size), grid,
+                  static_cast<uint32_t>(grid.XOf(-kLookEnd, down) - left),
+                  static_cast<uint32_t>(grid.YOf(-kLookEnd, down) - top), look);
+    }
 }
 
 // Calls use(value) for the pixels in the middle of a look.
@@ -256,30 +243,15 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
               uint8_t* patches) {
     auto* const look = reinterpret_cast<uint16_t*>(pixels);
     uint8_t* const around = pixels + kLookSide * kLookSide * sizeof(uint16_t);
-    int32_t level = 0;
-    while (view.side > kMostLevelSide << level) {
-        ++level;
-    }
-    const Surroundings part = MakeSurroundings(picture, level, view, around, room);
-    const Grid grid(view, part, level);
-    if (LiesInside(part, grid)) {
-        Sample<true>(part, grid, look);
-    } else {
-        Sample<false>(part, grid, look);
-    }
+    Sample(picture, view, around, room, look);
     const Tone tone(look);
-    constexpr int32_t kPlane = kLookSide / kPatch;
+    constexpr int32_t kPlaneSide = kLookSide / kPatch;
     for (int32_t y = 0; y < kLookSide; ++y) {
         uint8_t toned[kLookSide];
         for (int32_t x = 0; x < kLookSide; ++x) {
             toned[x] = tone.Of(look[y * kLookSide + x]);
         }
-        uint8_t* const first = patches + (y % kPatch * kPatch * kPlane + y / kPatch) * kPlane;
-        for (int32_t column = 0; column < kPatch; ++column) {
-            for (int32_t x = 0; x < kPlane; ++x) {
-                first[column * kPlane * kPlane + x] = toned[kPatch * x + column];
-            }
-        }
+        DealRow(toned, y, {kPlaneSide, kPlaneSide}, patches);
     }
 }
 
@@ -307,5 +279,10 @@ int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sum) {
 }
 
 int32_t ProbabilityOf(int32_t score) { return kProbability[score + 128]; }
+
+bool CanBeReported(int32_t first, int32_t looks, int32_t sum) {
+    const int32_t best = LookedAtScore(first, kLooks, sum + (kLooks - looks) * INT8_MAX);
+    return ProbabilityOf(best) >= kReportedProbability;
+}
 
 } // namespace orvo::find

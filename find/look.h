@@ -42,4 +42,7 @@ Description Described(const View& view, const LookAnswers& answers);
 int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sumOfLooks);
 int32_t ProbabilityOf(int32_t score); // in 1024ths
 
+// Whether the looks that are left can still make it a face that is reported.
+bool CanBeReported(int32_t first, int32_t looks, int32_t sumOfLooks);
+
 } // namespace orvo::find

@@ -8,6 +8,12 @@
 
 namespace orvo::find {
 
+inline constexpr int32_t kPatch = 4; // rows and columns
+
+// Deals row `y` of a picture out to patches, of whose planes that is the size: plane 4 * r + c gets the
+// pixels (4 * x + c) of the rows (4 * y + r).
+void DealRow(const uint8_t* row, int32_t y, Size plane, uint8_t* patches);
+
 // Bytes at `room` for MakePatches() on any level of a picture of that width.
 uint32_t PatchRoomBytes(int32_t width);
 

@@ -6,11 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstring>
 #include <iterator>
 
 #include "find/levels.h"
-#include "find/picture_rows.h"
+#include "find/surroundings.h"
 #include "orvo/image_tools.h"
 
 namespace orvo::find {
@@ -51,48 +50,12 @@ int32_t ReachOf(float scale) {
     return static_cast<int32_t>(kDiagonal * scale) + 3;
 }
 constexpr int32_t kMostReach = 103;
+
+// The same of a face that leans as it does: its corners are as far to the side as up or down.
+int32_t LeaningReachOf(float a, float b) {
+    return static_cast<int32_t>(kLastPixel * (std::fabs(a) + std::fabs(b))) + 2;
+}
 constexpr size_t kMostSurroundings = 2 * kMostReach + 1;
-
-// One row of the surroundings: a row of the level, whose ends are repeated.
-void SpreadRow(const uint8_t* row, int32_t before, int32_t count, int32_t size, float* out) {
-    std::fill(out, out + before, static_cast<float>(row[0]));
-    for (int32_t x = 0; x < count; ++x) {
-        out[before + x] = static_cast<float>(row[x]);
-    }
-    std::fill(out + before + count, out + size, static_cast<float>(row[count - 1]));
-}
-
-// The part of a line of `size` pixels that a span has: at least the pixel that is next to it.
-struct Part {
-    int32_t first, count, before; // pixels of the span before the first
-    Part(int32_t start, int32_t length, int32_t size)
-        : first(std::clamp(start, 0, size - 1)),
-          count(std::clamp(start + length, first + 1, size) - first),
-          before(std::clamp(first - start, 0, length - count)) {}
-};
-
-// Level pixels from (left, top) on, `size` rows and columns of them.
-void MakeSurroundings(const OrvoFindPicture& picture, int32_t level, int32_t left, int32_t top,
-                      int32_t size, uint8_t* room, float* out) {
-    const Size real = AtLevel({picture.width, picture.height}, level);
-    const Part columns(left, size, real.width);
-    const Part rows(top, size, real.height);
-    const auto pitch = static_cast<size_t>(size);
-    float* row = out + static_cast<size_t>(rows.before) * pitch;
-    for (int32_t y = 0; y < rows.count; ++y, row += pitch) {
-        const uint8_t* pixels =
-            LevelRow(picture, level, rows.first + y, columns.first, columns.count, room);
-        SpreadRow(pixels, columns.before, columns.count, size, row);
-    }
-    const float* const last = row - pitch;
-    for (; row < out + pitch * pitch; row += pitch) {
-        std::memcpy(row, last, pitch * sizeof *row);
-    }
-    const float* const first = out + static_cast<size_t>(rows.before) * pitch;
-    for (row = out; row < first; row += pitch) {
-        std::memcpy(row, first, pitch * sizeof *row);
-    }
-}
 
 bool IsSmall(float value) { return value >= -kMostCoordinate && value <= kMostCoordinate; }
 
@@ -154,11 +117,14 @@ void Upright(const OrvoFindPicture& picture, const OrvoFindFace& face, float* fl
     const int32_t top = static_cast<int32_t>(std::floor(box.y)) - reach;
     float* const surroundings = floats;
     float* const warped = floats + kMostSurroundings * kMostSurroundings;
-    MakeSurroundings(picture, box.level, left, top, size, room, surroundings);
 
     const Axis axis = AxisOf(face);
     const float a = axis.cosine * box.scale;
     const float b = axis.sine * box.scale;
+    // What is sampled when the face leans like this. Positions count from the whole square's corner.
+    const int32_t margin = reach - LeaningReachOf(a, b);
+    MakeSurroundings(picture, box.level, {left + margin, top + margin, size - 2 * margin}, room,
+                     surroundings + ptrdiff_t{margin} * (size + 1), static_cast<size_t>(size));
     const float x = box.x - static_cast<float>(left);
     const float y = box.y - static_cast<float>(top);
     const float matrix[6] = {a, -b, x - kLastPixel * a + kLastPixel * b - 0.5f,

@@ -31,7 +31,7 @@ inline bool LiesInPlane(const FaceBox& box) {
                ORVO_FR_IMAGE_SIZE * ORVO_FR_IMAGE_SIZE;
 }
 
-inline FaceBox CutToPicture(const FaceBox& box) {
+inline FaceBox CutToPicture(const FaceBox& box) noexcept {
     return {std::max(box.left, 0), std::max(box.top, 0),
             std::min(box.right, int32_t{ORVO_FR_IMAGE_SIZE}),
             std::min(box.bottom, int32_t{ORVO_FR_IMAGE_SIZE})};

@@ -29,9 +29,10 @@
 //     StoreZeros(to)               kColumns words
 //     Broadcast(from)              a pair of words or a sum
 //     AddPairs(sum, values, weights)
-//     UpperWords(even, odd)        of the sums, in the order of columns
+//     UpperWords(even, odd)        of the sums of even and of odd columns, as Store() takes them
 //     Store(first, second, row0, row1, columns, isSecond)
-//                                  words, saturated to bytes: two rows, or the first only
+//                                  words, saturated to bytes, in the order of columns: two rows,
+//                                  or the first only
 //     FetchToWrite(place)          a line
 //     Fits(width)                  whether Store() can do it
 #pragma once

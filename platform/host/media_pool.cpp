@@ -73,7 +73,7 @@ uint64_t FindFreeBelowFourGiB(size_t size) {
 
 } // namespace
 
-MediaPool OpenMediaPool() {
+MediaPool OpenMediaPool() noexcept {
     MediaPool pool;
     pool.page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     pool.file = memfd_create("media memory", MFD_CLOEXEC);
@@ -95,7 +95,7 @@ MediaPool OpenMediaPool() {
     return pool;
 }
 
-Window OpenWindow(const MediaPool& pool, uint64_t offset, uint64_t size) {
+Window OpenWindow(const MediaPool& pool, uint64_t offset, uint64_t size) noexcept {
     const uint64_t first = offset / pool.page * pool.page;
     const uint64_t end = (offset + size + pool.page - 1) / pool.page * pool.page;
     const size_t shown = static_cast<size_t>(end - first);
@@ -115,14 +115,14 @@ Window OpenWindow(const MediaPool& pool, uint64_t offset, uint64_t size) {
     return window;
 }
 
-void CloseWindow(Window& window) {
+void CloseWindow(Window& window) noexcept {
     if (window.reservation != nullptr) {
         munmap(window.reservation, window.reservedSize);
     }
     window = Window{};
 }
 
-void DiscardPages(const MediaPool& pool, uint64_t offset, uint64_t size) {
+void DiscardPages(const MediaPool& pool, uint64_t offset, uint64_t size) noexcept {
     if (fallocate(pool.file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
                   static_cast<off_t>(size)) == 0) {
         return;

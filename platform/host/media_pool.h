@@ -22,14 +22,14 @@ struct Window {
     uint8_t* data = nullptr; // null if the window could not be opened
 };
 
-MediaPool OpenMediaPool();
+MediaPool OpenMediaPool() noexcept;
 
 // Shows `size` bytes at `offset`, neither of which need be a multiple of the page size.
-Window OpenWindow(const MediaPool& pool, uint64_t offset, uint64_t size);
-void CloseWindow(Window& window);
+Window OpenWindow(const MediaPool& pool, uint64_t offset, uint64_t size) noexcept;
+void CloseWindow(Window& window) noexcept;
 
 // Gives the pages back; they read as zero afterwards. Both arguments are multiples of the page
 // size.
-void DiscardPages(const MediaPool& pool, uint64_t offset, uint64_t size);
+void DiscardPages(const MediaPool& pool, uint64_t offset, uint64_t size) noexcept;
 
 } // namespace kova_host

@@ -500,6 +500,35 @@ TEST(AffineWarpFloat, PositionsNextToWholeOnesMatchReference) {
               Floats{5});
 }
 
+// Rows and columns of more than are made at a time, and steps of any size beside the starts: sums that a
+// double holds, and sums that it does not.
+TEST(AffineWarpFloat, LongRowsAndStepsOfAnySizeMatchReference) {
+    Random random(14);
+    for (int round = 0; round < 400; ++round) {
+        const auto small = [&] {
+            return std::ldexp(Uniform(random, -1, 1), -random.Between(0, 60));
+        };
+        const Matrix matrix = {Uniform(random, 0.1f, 0.4f), small(),
+                               Uniform(random, -1, 3),      small(),
+                               Uniform(random, 0.1f, 0.4f), small()};
+        const StackShape shape = {static_cast<uint32_t>(random.Between(20, 50)),
+                                  static_cast<uint32_t>(random.Between(20, 50)),
+                                  random.Between(30, 100), random.Between(30, 100), 1};
+        ExpectStackMatch(random, matrix, shape, 5.0f);
+    }
+}
+
+// Row 65's step is 2^-24 + 2^-54: from 1 on, a double rounds it to 2^-24, and a float that to nothing.
+TEST(AffineWarpFloat, StepsThatADoubleWouldLoseAreFused) {
+    const float step = 16519105 * 0x1p-54f;
+    const Floats src = {0, 0, 0x1p23f, 0, 0, 0};
+    const Floats dst = StackWarped(src, {0, step, 1, 0, 0, 0}, {3, 2, 40, 66, 1}, 9.0f);
+    for (size_t column = 0; column < 40; ++column) {
+        EXPECT_EQ(dst[65 * 40 + column], 1.0f);
+        EXPECT_EQ(dst[column], 0.0f);
+    }
+}
+
 TEST(AffineWarpFloat, SourcesOfOneColumnOrRowAreFilledThroughout) {
     Random random(12);
     for (const StackShape shape :

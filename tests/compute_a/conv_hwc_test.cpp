@@ -243,6 +243,16 @@ TEST(ConvHwc, OutputsLargerThanTheInputReadZeros) {
     }
 }
 
+TEST(ConvHwc, StrideOfZeroReadsOnePlaceForEveryPixel) {
+    for (const int pad : {0, 1, 2}) {
+        ConvShape s = Shape(4, 3, 2, 5, 3, pad, 1);
+        s.stride = 0;
+        s.dstWidth = 7;
+        s.dstHeight = 6;
+        ExpectAllMatch(s, 8);
+    }
+}
+
 TEST(ConvHwc, OutputsSmallerThanTheirPadding) {
     for (int dstWidth = 1; dstWidth <= 7; ++dstWidth) {
         for (int dstHeight = 1; dstHeight <= 7; ++dstHeight) {

@@ -265,6 +265,8 @@ TEST(Conv, NoInputChannelsGiveTheShiftedBias) {
         expected.insert(expected.end(), 15, value);
     }
     EXPECT_EQ(RunGuarded(kGenericConv, s, data, {}), expected);
+    // In planes of whole tiles, too.
+    EXPECT_TRUE(Matches(Shape(16, 16, 0, 16, 3, 1, 1), 13));
 }
 
 TEST(Conv, KernelSizeOfZeroGivesTheShiftedBias) {
@@ -288,6 +290,15 @@ TEST(Conv, NoOutputChannelsOrNoPixelsWriteNothing) {
     s.dstHeight = 3;
     s.dstWidth = 0;
     EXPECT_TRUE(Matches(s, 12));
+    // Nor is there anything in the input.
+    EXPECT_TRUE(Matches(Shape(0, 5, 2, 4, 3, 1, 1), 12));
+    EXPECT_TRUE(Matches(Shape(5, 0, 2, 4, 3, 1, 1), 12));
+}
+
+TEST(Conv, MoreInputChannelsThanATileOfTapsHas) {
+    for (const int channels : {5, 6, 21, 22}) {
+        EXPECT_TRUE(Matches(Shape(16, 16, channels, 16, 3, 1, 1), 14));
+    }
 }
 
 TEST(Conv, FootprintInThePaddingGivesOnlyTheBias) {

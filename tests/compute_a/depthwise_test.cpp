@@ -249,6 +249,39 @@ TEST(Depthwise, NoOutputRowsOrColumnsWriteNothing) {
     s = Shape(9, 3, 2, 1);
     s.dstWidth = 0;
     ExpectBothMatch(s, 8);
+    // Nor is there anything in the input.
+    ExpectBothMatch(Shape(0, 5, 3, 1), 8);
+    ExpectBothMatch(Shape(5, 0, 3, 1), 8);
+}
+
+// Wider than any band of rows that a path keeps.
+TEST(Depthwise, VeryWidePlanes) {
+    for (const int width : {2041, 2042, 2100, 5000}) {
+        ExpectBothMatch(Shape(width, 3, 2, 1), 10);
+    }
+}
+
+// The padding is that of the input's planes; further outputs are made of what the scratch holds.
+TEST(Depthwise, MoreOutputThanInputChannels) {
+    for (const Kernel* kernel : {&kPlain, &kRelu}) {
+        ConvShape s = Shape(9, 3, 2, 1);
+        const ConvData both = LivelyData(*kernel->subject, s, 7);
+        std::vector<int8_t> expected(2 * 27);
+        std::vector<int8_t> padded(2 * 55);
+        Call(kernel->subject->kernel, s, both.src.data(), both.weights.data(), both.bias.data(),
+             expected.data(), padded.data());
+        // The second plane is in the scratch already, with its border.
+        std::vector<int8_t> scratch(2 * 55, 0);
+        for (size_t y = 0; y < 3; ++y) {
+            std::copy_n(both.src.begin() + static_cast<ptrdiff_t>(27 + 9 * y), 9,
+                        scratch.begin() + static_cast<ptrdiff_t>(55 + 11 * (y + 1) + 1));
+        }
+        s.srcChannels = 1;
+        std::vector<int8_t> dst(2 * 27);
+        Call(kernel->subject->kernel, s, both.src.data(), both.weights.data(), both.bias.data(),
+             dst.data(), scratch.data());
+        EXPECT_EQ(dst, expected);
+    }
 }
 
 TEST(DepthwiseWalk, EqualsTheDefinitionWhenTheOutputFits) {

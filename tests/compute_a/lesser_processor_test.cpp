@@ -34,12 +34,10 @@ struct Feature {
 };
 
 constexpr Feature kFeatures[] = {
-    {"sse4.1", 1, 0, kEcx, 19},        {"avx2", 7, 0, kEbx, 5},
-    {"avx512f", 7, 0, kEbx, 16},       {"avx512dq", 7, 0, kEbx, 17},
-    {"avx512bw", 7, 0, kEbx, 30},      {"avx512vl", 7, 0, kEbx, 31},
-    {"avx512vbmi", 7, 0, kEcx, 1},     {"avx512vnni", 7, 0, kEcx, 11},
-    {"amx_tile", 7, 0, kEdx, 24},      {"amx_int8", 7, 0, kEdx, 25},
-    {"avx_vnni", 7, 1, kEax, 4},
+    {"sse4.1", 1, 0, kEcx, 19},    {"avx2", 7, 0, kEbx, 5},        {"avx512f", 7, 0, kEbx, 16},
+    {"avx512dq", 7, 0, kEbx, 17},  {"avx512bw", 7, 0, kEbx, 30},   {"avx512vl", 7, 0, kEbx, 31},
+    {"avx512vbmi", 7, 0, kEcx, 1}, {"avx512vnni", 7, 0, kEcx, 11}, {"amx_tile", 7, 0, kEdx, 24},
+    {"amx_int8", 7, 0, kEdx, 25},  {"avx_vnni", 7, 1, kEax, 4},
 };
 
 using Features = std::vector<std::string>;
@@ -55,8 +53,7 @@ const std::vector<Path>& Paths() {
         {"amx",
          {"avx512f", "avx512dq", "avx512bw", "avx512vl", "avx512vbmi", "avx512vnni", "amx_tile",
           "amx_int8"}},
-        {"avx512vnni",
-         {"avx512f", "avx512dq", "avx512bw", "avx512vl", "avx512vbmi", "avx512vnni"}},
+        {"avx512vnni", {"avx512f", "avx512dq", "avx512bw", "avx512vl", "avx512vbmi", "avx512vnni"}},
         {"avxvnni", {"avx2", "avx_vnni"}},
         {"avxvnni_evex", {"avx2", "avx512f", "avx512vl", "avx512vnni"}},
         {"avx2", {"avx2"}},
@@ -127,8 +124,7 @@ bool MakeCpuidFault() {
         _exit(1);
     }
     void* const library = dlopen(ORVO_LIBRARY, RTLD_NOW);
-    void* const function =
-        library == nullptr ? nullptr : dlsym(library, "OrvoFrGetInstructionSet");
+    void* const function = library == nullptr ? nullptr : dlsym(library, "OrvoFrGetInstructionSet");
     if (function == nullptr) {
         _exit(2);
     }

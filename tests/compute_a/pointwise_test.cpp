@@ -110,6 +110,14 @@ TEST(Pointwise, ManyInputChannelsWithEveryKindOfPixelTail) {
 }
 
 // More pixels than are packed at a time, with every number of single vectors behind the last ones.
+TEST(Pointwise, MoreInputChannelsThanAnyLayerHas) {
+    for (const int srcChannels : {500, 505, 513, 1021, 1024, 1025}) {
+        for (const int pixels : {36, 80}) {
+            EXPECT_TRUE(Matches(Shape(pixels, 1, srcChannels, 11), 5));
+        }
+    }
+}
+
 TEST(Pointwise, ManyPixelsWithEveryKindOfTail) {
     for (const int srcChannels : {32, 64, 100, 192}) {
         for (const int pixels : {300, 320, 577, 1040}) {
@@ -217,6 +225,34 @@ TEST(Pointwise, OddAddresses) {
     CheckOddAddresses(kPointwiseConv, Shape(24, 1, 16, 5));
 }
 
+// A path that wants its packed pixels on a cache line finds room for that, or does without: most of
+// these shapes fill the scratch to its last byte.
+TEST(Pointwise, ScratchAnywhereInALine) {
+    constexpr size_t kLine = 64;
+    constexpr uint8_t kUntouched = 77;
+    for (const auto& [side, srcChannels] :
+         {std::pair{24, 32}, {24, 20}, {12, 128}, {12, 44}, {8, 64}, {6, 64}, {6, 62}, {6, 31}}) {
+        const ConvShape s = Shape(side, side, srcChannels, 10);
+        const ConvData data = LivelyData(kPointwiseConv, s, 12);
+        const std::vector<int8_t> weights = kPointwiseConv.packedWeights(s, data.weights);
+        const std::vector<int8_t> expected = kPointwiseConv.reference(s, data);
+        const size_t bytes = kPointwiseConv.scratchBytes(s);
+        for (size_t offset = 0; offset < kLine; ++offset) {
+            SCOPED_TRACE(offset);
+            GuardedBuffer memory(kLine + bytes + kLine, GuardedBuffer::kAtStart);
+            std::fill_n(memory.bytes(), memory.size(), kUntouched);
+            std::vector<int8_t> dst(expected.size());
+            Call(ArmAConvolve1x1s1p0ChwQ7, s, data.src.data(), weights.data(), data.bias.data(),
+                 dst.data(), memory.q7() + offset);
+            EXPECT_EQ(dst, expected);
+            const auto untouched = [](uint8_t byte) { return byte == kUntouched; };
+            EXPECT_TRUE(std::all_of(memory.bytes(), memory.bytes() + offset, untouched));
+            EXPECT_TRUE(std::all_of(memory.bytes() + offset + bytes, memory.bytes() + memory.size(),
+                                    untouched));
+        }
+    }
+}
+
 // Calls with one argument changed, and tells whether dst and scratch stayed as they were.
 bool Refused(void (*change)(ConvShape&)) {
     ConvShape s = Shape(5, 5, 4, 5);
@@ -319,6 +355,7 @@ TEST(Pointwise, NoOutputChannelsOrNoPixelsWriteNothing) {
     EXPECT_TRUE(Matches(Shape(80, 1, 64, 0), 6));
     EXPECT_TRUE(Matches(Shape(0, 5, 5, 6), 6));
     EXPECT_TRUE(Matches(Shape(5, 0, 5, 6), 6));
+    EXPECT_TRUE(Matches(Shape(0, 5, 40, 32), 6));
 }
 
 TEST(Pointwise, OutputPlanesLieTheOutputSizeApart) {

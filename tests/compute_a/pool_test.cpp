@@ -293,6 +293,16 @@ TEST(MaxPoolStride1, MatchesReferenceOnWideAndOnManyPlanes) {
     }
 }
 
+// So many planes that most of them are followed by a vector's worth of others.
+TEST(MaxPoolStride1, MatchesReferenceOnManySmallPlanes) {
+    uint64_t seed = 2000;
+    for (uint32_t width = 2; width <= 33; ++width) {
+        for (const uint32_t height : {1u, 2u, 3u, 4u, 5u, 6u, 8u, 12u, 14u, 32u}) {
+            ExpectStride1Match(++seed, width, height, 41);
+        }
+    }
+}
+
 TEST(MaxPoolStride1, LeavesTheHorizontalMaximaInItsInput) {
     Q7 src = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     Q7 dst(4, 77);

@@ -22,6 +22,7 @@ using orvo::find::FaceList;
 using orvo::find::FoundFace;
 using orvo::find::kLookSide;
 using orvo::find::kMostFaces;
+using orvo::find::kReportedProbability;
 using orvo::find::LookAnswers;
 using orvo::find::View;
 using orvo_reference::Grey;
@@ -209,6 +210,24 @@ TEST(LookAnswers, ScoresAreTheMeanOfTheFirstAndOfTheLooks) {
         }
     }
     EXPECT_EQ(orvo::find::LookedAtScore(40, 2, 100 + 60), 60 - orvo::find::kScoreLess);
+}
+
+// No look is spared whose answer could matter, and none is taken whose answer cannot.
+TEST(Look, IsSparedWhereNoAnswerWouldMakeItAFace) {
+    int spared = 0;
+    for (int first = -128; first <= 127; ++first) {
+        for (int answer = -128; answer <= 127; ++answer) {
+            bool isFace = false;
+            for (int next = -128; next <= 127; ++next) {
+                const int score = orvo_reference::PlainScore(first, {answer, next});
+                isFace |= orvo_reference::PlainProbability(score) >= kReportedProbability;
+            }
+            ASSERT_EQ(orvo::find::CanBeReported(first, 1, answer), isFace)
+                << first << ", " << answer;
+            spared += isFace ? 0 : 1;
+        }
+    }
+    EXPECT_GT(spared, 0);
 }
 
 TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {

@@ -28,6 +28,7 @@ namespace {
 
 constexpr size_t kMostChunks = 4;  // the longest layer
 constexpr size_t kFewestRows = 32; // with fewer a tile costs more than its products by vectors
+constexpr size_t kFewestWeights = 64 * 64; // of 36 pixels, likewise
 constexpr size_t kMostSlabBytes = 16 * 1024;
 
 // How a product is cut into tiles. Rows are taken in chunks of 64, or all at once if there are
@@ -95,14 +96,14 @@ void PackQuad(const MatrixProduct& p, const Cut& cut, size_t pixel, int8_t* to) 
     const __m512i zero = _mm512_setzero_si512();
     for (size_t k = 0; k < 4 * cut.steps(); k += 4, to += 256) {
         const int8_t* at = p.rows + k * p.rowPitch + pixel;
-        const auto row = [&](size_t i) {
-            return k + i < p.inner ? _mm512_loadu_si512(at + i * p.rowPitch) : zero;
-        };
-        const __m512i rows[] = {row(0), row(1), row(2), row(3)};
-        const __m512i lo01 = _mm512_unpacklo_epi8(rows[0], rows[1]);
-        const __m512i hi01 = _mm512_unpackhi_epi8(rows[0], rows[1]);
-        const __m512i lo23 = _mm512_unpacklo_epi8(rows[2], rows[3]);
-        const __m512i hi23 = _mm512_unpackhi_epi8(rows[2], rows[3]);
+        __m512i row[4];
+        for (size_t i = 0; i < 4; ++i) {
+            row[i] = k + i < p.inner ? _mm512_loadu_si512(at + i * p.rowPitch) : zero;
+        }
+        const __m512i lo01 = _mm512_unpacklo_epi8(row[0], row[1]);
+        const __m512i hi01 = _mm512_unpackhi_epi8(row[0], row[1]);
+        const __m512i lo23 = _mm512_unpacklo_epi8(row[2], row[3]);
+        const __m512i hi23 = _mm512_unpackhi_epi8(row[2], row[3]);
         _mm512_store_si512(to, _mm512_unpacklo_epi16(lo01, lo23));
         _mm512_store_si512(to + 64, _mm512_unpackhi_epi16(lo01, lo23));
         _mm512_store_si512(to + 128, _mm512_unpacklo_epi16(hi01, hi23));
@@ -112,15 +113,14 @@ void PackQuad(const MatrixProduct& p, const Cut& cut, size_t pixel, int8_t* to) 
 
 // Up to 16 pixels become a step of one B, in their order.
 void PackVector(const MatrixProduct& p, const Cut& cut, size_t pixel, int8_t* to) {
-    const __mmask16 inside = FirstBytes16(p.pixels - pixel);
-    for (size_t k = 0; k < 4 * cut.steps(); k += 4, to += 64) {
-        const int8_t* at = p.rows + k * p.rowPitch + pixel;
-        const auto row = [&](size_t i) {
-            return k + i < p.inner ? _mm_maskz_loadu_epi8(inside, at + i * p.rowPitch)
-                                   : _mm_setzero_si128();
-        };
-        const __m128i rows[] = {row(0), row(1), row(2), row(3)};
-        _mm512_store_si512(to, InterleaveRows(rows));
+    int8_t* const end = to + 64 * cut.steps();
+    InterleaveSteps(p.rows + pixel, p.rowPitch, p.inner, p.pixels - pixel,
+                    [&](__m512i lanes, __mmask16) {
+                        _mm512_store_si512(to, lanes);
+                        to += 64;
+                    });
+    for (; to < end; to += 64) {
+        _mm512_store_si512(to, _mm512_setzero_si512());
     }
 }
 
@@ -305,6 +305,9 @@ bool MultiplyByTiles(const MatrixProduct& p) {
 } // namespace
 
 void amx::Multiply(const MatrixProduct& p) {
+    if (p.inner * p.channels < kFewestWeights && avx512vnni::MultiplyOf36(p)) {
+        return;
+    }
     if (!MultiplyByTiles(p)) {
         avx512vnni::Multiply(p);
     }

@@ -253,7 +253,7 @@ void LoadChunk(const MatrixProduct& p, const ChannelGroup& from, size_t firstRow
     RunWriter writer(group, ranges, steps);
     if ((left + right).fit()) {
         writer.Put(0, steps);
-    } else if (left.fit() && right.fit() && middle < steps) {
+    } else if (left.fit() && right.fit()) {
         writer.Put(0, middle);
         writer.Put(middle, steps);
     } else {
@@ -577,13 +577,11 @@ class Scheme {
 
 void avx2::Multiply(const MatrixProduct& p) {
     Scheme scheme(p);
-    if (scheme.Fits()) {
-        scheme.FindRanges();
-        if (MultiplyBySlabs(p, scheme)) {
-            return;
-        }
+    if (!scheme.Fits()) {
+        return plain::Multiply(p);
     }
-    plain::Multiply(p);
+    scheme.FindRanges();
+    MultiplyBySlabs(p, scheme);
 }
 
 int32_t avx2::Dot(const int8_t* a, const int8_t* b, size_t count) {

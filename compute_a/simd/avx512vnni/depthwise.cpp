@@ -12,8 +12,8 @@
 // Rows are taken one at a time, and what was made of them is used for three rows of outputs. Planes
 // of up to 48 values are taken whole, as they lie in memory, once for each row of the filter.
 //
-// For 48 outputs of one plane: the masking, 3 permutations, 9 products, 2 or 3 shifts, 3 packs and
-// a maximum, 19 instructions on two ports; 24 an arrangement of 64 lanes took, of which planes of
+// For 48 outputs of one plane: the masking, 3 permutations, 9 products, 2 or 3 shifts, 3 packs and,
+// for a rectifier, a maximum: 18 or 19 instructions on two ports; 24 an arrangement of 64 lanes took, of which planes of
 // 24 and 12 columns filled three quarters. Loads at four successive bytes in place of the
 // permutations took 1.1 to 1.3 times as long: they cross cache lines.
 //
@@ -77,21 +77,44 @@ struct FilterOrder {
     }
 };
 
+// The three weights of a filter's rows in every lane: broadcast as they are loaded.
+inline void LoadRows(const int8_t* weights, __m512i rows[3]) {
+    const auto fourFrom = [weights](size_t first) {
+        int32_t four;
+        __builtin_memcpy(&four, weights + first, sizeof four);
+        return _mm512_set1_epi32(four);
+    };
+    const __m512i three = _mm512_set1_epi32(0xFFFFFF);
+    rows[0] = _mm512_and_si512(fourFrom(0), three);
+    rows[1] = _mm512_and_si512(fourFrom(3), three);
+    rows[2] = _mm512_srli_epi32(fourFrom(5), 8);
+}
+
 template <size_t kPlanes>
 inline Filter LoadFilter(const DepthwisePlanes& p, size_t channel, size_t count) {
-    static constexpr FilterOrder<kPlanes> kOrder;
-    constexpr __mmask64 kThreeOfFour = 0x7777777777777777;
-    const __m512i weights = _mm512_maskz_loadu_epi8(FirstBytes(9 * count), p.weights + 9 * channel);
-    const __m512i biases = _mm512_maskz_loadu_epi32(FirstBytes16(count), p.bias + channel);
     Filter f;
+    __m512i biases;
+    if constexpr (kPlanes == 1) {
+        LoadRows(p.weights + 9 * channel, f.rows);
+        biases = _mm512_set1_epi32(p.bias[channel]);
+    } else {
+        static constexpr FilterOrder<kPlanes> kOrder;
+        constexpr __mmask64 kThreeOfFour = 0x7777777777777777;
+        const __m512i weights =
+            _mm512_maskz_loadu_epi8(FirstBytes(9 * count), p.weights + 9 * channel);
+        for (size_t i = 0; i < 3; ++i) {
+            f.rows[i] = _mm512_maskz_permutexvar_epi8(
+                kThreeOfFour, _mm512_load_si512(kOrder.weights[i]), weights);
+        }
+        biases = _mm512_permutexvar_epi32(
+            _mm512_load_si512(kOrder.biases),
+            _mm512_maskz_loadu_epi32(FirstBytes16(count), p.bias + channel));
+    }
     __m512i added = _mm512_setzero_si512();
     for (size_t i = 0; i < 3; ++i) {
-        f.rows[i] = _mm512_maskz_permutexvar_epi8(kThreeOfFour,
-                                                  _mm512_load_si512(kOrder.weights[i]), weights);
         DotAccumulate(added, FlipSign(_mm512_setzero_si512()), f.rows[i]);
     }
-    f.start =
-        _mm512_sub_epi32(_mm512_permutexvar_epi32(_mm512_load_si512(kOrder.biases), biases), added);
+    f.start = _mm512_sub_epi32(biases, added);
     return f;
 }
 
@@ -194,9 +217,6 @@ struct StripShape {
 
     // Row y of the input as a vector, signs flipped; each plane's piece is loaded by a mask.
     __m512i Row(const int8_t* src, size_t y, __m512i flip) const {
-        if (y >= height) {
-            return flip;
-        }
         const int8_t* at = src + y * width - 1;
         __m512i row = _mm512_maskz_loadu_epi8(inside[0], at);
 #pragma GCC unroll 3
@@ -285,7 +305,7 @@ struct LayerConstants {
     "vpdpbusd %%zmm22, %%zmm26, %%zmm29\n\t"                                                      \
     "vpdpbusd %%zmm22, %%zmm26, %%zmm30\n\t"
 
-// And what becomes of them.
+// And what becomes of them: whether words or longs are shifted, and whether there is a rectifier.
 #define ORVO_DW_PACK_WORDS                                                                        \
     "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
     "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"                                                     \
@@ -297,10 +317,17 @@ struct LayerConstants {
     "vpsravd %%zmm24, %%zmm30, %%zmm30\n\t"                                                       \
     "vpackssdw %%zmm29, %%zmm28, %%zmm28\n\t"                                                     \
     "vpackssdw %%zmm30, %%zmm30, %%zmm30\n\t"
+#define ORVO_DW_PACK_WORDS_RECTIFIED ORVO_DW_PACK_WORDS
+#define ORVO_DW_PACK_LONGS_RECTIFIED ORVO_DW_PACK_LONGS
+#define ORVO_DW_LEAST "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t"
+#define ORVO_DW_LEAST_WORDS
+#define ORVO_DW_LEAST_LONGS
+#define ORVO_DW_LEAST_WORDS_RECTIFIED ORVO_DW_LEAST
+#define ORVO_DW_LEAST_LONGS_RECTIFIED ORVO_DW_LEAST
 #define ORVO_DW_BYTES(pack)                                                                       \
     ORVO_DW_PACK_##pack                                                                           \
     "vpacksswb %%zmm30, %%zmm28, %%zmm28\n\t"                                                     \
-    "vpmaxsb %%zmm25, %%zmm28, %%zmm28\n\t"
+    ORVO_DW_LEAST_##pack
 
 // `words`: which are stored of a part. A plane's last row may not go beyond the columns where the
 // plane behind it has been stored before; where planes are stored one by one that does not matter.
@@ -376,11 +403,22 @@ struct LayerConstants {
           [lastWords] "Yk"(shape.lastWords), [partWords] "Yk"(partWords)                          \
         : "xmm17", "xmm18", "xmm19", "xmm20", "xmm21", "xmm22", "xmm23", "xmm24", "xmm25",        \
           "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "cc", "memory")
+
+#define ORVO_DW_WHOLE_OF_KIND(planes)                                                             \
+    if constexpr (ShiftWords && kRectifies) {                                                     \
+        ORVO_DW_WHOLE(planes, WORDS_RECTIFIED);                                                   \
+    } else if constexpr (ShiftWords) {                                                            \
+        ORVO_DW_WHOLE(planes, WORDS);                                                             \
+    } else if constexpr (kRectifies) {                                                            \
+        ORVO_DW_WHOLE(planes, LONGS_RECTIFIED);                                                   \
+    } else {                                                                                      \
+        ORVO_DW_WHOLE(planes, LONGS);                                                             \
+    }
 // clang-format on
 
 // The first rows of outputs, of which there is at least one with a row below, from the first row
 // and those after it; a and b become the two before the next outputs.
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 inline void ConvolveWhole(const StripShape<kPlanes>& shape, const LayerConstants& layer,
                           const Filter& filter, const int8_t* src, int8_t* dst, __m512i first,
                           size_t wholeRows, Neighbours& a, Neighbours& b) {
@@ -390,23 +428,17 @@ inline void ConvolveWhole(const StripShape<kPlanes>& shape, const LayerConstants
     const __mmask16 partWords = kPartWords;
     size_t turns = (rows + 2) / 3;
     Neighbours c;
-    if constexpr (kPlanes == 1 && ShiftWords) {
-        ORVO_DW_WHOLE(1, WORDS);
-    } else if constexpr (kPlanes == 1) {
-        ORVO_DW_WHOLE(1, LONGS);
-    } else if constexpr (kPlanes == 2 && ShiftWords) {
-        ORVO_DW_WHOLE(2, WORDS);
+    if constexpr (kPlanes == 1) {
+        ORVO_DW_WHOLE_OF_KIND(1);
     } else if constexpr (kPlanes == 2) {
-        ORVO_DW_WHOLE(2, LONGS);
-    } else if constexpr (ShiftWords) {
-        ORVO_DW_WHOLE(4, WORDS);
+        ORVO_DW_WHOLE_OF_KIND(2);
     } else {
-        ORVO_DW_WHOLE(4, LONGS);
+        ORVO_DW_WHOLE_OF_KIND(4);
     }
 }
 
 // A strip from the places of its first output in input and output on.
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 inline void ConvolveStrip(const StripShape<kPlanes>& shape, const LayerConstants& layer,
                           const Filter& filter, size_t wholeRows, const int8_t* src, int8_t* dst) {
     const __m512i first = shape.Row(src, 0, layer.flip);
@@ -414,7 +446,8 @@ inline void ConvolveStrip(const StripShape<kPlanes>& shape, const LayerConstants
     Neighbours a = outside;
     Neighbours b;
     if (wholeRows > 0 && shape.height > 1) {
-        ConvolveWhole<kPlanes, ShiftWords>(shape, layer, filter, src, dst, first, wholeRows, a, b);
+        ConvolveWhole<kPlanes, ShiftWords, kRectifies>(shape, layer, filter, src, dst, first,
+                                                       wholeRows, a, b);
     } else {
         wholeRows = 0;
         b = layer.permutations(first);
@@ -445,7 +478,7 @@ constexpr Permutations StripPermutations() {
     return permutations;
 }
 
-template <size_t kPlanes, bool ShiftWords>
+template <size_t kPlanes, bool ShiftWords, bool kRectifies>
 void DepthwiseByStrips(const DepthwisePlanes& p) {
     static constexpr Permutations kPermutations = StripPermutations<kPlanes>();
     constexpr size_t kColumns = StripShape<kPlanes>::kColumns;
@@ -466,9 +499,9 @@ void DepthwiseByStrips(const DepthwisePlanes& p) {
                 shape = StripShape<kPlanes>(p, from, count);
             }
             const size_t at = channel * plane + from;
-            ConvolveStrip<kPlanes, ShiftWords>(shape, layer, filter,
-                                               shape.WholeRows(at + (kPlanes - 1) * plane, end),
-                                               p.src + at, p.dst + at);
+            ConvolveStrip<kPlanes, ShiftWords, kRectifies>(
+                shape, layer, filter, shape.WholeRows(at + (kPlanes - 1) * plane, end), p.src + at,
+                p.dst + at);
         }
     }
 }
@@ -534,16 +567,16 @@ void DepthwiseSmall(const DepthwisePlanes& p) {
     }
 }
 
-template <bool ShiftWords>
+template <bool ShiftWords, bool kRectifies>
 void DepthwiseByWidth(const DepthwisePlanes& p) {
     if (p.width * p.height <= kSmallPlane) {
         DepthwiseSmall<ShiftWords>(p);
     } else if (p.width <= StripShape<4>::kColumns) {
-        DepthwiseByStrips<4, ShiftWords>(p);
+        DepthwiseByStrips<4, ShiftWords, kRectifies>(p);
     } else if (p.width <= StripShape<2>::kColumns) {
-        DepthwiseByStrips<2, ShiftWords>(p);
+        DepthwiseByStrips<2, ShiftWords, kRectifies>(p);
     } else {
-        DepthwiseByStrips<1, ShiftWords>(p);
+        DepthwiseByStrips<1, ShiftWords, kRectifies>(p);
     }
 }
 
@@ -553,10 +586,11 @@ void avx512vnni::Depthwise(const DepthwisePlanes& p) {
     if (p.width == 0 || p.height == 0) {
         return;
     }
+    const bool rectifies = p.lowest != INT8_MIN;
     if (p.shift <= 8) {
-        DepthwiseByWidth<true>(p);
+        rectifies ? DepthwiseByWidth<true, true>(p) : DepthwiseByWidth<true, false>(p);
     } else {
-        DepthwiseByWidth<false>(p);
+        rectifies ? DepthwiseByWidth<false, true>(p) : DepthwiseByWidth<false, false>(p);
     }
 }
 

@@ -133,16 +133,50 @@ inline void StoreBytes(__mmask64 inside, __m512i bytes, int8_t* to) {
 // that come after it. The place need not exist.
 inline void PrefetchToWrite(const int8_t* place) { __asm__ volatile("prefetchw %0" ::"m"(*place)); }
 
-// Four rows of 16 bytes become 16 lanes of one byte of each.
-inline __m512i InterleaveRows(const __m128i row[4]) {
-    const __m128i lo01 = _mm_unpacklo_epi8(row[0], row[1]);
-    const __m128i hi01 = _mm_unpackhi_epi8(row[0], row[1]);
-    const __m128i lo23 = _mm_unpacklo_epi8(row[2], row[3]);
-    const __m128i hi23 = _mm_unpackhi_epi8(row[2], row[3]);
-    __m512i packed = _mm512_castsi128_si512(_mm_unpacklo_epi16(lo01, lo23));
-    packed = _mm512_inserti32x4(packed, _mm_unpackhi_epi16(lo01, lo23), 1);
-    packed = _mm512_inserti32x4(packed, _mm_unpacklo_epi16(hi01, hi23), 2);
-    return _mm512_inserti32x4(packed, _mm_unpackhi_epi16(hi01, hi23), 3);
+// Four times 16 bytes become 16 times four.
+struct SixteenByFour {
+    alignas(64) uint8_t of[64];
+
+    constexpr SixteenByFour() : of{} {
+        for (size_t i = 0; i < 64; ++i) {
+            of[i] = static_cast<uint8_t>(i % 4 * 16 + i / 4);
+        }
+    }
+};
+
+// 16 lanes of one byte of each of four rows, of which `count` are there: 16 bytes of them, or those
+// inside. Rows are inserted as they are loaded, for which there are two ports, and a permutation of
+// bytes takes the place of unpacking, for which there is one.
+template <bool kWhole>
+inline __m512i InterleaveRows(const int8_t* at, size_t pitch, size_t count, __mmask16 inside) {
+    static constexpr SixteenByFour kTogether;
+    const auto row = [&](size_t i) {
+        if (i >= count) {
+            return _mm_setzero_si128();
+        }
+        return kWhole ? Bytes16::Load(at + i * pitch) : Bytes16::LoadSome(inside, at + i * pitch);
+    };
+    __m512i rows = _mm512_castsi128_si512(row(0));
+    rows = _mm512_inserti32x4(rows, row(1), 1);
+    rows = _mm512_inserti32x4(rows, row(2), 2);
+    rows = _mm512_inserti32x4(rows, row(3), 3);
+    return _mm512_permutexvar_epi8(_mm512_load_si512(kTogether.of), rows);
+}
+
+// Steps of four rows of up to 16 pixels, `rows` in all, one after the other to store(lanes, inside).
+template <typename Store>
+inline void InterleaveSteps(const int8_t* at, size_t pitch, size_t rows, size_t pixels,
+                            const Store& store) {
+    const __mmask16 inside = FirstBytes16(pixels);
+    for (; pixels >= 16 && rows >= 4; rows -= 4, at += 4 * pitch) {
+        store(InterleaveRows<true>(at, pitch, 4, inside), inside);
+    }
+    for (; rows >= 4; rows -= 4, at += 4 * pitch) {
+        store(InterleaveRows<false>(at, pitch, 4, inside), inside);
+    }
+    if (rows > 0) {
+        store(InterleaveRows<false>(at, pitch, rows, inside), inside);
+    }
 }
 
 // In 16 bytes, what is four by four.
@@ -150,19 +184,20 @@ inline __m128i TransposeFourByFour() {
     return _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
 }
 
-// 16 bytes of each of up to four planes. Requantising leaves 4 of each plane in each 16 bytes.
+// 16 bytes of each of one to four planes. Requantising leaves 4 of each plane in each 16 bytes.
 inline void StoreFourPlanes(__m512i requantised, int8_t* dst, size_t planePitch, size_t planes,
                             __mmask16 inside) {
     const __m512i byPlane = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     const __m512i bytes = _mm512_permutexvar_epi32(byPlane, requantised);
-    const __m128i parts[4] = {_mm512_castsi512_si128(bytes), _mm512_extracti32x4_epi32(bytes, 1),
-                              _mm512_extracti32x4_epi32(bytes, 2),
-                              _mm512_extracti32x4_epi32(bytes, 3)};
-#pragma GCC unroll 4
-    for (size_t i = 0; i < 4; ++i) {
-        if (i < planes) {
-            _mm_mask_storeu_epi8(dst + i * planePitch, inside, parts[i]);
-        }
+    _mm_mask_storeu_epi8(dst, inside, _mm512_castsi512_si128(bytes));
+    if (planes > 1) {
+        _mm_mask_storeu_epi8(dst + planePitch, inside, _mm512_extracti32x4_epi32(bytes, 1));
+    }
+    if (planes > 2) {
+        _mm_mask_storeu_epi8(dst + 2 * planePitch, inside, _mm512_extracti32x4_epi32(bytes, 2));
+    }
+    if (planes > 3) {
+        _mm_mask_storeu_epi8(dst + 3 * planePitch, inside, _mm512_extracti32x4_epi32(bytes, 3));
     }
 }
 

@@ -15,6 +15,18 @@
 namespace orvo {
 namespace {
 
+// Where 32 columns' bytes are in sums of even and of odd ones whose words were packed.
+struct UpperBytes {
+    alignas(64) uint8_t of[64];
+
+    constexpr UpperBytes() : of{} {
+        for (size_t column = 0; column < 32; ++column) {
+            const size_t lane = column / 2;
+            of[column] = static_cast<uint8_t>(lane / 4 * 16 + column % 2 * 8 + lane % 4 * 2 + 1);
+        }
+    }
+};
+
 struct Lanes {
     using Vector = __m512i;
     static constexpr size_t kColumns = 32;
@@ -43,22 +55,25 @@ struct Lanes {
                                                                Vector weights) {
         __asm__("vpdpwssd %2, %1, %0" : "+v"(sum) : "v"(values), "v"(weights));
     }
-    static Vector UpperWords(Vector even, Vector odd) {
-        return BlendOdd(_mm512_srli_epi32(even, 16), odd);
-    }
+    // Every second of these bytes is of an upper word, the others are of lower ones: one permutation
+    // of bytes in Store() is less than a shift and a blend here.
+    static Vector UpperWords(Vector even, Vector odd) { return _mm512_packs_epi16(even, odd); }
     static void Store(Vector first, Vector second, int8_t* row0, int8_t* row1, size_t columns,
                       bool hasSecond) {
-        const __m512i byRow = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
-        const __m512i bytes = _mm512_permutexvar_epi64(byRow, _mm512_packs_epi16(first, second));
+        static constexpr UpperBytes kUpper;
+        const __m512i inOrder = _mm512_load_si512(kUpper.of);
         const __mmask64 inside = FirstBytes(columns);
-        if (columns == kColumns) {
-            Bytes32::Store(_mm512_castsi512_si256(bytes), row0);
-            if (hasSecond) {
-                Bytes32::Store(_mm512_extracti64x4_epi64(bytes, 1), row1);
+        const auto store = [&](Vector row, int8_t* to) {
+            const __m256i bytes = _mm512_castsi512_si256(_mm512_permutexvar_epi8(inOrder, row));
+            if (columns == kColumns) {
+                Bytes32::Store(bytes, to);
+            } else {
+                Bytes32::StoreSome(inside, bytes, to);
             }
-        } else {
-            Bytes32::StoreSome(inside, _mm512_castsi512_si256(bytes), row0);
-            Bytes32::StoreSome(hasSecond ? inside : 0, _mm512_extracti64x4_epi64(bytes, 1), row1);
+        };
+        store(first, row0);
+        if (hasSecond) {
+            store(second, row1);
         }
     }
 };

@@ -62,54 +62,145 @@ void MaxPoolByRow(int8_t* src, const Planes& planes, int8_t* dst) {
     Bytes::StoreSome(row, here, lastRow);
 }
 
-// Planes of up to 129 columns: two vectors a row, the second of which ends with it. Maxima that are
-// taken twice are the same both times, because a row is loaded as a whole before any of it is
-// replaced. Measured: 5 times as fast as the plain body.
+// Planes of so few columns that several rows, of which a plane has a whole number of times as many,
+// fit a vector. Such a block's outputs are brought together by a byte permutation. A plane's last
+// block makes a row too much, of the next plane's first one, which is replaced. Here, too, a block is
+// loaded before the one above it is stored. Measured: 1.3 to 1.7 times as fast as a vector a row.
+struct RowsOfVector {
+    size_t width, rows;
+    __mmask64 hasRight; // which bytes have a right neighbour
+    __m512i together;   // where a block's outputs come from
+
+    RowsOfVector(size_t columns, size_t count) : width(columns), rows(count), hasRight(0) {
+        alignas(64) uint8_t from[64] = {};
+        uint8_t* to = from;
+        for (size_t at = 0; at < 64; ++at) {
+            const bool isLast = at % width == width - 1;
+            hasRight |= __mmask64{!isLast} << at;
+            if (!isLast && at < rows * width) {
+                *to++ = static_cast<uint8_t>(at);
+            }
+        }
+        together = _mm512_load_si512(from);
+    }
+    size_t bytes() const { return rows * width; }
+};
+
+// How many rows are taken at once, or 0. What is stored must not reach beyond the next block.
+size_t RowsAtOnce(const Planes& planes) {
+    size_t rows = 64 / planes.width;
+    while (planes.height % rows != 0) {
+        --rows;
+    }
+    return rows > 1 && 2 * rows * planes.width >= 64 ? rows : 0;
+}
+
+struct PooledRows {
+    __m512i horizontal, both;
+};
+
+// load(from): 64 bytes, or as many as there are.
+template <typename Load>
+inline PooledRows PoolRows(const RowsOfVector& r, const int8_t* src, const Load& load) {
+    const __m512i here = load(src);
+    const __m512i horizontal = Bytes64::MaxOf(r.hasRight, here, load(src + 1));
+    const __m512i below = Bytes64::Max(load(src + r.width), load(src + r.width + 1));
+    return {horizontal, _mm512_permutexvar_epi8(r.together, Bytes64::Max(horizontal, below))};
+}
+
+void MaxPoolByRows(int8_t* src, const Planes& planes, int8_t* dst, size_t rows) {
+    const RowsOfVector r(planes.width, rows);
+    const size_t columns = planes.width - 1;
+    const size_t blocks = planes.height / rows; // of a plane
+    const int8_t* const srcEnd = src + planes.bytes();
+    const int8_t* const dstEnd = dst + planes.channels * (planes.height - 1) * columns;
+    const auto some = [&](const int8_t* from) {
+        return Bytes64::LoadSome(from < srcEnd ? FirstBytes(static_cast<size_t>(srcEnd - from)) : 0,
+                                 from);
+    };
+    const size_t reach = r.width + 1 + 64; // of a block's loads
+    PooledRows here = PoolRows(r, src, some);
+    size_t left = blocks; // of this plane, this one and those below
+    const auto advance = [&](int8_t* next, const PooledRows& below) {
+        src = next;
+        here = below;
+        --left;
+        dst += columns * (left > 0 ? rows : rows - 1);
+        left = left > 0 ? left : blocks;
+    };
+    for (int8_t* next = src + r.bytes(); static_cast<size_t>(srcEnd - src) >= r.bytes() + reach &&
+                                         static_cast<size_t>(dstEnd - dst) >= 64;
+         next += r.bytes()) {
+        const PooledRows below = PoolRows(r, next, Bytes64::Load);
+        PrefetchToWrite(dst + kAhead);
+        Bytes64::Store(here.horizontal, src);
+        Bytes64::Store(here.both, dst);
+        advance(next, below);
+    }
+    // The rest with nothing read or written outside of the planes.
+    while (src < srcEnd) {
+        int8_t* const next = src + r.bytes();
+        const PooledRows below = next < srcEnd ? PoolRows(r, next, some) : here;
+        Bytes64::StoreSome(FirstBytes(r.bytes()), here.horizontal, src);
+        Bytes64::StoreSome(FirstBytes(static_cast<size_t>(dstEnd - dst)), here.both, dst);
+        advance(next, below);
+    }
+}
+
+template <typename Second>
+struct HorizontalMaxima {
+    __m512i first;
+    typename Second::Vector second;
+};
+
+// Planes of more than 64 columns: a whole vector a row and one that ends with it, of half the size
+// where that reaches. Maxima that are taken twice are the same both times, because a row is loaded as
+// a whole before any of it is replaced. Measured: 5 times as fast as the plain body; half a
+// vector in place of a whole one 1.05 times.
+template <typename Second>
 void MaxPoolByTwoVectors(int8_t* src, size_t width, size_t height, int8_t* dst) {
+    using Maxima = HorizontalMaxima<Second>;
     const size_t columns = width - 1;
-    const size_t at[2] = {0, columns - 64};
-    __m512i here[2];
-    __m512i next[2];
-    const auto horizontal = [&](size_t y, __m512i maxima[2]) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            const int8_t* from = src + y * width + at[i];
-            maxima[i] = Bytes64::Max(Bytes64::Load(from), Bytes64::Load(from + 1));
-        }
+    const size_t at = columns - Second::kSize;
+    const auto horizontal = [&](const int8_t* row) {
+        return Maxima{
+            Bytes64::Max(Bytes64::Load(row), Bytes64::Load(row + 1)),
+            Second::Max(Second::Load(row + at), Second::Load(row + at + 1)),
+        };
     };
-    const auto replace = [&](size_t y) {
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            Bytes64::Store(here[i], src + y * width + at[i]);
-        }
+    const auto store = [&](const Maxima& maxima, int8_t* row) {
+        Bytes64::Store(maxima.first, row);
+        Second::Store(maxima.second, row + at);
     };
-    horizontal(0, here);
-    for (size_t y = 1; y < height; ++y, dst += columns) {
-        horizontal(y, next);
+    Maxima here = horizontal(src);
+    for (size_t y = 1; y < height; ++y, src += width, dst += columns) {
+        const Maxima next = horizontal(src + width);
         PrefetchToWrite(dst + kAhead);
         PrefetchToWrite(dst + kAhead + 64);
-        replace(y - 1);
-#pragma GCC unroll 2
-        for (size_t i = 0; i < 2; ++i) {
-            Bytes64::Store(Bytes64::Max(here[i], next[i]), dst + at[i]);
-            here[i] = next[i];
-        }
+        store(here, src);
+        store({Bytes64::Max(here.first, next.first), Second::Max(here.second, next.second)}, dst);
+        here = next;
     }
-    replace(height - 1);
+    store(here, src);
 }
 
 } // namespace
 
 void avx512vnni::MaxPoolStride1(int8_t* src, const Planes& planes, int8_t* dst) {
-    // Of narrower planes a vector's store would reach beyond the next row.
-    if (planes.width > 8 && planes.width <= 16) {
+    const size_t rows = planes.width > 1 && planes.width <= 32 ? RowsAtOnce(planes) : 0;
+    // Of narrower planes a row's vector would be stored beyond the next row.
+    if (rows > 0) {
+        MaxPoolByRows(src, planes, dst, rows);
+    } else if (planes.width > 8 && planes.width <= 16) {
         MaxPoolByRow<Bytes16>(src, planes, dst);
     } else if (planes.width > 16 && planes.width <= 32) {
         MaxPoolByRow<Bytes32>(src, planes, dst);
     } else if (planes.width > 32 && planes.width <= 64) {
         MaxPoolByRow<Bytes64>(src, planes, dst);
+    } else if (planes.width > 64 && planes.width <= 97) {
+        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors<Bytes32>>(src, planes, dst);
     } else if (planes.width > 64 && planes.width <= 129) {
-        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors>(src, planes, dst);
+        MaxPoolStride1ByPlanes<MaxPoolByTwoVectors<Bytes64>>(src, planes, dst);
     } else {
         MaxPoolStride1ByPlanes<plain::MaxPoolStride1>(src, planes, dst);
     }
@@ -252,10 +343,8 @@ void avx512vnni::MaxPoolStride2(const int8_t* src, const Planes& planes, int8_t*
 
 // Measured: 1.6 to 8 times as fast as the plain body, 1.2 to 3.4 times as one row at a time.
 void avx512vnni::Sample(const int8_t* src, const Planes& planes, int8_t* dst) {
-    if (planes.width >= 1) {
-        const Halving halving(planes, (planes.width + 1) / 2, (planes.height + 1) / 2);
-        HalveBySize<EveryRow>(src, planes, halving, dst);
-    }
+    const Halving halving(planes, (planes.width + 1) / 2, (planes.height + 1) / 2);
+    HalveBySize<EveryRow>(src, planes, halving, dst);
 }
 
 } // namespace orvo

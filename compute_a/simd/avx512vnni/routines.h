@@ -9,6 +9,8 @@ namespace orvo {
 namespace avx512vnni {
 
 void Multiply(const MatrixProduct& product);
+// Of Multiply(): false, having done nothing, where there are not 36 pixels.
+bool MultiplyOf36(const MatrixProduct& product);
 bool ConvolvePlane(const PlaneConvolution& convolution);
 void Depthwise(const DepthwisePlanes& planes);
 int32_t Dot(const int8_t* a, const int8_t* b, size_t count);

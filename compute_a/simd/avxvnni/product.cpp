@@ -324,9 +324,10 @@ class Scheme {
 
 void ORVO_VNNI_PATH::Multiply(const MatrixProduct& p) {
     Scheme scheme(p);
-    if (!scheme.Fits() || !MultiplyBySlabs(p, scheme)) {
-        plain::Multiply(p);
+    if (!scheme.Fits()) {
+        return plain::Multiply(p);
     }
+    MultiplyBySlabs(p, scheme);
 }
 
 // Two sums: of the products with flipped signs, and of the weights that the flipping multiplies by 128.

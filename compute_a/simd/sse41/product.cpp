@@ -370,13 +370,11 @@ class Scheme {
 
 void sse41::Multiply(const MatrixProduct& p) {
     Scheme scheme(p);
-    if (scheme.Fits()) {
-        scheme.FindRanges();
-        if (MultiplyBySlabs(p, scheme)) {
-            return;
-        }
+    if (!scheme.Fits()) {
+        return plain::Multiply(p);
     }
-    plain::Multiply(p);
+    scheme.FindRanges();
+    MultiplyBySlabs(p, scheme);
 }
 
 int32_t sse41::Dot(const int8_t* a, const int8_t* b, size_t count) {

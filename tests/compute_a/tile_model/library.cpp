@@ -22,6 +22,8 @@ void Multiply(const MatrixProduct& product) {
     ++products;
     kPlainRoutines.multiply(product);
 }
+// Else products of 36 pixels would not be the tiles'.
+bool MultiplyOf36(const MatrixProduct&) { return false; }
 // The model is of the tiles, which are for more than one plane, or for bytes.
 bool ConvolvePlane(const PlaneConvolution&) { return false; }
 void Depthwise(const DepthwisePlanes& planes) { kPlainRoutines.depthwise(planes); }

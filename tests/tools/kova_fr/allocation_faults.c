@@ -2,17 +2,16 @@
 /*
  * Preloaded into a program, makes an allocation of its fail: the one of the number that
  * KOVA_FAIL_ALLOCATION gives, counted from 1 while main() runs, and with a + behind the number every later one
- * as well. The file that KOVA_COUNT_ALLOCATIONS names is given how many there were.
+ * as well. The file that KOVA_COUNT_ALLOCATIONS names is given how many there were, and in lines of their own the
+ * numbers of those that were the first to be asked for by their chain of callers.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
-#include <fcntl.h>
+#include <execinfo.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
 
 /* The C library's own, under names that nobody replaces. */
 void* __libc_malloc(size_t size);
@@ -25,12 +24,47 @@ static atomic_ulong allocations;
 static unsigned long failing;
 static int failsForGood;
 
+/* Chains of the nearest callers, by a number that stands for each, and the allocation that had it first. */
+enum { kChains = 1 << 15, kMostCallers = 8 };
+static struct { unsigned long chain, first; } chains[kChains];
+static const char* countFile;
+static atomic_flag chainsAreInUse = ATOMIC_FLAG_INIT;
+
+static void note_callers(unsigned long number) {
+    void* callers[kMostCallers];
+    const int count = backtrace(callers, kMostCallers);
+    unsigned long chain = 14695981039346656037u;
+    size_t place;
+    int i;
+    for (i = 0; i < count; ++i) {
+        chain = (chain ^ (unsigned long)callers[i]) * 1099511628211u;
+    }
+    chain |= 1;
+    while (atomic_flag_test_and_set(&chainsAreInUse)) {
+    }
+    place = (chain >> 8) % kChains;
+    while (chains[place].chain != 0 && chains[place].chain != chain) {
+        place = (place + 1) % kChains;
+    }
+    if (chains[place].chain == 0) {
+        chains[place].chain = chain;
+        chains[place].first = number;
+    }
+    atomic_flag_clear(&chainsAreInUse);
+}
+
 static int fails_now(void) {
+    static _Thread_local int isNoting;
     unsigned long number;
-    if (!atomic_load(&isInMain)) {
+    if (!atomic_load(&isInMain) || isNoting) {
         return 0;
     }
     number = atomic_fetch_add(&allocations, 1) + 1;
+    if (countFile != NULL) {
+        isNoting = 1; /* what that allocates does not count */
+        note_callers(number);
+        isNoting = 0;
+    }
     if (failing != 0 && (number == failing || (failsForGood && number > failing))) {
         errno = ENOMEM;
         return 1;
@@ -55,15 +89,22 @@ int posix_memalign(void** block, size_t alignment, size_t size) {
 }
 
 static void write_count(void) {
-    const char* path = getenv("KOVA_COUNT_ALLOCATIONS");
-    char text[32];
-    int file;
-    if (path == NULL) {
+    FILE* file;
+    size_t i;
+    if (countFile == NULL) {
         return;
     }
-    file = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    snprintf(text, sizeof text, "%lu\n", atomic_load(&allocations));
-    if (file < 0 || write(file, text, strlen(text)) < 0 || close(file) != 0) {
+    file = fopen(countFile, "w");
+    if (file == NULL) {
+        abort();
+    }
+    fprintf(file, "%lu\n", atomic_load(&allocations));
+    for (i = 0; i < kChains; ++i) {
+        if (chains[i].chain != 0) {
+            fprintf(file, "%lu\n", chains[i].first);
+        }
+    }
+    if (fclose(file) != 0) {
         abort();
     }
 }
@@ -73,6 +114,7 @@ static int (*programsMain)(int, char**, char**);
 static int main_with_faults(int count, char** arguments, char** environment) {
     const char* at = getenv("KOVA_FAIL_ALLOCATION");
     int status;
+    countFile = getenv("KOVA_COUNT_ALLOCATIONS");
     if (at != NULL) {
         char* end;
         failing = strtoul(at, &end, 10);

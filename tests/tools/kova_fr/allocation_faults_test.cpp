@@ -3,7 +3,10 @@
 // they were to become.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <sstream>
+#include <string_view>
 
 #include "faulted_commands.h"
 
@@ -19,25 +22,47 @@ class AllocationFaults : public testing::TestWithParam<std::string> {
         return run;
     }
 
-    static size_t CountOf(FaultedCommand& command) {
+    // How many the command makes, and the first of each chain of callers.
+    struct Allocations {
+        size_t count = 0;
+        std::vector<size_t> firsts;
+    };
+
+    static Allocations AllocationsOf(FaultedCommand& command) {
         const TempFolder folder;
         command.PutBack();
         setenv("KOVA_COUNT_ALLOCATIONS", (folder / "count").c_str(), 1);
         EXPECT_EQ(command.Complaint(Run(command.arguments()), false), "");
         unsetenv("KOVA_COUNT_ALLOCATIONS");
-        return std::stoul(ReadFile(folder / "count"));
+        Allocations all;
+        std::istringstream numbers(ReadFile(folder / "count"));
+        numbers >> all.count;
+        for (size_t first; numbers >> first;) {
+            all.firsts.push_back(first);
+        }
+        std::sort(all.firsts.begin(), all.firsts.end());
+        return all;
+    }
+
+    static std::vector<size_t> PlacesOf(const Allocations& all) {
+        const char* const wanted = std::getenv("KOVA_FR_FAULTS");
+        return wanted != nullptr && std::string_view(wanted) == "callers" ? all.firsts
+                                                                          : Positions(all.count);
     }
 };
 
 TEST_P(AllocationFaults, LeaveALineAndWholeFiles) {
     FaultedCommand command(GetParam(), WordsOf(GetParam()));
-    const size_t count = CountOf(command);
-    ASSERT_GT(count, 100u);
+    const Allocations all = AllocationsOf(command);
+    ASSERT_GT(all.count, 100u);
+    ASSERT_GT(all.firsts.size(), 50u);
+    ASSERT_EQ(all.firsts.front(), 1u);
+    ASSERT_LE(all.firsts.back(), all.count);
     int refused = 0;
-    for (const size_t at : Positions(count)) {
+    for (const size_t at : PlacesOf(all)) {
         for (const char* kind : {"", "+"}) {
             SCOPED_TRACE("allocation " + std::to_string(at) + kind + " of " +
-                         std::to_string(count));
+                         std::to_string(all.count));
             command.PutBack();
             setenv("KOVA_FAIL_ALLOCATION", (std::to_string(at) + kind).c_str(), 1);
             const Outcome run = Run(command.arguments());
@@ -48,7 +73,8 @@ TEST_P(AllocationFaults, LeaveALineAndWholeFiles) {
         }
     }
     EXPECT_GT(refused, 0);
-    RecordProperty("allocations", static_cast<int>(count));
+    RecordProperty("allocations", static_cast<int>(all.count));
+    RecordProperty("callers", static_cast<int>(all.firsts.size()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, AllocationFaults, testing::ValuesIn(FaultedCommandNames()),
