@@ -11,22 +11,20 @@ if(CMAKE_CXX_COMPILER_LAUNCHER OR EMSCRIPTEN OR ORVO_COVERAGE)
     set(default OFF)
 endif()
 option(ORVO_PRECOMPILE_TESTS "Read GoogleTest's header once for all tests" ${default})
-if(NOT ORVO_PRECOMPILE_TESTS)
-    function(orvo_precompiled name)
-    endfunction()
-    return()
-endif()
 
 # A program, since programs and libraries are compiled with other flags. It has no other use.
-add_executable(precompiled_header EXCLUDE_FROM_ALL support/precompiled_header.cpp)
-target_link_libraries(precompiled_header PRIVATE orvo_settings GTest::gtest)
-target_precompile_headers(precompiled_header PRIVATE
-    <gtest/gtest.h> <algorithm> <filesystem> <functional>)
+if(ORVO_PRECOMPILE_TESTS)
+    add_executable(precompiled_header EXCLUDE_FROM_ALL support/precompiled_header.cpp)
+    target_link_libraries(precompiled_header PRIVATE orvo_settings GTest::gtest)
+    target_precompile_headers(precompiled_header PRIVATE
+        <gtest/gtest.h> <algorithm> <filesystem> <functional>)
+endif()
 
+# A folder that sets ORVO_PRECOMPILE_TESTS to OFF, since its flags are others, does without.
 function(orvo_precompiled name)
     get_target_property(files ${name} SOURCES)
-    if(files MATCHES "\\.c(;|$)")
-        return() # CMake would look for one in C as well
+    # With a file in C, CMake would look for a header that is precompiled for C as well.
+    if(ORVO_PRECOMPILE_TESTS AND NOT files MATCHES "\\.c(;|$)")
+        target_precompile_headers(${name} REUSE_FROM precompiled_header)
     endif()
-    target_precompile_headers(${name} REUSE_FROM precompiled_header)
 endfunction()
