@@ -120,8 +120,8 @@ TEST(Conv, ThreeByThreeKernelsOverWholeVectorsOfPixels) {
         EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(width)));
     }
     // And each of them a little beside that.
-    const int others[][4] = {{4, 15, 1, 16},  {12, 12, 3, 32}, {8, 9, 5, 16},   {2, 32, 1, 16},
-                             {66, 32, 2, 16}, {8, 8, 6, 16},   {16, 12, 2, 24}, {1, 64, 3, 16}};
+    const int others[][4] = {{4, 255, 1, 16}, {20, 20, 3, 32}, {12, 20, 5, 16}, {2, 512, 1, 16},
+                             {66, 32, 2, 16}, {32, 8, 6, 16},  {16, 32, 2, 24}, {1, 512, 3, 16}};
     for (const auto& [width, height, srcChannels, dstChannels] : others) {
         const ConvShape shape = Shape(width, height, srcChannels, dstChannels, 3, 1, 1);
         EXPECT_TRUE(Matches(shape, static_cast<uint64_t>(height)));
