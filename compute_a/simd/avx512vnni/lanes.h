@@ -144,17 +144,17 @@ struct SixteenByFour {
     }
 };
 
-// 16 lanes of one byte of each of four rows: 16 bytes of them, or those inside of the first `count`. Rows are inserted as they are loaded, for which there are two ports, and a permutation of
+// 16 lanes of one byte of each of four rows, of which `count` are there: 16 bytes of them, or those
+// inside. Rows are inserted as they are loaded, for which there are two ports, and a permutation of
 // bytes takes the place of unpacking, for which there is one.
 template <bool kWhole>
 inline __m512i InterleaveRows(const int8_t* at, size_t pitch, size_t count, __mmask16 inside) {
     static constexpr SixteenByFour kTogether;
     const auto row = [&](size_t i) {
-        if constexpr (kWhole) {
-            return Bytes16::Load(at + i * pitch);
-        } else {
-            return i < count ? Bytes16::LoadSome(inside, at + i * pitch) : _mm_setzero_si128();
+        if (i >= count) {
+            return _mm_setzero_si128();
         }
+        return kWhole ? Bytes16::Load(at + i * pitch) : Bytes16::LoadSome(inside, at + i * pitch);
     };
     __m512i rows = _mm512_castsi128_si512(row(0));
     rows = _mm512_inserti32x4(rows, row(1), 1);
