@@ -45,6 +45,10 @@ GCC_FLAGS = ["--extra-arg=-Wno-unknown-warning-option",
              "--extra-arg=-Wno-ignored-optimization-argument"]
 GCC_ALONE = (" -fno-gnu-unique",)
 
+# Each file is read by itself, so that one which lacks an include is noticed. A compiler's precompiled header is for
+# that compiler alone, besides.
+PRECOMPILED = re.compile(r" (-Xclang )?-include(-pch)? (-Xclang )?[^ ]*/cmake_pch\.hxx(\.pch)?(?= )")
+
 
 # Compiled here for Debian's clang-tidy.
 OWN_CODE = ROOT / "build" / "lint" / "own_code.so"
@@ -84,6 +88,7 @@ def files_of(database):
     text = (ROOT / "build" / database / "compile_commands.json").read_text()
     for flag in GCC_ALONE:
         text = text.replace(flag, "")
+    text = PRECOMPILED.sub("", text)
     entries = {}
     for entry in json.loads(text):
         entries.setdefault((entry["file"], definitions(entry)), entry)
