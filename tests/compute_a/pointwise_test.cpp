@@ -230,18 +230,11 @@ TEST(Pointwise, OddAddresses) {
 TEST(Pointwise, ScratchAnywhereInALine) {
     constexpr size_t kLine = 64;
     constexpr uint8_t kUntouched = 77;
-    for (const auto& [side, srcChannels] : {std::pair{24, 32},
-                                            {24, 20},
-                                            {12, 200},
-                                            {12, 128},
-                                            {12, 44},
-                                            {8, 64},
-                                            {6, 64},
-                                            {6, 62},
-                                            {6, 31},
-                                            {2, 4},
-                                            {1, 4}}) {
-        const ConvShape s = Shape(side, side, srcChannels, 10);
+    const ConvShape shapes[] = {
+        Shape(24, 24, 32, 10), Shape(24, 24, 20, 10), Shape(12, 12, 128, 10), Shape(12, 12, 44, 10),
+        Shape(8, 8, 200, 10),  Shape(8, 8, 64, 10),   Shape(6, 6, 64, 10),    Shape(6, 6, 62, 10),
+        Shape(6, 6, 31, 10),   Shape(17, 1, 4, 10),   Shape(1, 1, 4, 10)};
+    for (const ConvShape& s : shapes) {
         const ConvData data = LivelyData(kPointwiseConv, s, 12);
         const std::vector<int8_t> weights = kPointwiseConv.packedWeights(s, data.weights);
         const std::vector<int8_t> expected = kPointwiseConv.reference(s, data);

@@ -311,7 +311,7 @@ class Scheme {
     }
 
     // From a cache line's start on: values that straddle two lines take twice as long to load. Where
-    // the scratch has room for that only without the last vector, that one is put aside.
+    // the scratch has no room for that, the last vector, of at least a line, is put aside.
     void Place(Slab& slab) {
         uint8_t* const scratch = reinterpret_cast<uint8_t*>(p_.scratch);
         const size_t skip = (64 - reinterpret_cast<uintptr_t>(scratch) % 64) % 64;
@@ -321,9 +321,7 @@ class Scheme {
             slab.packed += skip;
             return;
         }
-        const size_t withoutLast = (pixels - 1) / kVectorPixels * kVectorPixels;
-        if (pixels > 0 && steps_ <= kStepsAside &&
-            4 * withoutLast * steps_ + skip <= p_.scratchBytes) {
+        if (pixels > 0 && steps_ <= kStepsAside) {
             slab.packed += skip;
             slab.aside = reinterpret_cast<uint8_t*>(room_ + 2 * GroupWeights::Room(steps_));
         }
