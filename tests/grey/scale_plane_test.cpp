@@ -12,7 +12,6 @@
 
 namespace {
 
-using orvo_grey::Plane;
 using orvo_grey::ScalePlane;
 using orvo_test::GuardedBuffer;
 using orvo_test::Random;
