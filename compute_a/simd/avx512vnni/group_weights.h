@@ -78,7 +78,8 @@ class GroupWeights {
     // Leftover channels' weights stand one after the other, each in row order.
     void LoadLeftover(const MatrixProduct& p, const int8_t* weights, size_t channel) const {
         const size_t whole = p.inner / 4 * 4;
-        __builtin_memset(words_ - kGroup, 0, (kGroup + (p.inner + 3) / 4 * 4) * sizeof *words_);
+        int32_t* const starts = words_ - kGroup;
+        __builtin_memset(starts, 0, (kGroup + (p.inner + 3) / 4 * 4) * sizeof *words_);
         for (size_t c = 0; channel + c < p.channels; ++c, weights += p.groupBytes) {
             for (size_t k = 0; k < whole; k += 4) {
                 __builtin_memcpy(words_ + k + c, weights + k, 4);
@@ -87,8 +88,8 @@ class GroupWeights {
                 const uint32_t weight = static_cast<uint8_t>(weights[k]);
                 words_[whole + c] |= static_cast<int32_t>(weight << (k % 4 * 8));
             }
-            words_[c - kGroup] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) -
-                                                      128u * SumOf(weights, p.inner));
+            starts[c] = static_cast<int32_t>(static_cast<uint32_t>(p.bias[channel + c]) -
+                                             128u * SumOf(weights, p.inner));
         }
     }
 
