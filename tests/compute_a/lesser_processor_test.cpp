@@ -8,16 +8,16 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/child_process.h"
 
 namespace {
 
@@ -112,8 +112,8 @@ bool MakeCpuidFault() {
            syscall(SYS_arch_prctl, kSetFaulting, 0) == 0;
 }
 
-// In a process of its own, where the library is loaded for the first time: writes the name of the path.
-[[noreturn]] void ChooseWith(const Features& features, int to) {
+// In a process of its own, where the library is loaded for the first time: the name of the path.
+std::string Choose(const Features& features) {
     for (const Feature& feature : kFeatures) {
         if (std::find(features.begin(), features.end(), feature.name) == features.end()) {
             hidden.push_back(feature);
@@ -128,26 +128,11 @@ bool MakeCpuidFault() {
     if (function == nullptr) {
         _exit(2);
     }
-    const char* const name = reinterpret_cast<const char* (*)()>(function)();
-    _exit(write(to, name, std::strlen(name)) > 0 ? 0 : 3);
+    return reinterpret_cast<const char* (*)()>(function)();
 }
 
 std::string ChosenWith(const Features& features) {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        return "no pipe";
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        ChooseWith(features, ends[1]);
-    }
-    close(ends[1]);
-    char name[32] = {};
-    const ssize_t length = read(ends[0], name, sizeof name - 1);
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    return length > 0 ? name : "ended with status " + std::to_string(status);
+    return orvo_test::AnswerOfAChild([&] { return Choose(features); });
 }
 
 class LesserProcessor : public testing::Test {

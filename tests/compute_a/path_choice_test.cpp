@@ -3,8 +3,6 @@
 // How the environment chooses among the instruction sets. Each case chooses in a process of its
 // own.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +10,7 @@
 #include <string>
 
 #include "orvo/orvo_fr.h"
+#include "support/child_process.h"
 
 namespace {
 
@@ -29,24 +28,10 @@ namespace {
 
 // What is chosen without a wish, asked of another process.
 std::string Best() {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        return "";
-    }
-    const pid_t child = fork();
-    if (child == 0) {
+    return orvo_test::AnswerOfAChild([] {
         unsetenv("ORVO_FR_PATH");
-        const char* name = OrvoFrGetInstructionSet();
-        const ssize_t written = write(ends[1], name, std::strlen(name));
-        std::_Exit(written > 0 ? 0 : 1);
-    }
-    close(ends[1]);
-    char name[32] = {};
-    const ssize_t length = read(ends[0], name, sizeof name - 1);
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    return length > 0 ? name : "";
+        return std::string(OrvoFrGetInstructionSet());
+    });
 }
 
 TEST(PathChoice, AnUnknownNameIsReportedOnceAndTheBestIsUsed) {

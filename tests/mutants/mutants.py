@@ -138,8 +138,8 @@ def main():
     print("Building the unchanged sources", flush=True)
     shop.prepare()
     picked = chosen(shop, [f.rstrip("/") for f in arguments.folders], arguments.count, arguments.seed)
+    known_equivalents = equivalents(_EQUIVALENTS.read_text())
     if arguments.again or arguments.asan:
-        known_equivalents = equivalents(_EQUIVALENTS.read_text())
         again = {c.key for c in picked if c.key in results and outcome_of(c, results, known_equivalents) == "survived"}
         results = {key: r for key, r in results.items() if key not in again}
 
@@ -153,7 +153,6 @@ def main():
     if not arguments.table:
         judge_all(shop, picked, results, record)
     print()
-    known_equivalents = equivalents(_EQUIVALENTS.read_text())
     for change in picked:
         if change.key in results and outcome_of(change, results, known_equivalents) == "survived":
             print(f"survived: {change.file}:{change.line} {change.shown}")

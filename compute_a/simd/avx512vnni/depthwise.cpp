@@ -13,9 +13,9 @@
 // of up to 48 values are taken whole, as they lie in memory, once for each row of the filter.
 //
 // For 48 outputs of one plane: the masking, 3 permutations, 9 products, 2 or 3 shifts, 3 packs and,
-// for a rectifier, a maximum: 18 or 19 instructions on two ports; 24 an arrangement of 64 lanes took, of which planes of
-// 24 and 12 columns filled three quarters. Loads at four successive bytes in place of the
-// permutations took 1.1 to 1.3 times as long: they cross cache lines.
+// for a rectifier, a maximum: 18 or 19 instructions on two ports; 24 an arrangement of 64 lanes
+// took, of which planes of 24 and 12 columns filled three quarters. Loads at four successive bytes
+// in place of the permutations took 1.1 to 1.3 times as long: they cross cache lines.
 //
 // Measured: 38 times as fast as the plain body, 1.45 times as that arrangement.
 //
