@@ -60,6 +60,25 @@ void Pack(const int8_t* natural, int outChannels, size_t dotLength, size_t spaci
 
 size_t PointwiseSpacing(int inChannels) { return Index(16 * (inChannels / 4 + inChannels % 4)); }
 
+// A matrix times whole planes: a plane after the other, since whole networks take long otherwise.
+void ConvolvePlanes(const ConvShape& s, const int8_t* src, const int8_t* weights,
+                    const int32_t* bias, int8_t* dst) {
+    const size_t pixels = Index(s.srcWidth) * Index(s.srcHeight);
+    std::vector<uint32_t> sums(pixels);
+    for (int o = 0; o < s.dstChannels; ++o) {
+        std::fill(sums.begin(), sums.end(), 0U);
+        for (int c = 0; c < s.srcChannels; ++c) {
+            const int8_t weight = NaturalWeight(s, weights, o, c, 0, 0);
+            for (size_t i = 0; i < pixels; ++i) {
+                sums[i] += Product(src[Index(c) * pixels + i], weight);
+            }
+        }
+        for (const uint32_t sum : sums) {
+            *dst++ = Requantise(sum, bias[o], s.outShift);
+        }
+    }
+}
+
 } // namespace
 
 size_t DotLength(const ConvShape& s) {
@@ -93,6 +112,11 @@ int8_t Requantise(uint32_t sum, int32_t bias, uint32_t outShift) {
 
 void ConvolveChw(const ConvShape& s, const int8_t* src, const int8_t* weights, const int32_t* bias,
                  int8_t* dst) {
+    if (s.kernelSize == 1 && s.pad == 0 && s.stride == 1 && s.dstWidth == s.srcWidth &&
+        s.dstHeight == s.srcHeight) {
+        ConvolvePlanes(s, src, weights, bias, dst);
+        return;
+    }
     for (int o = 0; o < s.dstChannels; ++o) {
         for (int oy = 0; oy < s.dstHeight; ++oy) {
             for (int ox = 0; ox < s.dstWidth; ++ox) {
