@@ -71,12 +71,12 @@ uint32_t NetworkBytes(Size padded) {
     return Aligned(NetworkOutputBytes(padded)) + NetworkScratchBytes(padded);
 }
 
-NetworkMemory NetworkMemoryAt(uint8_t* bytes, Size padded) {
+NetworkMemory NetworkMemoryAt(uint8_t* bytes, uint32_t outputBytes) {
     auto* const outputs = reinterpret_cast<int8_t*>(bytes);
-    return {outputs, outputs + Aligned(NetworkOutputBytes(padded))};
+    return {outputs, outputs + Aligned(outputBytes)};
 }
 
-uint32_t LookPixelsOffset() { return Aligned(NetworkBytes(kLookSize)); }
+uint32_t LookPixelsOffset() { return Aligned(Aligned(LookOutputBytes()) + LookScratchBytes()); }
 
 uint32_t RunMemory(Size picture, int32_t first) {
     uint32_t most = LookPixelsOffset() + LookPixelBytes();
@@ -168,7 +168,8 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     ForEachLevel(size, FirstLevel(size, smallest), [&](int32_t level, Size real) {
         const Size padded = Padded(real);
         MakePatches(picture, level, memory.rows, memory.rest);
-        const NetworkMemory network = NetworkMemoryAt(memory.rest, padded);
+        const NetworkMemory network =
+            NetworkMemoryAt(memory.rest, NetworkOutputBytes(padded));
         AddCandidates(RunNetwork(padded, network), level, real, *memory.candidates);
     });
 }
@@ -178,7 +179,7 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
     int32_t sum = 0;
-    const NetworkMemory network = NetworkMemoryAt(memory.rest, kLookSize);
+    const NetworkMemory network = NetworkMemoryAt(memory.rest, LookOutputBytes());
     for (int32_t look = 0; look < kLooks; ++look) {
         const bool isWorthIt =
             look == 0 || (found->score >= kLookedAtAgainScore && CanBeReported(first, look, sum));

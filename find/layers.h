@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// The layers of both networks, and their calls. Planes of a picture lie in quarters of the outputs'
-// memory, each as large as the picture.
+// The layers of both networks, and their calls. A network's outputs lie in quarters of its memory.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 
 #include "find/levels.h"
 #include "find/model.h"
@@ -32,11 +32,15 @@ inline constexpr Layer kLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)
                                         ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
 #undef ORVO_LAYER
 
-// Planes of stride 4 that a quarter holds.
-inline constexpr size_t kQuarter = 16;
+#define ORVO_ONE_LAYER(...) +1
+inline constexpr size_t kFirstsLayers = 0 ORVO_FIND_NETWORK(ORVO_ONE_LAYER, ORVO_NO_LAYER);
+#undef ORVO_ONE_LAYER
+
+using Layers = std::span<const Layer>;
+inline constexpr Layers kFirstNetwork = Layers(kLayers).first(kFirstsLayers);
+inline constexpr Layers kSecondNetwork = Layers(kLayers).subspan(kFirstsLayers);
+
 inline constexpr size_t kQuarters = 4;
-inline constexpr size_t kPixelsOfPlane =
-    16; // a plane of stride 4 has one for so many of the picture
 
 constexpr bool EveryLayerStandsAtItsNumber() {
     int32_t number = 0;
@@ -45,20 +49,35 @@ constexpr bool EveryLayerStandsAtItsNumber() {
 }
 static_assert(EveryLayerStandsAtItsNumber());
 
-// At stride 4 an output may take two quarters.
-constexpr bool EveryOutputHasRoom() {
+// How many quarters an output may take: a network begins with few layers of large planes.
+constexpr size_t QuartersOf(const Layer& layer) { return layer.stride == 4 ? 2 : 1; }
+
+// Bytes of each quarter for each pixel of the picture, in 256ths, so that every output has room.
+constexpr size_t QuarterOf(Layers layers) {
+    size_t most = 0;
+    for (const Layer& layer : layers) {
+        if (layer.kind != Kind::FullyConnected) {
+            const size_t pixels = size_t{layer.stride} * layer.stride * QuartersOf(layer);
+            most = std::max(most, layer.outputs * size_t{256} / pixels);
+        }
+    }
+    return most;
+}
+
+// The patches that a network begins with are a byte for each pixel, and fill a quarter at most.
+static_assert(QuarterOf(kFirstNetwork) >= 256 && QuarterOf(kSecondNetwork) >= 256);
+
+// Planes keep their number and size in a depthwise layer.
+constexpr bool EveryFilterHasItsPlane() {
     return std::all_of(std::begin(kLayers), std::end(kLayers), [](const Layer& layer) {
-        const size_t room = layer.stride == 4 ? 2 * kQuarter : kQuarter;
-        return layer.kind == Kind::FullyConnected ||
-               (layer.outputs * size_t{16} <= room * layer.stride * layer.stride &&
-                (layer.kind == Kind::Pointwise || layer.inputs == layer.outputs));
+        return layer.kind != Kind::Depthwise || layer.inputs == layer.outputs;
     });
 }
-static_assert(EveryOutputHasRoom());
+static_assert(EveryFilterHasItsPlane());
 
-inline size_t QuarterBytes(Size padded) {
-    return kQuarter * static_cast<size_t>(padded.width) * static_cast<size_t>(padded.height) /
-           kPixelsOfPlane;
+inline size_t QuarterBytes(Layers layers, Size padded) {
+    return QuarterOf(layers) * static_cast<size_t>(padded.width) *
+           static_cast<size_t>(padded.height) / 256;
 }
 
 // Planes of a picture's size divided by a stride.
@@ -114,6 +133,14 @@ inline size_t ScratchOf(const Layer& layer, Size padded) {
     }
     const size_t n = w * h;
     return 32 * (layer.inputs / 4u + layer.inputs % 4u) * (n / 8 + n % 8 / 4 + n % 4);
+}
+
+inline uint32_t ScratchBytes(Layers layers, Size padded) {
+    size_t most = 0;
+    for (const Layer& layer : layers) {
+        most = std::max(most, ScratchOf(layer, padded));
+    }
+    return static_cast<uint32_t>(most);
 }
 
 } // namespace orvo::find

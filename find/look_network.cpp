@@ -19,11 +19,18 @@ namespace orvo::find {
 
 static_assert(kLayers[42].outputs == kAnswerPlanes && kLayers[42].stride == kHeatStride);
 static_assert(kLayers[51].outputs == kAnswerPlanes);
-static_assert(kLayers[51].inputs <= kQuarter * kLookSide * kLookSide / kPixelsOfPlane / 2);
+static_assert(kLayers[51].inputs * size_t{2} * 256 <=
+              QuarterOf(kSecondNetwork) * kLookSide * kLookSide);
+
+uint32_t LookOutputBytes() {
+    return static_cast<uint32_t>(kQuarters * QuarterBytes(kSecondNetwork, kLookSize));
+}
+
+uint32_t LookScratchBytes() { return ScratchBytes(kSecondNetwork, kLookSize); }
 
 LookAnswers RunLookNetwork(const NetworkMemory& memory) {
     const Planes net{kLookSize, memory.scratch};
-    const size_t quarterBytes = QuarterBytes(kLookSize);
+    const size_t quarterBytes = QuarterBytes(kSecondNetwork, kLookSize);
     int8_t* const A = memory.outputs;
     int8_t* const A2 = A + quarterBytes;
     int8_t* const B = A2 + quarterBytes;

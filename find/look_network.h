@@ -21,8 +21,11 @@ struct LookAnswers {
     const int8_t* rest; // kAnswerPlanes values
 };
 
-// Runs the network on a look's patches, which lie at memory.outputs: NetworkOutputBytes(kLookSize)
-// and NetworkScratchBytes(kLookSize) bytes. The answers lie among the outputs.
+// The memory of one run.
+uint32_t LookOutputBytes();
+uint32_t LookScratchBytes();
+
+// Runs the network on a look's patches, which lie at memory.outputs. The answers lie among the outputs.
 LookAnswers RunLookNetwork(const NetworkMemory& memory);
 
 } // namespace orvo::find

@@ -14,7 +14,6 @@
 // starts from, in A, and for the answers, in A'.
 #include "find/network.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "find/trunk.h"
@@ -24,20 +23,14 @@ namespace orvo::find {
 static_assert(kLayers[15].outputs == kAnswerPlanes && kLayers[26].outputs == kAnswerPlanes);
 
 uint32_t NetworkOutputBytes(Size padded) {
-    return static_cast<uint32_t>(kQuarters * QuarterBytes(padded));
+    return static_cast<uint32_t>(kQuarters * QuarterBytes(kFirstNetwork, padded));
 }
 
-uint32_t NetworkScratchBytes(Size padded) {
-    size_t most = 0;
-    for (const Layer& layer : kLayers) {
-        most = std::max(most, ScratchOf(layer, padded));
-    }
-    return static_cast<uint32_t>(most);
-}
+uint32_t NetworkScratchBytes(Size padded) { return ScratchBytes(kFirstNetwork, padded); }
 
 Answers RunNetwork(Size padded, const NetworkMemory& memory) {
     const Planes net{padded, memory.scratch};
-    const size_t quarterBytes = QuarterBytes(padded);
+    const size_t quarterBytes = QuarterBytes(kFirstNetwork, padded);
     int8_t* const A = memory.outputs;
     int8_t* const A2 = A + quarterBytes;
     int8_t* const B = A2 + quarterBytes;

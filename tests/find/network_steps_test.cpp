@@ -33,6 +33,8 @@ namespace {
 using orvo::find::Answers;
 using orvo::find::kAnswerPlanes;
 using orvo::find::LookAnswers;
+using orvo::find::LookOutputBytes;
+using orvo::find::LookScratchBytes;
 using orvo::find::NetworkOutputBytes;
 using orvo::find::NetworkScratchBytes;
 using orvo::find::RunLookNetwork;
@@ -199,9 +201,9 @@ std::string CallOf(const FindStep& s, Size picture) {
 struct Memory {
     GuardedBuffer outputs, scratch;
 
-    Memory(const Grey& plane, GuardedBuffer::Place place)
-        : outputs(NetworkOutputBytes({plane.width, plane.height}), place),
-          scratch(NetworkScratchBytes({plane.width, plane.height}), place) {
+    Memory(const Grey& plane, uint32_t outputBytes, uint32_t scratchBytes,
+           GuardedBuffer::Place place)
+        : outputs(outputBytes, place), scratch(scratchBytes, place) {
         const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane);
         std::copy(patches.begin(), patches.end(), outputs.bytes());
     }
@@ -227,11 +229,11 @@ struct Watched {
 
 // Outputs and scratch of exactly their sizes between unmapped pages.
 Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
-    Memory memory(plane, place);
+    const Size size = {plane.width, plane.height};
+    Memory memory(plane, NetworkOutputBytes(size), NetworkScratchBytes(size), place);
     const auto planeBytes = static_cast<ptrdiff_t>(plane.width / 4) * (plane.height / 4);
     memory.Watch({{"answer16", kAnswerPlanes * planeBytes / 4}});
-    const Answers answers =
-        RunNetwork({plane.width, plane.height}, {memory.outputs.q7(), memory.scratch.q7()});
+    const Answers answers = RunNetwork(size, {memory.outputs.q7(), memory.scratch.q7()});
     watch.active = false;
     return {watch.calls,
             {answers.stride8, answers.stride8 + kAnswerPlanes * planeBytes / 4},
@@ -240,8 +242,8 @@ Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
 
 // The same of the second network: `answer8` is the heat, `answer16` the rest.
 Watched WatchLook(const Grey& look, GuardedBuffer::Place place) {
-    Memory memory(look, place);
-    memory.Watch({{"part16", 16 * 64}, {"heat", 32 * 64}});
+    Memory memory(look, LookOutputBytes(), LookScratchBytes(), place);
+    memory.Watch({{"part16", 16 * 64}, {"heat", LookOutputBytes() / 8}});
     const LookAnswers answers = RunLookNetwork({memory.outputs.q7(), memory.scratch.q7()});
     watch.active = false;
     return {watch.calls,
