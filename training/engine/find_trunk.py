@@ -11,7 +11,7 @@ _MOMENTUM = 0.02
 
 
 class FindTrunk:
-    """The parameters are copied before each pass, so that they may be rounded and filled up."""
+    """Parameters and statistics are copied before each pass, so that they may be rounded and filled up."""
 
     def __init__(self, net, pictures, side, threads, quantised=False):
         self.net, self.pictures, self.side, self.quantised = net, pictures, side, quantised
@@ -68,9 +68,11 @@ class FindTrunk:
         if self.quantised:
             return
         self._copy(record, f"gamma{op.number}", "gamma", (outputs,), 1.0)
-        for name, field in (("gain", "gain"), ("mean", "mean"), ("var", "variance")):
-            buffer = getattr(self.net, f"{name}{op.number}")
-            setattr(record, field, buffer.data_ptr())
+        record.gain = getattr(self.net, f"gain{op.number}").data_ptr()
+        for name, field in (("mean", "mean"), ("var", "variance")):
+            real, copy = getattr(self.net, f"{name}{op.number}"), torch.ones(outputs)
+            self._statistics.append((real, copy))
+            setattr(record, field, copy.data_ptr())
 
     def _copy(self, record, name, field, shape, unit):
         real = getattr(self.net, name)
@@ -89,11 +91,15 @@ class FindTrunk:
             part = self._part(copy, real)
             part.copy_(torch.round(real * unit) if self.quantised else real)
             gradient.zero_()
+        for real, copy in self._statistics:
+            self._part(copy, real).copy_(real)
         self._input = x.detach().float().contiguous()
         if not self.quantised:
             self._input = self._input * 128
         outputs = [torch.empty(shape) for shape in self.shapes]
         self._engine.forward(self._input, training, _MOMENTUM, outputs)
+        for real, copy in self._statistics:
+            real.copy_(self._part(copy, real))
         return outputs
 
     @torch.no_grad()

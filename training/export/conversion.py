@@ -8,7 +8,7 @@ the fixed shifts' integer ranges are used much better.
 """
 import torch
 
-from ..networks.find_layers import Keep, Return
+from ..networks.find_layers import Keep, Part, Return
 from ..networks.float_net import EPSILON, is_normalised
 from ..networks.layers import Add, Conv, Save
 from ..networks.quant_net import QuantNet
@@ -69,8 +69,9 @@ def _observe(net, x):
 
 def _factor_groups(net):
     """Which tensors share their factors: {layer: group of its outputs}, {layer: group of its
-    inputs}, {group: channels}. Group 0, the picture, and the last one, the answer, are fixed."""
-    outputs, inputs, channels = {}, {}, {0: 1}
+    inputs}, {group: channels}, and the groups that are fixed: the picture, answers, and parts of what a
+    dense layer reads."""
+    outputs, inputs, channels, fixed = {}, {}, {0: 1}, {0}
     current, shortcut = 0, None
     joined = {}
 
@@ -81,20 +82,29 @@ def _factor_groups(net):
 
     for op in net.ops:
         if isinstance(op, Conv):
+            if op.kind == "dense" and op.answers:
+                current = len(channels)
+                channels[current] = op.inputs
+                fixed.add(current)
             inputs[op.number] = current
             current = len(channels)
+            if op.answers:
+                fixed.add(current)
             channels[current] = op.outputs
             outputs[op.number] = current
         elif isinstance(op, (Save, Keep)):
             shortcut = current
         elif isinstance(op, Return):
             current = shortcut
+        elif isinstance(op, Part):
+            fixed.add(current)
         elif isinstance(op, Add) and find(shortcut) != find(current):
             # The wider tensor's factors serve both; a narrower shortcut uses the first of them.
             joined[find(shortcut)] = find(current)
     outputs = {n: find(g) for n, g in outputs.items()}
     inputs = {n: find(g) for n, g in inputs.items()}
-    return outputs, inputs, channels
+    fixed.add(outputs[net.convs[-1].number])
+    return outputs, inputs, channels, {find(g) for g in fixed}
 
 
 def _rescaled(op, w, bias, k_in, k_out):
@@ -127,9 +137,7 @@ def rescale(net, parameters, x):
     """Chooses the factors on sample input x; returns new parameters and the mean relative noise of
     the layers before and after."""
     statistics = _observe(net, x)
-    outputs, inputs, channels = _factor_groups(net)
-    fixed = {inputs[net.convs[0].number], outputs[net.convs[-1].number]}
-    fixed |= {outputs[op.number] for op in net.convs if op.answers}
+    outputs, inputs, channels, fixed = _factor_groups(net)
     logs = {
         g: torch.zeros(channels[g], dtype=torch.double, requires_grad=g not in fixed)
         for g in set(outputs.values()) | set(inputs.values())

@@ -66,9 +66,10 @@ class FindNet(_Walked, FloatNet):
 
     def layer(self, op, x):
         if not op.answers:
-            return super().layer(op, x)
+            return FloatNet.layer(self, op, x)
         # Not cut off here: what is too large must find its way back.
-        return self._convolve(op, x) + getattr(self, f"beta{op.number}").view(1, -1, 1, 1)
+        out = self._convolve(op, x)
+        return out + getattr(self, f"beta{op.number}").view((1, -1) + (1,) * (out.dim() - 2))
 
     def weight_limit(self, op):
         return MAX_WEIGHT

@@ -1,20 +1,19 @@
 # SPDX-License-Identifier: MIT
 """The finder's second network, which looks at each found face once more: quantised, in the library's
-integer arithmetic. It starts from the first network's layers, which see the same kind of pictures."""
+integer arithmetic; and in float arithmetic with normalisation, as which it begins."""
 import numpy as np
 import torch
 from torch import nn
 
 from . import find_layers
-from .find_layers import LOOK_PROGRAM, PROGRAM, Part
-from .find_net import FindIntegers, QuantFindNet, patches
+from .find_layers import LOOK_PROGRAM, Part
+from .find_net import GAIN, FindIntegers, FindNet, QuantFindNet, patches
+from .float_net import FloatNet, _initial_weights, is_normalised
 from .layers import Conv, convolutions
 from .quant_net import QuantNet
 
 SIDE = 64  # pixels of a look
 FACE = 2 / 3  # of a look's side: that of the box which is looked at
-# The first network's layers, less its heads and its last pair, lie in the second at these numbers.
-_TAKEN = {**{27 + n: n for n in range(13)}, **{28 + n: n for n in range(16, 22)}}
 CELL = 8  # pixels of a look: the heat's planes have a value for each
 HEAT = 1 / 16  # logits a step
 NEAR = 16.0  # pixels of the look at an offset's end
@@ -22,25 +21,29 @@ NEAR = 16.0  # pixels of the look at an offset's end
 MEAN_POINTS = ((-0.186, -0.148), (0.186, -0.148), (0, 0.074), (-0.158, 0.282), (0.158, 0.282))
 
 
-class QuantLookNet(QuantNet):
+class _Walked:
+    """What both trained forms share."""
+
     network = "look"
 
-    def __init__(self, seed=1):
-        nn.Module.__init__(self)
+    def forward(self, x):
+        """[n, 1, 64, 64], grey levels less 128 -> [n, 16, 8, 8], [n, 16], in integers' units."""
+        x = self.to_input(x)
+        if self.trunk is not None and len(x) == self.trunk.pictures:
+            near, *parts = self.trunk(x)
+            parts = [part[:, :count] for part, count in zip(parts, self._parts)]
+            answers = self.layer(self.heat, near), self.layer(self.full, self.joined(parts))
+        else:
+            answers = find_layers.walk(self.ops, self, x)
+        return [self.from_output(answer) for answer in answers]
+
+    def _set_up(self):
         self.ops = find_layers.merged(LOOK_PROGRAM)
         self.convs = convolutions(self.ops)
         self.full = self.convs[-1]
         self.heat = next(op for op in self.convs if op.answers and op.kind == "pointwise")
         self._parts = self._channels_of_parts()
         self.trunk = None  # an engine.find_trunk.FindTrunk, for batches of its size
-        generator = torch.Generator().manual_seed(seed)
-        for op in self.convs:
-            spread = 3.0 if op.kind == "dense" else 12.0
-            weights = spread * torch.randn(*op.weight_shape, generator=generator)
-            self.register_parameter(f"w{op.number}", nn.Parameter(weights))
-            self.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))
-        at = torch.tensor(MEAN_POINTS).ravel() * FACE * 256
-        getattr(self, f"beta{self.full.number}").data[4:14] = at
 
     def _channels_of_parts(self):
         channels, last = [], 0
@@ -51,14 +54,6 @@ class QuantLookNet(QuantNet):
                 channels.append(last)
         return channels
 
-    def forward(self, x):
-        """[n, 1, 64, 64], grey levels less 128 -> integers [n, 16, 8, 8], [n, 16]."""
-        if self.trunk is not None and len(x) == self.trunk.pictures:
-            near, *parts = self.trunk(x)
-            parts = [part[:, :count] for part, count in zip(parts, self._parts)]
-            return self.layer(self.heat, near), self.layer(self.full, self.joined(parts))
-        return find_layers.walk(self.ops, self, x)
-
     @staticmethod
     def patches(x):
         return patches(x)
@@ -67,19 +62,59 @@ class QuantLookNet(QuantNet):
     def joined(parts):
         return torch.cat([part.flatten(1) for part in parts], 1)
 
+
+class LookNet(_Walked, FloatNet):
+    def __init__(self, seed=1):
+        nn.Module.__init__(self)
+        self._set_up()
+        generator = torch.Generator().manual_seed(seed)
+        for op in self.convs:
+            n = op.number
+            weights = _initial_weights(op, generator)
+            self.register_parameter(f"w{n}", nn.Parameter(weights))
+            self.register_parameter(f"beta{n}", nn.Parameter(torch.zeros(op.outputs)))
+            if is_normalised(op):
+                self.register_parameter(f"gamma{n}", nn.Parameter(torch.zeros(op.outputs)))
+                self.register_buffer(f"mean{n}", torch.zeros(op.outputs))
+                self.register_buffer(f"var{n}", torch.ones(op.outputs))
+                self.register_buffer(f"gain{n}", torch.tensor(GAIN))
+            else:
+                weights.mul_(0.1)
+        getattr(self, f"beta{self.full.number}").data[4:14] = _places_at_first() / 128
+
+    layer, weight_limit, settle = FindNet.layer, FindNet.weight_limit, FindNet.settle
+
+    @staticmethod
+    def to_input(x):
+        return x / 128
+
+    @staticmethod
+    def from_output(x):
+        return x * 128
+
+
+def _places_at_first():
+    return torch.tensor(MEAN_POINTS).ravel() * FACE * 256
+
+
+class QuantLookNet(_Walked, QuantNet):
+    def __init__(self, *_):
+        nn.Module.__init__(self)
+        self._set_up()
+        for op in self.convs:
+            self.register_parameter(f"w{op.number}", nn.Parameter(torch.zeros(op.weight_shape)))
+            self.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))
+
     clip = QuantFindNet.clip
     load = QuantFindNet.load
 
-    @torch.no_grad()
-    def begin_from(self, tensors):
-        """The layers that the first network has, too, as its tensors say."""
-        shifts = {op.number: op.shift for op in convolutions(PROGRAM)}
-        for number, source in _TAKEN.items():
-            bias = tensors[f"{source}.bias"].astype("float64") * 2.0 ** -shifts[source]
-            getattr(self, f"beta{number}").copy_(torch.from_numpy(bias))
-            weight = tensors[f"{source}.weight"].astype("float32")
-            getattr(self, f"w{number}").copy_(torch.from_numpy(weight))
-        return self
+    @staticmethod
+    def to_input(x):
+        return x
+
+    @staticmethod
+    def from_output(x):
+        return x
 
 
 class _LookIntegers(FindIntegers):

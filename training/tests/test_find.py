@@ -28,7 +28,7 @@ try:
     from training.engine.find_trunk import FindTrunk
     from training.networks import look_net
     from training.networks.find_net import FindNet, QuantFindNet, integer_answers
-    from training.networks.look_net import QuantLookNet
+    from training.networks.look_net import LookNet, QuantLookNet
     from training.trainers import find_loss, train_find, train_look
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
@@ -68,9 +68,10 @@ class Layers(unittest.TestCase):
         for op in convs:
             self.assertEqual(given[f"{op.number}.weight"].shape, op.weight_shape)
             self.assertEqual(given[f"{op.number}.bias"].shape, (op.outputs,))
-        for program in (find_layers.PROGRAM, find_layers.LOOK_PROGRAM):
+        # The first is to be small, since it runs on whole pictures.
+        for program, most in (find_layers.PROGRAM, 150_000), (find_layers.LOOK_PROGRAM, 300_000):
             count = sum(given[f"{op.number}.weight"].size for op in convolutions(program))
-            self.assertTrue(60_000 <= count <= 150_000, count)
+            self.assertTrue(60_000 <= count <= most, count)
 
     def test_a_line_that_is_no_step_is_refused(self):
         text = "#define ORVO_FIND_NETWORK(LAYER, STEP) \\\n    STEP(Patches, 16, 4) \\\n    What(1)\n"
@@ -169,15 +170,20 @@ class EngineEquality(unittest.TestCase):
         for a, b in zip(*self._compare(plain, fast, x, 0.99)):
             self.assertTrue(torch.equal(a, b))
 
-    def test_floats_are_alike(self):
-        x = self._input(96) / 128
-        plain, fast = FindNet(seed=3), FindNet(seed=3)
+    def _compare_floats(self, make, side, x, unit):
+        plain, fast = make(seed=3), make(seed=3)
         for net in (plain, fast):
             net.settle(x)
             net.train()
-        fast.trunk = FindTrunk(fast, len(x), 96, threads=1)
+        fast.trunk = FindTrunk(fast, len(x), side, threads=1)
         for a, b in zip(*self._compare(plain, fast, x, 0.8)):
-            self.assertLess(float((a - b).abs().max()), 0.05)
+            self.assertLess(float((a - b).abs().max()), 0.05 * unit)
+
+    def test_floats_are_alike(self):
+        self._compare_floats(FindNet, 96, self._input(96) / 128, 1)
+
+    def test_floats_of_looks_are_alike(self):
+        self._compare_floats(LookNet, 64, self._input(64), 128)
 
 
 class Decoding(unittest.TestCase):
@@ -438,11 +444,10 @@ class Training(unittest.TestCase):
 
     def _looks_as_well(self, data, out):
         np.save(data / "looks-00000.npy", np.array([[0, 50, 60, 30, 10, 300]], np.float32))
-        common = ["--data", data, "--first", out / "find.safetensors", "--out", out / "look",
-                  "--batch", 8, "--warm-up", 2, "--plain"]  # fmt: skip
-        self.run_training(*common, "--views", 8, main=train_look.main)
+        common = ["--data", data, "--out", out / "look", "--batch", 8, "--warm-up", 2, "--plain"]
+        self.run_training(*common, "--views", 8, "--integer-views", 8, main=train_look.main)
         first = tensors.read(out / "look" / "look.safetensors")
-        again = self.run_training(*common, "--views", 16, main=train_look.main)
+        again = self.run_training(*common, "--integer-views", 16, main=train_look.main)
         self.assertIn("resumed at 8 views", again)
         second = tensors.read(out / "look" / "look.safetensors")
         self.assertEqual(len(second), 2 * len(convolutions(find_layers.LOOK_PROGRAM)))

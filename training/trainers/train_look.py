@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: MIT
-"""Trains the finder's second network, in the library's integer arithmetic, from the first network's layers.
+"""Trains the finder's second network: in float arithmetic, then in the library's integer arithmetic.
 
 Writes look.safetensors. Stop it at any time: started again with the same --out, it goes on from the
 last checkpoint.
 """
 import argparse
+import multiprocessing
 import queue
-import threading
 from pathlib import Path
 
 import numpy as np
@@ -15,8 +15,8 @@ import torch.nn.functional as F
 
 from ..data.looks import LookBatches, LookSource
 from ..engine.find_trunk import FindTrunk
-from ..export import tensors
-from ..networks.look_net import CELL, FACE, HEAT, NEAR, SIDE, QuantLookNet, cells, points_of
+from ..export import conversion, tensors
+from ..networks.look_net import CELL, FACE, HEAT, NEAR, SIDE, LookNet, QuantLookNet, cells, points_of
 from .beginning import begin
 from .trainer import Trainer, add_common_options
 
@@ -24,6 +24,7 @@ LOGITS = 8.0  # an answer's 16 integers are one
 YAW = 96.0  # degrees at the answer's end
 REACH = 32.0  # pixels of the look at a place's end
 PUPILS = 0.40  # their distance over a box's side, facing the camera
+SHARDS_LOOKED_FOR = 1000  # batches from one look for new ones to the next
 
 
 def parse_arguments():
@@ -35,12 +36,12 @@ def parse_arguments():
     add = parser.add_argument
     add("--data", nargs="+", required=True, help="folders with scenes-* shards")
     add("--held-out-data", nargs="+", help="the same of other people, to validate on")
-    add("--first", type=Path, required=True, help="find.safetensors, to begin from")
-    add("--second", type=Path, help="look.safetensors, to begin from instead")
     add("--out", type=Path, required=True, help="folder for checkpoints and curves")
-    add("--views", type=float, default=6e6, help="looks (%(default).0f)")
-    add("--batch", type=int, default=128, help="(%(default)s)")
-    add("--rate", type=float, default=0.5, help="in units of integer weights (%(default)s)")
+    add("--views", type=float, default=1e6, help="looks in float arithmetic (%(default).0f)")
+    add("--integer-views", type=float, default=1e6, help="in integers (%(default).0f)")
+    add("--batch", type=int, default=192, help="(%(default)s)")
+    add("--rate", type=float, default=3e-3, help="of the float training (%(default)s)")
+    add("--integer-rate", type=float, default=0.3, help="of the other (%(default)s)")
     add_common_options(add)
     return parser.parse_args()
 
@@ -88,55 +89,89 @@ def look_loss(heat, answers, goals):
     return score, place.mean()
 
 
+def _make(folders, seed, size, ready):
+    """The work of a process: batches, until its parent has ended."""
+    batches = LookBatches(LookSource(folders, seed))
+    parent = multiprocessing.parent_process()
+    while parent.is_alive():
+        if batches.count % SHARDS_LOOKED_FOR == 0:
+            batches.source.refresh()
+        batch = batches.batch(size)
+        while parent.is_alive():
+            try:
+                ready.put(batch, timeout=10)
+                break
+            except queue.Full:
+                pass
+    ready.cancel_join_thread()
+
+
 class _Ahead:
-    """Batches made by a thread of their own."""
+    """Batches made by a process of their own: cutting out looks would keep the network waiting."""
 
-    def __init__(self, source, size):
-        self._queue = queue.Queue(6)
-        self._source, self._size = source, size
-        threading.Thread(target=self._run, daemon=True).start()
-
-    def _run(self):
-        while True:
-            self._queue.put(self._source.batch(self._size))
+    def __init__(self, folders, seed, size):
+        context = multiprocessing.get_context("spawn")
+        self._ready = context.Queue(8)
+        self._process = context.Process(
+            target=_make, args=(folders, seed, size, self._ready), daemon=True
+        )
+        self._process.start()
 
     def next(self):
-        return [torch.from_numpy(part) for part in self._queue.get()]
+        pictures, rows = self._ready.get()
+        return torch.from_numpy(pictures).float(), torch.from_numpy(rows)
+
+    def end(self):
+        self._process.terminate()
+        self._process.join()
 
 
 class LookTrainer(Trainer):
-    follow_steps = 2000
-    quantised = True
+    """In float arithmetic."""
+
+    follow_steps = 1000
+    checkpoint_file = "float-checkpoint.pt"
 
     def __init__(self, args):
-        self.source = LookSource(args.data, args.seed)
         held_out = LookSource(args.held_out_data or args.data, 99, faces_share=0.8)
         self.held_out = [self._asked(*held_out.fresh(256)) for _ in range(12)]
-        super().__init__(args, args.views, args.batch)
+        super().__init__(args, self.views_of(args), args.batch)
         self.ahead = None
+
+    @staticmethod
+    def views_of(args):
+        return args.views
 
     @staticmethod
     def _asked(pictures, rows):
         return torch.from_numpy(pictures[:, None].astype(np.float32) - 128), torch.from_numpy(rows)
 
+    def some_looks(self):
+        source = LookSource(self.args.data, self.args.seed)
+        return self._asked(*source.fresh(2 * self.args.batch))[0]
+
     def make_net(self):
-        net = QuantLookNet(self.args.seed)
-        if self.args.second:
-            return net.load(tensors.read(self.args.second))
-        return net.begin_from(tensors.read(self.args.first))
+        net = LookNet(self.args.seed)
+        net.settle(self.some_looks())
+        return net
 
     def attach(self, net, size):
-        net.trunk = FindTrunk(net, size, SIDE, self.args.threads, quantised=True)
+        net.trunk = FindTrunk(net, size, SIDE, self.args.threads, quantised=self.quantised)
 
     def groups(self):
-        return self.integer_groups(self.args.rate)
-
-    def look_for_shards(self):
-        self.source.refresh()
+        return [{"params": list(self.net.parameters()), "weight_decay": 0.02, "most": self.args.rate}]
 
     def draw(self):
-        self.ahead = self.ahead or _Ahead(LookBatches(self.source), self.args.batch)
+        if not self.ahead:
+            # Started again it draws others than before.
+            seed = 1000 * self.args.seed + self.step
+            self.ahead = _Ahead(self.args.data, seed, self.args.batch)
         return self.ahead.next()
+
+    def run(self):
+        super().run()
+        if self.ahead:
+            self.ahead.end()
 
     def loss(self, pictures, goals):
         score, place = look_loss(*self.net(pictures), goals)
@@ -164,8 +199,33 @@ class LookTrainer(Trainer):
             "plain_points": float(torch.cat(plain).mean()),
         }
 
-    def take_extra(self, state):
-        self.source.random = np.random.default_rng(self.args.seed + state["step"])
+    def to_integers(self):
+        net = self.average
+        parameters, before, after = conversion.rescale(net, conversion.folded(net), self.some_looks())
+        print(f"relative rounding noise of a layer: {before:.5f}, rescaled {after:.5f}")
+        return conversion.to_integers("look", parameters, QuantLookNet())
+
+
+class IntegerLookTrainer(LookTrainer):
+    """In the library's integer arithmetic, from what the float training came to."""
+
+    quantised = True
+    follow_steps = 2000
+    checkpoint_file = "checkpoint.pt"
+
+    def __init__(self, args, net):
+        self._start = net
+        super().__init__(args)
+
+    @staticmethod
+    def views_of(args):
+        return args.integer_views
+
+    def make_net(self):
+        return self._start
+
+    def groups(self):
+        return self.integer_groups(self.args.integer_rate)
 
     def write_results(self):
         tensors.write(self.args.out / "look.safetensors", self.average.tensors())
@@ -174,8 +234,17 @@ class LookTrainer(Trainer):
 def main():
     args = parse_arguments()
     begin(args)
-    trainer = LookTrainer(args)
-    trainer.resume()
+    if (args.out / IntegerLookTrainer.checkpoint_file).exists():
+        trainer = IntegerLookTrainer(args, QuantLookNet())
+        trainer.resume()
+    else:
+        trainer = LookTrainer(args)
+        trainer.resume()
+        trainer.run()
+        if trainer.progress < 1:
+            return  # stopped early
+        trainer = IntegerLookTrainer(args, trainer.to_integers())
+        trainer.checkpoint()
     trainer.run()
 
 
