@@ -10,7 +10,7 @@ import torch
 
 from ..networks.find_layers import Keep, Part, Return
 from ..networks.float_net import EPSILON, is_normalised
-from ..networks.layers import Add, Conv, Save
+from ..networks.layers import Add, Conv, MaxPool, Save
 from ..networks.quant_net import QuantNet
 
 ROUNDING = 1 / 12  # variance of a rounding error
@@ -67,44 +67,64 @@ def _observe(net, x):
     return statistics
 
 
-def _factor_groups(net):
-    """Which tensors share their factors: {layer: group of its outputs}, {layer: group of its
-    inputs}, {group: channels}, and the groups that are fixed: the picture, answers, and parts of what a
-    dense layer reads."""
-    outputs, inputs, channels, fixed = {}, {}, {0: 1}, {0}
-    current, shortcut = 0, None
-    joined = {}
+class _Groups:
+    """Which tensors share their factors. outputs, inputs: {layer: group}; channels: {group: count};
+    fixed: the picture and the answers; joined: {group: [(group, times)]}, what a dense layer reads of
+    parts, each of whose channels has so many values."""
 
-    def find(group):
-        while group in joined:
-            group = joined[group]
+    def __init__(self, net):
+        self.outputs, self.inputs, self.channels, self.fixed, self.joined = {}, {}, {0: 1}, {0}, {}
+        self._same = {}
+        self._walk(net.ops)
+        self.outputs = {n: self._find(g) for n, g in self.outputs.items()}
+        self.inputs = {n: self._find(g) for n, g in self.inputs.items()}
+        self.joined = {
+            g: [(self._find(part), times) for part, times in parts]
+            for g, parts in self.joined.items()
+        }
+        self.fixed.add(self.outputs[net.convs[-1].number])
+        self.fixed = {self._find(g) for g in self.fixed}
+
+    def _find(self, group):
+        while group in self._same:
+            group = self._same[group]
         return group
 
-    for op in net.ops:
-        if isinstance(op, Conv):
-            if op.kind == "dense" and op.answers:
-                current = len(channels)
-                channels[current] = op.inputs
-                fixed.add(current)
-            inputs[op.number] = current
-            current = len(channels)
-            if op.answers:
-                fixed.add(current)
-            channels[current] = op.outputs
-            outputs[op.number] = current
-        elif isinstance(op, (Save, Keep)):
-            shortcut = current
-        elif isinstance(op, Return):
-            current = shortcut
-        elif isinstance(op, Part):
-            fixed.add(current)
-        elif isinstance(op, Add) and find(shortcut) != find(current):
-            # The wider tensor's factors serve both; a narrower shortcut uses the first of them.
-            joined[find(shortcut)] = find(current)
-    outputs = {n: find(g) for n, g in outputs.items()}
-    inputs = {n: find(g) for n, g in inputs.items()}
-    fixed.add(outputs[net.convs[-1].number])
-    return outputs, inputs, channels, {find(g) for g in fixed}
+    def _new(self, channels):
+        self.channels[len(self.channels)] = channels
+        return len(self.channels) - 1
+
+    def _walk(self, ops):
+        current, stride, kept, parts = 0, 1, None, []
+        for op in ops:
+            if isinstance(op, Conv):
+                if parts and op.kind == "dense":
+                    current = self._join(parts, op.inputs)
+                self.inputs[op.number] = current
+                current = self.outputs[op.number] = self._new(op.outputs)
+                if op.answers:
+                    self.fixed.add(current)
+            elif isinstance(op, MaxPool):
+                stride *= op.stride
+            elif isinstance(op, (Save, Keep)):
+                kept = current, stride
+            elif isinstance(op, Return):
+                current, stride = kept
+            elif isinstance(op, Part):
+                parts.append((current, stride))
+            elif isinstance(op, Add) and self._find(kept[0]) != self._find(current):
+                # The wider tensor's factors serve both; a narrower shortcut uses the first of them.
+                self._same[self._find(kept[0])] = self._find(current)
+
+    def _join(self, parts, inputs):
+        pixels = inputs / sum(self.channels[g] / stride**2 for g, stride in parts)
+        group = self._new(inputs)
+        self.joined[group] = [(g, round(pixels / stride**2)) for g, stride in parts]
+        return group
+
+    def factors(self, group, logs):
+        parts = self.joined.get(group, [(group, 1)])
+        return torch.cat([logs[part].exp().repeat_interleave(times) for part, times in parts])
 
 
 def _rescaled(op, w, bias, k_in, k_out):
@@ -137,10 +157,10 @@ def rescale(net, parameters, x):
     """Chooses the factors on sample input x; returns new parameters and the mean relative noise of
     the layers before and after."""
     statistics = _observe(net, x)
-    outputs, inputs, channels, fixed = _factor_groups(net)
+    groups = _Groups(net)
     logs = {
-        g: torch.zeros(channels[g], dtype=torch.double, requires_grad=g not in fixed)
-        for g in set(outputs.values()) | set(inputs.values())
+        g: torch.zeros(groups.channels[g], dtype=torch.double, requires_grad=g not in groups.fixed)
+        for g in set(groups.outputs.values()) | {groups.inputs[net.convs[0].number]}
     }
     optimiser = torch.optim.Adam([v for v in logs.values() if v.requires_grad], lr=0.05)
 
@@ -148,7 +168,8 @@ def rescale(net, parameters, x):
         total, changed = 0.0, {}
         for op in net.convs:
             w, bias = parameters[op.number]
-            k_in, k_out = logs[inputs[op.number]].exp(), logs[outputs[op.number]].exp()
+            k_in = groups.factors(groups.inputs[op.number], logs)
+            k_out = groups.factors(groups.outputs[op.number], logs)
             new_w, new_bias = _rescaled(op, w, bias - 0.5, k_in, k_out)
             limit = net.weight_limit(op)
             noise = _noise(op, new_w, k_in, k_out, statistics[op.number], limit)

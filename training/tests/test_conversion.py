@@ -5,7 +5,7 @@ from unittest import mock
 
 import numpy as np
 
-from training.networks import layers
+from training.networks import find_layers, layers
 from training.networks.walk import walk
 from training.tests import pictures
 
@@ -15,6 +15,7 @@ try:
 
     from training.export import conversion
     from training.networks.float_net import FloatNet, is_normalised, to_input
+    from training.networks.look_net import LookNet
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
@@ -53,6 +54,8 @@ class RealNumbers:
     @staticmethod
     def average(op, x):
         return x.mean((2, 3), keepdim=True) * 2.0**op.shift
+
+    patches, joined = staticmethod(LookNet.patches), staticmethod(LookNet.joined)
 
 
 def answers(net, parameters, x):
@@ -107,6 +110,25 @@ class Conversion(unittest.TestCase):
             np.testing.assert_allclose(answer, expected, rtol=1e-8, atol=1e-8, err_msg=network)
             differs = [n for n in parameters if not torch.equal(parameters[n][0], changed[n][0])]
             self.assertGreater(len(differs), len(parameters) // 2, network)
+
+    def test_rescaling_leaves_a_network_with_parts_as_it_is(self):
+        small = torch.from_numpy(pictures.synthetic(8, 64, seed=6))
+        x = small.reshape(8, 1, 64, 64).float() - 128
+        net = LookNet(seed=3)
+        net.settle(x)
+        net.eval()
+        parameters = conversion.folded(net)
+        with mock.patch.object(conversion, "STEPS", 30):
+            changed, before, after = conversion.rescale(net, parameters, x)
+        self.assertLess(after, before)
+        with torch.no_grad():
+            for answer, expected in zip(
+                find_layers.walk(net.ops, RealNumbers(changed), x.double()),
+                find_layers.walk(net.ops, RealNumbers(parameters), x.double()),
+            ):
+                np.testing.assert_allclose(answer, expected, rtol=1e-8, atol=1e-8)
+        last = net.full.number
+        self.assertFalse(torch.equal(parameters[last][0], changed[last][0]))
 
 
 if __name__ == "__main__":

@@ -26,6 +26,7 @@ try:
     from training import engine
     from training.data import looks, mined_looks, scene_source, scenes
     from training.engine.find_trunk import FindTrunk
+    from training.export import conversion
     from training.networks import look_net
     from training.networks.find_net import FindNet, QuantFindNet, integer_answers
     from training.networks.look_net import LookNet, QuantLookNet
@@ -181,6 +182,21 @@ class EngineEquality(unittest.TestCase):
 
     def test_floats_are_alike(self):
         self._compare_floats(FindNet, 96, self._input(96) / 128, 1)
+
+    def test_heat_is_brought_to_the_end_of_the_integers(self):
+        net, x = LookNet(seed=3), self._input(64)
+        net.settle(x)
+        net.eval()
+        heat = net.heat.number
+        getattr(net, f"beta{heat}").data[:5] = -torch.arange(1.0, 6.0)
+        parameters = conversion.folded(net)
+        before = parameters[heat][1].clone()
+        train_look.centre_heat(net, parameters, x)
+        with torch.no_grad():
+            hottest = net(x)[0][:, :5].flatten(2).amax(2).double()
+        moved = parameters[heat][1] - before
+        self.assertTrue(torch.equal(moved[5:], torch.zeros_like(moved[5:])))
+        self.assertTrue(((hottest + moved[:5]).amax(0) - train_look.HOTTEST).abs().max() < 3)
 
     def test_floats_of_looks_are_alike(self):
         self._compare_floats(LookNet, 64, self._input(64), 128)

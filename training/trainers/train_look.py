@@ -23,6 +23,8 @@ from .trainer import Trainer, add_common_options
 LOGITS = 8.0  # an answer's 16 integers are one
 YAW = 96.0  # degrees at the answer's end
 REACH = 32.0  # pixels of the look at a place's end
+POINTS = 5
+HOTTEST = 120  # integer of a logit
 PUPILS = 0.40  # their distance over a box's side, facing the camera
 SHARDS_LOOKED_FOR = 1000  # batches from one look for new ones to the next
 
@@ -104,6 +106,14 @@ def _make(folders, seed, size, ready):
             except queue.Full:
                 pass
     ready.cancel_join_thread()
+
+
+@torch.no_grad()
+def centre_heat(net, parameters, looks):
+    """Adds to each point's logits what brings the hottest cells to the end of the integers' range: only
+    differences between cells count, and in float arithmetic all of them may lie beyond it."""
+    hottest = net(looks)[0][:, :POINTS].flatten(2).amax(2)
+    parameters[net.heat.number][1][:POINTS] += HOTTEST - hottest.double().quantile(0.99, 0)
 
 
 class _Ahead:
@@ -201,7 +211,10 @@ class LookTrainer(Trainer):
 
     def to_integers(self):
         net = self.average
-        parameters, before, after = conversion.rescale(net, conversion.folded(net), self.some_looks())
+        looks = self.some_looks()
+        parameters = conversion.folded(net)
+        centre_heat(net, parameters, looks)
+        parameters, before, after = conversion.rescale(net, parameters, looks)
         print(f"relative rounding noise of a layer: {before:.5f}, rescaled {after:.5f}")
         return conversion.to_integers("look", parameters, QuantLookNet())
 
