@@ -168,8 +168,7 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     ForEachLevel(size, FirstLevel(size, smallest), [&](int32_t level, Size real) {
         const Size padded = Padded(real);
         MakePatches(picture, level, memory.rows, memory.rest);
-        const NetworkMemory network =
-            NetworkMemoryAt(memory.rest, NetworkOutputBytes(padded));
+        const NetworkMemory network = NetworkMemoryAt(memory.rest, NetworkOutputBytes(padded));
         AddCandidates(RunNetwork(padded, network), level, real, *memory.candidates);
     });
 }
