@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
 """Looks: 64 x 64 pixels around a box that the finder's first network may have found, from scenes.
 
-Boxes lie about faces as inexactly as that network's, or where no face is: anywhere in a scene, and where an
-earlier state of it saw one (looks-*.npy beside a scene shard, rows of picture, x, y, side, turn)."""
+Boxes lie about faces as inexactly as that network's, or where no face is: anywhere in a scene, on parts of
+heads, and where an earlier state of it saw one (looks-*.npy beside a scene shard, rows of picture, x, y, side,
+turn)."""
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -17,6 +18,8 @@ FINE = 16  # steps of a grey level that a sampled pixel is known to
 _MIDDLE = slice(12, 52)  # rows and columns whose greys are brought to the same mean and spread
 SPREAD = 36  # their mean distance from the mean
 MOST_GAIN = 6
+PARTS = 0.3  # of the looks that are at no face
+PART_SIDES = (0.18, 0.6)  # over the face's
 # Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
 # pixels of the look, from its middle; yaw; covered share; side of the true box in the picture.
 GOALS = 17
@@ -136,6 +139,11 @@ class LookSource:
             size = max(face[3], box.side) / min(face[3], box.side)
             if max(abs(face[1] - box.x), abs(face[2] - box.y)) > 0.32 * face[3] or size > 1.5:
                 row[0] = -1
+        elif random.random() < PARTS:
+            shard, i, k = self.rows[random.integers(len(self.rows))]
+            _, pictures, faces = self.shards[shard]
+            box = self._part_of(faces[i, k])
+            row = self._without(np.delete(faces[i], k, 0), box)
         elif self.mined and random.random() < 0.7:
             shard, i, box = self.mined[random.integers(len(self.mined))]
             _, pictures, faces = self.shards[shard]
@@ -152,6 +160,12 @@ class LookSource:
             box = Box(*random.uniform(0, pictures.shape[1], 2), side, self._turn())
             row = self._without(faces[i], box)
         return look(pictures[i], box), row
+
+    def _part_of(self, face):
+        """A mouth, an ear or a forehead is no face, however much it looks like one by itself."""
+        random, side = self.random, face[3]
+        x, y = face[1:3] + side * random.uniform((-0.75, -0.8), (0.75, 0.65))
+        return Box(x, y, side * np.exp(random.uniform(*np.log(PART_SIDES))), self._turn())
 
     @staticmethod
     def _without(faces, box):

@@ -288,6 +288,34 @@ class Decoding(unittest.TestCase):
             self.assertAlmostEqual(face.yaw * 0.75, 24, delta=1)
 
 
+class Looks(unittest.TestCase):
+    def test_parts_of_heads_are_no_faces(self):
+        picture = np.random.default_rng(3).integers(0, 255, (1, 208, 208)).astype(np.uint8)
+        faces = np.zeros((1, 2, 16), np.float32)
+        faces[0, 0, :4] = 1, 104, 104, 80
+        faces[0, 0, 4:14] = (np.array(look_net.MEAN_POINTS) * 80 + 104).ravel()
+        with tempfile.TemporaryDirectory() as folder:
+            np.save(f"{folder}/scenes-00000.pictures.npy", picture)
+            np.save(f"{folder}/scenes-00000.faces.npy", faces)
+            source = looks.LookSource([folder], seed=5, faces_share=0)
+            for _ in range(200):
+                box = source._part_of(faces[0, 0])
+                self.assertLess(max(abs(box.x - 104), abs(box.y - 104)), 0.81 * 80)
+                self.assertLessEqual(box.side, looks.PART_SIDES[1] * 80)
+                # Of both squares together it has less than a half, wherever it lies.
+                self.assertLess(box.side**2 / 80**2, 0.4)
+            with mock.patch.object(looks, "PARTS", 1.0):
+                self.assertTrue(all(source.draw()[1][0] == 0 for _ in range(50)))
+            with mock.patch.object(looks, "PARTS", 0.0):
+                self.assertTrue(any(source.draw()[1][0] == -1 for _ in range(50)))
+
+    def test_parts_that_may_be_another_face_are_not_asked_for(self):
+        box = looks.Box(100, 100, 30, 0)
+        other = np.zeros((1, 16), np.float32)
+        other[0, :4] = 1, 104, 98, 32
+        self.assertEqual(looks.LookSource._without(other, box)[0], -1)
+
+
 class SecondLook(unittest.TestCase):
     def _face(self, picture, turn):
         """Spots at the landmarks of a face leaning that many degrees, drawn on the picture."""
