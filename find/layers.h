@@ -64,8 +64,11 @@ constexpr size_t QuarterOf(Layers layers) {
     return most;
 }
 
+inline constexpr size_t kFirstsQuarter = QuarterOf(kFirstNetwork);
+inline constexpr size_t kSecondsQuarter = QuarterOf(kSecondNetwork);
+
 // The patches that a network begins with are a byte for each pixel, and fill a quarter at most.
-static_assert(QuarterOf(kFirstNetwork) >= 256 && QuarterOf(kSecondNetwork) >= 256);
+static_assert(kFirstsQuarter >= 256 && kSecondsQuarter >= 256);
 
 // Planes keep their number and size in a depthwise layer.
 constexpr bool EveryFilterHasItsPlane() {
@@ -75,9 +78,8 @@ constexpr bool EveryFilterHasItsPlane() {
 }
 static_assert(EveryFilterHasItsPlane());
 
-inline size_t QuarterBytes(Layers layers, Size padded) {
-    return QuarterOf(layers) * static_cast<size_t>(padded.width) *
-           static_cast<size_t>(padded.height) / 256;
+constexpr size_t QuarterBytes(size_t quarter, Size padded) {
+    return quarter * static_cast<size_t>(padded.width) * static_cast<size_t>(padded.height) / 256;
 }
 
 // Planes of a picture's size divided by a stride.
@@ -122,7 +124,7 @@ struct Planes {
 };
 
 // What q7_kernels.h asks for.
-inline size_t ScratchOf(const Layer& layer, Size padded) {
+constexpr size_t ScratchOf(const Layer& layer, Size padded) {
     const size_t w = static_cast<size_t>(padded.width / layer.stride);
     const size_t h = static_cast<size_t>(padded.height / layer.stride);
     if (layer.kind == Kind::FullyConnected) {
@@ -135,7 +137,7 @@ inline size_t ScratchOf(const Layer& layer, Size padded) {
     return 32 * (layer.inputs / 4u + layer.inputs % 4u) * (n / 8 + n % 8 / 4 + n % 4);
 }
 
-inline uint32_t ScratchBytes(Layers layers, Size padded) {
+constexpr uint32_t ScratchBytes(Layers layers, Size padded) {
     size_t most = 0;
     for (const Layer& layer : layers) {
         most = std::max(most, ScratchOf(layer, padded));

@@ -19,24 +19,25 @@ namespace orvo::find {
 
 static_assert(kLayers[42].outputs == kAnswerPlanes && kLayers[42].stride == kHeatStride);
 static_assert(kLayers[51].outputs == kAnswerPlanes);
-static_assert(kLayers[51].inputs * size_t{2} * 256 <=
-              QuarterOf(kSecondNetwork) * kLookSide * kLookSide);
 
-uint32_t LookOutputBytes() {
-    return static_cast<uint32_t>(kQuarters * QuarterBytes(kSecondNetwork, kLookSize));
+constexpr size_t kQuarterBytes = QuarterBytes(kSecondsQuarter, kLookSize);
+static_assert(2 * size_t{kLayers[51].inputs} <= kQuarterBytes);
+
+uint32_t LookOutputBytes() { return kQuarters * kQuarterBytes; }
+
+uint32_t LookScratchBytes() {
+    constexpr uint32_t kBytes = ScratchBytes(kSecondNetwork, kLookSize);
+    return kBytes;
 }
-
-uint32_t LookScratchBytes() { return ScratchBytes(kSecondNetwork, kLookSize); }
 
 LookAnswers RunLookNetwork(const NetworkMemory& memory) {
     const Planes net{kLookSize, memory.scratch};
-    const size_t quarterBytes = QuarterBytes(kSecondNetwork, kLookSize);
     int8_t* const A = memory.outputs;
-    int8_t* const A2 = A + quarterBytes;
-    int8_t* const B = A2 + quarterBytes;
-    int8_t* const B2 = B + quarterBytes;
+    int8_t* const A2 = A + kQuarterBytes;
+    int8_t* const B = A2 + kQuarterBytes;
+    int8_t* const B2 = B + kQuarterBytes;
     int8_t* const behind8 = A2 + ptrdiff_t{kLayers[43].outputs} * net.width(8) * net.height(8);
-    int8_t* const heat = A2 + quarterBytes / 2;
+    int8_t* const heat = A2 + kQuarterBytes / 2;
 
     const Tensor kept = Trunk(net, 27, A, B);
 

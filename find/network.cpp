@@ -23,14 +23,14 @@ namespace orvo::find {
 static_assert(kLayers[15].outputs == kAnswerPlanes && kLayers[26].outputs == kAnswerPlanes);
 
 uint32_t NetworkOutputBytes(Size padded) {
-    return static_cast<uint32_t>(kQuarters * QuarterBytes(kFirstNetwork, padded));
+    return static_cast<uint32_t>(kQuarters * QuarterBytes(kFirstsQuarter, padded));
 }
 
 uint32_t NetworkScratchBytes(Size padded) { return ScratchBytes(kFirstNetwork, padded); }
 
 Answers RunNetwork(Size padded, const NetworkMemory& memory) {
     const Planes net{padded, memory.scratch};
-    const size_t quarterBytes = QuarterBytes(kFirstNetwork, padded);
+    const size_t quarterBytes = QuarterBytes(kFirstsQuarter, padded);
     int8_t* const A = memory.outputs;
     int8_t* const A2 = A + quarterBytes;
     int8_t* const B = A2 + quarterBytes;
