@@ -20,6 +20,29 @@ def patches(x):
     return x.reshape(n, h // 4, 4, w // 4, 4).permute(0, 2, 4, 1, 3).reshape(n, 16, h // 4, w // 4)
 
 
+def register_floats(net, seed):
+    """Parameters and statistics of all layers, those that answer small."""
+    generator = torch.Generator().manual_seed(seed)
+    for op in net.convs:
+        n = op.number
+        weights = _initial_weights(op, generator)
+        net.register_parameter(f"w{n}", nn.Parameter(weights))
+        net.register_parameter(f"beta{n}", nn.Parameter(torch.zeros(op.outputs)))
+        if is_normalised(op):
+            net.register_parameter(f"gamma{n}", nn.Parameter(torch.zeros(op.outputs)))
+            net.register_buffer(f"mean{n}", torch.zeros(op.outputs))
+            net.register_buffer(f"var{n}", torch.ones(op.outputs))
+            net.register_buffer(f"gain{n}", torch.tensor(GAIN))
+        else:
+            weights.mul_(0.1)
+
+
+def register_integers(net):
+    for op in net.convs:
+        net.register_parameter(f"w{op.number}", nn.Parameter(torch.zeros(op.weight_shape)))
+        net.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))
+
+
 class _Walked:
     """What both trained forms share."""
 
@@ -49,20 +72,9 @@ class FindNet(_Walked, FloatNet):
     def __init__(self, seed=1):
         nn.Module.__init__(self)
         self._set_up()
-        generator = torch.Generator().manual_seed(seed)
-        for op in self.convs:
-            n = op.number
-            weights = _initial_weights(op, generator)
-            self.register_parameter(f"w{n}", nn.Parameter(weights))
-            self.register_parameter(f"beta{n}", nn.Parameter(torch.zeros(op.outputs)))
-            if is_normalised(op):
-                self.register_parameter(f"gamma{n}", nn.Parameter(torch.zeros(op.outputs)))
-                self.register_buffer(f"mean{n}", torch.zeros(op.outputs))
-                self.register_buffer(f"var{n}", torch.ones(op.outputs))
-                self.register_buffer(f"gain{n}", torch.tensor(GAIN))
-            else:
-                weights.mul_(0.1)
-                getattr(self, f"beta{n}").data[0] = -0.5  # faces are rare
+        register_floats(self, seed)
+        for op in self.last:
+            getattr(self, f"beta{op.number}").data[0] = -0.5  # faces are rare
 
     def layer(self, op, x):
         if not op.answers:
@@ -99,9 +111,7 @@ class QuantFindNet(_Walked, QuantNet):
     def __init__(self, *_):
         nn.Module.__init__(self)
         self._set_up()
-        for op in self.convs:
-            self.register_parameter(f"w{op.number}", nn.Parameter(torch.zeros(op.weight_shape)))
-            self.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))
+        register_integers(self)
 
     @torch.no_grad()
     def clip(self):

@@ -7,8 +7,10 @@ from torch import nn
 
 from . import find_layers
 from .find_layers import LOOK_PROGRAM, Part
-from .find_net import GAIN, FindIntegers, FindNet, QuantFindNet, patches
-from .float_net import FloatNet, _initial_weights, is_normalised
+from .find_net import (
+    FindIntegers, FindNet, QuantFindNet, patches, register_floats, register_integers,
+)  # fmt: skip
+from .float_net import FloatNet
 from .layers import Conv, convolutions
 from .quant_net import QuantNet
 
@@ -67,19 +69,7 @@ class LookNet(_Walked, FloatNet):
     def __init__(self, seed=1):
         nn.Module.__init__(self)
         self._set_up()
-        generator = torch.Generator().manual_seed(seed)
-        for op in self.convs:
-            n = op.number
-            weights = _initial_weights(op, generator)
-            self.register_parameter(f"w{n}", nn.Parameter(weights))
-            self.register_parameter(f"beta{n}", nn.Parameter(torch.zeros(op.outputs)))
-            if is_normalised(op):
-                self.register_parameter(f"gamma{n}", nn.Parameter(torch.zeros(op.outputs)))
-                self.register_buffer(f"mean{n}", torch.zeros(op.outputs))
-                self.register_buffer(f"var{n}", torch.ones(op.outputs))
-                self.register_buffer(f"gain{n}", torch.tensor(GAIN))
-            else:
-                weights.mul_(0.1)
+        register_floats(self, seed)
         getattr(self, f"beta{self.full.number}").data[4:14] = _places_at_first() / 128
 
     layer, weight_limit, settle = FindNet.layer, FindNet.weight_limit, FindNet.settle
@@ -101,9 +91,7 @@ class QuantLookNet(_Walked, QuantNet):
     def __init__(self, *_):
         nn.Module.__init__(self)
         self._set_up()
-        for op in self.convs:
-            self.register_parameter(f"w{op.number}", nn.Parameter(torch.zeros(op.weight_shape)))
-            self.register_parameter(f"beta{op.number}", nn.Parameter(torch.zeros(op.outputs)))
+        register_integers(self)
 
     clip = QuantFindNet.clip
     load = QuantFindNet.load

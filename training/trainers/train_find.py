@@ -15,7 +15,8 @@ from ..export import conversion, tensors
 from ..networks.find_net import FindNet, QuantFindNet
 from .beginning import begin
 from .find_loss import RANGES, Goals, find_loss
-from .trainer import Trainer, add_common_options
+from .trainer import add_common_options
+from .two_stages import FloatStage, IntegerStage, train
 
 SIDE = 192
 
@@ -40,11 +41,8 @@ def parse_arguments():
     return parser.parse_args()
 
 
-class FindTrainer(Trainer):
+class FindTrainer(FloatStage):
     """In float arithmetic."""
-
-    follow_steps = 1000
-    checkpoint_file = "float-checkpoint.pt"
 
     def __init__(self, args):
         self.batches = SceneBatches(args.data, SIDE, args.seed)
@@ -54,10 +52,6 @@ class FindTrainer(Trainer):
         self.held_out = [held_out.batch(args.batch) for _ in range(12)]
         super().__init__(args, self.views_of(args), args.batch)
 
-    @staticmethod
-    def views_of(args):
-        return args.views
-
     def make_net(self):
         net = FindNet(self.args.seed)
         net.settle(self.batches.batch(self.args.batch)[0] / 128)
@@ -65,9 +59,6 @@ class FindTrainer(Trainer):
 
     def attach(self, net, size):
         net.trunk = FindTrunk(net, size, SIDE, self.args.threads, quantised=self.quantised)
-
-    def groups(self):
-        return [{"params": list(self.net.parameters()), "weight_decay": 0.02, "most": self.args.rate}]
 
     def look_for_shards(self):
         self.batches.source.refresh()
@@ -119,25 +110,8 @@ class FindTrainer(Trainer):
         return conversion.to_integers("find", parameters, QuantFindNet())
 
 
-class IntegerFindTrainer(FindTrainer):
-    """In the library's integer arithmetic, from what the float training came to."""
-
-    quantised = True
-    checkpoint_file = "checkpoint.pt"
-
-    def __init__(self, args, net):
-        self._start = net
-        super().__init__(args)
-
-    @staticmethod
-    def views_of(args):
-        return args.integer_views
-
-    def make_net(self):
-        return self._start
-
-    def groups(self):
-        return self.integer_groups(self.args.integer_rate)
+class IntegerFindTrainer(IntegerStage, FindTrainer):
+    """In the library's integer arithmetic."""
 
     def answers(self, net, pictures):
         return [a / 128 for a in net(pictures)]
@@ -149,18 +123,7 @@ class IntegerFindTrainer(FindTrainer):
 def main():
     args = parse_arguments()
     begin(args)
-    if (args.out / IntegerFindTrainer.checkpoint_file).exists():
-        trainer = IntegerFindTrainer(args, QuantFindNet())
-        trainer.resume()
-    else:
-        trainer = FindTrainer(args)
-        trainer.resume()
-        trainer.run()
-        if trainer.progress < 1:
-            return  # stopped early
-        trainer = IntegerFindTrainer(args, trainer.to_integers())
-        trainer.checkpoint()
-    trainer.run()
+    train(args, FindTrainer, IntegerFindTrainer, QuantFindNet())
 
 
 if __name__ == "__main__":

@@ -18,7 +18,8 @@ from ..engine.find_trunk import FindTrunk
 from ..export import conversion, tensors
 from ..networks.look_net import CELL, FACE, HEAT, NEAR, SIDE, LookNet, QuantLookNet, cells, points_of
 from .beginning import begin
-from .trainer import Trainer, add_common_options
+from .trainer import add_common_options
+from .two_stages import FloatStage, IntegerStage, train
 
 LOGITS = 8.0  # an answer's 16 integers are one
 YAW = 96.0  # degrees at the answer's end
@@ -136,21 +137,14 @@ class _Ahead:
         self._process.join()
 
 
-class LookTrainer(Trainer):
+class LookTrainer(FloatStage):
     """In float arithmetic."""
-
-    follow_steps = 1000
-    checkpoint_file = "float-checkpoint.pt"
 
     def __init__(self, args):
         held_out = LookSource(args.held_out_data or args.data, 99, faces_share=0.8)
         self.held_out = [self._asked(*held_out.fresh(256)) for _ in range(12)]
         super().__init__(args, self.views_of(args), args.batch)
         self.ahead = None
-
-    @staticmethod
-    def views_of(args):
-        return args.views
 
     @staticmethod
     def _asked(pictures, rows):
@@ -167,9 +161,6 @@ class LookTrainer(Trainer):
 
     def attach(self, net, size):
         net.trunk = FindTrunk(net, size, SIDE, self.args.threads, quantised=self.quantised)
-
-    def groups(self):
-        return [{"params": list(self.net.parameters()), "weight_decay": 0.02, "most": self.args.rate}]
 
     def draw(self):
         if not self.ahead:
@@ -219,26 +210,10 @@ class LookTrainer(Trainer):
         return conversion.to_integers("look", parameters, QuantLookNet())
 
 
-class IntegerLookTrainer(LookTrainer):
-    """In the library's integer arithmetic, from what the float training came to."""
+class IntegerLookTrainer(IntegerStage, LookTrainer):
+    """In the library's integer arithmetic."""
 
-    quantised = True
     follow_steps = 2000
-    checkpoint_file = "checkpoint.pt"
-
-    def __init__(self, args, net):
-        self._start = net
-        super().__init__(args)
-
-    @staticmethod
-    def views_of(args):
-        return args.integer_views
-
-    def make_net(self):
-        return self._start
-
-    def groups(self):
-        return self.integer_groups(self.args.integer_rate)
 
     def write_results(self):
         tensors.write(self.args.out / "look.safetensors", self.average.tensors())
@@ -247,18 +222,7 @@ class IntegerLookTrainer(LookTrainer):
 def main():
     args = parse_arguments()
     begin(args)
-    if (args.out / IntegerLookTrainer.checkpoint_file).exists():
-        trainer = IntegerLookTrainer(args, QuantLookNet())
-        trainer.resume()
-    else:
-        trainer = LookTrainer(args)
-        trainer.resume()
-        trainer.run()
-        if trainer.progress < 1:
-            return  # stopped early
-        trainer = IntegerLookTrainer(args, trainer.to_integers())
-        trainer.checkpoint()
-    trainer.run()
+    train(args, LookTrainer, IntegerLookTrainer, QuantLookNet())
 
 
 if __name__ == "__main__":
