@@ -5,6 +5,10 @@
 #include "gallery_files.h"
 #include "program.h"
 
+#ifdef ORVO_HAVE_WEBP
+#include <webp/encode.h>
+#endif
+
 namespace kova_fr_test {
 namespace {
 
@@ -57,6 +61,37 @@ TEST(AddressLimit, IdentifiesInAGalleryThatIsLargerThanTheMemory) {
         EXPECT_NE(run.out.find("name "), std::string::npos);
     }
 }
+
+#ifdef ORVO_HAVE_WEBP
+// 64 MB of pixels while it is decoded.
+TEST(AddressLimit, APictureForWhichMemoryLacksIsNotCalledDamaged) {
+    constexpr int kSide = 4000;
+    const TempFolder folder;
+    const std::string path = folder / "large.webp";
+    {
+        const std::vector<uint8_t> rgb(size_t{3} * kSide * kSide, 90);
+        uint8_t* bytes = nullptr;
+        const size_t size = WebPEncodeLosslessRGB(rgb.data(), kSide, kSide, 3 * kSide, &bytes);
+        ASSERT_GT(size, 0u);
+        WriteFile(path, std::string(reinterpret_cast<const char*>(bytes), size));
+        WebPFree(bytes);
+    }
+    const std::string extract = "extract --crop " + path;
+    const uint64_t least = Least();
+    int refused = 0;
+    for (uint64_t more = 8; more <= 128; more += 8) {
+        const Outcome run = Under(least + more * 1024, extract);
+        if (run.status == 0) {
+            continue;
+        }
+        ++refused;
+        EXPECT_NE(run.err.find("there is not enough memory"), std::string::npos)
+            << more << ": " << run.err;
+    }
+    EXPECT_GT(refused, 4);
+    EXPECT_EQ(Under(least + 512 * 1024, extract).status, 0);
+}
+#endif
 
 } // namespace
 } // namespace kova_fr_test

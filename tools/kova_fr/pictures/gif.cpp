@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "files/failure.h"
 #include "grey/luma.h"
@@ -27,6 +28,9 @@ int ReadBytes(GifFileType* file, GifByteType* to, int count) {
 }
 
 [[noreturn]] void FailGif(int error) {
+    if (error == D_GIF_ERR_NOT_ENOUGH_MEM) {
+        throw std::bad_alloc();
+    }
     const char* const text = GifErrorString(error);
     FailDamaged(text != nullptr ? text : "of an unknown kind");
 }

@@ -6,6 +6,7 @@
 #include <libheif/heif.h>
 
 #include <memory>
+#include <new>
 
 #include "files/failure.h"
 #include "grey/luma.h"
@@ -66,6 +67,10 @@ void Check(const heif_error& error) {
         error.code == heif_error_Unsupported_feature) {
         throw Failure(std::string("cannot be read by libheif as it is installed here (") +
                       error.message + "); save it as PNG or JPEG");
+    }
+    if (error.code == heif_error_Memory_allocation_error &&
+        error.subcode != heif_suberror_Security_limit_exceeded) {
+        throw std::bad_alloc();
     }
     if (error.code != heif_error_Ok) {
         FailDamaged(error.message);

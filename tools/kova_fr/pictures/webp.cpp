@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 #include "files/failure.h"
 #include "grey/luma.h"
@@ -15,7 +16,6 @@ namespace {
 
 struct Closer {
     void operator()(WebPDemuxer* file) const { WebPDemuxDelete(file); }
-    void operator()(uint8_t* pixels) const { WebPFree(pixels); }
 };
 
 struct Frame {
@@ -29,6 +29,28 @@ struct Frame {
     ~Frame() { WebPDemuxReleaseIterator(&at); }
     Frame(const Frame&) = delete;
     Frame& operator=(const Frame&) = delete;
+};
+
+// RGBA.
+struct Pixels {
+    WebPDecoderConfig config;
+
+    Pixels(const uint8_t* bytes, size_t size) {
+        WebPInitDecoderConfig(&config);
+        config.output.colorspace = MODE_RGBA;
+        const VP8StatusCode status = WebPDecode(bytes, size, &config);
+        if (status == VP8_STATUS_OK) {
+            return;
+        }
+        WebPFreeDecBuffer(&config.output);
+        if (status == VP8_STATUS_OUT_OF_MEMORY) {
+            throw std::bad_alloc();
+        }
+        FailDamaged("its pixels cannot be read");
+    }
+    ~Pixels() { WebPFreeDecBuffer(&config.output); }
+    Pixels(const Pixels&) = delete;
+    Pixels& operator=(const Pixels&) = delete;
 };
 
 // The part may begin as in a JPEG, or with the TIFF structure itself.
@@ -58,20 +80,20 @@ GreyPicture DecodeWebp(Bytes file) {
                                        WebPDemuxGetI(demuxer.get(), WEBP_FF_CANVAS_HEIGHT));
     // Of an animation the first frame, which may be a part of the canvas.
     const Frame frame(demuxer.get());
-    int width = 0;
-    int height = 0;
-    const std::unique_ptr<uint8_t, Closer> pixels(
-        WebPDecodeRGBA(frame.at.fragment.bytes, frame.at.fragment.size, &width, &height));
+    const Pixels pixels(frame.at.fragment.bytes, frame.at.fragment.size);
+    const int width = pixels.config.output.width;
+    const int height = pixels.config.output.height;
     const auto isIn = [](int from, int length, uint32_t all) {
         return from >= 0 && length > 0 &&
                static_cast<uint64_t>(from) + static_cast<uint64_t>(length) <= all;
     };
-    if (pixels == nullptr || !isIn(frame.at.x_offset, width, picture.width) ||
+    if (!isIn(frame.at.x_offset, width, picture.width) ||
         !isIn(frame.at.y_offset, height, picture.height)) {
         FailDamaged("its pixels cannot be read");
     }
     for (size_t y = 0; y < static_cast<size_t>(height); ++y) {
-        const uint8_t* from = pixels.get() + y * 4 * static_cast<size_t>(width);
+        const WebPRGBABuffer& rows = pixels.config.output.u.RGBA;
+        const uint8_t* from = rows.rgba + y * static_cast<size_t>(rows.stride);
         uint8_t* to = &picture.pixels[(y + static_cast<size_t>(frame.at.y_offset)) * picture.width +
                                       static_cast<size_t>(frame.at.x_offset)];
         for (int x = 0; x < width; ++x, from += 4) {
