@@ -173,8 +173,8 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     });
 }
 
-// Looks at a face once more, or twice: where the first find was inexact, the second look sees it upright
-// and in the middle. False if it is no face.
+// Looks at a face once more, and where it then lies elsewhere, twice: the second look sees it upright and
+// in the middle. False if it is no face.
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
     int32_t sum = 0;
@@ -191,6 +191,9 @@ bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFac
         found->face = Described(view, answers);
         sum += answers.rest[0];
         found->score = LookedAtScore(first, look + 1, sum);
+        if (HasSettled(view, found->face)) {
+            break;
+        }
     }
     found->probability = ProbabilityOf(found->score);
     return found->probability >= kReportedProbability && CanBeSeen(picture, found->face);

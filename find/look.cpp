@@ -273,6 +273,12 @@ Description Described(const View& view, const LookAnswers& answers) {
     return face;
 }
 
+bool HasSettled(const View& view, const Description& face) {
+    const int32_t moved = std::max(
+        {std::abs(face.x - view.x), std::abs(face.y - view.y), std::abs(face.side - view.side)});
+    return int64_t{kMovedPart} * moved < view.side;
+}
+
 int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sum) {
     const int32_t mean = RoundedDown(looks * first + sum, 2 * looks);
     return std::clamp(mean - kScoreLess, -128, 127);

@@ -37,6 +37,9 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
 // What the network answered of a view.
 Description Described(const View& view, const LookAnswers& answers);
 
+// Whether the look at that view moved the box so little that another one would see the same.
+bool HasSettled(const View& view, const Description& face);
+
 // The score of a face that was found with `first` and then looked at so many times, whose scores are
 // answers.rest[0]: the mean of the first with the mean of the looks, less what keeps false faces out.
 int32_t LookedAtScore(int32_t first, int32_t looks, int32_t sumOfLooks);

@@ -39,7 +39,7 @@ Answers RunNetwork(Size padded, const NetworkMemory& memory) {
     int8_t* const answer16 =
         A2 + static_cast<ptrdiff_t>(kAnswerPlanes) * net.width(8) * net.height(8);
 
-    const Tensor kept = Trunk(net, 0, A, B);
+    const Tensor kept = Trunk(net, 0, 13, A, B);
 
     // What stride 8 answers
     Tensor t = net.layer(13, kept, B);

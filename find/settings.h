@@ -18,11 +18,13 @@ inline constexpr int32_t kLastLevelSide = 96;
 inline constexpr int32_t kCandidateScore = -16;
 inline constexpr int32_t kMostCandidates = 512;
 
-// A face that candidates make is looked at once more from this probability on, in 1024ths; and a
-// second time if the score is then at least this. The score is the mean of that of finding it and of the
-// looks', less a little, since all were learnt where faces are frequent. The most faces that are kept.
+// A face that candidates make is looked at once more from this probability on, in 1024ths; and a second
+// time if the score is then at least this, and the first look moved its box, or changed its side, by at
+// least this part of its side. The score is the mean of that of finding it and of the looks', less a
+// little, since all were learnt where faces are frequent. The most faces that are kept.
 inline constexpr int32_t kLookedAtProbability = 302;
 inline constexpr int32_t kLookedAtAgainScore = -36;
+inline constexpr int32_t kMovedPart = 8;
 inline constexpr int32_t kScoreLess = 24;
 inline constexpr int32_t kLooks = 2;
 inline constexpr int32_t kMostFaces = 256;
@@ -40,14 +42,14 @@ inline constexpr int32_t kReportedProbability = 640;
 struct Ramp {
     int32_t none, full;
 };
-inline constexpr Ramp kSmallRamp = {85, 202};        // side, quarter pixels
-inline constexpr Ramp kBlurredRamp = {61, 185};      // sharpness, sixteenths
+inline constexpr Ramp kSmallRamp = {89, 260};        // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {62, 181};      // sharpness, sixteenths
 inline constexpr Ramp kDarkRamp = {14, 63};          // the 90 % quantile, grey levels
-inline constexpr Ramp kOverexposedRamp = {488, 201}; // pixels near white, thousandths
-inline constexpr Ramp kTurnedRamp = {356, 83};       // yaw, quarter degrees
-inline constexpr Ramp kTiltedRamp = {80, 20};        // nose off its place, percent of that
-inline constexpr Ramp kCoveredRamp = {19, 0};        // percent
-inline constexpr Ramp kCutOffRamp = {50, 2};         // of the box, percent
+inline constexpr Ramp kOverexposedRamp = {536, 300}; // pixels near white, thousandths
+inline constexpr Ramp kTurnedRamp = {329, 113};      // yaw, quarter degrees
+inline constexpr Ramp kTiltedRamp = {80, 29};        // nose off its place, percent of that
+inline constexpr Ramp kCoveredRamp = {24, 1};        // percent
+inline constexpr Ramp kCutOffRamp = {50, 0};         // of the box, percent
 inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level
 inline constexpr int32_t kNosePlace =
     58; // of an upright head: percent of the way from eyes to mouth
@@ -55,6 +57,6 @@ inline constexpr int32_t kNosePlace =
 // What a score leaves of the quality, in 256ths: this at kReportedProbability, all from kSureScore
 // on, which is a logit in sixteenths.
 inline constexpr int32_t kLeastScoreFactor = 10;
-inline constexpr int32_t kSureScore = 74;
+inline constexpr int32_t kSureScore = 77;
 
 } // namespace orvo::find

@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
 // What both networks begin with: patches, two pairs of a depthwise and a pointwise layer at stride 4,
-// a maximum, four pairs at stride 8. They lie in A and in B, each with the quarter behind it.
+// a maximum, more pairs at stride 8. They lie in A and in B, each with the quarter behind it.
 #pragma once
 
 #include "find/layers.h"
 
 namespace orvo::find {
 
-inline constexpr int32_t kTrunkLayers = 13;
-
-// Runs the layers from number `first` on, on patches in A. The tensor that the rest of the network
+// Runs the layers from number `first` to the one before `end`, on patches in A. The tensor that the rest of the network
 // begins with lies in A.
-inline Tensor Trunk(const Planes& net, int32_t first, int8_t* A, int8_t* B) {
+inline Tensor Trunk(const Planes& net, int32_t first, int32_t end, int8_t* A, int8_t* B) {
     ArmAXorQ7(reinterpret_cast<uint8_t*>(A), net.picture.width * net.picture.height);
     Tensor t = {A, kLayers[first].inputs, kLayers[first].stride};
 
@@ -25,7 +23,7 @@ inline Tensor Trunk(const Planes& net, int32_t first, int8_t* A, int8_t* B) {
     t = net.rectify(net.maxPool(t, A));
 
     // Stride 8
-    for (int32_t pair = first + 5; pair < first + kTrunkLayers; pair += 2) {
+    for (int32_t pair = first + 5; pair < end; pair += 2) {
         t = net.layer(pair, t, B);
         t = net.rectify(net.layer(pair + 1, t, A));
     }

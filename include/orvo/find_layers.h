@@ -98,45 +98,57 @@
     STEP(Rectify,    32,  8) \
     /* Stride 8 */ \
     LAYER(Depthwise, 32,  32,  8,  32,  6) \
-    LAYER(Pointwise, 33,  32,  8,  64,  7) \
-    STEP(Rectify,    64,  8) \
-    LAYER(Depthwise, 34,  64,  8,  64,  6) \
-    LAYER(Pointwise, 35,  64,  8,  64,  7) \
-    STEP(Rectify,    64,  8) \
-    LAYER(Depthwise, 36,  64,  8,  64,  6) \
-    LAYER(Pointwise, 37,  64,  8,  64,  7) \
-    STEP(Rectify,    64,  8) \
-    LAYER(Depthwise, 38,  64,  8,  64,  6) \
-    LAYER(Pointwise, 39,  64,  8,  64,  7) \
-    STEP(Rectify,    64,  8) \
-    STEP(Keep,       64,  8) \
+    LAYER(Pointwise, 33,  32,  8, 128,  7) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 34, 128,  8, 128,  6) \
+    LAYER(Pointwise, 35, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 36, 128,  8, 128,  6) \
+    LAYER(Pointwise, 37, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 38, 128,  8, 128,  6) \
+    LAYER(Pointwise, 39, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 40, 128,  8, 128,  6) \
+    LAYER(Pointwise, 41, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 42, 128,  8, 128,  6) \
+    LAYER(Pointwise, 43, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 44, 128,  8, 128,  6) \
+    LAYER(Pointwise, 45, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    STEP(Keep,      128,  8) \
     /* Where each point is: what stride 8 answers */ \
-    LAYER(Depthwise, 40,  64,  8,  64,  6) \
-    LAYER(Pointwise, 41,  64,  8,  64,  7) \
-    STEP(Rectify,    64,  8) \
-    LAYER(Pointwise, 42,  64,  8,  16,  7) \
+    LAYER(Depthwise, 46, 128,  8, 128,  6) \
+    LAYER(Pointwise, 47, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 48, 128,  8, 128,  6) \
+    LAYER(Pointwise, 49, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Pointwise, 50, 128,  8,  16,  7) \
     STEP(Answer,     16,  8) \
-    STEP(Return,     64,  8) \
-    LAYER(Pointwise, 43,  64,  8,  16,  7) \
+    STEP(Return,    128,  8) \
+    LAYER(Pointwise, 51, 128,  8,  16,  7) \
     STEP(Rectify,    16,  8) \
     STEP(Part,       16,  8) \
     /* Stride 16 */ \
-    STEP(Return,     64,  8) \
-    STEP(MaxPool2,   64,  8) \
-    LAYER(Depthwise, 44,  64, 16,  64,  6) \
-    LAYER(Pointwise, 45,  64, 16, 128,  7) \
+    STEP(Return,    128,  8) \
+    STEP(MaxPool2,  128,  8) \
+    LAYER(Depthwise, 52, 128, 16, 128,  6) \
+    LAYER(Pointwise, 53, 128, 16, 128,  8) \
     STEP(Rectify,   128, 16) \
-    LAYER(Depthwise, 46, 128, 16, 128,  6) \
-    LAYER(Pointwise, 47, 128, 16, 128,  8) \
+    LAYER(Depthwise, 54, 128, 16, 128,  6) \
+    LAYER(Pointwise, 55, 128, 16, 128,  8) \
     STEP(Rectify,   128, 16) \
-    LAYER(Depthwise, 48, 128, 16, 128,  6) \
-    LAYER(Pointwise, 49, 128, 16, 128,  8) \
+    LAYER(Depthwise, 56, 128, 16, 128,  6) \
+    LAYER(Pointwise, 57, 128, 16, 128,  8) \
     STEP(Rectify,   128, 16) \
-    LAYER(Pointwise, 50, 128, 16,  32,  8) \
+    LAYER(Pointwise, 58, 128, 16,  32,  8) \
     STEP(Rectify,    32, 16) \
     STEP(Part,       32, 16) \
     /* The rest */ \
-    LAYER(FullyConnected, 51, 1536, 64, 16, 10) \
+    LAYER(FullyConnected, 59, 1536, 64, 16, 10) \
     STEP(Answer,     16, 64)
 
 /* clang-format on */

@@ -96,6 +96,34 @@ TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
     EXPECT_FALSE(canBeSeen(200, 120, 961));
 }
 
+TEST(Look, ThatMovesTheBoxByLessThanTheEighthPartOfItsSideIsTheLast) {
+    const orvo::find::View view = {400, 300, 160, 1 << 14, 0};
+    const auto hasSettled = [&view](int32_t right, int32_t down, int32_t wider) {
+        return orvo::find::HasSettled(view, {400 + right, 300 + down, 160 + wider, {}, 0, 0});
+    };
+    for (const int sign : {-1, 1}) {
+        EXPECT_TRUE(hasSettled(19 * sign, -19 * sign, 19 * sign));
+        EXPECT_FALSE(hasSettled(20 * sign, 0, 0));
+        EXPECT_FALSE(hasSettled(0, 20 * sign, 0));
+        EXPECT_FALSE(hasSettled(0, 0, 20 * sign));
+    }
+    // As plainly said, and at the ends of what the network answers.
+    Random random(29);
+    for (int i = 0; i < 2000; ++i) {
+        const PlainFace before = RandomFace(random, Grey{4000, 3000, {}}, 16000);
+        const PlainFace after = RandomFace(random, Grey{4000, 3000, {}}, 16000);
+        PlainFace near = before;
+        near.x += random.Between(-40, 40);
+        near.side += random.Between(-40, 40);
+        const orvo_reference::PlainView plain = orvo_reference::PlainViewOf(before);
+        for (const PlainFace& face : {after, near}) {
+            ASSERT_EQ(orvo::find::HasSettled(ViewOf(AsDescription(before)), AsDescription(face)),
+                      orvo_reference::PlainHasSettled(plain, face))
+                << i;
+        }
+    }
+}
+
 // The look as a picture again, out of its patches.
 Grey FromPatches(const std::vector<uint8_t>& patches) {
     Grey look{kLookSide, kLookSide, {}};

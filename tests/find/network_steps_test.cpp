@@ -436,13 +436,13 @@ TEST(FindList, IsTheTestsOwn) {
     using Expected = std::vector<std::pair<std::string, int>>;
     EXPECT_EQ(Marks(kFindList),
               (Expected{{"Keep", 12}, {"Answer", 15}, {"Return", 15}, {"Answer", 26}}));
-    EXPECT_EQ(Marks(kLookList), (Expected{{"Keep", 39},
-                                          {"Answer", 42},
-                                          {"Return", 42},
-                                          {"Part", 43},
-                                          {"Return", 43},
-                                          {"Part", 50},
-                                          {"Answer", 51}}));
+    EXPECT_EQ(Marks(kLookList), (Expected{{"Keep", 45},
+                                          {"Answer", 50},
+                                          {"Return", 50},
+                                          {"Part", 51},
+                                          {"Return", 51},
+                                          {"Part", 58},
+                                          {"Answer", 59}}));
 }
 
 } // namespace

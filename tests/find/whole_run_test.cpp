@@ -63,7 +63,7 @@ TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
     ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
     const Model model = orvo_reference::SeededFindModel();
     orvo_test::Install(model);
-    Random random(21);
+    Random random(27);
     int faces = 0;
     for (int i = 0; i < kPictures; ++i) {
         const Grey grey =

@@ -379,7 +379,8 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
         const int first = face.score;
         std::vector<int> scores;
         bool isFace = true;
-        for (int look = 0; look < kLooks && isFace; ++look) {
+        bool hasSettled = false;
+        for (int look = 0; look < kLooks && isFace && !hasSettled; ++look) {
             isFace =
                 PlainCanBeSeen(picture, face) && (look == 0 || face.score >= kLookedAtAgainScore);
             if (isFace) {
@@ -389,6 +390,7 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                 face = PlainDescribed(face, view, answers);
                 scores.push_back(answers.rest[0]);
                 face.score = PlainScore(first, scores);
+                hasSettled = PlainHasSettled(view, face);
             }
         }
         face.probability = PlainProbability(face.score);
@@ -397,6 +399,12 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
         }
     }
     return PlainWithoutRepeats(looked);
+}
+
+bool PlainHasSettled(const PlainView& view, const PlainFace& face) {
+    const double most = static_cast<double>(view.side) / kMovedPart;
+    return std::abs(face.x - view.x) < most && std::abs(face.y - view.y) < most &&
+           std::abs(face.side - view.side) < most;
 }
 
 int PlainScore(int first, const std::vector<int>& looks) {

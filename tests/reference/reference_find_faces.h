@@ -53,6 +53,7 @@ Grey PlainLook(const Grey& picture, const PlainView& view);
 // The places, yaw and cover that the second network answered with; the rest is that of `face`.
 PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
                          const LookAnswersPlain& answers);
+bool PlainHasSettled(const PlainView& view, const PlainFace& face);
 std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                                      const std::vector<PlainFace>& faces);
 

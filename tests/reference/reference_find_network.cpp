@@ -22,8 +22,8 @@ void AddPair(std::vector<FindStep>* steps, int number, int stride, int in, int o
     steps->push_back({kRectify, -1, dst, out, stride, out, 0, dst});
 }
 
-// Both networks begin alike.
-std::vector<FindStep> TrunkSteps(int first) {
+// Both networks begin alike; at stride 8 with as many pairs, of so many planes.
+std::vector<FindStep> TrunkSteps(int first, int pairs, int planes, int shift) {
     std::vector<FindStep> steps = {
         {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
         {kPointwise, first, kA, 16, 4, 32, 7, kB},
@@ -34,15 +34,15 @@ std::vector<FindStep> TrunkSteps(int first) {
     steps.push_back({kPointwise, first + 4, kA, 32, 4, 32, 7, kB});
     steps.push_back({kMaxPoolStride2, -1, kB, 32, 4, 32, 0, kA});
     steps.push_back({kRectify, -1, kA, 32, 8, 32, 0, kA});
-    AddPair(&steps, first + 5, 8, 32, 64, 7, kA, kB, kA);
-    for (const int pair : {7, 9, 11}) {
-        AddPair(&steps, first + pair, 8, 64, 64, 7, kA, kB, kA);
+    AddPair(&steps, first + 5, 8, 32, planes, 7, kA, kB, kA);
+    for (int pair = 1; pair < pairs; ++pair) {
+        AddPair(&steps, first + 5 + 2 * pair, 8, planes, planes, shift, kA, kB, kA);
     }
     return steps;
 }
 
 std::vector<FindStep> MakeSteps() {
-    std::vector<FindStep> steps = TrunkSteps(0);
+    std::vector<FindStep> steps = TrunkSteps(0, 4, 64, 7);
     AddPair(&steps, 13, 8, 64, 64, 7, kA, kB, kB2);
     steps.push_back({kPointwise, 15, kB2, 64, 8, 16, 8, kAnswer8});
     steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
@@ -56,18 +56,19 @@ std::vector<FindStep> MakeSteps() {
 }
 
 std::vector<FindStep> MakeLookSteps() {
-    std::vector<FindStep> steps = TrunkSteps(27);
-    AddPair(&steps, 40, 8, 64, 64, 7, kA, kB, kB2);
-    steps.push_back({kPointwise, 42, kB2, 64, 8, 16, 7, kHeat});
-    steps.push_back({kPointwise, 43, kA, 64, 8, 16, 7, kPart8});
+    std::vector<FindStep> steps = TrunkSteps(27, 7, 128, 8);
+    AddPair(&steps, 46, 8, 128, 128, 8, kA, kB, kB2);
+    AddPair(&steps, 48, 8, 128, 128, 8, kB2, kB, kB2);
+    steps.push_back({kPointwise, 50, kB2, 128, 8, 16, 7, kHeat});
+    steps.push_back({kPointwise, 51, kA, 128, 8, 16, 7, kPart8});
     steps.push_back({kRectify, -1, kPart8, 16, 8, 16, 0, kPart8});
-    steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
-    AddPair(&steps, 44, 16, 64, 128, 7, kB, kB2, kA);
-    AddPair(&steps, 46, 16, 128, 128, 8, kA, kB, kA);
-    AddPair(&steps, 48, 16, 128, 128, 8, kA, kB, kA);
-    steps.push_back({kPointwise, 50, kA, 128, 16, 32, 8, kPart16});
+    steps.push_back({kMaxPoolStride2, -1, kA, 128, 8, 128, 0, kB});
+    AddPair(&steps, 52, 16, 128, 128, 8, kB, kB2, kA);
+    AddPair(&steps, 54, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, 56, 16, 128, 128, 8, kA, kB, kA);
+    steps.push_back({kPointwise, 58, kA, 128, 16, 32, 8, kPart16});
     steps.push_back({kRectify, -1, kPart16, 32, 16, 32, 0, kPart16});
-    steps.push_back({kFullyConnected, 51, kParts, 1536, 64, 16, 10, kRest});
+    steps.push_back({kFullyConnected, 59, kParts, 1536, 64, 16, 10, kRest});
     return steps;
 }
 

@@ -16,6 +16,7 @@ LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = -16  # least score of a cell that counts
 LOOKED_AT = 302  # least probability of a face that is looked at once more, of 1024
 LOOKED_AT_AGAIN = -36  # least score of one that is looked at twice
+MOVED_PART = 8  # of a box's side: a look that moves it by less is the last
 SCORE_LESS = 24  # than the mean of both networks' scores
 LOOKS = 2
 MOST_FACES = 256
@@ -154,6 +155,12 @@ def _is_one(a, b):
     return bool(5 * both >= 2 * either or 10 * both >= 7 * np.minimum(mine, theirs))
 
 
+def _has_settled(view, face):
+    x, y = (int(v) for v in face.middle)
+    moved = max(abs(x - view.x), abs(y - view.y), abs(int(face.side) - view.side))
+    return MOVED_PART * moved < view.side
+
+
 def looked_at(answers_of, picture, faces):
     """What is left of faces, and where they are, after another look or two; best first. answers_of: the
     second network's, of looks [n, 64, 64]."""
@@ -162,7 +169,7 @@ def looked_at(answers_of, picture, faces):
         planes.append(halved(planes[-1]))
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
     finds = {i: face.logit for i, face in enumerate(given)}
-    sums = dict.fromkeys(finds, 0)
+    sums, settled = dict.fromkeys(finds, 0), []
     for look in range(LOOKS):
         finds = {
             i: first for i, first in finds.items()
@@ -170,10 +177,10 @@ def looked_at(answers_of, picture, faces):
             and (look == 0 or given[i].logit >= LOOKED_AT_AGAIN)
         }  # fmt: skip
         if not finds:
-            return []
+            break
         views = {i: second_look.view_of(given[i]) for i in finds}
         answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
-        for (i, first), heat, answer in zip(finds.items(), *answers):
+        for (i, first), heat, answer in zip(list(finds.items()), *answers):
             sums[i] += int(answer[0])
             mean = ((look + 1) * first + sums[i]) // (2 * (look + 1))
             logit = int(np.clip(mean - SCORE_LESS, -128, 127))
@@ -181,7 +188,10 @@ def looked_at(answers_of, picture, faces):
                 second_look.described(given[i], views[i], heat, answer),
                 logit=logit, score=int(PROBABILITY[logit + 128]),
             )  # fmt: skip
-    found = [given[i] for i in finds if second_look.can_be_seen(picture, given[i])]
+            if logit >= LOOKED_AT_AGAIN and _has_settled(views[i], given[i]):
+                del finds[i]
+                settled.append(i)
+    found = [given[i] for i in sorted([*settled, *finds]) if second_look.can_be_seen(picture, given[i])]
     found = sorted(found, key=lambda face: -face.logit)[:MOST_FACES]
     for face in found:
         if not any(_is_one(better, face) for better in kept):
