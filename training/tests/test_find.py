@@ -406,6 +406,20 @@ class SecondLook(unittest.TestCase):
         rest[:, 0] = -100
         self.assertEqual(find_faces.looked_at(answers, picture, [one, other]), [])
 
+    def test_a_face_is_looked_at_twice_where_the_first_look_moved_it(self):
+        picture = np.full((180, 200), 60, np.uint8)
+        for right, looked in ((0, 1), (16, 1), (40, 2), (-40, 2)):
+            seen = []
+
+            def answers(batch, right=right, seen=seen):
+                rest = np.zeros((len(batch), 16), np.int8)
+                rest[:, :2] = 100, right  # a quarter of a pixel of 64, of which the box has 42.7
+                seen.append(len(batch))
+                return np.zeros((len(batch), 16, 8, 8), np.int8), rest
+
+            found = find_faces.looked_at(answers, picture, [self._face(picture, 0)])
+            self.assertEqual((len(found), sum(seen)), (1, looked), right)
+
 
 class Pictures:
     """A bank of one even picture."""
