@@ -30,20 +30,31 @@ std::string OutputOf(const std::string& command) {
     return output;
 }
 
-} // namespace
-
-std::string RunProgram(const std::string& program, const std::string& path,
-                       const std::vector<std::string>& arguments) {
+std::string Command(const std::string& program, const std::string& path,
+                    const std::vector<std::string>& arguments) {
     std::string command = path.empty() ? "" : "ORVO_FR_PATH=" + Quoted(path) + " ";
     command += Quoted(program);
     for (const std::string& argument : arguments) {
         command += " " + Quoted(argument);
     }
-    return OutputOf(command);
+    return command;
+}
+
+std::string ThisProgram() { return std::filesystem::read_symlink("/proc/self/exe"); }
+
+} // namespace
+
+std::string RunProgram(const std::string& program, const std::string& path,
+                       const std::vector<std::string>& arguments) {
+    return OutputOf(Command(program, path, arguments));
 }
 
 std::string RunThisProgram(const std::string& path, const std::vector<std::string>& arguments) {
-    return RunProgram(std::filesystem::read_symlink("/proc/self/exe"), path, arguments);
+    return RunProgram(ThisProgram(), path, arguments);
+}
+
+std::string AskThisProgram(const std::string& path, const std::vector<std::string>& arguments) {
+    return OutputOf("2>/dev/null " + Command(ThisProgram(), path, arguments));
 }
 
 } // namespace orvo_timing

@@ -15,4 +15,7 @@ std::string RunProgram(const std::string& program, const std::string& path,
 // This one once more.
 std::string RunThisProgram(const std::string& path, const std::vector<std::string>& arguments);
 
+// This one without what it says on standard error, such as that the machine lacks the path.
+std::string AskThisProgram(const std::string& path, const std::vector<std::string>& arguments);
+
 } // namespace orvo_timing

@@ -68,7 +68,7 @@ PathTimes Measure(const std::string& path, double seconds) {
 // What a process becomes that is asked for the path: those that the processor does not have would
 // quietly be the best one instead.
 std::string PathWhenAskedFor(const std::string& path) {
-    const std::string text = orvo_timing::RunThisProgram(path, {"info", "--json"});
+    const std::string text = orvo_timing::AskThisProgram(path, {"info", "--json"});
     const ordered_json json = ordered_json::parse(text, nullptr, false);
     return json.is_discarded() ? "" : json.at("instruction_set").get<std::string>();
 }
