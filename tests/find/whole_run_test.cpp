@@ -55,8 +55,8 @@ void ExpectQuality(const OrvoFindPicture& picture, const OrvoFindFace& face,
 constexpr int kPictures = 14;
 constexpr int kFewestFaces = 41;
 #else
-constexpr int kPictures = 9;
-constexpr int kFewestFaces = 24;
+constexpr int kPictures = 4;
+constexpr int kFewestFaces = 17;
 #endif
 
 TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
