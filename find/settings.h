@@ -24,7 +24,7 @@ inline constexpr int32_t kMostCandidates = 512;
 // little, since all were learnt where faces are frequent. The most faces that are kept.
 inline constexpr int32_t kLookedAtProbability = 302;
 inline constexpr int32_t kLookedAtAgainScore = -36;
-inline constexpr int32_t kMovedPart = 8;
+inline constexpr int32_t kMovedPart = 8; // an eighth
 inline constexpr int32_t kScoreLess = 24;
 inline constexpr int32_t kLooks = 2;
 inline constexpr int32_t kMostFaces = 256;

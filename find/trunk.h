@@ -8,8 +8,8 @@
 
 namespace orvo::find {
 
-// Runs the layers from number `first` to the one before `end`, on patches in A. The tensor that the rest of the network
-// begins with lies in A.
+// Runs the layers from number `first` to the one before `end`, on patches in A. The tensor that the
+// rest of the network begins with lies in A.
 inline Tensor Trunk(const Planes& net, int32_t first, int32_t end, int8_t* A, int8_t* B) {
     ArmAXorQ7(reinterpret_cast<uint8_t*>(A), net.picture.width * net.picture.height);
     Tensor t = {A, kLayers[first].inputs, kLayers[first].stride};
