@@ -20,7 +20,7 @@ struct Options {
     std::string assets, shapes, lights;
     float scannedShare = 0.5f, hairless = 0.12f, drawnBrows = 0.5f;
     Job job;
-    bool frames = false, bare = false, broad = false;
+    bool frames = false, bare = false, broad = false, calm = false;
 };
 
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* what) {
@@ -53,6 +53,8 @@ CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const ch
             ->check(CLI::Range(0.0f, 1.0f))
             ->needs(broad);
     }
+    command->add_flag("--calm", options.calm,
+                      "Upright, towards the camera, in light that serves, with little on");
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
         ->required()
@@ -113,6 +115,7 @@ int main(int argc, char** argv) {
             studio.environments = facegen::LoadEnvironments(options.lights);
         }
         studio.broad = options.broad;
+        studio.calm = options.calm;
         studio.hairless = options.hairless;
         studio.drawnBrows = options.drawnBrows;
         studio.bare = options.bare;

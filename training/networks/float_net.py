@@ -162,6 +162,40 @@ class FloatNet(nn.Module):
         self._convolve = convolve
         self.train(was_training)
 
+    @torch.no_grad()
+    def begin_as(self, integers, x):
+        """Computes what an integer network does, but for its rounding: takes over its weights, and a
+        normalisation that over the sample input x changes nothing."""
+        convolve = self._convolve
+
+        def observe(op, tensor):
+            n = op.number
+            weight = getattr(integers, f"w{n}")
+            w = getattr(self, f"w{n}")
+            length = w.square().mean().sqrt() / weight.square().mean().sqrt()
+            w.copy_(weight * length)
+            step = 2.0**-op.shift / length  # from such a weight to what it is among the integers
+            bias = (getattr(integers, f"beta{n}") - 0.5) / 128  # without half a step for rounding down
+            y = convolve(op, tensor)
+            if not is_normalised(op):
+                w.mul_(step)
+                getattr(self, f"beta{n}").copy_(bias)
+                return y * step
+            variance, mean = torch.var_mean(y.float().transpose(0, 1).flatten(1), dim=1, unbiased=False)
+            spread = step * (variance + EPSILON).sqrt()
+            gain = spread.mean()
+            getattr(self, f"gain{n}").copy_(gain)
+            getattr(self, f"gamma{n}").copy_(spread / gain - 1)
+            getattr(self, f"beta{n}").copy_((bias + step * mean) / gain)
+            getattr(self, f"mean{n}").copy_(mean)
+            getattr(self, f"var{n}").copy_(variance)
+            return y
+
+        self._convolve = observe
+        self.eval()
+        self(x)
+        self._convolve = convolve
+
 
 def to_input(pictures):
     """uint8 or float grey levels [n, size, size] -> the network's input."""

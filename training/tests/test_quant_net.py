@@ -13,6 +13,8 @@ try:
     import torch
 
     from training import engine
+    from training.networks.float_net import FloatNet
+    from training.networks.float_net import to_input as to_float_input
     from training.networks.quant_net import from_tensors, split_planes, to_input
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
@@ -45,6 +47,18 @@ class QuantNetEquality(unittest.TestCase):
                 integer_net.forward(network, written, small),
                 integer_net.forward(network, model, small),
             )
+
+    def test_a_float_network_begins_as_the_integer_one(self):
+        for network in layers.PROGRAMS:
+            integers, _ = load(network)
+            shots = torch.from_numpy(pictures.synthetic(60, layers.INPUT_SIZE[network], seed=8))
+            floats = FloatNet(network, seed=2)
+            floats.begin_as(integers, to_float_input(shots[:40]))
+            with torch.no_grad():
+                answers = floats(to_float_input(shots[40:])).flatten(1)
+                expected = integers(to_input(shots[40:])).flatten(1) / 128
+            likeness = torch.cosine_similarity(answers, expected, dim=1)
+            self.assertGreater(float(likeness.min()), 0.95, network)
 
     def test_a_filter_for_the_sum_of_planes_is_split_within_8_bits(self):
         weight = torch.arange(-381, 382).view(-1, 1, 1, 1)

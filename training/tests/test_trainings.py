@@ -22,7 +22,7 @@ try:
     from training.data.augment import CROP, STORED, Augmenter, Strength, centre_crop
     from training.data.shards import FOLDER_PEOPLE, PeopleSampler, Shards
     from training.trainers import train_align, train_float, train_quantised
-    from training.trainers.losses import shared_direction
+    from training.trainers.losses import CosFace, shared_direction
 except ImportError as error:
     raise unittest.SkipTest(f"{error.name} is not installed") from error
 
@@ -150,6 +150,44 @@ class Losses(unittest.TestCase):
         self.assertAlmostEqual(float(shared_direction(features, people)), 0.5, places=5)
         features[2:] = torch.tensor([-1.0, 0.0])
         self.assertEqual(float(shared_direction(features, people)), 0.0)
+
+    def test_over_all_people_centres_move_as_the_optimisers_own_steps_would(self):
+        torch.manual_seed(3)
+        classes = CosFace(8)
+        classes.grow(torch.randn(6, 8))
+        plain = torch.nn.Parameter(classes.centres.clone())
+        adam = torch.optim.Adam([plain], lr=0.1)
+        for step in range(4):
+            features, people = torch.randn(4, 8), torch.tensor([1, 3, 3, 5])
+            loss = classes(features, people, 10.0, 0.2)
+            loss.backward()
+            classes.step(0.1)
+            z = torch.nn.functional.normalize(features, dim=1).to(torch.bfloat16)
+            centres = torch.nn.functional.normalize(plain, dim=1).to(torch.bfloat16)
+            cosines = (z @ centres.t()).float()
+            cosines[torch.arange(4), people] -= 0.2
+            expected = torch.nn.functional.cross_entropy(10 * cosines, people)
+            self.assertAlmostEqual(float(loss), float(expected), places=5)
+            adam.zero_grad()
+            expected.backward()
+            adam.step()
+            self.assertLess(float((classes.centres - plain).abs().max()), 1e-5, step)
+
+    def test_of_many_people_the_batchs_and_some_others_take_part_and_move(self):
+        torch.manual_seed(4)
+        classes = CosFace(8, sampled=50)
+        classes.grow(torch.randn(1000, 8))
+        before = classes.centres.clone()
+        people = torch.tensor([999, 0, 7, 7])
+        classes(torch.randn(4, 8), people, 10.0, 0.2).backward()
+        classes.step(0.1)
+        moved = (classes.centres != before).any(1).nonzero().flatten().tolist()
+        self.assertTrue({0, 7, 999} <= set(moved))
+        self.assertTrue(30 < len(moved) <= 53, len(moved))
+        # Without a loss there is nothing to move by.
+        before = classes.centres.clone()
+        classes.step(0.1)
+        self.assertTrue(torch.equal(classes.centres, before))
 
 
 class Augmentation(unittest.TestCase):

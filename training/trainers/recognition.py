@@ -39,6 +39,7 @@ def argument_parser(program, description, views, rate):
     add("--temperature", type=float, default=0.12, help="of the contrastive loss (%(default)s)")
     add("--shared", type=float, default=0.0, help="weight on what strangers share (%(default)s)")
     add("--margin", type=float, default=0.3, help="CosFace's margin at the end (%(default)s)")
+    add("--classes", type=int, default=8192, help="people that CosFace compares with at a time (%(default)s)")
     add("--scale", type=float, default=32, help="CosFace's scale at the end (%(default)s)")
     add("--jitter", type=float, default=1.0, help="factor on the augmentation (%(default)s)")
     add("--box-jitter", type=float, default=1.0, help="further factor on box errors (%(default)s)")
@@ -57,9 +58,11 @@ def ramp(progress, begin, end):
 
 
 class RecognitionTrainer(Trainer):
-    """A subclass may say how far crops are scaled for its network in `to_input()`."""
+    """A subclass may say how far crops are scaled for its network in `to_input()`, and at which rate
+    the class centres move."""
 
     validation_batch = VALIDATION_BATCH
+    centres_rate = 1e-3
 
     def __init__(self, args):
         super().__init__(args, args.views, args.people * args.each)
@@ -80,7 +83,7 @@ class RecognitionTrainer(Trainer):
         strength = strength.scaled(args.jitter).with_box(args.box_jitter)
         natural = views(args.natural, NATURAL_PICTURES, CROP) if args.natural else None
         self.augmenter = Augmenter(strength, self.device, args.seed, natural)
-        self.classes = CosFace(FEATURES).to(self.device)
+        self.classes = CosFace(FEATURES, self.device, args.classes, args.seed)
 
     def to_input(self, x):
         return x
@@ -115,7 +118,7 @@ class RecognitionTrainer(Trainer):
 
     def add_people(self):
         """Gives people without one a class centre: the mean of some of their features."""
-        missing = len(self.sampler.classes) - len(self.classes.centres)
+        missing = len(self.sampler.classes) - len(self.classes)
         if missing == 0:
             return
         newest, each, centres = list(self.sampler.classes)[-missing:], CENTRE_PICTURES, []
@@ -123,15 +126,10 @@ class RecognitionTrainer(Trainer):
             people = newest[begin : begin + 64]
             pictures = np.concatenate([self.sampler.pictures_of(p, each) for p in people])
             centres.append(self.features(pictures).view(-1, each, FEATURES).mean(1))
-        state = self.optimiser.state.pop(self.classes.centres, None)
         self.classes.grow(torch.cat(centres))
-        self.optimiser.param_groups[-1]["params"] = [self.classes.centres]
-        if state:
-            for name in ("exp_avg", "exp_avg_sq"):
-                grown = torch.zeros_like(self.classes.centres)
-                grown[: len(state[name])] = state[name]
-                state[name] = grown
-            self.optimiser.state[self.classes.centres] = state
+
+    def stepped(self, rate):
+        self.classes.step(self.centres_rate * rate)
 
     def recognition_loss(self, features, people, grown):
         """Contrastive loss, and CosFace as far as it has grown; `grown` None: not begun."""
@@ -166,7 +164,7 @@ class RecognitionTrainer(Trainer):
         }
 
     def extra_state(self):
-        return {"centres": self.classes.centres.detach(), "classes": self.sampler.classes}
+        return {**self.classes.state(), "classes": self.sampler.classes}
 
     def take_people(self, state):
         """Classes keep their numbers; people that are new since are added behind them."""
@@ -174,10 +172,7 @@ class RecognitionTrainer(Trainer):
         self.sampler.classes = dict(state["classes"])
         for person in present:
             self.sampler.classes.setdefault(person, len(self.sampler.classes))
-        self.classes.grow(state["centres"])
-        with torch.no_grad():
-            self.classes.centres.copy_(state["centres"])
-        self.optimiser.param_groups[-1]["params"] = [self.classes.centres]
+        self.classes.take({name: state[name] for name in self.classes.state()})
 
     def take_extra(self, state):
         self.take_people(state)

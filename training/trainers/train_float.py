@@ -5,9 +5,13 @@ First the contrastive loss alone; then CosFace joins it, whose scale and margin 
 centres that start at the mean feature of each person. Shards that appear meanwhile are taken in.
 Stop it at any time: started again with the same --out, it goes on from the last checkpoint.
 """
+from pathlib import Path
+
 import torch
 
+from ..export import tensors
 from ..networks.float_net import FloatNet
+from ..networks.quant_net import from_tensors
 from . import recognition
 from .beginning import begin
 from .recognition import ramp
@@ -18,16 +22,19 @@ DECAY = 0.05
 class FloatTrainer(recognition.RecognitionTrainer):
     def make_net(self):
         net = FloatNet("fr", self.args.seed)
-        net.set_gains(self.some_crops(32))
+        if self.args.model:
+            net.begin_as(from_tensors("fr", tensors.read(self.args.model)), self.some_crops(256))
+        else:
+            net.set_gains(self.some_crops(32))
         return net
 
     def groups(self):
         """Weights of normalised layers have no meaningful length, so decay only sets their pace."""
-        rate = self.args.rate
-        return [
-            {"params": list(self.net.parameters()), "weight_decay": DECAY, "most": rate},
-            {"params": [self.classes.centres], "weight_decay": 0.0, "most": rate},
-        ]
+        return [{"params": list(self.net.parameters()), "weight_decay": DECAY, "most": self.args.rate}]
+
+    @property
+    def centres_rate(self):
+        return self.args.rate
 
     def to_input(self, x):
         return x.to(torch.bfloat16) if self.device.type == "cuda" else x
@@ -51,6 +58,7 @@ def main():
         default=0.3,
         help="share of the training before CosFace joins (%(default)s)",
     )
+    parser.add_argument("--model", type=Path, help="an integer network to begin with: fr.safetensors")
     args = parser.parse_args()
     begin(args)
     trainer = FloatTrainer(args)

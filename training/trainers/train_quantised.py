@@ -47,9 +47,7 @@ class QuantisedTrainer(recognition.RecognitionTrainer):
             self.teacher.trunk = engine.Trunk(self.teacher, size, self.args.threads)
 
     def groups(self):
-        return self.integer_groups(self.args.rate) + [
-            {"params": [self.classes.centres], "most": 1e-3}
-        ]
+        return self.integer_groups(self.args.rate)
 
     def to_input(self, x):
         return x * 128

@@ -91,6 +91,9 @@ class Trainer:
     def take_extra(self, state):
         pass
 
+    def stepped(self, rate):
+        """What else moves with a step, at this share of its full rate."""
+
     def write_results(self):
         """What a checkpoint leaves beside itself."""
 
@@ -133,6 +136,7 @@ class Trainer:
         self.optimiser.step()
         if self.quantised:
             self.net.clip()
+        self.stepped(rate)
         self._follow()
         self.step += 1
         self.views += len(pictures)

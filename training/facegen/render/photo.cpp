@@ -92,6 +92,23 @@ void DrawBroadWear(PhotoPlan& plan, Random& random) {
                                   : Occlusion::kHand;
 }
 
+// As people stand before a camera to be known: upright and towards it, in light that serves, with
+// little on.
+void DrawCalm(PhotoPlan& plan, Random& random) {
+    plan.yaw = random.NormalWithin(13.0f, 2.6f);
+    plan.pitch = random.NormalWithin(8.0f, 2.6f);
+    plan.roll = random.NormalWithin(4.0f, 2.5f);
+    while (plan.light.kind != LightKind::kSoft && random.Chance(0.75f)) {
+        plan.light = DrawLight(random);
+    }
+    const float at = random.Uniform();
+    plan.occlusion = at < 0.74f   ? Occlusion::kNone
+                     : at < 0.94f ? Occlusion::kGlasses
+                     : at < 0.96f ? Occlusion::kDarkGlasses
+                     : at < 0.98f ? Occlusion::kCap
+                                  : Occlusion::kFaceMask;
+}
+
 // Puts a picture into a panorama: its light, and what is seen behind the face.
 void DrawScene(PhotoPlan& plan, const std::vector<Environment>& environments, Random& random) {
     plan.scene.environment = random.Below(static_cast<int>(environments.size()));
@@ -176,6 +193,9 @@ PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::
     DrawWear(plan, person, random);
     if (broad) {
         DrawBroadWear(plan, random);
+    }
+    if (studio.calm) {
+        DrawCalm(plan, random);
     }
     if (!studio.environments.empty() && plan.light.kind != LightKind::kDark &&
         plan.light.kind != LightKind::kInfrared && random.Chance(0.7f)) {

@@ -171,6 +171,30 @@ TEST_F(Rendering, AFaceFillsItsBoxAndTheEmptyPictureDoesNot) {
     EXPECT_EQ(corners, 0);
 }
 
+// Plans alone, so that there may be many.
+TEST_F(Rendering, CalmPicturesAreOfUprightPeopleInSoftLightWithLittleOn) {
+    constexpr int kPlans = 400;
+    const Person person = MakePerson(*studio, 9, 1);
+    Studio calm = *studio;
+    calm.calm = calm.broad = true;
+    int soft = 0, bare = 0, glasses = 0, usual = 0;
+    for (std::uint64_t i = 0; i < kPlans; ++i) {
+        const PhotoPlan plan = PlanPhoto(calm, person, View::kCrop, i);
+        EXPECT_LE(std::abs(plan.yaw), 13.0f * 2.6f);
+        EXPECT_LE(std::abs(plan.pitch), 8.0f * 2.6f);
+        EXPECT_LE(std::abs(plan.roll), 4.0f * 2.5f);
+        soft += plan.light.kind == LightKind::kSoft;
+        bare += plan.occlusion == Occlusion::kNone;
+        glasses += plan.occlusion == Occlusion::kGlasses;
+        usual += PlanPhoto(*studio, person, View::kCrop, i).light.kind == LightKind::kSoft;
+    }
+    EXPECT_GT(soft, 0.55 * kPlans);
+    EXPECT_LT(soft, 0.8 * kPlans);
+    EXPECT_LT(usual, 0.5 * kPlans);
+    EXPECT_GT(bare, 0.65 * kPlans);
+    EXPECT_GT(glasses, 0.12 * kPlans);
+}
+
 TEST_F(Rendering, AGroupAndPortraitsAreTheSameEachTimeAndOfEvenTones) {
     Job group = MakeJob("group.png");
     fs::create_directories(folder);
