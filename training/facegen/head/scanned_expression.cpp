@@ -41,6 +41,12 @@ class Composer {
     Random& random_;
 };
 
+void SmileShut(Composer& c) {
+    c.Both("mouthSmile", 0.2f, 0.9f);
+    c.Both("cheekSquint", 0.0f, 0.7f);
+    c.Both("mouthPress", 0.0f, 0.3f);
+}
+
 void Laugh(Composer& c, Random& random) {
     c.Both("mouthSmile", 0.5f, 1.0f);
     c.Both("cheekSquint", 0.2f, 1.0f);
@@ -92,16 +98,31 @@ bool IsMixed(const std::string& name) {
 
 } // namespace
 
+Expression DrawFriendlyExpression(const ShapeSpace& space, Random& random) {
+    Expression e;
+    Composer c(space, e, random);
+    const float kind = random.Uniform();
+    if (kind < 0.4f) {
+        c.Both("mouthSmile", 0.0f, 0.3f);
+    } else if (kind < 0.8f) {
+        SmileShut(c);
+    } else {
+        Laugh(c, random);
+    }
+    e.strength = std::min(1.0f, e.strength / 2.0f);
+    e.gazeYaw = random.NormalWithin(0.1f, 2.2f);
+    e.gazePitch = random.NormalWithin(0.06f, 2.2f);
+    return e;
+}
+
 Expression DrawScannedExpression(const ShapeSpace& space, Random& random) {
     Expression e;
     Composer c(space, e, random);
     const float kind = random.Uniform();
     if (kind < 0.2f) { // neutral, but for a trace
         c.Both("mouthSmile", 0.0f, 0.25f);
-    } else if (kind < 0.38f) { // a smile with the mouth shut
-        c.Both("mouthSmile", 0.2f, 0.9f);
-        c.Both("cheekSquint", 0.0f, 0.7f);
-        c.Both("mouthPress", 0.0f, 0.3f);
+    } else if (kind < 0.38f) {
+        SmileShut(c);
     } else if (kind < 0.58f) {
         Laugh(c, random);
     } else if (kind < 0.7f) {

@@ -92,12 +92,17 @@ void DrawBroadWear(PhotoPlan& plan, Random& random) {
                                   : Occlusion::kHand;
 }
 
-// As people stand before a camera to be known: upright and towards it, in light that serves, with
-// little on.
-void DrawCalm(PhotoPlan& plan, Random& random) {
+// As people stand before a camera to be known: upright and towards it, often with a smile, in light
+// that serves, with little on.
+void DrawCalm(PhotoPlan& plan, const Studio& studio, Random& random) {
     plan.yaw = random.NormalWithin(13.0f, 2.6f);
     plan.pitch = random.NormalWithin(8.0f, 2.6f);
     plan.roll = random.NormalWithin(4.0f, 2.5f);
+    if (random.Chance(0.6f)) {
+        plan.expression = studio.space.expressions.empty()
+                              ? Smile(studio.model, random.Uniform(0.0f, 0.8f))
+                              : DrawFriendlyExpression(studio.space, random);
+    }
     while (plan.light.kind != LightKind::kSoft && random.Chance(0.75f)) {
         plan.light = DrawLight(random);
     }
@@ -195,7 +200,7 @@ PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::
         DrawBroadWear(plan, random);
     }
     if (studio.calm) {
-        DrawCalm(plan, random);
+        DrawCalm(plan, studio, random);
     }
     if (!studio.environments.empty() && plan.light.kind != LightKind::kDark &&
         plan.light.kind != LightKind::kInfrared && random.Chance(0.7f)) {
