@@ -141,11 +141,12 @@ def open_pictures(paths, shared=False):
 class PeopleSampler:
     """Batches of `people` x `each` pictures; every person of a group comes once before any comes
     again. A group is all people, or with `kinds` those of a folder; a share `cells` of the batches is
-    drawn among those alike in age, sex and skin. Groups come as often as they are large."""
+    drawn among those alike in age, sex and skin. Groups come as often as they are large, times the
+    folder's number in `often`."""
 
-    def __init__(self, source, people, each, held_out=0.02, seed=0, kinds=False, cells=0.0):
+    def __init__(self, source, people, each, held_out=0.02, seed=0, kinds=False, cells=0.0, often=None):
         self.source, self.each, self.held_out = source, each, held_out
-        self.kinds, self.cells = kinds, cells
+        self.kinds, self.cells, self.often = kinds, cells, often
         self.people_per_batch = people
         self.random = np.random.default_rng(seed)
         self.classes = {}  # person -> number of the class, in the order of appearance
@@ -195,6 +196,8 @@ class PeopleSampler:
         ]
         names = names or [name for name in self._groups if name[1] is None]
         sizes = np.array([len(self._groups[name]) for name in names], float)
+        if self.often:
+            sizes *= [self.often[kind] for kind, _ in names]
         return names[self.random.choice(len(names), p=sizes / sizes.sum())]
 
     def _next_people(self):

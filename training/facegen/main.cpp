@@ -20,7 +20,7 @@ struct Options {
     std::string assets, shapes, lights;
     float scannedShare = 0.5f, hairless = 0.12f, drawnBrows = 0.5f;
     Job job;
-    bool frames = false, bare = false, broad = false, calm = false;
+    bool frames = false, bare = false, broad = false, calm = false, lined = false;
 };
 
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* what) {
@@ -55,6 +55,8 @@ CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const ch
     }
     command->add_flag("--calm", options.calm,
                       "Upright, towards the camera, in light that serves, with little on");
+    command->add_flag("--lined", options.lined,
+                      "Lines and shadows about eyes and mouth that change from picture to picture");
     command->add_option("--out", options.job.out, "Where the result goes")->required();
     command->add_option("--people", options.job.people, "How many people")
         ->required()
@@ -116,6 +118,7 @@ int main(int argc, char** argv) {
         }
         studio.broad = options.broad;
         studio.calm = options.calm;
+        studio.lined = options.lined;
         studio.hairless = options.hairless;
         studio.drawnBrows = options.drawnBrows;
         studio.bare = options.bare;

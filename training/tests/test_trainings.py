@@ -110,6 +110,17 @@ class Trainings(unittest.TestCase):
                 self.assertEqual(len({person // FOLDER_PEOPLE for person in people}), 1)
                 kinds.add(people[0] // FOLDER_PEOPLE)
             self.assertEqual(kinds, {0, 1})
+            seldom = PeopleSampler(Shards([one, other]), 4, 2, 0.0, 1, kinds=True, often=[0, 1])
+            drawn = {person // FOLDER_PEOPLE for _ in range(12) for person in seldom._next_people()}
+            self.assertEqual(drawn, {1})
+
+    def test_how_often_folders_come_needs_kinds_and_a_factor_for_each(self):
+        with tempfile.TemporaryDirectory() as name:
+            data = Path(name)
+            write_shard(data, 0, 0)
+            for options in (("--often", 1), ("--kinds", "--often", 1, 2)):
+                with self.assertRaisesRegex(SystemExit, "--often needs --kinds"):
+                    run(train_float, "--data", data, "--out", data / "out", "--views", 8, *options)
 
     def test_a_shard_without_its_labels_is_not_taken(self):
         with tempfile.TemporaryDirectory() as name:

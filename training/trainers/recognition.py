@@ -35,6 +35,7 @@ def argument_parser(program, description, views, rate):
     add("--people", type=int, default=32, help="people in a batch (%(default)s)")
     add("--each", type=int, default=4, help="pictures of each (%(default)s)")
     add("--kinds", action="store_true", help="each batch from one folder's people")
+    add("--often", type=float, nargs="+", metavar="FACTOR", help="how often each folder of --data comes, over its size")
     add("--cells", type=float, default=0.0, help="share of batches of one age, sex and skin (%(default)s)")
     add("--rate", type=float, default=rate, help="learning rate (%(default)s)")
     add("--temperature", type=float, default=0.12, help="of the contrastive loss (%(default)s)")
@@ -72,10 +73,12 @@ class RecognitionTrainer(Trainer):
         args = self.args
         pictures = open_pictures(args.data, args.shared_people)
         self.sampler = PeopleSampler(
-            pictures, args.people, args.each, args.held_out, args.seed, args.kinds, args.cells
+            pictures, args.people, args.each, args.held_out, args.seed, args.kinds, args.cells, args.often
         )
         if not self.sampler.index:
             raise SystemExit(f"no people with two or more pictures in {' '.join(args.data)}")
+        if args.often and not (args.kinds and len(args.often) == len(args.data)):
+            raise SystemExit("--often needs --kinds, and a factor for each folder of --data")
         if args.mixed and not args.natural:
             raise SystemExit("--mixed needs --natural")
         strength = Strength(

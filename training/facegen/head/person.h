@@ -22,6 +22,7 @@ struct Studio {
     float scannedShare = 0;  // of the people, who are shaped by `space`
     bool broad = false;      // people and pictures vary as those before real cameras do
     bool calm = false;       // pictures are taken of people who want to be known
+    bool lined = false;      // lines about eyes and mouth change from picture to picture
     float hairless = 0.12f;  // share of broad people with no more hair than is painted
     float drawnBrows = 0.5f; // share of broad people whose brows are drawn, not read
     std::vector<Environment> environments; // light and background of pictures, if any

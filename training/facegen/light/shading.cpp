@@ -74,16 +74,19 @@ void LookUp(Row& row, const Samples& s, std::size_t at, int width, const Surroun
         row.wrap[x] = wrap[m];
         row.rim[x] = rim[m];
     }
-    if (around.stubbleDensity > 0) {
-        for (int x = 0; x < width; ++x) {
+    for (const Layer& layer : around.layers) {
+        for (int x = 0; layer.density > 0 && x < width; ++x) {
             const bool skin = material[x] == kSkinMaterial;
             const float tu =
                 skin ? std::clamp(u[x], 0.0f, static_cast<float>(atlas::kWidth - 2)) : 0;
             const float tv =
                 skin ? std::clamp(v[x], 0.0f, static_cast<float>(atlas::kHeight - 2)) : 0;
-            const float share = around.stubbleDensity * Bilinear(around.stubble, tu, tv);
+            const float share = layer.density * Bilinear(layer.words, tu, tv);
             row.albedo[x] *= skin ? 1.0f - share : 1.0f;
         }
+    }
+    for (int x = 0; around.eyeTone < 1 && x < width; ++x) {
+        row.albedo[x] *= material[x] == kEyeMaterial ? around.eyeTone : 1.0f;
     }
     if (infrared) {
         for (int x = 0; x < width; ++x) {

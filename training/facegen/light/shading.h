@@ -21,11 +21,17 @@ struct Finish {
           infraredPower = 1; // reflectance in infrared: gain * reflectance^power
 };
 
+// What darkens the skin for one picture, in the atlas' coordinates and packing.
+struct Layer {
+    const std::uint32_t* words = nullptr;
+    float density = 0;
+};
+
 struct Surroundings {
     Finish finishes[kMaterials];
     const std::uint32_t* atlas = nullptr;
-    const std::uint32_t* stubble = nullptr;
-    float stubbleDensity = 0;
+    Layer layers[3];   // over the skin
+    float eyeTone = 1; // of the eyes' reflectance
     float stripes = 0, stripePitch = 0.1f; // of the clothes
 };
 

@@ -114,6 +114,14 @@ void DrawCalm(PhotoPlan& plan, const Studio& studio, Random& random) {
                                   : Occlusion::kFaceMask;
 }
 
+// The lines and shadows that real faces share, and that light and mimic deepen or take away, so that
+// nobody is known by them.
+void DrawLines(PhotoPlan& plan, Random& random) {
+    plan.mouthLines = random.Uniform(0.0f, 0.85f);
+    plan.eyeLines = random.Uniform(0.0f, 0.85f);
+    plan.eyeTone = random.Uniform(0.3f, 1.0f);
+}
+
 // Puts a picture into a panorama: its light, and what is seen behind the face.
 void DrawScene(PhotoPlan& plan, const std::vector<Environment>& environments, Random& random) {
     plan.scene.environment = random.Below(static_cast<int>(environments.size()));
@@ -161,7 +169,10 @@ Surroundings SurroundingsOf(const Person& person, const PhotoPlan& plan, float f
         random.Chance(0.5f) ? random.Uniform(0.02f, 0.15f) : random.Uniform(0.1f, 0.85f);
     f[kClothMaterial] = {cloth, 0.01f, 6, 0.15f, 1, 1, 0.7f};
     s.atlas = person.atlas.Words();
-    s.stubbleDensity = plan.stubble;
+    s.layers[0].density = plan.stubble;
+    s.layers[1].density = plan.mouthLines;
+    s.layers[2].density = plan.eyeLines;
+    s.eyeTone = plan.eyeTone;
     s.stripes = random.Chance(0.25f) ? random.Uniform(0.1f, 0.6f) : 0.0f;
     s.stripePitch = random.Uniform(0.08f, 0.6f);
     return s;
@@ -201,6 +212,9 @@ PhotoPlan PlanPhoto(const Studio& studio, const Person& person, View view, std::
     }
     if (studio.calm) {
         DrawCalm(plan, studio, random);
+    }
+    if (studio.lined) {
+        DrawLines(plan, random);
     }
     if (!studio.environments.empty() && plan.light.kind != LightKind::kDark &&
         plan.light.kind != LightKind::kInfrared && random.Chance(0.7f)) {
@@ -413,7 +427,9 @@ void Photographer::Portray(const Person& person, const PhotoPlan& plan, Random& 
     }
 
     Surroundings around = SurroundingsOf(person, plan, frameReflectance, lensReflectance, random);
-    around.stubble = studio_.kit.stubble.data();
+    around.layers[0].words = studio_.kit.stubble.data();
+    around.layers[1].words = studio_.kit.mouthLines.data();
+    around.layers[2].words = studio_.kit.eyeLines.data();
     Shade(samples_, camera_, plan.light, shadowed_ ? &shadow_ : nullptr, around, radiance_);
 }
 

@@ -375,6 +375,62 @@ void PaintHair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hai
     }
 }
 
+// 1 in the middle of a line, a half at its width.
+float Line(float distance, float width) {
+    const float t = distance / width;
+    return 1.0f / (1.0f + t * t * t * t);
+}
+
+float Spot(float x, float y, float width, float height) {
+    return std::exp(-x * x / (width * width) - y * y / (height * height));
+}
+
+// The folds from the nose to beside the mouth with the shadow within them, the nose's own, the corners of
+// the mouth and the line between the lips.
+float MouthLines(Vec3 p) {
+    const float x = std::fabs(p.x);
+    const float fold = x - 0.2f - (6.95f - p.y) * 0.45f;
+    const float along = SmoothStep(7.0f, 6.9f, p.y) * SmoothStep(6.42f, 6.6f, p.y);
+    float dark = along * (0.9f * Line(fold, 0.026f) + 0.4f * Spot(fold + 0.05f, 0, 0.05f, 1));
+    dark += 0.3f * SmoothStep(0.03f, -0.03f, fold) * SmoothStep(6.9f, 6.8f, p.y) *
+            SmoothStep(6.54f, 6.62f, p.y);
+    dark += 0.4f * SmoothStep(0.2f, 0.1f, x) * Spot(0, p.y - 6.83f, 1, 0.05f);
+    dark += 0.9f * Spot(x - 0.29f, p.y - 6.59f, 0.075f, 0.045f);
+    dark += 0.9f * SmoothStep(0.31f, 0.25f, x) * Line(p.y - 6.604f, 0.016f);
+    dark += 0.35f * Spot(x, p.y - 6.44f, 0.2f, 0.04f); // above the chin
+    return dark;
+}
+
+// The shadow below the brows and beside the nose's root, the edge of the upper lid with its lashes, and
+// the crease below the lower one.
+float EyeLines(Vec3 p) {
+    const float x = std::fabs(p.x);
+    const float along = (x - 0.325f) / 0.12f;
+    const float ends = SmoothStep(1.5f, 0.8f, std::fabs(along));
+    const float arch = 0.042f * along * along;
+    float dark = 0.6f * Spot(x - 0.28f, p.y - 7.4f, 0.17f, 0.055f);
+    dark += 0.6f * Spot(x - 0.15f, p.y - 7.31f, 0.05f, 0.07f);
+    dark += ends * Line(p.y - (7.337f - 1.2f * arch), 0.016f);
+    dark += 0.5f * ends * Line(p.y - (7.165f + 0.6f * arch), 0.016f);
+    dark += 0.35f * Spot(x - 0.3f, p.y - 7.2f, 0.13f, 0.04f);
+    return dark;
+}
+
+// Four neighbours a word, as the atlas has them.
+std::vector<std::uint32_t> Packed(const std::vector<std::uint8_t>& texels) {
+    std::vector<std::uint32_t> words(static_cast<std::size_t>(atlas::kWidth) * atlas::kHeight, 0);
+    for (int y = 0; y + 1 < kTileHeight; ++y) {
+        for (int x = 0; x + 1 < kTileWidth; ++x) {
+            const std::uint8_t* at = texels.data() + static_cast<std::size_t>(y) * kTileWidth + x;
+            words[static_cast<std::size_t>(y) * atlas::kWidth + static_cast<std::size_t>(x)] =
+                static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
+                static_cast<std::uint32_t>(at[kTileWidth]) << 16 |
+                static_cast<std::uint32_t>(at[kTileWidth + 1]) << 24;
+        }
+    }
+    return words;
+}
+
 } // namespace
 
 SkinKit MakeSkinKit(const HeadModel& model) {
@@ -396,7 +452,7 @@ SkinKit MakeSkinKit(const HeadModel& model) {
     kit.moustache.resize(texels);
     kit.goatee.resize(texels);
     kit.beard.assign(texels, -128);
-    std::vector<std::uint8_t> stubble(texels);
+    std::vector<std::uint8_t> stubble(texels), mouth(texels), eyes(texels);
     for (std::size_t i = 0; i < texels; ++i) {
         if (!model.texelUsed[i]) {
             continue;
@@ -411,18 +467,13 @@ SkinKit MakeSkinKit(const HeadModel& model) {
         stubble[i] = Byte(0.8f * grain * SmoothStep(0.0f, 0.12f, depth));
         if (base.z > 0.75f && std::fabs(base.x) < 0.72f && base.y > 6.1f && base.y < 7.95f) {
             kit.front.push_back(static_cast<std::uint32_t>(i));
+            mouth[i] = Byte(MouthLines(base));
+            eyes[i] = Byte(EyeLines(base));
         }
     }
-    kit.stubble.assign(static_cast<std::size_t>(atlas::kWidth) * atlas::kHeight, 0);
-    for (int y = 0; y + 1 < kTileHeight; ++y) {
-        for (int x = 0; x + 1 < kTileWidth; ++x) {
-            const std::uint8_t* at = stubble.data() + static_cast<std::size_t>(y) * kTileWidth + x;
-            kit.stubble[static_cast<std::size_t>(y) * atlas::kWidth + static_cast<std::size_t>(x)] =
-                static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
-                static_cast<std::uint32_t>(at[kTileWidth]) << 16 |
-                static_cast<std::uint32_t>(at[kTileWidth + 1]) << 24;
-        }
-    }
+    kit.stubble = Packed(stubble);
+    kit.mouthLines = Packed(mouth);
+    kit.eyeLines = Packed(eyes);
     return kit;
 }
 

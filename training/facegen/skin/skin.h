@@ -19,7 +19,9 @@ struct SkinKit {
     std::vector<std::uint8_t> lips, moustache, goatee; // by texel, 0 to 255
     std::vector<std::int8_t> beard;     // depth inside the beard's region, 1/200 dm, clamped
     std::vector<std::uint32_t> front;   // texels of the face proper
-    std::vector<std::uint32_t> stubble; // packed as the atlas is: density of stubble
+    // Packed as the atlas is: density of stubble, of the lines and shadows about the mouth that a smile
+    // deepens, and of those about the eyes.
+    std::vector<std::uint32_t> stubble, mouthLines, eyeLines;
 };
 
 SkinKit MakeSkinKit(const HeadModel& model);

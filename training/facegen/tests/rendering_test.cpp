@@ -195,6 +195,39 @@ TEST_F(Rendering, CalmPicturesAreOfUprightPeopleInSoftLightWithLittleOn) {
     EXPECT_GT(glasses, 0.12 * kPlans);
 }
 
+TEST_F(Rendering, LinesDarkenMouthAndEyesAndNothingElse) {
+    const Person person = MakePerson(*studio, 9, 1);
+    Photographer photographer(*studio);
+    PhotoPlan plan = PlainPhoto(PlanPhoto(*studio, person, View::kCrop, 0), 0, 0);
+    constexpr int kSide = 128;
+    const auto taken = [&] {
+        std::vector<std::uint8_t> pixels(kSide * kSide);
+        photographer.Take(person, plan, 0, pixels.data());
+        return pixels;
+    };
+    const std::vector<std::uint8_t> before = taken();
+    const auto darker = [&](int top, int bottom, int left, int right) {
+        const std::vector<std::uint8_t> after = taken();
+        double sum = 0;
+        for (int y = top; y < bottom; ++y) {
+            for (int x = left; x < right; ++x) {
+                const auto i = static_cast<std::size_t>(y * kSide + x);
+                sum += before[i] - after[i];
+            }
+        }
+        return sum / ((bottom - top) * (right - left));
+    };
+    plan.mouthLines = 0.8f;
+    // The exposure follows the face, so that what is not darkened becomes a little brighter.
+    EXPECT_GT(darker(84, 96, 44, 84), 5);
+    EXPECT_LT(darker(20, 36, 44, 84), 1);
+    plan.mouthLines = 0;
+    plan.eyeLines = 0.8f;
+    plan.eyeTone = 0.3f;
+    EXPECT_GT(darker(44, 56, 40, 88), 5);
+    EXPECT_LT(darker(20, 34, 44, 84), 1);
+}
+
 TEST_F(Rendering, AGroupAndPortraitsAreTheSameEachTimeAndOfEvenTones) {
     Job group = MakeJob("group.png");
     fs::create_directories(folder);
