@@ -42,12 +42,12 @@ inline constexpr int32_t kReportedProbability = 640;
 struct Ramp {
     int32_t none, full;
 };
-inline constexpr Ramp kSmallRamp = {89, 260};        // side, quarter pixels
-inline constexpr Ramp kBlurredRamp = {62, 181};      // sharpness, sixteenths
+inline constexpr Ramp kSmallRamp = {86, 260};        // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {65, 180};      // sharpness, sixteenths
 inline constexpr Ramp kDarkRamp = {14, 63};          // the 90 % quantile, grey levels
 inline constexpr Ramp kOverexposedRamp = {536, 300}; // pixels near white, thousandths
-inline constexpr Ramp kTurnedRamp = {329, 113};      // yaw, quarter degrees
-inline constexpr Ramp kTiltedRamp = {80, 29};        // nose off its place, percent of that
+inline constexpr Ramp kTurnedRamp = {328, 123};      // yaw, quarter degrees
+inline constexpr Ramp kTiltedRamp = {80, 30};        // nose off its place, percent of that
 inline constexpr Ramp kCoveredRamp = {24, 1};        // percent
 inline constexpr Ramp kCutOffRamp = {50, 0};         // of the box, percent
 inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level

@@ -100,6 +100,12 @@ STAGES = (
     Stage("mean", "the mean of the three states",
           "python3 -m training.export.mean_of 0.25 {data}/run/scanned/fr.safetensors"
           " 0.25 {data}/run/longer/fr.safetensors 0.5 {data}/run/broad/fr.safetensors"
+          " --out {data}/run/mean.safetensors"),
+    Stage("lined", "calm people with lines that change",
+          "{facegen} crops " + BROAD + " --calm --lined --scanned-share 0.7 --out {data}/lined --people 8192"
+          " --pictures 8 --seed 791"),
+    Stage("less-within", "what changes within these people counts less",
+          "python3 -m training.export.less_within {data}/run/mean.safetensors --data {data}/lined"
           " --out {data}/models/fr.safetensors"),
     Stage("unseen", "people to measure on",
           "{facegen} frames --assets {assets} --out {data}/unseen --people 300 --pictures 10 --seed 9001"),

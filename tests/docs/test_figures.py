@@ -241,7 +241,7 @@ class Models(Figures):
         self.assertAlmostEqual(table[3], accepted(crops, 0.01), delta=0.1)
         self.assertAlmostEqual(table[4], accepted(crops, 0.001), delta=0.1)
         self.assert_stated(
-            "models/fr.md", rf"thresholds there for FAR 1e-1, 1e-2, 1e-3 \|[^|]*\|[^|]*\| {n}, {n}, {n}",
+            "models/fr.md", rf"thresholds there for FAR 1e-1, 1e-2, 1e-3 \|[^|]*\|[^|]*\|[^|]*\| {n}, {n}, {n}",
             *[at(crops, rate)["threshold"] for rate in (0.1, 0.01, 0.001)],
         )  # fmt: skip
         people, pictures = numbers("models/fr.md", r"\*\*Database of Faces\*\*, (\d+) people, (\d+) pictures")
@@ -260,10 +260,10 @@ class Models(Figures):
 
     def test_thresholds_of_rendered_people(self):
         n = NUMBER
-        now = numbers("models/fr.md", rf"\(0\.\d+, 0\.\d+, now {n}\)")
+        now = numbers("models/fr.md", rf"\(0\.\d+, 0\.\d+, 0\.\d+, now {n}\)")
         accepts = row("models/fr.md", "| FAR there at the threshold that gives")[-1]
-        self.assert_stated("models/fr.md", f"at {n} every sixth pair", *now)
-        self.assertEqual(round(100 / accepts), 6)
+        self.assert_stated("models/fr.md", f"at {n} every seventh pair", *now)
+        self.assertEqual(round(100 / accepts), 7)
         hundredth, there = found(
             "docs/THRESHOLDS.md", rf"{n} accepts 1 % of the pairs of strangers and .*?accept {n} % and"
         )
@@ -275,7 +275,7 @@ class Models(Figures):
         unseen = row("models/align.md", "| rendered frames of 300 unseen people")
         self.assertEqual(numbers("training/README.md", rf"took it from 0\.819 to {n}\."), unseen[1:2])
         scanned = [
-            row("models/fr.md", "| **300 unseen people with scanned heads**"),
+            row("models/fr.md", "| before the map |", 2),
             row("models/fr.md", "| before the last two stages |", 2),
             row("models/fr.md", "| before scanned heads |", 2),
         ]
@@ -291,7 +291,7 @@ class Models(Figures):
             *strangers[:2], *mean[:2],
         )  # fmt: skip
         accepts = row("models/fr.md", "| FAR there at the threshold that gives")
-        self.assert_stated("training/README.md", f"threshold from rendered people from {n} to {n} %", *accepts[-3:-1])
+        self.assert_stated("training/README.md", f"threshold from rendered people from {n} to {n} %", *accepts[-4:-2])
         bare = row("models/fr.md", "| bare scanned heads (shape alone, true boxes, 300 people in 5 views): ")
         targets = row("models/fr.md", "| bare heads of the targets, the same |")
         self.assert_stated(

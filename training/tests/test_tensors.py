@@ -9,6 +9,11 @@ from training.export import mean_of, tensors
 from training.networks import layers
 from training.networks.library import ROOT
 
+try:
+    from training.export import less_within
+except ImportError:  # without PyTorch
+    less_within = None
+
 
 class Tensors(unittest.TestCase):
     def test_what_is_written_is_read(self):
@@ -52,6 +57,37 @@ class Tensors(unittest.TestCase):
         self.assertEqual(mean["w"].tolist(), [-128, 127, 2])
         self.assertEqual(mean["b"].tolist(), [2**18 + 3])
         self.assertEqual((mean["w"].dtype, mean["b"].dtype), (np.int8, np.int32))
+
+
+@unittest.skipUnless(less_within, "PyTorch is not installed")
+class LessWithin(unittest.TestCase):
+    def test_directions_in_which_people_change_are_made_shorter(self):
+        random = np.random.default_rng(7)
+        people = np.repeat(np.arange(200), 5)
+        features = 20 * random.normal(size=(200, 6))[people] + random.normal(size=(1000, 6)) * (9, 1, 1, 1, 1, 1)
+        scatter = less_within.scatter_within(features, people)
+        self.assertEqual(int(scatter.diagonal().argmax()), 0)
+        matrix = less_within.shortening(scatter, 1.0)
+        self.assertAlmostEqual(float(np.square(matrix).mean() * 6), 1.0)
+        self.assertEqual(int(matrix.diagonal().argmin()), 0)
+        self.assertLess(matrix[0, 0], 0.7 * matrix[1, 1])
+        # With a large ridge nothing changes.
+        np.testing.assert_allclose(less_within.shortening(scatter, 1e9), np.eye(6), atol=1e-6)
+
+    def test_a_layer_with_a_matrix_behind_it_answers_what_the_matrix_makes_of_its_answers(self):
+        random, shift = np.random.default_rng(8), 7
+        weights = random.integers(-90, 90, (6, 40))
+        bias = random.integers(-3000, 3000, 6)
+        inputs = random.integers(0, 20, (500, 40))
+        answers = (inputs @ weights.T + bias) >> shift
+        matrix = less_within.shortening(np.diag([4.0, 1, 1, 1, 1, 1]) + 0.3, 0.5)
+        mapped, mapped_bias = less_within.mapped(weights, bias, shift, matrix, answers)
+        self.assertEqual((mapped.dtype, mapped_bias.dtype), (np.int8, np.int32))
+        given = (inputs @ mapped.T.astype(int) + mapped_bias) >> shift
+        wanted = (answers + 0.5) @ matrix.T
+        likeness = (given * wanted).sum(1) / np.linalg.norm(given, axis=1) / np.linalg.norm(wanted, axis=1)
+        self.assertGreater(likeness.min(), 0.99)
+        self.assertLessEqual(np.quantile(np.abs(given), 0.99), 127)
 
 
 if __name__ == "__main__":
