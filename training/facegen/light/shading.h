@@ -30,8 +30,8 @@ struct Layer {
 struct Surroundings {
     Finish finishes[kMaterials];
     const std::uint32_t* atlas = nullptr;
-    Layer layers[3];   // over the skin
-    float eyeTone = 1; // of the eyes' reflectance
+    Layer layers[3];                       // over the skin
+    float eyeTone = 1;                     // of the eyes' reflectance
     float stripes = 0, stripePitch = 0.1f; // of the clothes
 };
 

@@ -37,7 +37,8 @@ struct PhotoPlan {
     bool glassesAsWell = false;
     std::size_t style = 0; // index into the person's hair styles
     float stubble = 0;
-    float mouthLines = 0, eyeLines = 0, eyeTone = 1; // 1: as dark as such lines are, eyes as they are
+    float mouthLines = 0, eyeLines = 0,
+          eyeTone = 1; // 1: as dark as such lines are, eyes as they are
     Degradation degradation;
 };
 

@@ -17,8 +17,8 @@ struct SkinKit {
     std::vector<NoiseField> broad, middling, fine;
     std::vector<float> azimuth;                        // by texel
     std::vector<std::uint8_t> lips, moustache, goatee; // by texel, 0 to 255
-    std::vector<std::int8_t> beard;     // depth inside the beard's region, 1/200 dm, clamped
-    std::vector<std::uint32_t> front;   // texels of the face proper
+    std::vector<std::int8_t> beard;   // depth inside the beard's region, 1/200 dm, clamped
+    std::vector<std::uint32_t> front; // texels of the face proper
     // Packed as the atlas is: density of stubble, of the lines and shadows about the mouth that a smile
     // deepens, and of those about the eyes.
     std::vector<std::uint32_t> stubble, mouthLines, eyeLines;
