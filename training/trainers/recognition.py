@@ -2,7 +2,6 @@
 """What the two trainings of the recognition network share: batches of people, losses on features, class
 centres, validation on held-out people."""
 import argparse
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import numpy as np
@@ -88,20 +87,11 @@ class RecognitionTrainer(Trainer):
         natural = views(args.natural, NATURAL_PICTURES, CROP) if args.natural else None
         self.augmenter = Augmenter(strength, self.device, args.seed, natural)
         self.classes = CosFace(FEATURES, self.device, args.classes, args.seed)
-        # One batch is made while the network is busy with the one before.
-        self._maker = ThreadPoolExecutor(1, initializer=torch.set_num_threads, initargs=(1,))
-        self._next = None
 
     def to_input(self, x):
         return x
 
-    def _wait_for_maker(self):
-        """Until nobody but the caller uses the sampler."""
-        if self._next:
-            self._next.exception()
-
     def look_for_shards(self):
-        self._wait_for_maker()
         if self.sampler.refresh():
             print(f"people: {len(self.sampler.classes)}", flush=True)
 
@@ -113,11 +103,6 @@ class RecognitionTrainer(Trainer):
         return self.augmenter(torch.from_numpy(np.concatenate(pictures)[:count])).cpu()
 
     def draw(self):
-        batch = self._next.result() if self._next else self._make()
-        self._next = self._maker.submit(self._make)
-        return batch
-
-    def _make(self):
         pictures, people = self.sampler.batch()
         crops = self.augmenter(torch.from_numpy(pictures))
         return crops, torch.from_numpy(people).to(self.device)
@@ -139,7 +124,6 @@ class RecognitionTrainer(Trainer):
         missing = len(self.sampler.classes) - len(self.classes)
         if missing == 0:
             return
-        self._wait_for_maker()
         newest, each, centres = list(self.sampler.classes)[-missing:], CENTRE_PICTURES, []
         for begin in range(0, missing, 64):
             people = newest[begin : begin + 64]

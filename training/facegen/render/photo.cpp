@@ -61,14 +61,14 @@ void DrawFrameBox(PhotoPlan& plan, Random& random) {
                 random.Uniform(-over, frame - size + over), size};
 }
 
+// Up to which share nothing is worn, glasses, dark glasses, a cap, a mask; behind these is a hand.
+Occlusion WornAt(float at, const std::array<float, 5>& shares) {
+    const auto* const first = std::upper_bound(shares.begin(), shares.end(), at);
+    return static_cast<Occlusion>(first - shares.begin());
+}
+
 void DrawWear(PhotoPlan& plan, const Person& person, Random& random) {
-    const float at = random.Uniform();
-    plan.occlusion = at < 0.6f     ? Occlusion::kNone
-                     : at < 0.78f  ? Occlusion::kGlasses
-                     : at < 0.84f  ? Occlusion::kDarkGlasses
-                     : at < 0.92f  ? Occlusion::kCap
-                     : at < 0.955f ? Occlusion::kFaceMask
-                                   : Occlusion::kHand;
+    plan.occlusion = WornAt(random.Uniform(), {0.6f, 0.78f, 0.84f, 0.92f, 0.955f});
     plan.glassesAsWell =
         (plan.occlusion == Occlusion::kCap || plan.occlusion == Occlusion::kHand) &&
         random.Chance(0.2f);
@@ -83,13 +83,7 @@ void DrawWear(PhotoPlan& plan, const Person& person, Random& random) {
 
 // Covers that networks lose people by come more often.
 void DrawBroadWear(PhotoPlan& plan, Random& random) {
-    const float at = random.Uniform();
-    plan.occlusion = at < 0.53f   ? Occlusion::kNone
-                     : at < 0.71f ? Occlusion::kGlasses
-                     : at < 0.78f ? Occlusion::kDarkGlasses
-                     : at < 0.85f ? Occlusion::kCap
-                     : at < 0.92f ? Occlusion::kFaceMask
-                                  : Occlusion::kHand;
+    plan.occlusion = WornAt(random.Uniform(), {0.53f, 0.71f, 0.78f, 0.85f, 0.92f});
 }
 
 // As people stand before a camera to be known: upright and towards it, often with a smile, in light
@@ -106,12 +100,7 @@ void DrawCalm(PhotoPlan& plan, const Studio& studio, Random& random) {
     while (plan.light.kind != LightKind::kSoft && random.Chance(0.75f)) {
         plan.light = DrawLight(random);
     }
-    const float at = random.Uniform();
-    plan.occlusion = at < 0.74f   ? Occlusion::kNone
-                     : at < 0.94f ? Occlusion::kGlasses
-                     : at < 0.96f ? Occlusion::kDarkGlasses
-                     : at < 0.98f ? Occlusion::kCap
-                                  : Occlusion::kFaceMask;
+    plan.occlusion = WornAt(random.Uniform(), {0.74f, 0.94f, 0.96f, 0.98f, 1.0f});
 }
 
 // The lines and shadows that real faces share, and that light and mimic deepen or take away, so that

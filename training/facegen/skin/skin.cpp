@@ -126,6 +126,12 @@ void PaintSpots(Logs& logs, const SkinKit& kit, const Identity& identity, Random
     }
 }
 
+// 1 in the middle of a line, a half at its width.
+float Line(float distance, float width) {
+    const float t = distance / width;
+    return 1.0f / (1.0f + t * t * t * t);
+}
+
 // Folds and shadows of the face itself, in the base mesh's coordinates.
 struct Folds {
     float forehead, frown, laugh, crow, bags, sockets, cheeks, nose;
@@ -134,29 +140,25 @@ struct Folds {
     float operator()(Vec3 p) const {
         const float x = std::fabs(p.x);
         float dark = 0;
-        const auto line = [](float distance, float width) {
-            const float t = distance / width;
-            return 1.0f / (1.0f + t * t * t * t);
-        };
         if (p.y > 7.5f && p.y < 7.92f && x < 0.48f) {
             const float wave = 0.012f * std::sin(7.0f * p.x + foreheadPhase);
             const float at = (p.y + wave - 7.53f) / foreheadPitch;
             const float away = std::fabs(at - std::round(at)) * foreheadPitch;
-            dark += forehead * line(away, 0.011f) * SmoothStep(0.48f, 0.3f, x) *
+            dark += forehead * Line(away, 0.011f) * SmoothStep(0.48f, 0.3f, x) *
                     SmoothStep(7.92f, 7.85f, p.y);
         }
         if (p.y > 7.3f && p.y < 7.55f && x < 0.12f) {
-            dark += frown * line(std::fabs(x - 0.06f - 0.1f * (p.y - 7.35f)), 0.011f) *
+            dark += frown * Line(std::fabs(x - 0.06f - 0.1f * (p.y - 7.35f)), 0.011f) *
                     SmoothStep(7.3f, 7.36f, p.y) * SmoothStep(7.55f, 7.46f, p.y);
         }
         if (p.y > 6.5f && p.y < 6.98f && x > 0.1f && x < 0.5f) {
             const float middle = 0.2f + (6.95f - p.y) * laughSlant;
-            dark += laugh * line(std::fabs(x - middle), 0.016f) * SmoothStep(6.98f, 6.9f, p.y) *
+            dark += laugh * Line(std::fabs(x - middle), 0.016f) * SmoothStep(6.98f, 6.9f, p.y) *
                     SmoothStep(6.5f, 6.62f, p.y);
         }
         if (x > 0.5f && x < 0.7f && p.y > 7.1f && p.y < 7.42f) {
             const float spread = (p.y - 7.27f) / (0.35f + (x - 0.5f)) * 9.0f;
-            dark += crow * line(std::fabs(spread - std::round(spread)), 0.2f) *
+            dark += crow * Line(std::fabs(spread - std::round(spread)), 0.2f) *
                     SmoothStep(0.5f, 0.55f, x) * SmoothStep(0.7f, 0.6f, x);
         }
         const float eyeX = (x - 0.31f) / 0.17f;
@@ -198,10 +200,6 @@ struct Hollows {
 
     float operator()(Vec3 p) const {
         const float x = std::fabs(p.x);
-        const auto line = [](float distance, float width) {
-            const float t = distance / width;
-            return 1.0f / (1.0f + t * t * t * t);
-        };
         const auto spot = [&](Vec3 at, float radius) {
             const Vec3 d{x - at.x, p.y - at.y, p.z - at.z};
             return std::exp(-Dot(d, d) / (radius * radius));
@@ -217,11 +215,11 @@ struct Hollows {
         if (std::fabs(along) < 1.25f && p.y > 7.25f && p.y < 7.45f && p.z > 1.2f) {
             const float ends = SmoothStep(1.25f, 0.8f, std::fabs(along));
             const float arch = 0.042f * along * along;
-            dark += crease * ends * line(p.y - (7.368f + creaseLift - arch), 0.009f);
-            dark += lidEdge * ends * line(p.y - (7.332f - 1.2f * arch), 0.008f);
+            dark += crease * ends * Line(p.y - (7.368f + creaseLift - arch), 0.009f);
+            dark += lidEdge * ends * Line(p.y - (7.332f - 1.2f * arch), 0.008f);
         }
         if (x < 0.27f && p.y > 6.5f && p.y < 6.7f && p.z > 1.38f) {
-            dark += lipLine * SmoothStep(0.27f, 0.22f, x) * line(p.y - 6.604f, 0.009f);
+            dark += lipLine * SmoothStep(0.27f, 0.22f, x) * Line(p.y - 6.604f, 0.009f);
         }
         const float chinX = x / 0.16f, chinY = (p.y - 6.42f) / 0.035f;
         dark += chin * std::exp(-chinX * chinX - chinY * chinY);
@@ -373,12 +371,6 @@ void PaintHair(Logs& logs, const HeadModel& model, const SkinKit& kit, const Hai
         coverage *= hairiness.beardDensity * (1.0f + 0.004f * static_cast<float>(fine[i]));
         logs[i] = Mix(logs[i], std::min(hairLog, logs[i]), Clamp01(coverage));
     }
-}
-
-// 1 in the middle of a line, a half at its width.
-float Line(float distance, float width) {
-    const float t = distance / width;
-    return 1.0f / (1.0f + t * t * t * t);
 }
 
 float Spot(float x, float y, float width, float height) {
