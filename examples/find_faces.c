@@ -50,8 +50,8 @@ int main(int count, char** arguments) {
     whole.width = whole.stride = file.width;
     whole.height = file.height;
     if (start(&whole, ORVO_FIND_SMALLEST, &memory, &core) &&
-        OrvoFindFeatures(&whole, ORVO_FIND_SMALLEST, faces, features[0], MOST_FACES, &found) ==
-            ORVO_FIND_OK) {
+        OrvoFindMirroredFeatures(&whole, ORVO_FIND_SMALLEST, faces, features[0], MOST_FACES,
+                                 &found) == ORVO_FIND_OK) {
         status = 0;
         for (i = 0; i < found; ++i) {
             const OrvoFindFace* face = &faces[i];

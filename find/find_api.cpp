@@ -18,6 +18,7 @@
 #include "find/network.h"
 #include "find/patches.h"
 #include "find/quality.h"
+#include "find/recognise.h"
 #include "find/upright.h"
 #include "fr_demo/store_opening.h"
 #include "orvo/orvo_find.h"
@@ -147,16 +148,17 @@ int32_t CheckRun(const char* function, const OrvoFindPicture* picture, int32_t s
     return CheckMemory(function, needed);
 }
 
-// What OrvoFindFeatures() needs of the recogniser.
-int32_t CheckRecogniser(const float* features, int32_t room) {
+// What features need of the recogniser.
+int32_t CheckRecogniser(const char* function, const float* features, int32_t room) {
     if ((features == nullptr && room > 0) || g_frInnerImage == nullptr) {
         ORVO_ERR(kUnit,
-                 "OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory "
-                 "has not succeeded!\n");
+                 "%s failed. The address of the features is null or OrvoFrSetMemory has not "
+                 "succeeded!\n",
+                 function);
         return ORVO_FIND_NULL_ADDRESS;
     }
     if (g_frInited == 0) {
-        ORVO_ERR(kUnit, "OrvoFindFeatures failed. OrvoFrInit has not succeeded\n");
+        ORVO_ERR(kUnit, "%s failed. OrvoFrInit has not succeeded\n", function);
         return ORVO_FIND_NOT_DECRYPTED;
     }
     return ORVO_FIND_OK;
@@ -230,7 +232,7 @@ OrvoFindFace RecordOf(const FoundFace& found) {
 }
 
 // Finds faces and judges them. use(number, crop) is handed each one, upright, as soon as it is
-// written.
+// written; it may change the crop.
 template <typename Use>
 int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace* faces,
                   int32_t room, Use use) {
@@ -251,13 +253,21 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
     return count;
 }
 
-// What the recogniser makes of a crop.
-void Recognise(const uint8_t* crop, float* feature) {
-    for (uint32_t plane = 0; plane < 3; ++plane) {
-        std::memcpy(g_frInnerImage + plane * kCropBytes, crop, kCropBytes);
+// Finds faces and gives each a feature: feature(crop, where) of its crop.
+int32_t FindWithFeatures(const char* function, const OrvoFindPicture* picture, int32_t smallest,
+                         OrvoFindFace* faces, float* features, int32_t room, int32_t* count,
+                         void (*feature)(uint8_t* crop, float* where)) {
+    int32_t status = CheckRun(function, picture, smallest, faces, room, count);
+    if (status == ORVO_FIND_OK) {
+        status = CheckRecogniser(function, features, room);
     }
-    FrRun(g_frInnerImage);
-    std::memcpy(feature, FrGetOutput(), ORVO_FIND_FEATURE_LENGTH * sizeof *feature);
+    if (status != ORVO_FIND_OK) {
+        return status;
+    }
+    *count = FindFaces(*picture, smallest, faces, room, [&](int32_t number, uint8_t* crop) {
+        feature(crop, features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH);
+    });
+    return ORVO_FIND_OK;
 }
 
 } // namespace
@@ -312,7 +322,7 @@ int32_t OrvoFindRun(const OrvoFindPicture* picture, int32_t smallest, OrvoFindFa
     if (status != ORVO_FIND_OK) {
         return status;
     }
-    *count = FindFaces(*picture, smallest, faces, room, [](int32_t, const uint8_t*) {});
+    *count = FindFaces(*picture, smallest, faces, room, [](int32_t, uint8_t*) {});
     return ORVO_FIND_OK;
 }
 
@@ -345,16 +355,13 @@ int32_t OrvoFindUpright(const OrvoFindPicture* picture, const OrvoFindFace* face
 
 int32_t OrvoFindFeatures(const OrvoFindPicture* picture, int32_t smallest, OrvoFindFace* faces,
                          float* features, int32_t room, int32_t* count) {
-    int32_t status = CheckRun("OrvoFindFeatures", picture, smallest, faces, room, count);
-    if (status == ORVO_FIND_OK) {
-        status = CheckRecogniser(features, room);
-    }
-    if (status != ORVO_FIND_OK) {
-        return status;
-    }
-    *count =
-        FindFaces(*picture, smallest, faces, room, [features](int32_t number, const uint8_t* crop) {
-            Recognise(crop, features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH);
-        });
-    return ORVO_FIND_OK;
+    return FindWithFeatures("OrvoFindFeatures", picture, smallest, faces, features, room, count,
+                            Recognise);
+}
+
+int32_t OrvoFindMirroredFeatures(const OrvoFindPicture* picture, int32_t smallest,
+                                 OrvoFindFace* faces, float* features, int32_t room,
+                                 int32_t* count) {
+    return FindWithFeatures("OrvoFindMirroredFeatures", picture, smallest, faces, features, room,
+                            count, RecogniseMirrored);
 }

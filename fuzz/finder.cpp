@@ -109,10 +109,12 @@ void Upright(const OrvoFindPicture& picture, const OrvoFindFace& face, bool must
     Require(status == ORVO_FIND_OK || crop[0] == 0x5A, "a refusal leaves the crop as it was");
 }
 
-int32_t FindFeatures(const Case& c, OrvoFindFace* faces, int32_t room, int32_t* count) {
+int32_t FindFeatures(const Case& c, OrvoFindFace* faces, int32_t room, int32_t* count,
+                     bool mirrored) {
     const auto floats = static_cast<size_t>(std::max(room, 0)) * ORVO_FIND_FEATURE_LENGTH;
     auto* const features = arena.Take<float>(floats);
-    return OrvoFindFeatures(&c.picture, c.smallest, faces, features, room, count);
+    const auto function = mirrored ? OrvoFindMirroredFeatures : OrvoFindFeatures;
+    return function(&c.picture, c.smallest, faces, features, room, count);
 }
 
 void Find(Input& input) {
@@ -126,7 +128,7 @@ void Find(Input& input) {
     auto* const faces = arena.Take<OrvoFindFace>(static_cast<size_t>(std::max(room, 0)));
     int32_t count = 1000;
     const int32_t status = (how & 0x40) != 0
-                               ? FindFeatures(c, faces, room, &count)
+                               ? FindFeatures(c, faces, room, &count, (how & 0x10) != 0)
                                : OrvoFindRun(&c.picture, c.smallest, faces, room, &count);
     const bool isAllowed = c.isAllowed && isEnough && room >= 0;
     Require((status == ORVO_FIND_OK) == isAllowed, "refused is what the interface says");

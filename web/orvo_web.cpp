@@ -166,8 +166,8 @@ ORVO_WEB int32_t OrvoWebFind(int32_t smallest, int32_t most, int32_t withFeature
         return kNoMemory;
     }
     const int32_t status = withFeatures != 0
-                               ? OrvoFindFeatures(&g_picture, least, g_faces.data(),
-                                                  g_features.data(), most, &g_faceCount)
+                               ? OrvoFindMirroredFeatures(&g_picture, least, g_faces.data(),
+                                                          g_features.data(), most, &g_faceCount)
                                : OrvoFindRun(&g_picture, least, g_faces.data(), most, &g_faceCount);
     return status == ORVO_FIND_OK ? g_faceCount : kFailed;
 }

@@ -96,7 +96,8 @@ def _load() -> ctypes.CDLL:
     library.OrvoFindInit.argtypes = []
     library.OrvoFindSetMemory.argtypes = [pointer, ctypes.c_uint32]
     library.OrvoFindRun.argtypes = [pointer, number, pointer, number, pointer]
-    library.OrvoFindFeatures.argtypes = [pointer, number, pointer, pointer, number, pointer]
+    for function in (library.OrvoFindFeatures, library.OrvoFindMirroredFeatures):
+        function.argtypes = [pointer, number, pointer, pointer, number, pointer]
     return library
 
 
@@ -198,23 +199,34 @@ def find(
         ImportError, OSError: of a path, see grey().
         OrvoFrError: the library refused.
     """
-    return _search(grey(picture, channels=channels), smallest, most, with_features=False)
+    return _search(grey(picture, channels=channels), smallest, most, features_by=None)
 
 
 def faces(
-    picture: Picture, *, smallest: Optional[int] = None, most: int = 64, channels: str = "RGB"
+    picture: Picture,
+    *,
+    smallest: Optional[int] = None,
+    most: int = 64,
+    channels: str = "RGB",
+    mirrored: bool = True,
 ) -> list[Face]:
     """The faces in a whole picture, as find() gives them, each with its feature.
 
     `feature`, float32 of shape (128,), is that of the face turned upright; distance() compares it.
     Faces of little quality have one, too; whether it is worth comparing is the caller's decision.
 
-    Args, Raises: those of find().
+    Args:
+        mirrored: a feature is the mean direction of those of the face and of its mirror image, which
+            makes fewer mistakes, rather than that of the face alone, which takes half of the
+            recogniser's time. Both may be compared with each other.
+
+    The other Args, Raises: those of find().
     """
-    return _search(grey(picture, channels=channels), smallest, most, with_features=True)
+    function = "OrvoFindMirroredFeatures" if mirrored else "OrvoFindFeatures"
+    return _search(grey(picture, channels=channels), smallest, most, features_by=function)
 
 
-def _search(plane: Plane, smallest: Any, most: Any, with_features: bool) -> list[Face]:
+def _search(plane: Plane, smallest: Any, most: Any, features_by: Optional[str]) -> list[Face]:
     if smallest is not None:
         _check_number("smallest", smallest, 1 << 20)
     _check_number("most", most, 512)
@@ -229,16 +241,15 @@ def _search(plane: Plane, smallest: Any, most: Any, with_features: bool) -> list
         library = _opened()
         side, size = _plan(library, given, least)
         _give_memory(library, size)
-        if with_features:
+        if features_by:
             _library.opened()
-            function, more = "OrvoFindFeatures", [features.ctypes.data]
-        else:
-            function, more = "OrvoFindRun", []
+        function = features_by or "OrvoFindRun"
+        more = [features.ctypes.data] if features_by else []
         status = getattr(library, function)(
             ctypes.byref(given), side, records, *more, len(records), ctypes.byref(count)
         )
     _library.check(function, status)
     return [
-        _face(record, 1 << times, features[i].copy() if with_features else None)
+        _face(record, 1 << times, features[i].copy() if features_by else None)
         for i, record in enumerate(records[: count.value])
     ]

@@ -84,6 +84,17 @@ class TheSameFaces(unittest.TestCase):
         self.assertGreater(best, 0.8)
 
 
+    def test_mirrored_features_lie_near_the_plain_ones(self):
+        picture = photograph()
+        mirrored, plain = orvo_fr.faces(picture), orvo_fr.faces(picture, mirrored=False)
+        self.assertGreater(len(mirrored), 0)
+        for one, other in zip(mirrored, plain, strict=True):
+            self.assertEqual(one.box, other.box)
+            near = orvo_fr.distance(one.feature, other.feature)
+            self.assertGreater(near, 0.7)
+            self.assertLess(near, 1)
+
+
 class Arguments(unittest.TestCase):
     def test_any_strides_will_do(self):
         picture = photograph()

@@ -14,6 +14,7 @@
 #include "orvo/orvo_fr.h"
 #include "reference/reference_find_faces.h"
 #include "support/error_line.h"
+#include "support/greymap.h"
 #include "support/guarded_buffer.h"
 #include "support/random.h"
 #include "support/stderr_capture.h"
@@ -28,6 +29,14 @@ using orvo_test::Random;
 using orvo_test::StderrCapture;
 
 constexpr char kUnit[] = "../find/find_api";
+constexpr int32_t kSmallest = 20;
+
+using FeatureFunction = decltype(OrvoFindFeatures);
+const struct {
+    std::string name;
+    FeatureFunction* function;
+} kFeatureFunctions[] = {{"OrvoFindFeatures", OrvoFindFeatures},
+                         {"OrvoFindMirroredFeatures", OrvoFindMirroredFeatures}};
 
 void ExpectSays(const std::string& line, const std::function<void()>& call) {
     StderrCapture errors;
@@ -64,7 +73,7 @@ class FindApi : public testing::Test {
         ASSERT_EQ(OrvoFindSetMemory(memory_.bytes(), kSize), ORVO_FIND_OK);
     }
 
-    // Both calls refuse, say why in one line, and write nothing.
+    // All three calls refuse, say why in one line, and write nothing.
     void ExpectRefused(const OrvoFindPicture* picture, int32_t smallest, int32_t room,
                        int32_t status, const std::string& message) {
         Results results;
@@ -75,18 +84,19 @@ class FindApi : public testing::Test {
             EXPECT_TRUE(IsErrorLine(errors.text(), kUnit, "OrvoFindRun failed. " + message + "\n"))
                 << errors.text();
         }
-        StderrCapture errors;
-        EXPECT_EQ(OrvoFindFeatures(picture, smallest, results.faces.data(), results.features.data(),
-                                   room, &results.count),
-                  status);
-        EXPECT_TRUE(IsErrorLine(errors.text(), kUnit, "OrvoFindFeatures failed. " + message + "\n"))
-            << errors.text();
+        for (const auto& [name, function] : kFeatureFunctions) {
+            StderrCapture errors;
+            EXPECT_EQ(function(picture, smallest, results.faces.data(), results.features.data(),
+                               room, &results.count),
+                      status);
+            EXPECT_TRUE(IsErrorLine(errors.text(), kUnit, name + " failed. " + message + "\n"))
+                << errors.text();
+        }
         EXPECT_TRUE(results.untouched());
     }
 
     const Grey grey_ = orvo_reference::SeededGrey(1, 100, 80);
     const OrvoFindPicture picture_{grey_.pixels.data(), 100, 80, 100};
-    static constexpr int32_t kSmallest = 20;
     const uint32_t kSize = OrvoFindGetMemorySize(100, 80, kSmallest);
     GuardedBuffer memory_{OrvoFindGetMemorySize(100, 80, kSmallest)};
     std::vector<uint8_t> core_ = std::vector<uint8_t>(OrvoFrGetMemorySize());
@@ -215,32 +225,24 @@ TEST_F(FindApi, FeaturesNeedTheRecogniser) {
     ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
     ASSERT_EQ(OrvoFindSetMemory(memory_.bytes(), kSize), ORVO_FIND_OK);
     Results results;
-    const auto features = [&] {
-        StderrCapture errors;
-        const int32_t status = OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
-                                                results.features.data(), 4, &results.count);
-        EXPECT_EQ(errors.text().empty(), status == ORVO_FIND_OK);
-        return status;
+    const auto expect = [&](int32_t status, const std::string& message) {
+        for (const auto& [name, function] : kFeatureFunctions) {
+            StderrCapture errors;
+            EXPECT_EQ(function(&picture_, kSmallest, results.faces.data(), results.features.data(),
+                               4, &results.count),
+                      status);
+            const std::string said = errors.text();
+            EXPECT_TRUE(message.empty() ? said.empty() : IsErrorLine(said, kUnit, name + message))
+                << said;
+        }
     };
-    EXPECT_EQ(features(), ORVO_FIND_NULL_ADDRESS);
-    ExpectSays(
-        "OrvoFindFeatures failed. The address of the features is null or OrvoFrSetMemory has not "
-        "succeeded!\n",
-        [&] {
-            EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
-                                       results.features.data(), 4, &results.count),
-                      ORVO_FIND_NULL_ADDRESS);
-        });
+    expect(ORVO_FIND_NULL_ADDRESS,
+           " failed. The address of the features is null or OrvoFrSetMemory has not succeeded!\n");
     ASSERT_EQ(OrvoFrSetMemory(core_.data(), OrvoFrGetMemorySize()), ORVO_FR_OK);
-    EXPECT_EQ(features(), ORVO_FIND_NOT_DECRYPTED);
-    ExpectSays("OrvoFindFeatures failed. OrvoFrInit has not succeeded\n", [&] {
-        EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(),
-                                   results.features.data(), 4, &results.count),
-                  ORVO_FIND_NOT_DECRYPTED);
-    });
+    expect(ORVO_FIND_NOT_DECRYPTED, " failed. OrvoFrInit has not succeeded\n");
     EXPECT_TRUE(results.untouched());
     ASSERT_EQ(OrvoFrInit(), ORVO_FR_OK);
-    EXPECT_EQ(features(), ORVO_FIND_OK);
+    expect(ORVO_FIND_OK, "");
     EXPECT_GE(results.count, 0);
 }
 
@@ -311,10 +313,14 @@ TEST_F(FindApi, RefusesResultsThatHaveNoPlace) {
     EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, nullptr, 4, &results.count),
               ORVO_FIND_NULL_ADDRESS);
     EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, faces, -1, &results.count), ORVO_FIND_WRONG_SIZE);
-    EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, faces, nullptr, 4, &results.count),
-              ORVO_FIND_NULL_ADDRESS);
-    EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, faces, features, INT32_MIN, &results.count),
-              ORVO_FIND_WRONG_SIZE);
+    for (const auto& [name, function] : kFeatureFunctions) {
+        EXPECT_EQ(function(&picture_, kSmallest, faces, nullptr, 4, &results.count),
+                  ORVO_FIND_NULL_ADDRESS)
+            << name;
+        EXPECT_EQ(function(&picture_, kSmallest, faces, features, INT32_MIN, &results.count),
+                  ORVO_FIND_WRONG_SIZE)
+            << name;
+    }
     EXPECT_TRUE(results.untouched());
 }
 
@@ -323,9 +329,12 @@ TEST_F(FindApi, NoRoomIsNoFault) {
     int32_t count = -1;
     EXPECT_EQ(OrvoFindRun(&picture_, kSmallest, nullptr, 0, &count), ORVO_FIND_OK);
     EXPECT_EQ(count, 0);
-    count = -1;
-    EXPECT_EQ(OrvoFindFeatures(&picture_, kSmallest, nullptr, nullptr, 0, &count), ORVO_FIND_OK);
-    EXPECT_EQ(count, 0);
+    for (const auto& [name, function] : kFeatureFunctions) {
+        count = -1;
+        EXPECT_EQ(function(&picture_, kSmallest, nullptr, nullptr, 0, &count), ORVO_FIND_OK)
+            << name;
+        EXPECT_EQ(count, 0) << name;
+    }
 }
 
 TEST_F(FindApi, UprightRefusesWhatItCannotTurn) {
@@ -417,25 +426,105 @@ TEST_F(FindApi, ALargePictureNeedsNoMoreMemoryThanItAsksFor) {
     }
 }
 
-// A face that is asked for alone is the best of all, and its feature that of its upright crop.
-TEST_F(FindApi, FeaturesAreThoseOfTheUprightCrops) {
-    SetUpEverything();
+// What the recogniser makes of a crop.
+std::vector<float> FeatureOf(const uint8_t* crop) {
+    uint8_t planes[3][96 * 96];
+    for (uint8_t* plane : planes) {
+        std::memcpy(plane, crop, sizeof planes[0]);
+    }
+    FrRun(planes[0]);
+    return {FrGetOutput(), FrGetOutput() + 128};
+}
+
+std::vector<float> MirroredFeatureOf(const uint8_t* crop) {
+    uint8_t mirrored[96 * 96];
+    for (int row = 0; row < 96; ++row) {
+        for (int column = 0; column < 96; ++column) {
+            mirrored[96 * row + column] = crop[96 * row + 95 - column];
+        }
+    }
+    const std::vector<float> one = FeatureOf(crop), other = FeatureOf(mirrored);
+    double squares = 0;
+    for (size_t i = 0; i < 128; ++i) {
+        const double sum = double{one[i]} + double{other[i]};
+        squares += sum * sum;
+    }
+    std::vector<float> mean(128);
+    for (size_t i = 0; i < 128; ++i) {
+        mean[i] =
+            static_cast<float>((double{one[i]} + double{other[i]}) * (1 / std::sqrt(squares)));
+    }
+    return mean;
+}
+
+// Two faces side by side, and memory for them.
+struct TwoFaces {
+    static constexpr int32_t kWidth = 320, kHeight = 160;
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(size_t{kWidth} * kHeight, 90);
+    OrvoFindPicture picture = {pixels.data(), kWidth, kHeight, kWidth};
+    GuardedBuffer memory{OrvoFindGetMemorySize(kWidth, kHeight, kSmallest)};
+
+    TwoFaces() {
+        size_t left = 8;
+        for (const char* name : {"good.pgm", "tilted.pgm"}) {
+            const auto face = orvo_test::ReadGreymap(std::string(ORVO_FIND_PICTURES "/") + name);
+            EXPECT_EQ(face.width, 144) << name;
+            for (size_t row = 0; row < static_cast<size_t>(face.height); ++row) {
+                std::memcpy(&pixels[(row + 8) * kWidth + left], &face.pixels[row * 144], 144);
+            }
+            left += 144 + 16;
+        }
+        EXPECT_EQ(OrvoFindSetMemory(memory.bytes(), static_cast<uint32_t>(memory.size())), 0);
+    }
+};
+
+// The faces are those of OrvoFindRun(), and each feature is what `feature` makes of the upright crop.
+void ExpectFeatures(FeatureFunction* function, std::vector<float> (*feature)(const uint8_t*)) {
+    const TwoFaces two;
     Results all(30);
-    ASSERT_EQ(OrvoFindRun(&picture_, kSmallest, all.faces.data(), 30, &all.count), ORVO_FIND_OK);
+    ASSERT_EQ(OrvoFindRun(&two.picture, kSmallest, all.faces.data(), 30, &all.count), 0);
+    ASSERT_EQ(all.count, 2);
     Results results(30);
-    ASSERT_EQ(OrvoFindFeatures(&picture_, kSmallest, results.faces.data(), results.features.data(),
-                               30, &results.count),
+    ASSERT_EQ(function(&two.picture, kSmallest, results.faces.data(), results.features.data(), 30,
+                       &results.count),
               ORVO_FIND_OK);
     ASSERT_EQ(results.count, all.count);
     EXPECT_EQ(std::memcmp(results.faces.data(), all.faces.data(), 30 * sizeof(OrvoFindFace)), 0);
-    for (size_t i = 0; i < static_cast<size_t>(results.count); ++i) {
-        uint8_t planes[3][96 * 96];
-        ASSERT_EQ(OrvoFindUpright(&picture_, &results.faces[i], planes[0]), ORVO_FIND_OK);
-        std::memcpy(planes[1], planes[0], sizeof planes[0]);
-        std::memcpy(planes[2], planes[0], sizeof planes[0]);
-        FrRun(planes[0]);
-        EXPECT_EQ(std::memcmp(FrGetOutput(), &results.features[128 * i], 512), 0) << i;
-        EXPECT_TRUE(i == 0 || results.faces[i].score <= results.faces[i - 1].score);
+    for (size_t i = 0; i < 2; ++i) {
+        uint8_t crop[96 * 96];
+        ASSERT_EQ(OrvoFindUpright(&two.picture, &results.faces[i], crop), ORVO_FIND_OK);
+        EXPECT_EQ(std::memcmp(feature(crop).data(), &results.features[128 * i], 512), 0) << i;
+    }
+    EXPECT_LE(results.faces[1].score, results.faces[0].score);
+}
+
+TEST_F(FindApi, FeaturesAreThoseOfTheUprightCrops) {
+    SetUpEverything();
+    ExpectFeatures(OrvoFindFeatures, FeatureOf);
+}
+
+TEST_F(FindApi, MirroredFeaturesAreTheMeanOfBothSides) {
+    SetUpEverything();
+    ExpectFeatures(OrvoFindMirroredFeatures, MirroredFeatureOf);
+}
+
+TEST_F(FindApi, MirroredFeaturesHaveUnitLengthAndLieNearThePlainOnes) {
+    SetUpEverything();
+    const TwoFaces two;
+    Results plain, mirrored;
+    ASSERT_EQ(OrvoFindFeatures(&two.picture, kSmallest, plain.faces.data(), plain.features.data(),
+                               4, &plain.count),
+              ORVO_FIND_OK);
+    ASSERT_EQ(OrvoFindMirroredFeatures(&two.picture, kSmallest, mirrored.faces.data(),
+                                       mirrored.features.data(), 4, &mirrored.count),
+              ORVO_FIND_OK);
+    ASSERT_EQ(mirrored.count, 2);
+    for (size_t face = 0; face < 2; ++face) {
+        const float* const feature = &mirrored.features[128 * face];
+        EXPECT_NEAR(OrvoFrGetDistance(feature, 512, feature, 512), 1.0f, 1e-6f);
+        const float near = OrvoFrGetDistance(feature, 512, &plain.features[128 * face], 512);
+        EXPECT_GT(near, 0.8f);
+        EXPECT_LT(near, 1.0f);
     }
 }
 

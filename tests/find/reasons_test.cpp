@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orvo/orvo_find.h"
+#include "support/greymap.h"
 
 namespace {
 
@@ -23,20 +24,10 @@ struct Picture {
     }
 };
 
-// Tests of the library have no reader of PNG.
-Picture ReadPgm(const std::string& name) {
-    std::ifstream file(ORVO_FIND_PICTURES "/" + name, std::ios::binary);
-    std::string kind;
-    Picture picture{};
-    int most = 0;
-    file >> kind >> picture.width >> picture.height >> most;
-    file.get();
-    EXPECT_TRUE(file && kind == "P5" && most == 255) << name;
-    picture.pixels.resize(static_cast<size_t>(picture.width * picture.height));
-    file.read(reinterpret_cast<char*>(picture.pixels.data()),
-              static_cast<std::streamsize>(picture.pixels.size()));
-    EXPECT_TRUE(file) << name;
-    return picture;
+Picture ReadFace(const std::string& name) {
+    orvo_test::Greymap map = orvo_test::ReadGreymap(ORVO_FIND_PICTURES "/" + name);
+    EXPECT_FALSE(map.pixels.empty()) << name;
+    return {map.width, map.height, std::move(map.pixels)};
 }
 
 template <typename Level>
@@ -116,7 +107,7 @@ class Reasons : public testing::Test {
         EXPECT_LT(face.quality, good.quality);
     }
 
-    const Picture good_ = ReadPgm("good.pgm");
+    const Picture good_ = ReadFace("good.pgm");
 
   private:
     std::vector<uint8_t> memory_;
@@ -133,9 +124,9 @@ TEST_F(Reasons, Blurred) { ExpectReason(Blurred(good_, 2), ORVO_FIND_BLURRED); }
 TEST_F(Reasons, Dark) { ExpectReason(Lit(good_, 0.15), ORVO_FIND_DARK); }
 TEST_F(Reasons, Overexposed) { ExpectReason(Lit(good_, 3), ORVO_FIND_OVEREXPOSED); }
 TEST_F(Reasons, CutOff) { ExpectReason(WithoutColumns(good_, 60), ORVO_FIND_CUT_OFF); }
-TEST_F(Reasons, Turned) { ExpectReason(ReadPgm("turned.pgm"), ORVO_FIND_TURNED); }
-TEST_F(Reasons, Tilted) { ExpectReason(ReadPgm("tilted.pgm"), ORVO_FIND_TILTED); }
-TEST_F(Reasons, Covered) { ExpectReason(ReadPgm("covered.pgm"), ORVO_FIND_COVERED); }
+TEST_F(Reasons, Turned) { ExpectReason(ReadFace("turned.pgm"), ORVO_FIND_TURNED); }
+TEST_F(Reasons, Tilted) { ExpectReason(ReadFace("tilted.pgm"), ORVO_FIND_TILTED); }
+TEST_F(Reasons, Covered) { ExpectReason(ReadFace("covered.pgm"), ORVO_FIND_COVERED); }
 
 // A flaw that takes all quality makes a face one to be refused.
 TEST_F(Reasons, BadFacesAreBelowTheLimit) {

@@ -153,6 +153,12 @@ TEST_F(NoAllocation, HappensInTheFinder) {
               }),
               0);
     EXPECT_EQ(status, 0);
+    EXPECT_EQ(AllocationsDuring([&] {
+                  status = OrvoFindMirroredFeatures(&picture, ORVO_FIND_SMALLEST, faces, features,
+                                                    2, &count);
+              }),
+              0);
+    EXPECT_EQ(status, 0);
     faces[0].side = 100;
     EXPECT_EQ(AllocationsDuring([&] { status = OrvoFindUpright(&picture, faces, crop); }), 0);
     EXPECT_EQ(status, 0);

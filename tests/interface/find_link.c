@@ -24,6 +24,8 @@ int main(void) {
         OrvoFindInit() == ORVO_FIND_OK && OrvoFindSetMemory(memory, size) == ORVO_FIND_OK &&
         OrvoFindFeatures(&picture, ORVO_FIND_SMALLEST, faces, features, ROOM, &count) ==
             ORVO_FIND_OK &&
+        OrvoFindMirroredFeatures(&picture, ORVO_FIND_SMALLEST, faces, features, ROOM, &count) ==
+            ORVO_FIND_OK &&
         count >= 0 && count <= ROOM) {
         printf("%d faces\n", (int)count);
         status = 0;

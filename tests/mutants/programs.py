@@ -44,7 +44,7 @@ _PROGRAMS = [
     (r"fr_demo/(align|fr)_32\.cpp", "network_steps_test core_api_test network_memory_test"),
     (r"fr_demo/\w+_registry\.cpp", "registry_test core_api_test layer_list_test"),
     (r"fr_demo/", "core_api_test network_steps_test network_memory_test device_api_core_answers_test"),
-    (r"find/", "find_levels_test find_quality_test find_look_test find_faces_test find_upright_test find_reasons_test "
+    (r"find/", "find_recognise_test find_levels_test find_quality_test find_look_test find_faces_test find_upright_test find_reasons_test "
                "find_api_test find_network_steps_test find_whole_run_test"),
     (r"grey/structure\.cpp", "structure_test"),
     (r"grey/", "scale_plane_test platform_test"),

@@ -211,6 +211,7 @@ static void RecogniseFace(const Picture* picture) {
 static void FindFaces(const Picture* picture) {
     OrvoFindFace faces[MOST_FACES];
     float features[MOST_FACES * ORVO_FIND_FEATURE_LENGTH];
+    float mirrored[MOST_FACES * ORVO_FIND_FEATURE_LENGTH];
     uint8_t crop[ORVO_FIND_CROP_SIZE * ORVO_FIND_CROP_SIZE];
     int32_t count = 0;
     int32_t i;
@@ -220,6 +221,8 @@ static void FindFaces(const Picture* picture) {
     void* const memory = Memory(size);
     if (OrvoFindSetMemory(memory, size) != ORVO_FIND_OK ||
         OrvoFindFeatures(&view, ORVO_FIND_SMALLEST, faces, features, MOST_FACES, &count) !=
+            ORVO_FIND_OK ||
+        OrvoFindMirroredFeatures(&view, ORVO_FIND_SMALLEST, faces, mirrored, MOST_FACES, &count) !=
             ORVO_FIND_OK) {
         Fail("a picture is refused");
     }
@@ -227,6 +230,7 @@ static void FindFaces(const Picture* picture) {
     for (i = 0; i < count; ++i) {
         Say("face", OfWords(&faces[i], sizeof faces[i] / 4));
         Say("feature", OfWords(features + i * ORVO_FIND_FEATURE_LENGTH, ORVO_FIND_FEATURE_LENGTH));
+        Say("mirrored", OfWords(mirrored + i * ORVO_FIND_FEATURE_LENGTH, ORVO_FIND_FEATURE_LENGTH));
         if (OrvoFindUpright(&view, &faces[i], crop) != ORVO_FIND_OK) {
             Fail("a face cannot be turned upright");
         }

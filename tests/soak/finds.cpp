@@ -2,9 +2,9 @@
 //
 // Whole pictures, one after the other: the faces in them and their features.
 #include <cstring>
-#include <fstream>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orvo/orvo_find.h"
@@ -13,6 +13,7 @@
 #include "soak/progress.h"
 #include "soak/soak.h"
 #include "support/drawn_frame.h"
+#include "support/greymap.h"
 
 namespace orvo_soak {
 namespace {
@@ -40,18 +41,10 @@ struct Found {
 };
 
 Pixels ReadFace(const std::string& name) {
-    std::ifstream file(ORVO_FIND_PICTURES "/" + name, std::ios::binary);
-    std::string kind;
-    int32_t width = 0;
-    int32_t height = 0;
-    int32_t most = 0;
-    file >> kind >> width >> height >> most;
-    file.get();
-    Pixels pixels(size_t{kFaceSide} * kFaceSide);
-    file.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(pixels.size()));
-    Require(file && kind == "P5" && width == kFaceSide && height == kFaceSide && most == 255,
+    orvo_test::Greymap map = orvo_test::ReadGreymap(ORVO_FIND_PICTURES "/" + name);
+    Require(map.width == kFaceSide && map.height == kFaceSide,
             name + " is no grey picture of 144 x 144");
-    return pixels;
+    return std::move(map.pixels);
 }
 
 // Faces side by side before what is no face.
@@ -71,8 +64,8 @@ Pixels Group(std::initializer_list<const char*> names, uint64_t seed) {
 Found Find(const Pixels& pixels) {
     const OrvoFindPicture picture = {pixels.data(), kWidth, kHeight, kWidth};
     Found found;
-    Require(OrvoFindFeatures(&picture, ORVO_FIND_SMALLEST, found.faces, found.features, kRoom,
-                             &found.count) == ORVO_FIND_OK,
+    Require(OrvoFindMirroredFeatures(&picture, ORVO_FIND_SMALLEST, found.faces, found.features,
+                                     kRoom, &found.count) == ORVO_FIND_OK,
             "a picture is refused");
     return found;
 }

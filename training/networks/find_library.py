@@ -82,10 +82,11 @@ class FindLibrary:
         return self._call("OrvoFindRun", picture, smallest, most)
 
     def features(self, picture, smallest=20, most=64):
-        """The faces, and a feature for each. A Library must have opened the core."""
+        """The faces, and a feature for each, as programs take it: mirrored, too. A Library must have
+        opened the core."""
         features = np.empty((most, FEATURES), np.float32)
         address = ctypes.c_void_p(features.ctypes.data)
-        faces = self._call("OrvoFindFeatures", picture, smallest, most, address)
+        faces = self._call("OrvoFindMirroredFeatures", picture, smallest, most, address)
         return faces, features[: len(faces)]
 
     def upright(self, picture, face):

@@ -103,7 +103,9 @@ def native_faces(picture, smallest=20, with_features=True):
     records = (Record * MOST)()
     features = ctypes.create_string_buffer(MOST * FEATURE_BYTES)
     count = ctypes.c_int32()
-    function, more = (find.OrvoFindFeatures, [features]) if with_features else (find.OrvoFindRun, [])
+    function, more = (
+        (find.OrvoFindMirroredFeatures, [features]) if with_features else (find.OrvoFindRun, [])
+    )
     check(function(ctypes.byref(given), smallest, records, *more, MOST, ctypes.byref(count)))
     faces = []
     for i in range(count.value):

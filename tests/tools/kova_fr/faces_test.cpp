@@ -91,8 +91,8 @@ LibraryFaces FacesByLibrary(const Grey& picture) {
     found.faces.resize(20);
     found.features.resize(20);
     int32_t count = 0;
-    EXPECT_EQ(OrvoFindFeatures(&view, ORVO_FIND_SMALLEST, found.faces.data(),
-                               found.features[0].data(), 20, &count),
+    EXPECT_EQ(OrvoFindMirroredFeatures(&view, ORVO_FIND_SMALLEST, found.faces.data(),
+                                       found.features[0].data(), 20, &count),
               ORVO_FIND_OK);
     found.faces.resize(static_cast<size_t>(count));
     found.features.resize(static_cast<size_t>(count));

@@ -106,8 +106,8 @@ Finder::Features Finder::Look(const GreyPicture& picture, std::optional<int32_t>
     int32_t count = 0;
     if (withFeatures) {
         found.features.resize(found.faces.size());
-        Check(OrvoFindFeatures(&view, least, found.faces.data(), found.features.front().data(),
-                               most, &count));
+        Check(OrvoFindMirroredFeatures(&view, least, found.faces.data(),
+                                       found.features.front().data(), most, &count));
         found.features.resize(static_cast<size_t>(count));
     } else {
         Check(OrvoFindRun(&view, least, found.faces.data(), most, &count));
