@@ -99,6 +99,11 @@ int main(int argc, char** argv) {
             ->check(CLI::PositiveNumber);
     }
     for (CLI::App* command : {crops, frames}) {
+        command
+            ->add_option("--looks", options.job.looks,
+                         "Looks of a person: hair and beard, each in as many of the pictures")
+            ->capture_default_str()
+            ->check(CLI::PositiveNumber);
         command->add_flag("--bare", options.bare, "Bare heads in five even views: shape alone");
     }
     frames->add_option("--empty", options.job.emptyShare, "Share of pictures without a face")

@@ -70,7 +70,8 @@ void AddShapes(Studio& studio, const std::filesystem::path& shapes, float share)
     studio.scannedShare = share;
 }
 
-Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number) {
+Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number,
+                  std::uint64_t look) {
     const HeadModel& model = studio.model;
     Person person;
     person.seed = seed;
@@ -83,11 +84,11 @@ Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number
     person.identity.broad = studio.broad;
     person.identity.drawnBrows = studio.drawnBrows;
     person.shape = DrawShape(model, studio.space, person.identity, random);
-    Random hair(seed, number, 0, Purpose::kHair);
+    Random hair(seed, number, look, Purpose::kHair);
     person.hairiness = DrawHairiness(person.identity, hair);
     person.hairdress =
         DrawHairdress(model, person.shape, person.identity, person.hairiness, studio.streaks, hair);
-    if (studio.broad && Random(seed, number, 0, Purpose::kBroad).Chance(studio.hairless)) {
+    if (studio.broad && Random(seed, number, look, Purpose::kBroad).Chance(studio.hairless)) {
         person.hairdress.styles.resize(1);
         person.hairdress.styles[0] = HairStyle{};
         person.hairdress.styles[0].id = 1;

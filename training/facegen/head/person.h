@@ -44,7 +44,9 @@ struct Person {
     Atlas atlas;
 };
 
-// Depends on the seed and the number alone.
-Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number);
+// Depends on the seed, the number and the look alone. Other looks of a person have other hair and
+// another beard; look 0 is the usual one.
+Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number,
+                  std::uint64_t look = 0);
 
 } // namespace facegen

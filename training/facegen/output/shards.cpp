@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -50,7 +51,8 @@ PhotoPlan BarePhoto(const Studio& studio, const PhotoPlan& plan, std::uint64_t p
 void RenderPerson(const Studio& studio, const Job& job, Photographer& photographer,
                   std::uint64_t nth, Shard& shard) {
     const std::uint64_t number = job.firstPerson + nth;
-    const Person person = MakePerson(studio, job.seed, number);
+    std::optional<Person> person;
+    std::uint64_t shown = 0;
     const auto size = static_cast<std::size_t>(PictureSize(job.view));
     const std::uint64_t from = std::max(shard.first, nth * job.pictures);
     const std::uint64_t to = std::min(shard.first + shard.count, (nth + 1) * job.pictures);
@@ -58,13 +60,18 @@ void RenderPerson(const Studio& studio, const Job& job, Photographer& photograph
         const std::uint64_t picture = i - nth * job.pictures;
         const std::size_t slot = i - shard.first;
         std::uint8_t* pixels = shard.pictures.data() + slot * size * size;
+        const std::uint64_t look = picture * job.looks / job.pictures;
+        if (!person || look != shown) {
+            person = MakePerson(studio, job.seed, number, look);
+            shown = look;
+        }
         if (ShowsFace(job, number, picture)) {
-            PhotoPlan plan = PlanPhoto(studio, person, job.view, picture);
+            PhotoPlan plan = PlanPhoto(studio, *person, job.view, picture);
             if (studio.bare && !studio.broad) {
                 plan = BarePhoto(studio, plan, picture);
             }
-            photographer.Take(person, plan, picture, pixels);
-            shard.labels[slot] = LabelsOf(person, plan);
+            photographer.Take(*person, plan, picture, pixels);
+            shard.labels[slot] = LabelsOf(*person, plan);
         } else {
             photographer.TakeEmpty(job.seed, number, picture, static_cast<int>(size), pixels);
             shard.labels[slot] = Labels{};

@@ -12,7 +12,8 @@ struct Job {
     std::filesystem::path out;
     View view = View::kCrop;
     std::uint64_t people = 0, pictures = 0, seed = 0, firstPerson = 0;
-    float emptyShare = 0; // of the pictures that show no face
+    std::uint64_t looks = 1; // of a person, each in as many of the pictures: hair and beard
+    float emptyShare = 0;    // of the pictures that show no face
     int threads = 1;
     std::uint64_t shardSize = 4096;
     bool clean = false; // sheets only: no blur, noise or JPEG

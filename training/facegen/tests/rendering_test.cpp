@@ -112,6 +112,37 @@ TEST_F(Rendering, APersonIsTheSameWhereverTheNumberingStarts) {
     EXPECT_TRUE(all.substr(8U * 128U * 128U) == Data(folder / "later", ".pictures.npy"));
 }
 
+TEST_F(Rendering, OtherLooksAreTheSameHeadWithOtherHair) {
+    Job usual = MakeJob("usual"), looks = MakeJob("looks"), split = MakeJob("split-looks");
+    looks.looks = split.looks = 2;
+    split.shardSize = 5; // cuts through looks
+    split.threads = 2;
+    for (const Job& job : {usual, looks, split}) {
+        RenderShards(*studio, job);
+    }
+    const std::string before = Data(usual.out, ".pictures.npy");
+    const std::string after = Data(looks.out, ".pictures.npy");
+    EXPECT_TRUE(after == Data(split.out, ".pictures.npy"));
+    // Three people of four pictures: the first two of each are what they were.
+    constexpr std::size_t kPicture = std::size_t{128} * 128;
+    for (std::size_t person = 0; person < 3; ++person) {
+        const std::size_t start = 4 * person * kPicture;
+        EXPECT_TRUE(before.substr(start, 2 * kPicture) == after.substr(start, 2 * kPicture));
+    }
+    EXPECT_FALSE(before == after);
+
+    int otherHair = 0;
+    for (std::uint64_t number = 0; number < 8; ++number) {
+        const Person one = MakePerson(*studio, 42, number),
+                     other = MakePerson(*studio, 42, number, 1);
+        EXPECT_EQ(std::memcmp(one.shape.points.data(), other.shape.points.data(),
+                              one.shape.points.size() * sizeof one.shape.points[0]),
+                  0);
+        otherHair += one.hairdress.styles.front().id != other.hairdress.styles.front().id;
+    }
+    EXPECT_GE(otherHair, 3);
+}
+
 TEST_F(Rendering, ShardsThatAreThereAreLeftAlone) {
     Job split = MakeJob("resumed");
     split.shardSize = 4;
