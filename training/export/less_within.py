@@ -2,7 +2,8 @@
 """Multiplies a linear map into the recognition network's last layer, so that what changes within a person
 counts less.
 
-Of crops of people, S is the scatter of their features about each person's mean. The features are taken times
+Of crops of people, S is the scatter of their features about each person's mean, over several folders the mean of
+theirs. The features are taken times
 (S + ridge * mean variance)^-1/2: directions in which one person's pictures differ most are made shorter. The
 larger the ridge, the less is changed.
 """
@@ -75,14 +76,17 @@ def main():
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
     parser.add_argument("model", type=Path, help="the network: fr.safetensors")
-    parser.add_argument("--data", type=Path, required=True, metavar="FOLDER", help="with crops-* shards of people")
+    parser.add_argument(
+        "--data", type=Path, nargs="+", required=True, metavar="FOLDER", help="with crops-* shards of people"
+    )
     parser.add_argument("--out", type=Path, required=True)
     parser.add_argument("--ridge", type=float, default=4.0, help="(%(default)s)")
-    parser.add_argument("--pictures", type=int, default=12288, help="at most (%(default)s)")
+    parser.add_argument("--pictures", type=int, default=12288, help="of each folder, at most (%(default)s)")
     args = parser.parse_args()
     model = tensors.read(args.model)
-    features, people = features_of(model, args.data, args.pictures)
-    matrix = shortening(scatter_within(features, people), args.ridge)
+    folders = [features_of(model, folder, args.pictures) for folder in args.data]
+    matrix = shortening(np.mean([scatter_within(*folder) for folder in folders], axis=0), args.ridge)
+    features = np.concatenate([features for features, _ in folders])
     last = from_tensors("fr", model).convs[-1]
     weight, bias = f"{last.number}.weight", f"{last.number}.bias"
     flat = model[weight].reshape(last.outputs, -1)

@@ -21,6 +21,7 @@ try:
 
     from training.data.augment import CROP, STORED, Augmenter, Strength, centre_crop
     from training.data.shards import FOLDER_PEOPLE, PeopleSampler, Shards
+    from training.export import less_within
     from training.trainers import train_align, train_float, train_quantised
     from training.trainers.losses import CosFace, shared_direction
 except ImportError as error:
@@ -96,6 +97,26 @@ class Trainings(unittest.TestCase):
             # Two steps move nothing far.
             far = max(np.abs(before[n].astype(int) - after[n]).max() for n in before if "weight" in n)
             self.assertLess(far, 8)
+
+    def test_less_within_changes_the_last_layer_alone_and_reads_all_folders(self):
+        model, last = ROOT / "models/fr.safetensors", layers.convolutions(layers.PROGRAMS["fr"])[-1].number
+        with tempfile.TemporaryDirectory() as name:
+            folders = [Path(name) / part for part in ("one", "two")]
+            for number, folder in enumerate(folders):
+                folder.mkdir()
+                write_shard(folder, number, 0)
+            outs = {}
+            for used in (folders[:1], folders[1:], folders):
+                outs[len(outs)] = out = Path(name) / f"{len(outs)}.safetensors"
+                run_plain(less_within, model, "--data", *used, "--out", out)
+            before = tensors.read(model)
+            after = [tensors.read(out) for out in outs.values()]
+            for one in after:
+                self.assertEqual(list(one), list(before))
+                changed = [key for key in before if not np.array_equal(before[key], one[key])]
+                self.assertEqual(changed, [f"{last}.bias", f"{last}.weight"])
+            for one, other in ((0, 1), (0, 2), (1, 2)):
+                self.assertFalse(np.array_equal(after[one][f"{last}.weight"], after[other][f"{last}.weight"]))
 
     def test_batches_of_a_kind_are_from_one_folder_and_of_a_cell_are_alike(self):
         with tempfile.TemporaryDirectory() as name:
