@@ -44,12 +44,11 @@ void TakeMean(float* feature, const float* other) {
 
 } // namespace
 
-void Recognise(uint8_t* crop, float* feature) {
+void Recognise(const uint8_t* crop, float* feature) {
     std::memcpy(feature, Answer(crop), kLength * sizeof *feature);
 }
 
-void RecogniseMirrored(uint8_t* crop, float* feature) {
-    Recognise(crop, feature);
+void TakeMirrored(uint8_t* crop, float* feature) {
     for (int32_t row = 0; row < kSide; ++row) {
         std::reverse(crop + row * kSide, crop + (row + 1) * kSide);
     }

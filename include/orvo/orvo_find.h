@@ -185,11 +185,12 @@ ORVO_API int32_t OrvoFindFeatures(const OrvoFindPicture* picture, int32_t smalle
 
 /**
  * OrvoFindFeatures() for twice the recogniser's time and fewer mistakes: each feature is the mean
- * direction of what the recogniser makes of the upright crop and of its mirror image. Features of
- * both functions may be compared with each other; docs/THRESHOLDS.md says what it gains.
+ * direction of what the recogniser makes of the upright crop and of the mirror image of another,
+ * which has the same middle and is a tenth larger. Features of both functions may be compared with
+ * each other; docs/THRESHOLDS.md says what it gains.
  *
  * The sums are double precision in the order of the floats, so these features, too, are the same
- * bytes on every processor. Should the two be opposite, the feature is that of the crop.
+ * bytes on every processor. Should the two be opposite, the feature is that of the first.
  *
  * The arguments and what is returned are those of OrvoFindFeatures().
  */

@@ -48,7 +48,7 @@ class Eyes:
             if near and 0.5 < face.side / box[2] < 2:
                 crop = self.finder.upright(picture, face)
                 probe.measures = self._measures(picture, face, crop)
-                probe.feature = self.core.mirrored_feature(crop)
+                probe.feature = self.finder.mirrored_feature(self.core, picture, face)
                 break
         return probe
 

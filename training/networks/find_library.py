@@ -98,3 +98,13 @@ class FindLibrary:
         if status != _OK:
             raise RuntimeError(f"OrvoFindUpright answers {status}")
         return crop
+
+    def mirrored_feature(self, core, picture, face):
+        """What OrvoFindMirroredFeatures() gives for a face that was found."""
+        larger, margin = Face.from_buffer_copy(face), np.float32(0.05) * np.float32(face.side)
+        larger.left = np.float32(face.left) - margin
+        larger.top = np.float32(face.top) - margin
+        larger.side = np.float32(face.side) + 2 * margin
+        mirrored = np.ascontiguousarray(self.upright(picture, larger)[:, ::-1])
+        mean = core.crop_feature(self.upright(picture, face)).astype(np.float64) + core.crop_feature(mirrored)
+        return (mean / np.linalg.norm(mean)).astype(np.float32)

@@ -90,11 +90,6 @@ class Library:
         text = ctypes.string_at(self._lib.FrGetOutput(), 4 * FEATURES)
         return np.frombuffer(text, np.float32)
 
-    def mirrored_feature(self, crop):
-        """The mean direction of those of a crop and of its mirror image, as OrvoFindMirroredFeatures()."""
-        mean = self.crop_feature(crop).astype(np.float64) + self.crop_feature(np.ascontiguousarray(crop[:, ::-1]))
-        return (mean / np.linalg.norm(mean)).astype(np.float32)
-
     def feature(self, frame):
         """The feature of a 256 x 256 frame: alignment, crop and recognition."""
         frame = np.ascontiguousarray(frame)

@@ -20,6 +20,10 @@ constexpr const char* kNotes =
 one line of 128 numbers, which read back to the same bits. --json says where each
 face is and how good, too.
 
+The feature of a found face is the mean direction of what the recogniser makes of
+it and of its mirror image (OrvoFindMirroredFeatures). That of a crop is what a
+camera's kova_fr_extract_obj_feature() answers.
+
 Examples:
   kova-fr extract photo.jpg
   kova-fr extract --crop face.png
