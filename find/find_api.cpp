@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <new>
 
 #include "common/diagnostics.h"
@@ -231,6 +230,12 @@ OrvoFindFace RecordOf(const FoundFace& found) {
     return record;
 }
 
+// The crop may be the memory's own.
+void TurnUpright(const OrvoFindPicture& picture, const OrvoFindFace& face, const Partition& memory,
+                 uint8_t* crop) {
+    Upright(picture, face, reinterpret_cast<float*>(memory.rest), memory.rows, crop);
+}
+
 // Finds faces and judges them. use(number, memory) is called as soon as a face is written, with its
 // upright crop in the memory, which may be changed.
 template <typename Use>
@@ -244,7 +249,7 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
         const FoundFace& found = memory.faces->At(i);
         OrvoFindFace& face = faces[i];
         face = RecordOf(found);
-        Upright(picture, face, reinterpret_cast<float*>(memory.rest), memory.rows, memory.crop);
+        TurnUpright(picture, face, memory, memory.crop);
         const Quality quality = Judge(Measure(found, {picture.width, picture.height}, memory.crop));
         face.quality = quality.value;
         face.reasons = quality.reasons;
@@ -278,8 +283,7 @@ int32_t FindWithFeatures(const char* function, const OrvoFindPicture* picture, i
         float* const feature = features + ptrdiff_t{number} * ORVO_FIND_FEATURE_LENGTH;
         Recognise(memory.crop, feature);
         if (isMirrored) {
-            Upright(*picture, Enlarged(faces[number]), reinterpret_cast<float*>(memory.rest),
-                    memory.rows, memory.crop);
+            TurnUpright(*picture, Enlarged(faces[number]), memory, memory.crop);
             TakeMirrored(memory.crop, feature);
         }
     };
@@ -365,8 +369,7 @@ int32_t OrvoFindUpright(const OrvoFindPicture* picture, const OrvoFindFace* face
     if (status != ORVO_FIND_OK) {
         return status;
     }
-    const Partition memory = PartitionFor(*picture);
-    Upright(*picture, *face, reinterpret_cast<float*>(memory.rest), memory.rows, crop);
+    TurnUpright(*picture, *face, PartitionFor(*picture), crop);
     return ORVO_FIND_OK;
 }
 

@@ -27,18 +27,18 @@ const float* Answer(const uint8_t* crop) {
 // Sums in double precision and in this order, so that every processor gives the same bytes. Opposite
 // features have no mean direction: the first stays.
 void TakeMean(float* feature, const float* other) {
+    double sums[kLength];
     double squares = 0;
     for (int32_t i = 0; i < kLength; ++i) {
-        const double sum = static_cast<double>(feature[i]) + static_cast<double>(other[i]);
-        squares += sum * sum;
+        sums[i] = static_cast<double>(feature[i]) + static_cast<double>(other[i]);
+        squares += sums[i] * sums[i];
     }
     if (squares == 0) {
         return;
     }
     const double inverse = 1 / std::sqrt(squares);
     for (int32_t i = 0; i < kLength; ++i) {
-        const double sum = static_cast<double>(feature[i]) + static_cast<double>(other[i]);
-        feature[i] = static_cast<float>(sum * inverse);
+        feature[i] = static_cast<float>(sums[i] * inverse);
     }
 }
 

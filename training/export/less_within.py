@@ -2,10 +2,9 @@
 """Multiplies a linear map into the recognition network's last layer, so that what changes within a person
 counts less.
 
-Of crops of people, S is the scatter of their features about each person's mean, over several folders the mean of
-theirs. The features are taken times
-(S + ridge * mean variance)^-1/2: directions in which one person's pictures differ most are made shorter. The
-larger the ridge, the less is changed.
+Of crops of people, S is the scatter of their features about each person's mean; of several folders it is the mean
+of theirs. The features are taken times (S + ridge * mean variance)^-1/2: directions in which one person's pictures
+differ most are made shorter. The larger the ridge, the less is changed.
 """
 import argparse
 from pathlib import Path

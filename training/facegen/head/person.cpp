@@ -76,6 +76,7 @@ Person MakePerson(const Studio& studio, std::uint64_t seed, std::uint64_t number
     Person person;
     person.seed = seed;
     person.number = number;
+    person.look = look;
     Random random(seed, number, 0, Purpose::kPerson);
     person.identity = DrawIdentity(random);
     // A stream of its own: without the space everybody stays who they were.

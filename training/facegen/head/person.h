@@ -35,7 +35,7 @@ void AddShapes(Studio& studio, const std::filesystem::path& shapes, float share)
 
 // A person, ready to be photographed.
 struct Person {
-    std::uint64_t seed = 0, number = 0;
+    std::uint64_t seed = 0, number = 0, look = 0;
     Identity identity;
     Shape shape;
     Hairdress hairdress;

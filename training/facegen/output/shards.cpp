@@ -52,7 +52,6 @@ void RenderPerson(const Studio& studio, const Job& job, Photographer& photograph
                   std::uint64_t nth, Shard& shard) {
     const std::uint64_t number = job.firstPerson + nth;
     std::optional<Person> person;
-    std::uint64_t shown = 0;
     const auto size = static_cast<std::size_t>(PictureSize(job.view));
     const std::uint64_t from = std::max(shard.first, nth * job.pictures);
     const std::uint64_t to = std::min(shard.first + shard.count, (nth + 1) * job.pictures);
@@ -61,9 +60,8 @@ void RenderPerson(const Studio& studio, const Job& job, Photographer& photograph
         const std::size_t slot = i - shard.first;
         std::uint8_t* pixels = shard.pictures.data() + slot * size * size;
         const std::uint64_t look = picture * job.looks / job.pictures;
-        if (!person || look != shown) {
+        if (!person || person->look != look) {
             person = MakePerson(studio, job.seed, number, look);
-            shown = look;
         }
         if (ShowsFace(job, number, picture)) {
             PhotoPlan plan = PlanPhoto(studio, *person, job.view, picture);
