@@ -377,6 +377,36 @@ std::vector<Vec3> Fit(const Fitting& fitting, const std::vector<Vec3>& points) {
     return fitted;
 }
 
+namespace {
+
+// All points that may be the nose's tip on some head.
+void AddNose(HeadModel& model, std::uint32_t tip) {
+    constexpr float kReach = 0.11f;
+    for (const std::uint32_t point : model.skin.point) {
+        if (Length(model.base[point] - model.base[tip]) < kReach) {
+            model.nose.push_back(point);
+        }
+    }
+    std::sort(model.nose.begin(), model.nose.end());
+    model.nose.erase(std::unique(model.nose.begin(), model.nose.end()), model.nose.end());
+}
+
+// The base mesh's eyes look straight ahead.
+void AddPupils(HeadModel& model) {
+    const std::vector<Vec3> eyes = Fit(model.eyes.fitting, model.base);
+    float furthest = eyes.front().z;
+    for (const Vec3& p : eyes) {
+        furthest = std::max(furthest, p.z);
+    }
+    for (std::uint32_t i = 0; i < eyes.size(); ++i) {
+        if (eyes[i].z > furthest - 0.002f) {
+            (eyes[i].x > 0 ? model.leftPupil : model.rightPupil).push_back(i);
+        }
+    }
+}
+
+} // namespace
+
 HeadModel LoadHeadModel(const fs::path& assets) {
     HeadModel model;
     const ObjFile obj = ReadObj(assets / "base" / "base.obj");
@@ -431,9 +461,11 @@ HeadModel LoadHeadModel(const fs::path& assets) {
             point = filter(point);
         }
     }
-    // The upper edge of the upper lip on the midline, by its place in the base mesh.
-    constexpr std::uint32_t lipEdgePoint = 455;
+    // By their places in the base mesh: the upper edge of the upper lip on the midline, and the nose.
+    constexpr std::uint32_t lipEdgePoint = 455, nosePoint = 5054;
     model.lipEdge = filter(lipEdgePoint);
+    AddNose(model, filter(nosePoint));
+    AddPupils(model);
 
     ReadTargets(model, assets / "targets", filter);
     for (const Vec3& point : model.base) {

@@ -59,6 +59,9 @@ struct HeadModel {
     std::vector<Picture> eyeTones;         // at the size of the eyes' tile
 
     std::vector<std::uint32_t> leftEye, rightEye; // points about each eyeball
+    // Of the eyes' own points those nearest the middle of each pupil.
+    std::vector<std::uint32_t> leftPupil, rightPupil;
+    std::vector<std::uint32_t> nose;              // points about the nose's tip
     std::uint32_t lipEdge = 0;                    // where the mouth begins, on the midline
 
     Target macro[kEthnicities][kSexes][kAges];

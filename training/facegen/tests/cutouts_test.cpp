@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <numeric>
+#include <vector>
 
 #include "output/labels.h"
 #include "output/npy.h"
@@ -76,6 +79,98 @@ TEST_F(Cutouts, LandmarksLieOnThePersonInTheirOrder) {
         EXPECT_LT(at[3], at[9]);
     }
     EXPECT_GE(fromTheFront, 3);
+}
+
+// A bare head in even light, of 200 pixels.
+struct BareHead {
+    static constexpr int kSize = 480;
+    static constexpr float kBox = 200;
+    std::vector<std::uint8_t> tones, cover;
+    FacePoints points;
+
+    BareHead(const Studio& studio, std::uint64_t number, float yaw, float gaze)
+        : tones(kSize * kSize), cover(kSize * kSize) {
+        const Person person = MakePerson(studio, 71, number);
+        PhotoPlan plan = PlainPhoto(PlanPhoto(studio, person, View::kFrame, 0), yaw, 0);
+        plan.size = kSize;
+        plan.box = {140, 125, kBox};
+        plan.expression.gazeYaw = gaze;
+        Photographer photographer(studio);
+        photographer.TakeCutout(person, plan, 0, tones.data(), cover.data());
+        points = photographer.PointsOf(person, plan);
+    }
+    int SumAround(int x, int y) const {
+        int sum = 0;
+        for (int row = y - 2; row <= y + 2; ++row) {
+            const auto first = tones.begin() + row * kSize + x - 2;
+            sum = std::accumulate(first, first + 5, sum);
+        }
+        return sum;
+    }
+};
+
+Studio Bare(const Studio& studio) {
+    Studio bare = studio;
+    bare.bare = true;
+    return bare;
+}
+
+// How far the darkest place about a pupil is from it: of many heads, since some irises are as dark.
+TEST_F(Cutouts, PupilsAreTheMiddlesOfDarkIrises) {
+    const Studio bare = Bare(*studio);
+    std::vector<double> off;
+    for (std::uint64_t number = 0; number < 20; ++number) {
+        const BareHead head(bare, number, 0, number % 2 == 0 ? 0.0f : 0.2f);
+        for (std::size_t k = 0; k < 2; ++k) {
+            const float x = head.points.at[2 * k], y = head.points.at[2 * k + 1];
+            int least = 25 * 256;
+            double away = 0;
+            for (int row = static_cast<int>(y) - 10; row <= static_cast<int>(y) + 10; ++row) {
+                for (int column = static_cast<int>(x) - 10; column <= static_cast<int>(x) + 10;
+                     ++column) {
+                    const int sum = head.SumAround(column, row);
+                    if (sum < least) {
+                        least = sum;
+                        away = std::hypot(column + 0.5 - static_cast<double>(x),
+                                          row + 0.5 - static_cast<double>(y));
+                    }
+                }
+            }
+            off.push_back(away);
+        }
+    }
+    std::sort(off.begin(), off.end());
+    EXPECT_LT(off[off.size() / 2], 1.8); // the pupils are 75 pixels apart
+}
+
+// From the side it is the furthest point of the outline between eyes and mouth.
+TEST_F(Cutouts, TheTipOfTheNoseStandsOutFurthest) {
+    const Studio bare = Bare(*studio);
+    std::vector<double> beyond, off;
+    for (std::uint64_t number = 0; number < 20; ++number) {
+        const BareHead head(bare, number, 90, 0);
+        const auto& at = head.points.at;
+        const int side = at[4] > at[0] ? 1 : -1; // where the face looks
+        const auto outline = [&](int row) {
+            int x = side > 0 ? BareHead::kSize - 1 : 0;
+            while (head.cover[static_cast<std::size_t>(row * BareHead::kSize + x)] < 128) {
+                x -= side;
+            }
+            return side * x;
+        };
+        const int eyes = static_cast<int>(at[1]), mouth = static_cast<int>(at[7]);
+        int furthest = eyes + (mouth - eyes) / 4;
+        for (int row = furthest; row < mouth - (mouth - eyes) / 6; ++row) {
+            furthest = outline(row) > outline(furthest) ? row : furthest;
+        }
+        beyond.push_back(outline(furthest) - side * static_cast<double>(at[4]));
+        off.push_back(std::abs(furthest + 0.5 - static_cast<double>(at[5])));
+    }
+    std::sort(beyond.begin(), beyond.end());
+    std::sort(off.begin(), off.end());
+    EXPECT_LT(beyond.back(), 2);
+    EXPECT_LT(off.back(), 6); // the outline is flat there
+    EXPECT_LT(off[off.size() / 2], 2.2);
 }
 
 TEST_F(Cutouts, SizeOfShardsDoesNotMatter) {
