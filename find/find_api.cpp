@@ -42,8 +42,8 @@ uint32_t Aligned(uint32_t bytes) { return (bytes + kAlignment - 1) & ~(kAlignmen
 //     | candidates | faces | a crop | room for rows | outputs and scratch of a network |
 //                                                   | or floats of turning upright     |
 //
-// The candidates outlive both networks, the faces every turning as well. Behind the second network's
-// scratch lie the pixels that it is shown. All looking is done before a face is turned.
+// The candidates outlive the first two networks, the faces every turning as well. Behind the scratch of
+// those that look lie the pixels that they are shown. A face is turned when all looking at it is done.
 struct Partition {
     CandidateList* candidates;
     FaceList* faces;
@@ -174,21 +174,25 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     });
 }
 
+LookAnswers LookAt(const OrvoFindPicture& picture, const View& view, LookNetwork network,
+                   const Partition& memory) {
+    MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
+    return RunLookNetwork(network, NetworkMemoryAt(memory.rest, LookOutputBytes()));
+}
+
 // Looks at a face once more, and where it then lies elsewhere, twice: the second look sees it upright and
 // in the middle. False if it is no face.
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
     int32_t sum = 0;
-    const NetworkMemory network = NetworkMemoryAt(memory.rest, LookOutputBytes());
     for (int32_t look = 0; look < kLooks; ++look) {
         const bool isWorthIt =
             look == 0 || (found->score >= kLookedAtAgainScore && CanBeReported(first, look, sum));
         if (!isWorthIt || !CanBeSeen(picture, found->face)) {
             return false;
         }
-        const View view = ViewOf(found->face);
-        MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
-        const LookAnswers answers = RunLookNetwork(network);
+        const View view = ViewOf(found->face, kWideStep);
+        const LookAnswers answers = LookAt(picture, view, LookNetwork::kWide, memory);
         found->face = Described(view, answers);
         sum += answers.rest[0];
         found->score = LookedAtScore(first, look + 1, sum);
@@ -209,6 +213,16 @@ void LookAtAll(const OrvoFindPicture& picture, const Partition& memory) {
         }
     }
     memory.faces->DropRepeated();
+}
+
+// Where everything is in a face that is known to be one. It is what it was if it would then lie where
+// nothing can be seen.
+void LookClosely(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
+    const View view = ViewOf(found->face, kCloseStep);
+    const Description face = Described(view, LookAt(picture, view, LookNetwork::kClose, memory));
+    if (CanBeSeen(picture, face)) {
+        found->face = face;
+    }
 }
 
 float Quarters(int32_t count) { return static_cast<float>(count) * 0.25f; }
@@ -246,7 +260,8 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
     LookAtAll(picture, memory);
     const int32_t count = std::min(memory.faces->count(), room);
     for (int32_t i = 0; i < count; ++i) {
-        const FoundFace& found = memory.faces->At(i);
+        FoundFace found = memory.faces->At(i);
+        LookClosely(picture, memory, &found);
         OrvoFindFace& face = faces[i];
         face = RecordOf(found);
         TurnUpright(picture, face, memory, memory.crop);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The layers of both networks, and their calls. A network's outputs lie in quarters of its memory.
+// The layers of all networks, and their calls. A network's outputs lie in quarters of its memory.
 #pragma once
 
 #include <algorithm>
@@ -28,17 +28,19 @@ struct Layer {
 #define ORVO_LAYER(kind, number, inputs, stride, outputs, shift) \
     {number, Kind::kind, inputs, stride, outputs, shift, g_findWeights##number, g_findBias##number},
 
-inline constexpr Layer kLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)
-                                        ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
+inline constexpr Layer kLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER) ORVO_LOOK_NETWORK(
+    ORVO_LAYER, ORVO_NO_LAYER) ORVO_CLOSE_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
 #undef ORVO_LAYER
 
 #define ORVO_ONE_LAYER(...) +1
 inline constexpr size_t kFirstsLayers = 0 ORVO_FIND_NETWORK(ORVO_ONE_LAYER, ORVO_NO_LAYER);
+inline constexpr size_t kSecondsLayers = 0 ORVO_LOOK_NETWORK(ORVO_ONE_LAYER, ORVO_NO_LAYER);
 #undef ORVO_ONE_LAYER
 
 using Layers = std::span<const Layer>;
 inline constexpr Layers kFirstNetwork = Layers(kLayers).first(kFirstsLayers);
-inline constexpr Layers kSecondNetwork = Layers(kLayers).subspan(kFirstsLayers);
+inline constexpr Layers kSecondNetwork = Layers(kLayers).subspan(kFirstsLayers, kSecondsLayers);
+inline constexpr Layers kThirdNetwork = Layers(kLayers).subspan(kFirstsLayers + kSecondsLayers);
 
 inline constexpr size_t kQuarters = 4;
 
@@ -48,6 +50,16 @@ constexpr bool EveryLayerStandsAtItsNumber() {
                        [&](const Layer& layer) { return layer.number == number++; });
 }
 static_assert(EveryLayerStandsAtItsNumber());
+
+// One function runs both networks that look, and one memory holds either's planes.
+constexpr bool TheThirdHasTheSecondsLayers() {
+    return std::equal(kSecondNetwork.begin(), kSecondNetwork.end(), kThirdNetwork.begin(),
+                      kThirdNetwork.end(), [](const Layer& a, const Layer& b) {
+                          return a.kind == b.kind && a.inputs == b.inputs && a.stride == b.stride &&
+                                 a.outputs == b.outputs && a.shift == b.shift;
+                      });
+}
+static_assert(TheThirdHasTheSecondsLayers());
 
 // How many quarters an output may take: a network begins with few layers of large planes.
 constexpr size_t QuartersOf(const Layer& layer) { return layer.stride == 4 ? 2 : 1; }

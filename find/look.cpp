@@ -16,9 +16,9 @@ namespace {
 
 constexpr int32_t kOne = 1 << 14; // of cosine and sine
 
-// The pixels of a look are at most one and a half of a level's pixels apart: a box of 64 pixels.
-constexpr int32_t kMostLevelSide = 4 * kLookSide; // quarter pixels
-constexpr int32_t kMostReach = 70;                // 31.5 * 1.5 * sqrt(2), and a little
+// The pixels of a look are at most one and a half of a level's pixels apart, in 256ths of quarters.
+constexpr int32_t kMostLevelStep = 6 * 256;
+constexpr int32_t kMostReach = 70; // 31.5 * 1.5 * sqrt(2), and a little
 
 // Places in a level are 2^16ths of its pixels.
 constexpr int32_t kPlaceBits = 16;
@@ -65,8 +65,8 @@ struct Grid {
     Grid(const View& view, int32_t level)
         : x(Middle(view.x, level)),
           y(Middle(view.y, level)),
-          along(Step(view.cosine, view.side, level)),
-          aside(Step(view.sine, view.side, level)) {}
+          along(Step(view, view.cosine, level)),
+          aside(Step(view, view.sine, level)) {}
 
     // `right` and `down`: in half pixels from the middle.
     int32_t XOf(int32_t right, int32_t down) const {
@@ -88,9 +88,8 @@ struct Grid {
         const int64_t place = (int64_t{quarters} << (kPlaceBits - 2)) >> level;
         return static_cast<int32_t>(place) - (1 << (kPlaceBits - 1));
     }
-    // 3 / 128 of the side.
-    static int32_t Step(int32_t direction, int32_t side, int32_t level) {
-        return static_cast<int32_t>(int64_t{direction} * side * 3 >> (7 + level));
+    static int32_t Step(const View& view, int32_t direction, int32_t level) {
+        return static_cast<int32_t>(int64_t{direction} * view.side * view.step >> (8 + level));
     }
 };
 
@@ -129,7 +128,7 @@ void SampleRow(const uint8_t* pixels, uint32_t pitch, const Grid& grid, uint32_t
 void Sample(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
             uint16_t* look) {
     int32_t level = 0;
-    while (view.side > kMostLevelSide << level) {
+    while (int64_t{view.side} * view.step > int64_t{kMostLevelStep} << level) {
         ++level;
     }
     const Grid grid(view, level);
@@ -203,10 +202,10 @@ Offset PointOf(const int8_t* heat, int32_t point) {
     return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
 }
 
-// From sixteenths of the look's pixels, each 3 / 2048 of the box's side.
+// From sixteenths of the look's pixels.
 void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
     const auto scaled = [&](int64_t offset) {
-        return static_cast<int32_t>((offset * view.side * 3 + (1 << 24)) >> 25);
+        return static_cast<int32_t>((offset * view.side * view.step + (1 << 25)) >> 26);
     };
     *x = view.x + scaled(right * view.cosine - down * view.sine);
     *y = view.y + scaled(right * view.sine + down * view.cosine);
@@ -214,7 +213,7 @@ void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_
 
 } // namespace
 
-View ViewOf(const Description& face) {
+View ViewOf(const Description& face, int32_t step) {
     const int32_t* const p = face.points;
     // Two vectors vote: from pupil to pupil, and from the pupils down to the mouth. Of a face in
     // profile the first is short.
@@ -222,10 +221,14 @@ View ViewOf(const Description& face) {
     const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
     const int64_t length = RootOf(x * x + y * y);
     if (length < 8) { // a pixel, doubled
-        return {face.x, face.y, face.side, kOne, 0};
+        return {face.x, face.y, face.side, kOne, 0, step};
     }
-    return {face.x, face.y, face.side, RoundedQuotient(x * kOne, length),
-            RoundedQuotient(y * kOne, length)};
+    return {face.x,
+            face.y,
+            face.side,
+            RoundedQuotient(x * kOne, length),
+            RoundedQuotient(y * kOne, length),
+            step};
 }
 
 bool CanBeSeen(const OrvoFindPicture& picture, const Description& face) {

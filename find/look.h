@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A second look at a face: its surroundings are turned upright, brought to one size and to the same
+// Another look at a face: its surroundings are turned upright, brought to one size and to the same
 // grey levels, and a network of its own says where everything is, and whether it is a face at all.
 // Whole numbers throughout.
 #pragma once
@@ -13,15 +13,21 @@
 
 namespace orvo::find {
 
-// What is looked at: a square half as large again as the box. It is upright where cosine and sine
-// are the direction of the rows, in 2^14ths.
+// From one pixel of a look to the next, in 256ths of the box's side: a square half as large again as
+// the box, or the box.
+inline constexpr int32_t kWideStep = 6;
+inline constexpr int32_t kCloseStep = 4;
+
+// What is looked at: a square around the middle of the box. It is upright where cosine and sine are
+// the direction of the rows, in 2^14ths.
 struct View {
     int32_t x, y, side; // of the box, quarter pixels
     int32_t cosine, sine;
+    int32_t step;
 };
 
 // As the points of a face lie.
-View ViewOf(const Description& face);
+View ViewOf(const Description& face, int32_t step);
 
 // Whether a box is one that can be looked at: its middle lies in the picture, and it is not much
 // larger than that.

@@ -19,6 +19,8 @@ namespace orvo::find {
 
 static_assert(kLayers[50].outputs == kAnswerPlanes && kLayers[50].stride == kHeatStride);
 static_assert(kLayers[59].outputs == kAnswerPlanes);
+static_assert(kSecondNetwork.front().number == static_cast<int32_t>(LookNetwork::kWide));
+static_assert(kThirdNetwork.front().number == static_cast<int32_t>(LookNetwork::kClose));
 
 constexpr size_t kQuarterBytes = QuarterBytes(kSecondsQuarter, kLookSize);
 static_assert(2 * size_t{kLayers[59].inputs} <= kQuarterBytes);
@@ -30,8 +32,14 @@ uint32_t LookScratchBytes() {
     return kBytes;
 }
 
-LookAnswers RunLookNetwork(const NetworkMemory& memory) {
+// The numbers are the wide network's; those of the close one are as many further on.
+LookAnswers RunLookNetwork(LookNetwork network, const NetworkMemory& memory) {
+    const int32_t further =
+        static_cast<int32_t>(network) - static_cast<int32_t>(LookNetwork::kWide);
     const Planes net{kLookSize, memory.scratch};
+    const auto layer = [&](int32_t number, const Tensor& src, int8_t* dst) {
+        return net.layer(number + further, src, dst);
+    };
     int8_t* const A = memory.outputs;
     int8_t* const A2 = A + kQuarterBytes;
     int8_t* const B = A2 + kQuarterBytes;
@@ -39,29 +47,29 @@ LookAnswers RunLookNetwork(const NetworkMemory& memory) {
     int8_t* const behind8 = A2 + ptrdiff_t{kLayers[51].outputs} * net.width(8) * net.height(8);
     int8_t* const heat = A2 + kQuarterBytes / 2;
 
-    const Tensor kept = Trunk(net, 27, 46, A, B);
+    const Tensor kept = Trunk(net, 27 + further, 46 + further, A, B);
 
     // Where each point is
-    Tensor t = net.layer(46, kept, B);
-    t = net.rectify(net.layer(47, t, B2));
-    t = net.layer(48, t, B);
-    t = net.rectify(net.layer(49, t, B2));
-    net.layer(50, t, heat);
+    Tensor t = layer(46, kept, B);
+    t = net.rectify(layer(47, t, B2));
+    t = layer(48, t, B);
+    t = net.rectify(layer(49, t, B2));
+    layer(50, t, heat);
 
-    net.rectify(net.layer(51, kept, A2));
+    net.rectify(layer(51, kept, A2));
 
     // Stride 16
     t = net.maxPool(kept, B);
-    t = net.layer(52, t, B2);
-    t = net.rectify(net.layer(53, t, A));
-    t = net.layer(54, t, B);
-    t = net.rectify(net.layer(55, t, A));
-    t = net.layer(56, t, B);
-    t = net.rectify(net.layer(57, t, A));
-    net.rectify(net.layer(58, t, behind8));
+    t = layer(52, t, B2);
+    t = net.rectify(layer(53, t, A));
+    t = layer(54, t, B);
+    t = net.rectify(layer(55, t, A));
+    t = layer(56, t, B);
+    t = net.rectify(layer(57, t, A));
+    net.rectify(layer(58, t, behind8));
 
     // The rest
-    const Layer& last = kLayers[59];
+    const Layer& last = kLayers[59 + further];
     ArmAFcQ7(A2, last.weights, last.inputs, last.outputs, last.shift, last.bias, B, memory.scratch);
     return {heat, B};
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The network that looks at a found face once more: 25 layers on 64 x 64 pixels.
+// The networks that look at a found face once more: 33 layers on 64 x 64 pixels.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,10 @@ struct LookAnswers {
 uint32_t LookOutputBytes();
 uint32_t LookScratchBytes();
 
-// Runs the network on a look's patches, which lie at memory.outputs. The answers lie among the outputs.
-LookAnswers RunLookNetwork(const NetworkMemory& memory);
+// Which of the networks, by the number of its first layer.
+enum class LookNetwork : int32_t { kWide = 27, kClose = 60 };
+
+// Runs it on a look's patches, which lie at memory.outputs. The answers lie among the outputs.
+LookAnswers RunLookNetwork(LookNetwork network, const NetworkMemory& memory);
 
 } // namespace orvo::find

@@ -25,6 +25,7 @@ extern uint8_t g_findAesIv[16];
     static_assert((inputs) % 4 == 0 && (outputs) % 4 == 0);
 ORVO_FIND_NETWORK(ORVO_FIND_ARRAYS, ORVO_NO_LAYER)
 ORVO_LOOK_NETWORK(ORVO_FIND_ARRAYS, ORVO_NO_LAYER)
+ORVO_CLOSE_NETWORK(ORVO_FIND_ARRAYS, ORVO_NO_LAYER)
 #undef ORVO_BYTES_OF_Pointwise
 #undef ORVO_BYTES_OF_Depthwise
 #undef ORVO_BYTES_OF_FullyConnected
@@ -32,7 +33,8 @@ ORVO_LOOK_NETWORK(ORVO_FIND_ARRAYS, ORVO_NO_LAYER)
 
 #define ORVO_TWO_ARRAYS(...) +2
 inline constexpr int32_t kArrayCount = 0 ORVO_FIND_NETWORK(ORVO_TWO_ARRAYS, ORVO_NO_LAYER)
-    ORVO_LOOK_NETWORK(ORVO_TWO_ARRAYS, ORVO_NO_LAYER);
+    ORVO_LOOK_NETWORK(ORVO_TWO_ARRAYS, ORVO_NO_LAYER)
+        ORVO_CLOSE_NETWORK(ORVO_TWO_ARRAYS, ORVO_NO_LAYER);
 #undef ORVO_TWO_ARRAYS
 
 // Every array in the order of the layers, a layer's weights before its biases.

@@ -103,6 +103,26 @@ int32_t NoseOff(const int32_t* points) {
                                 kNosePlace);
 }
 
+int64_t Distance(const int32_t* from, const int32_t* to) {
+    const int64_t x = int64_t{to[0]} - from[0];
+    const int64_t y = int64_t{to[1]} - from[1];
+    return SquareRoot(256 * (x * x + y * y));
+}
+
+// How far the mouth's width is from that of a mouth at rest, in percent of the pupils' distance. Of a
+// turned head both are foreshortened: it counts less from 30 degrees of yaw on, and from 45 not at all.
+int32_t MouthOff(const Description& face) {
+    const int64_t eyes = Distance(face.points, face.points + 2);
+    if (eyes == 0) {
+        return 0;
+    }
+    const int64_t width = 100 * Distance(face.points + 6, face.points + 8) / eyes;
+    const int64_t off = std::min<int64_t>(std::abs(width - kMouthPlace), 100);
+    constexpr int32_t kFirst = 4 * 30, kLast = 4 * 45; // quarter degrees
+    const int32_t counts = std::clamp(kLast - 3 * std::abs(face.yaw), 0, kLast - kFirst);
+    return static_cast<int32_t>(off * counts / (kLast - kFirst));
+}
+
 // Eighths of a pixel of a span that lie between 0 and `size` pixels.
 int64_t Inside(int32_t middle, int32_t side, int32_t size) {
     const int64_t first = std::max<int64_t>(2 * int64_t{middle} - side, 0);
@@ -150,6 +170,7 @@ Measures Measure(const FoundFace& found, Size picture, const uint8_t* crop) {
             NoseOff(face.points),
             (face.covered + 128) * 100 / 255,
             CutOff(face, picture),
+            MouthOff(face),
             ScoreOf(found.probability)};
 }
 
@@ -166,6 +187,7 @@ Quality Judge(const Measures& m) {
         {FactorOf(m.noseOff, kTiltedRamp), ORVO_FIND_TILTED},
         {FactorOf(m.covered, kCoveredRamp), ORVO_FIND_COVERED},
         {FactorOf(m.cutOff, kCutOffRamp), ORVO_FIND_CUT_OFF},
+        {FactorOf(m.mouthOff, kGrimacingRamp), ORVO_FIND_GRIMACING},
     };
     constexpr int32_t kOne = 1 << 16;
     Quality quality = {0, 0};

@@ -17,7 +17,7 @@ struct Quality {
 
 // What is measured of a face; settings.h has the units.
 struct Measures {
-    int32_t side, sharpness, brightness, white, yaw, noseOff, covered, cutOff, score;
+    int32_t side, sharpness, brightness, white, yaw, noseOff, covered, cutOff, mouthOff, score;
 };
 
 // `crop` is the upright face in a picture of that size.

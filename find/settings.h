@@ -42,21 +42,23 @@ inline constexpr int32_t kReportedProbability = 640;
 struct Ramp {
     int32_t none, full;
 };
-inline constexpr Ramp kSmallRamp = {86, 260};        // side, quarter pixels
-inline constexpr Ramp kBlurredRamp = {65, 180};      // sharpness, sixteenths
-inline constexpr Ramp kDarkRamp = {14, 63};          // the 90 % quantile, grey levels
-inline constexpr Ramp kOverexposedRamp = {536, 300}; // pixels near white, thousandths
-inline constexpr Ramp kTurnedRamp = {328, 123};      // yaw, quarter degrees
+inline constexpr Ramp kSmallRamp = {77, 240};        // side, quarter pixels
+inline constexpr Ramp kBlurredRamp = {67, 179};      // sharpness, sixteenths
+inline constexpr Ramp kDarkRamp = {23, 66};          // the 90 % quantile, grey levels
+inline constexpr Ramp kOverexposedRamp = {614, 222}; // pixels near white, thousandths
+inline constexpr Ramp kTurnedRamp = {318, 90};       // yaw, quarter degrees
 inline constexpr Ramp kTiltedRamp = {80, 30};        // nose off its place, percent of that
-inline constexpr Ramp kCoveredRamp = {24, 1};        // percent
-inline constexpr Ramp kCutOffRamp = {50, 0};         // of the box, percent
+inline constexpr Ramp kCoveredRamp = {60, 0};        // percent
+inline constexpr Ramp kCutOffRamp = {42, 0};         // of the box, percent
+inline constexpr Ramp kGrimacingRamp = {30, 15};     // mouth's width off its place, percent
 inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level
 inline constexpr int32_t kNosePlace =
     58; // of an upright head: percent of the way from eyes to mouth
+inline constexpr int32_t kMouthPlace = 88; // a mouth's width: percent of the pupils' distance
 
 // What a score leaves of the quality, in 256ths: this at kReportedProbability, all from kSureScore
 // on, which is a logit in sixteenths.
-inline constexpr int32_t kLeastScoreFactor = 10;
-inline constexpr int32_t kSureScore = 77;
+inline constexpr int32_t kLeastScoreFactor = 14;
+inline constexpr int32_t kSureScore = 74;
 
 } // namespace orvo::find

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What both networks begin with: patches, two pairs of a depthwise and a pointwise layer at stride 4,
+// What all networks begin with: patches, two pairs of a depthwise and a pointwise layer at stride 4,
 // a maximum, more pairs at stride 8. They lie in A and in B, each with the quarter behind it.
 #pragma once
 

@@ -5,7 +5,7 @@
 const REASON_WORDS = {
     "small": "too small", "blurred": "blurred", "dark": "too dark", "overexposed": "too bright",
     "turned": "turned to the side", "tilted": "tilted up or down", "covered": "partly covered",
-    "cut off": "cut off by the border",
+    "cut off": "cut off by the border", "grimacing": "mouth not at rest",
 };
 
 // The number of the largest face among those that are good enough, of all where none is.

@@ -10,7 +10,9 @@ const ORVO_LEAST_SIDE = 24, ORVO_MOST_SIDE = 8192, ORVO_MOST_FACES = 64;
 // itself.
 const ORVO_LEAST_QUALITY = 30;
 // Why a face is not good to be recognised, in the order of the library's bits.
-const ORVO_REASONS = ["small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off"];
+const ORVO_REASONS = [
+    "small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off", "grimacing",
+];
 
 const FACE_NUMBERS = 19; // of a face's record, four bytes each
 const NO_STRUCTURE = -2, NO_MEMORY = -3, TOO_NARROW = -4; // the module's answers, see orvo_web.cpp

@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * The two networks of the finder, layer by layer in the order in which they run: the one list of what
+ * The three networks of the finder, layer by layer in the order in which they run: the one list of what
  * each layer is. The first finds faces; it runs on planes of any size whose sides are multiples of 16.
- * The second looks at each found face once more, on 64 x 64 pixels around it.
+ * The second looks at each found face once more, on 64 x 64 pixels around it. The third has the
+ * second's layers and looks from close by, at 64 x 64 pixels of the face alone.
  *
  * The list calls macros of the reader's:
  *
@@ -149,6 +150,73 @@
     STEP(Part,       32, 16) \
     /* The rest */ \
     LAYER(FullyConnected, 59, 1536, 64, 16, 10) \
+    STEP(Answer,     16, 64)
+
+#define ORVO_CLOSE_NETWORK(LAYER, STEP) \
+    /* Stride 4 */ \
+    STEP(Patches,    16,  4) \
+    LAYER(Pointwise, 60,  16,  4,  32,  7) \
+    STEP(Rectify,    32,  4) \
+    LAYER(Depthwise, 61,  32,  4,  32,  6) \
+    LAYER(Pointwise, 62,  32,  4,  32,  7) \
+    STEP(Rectify,    32,  4) \
+    LAYER(Depthwise, 63,  32,  4,  32,  6) \
+    LAYER(Pointwise, 64,  32,  4,  32,  7) \
+    STEP(MaxPool2,   32,  4) \
+    STEP(Rectify,    32,  8) \
+    /* Stride 8 */ \
+    LAYER(Depthwise, 65,  32,  8,  32,  6) \
+    LAYER(Pointwise, 66,  32,  8, 128,  7) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 67, 128,  8, 128,  6) \
+    LAYER(Pointwise, 68, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 69, 128,  8, 128,  6) \
+    LAYER(Pointwise, 70, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 71, 128,  8, 128,  6) \
+    LAYER(Pointwise, 72, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 73, 128,  8, 128,  6) \
+    LAYER(Pointwise, 74, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 75, 128,  8, 128,  6) \
+    LAYER(Pointwise, 76, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 77, 128,  8, 128,  6) \
+    LAYER(Pointwise, 78, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    STEP(Keep,      128,  8) \
+    /* Where each point is: what stride 8 answers */ \
+    LAYER(Depthwise, 79, 128,  8, 128,  6) \
+    LAYER(Pointwise, 80, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Depthwise, 81, 128,  8, 128,  6) \
+    LAYER(Pointwise, 82, 128,  8, 128,  8) \
+    STEP(Rectify,   128,  8) \
+    LAYER(Pointwise, 83, 128,  8,  16,  7) \
+    STEP(Answer,     16,  8) \
+    STEP(Return,    128,  8) \
+    LAYER(Pointwise, 84, 128,  8,  16,  7) \
+    STEP(Rectify,    16,  8) \
+    STEP(Part,       16,  8) \
+    /* Stride 16 */ \
+    STEP(Return,    128,  8) \
+    STEP(MaxPool2,  128,  8) \
+    LAYER(Depthwise, 85, 128, 16, 128,  6) \
+    LAYER(Pointwise, 86, 128, 16, 128,  8) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Depthwise, 87, 128, 16, 128,  6) \
+    LAYER(Pointwise, 88, 128, 16, 128,  8) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Depthwise, 89, 128, 16, 128,  6) \
+    LAYER(Pointwise, 90, 128, 16, 128,  8) \
+    STEP(Rectify,   128, 16) \
+    LAYER(Pointwise, 91, 128, 16,  32,  8) \
+    STEP(Rectify,    32, 16) \
+    STEP(Part,       32, 16) \
+    /* The rest */ \
+    LAYER(FullyConnected, 92, 1536, 64, 16, 10) \
     STEP(Answer,     16, 64)
 
 /* clang-format on */

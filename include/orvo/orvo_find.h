@@ -67,7 +67,8 @@ enum {
     ORVO_FIND_TURNED = 16,     /**< to the left or right */
     ORVO_FIND_TILTED = 32,     /**< up or down */
     ORVO_FIND_COVERED = 64,    /**< by hands, masks, hair, other people */
-    ORVO_FIND_CUT_OFF = 128    /**< by the border of the picture */
+    ORVO_FIND_CUT_OFF = 128,   /**< by the border of the picture */
+    ORVO_FIND_GRIMACING = 256  /**< the mouth is much wider or narrower than at rest */
 };
 
 /** One plane of 8-bit grey levels. */

@@ -14,7 +14,8 @@ from ._pictures import Picture, Plane, grey, halved
 from ._recognition import FEATURE_LENGTH
 
 #: What may be wrong with a face, in the order of the library's bits.
-REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off")
+REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off",
+           "grimacing")
 _SMALLEST = 20
 _LEAST_SIDE, _MOST_SIDE = 24, 8192
 _REPEAT_INIT = 7

@@ -20,9 +20,11 @@ namespace {
 using orvo::find::Description;
 using orvo::find::FaceList;
 using orvo::find::FoundFace;
+using orvo::find::kCloseStep;
 using orvo::find::kLookSide;
 using orvo::find::kMostFaces;
 using orvo::find::kReportedProbability;
+using orvo::find::kWideStep;
 using orvo::find::LookAnswers;
 using orvo::find::View;
 using orvo_reference::Grey;
@@ -62,6 +64,7 @@ void ExpectSame(const View& view, const PlainView& expected) {
     EXPECT_EQ(view.side, expected.side);
     EXPECT_EQ(view.cosine, expected.cosine);
     EXPECT_EQ(view.sine, expected.sine);
+    EXPECT_EQ(view.step, expected.step);
 }
 
 TEST(Look, IsTurnedAsTheFaceLeans) {
@@ -69,16 +72,18 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
     const Grey picture{200, 150, {}};
     for (int i = 0; i < 2000; ++i) {
         const PlainFace face = RandomFace(random, picture, 2400);
-        ExpectSame(ViewOf(AsDescription(face)), orvo_reference::PlainViewOf(face));
+        for (const int step : {kWideStep, kCloseStep}) {
+            ExpectSame(ViewOf(AsDescription(face), step), orvo_reference::PlainViewOf(face, step));
+        }
     }
     Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
-    EXPECT_EQ(ViewOf(upright).cosine, 1 << 14);
-    EXPECT_EQ(ViewOf(upright).sine, 0);
+    EXPECT_EQ(ViewOf(upright, kWideStep).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(upright, kWideStep).sine, 0);
     // Upside down; and where all points lie in one.
     Description turned{400, 300, 100, {420, 320, 380, 320, 400, 300, 415, 280, 385, 280}, 0, 0};
-    EXPECT_EQ(ViewOf(turned).cosine, -(1 << 14));
+    EXPECT_EQ(ViewOf(turned, kWideStep).cosine, -(1 << 14));
     Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
-    EXPECT_EQ(ViewOf(nowhere).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(nowhere, kWideStep).cosine, 1 << 14);
 }
 
 TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
@@ -97,7 +102,7 @@ TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
 }
 
 TEST(Look, ThatMovesTheBoxByLessThanTheEighthPartOfItsSideIsTheLast) {
-    const orvo::find::View view = {400, 300, 160, 1 << 14, 0};
+    const orvo::find::View view = {400, 300, 160, 1 << 14, 0, kWideStep};
     const auto hasSettled = [&view](int32_t right, int32_t down, int32_t wider) {
         return orvo::find::HasSettled(view, {400 + right, 300 + down, 160 + wider, {}, 0, 0});
     };
@@ -115,9 +120,10 @@ TEST(Look, ThatMovesTheBoxByLessThanTheEighthPartOfItsSideIsTheLast) {
         PlainFace near = before;
         near.x += random.Between(-40, 40);
         near.side += random.Between(-40, 40);
-        const orvo_reference::PlainView plain = orvo_reference::PlainViewOf(before);
+        const orvo_reference::PlainView plain = orvo_reference::PlainViewOf(before, kWideStep);
         for (const PlainFace& face : {after, near}) {
-            ASSERT_EQ(orvo::find::HasSettled(ViewOf(AsDescription(before)), AsDescription(face)),
+            ASSERT_EQ(orvo::find::HasSettled(ViewOf(AsDescription(before), kWideStep),
+                                             AsDescription(face)),
                       orvo_reference::PlainHasSettled(plain, face))
                 << i;
         }
@@ -144,9 +150,11 @@ void ExpectLooks(const Grey& grey, GuardedBuffer::Place place, Random& random, i
     for (int i = 0; i < 12; ++i) {
         const PlainFace face = RandomFace(random, grey, mostSide);
         std::vector<uint8_t> patches(kLookSide * kLookSide);
-        MakeLook(*picture, ViewOf(AsDescription(face)), pixels.bytes(), room.bytes(),
+        const int step = i % 2 == 0 ? kWideStep : kCloseStep;
+        MakeLook(*picture, ViewOf(AsDescription(face), step), pixels.bytes(), room.bytes(),
                  patches.data());
-        const Grey expected = orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face));
+        const Grey expected =
+            orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face, step));
         ASSERT_EQ(FromPatches(patches).pixels, expected.pixels)
             << grey.width << " x " << grey.height << ": " << face.x << ", " << face.y << ", "
             << face.side;
@@ -170,7 +178,7 @@ TEST(Look, SeesWhatTheReferenceSees) {
 TEST(Look, OfOneGreyIsGrey) {
     for (const int level : {0, 7, 255}) {
         const Grey grey{64, 64, std::vector<uint8_t>(64 * 64, static_cast<uint8_t>(level))};
-        const Grey look = orvo_reference::PlainLook(grey, {128, 128, 100, 1 << 14, 0});
+        const Grey look = orvo_reference::PlainLook(grey, {128, 128, 100, 1 << 14, 0, kWideStep});
         EXPECT_EQ(look.pixels, std::vector<uint8_t>(64 * 64, 128));
     }
 }
@@ -182,7 +190,7 @@ TEST(Look, DoesNotDependOnTheLight) {
     for (uint8_t& pixel : dark.pixels) {
         pixel = static_cast<uint8_t>(pixel / 2 + 10);
     }
-    const PlainView view = {240, 200, 200, 1 << 14, 0};
+    const PlainView view = {240, 200, 200, 1 << 14, 0, kWideStep};
     const Grey a = orvo_reference::PlainLook(bright, view);
     const Grey b = orvo_reference::PlainLook(dark, view);
     for (size_t i = 0; i < a.pixels.size(); ++i) {
@@ -208,11 +216,12 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         const PlainFace face = RandomFace(random, picture, 6400);
         // With low logits all weights are small, down to none at all.
         const LookAnswersPlain answers = RandomAnswers(random, i % 3 == 0 ? -110 : 127);
-        const View view = ViewOf(AsDescription(face));
+        const int step = i % 2 == 0 ? kWideStep : kCloseStep;
+        const View view = ViewOf(AsDescription(face), step);
         const LookAnswers given = {answers.heat.data(), answers.rest.data()};
         const Description described = Described(view, given);
         const PlainFace expected =
-            orvo_reference::PlainDescribed(face, orvo_reference::PlainViewOf(face), answers);
+            orvo_reference::PlainDescribed(face, orvo_reference::PlainViewOf(face, step), answers);
         EXPECT_EQ(described.x, expected.x);
         EXPECT_EQ(described.y, expected.y);
         EXPECT_EQ(described.side, expected.side);
@@ -270,7 +279,8 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     set(7, 29, 8);    // a pixel to the right of that
     set(12, 29, -16); // two up
     // The rest has it where the cell has it, or four pixels further to the right.
-    const View view = {1000, 800, 256, 1 << 14, 0}; // 64 pixels of a look are 96 of the picture
+    const View view = {1000,    800, 256,
+                       1 << 14, 0,   kWideStep}; // 64 pixels of a look are 96 of the picture
     answers.rest[8] = 4 * 13;
     answers.rest[9] = 4 * -6;
     const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
@@ -280,6 +290,10 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     answers.rest[8] += 4 * 4;
     const Description other = Described(view, {answers.heat.data(), answers.rest.data()});
     EXPECT_EQ(other.points[4], 1000 + 4 * 15 * 3 / 2);
+    // From close by, the look's pixels are the picture's.
+    const View close = {1000, 800, 256, 1 << 14, 0, kCloseStep};
+    EXPECT_EQ(Described(close, {answers.heat.data(), answers.rest.data()}).points[4],
+              1000 + 4 * 15);
 }
 
 TEST(AnswerTables, HeatIsWhatItSays) {

@@ -34,7 +34,8 @@ int main() {
         "// clang-format off\n"
         "// [picture][step]\n");
     Write("kFindGolden", orvo_test::FindDigests);
-    Write("kLookGolden", orvo_test::LookDigests);
+    Write("kLookGolden", orvo_test::WideDigests);
+    Write("kCloseGolden", orvo_test::CloseDigests);
     std::printf("// clang-format on\n\n} // namespace orvo_test\n");
     return 0;
 }

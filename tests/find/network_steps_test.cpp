@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Watches both networks of the finder at work. This executable defines the kernels that it calls,
+// Watches the networks of the finder at work. This executable defines the kernels that it calls,
 // so that the calls arrive here: each is noted with its arguments, passed on to libkova_fr's own
 // kernel, and its output digested.
 #include <dlfcn.h>
@@ -33,6 +33,7 @@ namespace {
 using orvo::find::Answers;
 using orvo::find::kAnswerPlanes;
 using orvo::find::LookAnswers;
+using orvo::find::LookNetwork;
 using orvo::find::LookOutputBytes;
 using orvo::find::LookScratchBytes;
 using orvo::find::NetworkOutputBytes;
@@ -43,6 +44,7 @@ using orvo::find::Size;
 using orvo_reference::FindPlace;
 using orvo_reference::FindStep;
 using orvo_reference::Grey;
+using orvo_reference::LookKind;
 using orvo_reference::StepKind;
 using orvo_test::CallText;
 using orvo_test::Digest;
@@ -240,11 +242,12 @@ Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
             {answers.stride16, answers.stride16 + kAnswerPlanes * planeBytes / 16}};
 }
 
-// The same of the second network: `answer8` is the heat, `answer16` the rest.
-Watched WatchLook(const Grey& look, GuardedBuffer::Place place) {
+// The same of a network that looks: `answer8` is the heat, `answer16` the rest.
+Watched WatchLook(LookKind kind, const Grey& look, GuardedBuffer::Place place) {
+    const auto network = kind == LookKind::kWide ? LookNetwork::kWide : LookNetwork::kClose;
     Memory memory(look, LookOutputBytes(), LookScratchBytes(), place);
     memory.Watch({{"part16", 16 * 64}, {"heat", LookOutputBytes() / 8}});
-    const LookAnswers answers = RunLookNetwork({memory.outputs.q7(), memory.scratch.q7()});
+    const LookAnswers answers = RunLookNetwork(network, {memory.outputs.q7(), memory.scratch.q7()});
     watch.active = false;
     return {watch.calls,
             {answers.heat, answers.heat + ptrdiff_t{kAnswerPlanes} * 64},
@@ -282,8 +285,10 @@ TEST(FindNetwork, EveryCallHasItsLayersArguments) {
 
 TEST(LookNetwork, EveryCallHasItsLayersArguments) {
     orvo_test::Install(orvo_reference::SeededFindModel());
-    const Watched run = WatchLook(GoldenLook(0), GuardedBuffer::kAtEnd);
-    ExpectCalls(run, orvo_reference::LookSteps(), {64, 64});
+    for (const LookKind kind : {LookKind::kWide, LookKind::kClose}) {
+        const Watched run = WatchLook(kind, GoldenLook(0), GuardedBuffer::kAtEnd);
+        ExpectCalls(run, orvo_reference::LookSteps(kind), {64, 64});
+    }
 }
 
 TEST(FindNetwork, EveryStepGivesTheGoldenBytes) {
@@ -297,8 +302,10 @@ TEST(FindNetwork, EveryStepGivesTheGoldenBytes) {
 TEST(LookNetwork, EveryStepGivesTheGoldenBytes) {
     orvo_test::Install(orvo_reference::SeededFindModel());
     for (int picture = 0; picture < 2; ++picture) {
-        ExpectGolden(WatchLook(GoldenLook(picture), GuardedBuffer::kAtStart),
+        ExpectGolden(WatchLook(LookKind::kWide, GoldenLook(picture), GuardedBuffer::kAtStart),
                      orvo_test::kLookGolden[picture]);
+        ExpectGolden(WatchLook(LookKind::kClose, GoldenLook(picture), GuardedBuffer::kAtStart),
+                     orvo_test::kCloseGolden[picture]);
     }
 }
 
@@ -307,10 +314,13 @@ TEST(LookNetwork, AnswersAreTheReferenceNetworks) {
     orvo_test::Install(model);
     for (int picture = 0; picture < 2; ++picture) {
         const Grey look = GoldenLook(picture);
-        const Watched run = WatchLook(look, GuardedBuffer::kAtEnd);
-        const auto expected = orvo_reference::RunLook(model, look, [](int, const void*, size_t) {});
-        EXPECT_EQ(run.answer8, expected.heat);
-        EXPECT_EQ(run.answer16, expected.rest);
+        for (const LookKind kind : {LookKind::kWide, LookKind::kClose}) {
+            const Watched run = WatchLook(kind, look, GuardedBuffer::kAtEnd);
+            const auto expected =
+                orvo_reference::RunLook(kind, model, look, [](int, const void*, size_t) {});
+            EXPECT_EQ(run.answer8, expected.heat);
+            EXPECT_EQ(run.answer16, expected.rest);
+        }
     }
 }
 
@@ -333,9 +343,12 @@ TEST(FindGoldens, AreTheReferenceNetworks) {
         EXPECT_EQ(orvo_test::FindDigests(picture),
                   std::vector<uint64_t>(std::begin(orvo_test::kFindGolden[picture]),
                                         std::end(orvo_test::kFindGolden[picture])));
-        EXPECT_EQ(orvo_test::LookDigests(picture),
+        EXPECT_EQ(orvo_test::WideDigests(picture),
                   std::vector<uint64_t>(std::begin(orvo_test::kLookGolden[picture]),
                                         std::end(orvo_test::kLookGolden[picture])));
+        EXPECT_EQ(orvo_test::CloseDigests(picture),
+                  std::vector<uint64_t>(std::begin(orvo_test::kCloseGolden[picture]),
+                                        std::end(orvo_test::kCloseGolden[picture])));
     }
 }
 
@@ -353,7 +366,9 @@ TEST(FindGoldens, ComeFromLivelyActivations) {
     const orvo_reference::Model model = orvo_reference::SeededFindModel();
     for (int picture = 0; picture < 2; ++picture) {
         orvo_reference::RunFind(model, GoldenPlane(picture), ExpectLively);
-        orvo_reference::RunLook(model, GoldenLook(picture), ExpectLively);
+        for (const LookKind kind : {LookKind::kWide, LookKind::kClose}) {
+            orvo_reference::RunLook(kind, model, GoldenLook(picture), ExpectLively);
+        }
     }
 }
 
@@ -363,6 +378,7 @@ TEST(FindGoldens, DifferBetweenThePicturesAtEveryStep) {
     }
     for (size_t i = 0; i < std::size(orvo_test::kLookGolden[0]); ++i) {
         EXPECT_NE(orvo_test::kLookGolden[0][i], orvo_test::kLookGolden[1][i]) << i;
+        EXPECT_NE(orvo_test::kCloseGolden[0][i], orvo_test::kCloseGolden[1][i]) << i;
     }
 }
 
@@ -379,6 +395,7 @@ struct Listed {
 #define ORVO_LISTED_STEP(kind, channels, stride) {#kind, -1, channels, stride, 0, 0},
 const std::vector<Listed> kFindList = {ORVO_FIND_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
 const std::vector<Listed> kLookList = {ORVO_LOOK_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
+const std::vector<Listed> kCloseList = {ORVO_CLOSE_NETWORK(ORVO_LISTED_LAYER, ORVO_LISTED_STEP)};
 
 // Lines that nothing is done for: they say what is read again, and what is an answer.
 bool IsMark(const Listed& line) {
@@ -430,19 +447,22 @@ std::vector<std::pair<std::string, int>> Marks(const std::vector<Listed>& all) {
     return marks;
 }
 
+using ExpectedMarks = std::vector<std::pair<std::string, int>>;
+
+ExpectedMarks LookMarks(int first) {
+    return {{"Keep", first + 18},  {"Answer", first + 23}, {"Return", first + 23},
+            {"Part", first + 24},  {"Return", first + 24}, {"Part", first + 31},
+            {"Answer", first + 32}};
+}
+
 TEST(FindList, IsTheTestsOwn) {
     ExpectListed(kFindList, orvo_reference::FindSteps());
-    ExpectListed(kLookList, orvo_reference::LookSteps());
-    using Expected = std::vector<std::pair<std::string, int>>;
+    ExpectListed(kLookList, orvo_reference::LookSteps(LookKind::kWide));
+    ExpectListed(kCloseList, orvo_reference::LookSteps(LookKind::kClose));
     EXPECT_EQ(Marks(kFindList),
-              (Expected{{"Keep", 12}, {"Answer", 15}, {"Return", 15}, {"Answer", 26}}));
-    EXPECT_EQ(Marks(kLookList), (Expected{{"Keep", 45},
-                                          {"Answer", 50},
-                                          {"Return", 50},
-                                          {"Part", 51},
-                                          {"Return", 51},
-                                          {"Part", 58},
-                                          {"Answer", 59}}));
+              (ExpectedMarks{{"Keep", 12}, {"Answer", 15}, {"Return", 15}, {"Answer", 26}}));
+    EXPECT_EQ(Marks(kLookList), LookMarks(27));
+    EXPECT_EQ(Marks(kCloseList), LookMarks(60));
 }
 
 } // namespace

@@ -32,6 +32,7 @@ constexpr Measured kMeasured[] = {
     {&Measures::noseOff, &PlainMeasures::noseOff, orvo::find::kTiltedRamp},
     {&Measures::covered, &PlainMeasures::covered, orvo::find::kCoveredRamp},
     {&Measures::cutOff, &PlainMeasures::cutOff, orvo::find::kCutOffRamp},
+    {&Measures::mouthOff, &PlainMeasures::mouthOff, orvo::find::kGrimacingRamp},
 };
 
 // A face with no flaw but those that are set.

@@ -127,6 +127,7 @@ TEST_F(Reasons, CutOff) { ExpectReason(WithoutColumns(good_, 60), ORVO_FIND_CUT_
 TEST_F(Reasons, Turned) { ExpectReason(ReadFace("turned.pgm"), ORVO_FIND_TURNED); }
 TEST_F(Reasons, Tilted) { ExpectReason(ReadFace("tilted.pgm"), ORVO_FIND_TILTED); }
 TEST_F(Reasons, Covered) { ExpectReason(ReadFace("covered.pgm"), ORVO_FIND_COVERED); }
+TEST_F(Reasons, Grimacing) { ExpectReason(ReadFace("grimacing.pgm"), ORVO_FIND_GRIMACING); }
 
 // A flaw that takes all quality makes a face one to be refused.
 TEST_F(Reasons, BadFacesAreBelowTheLimit) {

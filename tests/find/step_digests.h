@@ -21,11 +21,19 @@ inline std::vector<uint64_t> FindDigests(int picture) {
     return digests;
 }
 
-inline std::vector<uint64_t> LookDigests(int picture) {
+inline std::vector<uint64_t> LookDigests(orvo_reference::LookKind kind, int picture) {
     std::vector<uint64_t> digests;
-    orvo_reference::RunLook(orvo_reference::SeededFindModel(),
+    orvo_reference::RunLook(kind, orvo_reference::SeededFindModel(),
                             orvo_reference::SeededGrey(picture, 64, 64), AppendTo(digests));
     return digests;
+}
+
+inline std::vector<uint64_t> WideDigests(int picture) {
+    return LookDigests(orvo_reference::LookKind::kWide, picture);
+}
+
+inline std::vector<uint64_t> CloseDigests(int picture) {
+    return LookDigests(orvo_reference::LookKind::kClose, picture);
 }
 
 } // namespace orvo_test

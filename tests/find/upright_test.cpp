@@ -262,6 +262,7 @@ TEST(FindQuality, MeasuresAreTheReferences) {
         EXPECT_EQ(measures.noseOff, expected.noseOff);
         EXPECT_EQ(measures.covered, expected.covered);
         EXPECT_EQ(measures.cutOff, expected.cutOff);
+        EXPECT_EQ(measures.mouthOff, expected.mouthOff);
         EXPECT_EQ(orvo_reference::PlainProbability(measures.score), face.probability);
         const Quality quality = Judge(measures);
         const auto judged = orvo_reference::PlainJudge(expected, face.probability);
@@ -281,12 +282,37 @@ TEST(FindQuality, PointsThatAreOneAreAFaceLookingUpOrDown) {
     EXPECT_NE(Judge(measures).reasons & ORVO_FIND_TILTED, 0u);
 }
 
+// Eyes of 400 quarter pixels' distance and a mouth of that width, on a head that is turned so far.
+int32_t MouthOffOf(int32_t width, int32_t yaw) {
+    FoundFace found{};
+    found.face = {1000, 1000,
+                  1000, {800, 900, 1200, 900, 1000, 1000, 1000, 1200, 1000 + width, 1200},
+                  yaw,  -128};
+    const std::vector<uint8_t> crop(96 * 96, 128);
+    return Measure(found, {500, 500}, crop.data()).mouthOff;
+}
+
+TEST(FindQuality, AMouthCountsByItsWidthAndLessOnATurnedHead) {
+    constexpr int32_t kAtRest = 4 * orvo::find::kMouthPlace;
+    EXPECT_EQ(MouthOffOf(kAtRest, 0), 0);
+    EXPECT_EQ(MouthOffOf(kAtRest + 80, 0), 20);
+    EXPECT_EQ(MouthOffOf(kAtRest - 80, 0), 20);
+    EXPECT_EQ(MouthOffOf(0, 0), orvo::find::kMouthPlace);
+    EXPECT_EQ(MouthOffOf(4000, 0), 100);
+    for (const int32_t sign : {-1, 1}) {
+        EXPECT_EQ(MouthOffOf(kAtRest + 80, 40 * sign), 20) << "30 degrees";
+        EXPECT_EQ(MouthOffOf(kAtRest + 80, 50 * sign), 10) << "37.5 degrees";
+        EXPECT_EQ(MouthOffOf(kAtRest + 80, 60 * sign), 0) << "45 degrees";
+        EXPECT_EQ(MouthOffOf(kAtRest + 80, 127 * sign), 0);
+    }
+}
+
 // Nothing wrong with it.
 Measures Perfect() {
     using namespace orvo::find;
-    return {kSmallRamp.full,       kBlurredRamp.full, kDarkRamp.full,
-            kOverexposedRamp.full, kTurnedRamp.full,  kTiltedRamp.full,
-            kCoveredRamp.full,     kCutOffRamp.full,  kSureScore};
+    return {kSmallRamp.full,     kBlurredRamp.full, kDarkRamp.full,    kOverexposedRamp.full,
+            kTurnedRamp.full,    kTiltedRamp.full,  kCoveredRamp.full, kCutOffRamp.full,
+            kGrimacingRamp.full, kSureScore};
 }
 
 TEST(FindQuality, OfAPerfectFaceIsFull) {
@@ -309,6 +335,7 @@ TEST(FindQuality, EveryFlawAloneSaysWhyAndCostsEverything) {
         {&Measures::noseOff, kTiltedRamp, ORVO_FIND_TILTED},
         {&Measures::covered, kCoveredRamp, ORVO_FIND_COVERED},
         {&Measures::cutOff, kCutOffRamp, ORVO_FIND_CUT_OFF},
+        {&Measures::mouthOff, kGrimacingRamp, ORVO_FIND_GRIMACING},
     };
     for (const auto& flaw : flaws) {
         Measures measures = Perfect();

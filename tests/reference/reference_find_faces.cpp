@@ -15,6 +15,8 @@ using namespace orvo::find;
 
 namespace {
 
+void Ignore(int, const void*, size_t) {}
+
 struct Rectangle {
     double left, top, right, bottom;
 
@@ -214,13 +216,16 @@ std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int sm
     std::vector<PlainFace> candidates;
     for (const int level : FindLevels(picture.width, picture.height, smallest)) {
         const Grey plane = HalvedTimes(picture, level);
-        const FindAnswers answers =
-            RunFind(model, PaddedGrey(plane), [](int, const void*, size_t) {});
+        const FindAnswers answers = RunFind(model, PaddedGrey(plane), Ignore);
         const std::vector<PlainFace> more =
             PlainCandidates(answers, level, plane.width, plane.height);
         candidates.insert(candidates.end(), more.begin(), more.end());
     }
-    return PlainLookedAt(model, picture, PlainFaces(candidates));
+    std::vector<PlainFace> faces = PlainLookedAt(model, picture, PlainFaces(candidates));
+    for (PlainFace& face : faces) {
+        face = PlainLookedAtClosely(model, picture, face);
+    }
+    return faces;
 }
 
 namespace {
@@ -243,7 +248,7 @@ int64_t Rounded(int64_t dividend, int64_t divisor) {
 
 } // namespace
 
-PlainView PlainViewOf(const PlainFace& face) {
+PlainView PlainViewOf(const PlainFace& face, int step) {
     const int64_t* p = face.points;
     // Twice the way from pupil to pupil, and a quarter turn back from the way down to the mouth.
     const int64_t downX = p[6] + p[8] - p[0] - p[2];
@@ -252,9 +257,10 @@ PlainView PlainViewOf(const PlainFace& face) {
     const int64_t y = 2 * (p[3] - p[1]) - downX;
     const int64_t length = WholeRoot(x * x + y * y);
     if (length < 8) {
-        return {face.x, face.y, face.side, 16384, 0};
+        return {face.x, face.y, face.side, 16384, 0, step};
     }
-    return {face.x, face.y, face.side, Rounded(16384 * x, length), Rounded(16384 * y, length)};
+    return {face.x, face.y, face.side, Rounded(16384 * x, length), Rounded(16384 * y, length),
+            step};
 }
 
 bool PlainCanBeSeen(const Grey& picture, const PlainFace& face) {
@@ -265,7 +271,7 @@ bool PlainCanBeSeen(const Grey& picture, const PlainFace& face) {
 
 Grey PlainLook(const Grey& picture, const PlainView& view) {
     int level = 0;
-    while (view.side > int64_t{256} << level) {
+    while (view.side * view.step > int64_t{1536} << level) {
         ++level;
     }
     const Grey plane = HalvedTimes(picture, level);
@@ -275,8 +281,8 @@ Grey PlainLook(const Grey& picture, const PlainView& view) {
                         static_cast<int>(std::clamp<int64_t>(y, 0, plane.height - 1)));
     };
     // 2^16ths of the level's pixels: a step of the look, and where the middle is.
-    const int64_t along = FloorDivide(3 * view.cosine * view.side, 128 * unit);
-    const int64_t aside = FloorDivide(3 * view.sine * view.side, 128 * unit);
+    const int64_t along = FloorDivide(view.step * view.cosine * view.side, 256 * unit);
+    const int64_t aside = FloorDivide(view.step * view.sine * view.side, 256 * unit);
     const int64_t middleX = FloorDivide(16384 * view.x, unit) - 32768;
     const int64_t middleY = FloorDivide(16384 * view.y, unit) - 32768;
     std::vector<int64_t> fine;
@@ -324,9 +330,10 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
     PlainFace described = face;
     // Sixteenths of the look's pixels.
     const auto place = [&](int64_t right, int64_t down, int64_t* x, int64_t* y) {
-        const int64_t unit = int64_t{1} << 25;
-        *x = view.x + Rounded(3 * view.side * (right * view.cosine - down * view.sine), unit);
-        *y = view.y + Rounded(3 * view.side * (right * view.sine + down * view.cosine), unit);
+        const int64_t unit = int64_t{1} << 26;
+        const int64_t scale = view.step * view.side;
+        *x = view.x + Rounded(scale * (right * view.cosine - down * view.sine), unit);
+        *y = view.y + Rounded(scale * (right * view.sine + down * view.cosine), unit);
     };
     place(4 * o(1), 4 * o(2), &described.x, &described.y);
     described.side = (PlainSide(static_cast<int>(o(3))) * view.side + 512) / 1024;
@@ -384,9 +391,9 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
             isFace =
                 PlainCanBeSeen(picture, face) && (look == 0 || face.score >= kLookedAtAgainScore);
             if (isFace) {
-                const PlainView view = PlainViewOf(face);
+                const PlainView view = PlainViewOf(face, 6);
                 const LookAnswersPlain answers =
-                    RunLook(model, PlainLook(picture, view), [](int, const void*, size_t) {});
+                    RunLook(LookKind::kWide, model, PlainLook(picture, view), Ignore);
                 face = PlainDescribed(face, view, answers);
                 scores.push_back(answers.rest[0]);
                 face.score = PlainScore(first, scores);
@@ -399,6 +406,14 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
         }
     }
     return PlainWithoutRepeats(looked);
+}
+
+PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const PlainFace& face) {
+    const PlainView view = PlainViewOf(face, 4);
+    const LookAnswersPlain answers =
+        RunLook(LookKind::kClose, model, PlainLook(picture, view), Ignore);
+    const PlainFace described = PlainDescribed(face, view, answers);
+    return PlainCanBeSeen(picture, described) ? described : face;
 }
 
 bool PlainHasSettled(const PlainView& view, const PlainFace& face) {
@@ -528,6 +543,17 @@ PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const u
                                  kNosePlace);
     m.noseOff = whole > 0 ? m.noseOff : kTiltedRamp.none;
 
+    // Of the lengths in quarter pixels whole sixteenths count.
+    const double* q = box.points;
+    const double eyes = std::floor(64 * std::hypot(q[2] - q[0], q[3] - q[1]));
+    const double mouth = std::floor(64 * std::hypot(q[8] - q[6], q[9] - q[7]));
+    const double degrees = 0.75 * std::abs(static_cast<double>(face.yaw));
+    const double counts = std::clamp(45 - degrees, 0.0, 15.0); // fifteenths
+    if (eyes > 0) {
+        const double share = std::floor(100 * mouth / eyes);
+        m.mouthOff = static_cast<int>(std::min(std::abs(share - kMouthPlace), 100.0) * counts / 15);
+    }
+
     const Rectangle inside = Shared(BoxOf(face), {0, 0, 4.0 * width, 4.0 * height});
     m.cutOff = static_cast<int>(
         std::trunc(100 * (BoxOf(face).area() - inside.area()) / BoxOf(face).area()));
@@ -544,10 +570,11 @@ int ScoreWith(int probability) {
 
 PlainQuality PlainJudge(const PlainMeasures& m, int probability) {
     const int factors[] = {
-        Factor(m.side, kSmallRamp),      Factor(m.sharpness, kBlurredRamp),
-        Factor(m.brightness, kDarkRamp), Factor(m.white, kOverexposedRamp),
-        Factor(m.yaw, kTurnedRamp),      Factor(m.noseOff, kTiltedRamp),
-        Factor(m.covered, kCoveredRamp), Factor(m.cutOff, kCutOffRamp),
+        Factor(m.side, kSmallRamp),         Factor(m.sharpness, kBlurredRamp),
+        Factor(m.brightness, kDarkRamp),    Factor(m.white, kOverexposedRamp),
+        Factor(m.yaw, kTurnedRamp),         Factor(m.noseOff, kTiltedRamp),
+        Factor(m.covered, kCoveredRamp),    Factor(m.cutOff, kCutOffRamp),
+        Factor(m.mouthOff, kGrimacingRamp),
     };
     const int least = ScoreWith(kReportedProbability);
     const double more =
@@ -555,7 +582,7 @@ PlainQuality PlainJudge(const PlainMeasures& m, int probability) {
     const int score = std::clamp(kLeastScoreFactor + static_cast<int>(std::trunc(more)), 0, 256);
     int64_t left = int64_t{100} * 65536 * score / 256;
     PlainQuality quality{0, 0};
-    for (unsigned i = 0; i < 8; ++i) {
+    for (unsigned i = 0; i < std::size(factors); ++i) {
         left = left * factors[i] / 256;
         quality.reasons |= factors[i] < 128 ? 1u << i : 0u;
     }

@@ -42,20 +42,24 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
 // The best 512, then the faces that they make, best first.
 std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates);
 
-// What a face's surroundings are sampled by: its box, and where its rows point, in 2^14ths.
+// What a face's surroundings are sampled by: its box, where its rows point, in 2^14ths, and how many
+// 256ths of the side are from pixel to pixel: 6 in the wide look, 4 in the close one.
 struct PlainView {
-    int64_t x, y, side, cosine, sine;
+    int64_t x, y, side, cosine, sine, step;
 };
-PlainView PlainViewOf(const PlainFace& face);
+PlainView PlainViewOf(const PlainFace& face, int step);
 bool PlainCanBeSeen(const Grey& picture, const PlainFace& face);
 Grey PlainLook(const Grey& picture, const PlainView& view);
 
-// The places, yaw and cover that the second network answered with; the rest is that of `face`.
+// The places, yaw and cover that a network answered with; the rest is that of `face`.
 PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
                          const LookAnswersPlain& answers);
 bool PlainHasSettled(const PlainView& view, const PlainFace& face);
 std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                                      const std::vector<PlainFace>& faces);
+
+// Where a face lies that was looked at from close by.
+PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const PlainFace& face);
 
 // Of faces that overlap the best.
 std::vector<PlainFace> PlainWithoutRepeats(std::vector<PlainFace> faces);
@@ -75,7 +79,7 @@ std::vector<double> PlainUpright(const Grey& picture, const PlainBox& box);
 
 // Each reason's measure, in the units in which the library has them.
 struct PlainMeasures {
-    int side, sharpness, brightness, white, yaw, noseOff, covered, cutOff;
+    int side, sharpness, brightness, white, yaw, noseOff, covered, cutOff, mouthOff;
 };
 PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const uint8_t* crop);
 struct PlainQuality {

@@ -22,7 +22,7 @@ void AddPair(std::vector<FindStep>* steps, int number, int stride, int in, int o
     steps->push_back({kRectify, -1, dst, out, stride, out, 0, dst});
 }
 
-// Both networks begin alike; at stride 8 with as many pairs, of so many planes.
+// All networks begin alike; at stride 8 with as many pairs, of so many planes.
 std::vector<FindStep> TrunkSteps(int first, int pairs, int planes, int shift) {
     std::vector<FindStep> steps = {
         {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
@@ -55,20 +55,20 @@ std::vector<FindStep> MakeSteps() {
     return steps;
 }
 
-std::vector<FindStep> MakeLookSteps() {
-    std::vector<FindStep> steps = TrunkSteps(27, 7, 128, 8);
-    AddPair(&steps, 46, 8, 128, 128, 8, kA, kB, kB2);
-    AddPair(&steps, 48, 8, 128, 128, 8, kB2, kB, kB2);
-    steps.push_back({kPointwise, 50, kB2, 128, 8, 16, 7, kHeat});
-    steps.push_back({kPointwise, 51, kA, 128, 8, 16, 7, kPart8});
+std::vector<FindStep> MakeLookSteps(int first) {
+    std::vector<FindStep> steps = TrunkSteps(first, 7, 128, 8);
+    AddPair(&steps, first + 19, 8, 128, 128, 8, kA, kB, kB2);
+    AddPair(&steps, first + 21, 8, 128, 128, 8, kB2, kB, kB2);
+    steps.push_back({kPointwise, first + 23, kB2, 128, 8, 16, 7, kHeat});
+    steps.push_back({kPointwise, first + 24, kA, 128, 8, 16, 7, kPart8});
     steps.push_back({kRectify, -1, kPart8, 16, 8, 16, 0, kPart8});
     steps.push_back({kMaxPoolStride2, -1, kA, 128, 8, 128, 0, kB});
-    AddPair(&steps, 52, 16, 128, 128, 8, kB, kB2, kA);
-    AddPair(&steps, 54, 16, 128, 128, 8, kA, kB, kA);
-    AddPair(&steps, 56, 16, 128, 128, 8, kA, kB, kA);
-    steps.push_back({kPointwise, 58, kA, 128, 16, 32, 8, kPart16});
+    AddPair(&steps, first + 25, 16, 128, 128, 8, kB, kB2, kA);
+    AddPair(&steps, first + 27, 16, 128, 128, 8, kA, kB, kA);
+    AddPair(&steps, first + 29, 16, 128, 128, 8, kA, kB, kA);
+    steps.push_back({kPointwise, first + 31, kA, 128, 16, 32, 8, kPart16});
     steps.push_back({kRectify, -1, kPart16, 32, 16, 32, 0, kPart16});
-    steps.push_back({kFullyConnected, 59, kParts, 1536, 64, 16, 10, kRest});
+    steps.push_back({kFullyConnected, first + 32, kParts, 1536, 64, 16, 10, kRest});
     return steps;
 }
 
@@ -80,7 +80,8 @@ LayerKind KindOf(const FindStep& step) {
 
 std::vector<Layer> MakeLayers() {
     std::vector<Layer> layers;
-    for (const auto& steps : {FindSteps(), LookSteps()}) {
+    for (const auto& steps :
+         {FindSteps(), LookSteps(LookKind::kWide), LookSteps(LookKind::kClose)}) {
         for (const FindStep& step : steps) {
             if (step.layer >= 0) {
                 layers.push_back(
@@ -103,9 +104,9 @@ const std::vector<FindStep>& FindSteps() {
     return steps;
 }
 
-const std::vector<FindStep>& LookSteps() {
-    static const std::vector<FindStep> steps = MakeLookSteps();
-    return steps;
+const std::vector<FindStep>& LookSteps(LookKind kind) {
+    static const std::vector<FindStep> wide = MakeLookSteps(27), close = MakeLookSteps(60);
+    return kind == LookKind::kWide ? wide : close;
 }
 
 const std::vector<Layer>& FindLayers() {
@@ -233,8 +234,9 @@ FindAnswers RunFind(const Model& model, const Grey& plane, const AfterStep& afte
     return {places.at(kAnswer8), places.at(kAnswer16)};
 }
 
-LookAnswersPlain RunLook(const Model& model, const Grey& look, const AfterStep& afterStep) {
-    const Places places = RunSteps(model, LookSteps(), look, afterStep);
+LookAnswersPlain RunLook(LookKind kind, const Model& model, const Grey& look,
+                         const AfterStep& afterStep) {
+    const Places places = RunSteps(model, LookSteps(kind), look, afterStep);
     return {places.at(kHeat), places.at(kRest)};
 }
 

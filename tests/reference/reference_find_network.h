@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The two networks of the finder, written down a second time: what each step is, and the networks over
+// The three networks of the finder, written down a second time: what each step is, and the networks over
 // plain definitions of their operations.
 #pragma once
 
@@ -39,12 +39,13 @@ struct FindStep {
     FindPlace dst;
 };
 
-// From the patches on, which are no kernel's work. The second network's planes are those of a
-// picture of 64 x 64.
+// From the patches on, which are no kernel's work. The planes of the networks that look are those of a
+// picture of 64 x 64: of the wide look and of the close one.
+enum class LookKind { kWide, kClose };
 const std::vector<FindStep>& FindSteps();
-const std::vector<FindStep>& LookSteps();
+const std::vector<FindStep>& LookSteps(LookKind kind);
 
-// Of both networks.
+// Of all networks.
 const std::vector<Layer>& FindLayers();
 Model SeededFindModel();
 
@@ -80,6 +81,7 @@ struct LookAnswersPlain {
     std::vector<int8_t> heat; // 16 planes of 8 x 8
     std::vector<int8_t> rest;
 };
-LookAnswersPlain RunLook(const Model& model, const Grey& look, const AfterStep& afterStep);
+LookAnswersPlain RunLook(LookKind kind, const Model& model, const Grey& look,
+                         const AfterStep& afterStep);
 
 } // namespace orvo_reference

@@ -16,8 +16,8 @@ constexpr LayerKind kDepthwiseRelu = kDepthwise;
 
 constexpr Layer kAlignLayers[] = {ORVO_ALIGN_NETWORK(ORVO_LAYER, ORVO_NO_LAYER, ORVO_NO_LAYER)};
 constexpr Layer kFrLayers[] = {ORVO_FR_NETWORK(ORVO_LAYER, ORVO_NO_LAYER, ORVO_NO_LAYER)};
-constexpr Layer kFindLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)
-                                     ORVO_LOOK_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
+constexpr Layer kFindLayers[] = {ORVO_FIND_NETWORK(ORVO_LAYER, ORVO_NO_LAYER) ORVO_LOOK_NETWORK(
+    ORVO_LAYER, ORVO_NO_LAYER) ORVO_CLOSE_NETWORK(ORVO_LAYER, ORVO_NO_LAYER)};
 
 } // namespace
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Looks: 64 x 64 pixels around a box that the finder's first network may have found, from scenes.
+"""Looks: 64 x 64 pixels around a box that the finder may have found, from scenes. What follows is of the wide
+ones; the close ones are of faces alone, and of boxes that lie as a wide look leaves them.
 
 Boxes lie about faces as inexactly as that network's, or where no face is: anywhere in a scene, on parts of
 heads, and where an earlier state of it saw one (looks-*.npy beside a scene shard, rows of picture, x, y, side,
@@ -10,7 +11,7 @@ from pathlib import Path
 import cv2
 import numpy as np
 
-from ..networks.look_net import FACE, SIDE
+from ..networks.look_net import CLOSE, SIDE, WIDE
 from .scenes import _SWAPPED
 
 MOST_SCALE = 1.5  # pixels of a level from one of a look to the next
@@ -34,10 +35,10 @@ class Box:
     turn: float  # degrees, clockwise in the picture
 
 
-def look(picture, box):
+def look(picture, box, kind=WIDE):
     """The library's sampling but for its rounding: every level halves the one before it, and beyond the
     picture's borders these are repeated."""
-    scale = box.side / (FACE * SIDE)
+    scale = box.side / (kind.face * SIDE)
     x, y = box.x, box.y
     reach = 0.75 * SIDE * scale + 4
     left, top = (max(0, int(v - reach)) & ~7 for v in (x, y))
@@ -69,9 +70,9 @@ def normalised(fine):
     return np.clip(128 + (((fine - mean) * gain + 2048) >> 12), 0, 255).astype(np.uint8)
 
 
-def goal(face, box):
+def goal(face, box, kind=WIDE):
     """What the network is to say of a row of a scene's faces."""
-    scale = box.side / (FACE * SIDE)
+    scale = box.side / (kind.face * SIDE)
     c, s = np.cos(np.radians(box.turn)) / scale, np.sin(np.radians(box.turn)) / scale
     places = np.concatenate([face[1:3], face[_POINTS]]).reshape(-1, 2) - (box.x, box.y)
     places = places @ np.array([[c, -s], [s, c]])
@@ -93,10 +94,11 @@ def mirrored(pictures, rows):
 
 
 class LookSource:
-    def __init__(self, folders, seed, faces_share=0.85):
+    def __init__(self, folders, seed, faces_share=0.85, kind=WIDE):
+        self.kind = kind
         self.folders = [Path(folder) for folder in folders]
         self.random = np.random.default_rng(seed)
-        self.faces_share = faces_share
+        self.faces_share = 1 if kind is CLOSE else faces_share
         self._known, self.shards, self.rows, self.mined = set(), [], [], []
         self.refresh()
 
@@ -135,7 +137,7 @@ class LookSource:
             _, pictures, faces = self.shards[shard]
             face = faces[i, k]
             box = self._about(face)
-            row = goal(face, box)
+            row = goal(face, box, self.kind)
             size = max(face[3], box.side) / min(face[3], box.side)
             if max(abs(face[1] - box.x), abs(face[2] - box.y)) > 0.32 * face[3] or size > 1.5:
                 row[0] = -1
@@ -159,7 +161,7 @@ class LookSource:
             side = np.exp(random.uniform(np.log(14), np.log(110)))
             box = Box(*random.uniform(0, pictures.shape[1], 2), side, self._turn())
             row = self._without(faces[i], box)
-        return look(pictures[i], box), row
+        return look(pictures[i], box, self.kind), row
 
     def _part_of(self, face):
         """A mouth, an ear or a forehead is no face, however much it looks like one by itself."""
@@ -184,6 +186,10 @@ class LookSource:
         """As the first network's boxes lie; turned upright by its points, or not."""
         random, side = self.random, face[3]
         wide = 2.0 if random.random() < 0.2 else 1.0
+        if self.kind is CLOSE:
+            x, y = face[1:3] + 0.025 * wide * side * random.normal(size=2)
+            turn = self._roll(face) + 3.5 * wide * random.normal()
+            return Box(x, y, side * np.exp(0.045 * wide * random.normal()), turn)
         turn = self._turn()
         if random.random() < 0.93:
             turn += self._roll(face)

@@ -7,6 +7,7 @@ count neither as found nor as wrong.
 """
 import argparse
 import json
+from functools import partial
 from pathlib import Path
 
 import cv2
@@ -16,7 +17,7 @@ import torch
 from ..data.scenes import Bank, Cutouts, SceneMaker
 from ..export import tensors
 from ..networks.find_net import QuantFindNet
-from ..networks.look_net import QuantLookNet
+from ..networks.look_net import CLOSE, QuantLookNet
 from . import find_faces
 
 SIZE = 320
@@ -31,22 +32,27 @@ class Finder:
         given = tensors.read(model)
         self.net = QuantFindNet().load(given).eval()
         self.look_net = QuantLookNet().load(given).eval()
+        self.close_net = QuantLookNet(CLOSE).load(given).eval()
 
     @torch.no_grad()
     def answers(self, plane):
         x = torch.from_numpy(plane.astype(np.float32) - 128)[None, None]
         return [a[0].numpy().astype(np.int8) for a in self.net(x)]
 
+    @staticmethod
     @torch.no_grad()
-    def look_answers(self, looks):
+    def answers_of_looks(net, looks):
         x = torch.from_numpy(looks.astype(np.float32) - 128)[:, None]
-        return [a.numpy().astype(np.int8) for a in self.look_net(x)]
+        return [a.numpy().astype(np.int8) for a in net(x)]
 
     def __call__(self, picture):
         """All that is looked at to the end, however unsure."""
         picture = np.ascontiguousarray(picture)
         faces = find_faces.merged(find_faces.candidates(self.answers, picture))
-        return find_faces.looked_at(self.look_answers, picture, faces)
+        faces = find_faces.looked_at(partial(self.answers_of_looks, self.look_net), picture, faces)
+        return find_faces.looked_at_closely(
+            partial(self.answers_of_looks, self.close_net), picture, faces
+        )
 
 
 def overlap(a, b):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """From a picture to faces, as the library does it: a pyramid of halvings, the network on every second
-level, what its answers mean, and a second look at each face. Whole numbers throughout."""
+level, what its answers mean, another look at each face, and one from close by. Whole numbers throughout."""
 from dataclasses import dataclass, replace
 
 import numpy as np
@@ -17,7 +17,7 @@ CANDIDATE = -16  # least score of a cell that counts
 LOOKED_AT = 302  # least probability of a face that is looked at once more, of 1024
 LOOKED_AT_AGAIN = -36  # least score of one that is looked at twice
 MOVED_PART = 8  # of a box's side: a look that moves it by less is the last
-SCORE_LESS = 24  # than the mean of both networks' scores
+SCORE_LESS = 24  # than the mean of the first network's scores and the looks'
 LOOKS = 2
 MOST_FACES = 256
 REPORTED = 640  # least probability of a face that is reported, of 1024
@@ -161,12 +161,18 @@ def _has_settled(view, face):
     return MOVED_PART * moved < view.side
 
 
-def looked_at(answers_of, picture, faces):
-    """What is left of faces, and where they are, after another look or two; best first. answers_of: the
-    second network's, of looks [n, 64, 64]."""
+def levels_of(picture):
+    """The picture, halved once, twice, ..."""
     planes = [picture]
     while min(planes[-1].shape) >= 8:
         planes.append(halved(planes[-1]))
+    return planes
+
+
+def looked_at(answers_of, picture, faces):
+    """What is left of faces, and where they are, after another look or two; best first. answers_of: the
+    second network's, of looks [n, 64, 64]."""
+    planes = levels_of(picture)
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
     finds = {i: face.logit for i, face in enumerate(given)}
     sums, settled = dict.fromkeys(finds, 0), []
@@ -199,8 +205,25 @@ def looked_at(answers_of, picture, faces):
     return kept
 
 
+def looked_at_closely(answers_of, picture, faces):
+    """The faces where a look from close by has them. answers_of: the third network's."""
+    if not faces:
+        return []
+    planes = levels_of(picture)
+    views = [second_look.view_of(face, look_net.CLOSE) for face in faces]
+    answers = answers_of(np.stack([second_look.look(planes, view) for view in views]))
+    closer = [
+        second_look.described(face, view, heat, answer)
+        for face, view, heat, answer in zip(faces, views, *answers)
+    ]
+    return [new if second_look.can_be_seen(picture, new) else old for old, new in zip(faces, closer)]
+
+
 def find(tensors, picture, smallest=SMALLEST, reported=REPORTED):
     """The faces in a grey picture."""
     table = candidates(lambda plane: integer_answers(tensors, plane), picture, smallest)
     faces = looked_at(lambda looks: look_net.integer_answers(tensors, looks), picture, merged(table))
-    return [face for face in faces if face.score >= reported]
+    faces = [face for face in faces if face.score >= reported]
+    return looked_at_closely(
+        lambda looks: look_net.integer_answers(tensors, looks, look_net.CLOSE), picture, faces
+    )

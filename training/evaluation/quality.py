@@ -10,7 +10,8 @@ import numpy as np
 from .find_faces import PROBABILITY
 
 CROP = 96
-REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off")
+REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off",
+           "grimacing")  # fmt: skip
 _SETTINGS = Path(__file__).resolve().parents[2] / "find" / "settings.h"
 _MARGIN = 16
 
@@ -48,6 +49,18 @@ def _nose_off(points, settings):
     return min(abs(place - usual), usual) * 100 // usual
 
 
+def _mouth_off(points, yaw, settings):
+    """points in quarter pixels, yaw in quarter degrees."""
+    def distance(a, b):
+        return math.isqrt(256 * sum((int(b[k]) - int(a[k])) ** 2 for k in (0, 1)))
+
+    eyes = distance(points[0], points[1])
+    if eyes == 0:
+        return 0
+    width = 100 * distance(points[3], points[4]) // eyes
+    return min(abs(width - settings["kMouthPlace"]), 100) * min(max(180 - yaw, 0), 60) // 60
+
+
 def _inside(middle, side, size):
     return max(0, min(2 * middle + side, 8 * size) - max(2 * middle - side, 0))
 
@@ -59,7 +72,8 @@ def score_of(probability):
 
 def measure(face, shape, crop, settings):
     """A row of MEASURES for a library's face in a picture of that shape; crop: the face upright."""
-    side = int(4 * face.side)
+    side, yaw = int(4 * face.side), abs(int(4 * face.yaw))
+    points = [[4 * v for v in point] for point in face.points]
     x, y = int(4 * face.left + 2 * face.side), int(4 * face.top + 2 * face.side)
     levels = np.sort(crop[_MARGIN:-_MARGIN, _MARGIN:-_MARGIN].ravel())
     whole = 4 * side * side
@@ -69,17 +83,19 @@ def measure(face, shape, crop, settings):
         _sharpness(crop),
         int(levels[(9 * len(levels) + 9) // 10 - 1]),
         int((levels >= settings["kWhite"]).sum()) * 1000 // len(levels),
-        abs(int(4 * face.yaw)),
-        _nose_off([[4 * v for v in point] for point in face.points], settings),
+        yaw,
+        _nose_off(points, settings),
         round(255 * face.covered) * 100 // 255,
         100 * (whole - seen) // whole,
+        _mouth_off(points, yaw, settings),
         score_of(round(1024 * face.score)),
     ]
 
 
-MEASURES = ("side", "sharpness", "brightness", "white", "yaw", "nose off", "covered", "cut off", "score")
+MEASURES = ("side", "sharpness", "brightness", "white", "yaw", "nose off", "covered", "cut off", "mouth off",
+            "score")  # fmt: skip
 RAMPS = ("kSmallRamp", "kBlurredRamp", "kDarkRamp", "kOverexposedRamp", "kTurnedRamp", "kTiltedRamp",
-         "kCoveredRamp", "kCutOffRamp")  # fmt: skip
+         "kCoveredRamp", "kCutOffRamp", "kGrimacingRamp")  # fmt: skip
 
 
 def _quotient(a, b):
@@ -91,7 +107,7 @@ def judge(rows, settings):
     """Qualities and sums of reasons' bits for rows of measures."""
     rows = np.asarray(rows, np.int64)
     least, first = settings["kLeastScoreFactor"], score_of(settings["kReportedProbability"])
-    more = _quotient((256 - least) * (rows[:, 8] - first), settings["kSureScore"] - first)
+    more = _quotient((256 - least) * (rows[:, len(RAMPS)] - first), settings["kSureScore"] - first)
     left = 100 * 65536 * np.clip(least + more, 0, 256) // 256
     reasons = np.zeros(len(rows), np.int64)
     for at, name in enumerate(RAMPS):

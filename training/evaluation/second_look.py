@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
-"""A second look at a found face, as the library takes it: its surroundings turned upright, at one size
+"""Another look at a found face, as the library takes it: its surroundings turned upright, at one size
 and at the same grey levels, and what the network's answer means. Whole numbers throughout."""
 import math
 from dataclasses import dataclass, replace
 
 import numpy as np
+
+from ..networks.look_net import WIDE
 
 SIDE = 64
 _ONE = 1 << 14
@@ -25,17 +27,18 @@ class View:
     side: int
     cosine: int
     sine: int
+    step: int = WIDE.step  # from pixel to pixel, in 256ths of the side
 
 
-def view_of(face):
+def view_of(face, kind=WIDE):
     p = face.points.astype(int).tolist()
     x = 2 * (p[1][0] - p[0][0]) + p[3][1] + p[4][1] - p[0][1] - p[1][1]
     y = 2 * (p[1][1] - p[0][1]) - p[3][0] - p[4][0] + p[0][0] + p[1][0]
     length = math.isqrt(x * x + y * y)
     box = (int(face.middle[0]), int(face.middle[1]), int(face.side))
     if length < 8:
-        return View(*box, _ONE, 0)
-    return View(*box, *((2 * v * _ONE + length) // (2 * length) for v in (x, y)))
+        return View(*box, _ONE, 0, kind.step)
+    return View(*box, *((2 * v * _ONE + length) // (2 * length) for v in (x, y)), kind.step)
 
 
 def can_be_seen(picture, face):
@@ -45,18 +48,18 @@ def can_be_seen(picture, face):
             and 4 <= face.side <= 16 * min(width, height))  # fmt: skip
 
 
-def _level_of(side):
+def _level_of(view):
     level = 0
-    while side > (4 * SIDE) << level:
+    while view.side * view.step > 1536 << level:
         level += 1
     return level
 
 
 def fine_look(planes, view):
     """Sixteenths of grey levels. planes: the picture, halved once, twice, ..."""
-    level = _level_of(view.side)
+    level = _level_of(view)
     plane = planes[level].astype(np.int64)
-    along, aside = (v * view.side * 3 >> (7 + level) for v in (view.cosine, view.sine))
+    along, aside = (v * view.side * view.step >> (8 + level) for v in (view.cosine, view.sine))
     half = 2 * np.arange(SIDE, dtype=np.int64) + 1 - SIDE
     right, down = half[None, :], half[:, None]
     middle = [(v << (_PLACE - 2) >> level) - (1 << (_PLACE - 1)) for v in (view.x, view.y)]
@@ -104,9 +107,9 @@ def described(face, view, heat, answer):
     o = [int(v) for v in answer]
 
     def in_picture(right, down):  # sixteenths of the look's pixels
-        x = (right * view.cosine - down * view.sine) * view.side * 3
-        y = (right * view.sine + down * view.cosine) * view.side * 3
-        return view.x + ((x + (1 << 24)) >> 25), view.y + ((y + (1 << 24)) >> 25)
+        x = (right * view.cosine - down * view.sine) * view.side * view.step
+        y = (right * view.sine + down * view.cosine) * view.side * view.step
+        return view.x + ((x + (1 << 25)) >> 26), view.y + ((y + (1 << 25)) >> 26)
 
     plain = zip(o[4:14:2], o[5:14:2])
     points = [in_picture(x + 2 * u, y + 2 * v) for (x, y), (u, v) in zip(points_of(heat), plain)]

@@ -4,7 +4,8 @@
 Every tensor holds whole numbers below 2^24, which single precision adds and multiplies exactly in
 any order; shifts are products with powers of two. A runtime that computes in single precision
 therefore gives the library's bytes. Input: grey levels 0 to 255, [n, 1, size, size]; output: the
-last layer's integers, [n, outputs]. The finder's two networks (both in find.safetensors) have forms of their own: find_onnx.
+last layer's integers, [n, outputs]. The finder's networks (all in find.safetensors) have forms of their own:
+find_onnx.
 """
 import argparse
 from dataclasses import dataclass
@@ -145,15 +146,16 @@ def main():
         description=__doc__,
         formatter_class=argparse.RawDescriptionHelpFormatter,
     )
-    parser.add_argument("network", choices=[*sorted(layers.PROGRAMS), "find", "look"])
+    parser.add_argument("network", choices=[*sorted(layers.PROGRAMS), "find", "look", "close"])
     parser.add_argument("model", type=Path, help="the .safetensors file")
     parser.add_argument("out", type=Path, help="the .onnx file")
     args = parser.parse_args()
     given = tensors.read(args.model)
-    if args.network in ("find", "look"):
+    if args.network in ("find", "look", "close"):
         from . import find_onnx  # it needs this module
 
-        model = {"find": find_onnx.build, "look": find_onnx.build_look}[args.network](given)
+        build = {"find": find_onnx.build, "look": find_onnx.build_look, "close": find_onnx.build_close}
+        model = build[args.network](given)
     else:
         model = build(args.network, given)
     onnx.checker.check_model(model)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Puts the tensors of both networks of the finder into the one file that the library is built from."""
+"""Puts the tensors of the finder's networks into the one file that the library is built from."""
 import argparse
 from pathlib import Path
 
@@ -11,9 +11,12 @@ def main():
     add = parser.add_argument
     add("find", type=Path, help="what train_find wrote")
     add("look", type=Path, help="what train_look wrote")
+    add("close", type=Path, help="what train_look --close wrote")
     add("out", type=Path)
     args = parser.parse_args()
-    given = {**tensors.read(args.find), **tensors.read(args.look)}
+    given = {}
+    for part in (args.find, args.look, args.close):
+        given.update(tensors.read(part))
     names = sorted(given, key=lambda name: (name.split(".")[1], int(name.split(".")[0])))
     tensors.write(args.out, {name: given[name] for name in names})
 

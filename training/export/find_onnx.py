@@ -2,14 +2,14 @@
 """The finder's networks as ONNX, exact like the others: see export_onnx.
 
 The first's input: grey levels 0 to 255, [1, 1, height, width], sides multiples of 16; outputs: both
-strides' integers, [1, 16, height / 8, width / 8] and [1, 16, height / 16, width / 16]. The second's: a look
-(training.evaluation.second_look), [1, 1, 64, 64]; outputs: [1, 16, 8, 8] and [1, 16, 1, 1].
+strides' integers, [1, 16, height / 8, width / 8] and [1, 16, height / 16, width / 16]. Those that
+look: a look (training.evaluation.second_look), [1, 1, 64, 64]; outputs: [1, 16, 8, 8] and [1, 16, 1, 1].
 """
 import numpy as np
 from onnx import TensorProto, helper
 
 from ..networks import find_layers
-from ..networks.look_net import CELL, SIDE
+from ..networks.look_net import CELL, CLOSE, SIDE, WIDE
 from .export_onnx import OPSET, Graph, convolution
 
 
@@ -65,9 +65,13 @@ def build(given):
     return _model("find", graph, [1, 1, "height", "width"], outputs)
 
 
-def build_look(given):
+def build_look(given, kind=WIDE):
     graph = Graph()
-    heat, rest = _answers(graph, given, find_layers.LOOK_PROGRAM)
+    heat, rest = _answers(graph, given, kind.program)
     count, cells = find_layers.ANSWERS, SIDE // CELL
     outputs = [(heat, "heat", [1, count, cells, cells]), (rest, "rest", [1, count, 1, 1])]
-    return _model("look", graph, [1, 1, SIDE, SIDE], outputs)
+    return _model(kind.name, graph, [1, 1, SIDE, SIDE], outputs)
+
+
+def build_close(given):
+    return build_look(given, CLOSE)

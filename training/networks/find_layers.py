@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The two networks of the finder, as the library's own list has them, and the walk over them.
+"""The three networks of the finder, as the library's own list has them, and the walk over them.
 
 They are no straight lists: planes are kept and read twice. The first has two answers; the last layer of
-the second reads planes of two sizes.
+the two that look reads planes of two sizes.
 """
 import re
 from dataclasses import dataclass, replace
@@ -74,10 +74,10 @@ def read_program(text, name="FIND"):
 def _read():
     above = next(p for p in Path(__file__).resolve().parents if (p / LIST).is_file())
     text = (above / LIST).read_text(encoding="utf-8")
-    return read_program(text), read_program(text, "LOOK")
+    return [read_program(text, name) for name in ("FIND", "LOOK", "CLOSE")]
 
 
-PROGRAM, LOOK_PROGRAM = _read()
+PROGRAM, LOOK_PROGRAM, CLOSE_PROGRAM = _read()
 
 
 def merged(ops):

@@ -1,12 +1,14 @@
 # SPDX-License-Identifier: MIT
-"""The finder's second network, which looks at each found face once more: quantised, in the library's
-integer arithmetic; and in float arithmetic with normalisation, as which it begins."""
+"""The finder's networks that look at a found face once more, around it and from close by: quantised, in
+the library's integer arithmetic; and in float arithmetic with normalisation, as which they begin."""
+from dataclasses import dataclass
+
 import numpy as np
 import torch
 from torch import nn
 
 from . import find_layers
-from .find_layers import LOOK_PROGRAM, Part
+from .find_layers import CLOSE_PROGRAM, LOOK_PROGRAM, Part
 from .find_net import (
     FindIntegers, FindNet, QuantFindNet, patches, register_floats, register_integers,
 )  # fmt: skip
@@ -15,7 +17,6 @@ from .layers import Conv, convolutions
 from .quant_net import QuantNet
 
 SIDE = 64  # pixels of a look
-FACE = 2 / 3  # of a look's side: that of the box which is looked at
 CELL = 8  # pixels of a look: the heat's planes have a value for each
 HEAT = 1 / 16  # logits a step
 NEAR = 16.0  # pixels of the look at an offset's end
@@ -23,10 +24,20 @@ NEAR = 16.0  # pixels of the look at an offset's end
 MEAN_POINTS = ((-0.186, -0.148), (0.186, -0.148), (0, 0.074), (-0.158, 0.282), (0.158, 0.282))
 
 
+@dataclass(frozen=True)
+class Kind:
+    name: str
+    program: tuple
+    face: float  # of a look's side: that of the box which is looked at
+    step: int  # from one of its pixels to the next, in 256ths of the box's side
+
+
+WIDE = Kind("look", tuple(LOOK_PROGRAM), 2 / 3, 6)
+CLOSE = Kind("close", tuple(CLOSE_PROGRAM), 1, 4)
+
+
 class _Walked:
     """What both trained forms share."""
-
-    network = "look"
 
     def forward(self, x):
         """[n, 1, 64, 64], grey levels less 128 -> [n, 16, 8, 8], [n, 16], in integers' units."""
@@ -39,8 +50,9 @@ class _Walked:
             answers = find_layers.walk(self.ops, self, x)
         return [self.from_output(answer) for answer in answers]
 
-    def _set_up(self):
-        self.ops = find_layers.merged(LOOK_PROGRAM)
+    def _set_up(self, kind):
+        self.kind = kind
+        self.ops = find_layers.merged(kind.program)
         self.convs = convolutions(self.ops)
         self.full = self.convs[-1]
         self.heat = next(op for op in self.convs if op.answers and op.kind == "pointwise")
@@ -66,11 +78,11 @@ class _Walked:
 
 
 class LookNet(_Walked, FloatNet):
-    def __init__(self, seed=1):
+    def __init__(self, seed=1, kind=WIDE):
         nn.Module.__init__(self)
-        self._set_up()
+        self._set_up(kind)
         register_floats(self, seed)
-        getattr(self, f"beta{self.full.number}").data[4:14] = _places_at_first() / 128
+        getattr(self, f"beta{self.full.number}").data[4:14] = _places_at_first(kind) / 128
 
     layer, weight_limit, settle = FindNet.layer, FindNet.weight_limit, FindNet.settle
 
@@ -83,14 +95,14 @@ class LookNet(_Walked, FloatNet):
         return x * 128
 
 
-def _places_at_first():
-    return torch.tensor(MEAN_POINTS).ravel() * FACE * 256
+def _places_at_first(kind):
+    return torch.tensor(MEAN_POINTS).ravel() * kind.face * 256
 
 
 class QuantLookNet(_Walked, QuantNet):
-    def __init__(self, *_):
+    def __init__(self, kind=WIDE):
         nn.Module.__init__(self)
-        self._set_up()
+        self._set_up(kind)
         register_integers(self)
 
     clip = QuantFindNet.clip
@@ -111,10 +123,10 @@ class _LookIntegers(FindIntegers):
         return np.concatenate([part.reshape(len(part), -1) for part in parts], 1)[:, :, None, None]
 
 
-def integer_answers(tensors, looks):
+def integer_answers(tensors, looks, kind=WIDE):
     """uint8 [n, 64, 64] -> int8 [n, 16, 8, 8] and [n, 16], exactly as the library computes them."""
     x = (looks ^ 0x80).view(np.int8)[:, None]
-    heat, rest = find_layers.walk(LOOK_PROGRAM, _LookIntegers(tensors), x)
+    heat, rest = find_layers.walk(kind.program, _LookIntegers(tensors), x)
     return heat, rest.reshape(len(looks), -1)
 
 

@@ -49,8 +49,11 @@ def load():
     return QuantFindNet().load(tensors.read(MODEL))
 
 
-def load_look():
-    return QuantLookNet().load(tensors.read(MODEL))
+def load_look(kind=look_net.WIDE):
+    return QuantLookNet(kind).load(tensors.read(MODEL))
+
+
+KINDS = (look_net.WIDE, look_net.CLOSE)
 
 
 def planes(count, height, width, seed):
@@ -63,13 +66,14 @@ def planes(count, height, width, seed):
 class Layers(unittest.TestCase):
     def test_the_file_holds_what_the_list_says(self):
         given = tensors.read(MODEL)
-        convs = convolutions(find_layers.PROGRAM) + convolutions(find_layers.LOOK_PROGRAM)
+        programs = (find_layers.PROGRAM, find_layers.LOOK_PROGRAM, find_layers.CLOSE_PROGRAM)
+        convs = [op for program in programs for op in convolutions(program)]
         names = [f"{op.number}.{part}" for part in ("bias", "weight") for op in convs]
         self.assertEqual(list(given), names)
         for op in convs:
             self.assertEqual(given[f"{op.number}.weight"].shape, op.weight_shape)
             self.assertEqual(given[f"{op.number}.bias"].shape, (op.outputs,))
-        for program, most in ((find_layers.PROGRAM, 150_000), (find_layers.LOOK_PROGRAM, 250_000)):
+        for program, most in zip(programs, (150_000, 250_000, 250_000)):
             count = sum(given[f"{op.number}.weight"].size for op in convolutions(program))
             self.assertTrue(60_000 <= count <= most, count)
 
@@ -92,14 +96,16 @@ class Arithmetics(unittest.TestCase):
                     np.testing.assert_array_equal(answer[0].numpy(), wanted.astype(np.float32))
 
     def test_both_forms_answer_the_same_of_looks(self):
-        net, pictures_ = load_look().eval(), np.stack(planes(6, 64, 64, seed=9))
-        with torch.no_grad():
-            answers = net(torch.from_numpy(pictures_.astype(np.float32) - 128)[:, None])
-        expected = look_net.integer_answers(tensors.read(MODEL), pictures_)
-        for answer, wanted, shape in zip(answers, expected, ((6, 16, 8, 8), (6, 16))):
-            self.assertEqual(wanted.shape, shape)
-            np.testing.assert_array_equal(answer.numpy(), wanted.astype(np.float32))
-        self.assertFalse(np.array_equal(expected[0][0], expected[0][1]))
+        pictures_ = np.stack(planes(6, 64, 64, seed=9))
+        for kind in KINDS:
+            with torch.no_grad():
+                x = torch.from_numpy(pictures_.astype(np.float32) - 128)[:, None]
+                answers = load_look(kind).eval()(x)
+            expected = look_net.integer_answers(tensors.read(MODEL), pictures_, kind)
+            for answer, wanted, shape in zip(answers, expected, ((6, 16, 8, 8), (6, 16))):
+                self.assertEqual(wanted.shape, shape)
+                np.testing.assert_array_equal(answer.numpy(), wanted.astype(np.float32))
+            self.assertFalse(np.array_equal(expected[0][0], expected[0][1]))
 
     def test_answers_depend_on_the_picture(self):
         given = tensors.read(MODEL)
@@ -121,18 +127,20 @@ class Arithmetics(unittest.TestCase):
     @unittest.skipUnless(onnx, "onnx is not installed")
     def test_exported_onnx_answers_the_same_of_looks(self):
         given = tensors.read(MODEL)
-        model = find_onnx.build_look(given)
-        onnx.checker.check_model(model)
-        runtime = cv2.dnn.readNetFromONNX(np.frombuffer(model.SerializeToString(), np.uint8))
-        for look in planes(4, 64, 64, seed=3):
-            runtime.setInput(look[None, None].astype(np.float32))
-            answers = runtime.forward(["heat", "rest"])
-            for answer, wanted in zip(answers, look_net.integer_answers(given, look[None])):
-                np.testing.assert_array_equal(answer.ravel(), wanted.ravel().astype(np.float32))
+        for build, kind in zip((find_onnx.build_look, find_onnx.build_close), KINDS):
+            model = build(given)
+            onnx.checker.check_model(model)
+            runtime = cv2.dnn.readNetFromONNX(np.frombuffer(model.SerializeToString(), np.uint8))
+            for look in planes(4, 64, 64, seed=3):
+                runtime.setInput(look[None, None].astype(np.float32))
+                answers = runtime.forward(["heat", "rest"])
+                expected = look_net.integer_answers(given, look[None], kind)
+                for answer, wanted in zip(answers, expected):
+                    np.testing.assert_array_equal(answer.ravel(), wanted.ravel().astype(np.float32))
 
     def test_written_tensors_are_those_that_were_read(self):
         given = tensors.read(MODEL)
-        written = {**load().tensors(), **load_look().tensors()}
+        written = {**load().tensors(), **load_look().tensors(), **load_look(look_net.CLOSE).tensors()}
         self.assertEqual(set(written), set(given))
         for name, tensor in given.items():
             np.testing.assert_array_equal(written[name], tensor)
@@ -253,8 +261,37 @@ class Decoding(unittest.TestCase):
         faces = find_faces.merged(np.array([self._row(64, 400, 400, 160, 2), self._row(64, 417, 400, 160)]))
         self.assertEqual([face.middle for face in faces], [(416, 400)])
 
+    @staticmethod
+    def _view(box, kind):
+        c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
+        lengths = (4 * box.x, 4 * box.y, 4 * box.side)
+        return second_look.View(*lengths, round(16384 * c), round(16384 * s), kind.step)
+
     def test_answers_meant_for_a_face_give_it_back(self):
         """What the loss asks for and what the decoding reads is the same."""
+        for kind in KINDS:
+            self._expect_the_face_back(kind)
+
+    def test_close_looks_are_of_faces_that_lie_nearly_as_their_boxes(self):
+        picture = np.random.default_rng(3).integers(0, 255, (1, 208, 208)).astype(np.uint8)
+        faces = np.zeros((1, 2, 16), np.float32)
+        faces[0, 0, :4] = 1, 104, 104, 80
+        faces[0, 0, 4:14] = (np.array(look_net.MEAN_POINTS) * 80 + 104).ravel()
+        with tempfile.TemporaryDirectory() as folder:
+            np.save(f"{folder}/scenes-00000.pictures.npy", picture)
+            np.save(f"{folder}/scenes-00000.faces.npy", faces)
+            rows = {
+                kind.name: looks.LookSource([folder], seed=5, kind=kind).fresh(300)[1] for kind in KINDS
+            }
+        self.assertTrue((rows["close"][:, 0] == 1).all())
+        self.assertTrue((rows["look"][:, 0] == 0).any())
+        close, wide = rows["close"], rows["look"][rows["look"][:, 3] > 0]
+        self.assertAlmostEqual(float(np.median(close[:, 3])), 64, delta=2)
+        self.assertAlmostEqual(float(np.median(wide[:, 3])), 64 * 2 / 3, delta=2)
+        self.assertLess(float(np.abs(close[:, 1:3] / close[:, 3:4]).mean()),
+                        0.8 * float(np.abs(wide[:, 1:3] / wide[:, 3:4]).mean()))  # fmt: skip
+
+    def _expect_the_face_back(self, kind):
         faces = torch.zeros(1, scenes.MOST, scenes.COLUMNS)
         for k, (x, y, side) in enumerate(((30.0, 40.0, 20.0), (120.0, 90.0, 70.0))):
             faces[0, k, :4] = torch.tensor([1, x, y, side])
@@ -331,49 +368,76 @@ class SecondLook(unittest.TestCase):
         for turn in (0, 30, -75, 90, 180):
             picture = np.full((180, 200), 60, np.uint8)
             face = self._face(picture, turn)
-            view = second_look.view_of(face)
-            angle = np.degrees(np.arctan2(view.sine, view.cosine))
-            self.assertLess(abs((angle - turn + 180) % 360 - 180), 3, turn)
-            seen = second_look.look([picture, find_faces.halved(picture)], view)
-            for x, y in look_net.MEAN_POINTS:
-                right, down = (32 + v * look_net.FACE * 64 for v in (x, y))
-                self.assertGreater(int(seen[int(down), int(right)]), 180, turn)
+            for kind in KINDS:
+                view = second_look.view_of(face, kind)
+                angle = np.degrees(np.arctan2(view.sine, view.cosine))
+                self.assertLess(abs((angle - turn + 180) % 360 - 180), 3, turn)
+                seen = second_look.look([picture, find_faces.halved(picture)], view)
+                for x, y in look_net.MEAN_POINTS:
+                    right, down = (32 + v * kind.face * 64 for v in (x, y))
+                    self.assertGreater(int(seen[int(down), int(right)]), 180, turn)
 
     def test_training_sees_nearly_the_same(self):
         picture = planes(2, 180, 200, seed=5)[1]
         for box in (looks.Box(100, 90, 40, 0), looks.Box(90, 80, 62, 25), looks.Box(10, 170, 30, -100)):
-            seen = looks.look(picture, box)
-            c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
-            view = second_look.View(4 * box.x, 4 * box.y, 4 * box.side, round(16384 * c), round(16384 * s))
-            exact = second_look.look([picture], view)
-            self.assertLess(np.abs(seen.astype(int) - exact).mean(), 2, box)
+            for kind in KINDS:
+                seen = looks.look(picture, box, kind)
+                exact = second_look.look([picture], self._view(box, kind))
+                self.assertLess(np.abs(seen.astype(int) - exact).mean(), 2, box)
+
+    @staticmethod
+    def _view(box, kind):
+        c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
+        lengths = (4 * box.x, 4 * box.y, 4 * box.side)
+        return second_look.View(*lengths, round(16384 * c), round(16384 * s), kind.step)
 
     def test_answers_meant_for_a_face_give_it_back(self):
         """What the loss asks for and what the decoding reads is the same."""
+        for kind in KINDS:
+            self._expect_the_face_back(kind)
+
+    def test_close_looks_are_of_faces_that_lie_nearly_as_their_boxes(self):
+        picture = np.random.default_rng(3).integers(0, 255, (1, 208, 208)).astype(np.uint8)
+        faces = np.zeros((1, 2, 16), np.float32)
+        faces[0, 0, :4] = 1, 104, 104, 80
+        faces[0, 0, 4:14] = (np.array(look_net.MEAN_POINTS) * 80 + 104).ravel()
+        with tempfile.TemporaryDirectory() as folder:
+            np.save(f"{folder}/scenes-00000.pictures.npy", picture)
+            np.save(f"{folder}/scenes-00000.faces.npy", faces)
+            rows = {
+                kind.name: looks.LookSource([folder], seed=5, kind=kind).fresh(300)[1] for kind in KINDS
+            }
+        self.assertTrue((rows["close"][:, 0] == 1).all())
+        self.assertTrue((rows["look"][:, 0] == 0).any())
+        close, wide = rows["close"], rows["look"][rows["look"][:, 3] > 0]
+        self.assertAlmostEqual(float(np.median(close[:, 3])), 64, delta=2)
+        self.assertAlmostEqual(float(np.median(wide[:, 3])), 64 * 2 / 3, delta=2)
+        self.assertLess(float(np.abs(close[:, 1:3] / close[:, 3:4]).mean()),
+                        0.8 * float(np.abs(wide[:, 1:3] / wide[:, 3:4]).mean()))  # fmt: skip
+
+    def _expect_the_face_back(self, kind):
         face = np.zeros(scenes.COLUMNS, np.float32)
         face[:4] = 1, 100, 90, 40
         points = np.array(look_net.MEAN_POINTS) * 40 + (100, 90)
         face[4:14], face[14], face[15] = points.ravel(), 24, 0.25
         box = looks.Box(97, 93, 46, 20)
-        goal = looks.goal(face, box)
+        goal = looks.goal(face, box, kind)
         heat = np.full((16, 64), -128.0)
         for k, place in enumerate(goal[4:14].reshape(5, 2)):
             cell = int(np.abs(look_net.cells().numpy() - place).sum(1).argmin())
             heat[k, cell] = 127
             heat[[5 + k, 10 + k], cell] = 8 * (place - look_net.cells().numpy()[cell])
         rest = np.zeros(16)
-        rest[0], rest[1:3], rest[3] = 60, 4 * goal[1:3], 64 * np.log2(goal[3] / (look_net.FACE * 64))
+        rest[0], rest[1:3], rest[3] = 60, 4 * goal[1:3], 64 * np.log2(goal[3] / (kind.face * 64))
         rest[4:14], rest[14], rest[15] = 4 * goal[4:14], 128 * 24 / train_look.YAW, 0.25 * 255 - 128
         heat, rest = np.round(heat).reshape(16, 8, 8), np.round(rest)
         given = [torch.from_numpy(a[None]).float() for a in (heat, rest)]
-        score, place = train_look.look_loss(*given, torch.from_numpy(goal[None]))
+        score, place = train_look.look_loss(*given, torch.from_numpy(goal[None]), kind.face)
         self.assertLess(float(score), 0.05)
         near = train_look.distances(look_net.points_of(given[0]), torch.from_numpy(goal[None]))
         self.assertLess(float(near.max()), 0.02)
         blank = find_faces.Face((0, 0), 0, np.zeros((5, 2), np.int64), 0, 0, 0, 1, 0)
-        c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
-        view = second_look.View(4 * box.x, 4 * box.y, 4 * box.side, round(16384 * c), round(16384 * s))
-        found = second_look.described(blank, view, heat.astype(np.int8), rest.astype(np.int8))
+        found = second_look.described(blank, self._view(box, kind), heat.astype(np.int8), rest.astype(np.int8))
         np.testing.assert_allclose(np.array([*found.middle, found.side]) / 4, [100, 90, 40], atol=0.6)
         np.testing.assert_allclose(found.points / 4, points, atol=0.6)
         self.assertEqual((found.yaw, found.covered), (32, -64))
@@ -509,6 +573,21 @@ class Training(unittest.TestCase):
         second = tensors.read(out / "look" / "look.safetensors")
         self.assertEqual(len(second), 2 * len(convolutions(find_layers.LOOK_PROGRAM)))
         self.assertTrue(any(not np.array_equal(first[name], second[name]) for name in first))
+        self._close_looks_as_well(common, out)
+
+    def _close_looks_as_well(self, common, out):
+        """Begun with what the wide look came to, under numbers of its own."""
+        wide = torch.load(out / "look" / "float-checkpoint.pt")["average"]
+        common = [*common, "--out", out / "close", "--close", "--begin", out / "look" / "float-checkpoint.pt"]
+        begun = train_look._renumbered(common[-1], LookNet(kind=look_net.CLOSE))
+        self.assertTrue(torch.equal(begun["w60"], wide["w27"]))
+        self.assertEqual(len(begun), len(wide))
+        self.run_training(*common, "--views", 8, "--integer-views", 8, main=train_look.main)
+        close = tensors.read(out / "close" / "close.safetensors")
+        self.assertEqual(
+            {int(name.split(".")[0]) for name in close},
+            {op.number for op in convolutions(find_layers.CLOSE_PROGRAM)},
+        )
 
     def test_from_scenes_to_integers_with_a_stop_between(self):
         with tempfile.TemporaryDirectory() as name:

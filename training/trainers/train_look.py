@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: MIT
-"""Trains the finder's second network: in float arithmetic, then in the library's integer arithmetic.
+"""Trains a network of the finder that looks: in float arithmetic, then in the library's integer arithmetic.
 
-Writes look.safetensors. Stop it at any time: started again with the same --out, it goes on from the
-last checkpoint.
+Writes look.safetensors, with --close close.safetensors. Stop it at any time: started again with the same
+--out, it goes on from the last checkpoint.
 """
 import argparse
 import multiprocessing
 import queue
+import re
 from pathlib import Path
 
 import numpy as np
@@ -16,7 +17,9 @@ import torch.nn.functional as F
 from ..data.looks import LookBatches, LookSource
 from ..engine.find_trunk import FindTrunk
 from ..export import conversion, tensors
-from ..networks.look_net import CELL, FACE, HEAT, NEAR, SIDE, LookNet, QuantLookNet, cells, points_of
+from ..networks.look_net import (
+    CELL, CLOSE, HEAT, NEAR, SIDE, WIDE, LookNet, QuantLookNet, cells, points_of,
+)  # fmt: skip
 from .beginning import begin
 from .trainer import add_common_options
 from .two_stages import FloatStage, IntegerStage, train
@@ -40,6 +43,8 @@ def parse_arguments():
     add("--data", nargs="+", required=True, help="folders with scenes-* shards")
     add("--held-out-data", nargs="+", help="the same of other people, to validate on")
     add("--out", type=Path, required=True, help="folder for checkpoints and curves")
+    add("--close", action="store_true", help="the network that looks from close by")
+    add("--begin", type=Path, help="float-checkpoint.pt whose weights to begin with, of either")
     add("--views", type=float, default=1e6, help="looks in float arithmetic (%(default).0f)")
     add("--integer-views", type=float, default=1e6, help="in integers (%(default).0f)")
     add("--batch", type=int, default=192, help="(%(default)s)")
@@ -68,8 +73,9 @@ def heat_loss(heat, goals):
     return hot, (near * miss).sum(2) / goals[:, 3:4]
 
 
-def look_loss(heat, answers, goals):
-    """Both answers are integers. The score's loss, and that of places and the rest."""
+def look_loss(heat, answers, goals, face):
+    """Both answers are integers; face: the box's share of a look. The score's loss, and that of places and
+    the rest."""
     answers = answers / 128
     asked = goals[:, 0] >= 0
     score = F.binary_cross_entropy_with_logits(
@@ -84,7 +90,7 @@ def look_loss(heat, answers, goals):
     points = 0.5 * points + (distances(points_of(heat), goals) + near + 0.02 * hot).sum(1)
     middle = ((REACH * given[:, 1:3] - goals[:, 1:3]).square().sum(1) + 1e-4).sqrt() / side
     size = F.smooth_l1_loss(
-        2 * given[:, 3], torch.log2(side / (FACE * SIDE)), beta=0.02, reduction="none"
+        2 * given[:, 3], torch.log2(side / (face * SIDE)), beta=0.02, reduction="none"
     )
     yaw = (given[:, 14] - (goals[:, 14] / YAW).clamp(-1, 0.99)).abs()
     cover = (0.5 * given[:, 15] + 0.5 - goals[:, 15]).abs()
@@ -92,9 +98,9 @@ def look_loss(heat, answers, goals):
     return score, place.mean()
 
 
-def _make(folders, seed, size, ready):
+def _make(folders, seed, kind, size, ready):
     """The work of a process: batches, until its parent has ended."""
-    batches = LookBatches(LookSource(folders, seed))
+    batches = LookBatches(LookSource(folders, seed, kind=kind))
     parent = multiprocessing.parent_process()
     while parent.is_alive():
         if batches.count % SHARDS_LOOKED_FOR == 0:
@@ -109,6 +115,17 @@ def _make(folders, seed, size, ready):
     ready.cancel_join_thread()
 
 
+def _renumbered(checkpoint, net):
+    """The averaged weights of a float training of either kind, under this network's numbers."""
+    given = torch.load(checkpoint, map_location="cpu")["average"]
+    theirs = min(int(re.sub(r"\D", "", name)) for name in given)
+    further = net.convs[0].number - theirs
+    return {
+        re.sub(r"\d+", lambda digits: str(int(digits[0]) + further), name): value
+        for name, value in given.items()
+    }
+
+
 @torch.no_grad()
 def centre_heat(net, parameters, looks):
     """Adds to each point's logits what brings the hottest cells to the end of the integers' range: only
@@ -120,11 +137,11 @@ def centre_heat(net, parameters, looks):
 class _Ahead:
     """Batches made by a process of their own: cutting out looks would keep the network waiting."""
 
-    def __init__(self, folders, seed, size):
+    def __init__(self, folders, seed, kind, size):
         context = multiprocessing.get_context("spawn")
         self._ready = context.Queue(8)
         self._process = context.Process(
-            target=_make, args=(folders, seed, size, self._ready), daemon=True
+            target=_make, args=(folders, seed, kind, size, self._ready), daemon=True
         )
         self._process.start()
 
@@ -141,7 +158,8 @@ class LookTrainer(FloatStage):
     """In float arithmetic."""
 
     def __init__(self, args):
-        held_out = LookSource(args.held_out_data or args.data, 99, faces_share=0.8)
+        self.kind = CLOSE if args.close else WIDE
+        held_out = LookSource(args.held_out_data or args.data, 99, faces_share=0.8, kind=self.kind)
         self.held_out = [self._asked(*held_out.fresh(256)) for _ in range(12)]
         super().__init__(args, self.views_of(args), args.batch)
         self.ahead = None
@@ -151,12 +169,15 @@ class LookTrainer(FloatStage):
         return torch.from_numpy(pictures[:, None].astype(np.float32) - 128), torch.from_numpy(rows)
 
     def some_looks(self):
-        source = LookSource(self.args.data, self.args.seed)
+        source = LookSource(self.args.data, self.args.seed, kind=self.kind)
         return self._asked(*source.fresh(2 * self.args.batch))[0]
 
     def make_net(self):
-        net = LookNet(self.args.seed)
-        net.settle(self.some_looks())
+        net = LookNet(self.args.seed, self.kind)
+        if self.args.begin:
+            net.load_state_dict(_renumbered(self.args.begin, net))
+        else:
+            net.settle(self.some_looks())
         return net
 
     def attach(self, net, size):
@@ -166,7 +187,7 @@ class LookTrainer(FloatStage):
         if not self.ahead:
             # Started again it draws others than before.
             seed = 1000 * self.args.seed + self.step
-            self.ahead = _Ahead(self.args.data, seed, self.args.batch)
+            self.ahead = _Ahead(self.args.data, seed, self.kind, self.args.batch)
         return self.ahead.next()
 
     def run(self):
@@ -175,7 +196,7 @@ class LookTrainer(FloatStage):
             self.ahead.end()
 
     def loss(self, pictures, goals):
-        score, place = look_loss(*self.net(pictures), goals)
+        score, place = look_loss(*self.net(pictures), goals, self.kind.face)
         return score + 4 * place
 
     @torch.no_grad()
@@ -184,7 +205,7 @@ class LookTrainer(FloatStage):
         scores, missed, errors, plain = [], [], [], []
         for pictures, goals in self.held_out:
             heat, answers = self.average(pictures)
-            scores.append(float(look_loss(heat, answers, goals)[0]))
+            scores.append(float(look_loss(heat, answers, goals, self.kind.face)[0]))
             counts = (goals[:, 0] == 1) & (goals[:, 16] >= 20) & (goals[:, 14].abs() <= 60)
             errors.append(distances(points_of(heat), goals)[counts].mean(1) / PUPILS)
             given = (REACH / 128 * answers[:, 4:14]).reshape(-1, 5, 2)
@@ -207,7 +228,7 @@ class LookTrainer(FloatStage):
         centre_heat(net, parameters, looks)
         parameters, before, after = conversion.rescale(net, parameters, looks)
         print(f"relative rounding noise of a layer: {before:.5f}, rescaled {after:.5f}")
-        return conversion.to_integers("look", parameters, QuantLookNet())
+        return conversion.to_integers(self.kind.name, parameters, QuantLookNet(self.kind))
 
 
 class IntegerLookTrainer(IntegerStage, LookTrainer):
@@ -216,13 +237,13 @@ class IntegerLookTrainer(IntegerStage, LookTrainer):
     follow_steps = 2000
 
     def write_results(self):
-        tensors.write(self.args.out / "look.safetensors", self.average.tensors())
+        tensors.write(self.args.out / f"{self.kind.name}.safetensors", self.average.tensors())
 
 
 def main():
     args = parse_arguments()
     begin(args)
-    train(args, LookTrainer, IntegerLookTrainer, QuantLookNet())
+    train(args, LookTrainer, IntegerLookTrainer, QuantLookNet(CLOSE if args.close else WIDE))
 
 
 if __name__ == "__main__":

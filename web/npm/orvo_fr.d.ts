@@ -23,7 +23,8 @@ export type Reason =
   | "turned"
   | "tilted"
   | "covered"
-  | "cut off";
+  | "cut off"
+  | "grimacing";
 
 /** A face that was found. Lengths are pixels of the picture; (0, 0) is its top left corner. */
 export interface FoundFace {

@@ -10,7 +10,8 @@ import numpy as np
 from native import PACKAGE, SAMPLES, grey, native_faces, native_feature, temporary_folder
 from scenes import FIRST, background, two_people
 
-REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off")
+REASONS = ("small", "blurred", "dark", "overexposed", "turned", "tilted", "covered", "cut off",
+           "grimacing")
 ANSWERS = Path(__file__).with_name("answers.mjs")
 
 

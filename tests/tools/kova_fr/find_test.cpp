@@ -36,8 +36,8 @@ void ExpectWellFormed(const json& face) {
     EXPECT_EQ(face["landmarks"].size(), 5u);
     EXPECT_GE(face["quality"], 0);
     EXPECT_LE(face["quality"], 100);
-    const std::set<std::string> words = {"small",  "blurred", "dark",    "overexposed",
-                                         "turned", "tilted",  "covered", "cut off"};
+    const std::set<std::string> words = {"small",  "blurred", "dark",    "overexposed", "turned",
+                                         "tilted", "covered", "cut off", "grimacing"};
     for (const json& reason : face["reasons"]) {
         EXPECT_TRUE(words.contains(reason)) << reason;
     }

@@ -132,7 +132,7 @@ CLI::Option* AddCropOption(CLI::App& command, bool& crop) {
 void AddAnyQualityOption(CLI::App& command, bool& anyQuality) {
     command.add_flag("--any-quality", anyQuality,
                      "Take faces, too, that are too small, blurred, dark, overexposed, turned, "
-                     "tilted, covered or cut off to be compared well");
+                     "tilted, covered, cut off or grimacing to be compared well");
 }
 
 void AddFaceOptions(CLI::App& command, FaceOptions& options, int fewestPictures, int mostPictures) {

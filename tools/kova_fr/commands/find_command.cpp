@@ -28,7 +28,7 @@ would look at, in pixels from the top left corner, which may leave the picture;
 how sure it is (score, 0 to 1); where the face points (yaw, degrees to the right
 of the picture) and leans (roll, degrees to the right); how good it is to be
 recognised (quality, 0 to 100), and what is wrong with it: small, blurred, dark,
-overexposed, turned, tilted, covered, cut off.
+overexposed, turned, tilted, covered, cut off, grimacing.
 
 Without --smallest faces from 20 pixels on are found in pictures of up to 1280
 pixels a side, from 40 in twice as large ones, and so on.

@@ -140,8 +140,8 @@ std::vector<uint8_t> Finder::Upright(const GreyPicture& picture, const OrvoFindF
 }
 
 std::vector<std::string> ReasonWords(uint32_t reasons) {
-    constexpr const char* kWords[] = {"small",  "blurred", "dark",    "overexposed",
-                                      "turned", "tilted",  "covered", "cut off"};
+    constexpr const char* kWords[] = {"small",  "blurred", "dark",    "overexposed", "turned",
+                                      "tilted", "covered", "cut off", "grimacing"};
     std::vector<std::string> words;
     for (uint32_t i = 0; i < std::size(kWords); ++i) {
         if ((reasons >> i & 1) != 0) {

@@ -61,8 +61,8 @@ struct HeadModel {
     std::vector<std::uint32_t> leftEye, rightEye; // points about each eyeball
     // Of the eyes' own points those nearest the middle of each pupil.
     std::vector<std::uint32_t> leftPupil, rightPupil;
-    std::vector<std::uint32_t> nose;              // points about the nose's tip
-    std::uint32_t lipEdge = 0;                    // where the mouth begins, on the midline
+    std::vector<std::uint32_t> nose; // points about the nose's tip
+    std::uint32_t lipEdge = 0;       // where the mouth begins, on the midline
 
     Target macro[kEthnicities][kSexes][kAges];
     std::vector<Target> details;
