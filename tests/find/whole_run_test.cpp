@@ -95,6 +95,38 @@ TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
     EXPECT_GE(faces, kFewestFaces);
 }
 
+// A close look that moves every box by half its side along both of the look's axes, and so some out of
+// the picture.
+TEST(WholeRun, AFaceStaysWhereItWasIfACloseLookWouldPutItOutside) {
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    Model model = orvo_reference::SeededFindModel();
+    model.at(92).bias[1] = model.at(92).bias[2] = 1 << 24;
+    orvo_test::Install(model);
+    int stayed = 0;
+    int moved = 0;
+    for (const int side : {44, 60, 100}) {
+        const Grey grey = orvo_reference::SeededGrey(0, side, side);
+        const GuardedPicture picture(grey, grey.width);
+        const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, 20);
+        GuardedBuffer memory(size);
+        ASSERT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
+        const std::vector<PlainFace> before = orvo_reference::PlainFromAround(model, grey, 20);
+        const std::vector<PlainFace> expected = orvo_reference::PlainFind(model, grey, 20);
+        std::vector<OrvoFindFace> found(expected.size());
+        int32_t count = -1;
+        ASSERT_EQ(OrvoFindRun(picture.get(), 20, found.data(), static_cast<int32_t>(found.size()),
+                              &count),
+                  ORVO_FIND_OK);
+        ASSERT_EQ(static_cast<size_t>(count), expected.size());
+        for (size_t n = 0; n < expected.size(); ++n) {
+            ExpectSame(found[n], expected[n]);
+            (expected[n].x == before[n].x ? stayed : moved) += 1;
+        }
+    }
+    EXPECT_GT(stayed, 0);
+    EXPECT_GT(moved, 0);
+}
+
 bool IsZero(std::span<const uint8_t> bytes) {
     return std::ranges::all_of(bytes, [](uint8_t byte) { return byte == 0; });
 }

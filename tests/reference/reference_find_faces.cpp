@@ -212,7 +212,7 @@ std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates) {
     return faces;
 }
 
-std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest) {
+std::vector<PlainFace> PlainFromAround(const Model& model, const Grey& picture, int smallest) {
     std::vector<PlainFace> candidates;
     for (const int level : FindLevels(picture.width, picture.height, smallest)) {
         const Grey plane = HalvedTimes(picture, level);
@@ -221,7 +221,11 @@ std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int sm
             PlainCandidates(answers, level, plane.width, plane.height);
         candidates.insert(candidates.end(), more.begin(), more.end());
     }
-    std::vector<PlainFace> faces = PlainLookedAt(model, picture, PlainFaces(candidates));
+    return PlainLookedAt(model, picture, PlainFaces(candidates));
+}
+
+std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest) {
+    std::vector<PlainFace> faces = PlainFromAround(model, picture, smallest);
     for (PlainFace& face : faces) {
         face = PlainLookedAtClosely(model, picture, face);
     }

@@ -64,7 +64,8 @@ PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const Pl
 // Of faces that overlap the best.
 std::vector<PlainFace> PlainWithoutRepeats(std::vector<PlainFace> faces);
 
-// Everything, from the picture on.
+// The faces of a picture before and after looking from close by.
+std::vector<PlainFace> PlainFromAround(const Model& model, const Grey& picture, int smallest);
 std::vector<PlainFace> PlainFind(const Model& model, const Grey& picture, int smallest);
 
 // A face turned upright in double precision, sampled from the whole level: 96 x 96 grey levels.
