@@ -195,7 +195,7 @@ class WholePictures(PageTest):
     def test_all_reasons_have_words(self):
         words = self.run_in_page(
             "return ORVO_REASONS.map((reason) => qualityWords({isGood: false, quality: 7, reasons: [reason]}))")
-        self.assertEqual(len(set(words)), 8)
+        self.assertEqual(len(set(words)), 9)
         for text in words:
             self.assertRegex(text, r"^Not good enough: [a-z ]+ \(quality 7 of 100\)\.$")
 
