@@ -21,6 +21,8 @@ SPREAD = 36  # their mean distance from the mean
 MOST_GAIN = 6
 PARTS = 0.3  # of the looks that are at no face
 PART_SIDES = (0.18, 0.6)  # over the face's
+# By kind, deviations of a box's place over the face's side and of the logarithm of its side.
+SPREADS = {WIDE.name: (0.05, 0.09), CLOSE.name: (0.025, 0.045)}
 # Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
 # pixels of the look, from its middle; yaw; covered share; side of the true box in the picture.
 GOALS = 17
@@ -183,18 +185,23 @@ class LookSource:
         return random.normal(0, 9) if random.random() < 0.94 else random.uniform(-180, 180)
 
     def _about(self, face):
-        """As the first network's boxes lie; turned upright by its points, or not."""
+        """As boxes lie before such a look, which is turned upright by the points known then."""
         random, side = self.random, face[3]
         wide = 2.0 if random.random() < 0.2 else 1.0
+        place, size = SPREADS[self.kind.name]
+        turn = self._turn_of(face, wide)
+        x, y = face[1:3] + place * wide * side * random.normal(size=2)
+        return Box(x, y, side * np.exp(size * wide * random.normal()), turn)
+
+    def _turn_of(self, face, wide):
+        random = self.random
         if self.kind is CLOSE:
-            x, y = face[1:3] + 0.025 * wide * side * random.normal(size=2)
-            turn = self._roll(face) + 3.5 * wide * random.normal()
-            return Box(x, y, side * np.exp(0.045 * wide * random.normal()), turn)
+            return self._roll(face) + 3.5 * wide * random.normal()
+        # The first network's points may also be no help.
         turn = self._turn()
         if random.random() < 0.93:
             turn += self._roll(face)
-        x, y = face[1:3] + 0.05 * wide * side * random.normal(size=2)
-        return Box(x, y, side * np.exp(0.09 * wide * random.normal()), turn)
+        return turn
 
     @staticmethod
     def _roll(face):

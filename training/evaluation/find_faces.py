@@ -161,7 +161,7 @@ def _has_settled(view, face):
     return MOVED_PART * moved < view.side
 
 
-def levels_of(picture):
+def halvings(picture):
     """The picture, halved once, twice, ..."""
     planes = [picture]
     while min(planes[-1].shape) >= 8:
@@ -172,7 +172,7 @@ def levels_of(picture):
 def looked_at(answers_of, picture, faces):
     """What is left of faces, and where they are, after another look or two; best first. answers_of: the
     second network's, of looks [n, 64, 64]."""
-    planes = levels_of(picture)
+    planes = halvings(picture)
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
     finds = {i: face.logit for i, face in enumerate(given)}
     sums, settled = dict.fromkeys(finds, 0), []
@@ -209,7 +209,7 @@ def looked_at_closely(answers_of, picture, faces):
     """The faces where a look from close by has them. answers_of: the third network's."""
     if not faces:
         return []
-    planes = levels_of(picture)
+    planes = halvings(picture)
     views = [second_look.view_of(face, look_net.CLOSE) for face in faces]
     answers = answers_of(np.stack([second_look.look(planes, view) for view in views]))
     closer = [

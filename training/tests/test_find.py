@@ -261,37 +261,8 @@ class Decoding(unittest.TestCase):
         faces = find_faces.merged(np.array([self._row(64, 400, 400, 160, 2), self._row(64, 417, 400, 160)]))
         self.assertEqual([face.middle for face in faces], [(416, 400)])
 
-    @staticmethod
-    def _view(box, kind):
-        c, s = np.cos(np.radians(box.turn)), np.sin(np.radians(box.turn))
-        lengths = (4 * box.x, 4 * box.y, 4 * box.side)
-        return second_look.View(*lengths, round(16384 * c), round(16384 * s), kind.step)
-
     def test_answers_meant_for_a_face_give_it_back(self):
         """What the loss asks for and what the decoding reads is the same."""
-        for kind in KINDS:
-            self._expect_the_face_back(kind)
-
-    def test_close_looks_are_of_faces_that_lie_nearly_as_their_boxes(self):
-        picture = np.random.default_rng(3).integers(0, 255, (1, 208, 208)).astype(np.uint8)
-        faces = np.zeros((1, 2, 16), np.float32)
-        faces[0, 0, :4] = 1, 104, 104, 80
-        faces[0, 0, 4:14] = (np.array(look_net.MEAN_POINTS) * 80 + 104).ravel()
-        with tempfile.TemporaryDirectory() as folder:
-            np.save(f"{folder}/scenes-00000.pictures.npy", picture)
-            np.save(f"{folder}/scenes-00000.faces.npy", faces)
-            rows = {
-                kind.name: looks.LookSource([folder], seed=5, kind=kind).fresh(300)[1] for kind in KINDS
-            }
-        self.assertTrue((rows["close"][:, 0] == 1).all())
-        self.assertTrue((rows["look"][:, 0] == 0).any())
-        close, wide = rows["close"], rows["look"][rows["look"][:, 3] > 0]
-        self.assertAlmostEqual(float(np.median(close[:, 3])), 64, delta=2)
-        self.assertAlmostEqual(float(np.median(wide[:, 3])), 64 * 2 / 3, delta=2)
-        self.assertLess(float(np.abs(close[:, 1:3] / close[:, 3:4]).mean()),
-                        0.8 * float(np.abs(wide[:, 1:3] / wide[:, 3:4]).mean()))  # fmt: skip
-
-    def _expect_the_face_back(self, kind):
         faces = torch.zeros(1, scenes.MOST, scenes.COLUMNS)
         for k, (x, y, side) in enumerate(((30.0, 40.0, 20.0), (120.0, 90.0, 70.0))):
             faces[0, k, :4] = torch.tensor([1, x, y, side])
