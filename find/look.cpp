@@ -10,7 +10,6 @@
 #include "find/levels.h"
 #include "find/patches.h"
 #include "find/surroundings.h"
-#include "find/whole_root.h"
 
 namespace orvo::find {
 namespace {
@@ -32,6 +31,17 @@ constexpr int32_t kMiddlePixels = (kMiddleTo - kMiddleFrom) * (kMiddleTo - kMidd
 constexpr int32_t kSpread = 36;
 constexpr int32_t kGainBits = 8;
 constexpr int32_t kMostGain = 6 << kGainBits;
+
+// The largest whole number whose square is no larger.
+int64_t RootOf(int64_t square) {
+    int64_t root = 0;
+    for (int64_t bit = int64_t{1} << 30; bit > 0; bit >>= 1) {
+        if ((root + bit) * (root + bit) <= square) {
+            root += bit;
+        }
+    }
+    return root;
+}
 
 int32_t RoundedDown(int64_t dividend, int64_t divisor) {
     const int64_t down = dividend % divisor < 0 ? 1 : 0;
@@ -209,7 +219,7 @@ View ViewOf(const Description& face, int32_t step) {
     // profile the first is short.
     const int64_t x = 2 * (int64_t{p[2]} - p[0]) + p[7] + p[9] - p[1] - p[3];
     const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
-    const int64_t length = WholeRoot(x * x + y * y);
+    const int64_t length = RootOf(x * x + y * y);
     if (length < 8) { // a pixel, doubled
         return {face.x, face.y, face.side, kOne, 0, step};
     }

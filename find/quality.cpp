@@ -7,7 +7,6 @@
 
 #include "find/answer_tables.h"
 #include "find/settings.h"
-#include "find/whole_root.h"
 #include "orvo/orvo_find.h"
 
 namespace orvo::find {
@@ -18,6 +17,16 @@ constexpr int32_t kCrop = ORVO_FIND_CROP_SIZE;
 constexpr int32_t kMargin = 16;
 constexpr int32_t kMiddlePixels = (kCrop - 2 * kMargin) * (kCrop - 2 * kMargin);
 
+int64_t SquareRoot(int64_t value) {
+    int64_t root = 0;
+    for (int64_t bit = int64_t{1} << 31; bit > 0; bit >>= 1) {
+        if ((root + bit) * (root + bit) <= value) {
+            root += bit;
+        }
+    }
+    return root;
+}
+
 // The standard deviation of a crop's grey levels, in sixteenths.
 int64_t Deviation(const uint8_t* crop) {
     constexpr int64_t kPixels = kCrop * kCrop;
@@ -27,7 +36,7 @@ int64_t Deviation(const uint8_t* crop) {
         sum += crop[i];
         squares += crop[i] * crop[i];
     }
-    return WholeRoot(256 * (kPixels * squares - int64_t{sum} * sum)) / kPixels;
+    return SquareRoot(256 * (kPixels * squares - int64_t{sum} * sum)) / kPixels;
 }
 
 // How much the grey levels bend along rows and columns, against how much there is to see: sixteenths.
@@ -97,7 +106,7 @@ int32_t NoseOff(const int32_t* points) {
 int64_t Distance(const int32_t* from, const int32_t* to) {
     const int64_t x = int64_t{to[0]} - from[0];
     const int64_t y = int64_t{to[1]} - from[1];
-    return WholeRoot(256 * (x * x + y * y));
+    return SquareRoot(256 * (x * x + y * y));
 }
 
 // How far the mouth's width is from that of a mouth at rest, in percent of the pupils' distance. Of a
