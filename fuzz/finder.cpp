@@ -95,7 +95,7 @@ void CheckFace(const OrvoFindFace& face) {
     Require(face.quality >= 0 && face.quality <= 100, "quality is from 0 to 100");
     Require(face.roll >= -180 && face.roll <= 180, "a turn is from -180 to 180 degrees");
     Require(face.covered >= 0 && face.covered <= 1, "what is covered is a share");
-    Require(face.reasons < 256, "there are eight reasons");
+    Require(face.reasons < 2 * ORVO_FIND_GRIMACING, "there are nine reasons");
 }
 
 void Upright(const OrvoFindPicture& picture, const OrvoFindFace& face, bool mustBe) {
