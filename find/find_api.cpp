@@ -174,10 +174,9 @@ void Collect(const OrvoFindPicture& picture, int32_t smallest, const Partition& 
     });
 }
 
-LookAnswers LookAt(const OrvoFindPicture& picture, const View& view, LookNetwork network,
-                   const Partition& memory) {
+LookAnswers LookAt(const OrvoFindPicture& picture, const View& view, const Partition& memory) {
     MakeLook(picture, view, memory.rest + LookPixelsOffset(), memory.rows, memory.rest);
-    return RunLookNetwork(network, NetworkMemoryAt(memory.rest, LookOutputBytes()));
+    return RunLookNetwork(view.kind.network, NetworkMemoryAt(memory.rest, LookOutputBytes()));
 }
 
 // Looks at a face once more, and where it then lies elsewhere, twice: the second look sees it upright and
@@ -191,8 +190,8 @@ bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFac
         if (!isWorthIt || !CanBeSeen(picture, found->face)) {
             return false;
         }
-        const View view = ViewOf(found->face, kWideStep);
-        const LookAnswers answers = LookAt(picture, view, LookNetwork::kWide, memory);
+        const View view = ViewOf(found->face, kWide);
+        const LookAnswers answers = LookAt(picture, view, memory);
         found->face = Described(view, answers);
         sum += answers.rest[0];
         found->score = LookedAtScore(first, look + 1, sum);
@@ -218,8 +217,8 @@ void LookAtAll(const OrvoFindPicture& picture, const Partition& memory) {
 // Where everything is in a face that is known to be one. It is what it was if it would then lie where
 // nothing can be seen.
 void LookClosely(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
-    const View view = ViewOf(found->face, kCloseStep);
-    const Description face = Described(view, LookAt(picture, view, LookNetwork::kClose, memory));
+    const View view = ViewOf(found->face, kClose);
+    const Description face = Described(view, LookAt(picture, view, memory));
     if (CanBeSeen(picture, face)) {
         found->face = face;
     }

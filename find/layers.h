@@ -51,12 +51,15 @@ constexpr bool EveryLayerStandsAtItsNumber() {
 }
 static_assert(EveryLayerStandsAtItsNumber());
 
-// One function runs both networks that look, and one memory holds either's planes.
+// One function runs both networks that look, and one memory holds either's planes. They differ in the
+// patches that they begin with.
 constexpr bool TheThirdHasTheSecondsLayers() {
     return std::equal(kSecondNetwork.begin(), kSecondNetwork.end(), kThirdNetwork.begin(),
                       kThirdNetwork.end(), [](const Layer& a, const Layer& b) {
-                          return a.kind == b.kind && a.inputs == b.inputs && a.stride == b.stride &&
-                                 a.outputs == b.outputs && a.shift == b.shift;
+                          const bool isFirst = a.number == kSecondNetwork.front().number;
+                          return a.kind == b.kind && (isFirst || a.inputs == b.inputs) &&
+                                 a.stride == b.stride && a.outputs == b.outputs &&
+                                 a.shift == b.shift;
                       });
 }
 static_assert(TheThirdHasTheSecondsLayers());
@@ -79,8 +82,15 @@ constexpr size_t QuarterOf(Layers layers) {
 inline constexpr size_t kFirstsQuarter = QuarterOf(kFirstNetwork);
 inline constexpr size_t kSecondsQuarter = QuarterOf(kSecondNetwork);
 
-// The patches that a network begins with are a byte for each pixel, and fill a quarter at most.
-static_assert(kFirstsQuarter >= 256 && kSecondsQuarter >= 256);
+// The patches that a network begins with lie in two quarters. Without overlapping they are a byte for
+// each pixel.
+constexpr bool PatchesHaveRoom(Layers layers, size_t quarter) {
+    const Layer& first = layers.front();
+    return first.inputs * size_t{256} / (size_t{first.stride} * first.stride) <= 2 * quarter;
+}
+static_assert(PatchesHaveRoom(kFirstNetwork, kFirstsQuarter));
+static_assert(PatchesHaveRoom(kSecondNetwork, kSecondsQuarter));
+static_assert(PatchesHaveRoom(kThirdNetwork, kSecondsQuarter));
 
 // Planes keep their number and size in a depthwise layer.
 constexpr bool EveryFilterHasItsPlane() {

@@ -89,7 +89,7 @@ struct Grid {
         return static_cast<int32_t>(place) - (1 << (kPlaceBits - 1));
     }
     static int32_t Step(const View& view, int32_t direction, int32_t level) {
-        return static_cast<int32_t>(int64_t{direction} * view.side * view.step >> (8 + level));
+        return static_cast<int32_t>(int64_t{direction} * view.side * view.kind.step >> (8 + level));
     }
 };
 
@@ -128,7 +128,7 @@ void SampleRow(const uint8_t* pixels, uint32_t pitch, const Grid& grid, uint32_t
 void Sample(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, uint8_t* room,
             uint16_t* look) {
     int32_t level = 0;
-    while (int64_t{view.side} * view.step > int64_t{kMostLevelStep} << level) {
+    while (int64_t{view.side} * view.kind.step > int64_t{kMostLevelStep} << level) {
         ++level;
     }
     const Grid grid(view, level);
@@ -171,7 +171,57 @@ struct Tone {
         const int32_t level = 128 + (((fine - mean) * gain + (1 << (kBits - 1))) >> kBits);
         return static_cast<uint8_t>(std::clamp(level, 0, 255));
     }
+    void Row(const uint16_t* look, uint8_t* row) const {
+        for (int32_t x = 0; x < kLookSide; ++x) {
+            row[x] = Of(look[x]);
+        }
+    }
 };
+
+constexpr int32_t kPlaneSide = kLookSide / kPatch;
+
+void Deal(const uint16_t* look, const Tone& tone, uint8_t* patches) {
+    uint8_t row[kLookSide];
+    for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
+        tone.Row(look, row);
+        DealRow(row, y, {kPlaneSide, kPlaneSide}, patches);
+    }
+}
+
+// Deals a row out to patches that overlap: plane 8 * r + c gets the pixels (4 * x + c - 2) of the rows
+// (4 * y + r - 2). `row` begins, and rows are counted from, kPatchMargin pixels before the look.
+void DealRowWidely(const uint8_t* row, int32_t y, uint8_t* patches) {
+    uint8_t columns[kPatch][kPlaneSide + 1]; // those of a patch's second half are the next patch's
+    for (int32_t x = 0; x <= kPlaneSide; ++x) {
+        columns[0][x] = row[kPatch * x];
+        columns[1][x] = row[kPatch * x + 1];
+        columns[2][x] = row[kPatch * x + 2];
+        columns[3][x] = row[kPatch * x + 3];
+    }
+    for (int32_t r = y % kPatch; r < kWidePatch; r += kPatch) {
+        const int32_t down = (y - r) / kPatch;
+        if (down >= 0 && down < kPlaneSide) {
+            uint8_t* plane = patches + ptrdiff_t{kWidePatch * r * kPlaneSide + down} * kPlaneSide;
+            for (int32_t c = 0; c < kWidePatch; ++c, plane += kPlaneSide * kPlaneSide) {
+                std::memcpy(plane, columns[c % kPatch] + c / kPatch, kPlaneSide);
+            }
+        }
+    }
+}
+
+// Beyond the look is grey.
+void DealWidely(const uint16_t* look, const Tone& tone, uint8_t* patches) {
+    uint8_t row[kPatchMargin + kLookSide + kPatchMargin];
+    std::memset(row, kGrey, sizeof row);
+    for (int32_t y = 0; y < kPatchMargin; ++y) {
+        DealRowWidely(row, y, patches);
+        DealRowWidely(row, kPatchMargin + kLookSide + y, patches);
+    }
+    for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
+        tone.Row(look, row + kPatchMargin);
+        DealRowWidely(row, kPatchMargin + y, patches);
+    }
+}
 
 // From the middle of a look.
 struct Offset {
@@ -205,7 +255,7 @@ Offset PointOf(const int8_t* heat, int32_t point) {
 // From sixteenths of the look's pixels.
 void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
     const auto scaled = [&](int64_t offset) {
-        return static_cast<int32_t>((offset * view.side * view.step + (1 << 25)) >> 26);
+        return static_cast<int32_t>((offset * view.side * view.kind.step + (1 << 25)) >> 26);
     };
     *x = view.x + scaled(right * view.cosine - down * view.sine);
     *y = view.y + scaled(right * view.sine + down * view.cosine);
@@ -213,7 +263,7 @@ void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_
 
 } // namespace
 
-View ViewOf(const Description& face, int32_t step) {
+View ViewOf(const Description& face, LookKind kind) {
     const int32_t* const p = face.points;
     // Two vectors vote: from pupil to pupil, and from the pupils down to the mouth. Of a face in
     // profile the first is short.
@@ -221,14 +271,14 @@ View ViewOf(const Description& face, int32_t step) {
     const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
     const int64_t length = RootOf(x * x + y * y);
     if (length < 8) { // a pixel, doubled
-        return {face.x, face.y, face.side, kOne, 0, step};
+        return {face.x, face.y, face.side, kOne, 0, kind};
     }
     return {face.x,
             face.y,
             face.side,
             RoundedQuotient(x * kOne, length),
             RoundedQuotient(y * kOne, length),
-            step};
+            kind};
 }
 
 bool CanBeSeen(const OrvoFindPicture& picture, const Description& face) {
@@ -248,13 +298,10 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
     uint8_t* const around = pixels + kLookSide * kLookSide * sizeof(uint16_t);
     Sample(picture, view, around, room, look);
     const Tone tone(look);
-    constexpr int32_t kPlaneSide = kLookSide / kPatch;
-    for (int32_t y = 0; y < kLookSide; ++y) {
-        uint8_t toned[kLookSide];
-        for (int32_t x = 0; x < kLookSide; ++x) {
-            toned[x] = tone.Of(look[y * kLookSide + x]);
-        }
-        DealRow(toned, y, {kPlaneSide, kPlaneSide}, patches);
+    if (view.kind.patch == kPatch) {
+        Deal(look, tone, patches);
+    } else {
+        DealWidely(look, tone, patches);
     }
 }
 

@@ -9,25 +9,31 @@
 
 #include "find/candidates.h"
 #include "find/look_network.h"
+#include "find/patches.h"
 #include "orvo/orvo_find.h"
 
 namespace orvo::find {
 
-// From one pixel of a look to the next, in 256ths of the box's side: a square half as large again as
-// the box, or the box.
-inline constexpr int32_t kWideStep = 6;
-inline constexpr int32_t kCloseStep = 4;
+struct LookKind {
+    LookNetwork network;
+    int32_t step;  // from one pixel of a look to the next, in 256ths of the box's side
+    int32_t patch; // rows and columns of what the network begins with
+};
+
+// At a square half as large again as the box, and at the box.
+inline constexpr LookKind kWide = {LookNetwork::kWide, 6, kPatch};
+inline constexpr LookKind kClose = {LookNetwork::kClose, 4, kWidePatch};
 
 // What is looked at: a square around the middle of the box. It is upright where cosine and sine are
 // the direction of the rows, in 2^14ths.
 struct View {
     int32_t x, y, side; // of the box, quarter pixels
     int32_t cosine, sine;
-    int32_t step;
+    LookKind kind;
 };
 
 // As the points of a face lie.
-View ViewOf(const Description& face, int32_t step);
+View ViewOf(const Description& face, LookKind kind);
 
 // Whether a box is one that can be looked at: its middle lies in the picture, and it is not much
 // larger than that.

@@ -11,6 +11,7 @@
 // before those of stride 16, and in its second half the heat.
 #include "find/look_network.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "find/trunk.h"
@@ -28,7 +29,8 @@ static_assert(2 * size_t{kLayers[59].inputs} <= kQuarterBytes);
 uint32_t LookOutputBytes() { return kQuarters * kQuarterBytes; }
 
 uint32_t LookScratchBytes() {
-    constexpr uint32_t kBytes = ScratchBytes(kSecondNetwork, kLookSize);
+    constexpr uint32_t kBytes =
+        std::max(ScratchBytes(kSecondNetwork, kLookSize), ScratchBytes(kThirdNetwork, kLookSize));
     return kBytes;
 }
 

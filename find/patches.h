@@ -8,7 +8,10 @@
 
 namespace orvo::find {
 
-inline constexpr int32_t kPatch = 4; // rows and columns
+inline constexpr int32_t kPatch = 4; // rows and columns, and from one patch to the next
+inline constexpr int32_t kWidePatch = 8;
+inline constexpr uint8_t kGrey = 128; // beyond pictures; the networks know it as 0
+inline constexpr int32_t kPatchMargin = (kWidePatch - kPatch) / 2;
 
 // Deals row `y` of a picture out to patches, of whose planes that is the size: plane 4 * r + c gets the
 // pixels (4 * x + c) of the rows (4 * y + r).

@@ -50,7 +50,7 @@ inline constexpr Ramp kTurnedRamp = {318, 90};       // yaw, quarter degrees
 inline constexpr Ramp kTiltedRamp = {80, 30};        // nose off its place, percent of that
 inline constexpr Ramp kCoveredRamp = {60, 0};        // percent
 inline constexpr Ramp kCutOffRamp = {42, 0};         // of the box, percent
-inline constexpr Ramp kGrimacingRamp = {30, 15};     // mouth's width off its place, percent
+inline constexpr Ramp kGrimacingRamp = {28, 13};     // mouth's width off its place, percent
 inline constexpr int32_t kWhite = 250;               // a pixel near white, grey level
 inline constexpr int32_t kNosePlace =
     58; // of an upright head: percent of the way from eyes to mouth

@@ -11,8 +11,9 @@ namespace orvo::find {
 // Runs the layers from number `first` to the one before `end`, on patches in A. The tensor that the
 // rest of the network begins with lies in A.
 inline Tensor Trunk(const Planes& net, int32_t first, int32_t end, int8_t* A, int8_t* B) {
-    ArmAXorQ7(reinterpret_cast<uint8_t*>(A), net.picture.width * net.picture.height);
     Tensor t = {A, kLayers[first].inputs, kLayers[first].stride};
+    ArmAXorQ7(reinterpret_cast<uint8_t*>(A),
+              int32_t{t.channels} * net.width(t.stride) * net.height(t.stride));
 
     // Stride 4
     t = net.rectify(net.layer(first, t, B));

@@ -3,8 +3,9 @@
  * @file
  * The three networks of the finder, layer by layer in the order in which they run: the one list of what
  * each layer is. The first finds faces; it runs on planes of any size whose sides are multiples of 16.
- * The second looks at each found face once more, on 64 x 64 pixels around it. The third has the
- * second's layers and looks from close by, at 64 x 64 pixels of the face alone.
+ * The second looks at each found face once more, on 64 x 64 pixels around it. The third looks from
+ * close by, at 64 x 64 pixels of the face alone. It has the second's layers, but begins with patches that
+ * overlap.
  *
  * The list calls macros of the reader's:
  *
@@ -17,8 +18,9 @@
  *         FullyConnected   of all that its parts hold: inputs are values, not planes
  *   STEP(kind, channels, stride)
  *       A step without parameters; `channels` planes go in.
- *         Patches     makes these planes of the picture: plane 4 * r + c has the pixels
- *                     (4 * y + r, 4 * x + c)
+ *         Patches     makes these planes of the picture. 16: plane 4 * r + c has the pixels
+ *                     (4 * y + r, 4 * x + c). 64, of patches that overlap: plane 8 * r + c has the
+ *                     pixels (4 * y + r - 2, 4 * x + c - 2); beyond the picture all is 128.
  *         MaxPool2    2 x 2 maximum, stride 2
  *         Rectify
  *         Keep        nothing is done: these planes are read again
@@ -154,8 +156,8 @@
 
 #define ORVO_CLOSE_NETWORK(LAYER, STEP) \
     /* Stride 4 */ \
-    STEP(Patches,    16,  4) \
-    LAYER(Pointwise, 60,  16,  4,  32,  7) \
+    STEP(Patches,    64,  4) \
+    LAYER(Pointwise, 60,  64,  4,  32,  7) \
     STEP(Rectify,    32,  4) \
     LAYER(Depthwise, 61,  32,  4,  32,  6) \
     LAYER(Pointwise, 62,  32,  4,  32,  7) \

@@ -88,7 +88,7 @@ TEST(Patches, AreThoseOfThePaddedLevel) {
         const GuardedPicture picture(grey, grey.width + random.Between(0, 9));
         const int level = random.Between(0, 1);
         const std::vector<uint8_t> expected = orvo_reference::PatchesOf(
-            orvo_reference::PaddedGrey(orvo_reference::HalvedTimes(grey, level)));
+            orvo_reference::PaddedGrey(orvo_reference::HalvedTimes(grey, level)), 4);
         GuardedBuffer room(PatchRoomBytes(grey.width));
         GuardedBuffer patches(expected.size());
         MakePatches(*picture, level, room.bytes(), patches.bytes());

@@ -2,8 +2,10 @@
 // The second look: which part of the picture it sees, and what its answers mean.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,12 +22,13 @@ namespace {
 using orvo::find::Description;
 using orvo::find::FaceList;
 using orvo::find::FoundFace;
-using orvo::find::kCloseStep;
+using orvo::find::kClose;
 using orvo::find::kLookSide;
 using orvo::find::kMostFaces;
 using orvo::find::kReportedProbability;
-using orvo::find::kWideStep;
+using orvo::find::kWide;
 using orvo::find::LookAnswers;
+using orvo::find::LookKind;
 using orvo::find::View;
 using orvo_reference::Grey;
 using orvo_reference::LookAnswersPlain;
@@ -64,7 +67,7 @@ void ExpectSame(const View& view, const PlainView& expected) {
     EXPECT_EQ(view.side, expected.side);
     EXPECT_EQ(view.cosine, expected.cosine);
     EXPECT_EQ(view.sine, expected.sine);
-    EXPECT_EQ(view.step, expected.step);
+    EXPECT_EQ(view.kind.step, expected.step);
 }
 
 TEST(Look, IsTurnedAsTheFaceLeans) {
@@ -72,18 +75,19 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
     const Grey picture{200, 150, {}};
     for (int i = 0; i < 2000; ++i) {
         const PlainFace face = RandomFace(random, picture, 2400);
-        for (const int step : {kWideStep, kCloseStep}) {
-            ExpectSame(ViewOf(AsDescription(face), step), orvo_reference::PlainViewOf(face, step));
+        for (const LookKind& kind : {kWide, kClose}) {
+            ExpectSame(ViewOf(AsDescription(face), kind),
+                       orvo_reference::PlainViewOf(face, kind.step));
         }
     }
     Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
-    EXPECT_EQ(ViewOf(upright, kWideStep).cosine, 1 << 14);
-    EXPECT_EQ(ViewOf(upright, kWideStep).sine, 0);
+    EXPECT_EQ(ViewOf(upright, kWide).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(upright, kWide).sine, 0);
     // Upside down; and where all points lie in one.
     Description turned{400, 300, 100, {420, 320, 380, 320, 400, 300, 415, 280, 385, 280}, 0, 0};
-    EXPECT_EQ(ViewOf(turned, kWideStep).cosine, -(1 << 14));
+    EXPECT_EQ(ViewOf(turned, kWide).cosine, -(1 << 14));
     Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
-    EXPECT_EQ(ViewOf(nowhere, kWideStep).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(nowhere, kWide).cosine, 1 << 14);
 }
 
 TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
@@ -102,7 +106,7 @@ TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
 }
 
 TEST(Look, ThatMovesTheBoxByLessThanTheEighthPartOfItsSideIsTheLast) {
-    const orvo::find::View view = {400, 300, 160, 1 << 14, 0, kWideStep};
+    const orvo::find::View view = {400, 300, 160, 1 << 14, 0, kWide};
     const auto hasSettled = [&view](int32_t right, int32_t down, int32_t wider) {
         return orvo::find::HasSettled(view, {400 + right, 300 + down, 160 + wider, {}, 0, 0});
     };
@@ -120,26 +124,14 @@ TEST(Look, ThatMovesTheBoxByLessThanTheEighthPartOfItsSideIsTheLast) {
         PlainFace near = before;
         near.x += random.Between(-40, 40);
         near.side += random.Between(-40, 40);
-        const orvo_reference::PlainView plain = orvo_reference::PlainViewOf(before, kWideStep);
+        const orvo_reference::PlainView plain = orvo_reference::PlainViewOf(before, kWide.step);
         for (const PlainFace& face : {after, near}) {
-            ASSERT_EQ(orvo::find::HasSettled(ViewOf(AsDescription(before), kWideStep),
-                                             AsDescription(face)),
-                      orvo_reference::PlainHasSettled(plain, face))
+            ASSERT_EQ(
+                orvo::find::HasSettled(ViewOf(AsDescription(before), kWide), AsDescription(face)),
+                orvo_reference::PlainHasSettled(plain, face))
                 << i;
         }
     }
-}
-
-// The look as a picture again, out of its patches.
-Grey FromPatches(const std::vector<uint8_t>& patches) {
-    Grey look{kLookSide, kLookSide, {}};
-    for (int y = 0; y < kLookSide; ++y) {
-        for (int x = 0; x < kLookSide; ++x) {
-            const int plane = y % 4 * 4 + x % 4;
-            look.pixels.push_back(patches[static_cast<size_t>((plane * 16 + y / 4) * 16 + x / 4)]);
-        }
-    }
-    return look;
 }
 
 // Pictures whose last byte touches an unmapped page, and memory of exactly its size.
@@ -149,13 +141,14 @@ void ExpectLooks(const Grey& grey, GuardedBuffer::Place place, Random& random, i
     GuardedBuffer room(orvo::find::PatchRoomBytes(grey.width), place);
     for (int i = 0; i < 12; ++i) {
         const PlainFace face = RandomFace(random, grey, mostSide);
-        std::vector<uint8_t> patches(kLookSide * kLookSide);
-        const int step = i % 2 == 0 ? kWideStep : kCloseStep;
-        MakeLook(*picture, ViewOf(AsDescription(face), step), pixels.bytes(), room.bytes(),
-                 patches.data());
-        const Grey expected =
-            orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face, step));
-        ASSERT_EQ(FromPatches(patches).pixels, expected.pixels)
+        const LookKind& kind = i % 2 == 0 ? kWide : kClose;
+        const Grey look =
+            orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face, kind.step));
+        const std::vector<uint8_t> expected = orvo_reference::PatchesOf(look, kind.patch);
+        GuardedBuffer patches(expected.size(), place);
+        MakeLook(*picture, ViewOf(AsDescription(face), kind), pixels.bytes(), room.bytes(),
+                 patches.bytes());
+        ASSERT_TRUE(std::ranges::equal(expected, std::span(patches.bytes(), expected.size())))
             << grey.width << " x " << grey.height << ": " << face.x << ", " << face.y << ", "
             << face.side;
     }
@@ -178,7 +171,7 @@ TEST(Look, SeesWhatTheReferenceSees) {
 TEST(Look, OfOneGreyIsGrey) {
     for (const int level : {0, 7, 255}) {
         const Grey grey{64, 64, std::vector<uint8_t>(64 * 64, static_cast<uint8_t>(level))};
-        const Grey look = orvo_reference::PlainLook(grey, {128, 128, 100, 1 << 14, 0, kWideStep});
+        const Grey look = orvo_reference::PlainLook(grey, {128, 128, 100, 1 << 14, 0, kWide.step});
         EXPECT_EQ(look.pixels, std::vector<uint8_t>(64 * 64, 128));
     }
 }
@@ -190,7 +183,7 @@ TEST(Look, DoesNotDependOnTheLight) {
     for (uint8_t& pixel : dark.pixels) {
         pixel = static_cast<uint8_t>(pixel / 2 + 10);
     }
-    const PlainView view = {240, 200, 200, 1 << 14, 0, kWideStep};
+    const PlainView view = {240, 200, 200, 1 << 14, 0, kWide.step};
     const Grey a = orvo_reference::PlainLook(bright, view);
     const Grey b = orvo_reference::PlainLook(dark, view);
     for (size_t i = 0; i < a.pixels.size(); ++i) {
@@ -216,12 +209,12 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         const PlainFace face = RandomFace(random, picture, 6400);
         // With low logits all weights are small, down to none at all.
         const LookAnswersPlain answers = RandomAnswers(random, i % 3 == 0 ? -110 : 127);
-        const int step = i % 2 == 0 ? kWideStep : kCloseStep;
-        const View view = ViewOf(AsDescription(face), step);
+        const LookKind& kind = i % 2 == 0 ? kWide : kClose;
+        const View view = ViewOf(AsDescription(face), kind);
         const LookAnswers given = {answers.heat.data(), answers.rest.data()};
         const Description described = Described(view, given);
-        const PlainFace expected =
-            orvo_reference::PlainDescribed(face, orvo_reference::PlainViewOf(face, step), answers);
+        const PlainFace expected = orvo_reference::PlainDescribed(
+            face, orvo_reference::PlainViewOf(face, kind.step), answers);
         EXPECT_EQ(described.x, expected.x);
         EXPECT_EQ(described.y, expected.y);
         EXPECT_EQ(described.side, expected.side);
@@ -280,7 +273,7 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     set(12, 29, -16); // two up
     // The rest has it where the cell has it, or four pixels further to the right.
     const View view = {1000,    800, 256,
-                       1 << 14, 0,   kWideStep}; // 64 pixels of a look are 96 of the picture
+                       1 << 14, 0,   kWide}; // 64 pixels of a look are 96 of the picture
     answers.rest[8] = 4 * 13;
     answers.rest[9] = 4 * -6;
     const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
@@ -291,7 +284,7 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     const Description other = Described(view, {answers.heat.data(), answers.rest.data()});
     EXPECT_EQ(other.points[4], 1000 + 4 * 15 * 3 / 2);
     // From close by, the look's pixels are the picture's.
-    const View close = {1000, 800, 256, 1 << 14, 0, kCloseStep};
+    const View close = {1000, 800, 256, 1 << 14, 0, kClose};
     EXPECT_EQ(Described(close, {answers.heat.data(), answers.rest.data()}).points[4],
               1000 + 4 * 15);
 }

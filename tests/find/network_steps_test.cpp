@@ -203,10 +203,10 @@ std::string CallOf(const FindStep& s, Size picture) {
 struct Memory {
     GuardedBuffer outputs, scratch;
 
-    Memory(const Grey& plane, uint32_t outputBytes, uint32_t scratchBytes,
+    Memory(const Grey& plane, int patch, uint32_t outputBytes, uint32_t scratchBytes,
            GuardedBuffer::Place place)
         : outputs(outputBytes, place), scratch(scratchBytes, place) {
-        const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane);
+        const std::vector<uint8_t> patches = orvo_reference::PatchesOf(plane, patch);
         std::copy(patches.begin(), patches.end(), outputs.bytes());
     }
     void Watch(const std::map<std::string, ptrdiff_t>& behindA2) {
@@ -232,7 +232,7 @@ struct Watched {
 // Outputs and scratch of exactly their sizes between unmapped pages.
 Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
     const Size size = {plane.width, plane.height};
-    Memory memory(plane, NetworkOutputBytes(size), NetworkScratchBytes(size), place);
+    Memory memory(plane, 4, NetworkOutputBytes(size), NetworkScratchBytes(size), place);
     const auto planeBytes = static_cast<ptrdiff_t>(plane.width / 4) * (plane.height / 4);
     memory.Watch({{"answer16", kAnswerPlanes * planeBytes / 4}});
     const Answers answers = RunNetwork(size, {memory.outputs.q7(), memory.scratch.q7()});
@@ -244,8 +244,9 @@ Watched WatchRun(const Grey& plane, GuardedBuffer::Place place) {
 
 // The same of a network that looks: `answer8` is the heat, `answer16` the rest.
 Watched WatchLook(LookKind kind, const Grey& look, GuardedBuffer::Place place) {
-    const auto network = kind == LookKind::kWide ? LookNetwork::kWide : LookNetwork::kClose;
-    Memory memory(look, LookOutputBytes(), LookScratchBytes(), place);
+    const bool isWide = kind == LookKind::kWide;
+    const auto network = isWide ? LookNetwork::kWide : LookNetwork::kClose;
+    Memory memory(look, isWide ? 4 : 8, LookOutputBytes(), LookScratchBytes(), place);
     memory.Watch({{"part16", 16 * 64}, {"heat", LookOutputBytes() / 8}});
     const LookAnswers answers = RunLookNetwork(network, {memory.outputs.q7(), memory.scratch.q7()});
     watch.active = false;

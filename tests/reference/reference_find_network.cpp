@@ -22,11 +22,12 @@ void AddPair(std::vector<FindStep>* steps, int number, int stride, int in, int o
     steps->push_back({kRectify, -1, dst, out, stride, out, 0, dst});
 }
 
-// All networks begin alike; at stride 8 with as many pairs, of so many planes.
-std::vector<FindStep> TrunkSteps(int first, int pairs, int planes, int shift) {
+// All networks begin alike, with patches of so many pixels; at stride 8 with as many pairs, of so many
+// planes.
+std::vector<FindStep> TrunkSteps(int first, int patch, int pairs, int planes, int shift) {
     std::vector<FindStep> steps = {
-        {kGreyToQ7, -1, kA, 16, 4, 16, 0, kA},
-        {kPointwise, first, kA, 16, 4, 32, 7, kB},
+        {kGreyToQ7, -1, kA, patch, 4, patch, 0, kA},
+        {kPointwise, first, kA, patch, 4, 32, 7, kB},
         {kRectify, -1, kB, 32, 4, 32, 0, kB},
     };
     AddPair(&steps, first + 1, 4, 32, 32, 7, kB, kA, kB);
@@ -42,7 +43,7 @@ std::vector<FindStep> TrunkSteps(int first, int pairs, int planes, int shift) {
 }
 
 std::vector<FindStep> MakeSteps() {
-    std::vector<FindStep> steps = TrunkSteps(0, 4, 64, 7);
+    std::vector<FindStep> steps = TrunkSteps(0, 16, 4, 64, 7);
     AddPair(&steps, 13, 8, 64, 64, 7, kA, kB, kB2);
     steps.push_back({kPointwise, 15, kB2, 64, 8, 16, 8, kAnswer8});
     steps.push_back({kMaxPoolStride2, -1, kA, 64, 8, 64, 0, kB});
@@ -55,8 +56,8 @@ std::vector<FindStep> MakeSteps() {
     return steps;
 }
 
-std::vector<FindStep> MakeLookSteps(int first) {
-    std::vector<FindStep> steps = TrunkSteps(first, 7, 128, 8);
+std::vector<FindStep> MakeLookSteps(int first, int patch) {
+    std::vector<FindStep> steps = TrunkSteps(first, patch, 7, 128, 8);
     AddPair(&steps, first + 19, 8, 128, 128, 8, kA, kB, kB2);
     AddPair(&steps, first + 21, 8, 128, 128, 8, kB2, kB, kB2);
     steps.push_back({kPointwise, first + 23, kB2, 128, 8, 16, 7, kHeat});
@@ -105,7 +106,7 @@ const std::vector<FindStep>& FindSteps() {
 }
 
 const std::vector<FindStep>& LookSteps(LookKind kind) {
-    static const std::vector<FindStep> wide = MakeLookSteps(27), close = MakeLookSteps(60);
+    static const std::vector<FindStep> wide = MakeLookSteps(27, 16), close = MakeLookSteps(60, 64);
     return kind == LookKind::kWide ? wide : close;
 }
 
@@ -140,13 +141,18 @@ Grey PaddedGrey(const Grey& picture) {
     return padded;
 }
 
-std::vector<uint8_t> PatchesOf(const Grey& plane) {
+std::vector<uint8_t> PatchesOf(const Grey& plane, int side) {
+    const int before = (side - 4) / 2;
+    const auto at = [&](int x, int y) {
+        const bool inside = x >= 0 && y >= 0 && x < plane.width && y < plane.height;
+        return static_cast<uint8_t>(inside ? plane.at(x, y) : 128);
+    };
     std::vector<uint8_t> patches;
-    for (int r = 0; r < 4; ++r) {
-        for (int c = 0; c < 4; ++c) {
+    for (int r = 0; r < side; ++r) {
+        for (int c = 0; c < side; ++c) {
             for (int y = 0; y < plane.height / 4; ++y) {
                 for (int x = 0; x < plane.width / 4; ++x) {
-                    patches.push_back(static_cast<uint8_t>(plane.at(4 * x + c, 4 * y + r)));
+                    patches.push_back(at(4 * x + c - before, 4 * y + r - before));
                 }
             }
         }
@@ -211,7 +217,7 @@ void RunStep(const Model& model, const FindStep& step, int pictureWidth, int pic
 Places RunSteps(const Model& model, const std::vector<FindStep>& steps, const Grey& plane,
                 const AfterStep& afterStep) {
     Places places;
-    const std::vector<uint8_t> patches = PatchesOf(plane);
+    const std::vector<uint8_t> patches = PatchesOf(plane, steps.front().inChannels == 64 ? 8 : 4);
     places[kA].assign(patches.begin(), patches.end());
     int number = 0;
     for (const FindStep& step : steps) {

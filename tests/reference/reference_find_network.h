@@ -65,9 +65,10 @@ Grey SeededGrey(int picture, int width, int height);
 // Sides rounded up to multiples of 16 with grey level 128.
 Grey PaddedGrey(const Grey& picture);
 
-// 16 planes: plane 4 * r + c has the pixels (4 * y + r, 4 * x + c) of a plane whose sides are
-// multiples of 4.
-std::vector<uint8_t> PatchesOf(const Grey& plane);
+// Patches of `side` rows and columns, 4 or 8, every 4 pixels of a plane whose sides are multiples of 4:
+// plane side * r + c has pixel (r, c) of each, 128 beyond the plane. Those of 4 lie side by side, those of
+// 8 reach 2 pixels further on every side.
+std::vector<uint8_t> PatchesOf(const Grey& plane, int side);
 
 struct FindAnswers {
     std::vector<int8_t> stride8;

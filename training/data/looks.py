@@ -12,6 +12,7 @@ import cv2
 import numpy as np
 
 from ..networks.look_net import CLOSE, SIDE, WIDE
+from . import covers
 from .scenes import _SWAPPED
 
 MOST_SCALE = 1.5  # pixels of a level from one of a look to the next
@@ -21,6 +22,7 @@ SPREAD = 36  # their mean distance from the mean
 MOST_GAIN = 6
 PARTS = 0.3  # of the looks that are at no face
 PART_SIDES = (0.18, 0.6)  # over the face's
+COVERED = 0.15  # of the close looks get something before the face that the scenes do not have
 # By kind, deviations of a box's place over the face's side and of the logarithm of its side.
 SPREADS = {WIDE.name: (0.05, 0.09), CLOSE.name: (0.025, 0.045)}
 # Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
@@ -38,15 +40,19 @@ class Box:
 
 
 def look(picture, box, kind=WIDE):
-    """The library's sampling but for its rounding: every level halves the one before it, and beyond the
-    picture's borders these are repeated."""
+    return normalised(sampled(picture, box, kind))
+
+
+def sampled(picture, box, kind):
+    """In sixteenths, as the library does but for its rounding: every level halves the one before it, and
+    beyond the picture's borders these are repeated."""
     scale = box.side / (kind.face * SIDE)
     x, y = box.x, box.y
     reach = 0.75 * SIDE * scale + 4
     left, top = (max(0, int(v - reach)) & ~7 for v in (x, y))
     picture = picture[top : max(top + 8, int(y + reach)), left : max(left + 8, int(x + reach))]
     if min(picture.shape) < 8:
-        return np.full((SIDE, SIDE), 128, np.uint8)
+        return np.full((SIDE, SIDE), 128 * FINE, np.uint16)
     x, y = x - left, y - top
     while scale > MOST_SCALE and min(picture.shape) >= 4:
         height, width = picture.shape
@@ -56,10 +62,9 @@ def look(picture, box, kind=WIDE):
     c, s = scale * np.cos(np.radians(box.turn)), scale * np.sin(np.radians(box.turn))
     last = 0.5 * (SIDE - 1)
     matrix = np.array([[c, -s, x - 0.5 - last * c + last * s], [s, c, y - 0.5 - last * s - last * c]])
-    fine = cv2.warpAffine(picture.astype(np.uint16) * FINE, matrix, (SIDE, SIDE),
+    return cv2.warpAffine(picture.astype(np.uint16) * FINE, matrix, (SIDE, SIDE),
                           flags=cv2.INTER_LINEAR | cv2.WARP_INVERSE_MAP,
                           borderMode=cv2.BORDER_REPLICATE)  # fmt: skip
-    return normalised(fine)
 
 
 def normalised(fine):
@@ -100,7 +105,7 @@ class LookSource:
         self.kind = kind
         self.folders = [Path(folder) for folder in folders]
         self.random = np.random.default_rng(seed)
-        self.faces_share = 1 if kind is CLOSE else faces_share
+        self.faces_share = 1 if kind.is_close else faces_share
         self._known, self.shards, self.rows, self.mined = set(), [], [], []
         self.refresh()
 
@@ -163,7 +168,10 @@ class LookSource:
             side = np.exp(random.uniform(np.log(14), np.log(110)))
             box = Box(*random.uniform(0, pictures.shape[1], 2), side, self._turn())
             row = self._without(faces[i], box)
-        return look(pictures[i], box, self.kind), row
+        fine = sampled(pictures[i], box, self.kind)
+        if self.kind.is_close and random.random() < COVERED:
+            covers.put_before(fine, row, random)
+        return normalised(fine), row
 
     def _part_of(self, face):
         """A mouth, an ear or a forehead is no face, however much it looks like one by itself."""
@@ -195,7 +203,7 @@ class LookSource:
 
     def _turn_of(self, face, wide):
         random = self.random
-        if self.kind is CLOSE:
+        if self.kind.is_close:
             return self._roll(face) + 3.5 * wide * random.normal()
         # The first network's points may also be no help.
         turn = self._turn()

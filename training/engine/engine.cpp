@@ -35,6 +35,8 @@ struct Layer {
 namespace {
 
 constexpr float kMost = 127.0f / 128;
+constexpr int kPatchDistance = 4; // pixels from one patch to the next
+constexpr int kMostPatch = 64;    // pixels
 constexpr double kEpsilon = 1e-5;
 
 // Memory for the life of the process's engine.
@@ -297,21 +299,31 @@ class Net {
         }
     }
 
-    // The pixels of each 4 x 4 patch as 16 channels; the others are zero.
+    // The pixels of each patch as channels; the others are zero, and so are pixels beyond the picture. `inputs`
+    // is a patch's side; patches larger than their distance overlap.
     void PatchesForward(Node* node) {
         Tensor& out = node->out;
         const auto side = static_cast<size_t>(out.size);
         const V scale = All(quantised_ ? 1.0f : 1.0f / 128);
+        const int patchSide = node->layer.inputs;
+        const int margin = (patchSide - kPatchDistance) / 2;
+        const int width = kPatchDistance * out.size;
         ForEach(side * static_cast<size_t>(pictures_), [&](Thread&, size_t row) {
-            const float* from = input_ + row * 16 * side;
+            const float* picture = input_ + row / side * static_cast<size_t>(width * width);
+            const int top = kPatchDistance * static_cast<int>(row % side) - margin;
             uint16_t* to = out.values + row * side * static_cast<size_t>(out.channels);
-            for (size_t x = 0; x < side; ++x, from += 4, to += out.channels) {
-                alignas(64) float patch[kLanes];
-                for (size_t y = 0; y < 4; ++y) {
-                    std::memcpy(patch + 4 * y, from + 4 * y * side, 4 * sizeof(float));
+            for (int x = 0; x < out.size; ++x, to += out.channels) {
+                alignas(64) float patch[kMostPatch] = {};
+                const int left = kPatchDistance * x - margin;
+                const int begin = std::max(left, 0), end = std::min(left + patchSide, width);
+                for (int y = std::max(top, 0); y < std::min(top + patchSide, width); ++y) {
+                    std::memcpy(patch + patchSide * (y - top) + (begin - left),
+                                picture + y * width + begin,
+                                static_cast<size_t>(end - begin) * sizeof(float));
                 }
-                Store(to, _mm512_mul_ps(Load(patch), scale));
-                std::fill(to + kLanes, to + out.channels, uint16_t{0});
+                for (int c = 0; c < out.channels; c += static_cast<int>(kLanes)) {
+                    Store(to + c, _mm512_mul_ps(Load(patch + c), scale));
+                }
             }
         });
     }

@@ -4,7 +4,7 @@ import torch
 
 from . import _DEPTHWISE, _HALVING, _PATCHES, _POINTWISE, Engine, _Layer
 from .mirror import _filled
-from ..networks.find_layers import Answer, Keep, Part, Patches, Return
+from ..networks.find_layers import PATCH, Answer, Keep, Part, Patches, Return
 from ..networks.layers import Conv, MaxPool
 
 _MOMENTUM = 0.02
@@ -44,8 +44,8 @@ class FindTrunk:
                 self.shapes.append((self.pictures, size, size, channels))
                 continue
             if isinstance(op, Patches):
-                size //= 4
-                record.kind, record.inputs, channels = _PATCHES, 1, 32
+                size //= PATCH
+                record.kind, record.inputs, channels = _PATCHES, op.side, _filled(op.planes)
             elif isinstance(op, MaxPool):
                 size //= 2
                 record.kind = _HALVING

@@ -17,11 +17,14 @@ class _Nodes:
     def __init__(self, graph, given):
         self.graph, self.given = graph, given
 
-    def patches(self, x):
+    def patches(self, op, x):
         """A filter for each pixel of a patch."""
-        one = np.eye(16).reshape(16, 1, 4, 4)
+        one = np.eye(op.planes).reshape(op.planes, 1, op.side, op.side)
         weights = self.graph.constant(one, "patches")
-        return self.graph.node("Conv", [x, weights], kernel_shape=[4, 4], strides=[4, 4])
+        return self.graph.node(
+            "Conv", [x, weights], kernel_shape=[op.side] * 2, strides=[find_layers.PATCH] * 2,
+            pads=[op.margin] * 4,
+        )  # fmt: skip
 
     def layer(self, op, x):
         return convolution(self.graph, op, self.given, x)

@@ -4,6 +4,7 @@
 They are no straight lists: planes are kept and read twice. The first has two answers; the last layer of
 the two that look reads planes of two sizes.
 """
+import math
 import re
 from dataclasses import dataclass, replace
 from pathlib import Path
@@ -11,6 +12,7 @@ from pathlib import Path
 from .layers import KINDS, Conv, MaxPool, Rectify
 
 LIST = Path("include/orvo/find_layers.h")
+PATCH = 4  # pixels from one patch to the next
 MULTIPLE = 16  # of which the sides of a plane have to be one
 STRIDES = (8, 16)
 ANSWERS = 16  # values a cell
@@ -19,7 +21,19 @@ MAX_WEIGHT = 127
 
 @dataclass(frozen=True)
 class Patches:
-    """The pixels of each 4 x 4 patch as 16 planes."""
+    """The pixels of each patch as planes. Patches are 4 pixels apart: where they are larger, they overlap,
+    and are grey beyond the picture."""
+
+    planes: int
+
+    @property
+    def side(self):
+        return math.isqrt(self.planes)
+
+    @property
+    def margin(self):
+        """Pixels that a patch has before those that are its own."""
+        return (self.side - PATCH) // 2
 
 
 @dataclass(frozen=True)
@@ -43,7 +57,7 @@ class Answer:
 
 
 _STEPS = {
-    "Patches": Patches(), "MaxPool2": MaxPool(2), "Rectify": Rectify(), "Keep": Keep(),
+    "MaxPool2": MaxPool(2), "Rectify": Rectify(), "Keep": Keep(),
     "Return": Return(), "Part": Part(), "Answer": Answer(),
 }  # fmt: skip
 
@@ -63,7 +77,7 @@ def read_program(text, name="FIND"):
             else:
                 if kind == "Answer":
                     ops[-1] = replace(ops[-1], answers=True)
-                ops.append(_STEPS[kind])
+                ops.append(Patches(int(numbers[0])) if kind == "Patches" else _STEPS[kind])
         elif "/*" not in line:
             raise ValueError(f"{LIST}: no step of the network: {line}")
         if not line.endswith("\\"):
@@ -100,7 +114,7 @@ def walk(ops, arithmetic, x):
         if isinstance(op, Conv):
             x = arithmetic.layer(op, arithmetic.joined(parts) if op.kind == "dense" else x)
         elif isinstance(op, Patches):
-            x = arithmetic.patches(x)
+            x = arithmetic.patches(op, x)
         elif isinstance(op, MaxPool):
             x = arithmetic.maximum(op, x)
         elif isinstance(op, Rectify):

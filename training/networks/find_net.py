@@ -3,10 +3,11 @@
 like FloatNet, and quantised, like QuantNet; and in exact integers."""
 import numpy as np
 import torch
+import torch.nn.functional as F
 from torch import nn
 
 from . import find_layers, integer_net
-from .find_layers import MAX_WEIGHT
+from .find_layers import MAX_WEIGHT, PATCH
 from .float_net import FloatNet, _initial_weights, is_normalised
 from .layers import convolutions
 from .quant_net import QuantNet
@@ -14,10 +15,11 @@ from .quant_net import QuantNet
 GAIN = 0.2
 
 
-def patches(x):
-    """[n, 1, h, w] -> [n, 16, h / 4, w / 4]; the pixels of a patch row by row."""
-    n, _, h, w = x.shape
-    return x.reshape(n, h // 4, 4, w // 4, 4).permute(0, 2, 4, 1, 3).reshape(n, 16, h // 4, w // 4)
+def patches(op, x):
+    """[n, 1, h, w] -> [n, planes, h / 4, w / 4]; the pixels of a patch row by row."""
+    _, _, h, w = x.shape
+    planes = F.unfold(x, op.side, padding=op.margin, stride=PATCH)
+    return planes.unflatten(2, (h // PATCH, w // PATCH))
 
 
 def register_floats(net, seed):
@@ -64,8 +66,8 @@ class _Walked:
         self.trunk = None  # an engine.find_trunk.FindTrunk, for batches of its size
 
     @staticmethod
-    def patches(x):
-        return patches(x)
+    def patches(op, x):
+        return patches(op, x)
 
 
 class FindNet(_Walked, FloatNet):
@@ -131,10 +133,8 @@ class QuantFindNet(_Walked, QuantNet):
 
 class FindIntegers(integer_net._Integers):
     @staticmethod
-    def patches(x):
-        n, _, h, w = x.shape
-        cells = x.reshape(n, h // 4, 4, w // 4, 4).transpose(0, 2, 4, 1, 3)
-        return np.ascontiguousarray(cells.reshape(n, 16, h // 4, w // 4))
+    def patches(op, x):
+        return patches(op, torch.from_numpy(x).float()).numpy().astype(np.int8)
 
 
 def integer_answers(tensors, plane):

@@ -31,6 +31,11 @@ class Kind:
     face: float  # of a look's side: that of the box which is looked at
     step: int  # from one of its pixels to the next, in 256ths of the box's side
 
+    @property
+    def is_close(self):
+        """By the name: in another process a kind is another object."""
+        return self.name == "close"
+
 
 WIDE = Kind("look", tuple(LOOK_PROGRAM), 2 / 3, 6)
 CLOSE = Kind("close", tuple(CLOSE_PROGRAM), 1, 4)
@@ -69,8 +74,8 @@ class _Walked:
         return channels
 
     @staticmethod
-    def patches(x):
-        return patches(x)
+    def patches(op, x):
+        return patches(op, x)
 
     @staticmethod
     def joined(parts):

@@ -3,9 +3,11 @@
 become faces as they are meant to."""
 import contextlib
 import io
+import pickle
 import sys
 import tempfile
 import unittest
+from functools import partial
 from pathlib import Path
 from unittest import mock
 
@@ -24,10 +26,10 @@ try:
     import torch
 
     from training import engine
-    from training.data import looks, mined_looks, scene_source, scenes
+    from training.data import covers, looks, mined_looks, scene_source, scenes
     from training.engine.find_trunk import FindTrunk
     from training.export import conversion
-    from training.networks import look_net
+    from training.networks import find_net, look_net
     from training.networks.find_net import FindNet, QuantFindNet, integer_answers
     from training.networks.look_net import LookNet, QuantLookNet
     from training.trainers import find_loss, train_find, train_look
@@ -54,6 +56,11 @@ def load_look(kind=look_net.WIDE):
 
 
 KINDS = (look_net.WIDE, look_net.CLOSE)
+
+
+def elsewhere(kind):
+    """As the process that makes the batches is given it."""
+    return pickle.loads(pickle.dumps(kind))
 
 
 def planes(count, height, width, seed):
@@ -106,6 +113,24 @@ class Arithmetics(unittest.TestCase):
                 self.assertEqual(wanted.shape, shape)
                 np.testing.assert_array_equal(answer.numpy(), wanted.astype(np.float32))
             self.assertFalse(np.array_equal(expected[0][0], expected[0][1]))
+
+    def test_patches_are_what_the_list_says(self):
+        """Plane side * r + c has the pixels (4 * y + r, 4 * x + c), less a margin where they overlap."""
+        plane = planes(1, 64, 96, seed=4)[0].astype(np.int16) - 128
+        for program in (find_layers.PROGRAM, find_layers.LOOK_PROGRAM, find_layers.CLOSE_PROGRAM):
+            op = program[0]
+            margin = {16: 0, 64: 2}[op.planes]
+            around = np.pad(plane, 2)
+            for patches in (find_net.patches, find_net.FindIntegers.patches):
+                given = torch.from_numpy(plane[None, None]).float() if patches is find_net.patches else plane[None, None]
+                got = np.asarray(patches(op, given))
+                self.assertEqual(got.shape, (1, op.planes, 16, 24))
+                for r in range(op.side):
+                    for c in range(op.side):
+                        top, left = 2 + r - margin, 2 + c - margin
+                        np.testing.assert_array_equal(
+                            got[0, op.side * r + c], around[top : top + 64 : 4, left : left + 96 : 4]
+                        )
 
     def test_answers_depend_on_the_picture(self):
         given = tensors.read(MODEL)
@@ -173,10 +198,11 @@ class EngineEquality(unittest.TestCase):
             self.assertTrue(torch.equal(a, b))
 
     def test_integers_of_looks_are_the_same(self):
-        plain, fast, x = load_look().train(), load_look().train(), self._input(64)
-        fast.trunk = FindTrunk(fast, len(x), 64, threads=2, quantised=True)
-        for a, b in zip(*self._compare(plain, fast, x, 0.99)):
-            self.assertTrue(torch.equal(a, b))
+        for kind in KINDS:
+            plain, fast, x = load_look(kind).train(), load_look(kind).train(), self._input(64)
+            fast.trunk = FindTrunk(fast, len(x), 64, threads=2, quantised=True)
+            for a, b in zip(*self._compare(plain, fast, x, 0.99)):
+                self.assertTrue(torch.equal(a, b))
 
     def _compare_floats(self, make, side, x, unit):
         plain, fast = make(seed=3), make(seed=3)
@@ -206,7 +232,8 @@ class EngineEquality(unittest.TestCase):
         self.assertTrue(((hottest + moved[:5]).amax(0) - train_look.HOTTEST).abs().max() < 3)
 
     def test_floats_of_looks_are_alike(self):
-        self._compare_floats(LookNet, 64, self._input(64), 128)
+        for kind in KINDS:
+            self._compare_floats(partial(LookNet, kind=kind), 64, self._input(64), 128)
 
 
 class Decoding(unittest.TestCase):
@@ -296,7 +323,64 @@ class Decoding(unittest.TestCase):
             self.assertAlmostEqual(face.yaw * 0.75, 24, delta=1)
 
 
+class Covers(unittest.TestCase):
+    def _drawn(self, seed):
+        """A face of 64 pixels' side in a look before and behind a cover, and its row."""
+        face = np.full((64, 64), 16 * 130, np.uint16)
+        goal = np.zeros(looks.GOALS, np.float32)
+        goal[1:4] = 2, -1, 60
+        goal[15] = 0.1
+        before = face.copy()
+        covers.put_before(face, goal, np.random.default_rng(seed))
+        return before, face, goal
+
+    def test_the_share_that_is_told_is_what_is_drawn(self):
+        shares = []
+        for seed in range(100):
+            before, face, goal = self._drawn(seed)
+            inner = slice(64 // 2 - 19, 64 // 2 + 18), slice(64 // 2 - 17, 64 // 2 + 20)
+            changed = float((np.abs(before.astype(int) - face)[inner] > 160).mean())
+            shares.append((changed, 1 - (1 - float(goal[15])) / 0.9))
+            self.assertGreaterEqual(goal[15], 0.1 - 1e-6)
+            self.assertLess(int(face.max()), 16 * 256)
+        changed, told = np.array(shares).T
+        # A cover of the face's own tone changes less than it hides.
+        self.assertTrue((told > changed - 0.12).all())
+        self.assertLess(float(np.median(np.abs(told - changed))), 0.05)
+        self.assertGreater(told.max(), 0.5)
+        self.assertLess(told.min(), 0.02)
+
+    def test_points_stay_where_they_are(self):
+        for seed in range(20):
+            _, _, goal = self._drawn(seed)
+            np.testing.assert_array_equal(goal[:4], [0, 2, -1, 60])
+            np.testing.assert_array_equal(goal[4:15], np.zeros(11))
+
+    def test_the_same_seed_draws_the_same(self):
+        np.testing.assert_array_equal(self._drawn(7)[1], self._drawn(7)[1])
+        self.assertFalse(np.array_equal(self._drawn(7)[1], self._drawn(8)[1]))
+
+
 class Looks(unittest.TestCase):
+    def test_only_close_ones_get_covers(self):
+        picture = np.full((1, 208, 208), 120, np.uint8)
+        faces = np.zeros((1, 2, 16), np.float32)
+        faces[0, 0, :4] = 1, 104, 104, 80
+        faces[0, 0, 4:14] = (np.array(look_net.MEAN_POINTS) * 80 + 104).ravel()
+        with tempfile.TemporaryDirectory() as folder:
+            np.save(f"{folder}/scenes-00000.pictures.npy", picture)
+            np.save(f"{folder}/scenes-00000.faces.npy", faces)
+            for kind in KINDS:
+                source = looks.LookSource([folder], seed=5, faces_share=1, kind=elsewhere(kind))
+                seen, rows = source.fresh(200)
+                covered = float((rows[:, 15] > 0).mean())
+                drawn = float((seen != 128).any((1, 2)).mean())
+                if kind.is_close:
+                    self.assertAlmostEqual(covered, looks.COVERED, delta=0.08)
+                    self.assertAlmostEqual(drawn, looks.COVERED, delta=0.08)
+                else:
+                    self.assertEqual((covered, drawn), (0, 0))
+
     def test_parts_of_heads_are_no_faces(self):
         picture = np.random.default_rng(3).integers(0, 255, (1, 208, 208)).astype(np.uint8)
         faces = np.zeros((1, 2, 16), np.float32)
@@ -376,7 +460,8 @@ class SecondLook(unittest.TestCase):
             np.save(f"{folder}/scenes-00000.pictures.npy", picture)
             np.save(f"{folder}/scenes-00000.faces.npy", faces)
             rows = {
-                kind.name: looks.LookSource([folder], seed=5, kind=kind).fresh(300)[1] for kind in KINDS
+                kind.name: looks.LookSource([folder], seed=5, kind=elsewhere(kind)).fresh(300)[1]
+                for kind in KINDS
             }
         self.assertTrue((rows["close"][:, 0] == 1).all())
         self.assertTrue((rows["look"][:, 0] == 0).any())
@@ -385,6 +470,15 @@ class SecondLook(unittest.TestCase):
         self.assertAlmostEqual(float(np.median(wide[:, 3])), 64 * 2 / 3, delta=2)
         self.assertLess(float(np.abs(close[:, 1:3] / close[:, 3:4]).mean()),
                         0.8 * float(np.abs(wide[:, 1:3] / wide[:, 3:4]).mean()))  # fmt: skip
+        # All of them are nearly upright; of the wide ones some are turned anyhow.
+        self.assertLess(float(self._turns(close).max()), 32)
+        self.assertGreater(float(self._turns(wide).max()), 60)
+
+    @staticmethod
+    def _turns(rows):
+        """Degrees between the pupils' line and a look's rows."""
+        between = rows[:, 6:8] - rows[:, 4:6]
+        return np.degrees(np.abs(np.arctan2(between[:, 1], between[:, 0])))
 
     def _expect_the_face_back(self, kind):
         face = np.zeros(scenes.COLUMNS, np.float32)
@@ -551,8 +645,17 @@ class Training(unittest.TestCase):
         wide = torch.load(out / "look" / "float-checkpoint.pt")["average"]
         common = [*common, "--out", out / "close", "--close", "--begin", out / "look" / "float-checkpoint.pt"]
         begun = train_look._renumbered(common[-1], LookNet(kind=look_net.CLOSE))
-        self.assertTrue(torch.equal(begun["w60"], wide["w27"]))
         self.assertEqual(len(begun), len(wide))
+        # It says what the wide one says, whose patches lie in the middle of its own.
+        answers = []
+        seen = torch.from_numpy(np.stack(planes(4, 64, 64, seed=2)).astype(np.float32) - 128)[:, None]
+        for kind, weights in zip(KINDS, (wide, begun)):
+            net = LookNet(kind=kind)
+            net.load_state_dict(weights)
+            with torch.no_grad():
+                answers.append(net.eval()(seen))
+        for a, b in zip(*answers):
+            self.assertTrue(torch.equal(a, b))
         self.run_training(*common, "--views", 8, "--integer-views", 8, main=train_look.main)
         close = tensors.read(out / "close" / "close.safetensors")
         self.assertEqual(

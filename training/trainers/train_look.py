@@ -5,6 +5,7 @@ Writes look.safetensors, with --close close.safetensors. Stop it at any time: st
 --out, it goes on from the last checkpoint.
 """
 import argparse
+import math
 import multiprocessing
 import queue
 import re
@@ -85,9 +86,11 @@ def look_loss(heat, answers, goals, face):
     heat, given, goals = heat[about], answers[about], goals[about]
     weight = (1 - 0.5 * goals[:, 15]) * torch.clamp(1.6 - goals[:, 14].abs() / 75, 0.3, 1.0)
     side = goals[:, 3]
-    points = distances(REACH * given[:, 4:14].reshape(-1, 5, 2), goals).sum(1)
+    plain, told = REACH * given[:, 4:14].reshape(-1, 5, 2), points_of(heat)
     hot, near = heat_loss(heat, goals)
-    points = 0.5 * points + (distances(points_of(heat), goals) + near + 0.02 * hot).sum(1)
+    points = 0.25 * (distances(plain, goals) + distances(told, goals))
+    # What the library says is the mean of both.
+    points = (points + distances((plain + told) / 2, goals) + near + 0.02 * hot).sum(1)
     middle = ((REACH * given[:, 1:3] - goals[:, 1:3]).square().sum(1) + 1e-4).sqrt() / side
     size = F.smooth_l1_loss(
         2 * given[:, 3], torch.log2(side / (face * SIDE)), beta=0.02, reduction="none"
@@ -116,14 +119,25 @@ def _make(folders, seed, kind, size, ready):
 
 
 def _renumbered(checkpoint, net):
-    """The averaged weights of a float training of either kind, under this network's numbers."""
+    """The averaged weights of a float training of either kind, under this network's numbers. Patches that
+    are larger here reach as far beyond theirs on every side, and begin with zeros there."""
     given = torch.load(checkpoint, map_location="cpu")["average"]
     theirs = min(int(re.sub(r"\D", "", name)) for name in given)
-    further = net.convs[0].number - theirs
-    return {
-        re.sub(r"\d+", lambda digits: str(int(digits[0]) + further), name): value
+    first = net.convs[0].number
+    mine = {
+        re.sub(r"\d+", lambda digits: str(int(digits[0]) + first - theirs), name): value
         for name, value in given.items()
     }
+    mine[f"w{first}"] = _about(mine[f"w{first}"], net.convs[0].inputs)
+    return mine
+
+
+def _about(weights, inputs):
+    """Those of patches in the middle of patches of so many pixels."""
+    side, larger = math.isqrt(weights.shape[1]), math.isqrt(inputs)
+    margin = (larger - side) // 2
+    square = F.pad(weights.reshape(-1, side, side), [margin] * 4)
+    return square.reshape(-1, inputs, 1, 1)
 
 
 @torch.no_grad()
@@ -202,14 +216,15 @@ class LookTrainer(FloatStage):
     @torch.no_grad()
     def validate(self):
         self.average.eval()
-        scores, missed, errors, plain = [], [], [], []
+        scores, missed, errors, heats = [], [], [], []
         for pictures, goals in self.held_out:
             heat, answers = self.average(pictures)
             scores.append(float(look_loss(heat, answers, goals, self.kind.face)[0]))
             counts = (goals[:, 0] == 1) & (goals[:, 16] >= 20) & (goals[:, 14].abs() <= 60)
-            errors.append(distances(points_of(heat), goals)[counts].mean(1) / PUPILS)
-            given = (REACH / 128 * answers[:, 4:14]).reshape(-1, 5, 2)
-            plain.append(distances(given, goals)[counts].mean(1) / PUPILS)
+            plain = (REACH / 128 * answers[:, 4:14]).reshape(-1, 5, 2)
+            told = points_of(heat)
+            errors.append(distances((plain + told) / 2, goals)[counts].mean(1) / PUPILS)
+            heats.append(distances(told, goals)[counts].mean(1) / PUPILS)
             asked = goals[:, 0] >= 0
             missed.append(((answers[:, 0] > 0).float() - goals[:, 0]).abs()[asked])
         errors = torch.cat(errors)
@@ -218,7 +233,7 @@ class LookTrainer(FloatStage):
             "misjudged": float(torch.cat(missed).mean()),
             "points": float(errors.mean()),
             "points_median": float(errors.median()),
-            "plain_points": float(torch.cat(plain).mean()),
+            "heat_points": float(torch.cat(heats).mean()),
         }
 
     def to_integers(self):
