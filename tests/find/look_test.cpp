@@ -23,7 +23,6 @@ using orvo::find::Description;
 using orvo::find::FaceList;
 using orvo::find::FoundFace;
 using orvo::find::kClose;
-using orvo::find::kLookSide;
 using orvo::find::kMostFaces;
 using orvo::find::kReportedProbability;
 using orvo::find::kWide;
