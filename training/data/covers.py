@@ -3,13 +3,14 @@
 import cv2
 import numpy as np
 
+_FINE = 16  # steps of a grey level
 _FINER = 4  # lines of a drawing to a row of pixels
 _INNER = 0.62  # of a box: the face in it, whose covered share is told
 
 
 def put_before(face, goal, random):
     """Draws a cover into a look in place, before its tones are brought to the same mean. face: [side,
-    side], any unit; goal: its row, whose covered share grows."""
+    side], sixteenths of grey levels; goal: its row, whose covered share grows."""
     side = len(face)
     middle = goal[1:3] + side / 2
     canvas = _Canvas(face, middle, goal[3], random)
@@ -58,7 +59,7 @@ class _Canvas:
         shade = 1 + (right * self.light[0] + down * self.light[1]) / steep
         grain = self.random.normal(0, self.random.uniform(0, 0.04), self.face.shape)
         drawn = tone * (shade + grain)
-        self.face[:] = np.clip(self.face + mask * (drawn - self.face), 0, 255 * 16)
+        self.face[:] = np.clip(self.face + mask * (drawn - self.face), 0, 255 * _FINE)
         self.covered = 1 - (1 - self.covered) * (1 - mask)
 
 
@@ -90,7 +91,7 @@ def _hand(canvas):
 
 
 def _any_tone(random):
-    return 16 * random.uniform(5, 235)
+    return _FINE * random.uniform(5, 235)
 
 
 def _thing(canvas):
