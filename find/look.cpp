@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "find/answer_tables.h"
+#include "find/layers.h"
 #include "find/levels.h"
 #include "find/patches.h"
 #include "find/surroundings.h"
@@ -177,6 +178,9 @@ struct Tone {
         }
     }
 };
+
+static_assert(kSecondNetwork.front().inputs == kWide.patch * kWide.patch);
+static_assert(kThirdNetwork.front().inputs == kClose.patch * kClose.patch);
 
 constexpr int32_t kPlaneSide = kLookSide / kPatch;
 

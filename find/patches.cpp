@@ -7,6 +7,7 @@
 #include "find/picture_rows.h"
 
 namespace orvo::find {
+
 void DealRow(const uint8_t* row, int32_t y, Size plane, uint8_t* patches) {
     const size_t planeBytes = static_cast<size_t>(plane.width) * static_cast<size_t>(plane.height);
     uint8_t* const first = patches + static_cast<size_t>(y % kPatch * kPatch) * planeBytes +
