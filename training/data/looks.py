@@ -39,10 +39,6 @@ class Box:
     turn: float  # degrees, clockwise in the picture
 
 
-def look(picture, box, kind=WIDE):
-    return normalised(sampled(picture, box, kind))
-
-
 def sampled(picture, box, kind):
     """In sixteenths, as the library does but for its rounding: every level halves the one before it, and
     beyond the picture's borders these are repeated."""
