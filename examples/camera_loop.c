@@ -22,7 +22,6 @@
 
 enum {
     MOST_FACES = 4,
-    GOOD_ENOUGH = 20,   /* quality of a face that is compared */
     FRAMES_TO_COME = 3, /* in a row that are alike */
     FRAMES_TO_GO = 10   /* in a row without */
 };
@@ -57,7 +56,7 @@ static int look(const picture* file, block* memory,
         return -1;
     }
     for (i = 0; i < count; ++i) {
-        if (faces[i].quality >= GOOD_ENOUGH) {
+        if (faces[i].quality >= ORVO_FIND_GOOD) {
             for (j = 0; j < ORVO_FIND_FEATURE_LENGTH; ++j) {
                 features[good][j] = features[i][j];
             }

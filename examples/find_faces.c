@@ -14,7 +14,7 @@
 
 #include "picture.h"
 
-enum { MOST_FACES = 16, GOOD_ENOUGH = 20 };
+enum { MOST_FACES = 16 };
 
 /* Both libraries, each with working memory of its own. */
 static int start(const OrvoFindPicture* whole, int32_t smallest, void** memory, void** core) {
@@ -55,7 +55,7 @@ int main(int count, char** arguments) {
         status = 0;
         for (i = 0; i < found; ++i) {
             const OrvoFindFace* face = &faces[i];
-            if (face->quality >= GOOD_ENOUGH) {
+            if (face->quality >= ORVO_FIND_GOOD) {
                 printf("%g %g %g quality %d alike %.9g\n", face->left, face->top, face->side,
                        (int)face->quality,
                        OrvoFrGetDistance(features[0], sizeof features[0], features[i],

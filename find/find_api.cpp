@@ -214,10 +214,13 @@ void LookAtAll(const OrvoFindPicture& picture, const Partition& memory) {
     memory.faces->DropRepeated();
 }
 
-// Where everything is in a face that is known to be one. It is what it was if it would then lie where
-// nothing can be seen.
+// Where everything is in a face that is known to be one. It is what it was if that is, or would then be,
+// where nothing can be seen.
 void LookClosely(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const View view = ViewOf(found->face, kClose);
+    if (!CanBeSeen(picture, view)) {
+        return;
+    }
     const Description face = Described(view, LookAt(picture, view, memory));
     if (CanBeSeen(picture, face)) {
         found->face = face;

@@ -54,6 +54,41 @@ int32_t RoundedQuotient(int64_t dividend, int64_t divisor) {
     return RoundedDown(2 * dividend + divisor, 2 * divisor);
 }
 
+// The points of the mean face, in sides of its box: their middle lies 35 512ths below the box's, and the
+// squares of their distances from it are 76 250ths of the side's square together.
+constexpr int32_t kPointsBelow = 35;
+constexpr int32_t kPointsBelowUnit = 512;
+constexpr int32_t kPointsSquares = 76;
+constexpr int32_t kPointsSquaresUnit = 250;
+
+// Of that face whose points lie nearest to these, if its rows point as the view's.
+void TakeBoxOf(const int32_t* points, View* view) {
+    int64_t x = 0; // of all points together
+    int64_t y = 0;
+    for (int32_t i = 0; i < kPoints; ++i) {
+        x += points[2 * i];
+        y += points[2 * i + 1];
+    }
+    int64_t squares = 0; // of their distances, five times as long
+    for (int32_t i = 0; i < kPoints; ++i) {
+        const int64_t right = kPoints * int64_t{points[2 * i]} - x;
+        const int64_t down = kPoints * int64_t{points[2 * i + 1]} - y;
+        squares += right * right + down * down;
+    }
+    constexpr int32_t kShare = kPointsSquaresUnit / (kPoints * kPoints);
+    view->side = static_cast<int32_t>(RootOf(kShare * squares / kPointsSquares));
+    constexpr int64_t kUnit = int64_t{kPointsBelowUnit} * kOne;
+    const int64_t below = int64_t{kPoints} * kPointsBelow * view->side;
+    view->x = RoundedQuotient(kUnit * x + below * view->sine, kPoints * kUnit);
+    view->y = RoundedQuotient(kUnit * y - below * view->cosine, kPoints * kUnit);
+}
+
+bool CanBeSeenAt(const OrvoFindPicture& picture, int32_t x, int32_t y, int32_t side) {
+    const Size size = {picture.width, picture.height};
+    return x >= 0 && y >= 0 && x < 4 * size.width && y < 4 * size.height && side >= 4 &&
+           side <= 4 * 4 * size.smaller();
+}
+
 constexpr int32_t kLookEnd = kLookSide - 1; // half pixels from the middle to the outermost pixels'
 
 // A look's pixels in a level: where its middle is, and the step from a pixel to the next on the right;
@@ -277,18 +312,24 @@ View ViewOf(const Description& face, LookKind kind) {
     if (length < 8) { // a pixel, doubled
         return {face.x, face.y, face.side, kOne, 0, kind};
     }
-    return {face.x,
-            face.y,
-            face.side,
-            RoundedQuotient(x * kOne, length),
-            RoundedQuotient(y * kOne, length),
-            kind};
+    View view = {face.x,
+                 face.y,
+                 face.side,
+                 RoundedQuotient(x * kOne, length),
+                 RoundedQuotient(y * kOne, length),
+                 kind};
+    if (kind.isByPoints) {
+        TakeBoxOf(p, &view);
+    }
+    return view;
 }
 
 bool CanBeSeen(const OrvoFindPicture& picture, const Description& face) {
-    const Size size = {picture.width, picture.height};
-    return face.x >= 0 && face.y >= 0 && face.x < 4 * size.width && face.y < 4 * size.height &&
-           face.side >= 4 && face.side <= 4 * 4 * size.smaller();
+    return CanBeSeenAt(picture, face.x, face.y, face.side);
+}
+
+bool CanBeSeen(const OrvoFindPicture& picture, const View& view) {
+    return CanBeSeenAt(picture, view.x, view.y, view.side);
 }
 
 uint32_t LookPixelBytes() {

@@ -16,15 +16,17 @@ namespace orvo::find {
 
 struct LookKind {
     LookNetwork network;
-    int32_t step;  // from one pixel of a look to the next, in 256ths of the box's side
-    int32_t patch; // rows and columns of what the network begins with
+    int32_t step;    // from one pixel of a look to the next, in 256ths of the box's side
+    int32_t patch;   // rows and columns of what the network begins with
+    bool isByPoints; // the box is the one that the face's points speak of
 };
 
-// At a square half as large again as the box, and at the box.
-inline constexpr LookKind kWide = {LookNetwork::kWide, 6, kPatch};
-inline constexpr LookKind kClose = {LookNetwork::kClose, 4, kWidePatch};
+// At a square half as large again as the box; and at the box that a mean face with these points has.
+// Where points are is known better than where a head ends, so they lie nearly alike in all close looks.
+inline constexpr LookKind kWide = {LookNetwork::kWide, 6, kPatch, false};
+inline constexpr LookKind kClose = {LookNetwork::kClose, 4, kWidePatch, true};
 
-// What is looked at: a square around the middle of the box. It is upright where cosine and sine are
+// What is looked at: a square around the middle of a box. It is upright where cosine and sine are
 // the direction of the rows, in 2^14ths.
 struct View {
     int32_t x, y, side; // of the box, quarter pixels
@@ -38,6 +40,7 @@ View ViewOf(const Description& face, LookKind kind);
 // Whether a box is one that can be looked at: its middle lies in the picture, and it is not much
 // larger than that.
 bool CanBeSeen(const OrvoFindPicture& picture, const Description& face);
+bool CanBeSeen(const OrvoFindPicture& picture, const View& view);
 
 // Bytes at `pixels` for MakeLook().
 uint32_t LookPixelBytes();

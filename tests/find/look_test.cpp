@@ -86,13 +86,52 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
     Description turned{400, 300, 100, {420, 320, 380, 320, 400, 300, 415, 280, 385, 280}, 0, 0};
     EXPECT_EQ(ViewOf(turned, kWide).cosine, -(1 << 14));
     Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
-    EXPECT_EQ(ViewOf(nowhere, kWide).cosine, 1 << 14);
+    for (const LookKind& kind : {kWide, kClose}) {
+        ExpectSame(ViewOf(nowhere, kind), {400, 300, 100, 1 << 14, 0, kind.step});
+    }
+}
+
+// The points of the mean face, in a box of 1000 quarter pixels; upright, and leaning to the right.
+TEST(Look, FromCloseByIsOfTheBoxThatThePointsSpeakOf) {
+    const int32_t mean[10] = {-186, -148, 186, -148, 0, 74, -158, 282, 158, 282};
+    Description upright{0, 0, 1400, {}, 0, 0}; // as a head's box may lie
+    Description leaning = upright;
+    for (int i = 0; i < 10; i += 2) {
+        upright.points[i] = 3000 + mean[i];
+        upright.points[i + 1] = 2000 + mean[i + 1];
+        leaning.points[i] = 3000 - mean[i + 1];
+        leaning.points[i + 1] = 2000 + mean[i];
+    }
+    for (const Description& face : {upright, leaning}) {
+        const View view = ViewOf(face, kClose);
+        EXPECT_NEAR(view.x, 3000, 1);
+        EXPECT_NEAR(view.y, 2000, 1);
+        EXPECT_NEAR(view.side, 1000, 1);
+        EXPECT_EQ(ViewOf(face, kWide).side, 1400);
+    }
+    EXPECT_EQ(ViewOf(upright, kClose).cosine, 1 << 14);
+    EXPECT_EQ(ViewOf(leaning, kClose).sine, 1 << 14);
+}
+
+// As far outside of the largest picture as looks can bring points.
+TEST(Look, FromCloseByKnowsTheBoxOfPointsAnywhere) {
+    Random random(37);
+    for (int i = 0; i < 500; ++i) {
+        PlainFace face = RandomFace(random, Grey{8192, 8192, {}}, 4 * 4 * 8192);
+        for (int64_t& place : face.points) {
+            place += random.Between(-200'000, 200'000);
+        }
+        ExpectSame(ViewOf(AsDescription(face), kClose),
+                   orvo_reference::PlainViewOf(face, kClose.step));
+    }
 }
 
 TEST(Look, IsRefusedOutsideThePictureAndWhereItWouldBeMuchLarger) {
     const OrvoFindPicture picture = {nullptr, 100, 60, 100};
     const auto canBeSeen = [&](int32_t x, int32_t y, int32_t side) {
-        return orvo::find::CanBeSeen(picture, {x, y, side, {}, 0, 0});
+        const bool isFace = orvo::find::CanBeSeen(picture, Description{x, y, side, {}, 0, 0});
+        EXPECT_EQ(orvo::find::CanBeSeen(picture, View{x, y, side, 1 << 14, 0, kClose}), isFace);
+        return isFace;
     };
     EXPECT_TRUE(canBeSeen(0, 0, 4));
     EXPECT_TRUE(canBeSeen(399, 239, 960));

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <span>
 #include <vector>
 
@@ -95,36 +96,74 @@ TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
     EXPECT_GE(faces, kFewestFaces);
 }
 
-// A close look that moves every box by half its side along both of the look's axes, and so some out of
-// the picture.
-TEST(WholeRun, AFaceStaysWhereItWasIfACloseLookWouldPutItOutside) {
-    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
-    Model model = orvo_reference::SeededFindModel();
-    model.at(92).bias[1] = model.at(92).bias[2] = 1 << 24;
+struct Counts {
+    int stayed, moved;
+};
+
+// How many faces a close look leaves where they were. All of them are the reference's.
+Counts LookedAtClosely(const Model& model) {
+    Counts counts{};
     orvo_test::Install(model);
-    int stayed = 0;
-    int moved = 0;
     for (const int side : {44, 72}) {
         const Grey grey = orvo_reference::SeededGrey(0, side, side);
         const GuardedPicture picture(grey, grey.width);
         const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, 20);
         GuardedBuffer memory(size);
-        ASSERT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
+        EXPECT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
         const std::vector<PlainFace> before = orvo_reference::PlainFromAround(model, grey, 20);
         const std::vector<PlainFace> expected = orvo_reference::PlainFind(model, grey, 20);
         std::vector<OrvoFindFace> found(expected.size());
         int32_t count = -1;
-        ASSERT_EQ(OrvoFindRun(picture.get(), 20, found.data(), static_cast<int32_t>(found.size()),
+        EXPECT_EQ(OrvoFindRun(picture.get(), 20, found.data(), static_cast<int32_t>(found.size()),
                               &count),
                   ORVO_FIND_OK);
-        ASSERT_EQ(static_cast<size_t>(count), expected.size());
+        EXPECT_EQ(static_cast<size_t>(count), expected.size());
         for (size_t n = 0; n < expected.size(); ++n) {
             ExpectSame(found[n], expected[n]);
-            (expected[n].x == before[n].x ? stayed : moved) += 1;
+            const bool isThere = expected[n].x == before[n].x && expected[n].y == before[n].y &&
+                                 expected[n].side == before[n].side;
+            (isThere ? counts.stayed : counts.moved) += 1;
         }
     }
-    EXPECT_GT(stayed, 0);
-    EXPECT_GT(moved, 0);
+    return counts;
+}
+
+enum Side { kLeast = -1, kMiddle, kMost };
+
+// What some of a layer's answers are, whatever it sees: an end of their range or zero.
+void Answer(Model& model, int layer, std::initializer_list<size_t> numbers, Side side) {
+    orvo_reference::LayerParameters& p = model.at(layer);
+    const auto inputs = static_cast<ptrdiff_t>(p.weights.size() / p.bias.size());
+    for (const size_t number : numbers) {
+        std::fill_n(p.weights.begin() + static_cast<ptrdiff_t>(number) * inputs, inputs, int8_t{0});
+        p.bias[number] = side * (1 << 24);
+    }
+}
+
+// The points lie at the corners of a wide look, and the close one moves every box by half its side along
+// both of the look's axes, and so some out of the picture.
+TEST(WholeRun, AFaceStaysWhereItWasIfACloseLookWouldPutItOutside) {
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    Model model = orvo_reference::SeededFindModel();
+    Answer(model, 59, {1, 2, 3}, kMiddle);
+    Answer(model, 59, {4, 5, 7, 10}, kLeast);
+    Answer(model, 59, {6, 11, 12, 13}, kMost);
+    Answer(model, 92, {1, 2}, kMost);
+    const Counts counts = LookedAtClosely(model);
+    EXPECT_GT(counts.stayed, 0);
+    EXPECT_GT(counts.moved, 0);
+}
+
+// All points lie far to the right in a wide look.
+TEST(WholeRun, AFaceStaysWhereItWasIfTheBoxOfItsPointsCannotBeLookedAt) {
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    Model model = orvo_reference::SeededFindModel();
+    Answer(model, 59, {1, 2, 3}, kMiddle);
+    Answer(model, 50, {5, 6, 7, 8, 9}, kMost);
+    Answer(model, 59, {4, 6, 8, 10, 12}, kMost);
+    const Counts counts = LookedAtClosely(model);
+    EXPECT_GT(counts.stayed, 0);
+    EXPECT_GT(counts.moved, 0);
 }
 
 bool IsZero(std::span<const uint8_t> bytes) {

@@ -42,13 +42,15 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
 // The best 512, then the faces that they make, best first.
 std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates);
 
-// What a face's surroundings are sampled by: its box, where its rows point, in 2^14ths, and how many
-// 256ths of the side are from pixel to pixel: 6 in the wide look, 4 in the close one.
+// What a face's surroundings are sampled by: a box, where its rows point, in 2^14ths, and how many
+// 256ths of the side are from pixel to pixel: 6 in the wide look at its box, 4 in the close one at the box
+// that its points speak of.
 struct PlainView {
     int64_t x, y, side, cosine, sine, step;
 };
 PlainView PlainViewOf(const PlainFace& face, int step);
 bool PlainCanBeSeen(const Grey& picture, const PlainFace& face);
+bool PlainCanBeSeen(const Grey& picture, int64_t x, int64_t y, int64_t side);
 Grey PlainLook(const Grey& picture, const PlainView& view);
 
 // The places, yaw and cover that a network answered with; the rest is that of `face`.

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Looks: 64 x 64 pixels around a box that the finder may have found, from scenes. What follows is of the wide
-ones; the close ones are of faces alone, and of boxes that lie as a wide look leaves them.
+ones; the close ones are of faces alone, and of boxes by points that lie as a wide look leaves them.
 
 Boxes lie about faces as inexactly as that network's, or where no face is: anywhere in a scene, on parts of
 heads, and where an earlier state of it saw one (looks-*.npy beside a scene shard, rows of picture, x, y, side,
@@ -11,7 +11,7 @@ from pathlib import Path
 import cv2
 import numpy as np
 
-from ..networks.look_net import CLOSE, SIDE, WIDE
+from ..networks.look_net import CLOSE, MEAN_POINTS, SIDE, WIDE
 from . import covers
 from .scenes import _SWAPPED
 
@@ -23,8 +23,17 @@ MOST_GAIN = 6
 PARTS = 0.3  # of the looks that are at no face
 PART_SIDES = (0.18, 0.6)  # over the face's
 COVERED = 0.15  # of the close looks get something before the face that the scenes do not have
-# By kind, deviations of a box's place over the face's side and of the logarithm of its side.
-SPREADS = {WIDE.name: (0.05, 0.09), CLOSE.name: (0.025, 0.045)}
+# By kind, pixels of a face's side: near them a fifth of the faces is taken, from 14 more on all of them.
+RARE = {WIDE.name: 6, CLOSE.name: 10}
+SELDOM = 0.2
+# By kind, usually and seldom: deviations of a box's place over the face's side, of the logarithm of its side,
+# and of its turn in degrees, beyond that of faces. Close ones as by the points that wide looks found in 689
+# unseen faces: of the sides' logarithms a quarter are below -0.043 or above 0.026 each, a hundredth below
+# -0.27 or above 0.19.
+SPREADS = {
+    WIDE.name: ((0.05, 0.09, 0), (0.1, 0.18, 0)),
+    CLOSE.name: ((0.017, 0.05, 2.8), (0.05, 0.13, 9)),
+}
 # Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
 # pixels of the look, from its middle; yaw; covered share; side of the true box in the picture.
 GOALS = 17
@@ -71,6 +80,23 @@ def normalised(fine):
     spread = int(np.abs(middle - mean).sum()) // middle.size  # sixteenths
     gain = min(256 * FINE * SPREAD // max(spread, 1), 256 * MOST_GAIN)
     return np.clip(128 + (((fine - mean) * gain + 2048) >> 12), 0, 255).astype(np.uint8)
+
+
+def roll(face):
+    p = face[_POINTS].reshape(5, 2)
+    eyes, down = p[1] - p[0], (p[3] + p[4]) / 2 - (p[0] + p[1]) / 2
+    return np.degrees(np.arctan2(eyes[1] - down[0], eyes[0] + down[1]))
+
+
+def by_points(face):
+    """The box of the mean face whose points lie nearest to these. It knows better than the box itself
+    where points are: heads differ in what is around them."""
+    points, mean, turn = face[_POINTS].reshape(5, 2), np.array(MEAN_POINTS), roll(face)
+    middle, usual = points.mean(0), mean.mean(0)
+    side = np.sqrt(np.square(points - middle).sum() / np.square(mean - usual).sum())
+    c, s = np.cos(np.radians(turn)), np.sin(np.radians(turn))
+    x, y = middle - side * np.array([[c, -s], [s, c]]) @ usual
+    return Box(x, y, side, turn)
 
 
 def goal(face, box, kind=WIDE):
@@ -122,7 +148,7 @@ class LookSource:
         at = np.argwhere(good)
         # Small ones are plenty, and tell little.
         side = faces[at[:, 0], at[:, 1], 3]
-        at = at[self.random.random(len(at)) < np.clip((side - 6) / 14, 0.2, 1)]
+        at = at[self.random.random(len(at)) < np.clip((side - RARE[self.kind.name]) / 14, 0.2, 1)]
         self.rows += [(shard, int(i), int(k)) for i, k in at]
 
     def _look_for_mined(self):
@@ -190,28 +216,25 @@ class LookSource:
 
     def _about(self, face):
         """As boxes lie before such a look, which is turned upright by the points known then."""
-        random, side = self.random, face[3]
-        wide = 2.0 if random.random() < 0.2 else 1.0
-        place, size = SPREADS[self.kind.name]
-        turn = self._turn_of(face, wide)
-        x, y = face[1:3] + place * wide * side * random.normal(size=2)
-        return Box(x, y, side * np.exp(size * wide * random.normal()), turn)
+        random = self.random
+        place, size, lean = SPREADS[self.kind.name][random.random() < SELDOM]
+        turn = self._turn_of(face, lean)
+        if self.kind.is_close:
+            about = by_points(face)
+        else:
+            about = Box(*face[1:4], turn)
+        x, y = (v + place * about.side * random.normal() for v in (about.x, about.y))
+        return Box(x, y, about.side * np.exp(size * random.normal()), turn)
 
-    def _turn_of(self, face, wide):
+    def _turn_of(self, face, lean):
         random = self.random
         if self.kind.is_close:
-            return self._roll(face) + 3.5 * wide * random.normal()
+            return roll(face) + lean * random.normal()
         # The first network's points may also be no help.
         turn = self._turn()
         if random.random() < 0.93:
-            turn += self._roll(face)
+            turn += roll(face)
         return turn
-
-    @staticmethod
-    def _roll(face):
-        p = face[_POINTS].reshape(5, 2)
-        eyes, down = p[1] - p[0], (p[3] + p[4]) / 2 - (p[0] + p[1]) / 2
-        return np.degrees(np.arctan2(eyes[1] - down[0], eyes[0] + down[1]))
 
     def fresh(self, size):
         drawn = [self.draw() for _ in range(size)]

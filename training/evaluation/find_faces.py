@@ -179,7 +179,7 @@ def looked_at(answers_of, picture, faces):
     for look in range(LOOKS):
         finds = {
             i: first for i, first in finds.items()
-            if second_look.can_be_seen(picture, given[i])
+            if second_look.can_be_seen(picture, *given[i].middle, given[i].side)
             and (look == 0 or given[i].logit >= LOOKED_AT_AGAIN)
         }  # fmt: skip
         if not finds:
@@ -197,7 +197,8 @@ def looked_at(answers_of, picture, faces):
             if logit >= LOOKED_AT_AGAIN and _has_settled(views[i], given[i]):
                 del finds[i]
                 settled.append(i)
-    found = [given[i] for i in sorted([*settled, *finds]) if second_look.can_be_seen(picture, given[i])]
+    found = [given[i] for i in sorted([*settled, *finds])]
+    found = [face for face in found if second_look.can_be_seen(picture, *face.middle, face.side)]
     found = sorted(found, key=lambda face: -face.logit)[:MOST_FACES]
     for face in found:
         if not any(_is_one(better, face) for better in kept):
@@ -207,16 +208,19 @@ def looked_at(answers_of, picture, faces):
 
 def looked_at_closely(answers_of, picture, faces):
     """The faces where a look from close by has them. answers_of: the third network's."""
-    if not faces:
-        return []
     planes = halvings(picture)
-    views = [second_look.view_of(face, look_net.CLOSE) for face in faces]
-    answers = answers_of(np.stack([second_look.look(planes, view) for view in views]))
-    closer = [
-        second_look.described(face, view, heat, answer)
-        for face, view, heat, answer in zip(faces, views, *answers)
-    ]
-    return [new if second_look.can_be_seen(picture, new) else old for old, new in zip(faces, closer)]
+    views = {i: second_look.view_of(face, look_net.CLOSE) for i, face in enumerate(faces)}
+    views = {i: view for i, view in views.items()
+             if second_look.can_be_seen(picture, view.x, view.y, view.side)}  # fmt: skip
+    if not views:
+        return faces
+    answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
+    closer = list(faces)
+    for (i, view), heat, answer in zip(views.items(), *answers):
+        face = second_look.described(faces[i], view, heat, answer)
+        if second_look.can_be_seen(picture, *face.middle, face.side):
+            closer[i] = face
+    return closer
 
 
 def find(tensors, picture, smallest=SMALLEST, reported=REPORTED):

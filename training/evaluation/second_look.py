@@ -31,6 +31,7 @@ class View:
 
 
 def view_of(face, kind=WIDE):
+    """A close one is of the box that the mean face with these points has."""
     p = face.points.astype(int).tolist()
     x = 2 * (p[1][0] - p[0][0]) + p[3][1] + p[4][1] - p[0][1] - p[1][1]
     y = 2 * (p[1][1] - p[0][1]) - p[3][0] - p[4][0] + p[0][0] + p[1][0]
@@ -38,14 +39,23 @@ def view_of(face, kind=WIDE):
     box = (int(face.middle[0]), int(face.middle[1]), int(face.side))
     if length < 8:
         return View(*box, _ONE, 0, kind.step)
-    return View(*box, *((2 * v * _ONE + length) // (2 * length) for v in (x, y)), kind.step)
+    cosine, sine = ((2 * v * _ONE + length) // (2 * length) for v in (x, y))
+    if kind.is_close:
+        box = _box_of(p, cosine, sine)
+    return View(*box, cosine, sine, kind.step)
 
 
-def can_be_seen(picture, face):
+def _box_of(points, cosine, sine):
+    x, y = (sum(v) for v in zip(*points))
+    side = math.isqrt(10 * sum((5 * p - x) ** 2 + (5 * q - y) ** 2 for p, q in points) // 76)
+    unit, below = 512 * _ONE, 5 * 35 * side
+    places = unit * x + below * sine, unit * y - below * cosine
+    return *((2 * v + 5 * unit) // (10 * unit) for v in places), side
+
+
+def can_be_seen(picture, x, y, side):
     height, width = picture.shape
-    x, y = face.middle
-    return (0 <= x < 4 * width and 0 <= y < 4 * height
-            and 4 <= face.side <= 16 * min(width, height))  # fmt: skip
+    return 0 <= x < 4 * width and 0 <= y < 4 * height and 4 <= side <= 16 * min(width, height)
 
 
 def _level_of(view):

@@ -434,6 +434,24 @@ class SecondLook(unittest.TestCase):
                     right, down = (32 + v * kind.face * 64 for v in (x, y))
                     self.assertGreater(int(seen[int(down), int(right)]), 180, turn)
 
+    def test_a_close_one_is_of_the_box_that_the_points_speak_of(self):
+        random = np.random.default_rng(6)
+        for turn in (0, 40, 180, -100):
+            face = self._face(np.zeros((180, 200), np.uint8), turn)
+            face.middle, face.side = (350, 420), 300  # as a head's box may lie
+            view = second_look.view_of(face, look_net.CLOSE)
+            np.testing.assert_allclose((view.x, view.y, view.side), (402, 362, 240), atol=2)
+            self.assertEqual(second_look.view_of(face, look_net.WIDE).side, 300)
+            # Training means the same by it, of any points.
+            face.points = face.points + random.integers(-30, 30, (5, 2))
+            view = second_look.view_of(face, look_net.CLOSE)
+            row = np.zeros(scenes.COLUMNS)
+            row[4:14] = face.points.ravel()
+            box = looks.by_points(row)
+            np.testing.assert_allclose((view.x, view.y, view.side), (box.x, box.y, box.side), atol=2)
+            angle = np.degrees(np.arctan2(view.sine, view.cosine))
+            self.assertLess(abs((angle - box.turn + 180) % 360 - 180), 0.1)
+
     def test_training_sees_nearly_the_same(self):
         picture = planes(2, 180, 200, seed=5)[1]
         for box in (looks.Box(100, 90, 40, 0), looks.Box(90, 80, 62, 25), looks.Box(10, 170, 30, -100)):
