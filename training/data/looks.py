@@ -218,19 +218,14 @@ class LookSource:
         """As boxes lie before such a look, which is turned upright by the points known then."""
         random = self.random
         place, size, lean = SPREADS[self.kind.name][random.random() < SELDOM]
-        turn = self._turn_of(face, lean)
-        if self.kind.is_close:
-            about = by_points(face)
-        else:
-            about = Box(*face[1:4], turn)
+        about = by_points(face) if self.kind.is_close else Box(*face[1:4], self._turn_of(face))
         x, y = (v + place * about.side * random.normal() for v in (about.x, about.y))
+        turn = about.turn + lean * random.normal()
         return Box(x, y, about.side * np.exp(size * random.normal()), turn)
 
-    def _turn_of(self, face, lean):
+    def _turn_of(self, face):
+        """The first network's points may also be no help."""
         random = self.random
-        if self.kind.is_close:
-            return roll(face) + lean * random.normal()
-        # The first network's points may also be no help.
         turn = self._turn()
         if random.random() < 0.93:
             turn += roll(face)
