@@ -179,10 +179,23 @@ LookAnswers LookAt(const OrvoFindPicture& picture, const View& view, const Parti
     return RunLookNetwork(view.kind.network, NetworkMemoryAt(memory.rest, LookOutputBytes()));
 }
 
-// Looks at a face once more, and where it then lies elsewhere, twice: the second look sees it upright and
-// in the middle. False if it is no face.
+// A face that is surely one has the score that looks would have given it.
+bool IsSure(FoundFace* found) {
+    if (found->score < kSureWhenFound) {
+        return false;
+    }
+    found->score = LookedAtScore(found->score, 1, INT8_MAX);
+    found->probability = ProbabilityOf(found->score);
+    return true;
+}
+
+// Looks at a face once more unless it is surely one, and where it then lies elsewhere, twice: the second
+// look sees it upright and in the middle. False if it is no face.
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
+    if (IsSure(found)) {
+        return CanBeSeen(picture, found->face);
+    }
     int32_t sum = 0;
     for (int32_t look = 0; look < kLooks; ++look) {
         const bool isWorthIt =
@@ -214,16 +227,30 @@ void LookAtAll(const OrvoFindPicture& picture, const Partition& memory) {
     memory.faces->DropRepeated();
 }
 
-// Where everything is in a face that is known to be one. It is what it was if that is, or would then be,
-// where nothing can be seen.
-void LookClosely(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
-    const View view = ViewOf(found->face, kClose);
+// Where everything is in a face, from close by. False if that is, or would then be, where nothing can be
+// seen.
+bool LookCloselyOnce(const OrvoFindPicture& picture, LookKind kind, const Partition& memory,
+                     Description* face) {
+    const View view = ViewOf(*face, kind);
     if (!CanBeSeen(picture, view)) {
+        return false;
+    }
+    const Description seen = Described(view, LookAt(picture, view, memory));
+    const bool isSeen = CanBeSeen(picture, seen);
+    *face = isSeen ? seen : *face;
+    return isSeen;
+}
+
+// Where everything is in a face that is known to be one: the mean of two looks, of which the second is of
+// the mirror image and at the box that the first found. Their errors differ. A look that has nothing to
+// see does not count.
+void LookClosely(const OrvoFindPicture& picture, const Partition& memory, Description* face) {
+    if (!LookCloselyOnce(picture, kClose, memory, face)) {
         return;
     }
-    const Description face = Described(view, LookAt(picture, view, memory));
-    if (CanBeSeen(picture, face)) {
-        found->face = face;
+    Description second = *face;
+    if (LookCloselyOnce(picture, kCloseMirrored, memory, &second)) {
+        *face = MeanOf(*face, second);
     }
 }
 
@@ -263,7 +290,7 @@ int32_t FindFaces(const OrvoFindPicture& picture, int32_t smallest, OrvoFindFace
     const int32_t count = std::min(memory.faces->count(), room);
     for (int32_t i = 0; i < count; ++i) {
         FoundFace found = memory.faces->At(i);
-        LookClosely(picture, memory, &found);
+        LookClosely(picture, memory, &found.face);
         OrvoFindFace& face = faces[i];
         face = RecordOf(found);
         TurnUpright(picture, face, memory, memory.crop);

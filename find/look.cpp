@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "find/answer_tables.h"
 #include "find/layers.h"
@@ -207,9 +208,12 @@ struct Tone {
         const int32_t level = 128 + (((fine - mean) * gain + (1 << (kBits - 1))) >> kBits);
         return static_cast<uint8_t>(std::clamp(level, 0, 255));
     }
-    void Row(const uint16_t* look, uint8_t* row) const {
+    void Row(const uint16_t* look, bool isMirrored, uint8_t* row) const {
         for (int32_t x = 0; x < kLookSide; ++x) {
             row[x] = Of(look[x]);
+        }
+        if (isMirrored) {
+            std::reverse(row, row + kLookSide);
         }
     }
 };
@@ -219,10 +223,10 @@ static_assert(kThirdNetwork.front().inputs == kClose.patch * kClose.patch);
 
 constexpr int32_t kPlaneSide = kLookSide / kPatch;
 
-void Deal(const uint16_t* look, const Tone& tone, uint8_t* patches) {
+void Deal(const uint16_t* look, const Tone& tone, bool isMirrored, uint8_t* patches) {
     uint8_t row[kLookSide];
     for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
-        tone.Row(look, row);
+        tone.Row(look, isMirrored, row);
         DealRow(row, y, {kPlaneSide, kPlaneSide}, patches);
     }
 }
@@ -249,7 +253,7 @@ void DealRowWidely(const uint8_t* row, int32_t y, uint8_t* patches) {
 }
 
 // Beyond the look is grey.
-void DealWidely(const uint16_t* look, const Tone& tone, uint8_t* patches) {
+void DealWidely(const uint16_t* look, const Tone& tone, bool isMirrored, uint8_t* patches) {
     uint8_t row[kPatchMargin + kLookSide + kPatchMargin];
     std::memset(row, kGrey, sizeof row);
     for (int32_t y = 0; y < kPatchMargin; ++y) {
@@ -257,7 +261,7 @@ void DealWidely(const uint16_t* look, const Tone& tone, uint8_t* patches) {
         DealRowWidely(row, kPatchMargin + kLookSide + y, patches);
     }
     for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
-        tone.Row(look, row + kPatchMargin);
+        tone.Row(look, isMirrored, row + kPatchMargin);
         DealRowWidely(row, kPatchMargin + y, patches);
     }
 }
@@ -291,8 +295,12 @@ Offset PointOf(const int8_t* heat, int32_t point) {
     return {RoundedQuotient(x, weights), RoundedQuotient(y, weights)};
 }
 
+// Which point it is in a mirror image.
+constexpr int32_t kOtherSide[kPoints] = {1, 0, 2, 4, 3};
+
 // From sixteenths of the look's pixels.
 void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
+    right = view.kind.isMirrored ? -right : right;
     const auto scaled = [&](int64_t offset) {
         return static_cast<int32_t>((offset * view.side * view.kind.step + (1 << 25)) >> 26);
     };
@@ -344,14 +352,15 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
     Sample(picture, view, around, room, look);
     const Tone tone(look);
     if (view.kind.patch == kPatch) {
-        Deal(look, tone, patches);
+        Deal(look, tone, view.kind.isMirrored, patches);
     } else {
-        DealWidely(look, tone, patches);
+        DealWidely(look, tone, view.kind.isMirrored, patches);
     }
 }
 
 Description Described(const View& view, const LookAnswers& answers) {
     const int8_t* const o = answers.rest;
+    const bool isMirrored = view.kind.isMirrored;
     Description face;
     // The rest's places are quarter pixels of the look.
     InPicture(view, 4 * o[1], 4 * o[2], &face.x, &face.y);
@@ -361,10 +370,22 @@ Description Described(const View& view, const LookAnswers& answers) {
         const Offset point = PointOf(answers.heat, i);
         const int32_t right = point.right + 2 * o[4 + 2 * i];
         const int32_t down = point.down + 2 * o[5 + 2 * i];
-        InPicture(view, right, down, face.points + 2 * i, face.points + 2 * i + 1);
+        int32_t* const place = face.points + ptrdiff_t{2} * (isMirrored ? kOtherSide[i] : i);
+        InPicture(view, right, down, place, place + 1);
     }
-    face.yaw = o[14];
+    face.yaw = isMirrored ? -o[14] : o[14];
     face.covered = o[15];
+    return face;
+}
+
+Description MeanOf(const Description& a, const Description& b) {
+    const auto mean = [](int32_t first, int32_t second) {
+        return RoundedQuotient(int64_t{first} + second, 2);
+    };
+    Description face = {mean(a.x, b.x),       mean(a.y, b.y),
+                        mean(a.side, b.side), {},
+                        mean(a.yaw, b.yaw),   mean(a.covered, b.covered)};
+    std::transform(std::begin(a.points), std::end(a.points), b.points, face.points, mean);
     return face;
 }
 

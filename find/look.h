@@ -19,12 +19,14 @@ struct LookKind {
     int32_t step;    // from one pixel of a look to the next, in 256ths of the box's side
     int32_t patch;   // rows and columns of what the network begins with
     bool isByPoints; // the box is the one that the face's points speak of
+    bool isMirrored; // what the network sees is the mirror image
 };
 
 // At a square half as large again as the box; and at the box that a mean face with these points has.
 // Where points are is known better than where a head ends, so they lie nearly alike in all close looks.
-inline constexpr LookKind kWide = {LookNetwork::kWide, 6, kPatch, false};
-inline constexpr LookKind kClose = {LookNetwork::kClose, 4, kWidePatch, true};
+inline constexpr LookKind kWide = {LookNetwork::kWide, 6, kPatch, false, false};
+inline constexpr LookKind kClose = {LookNetwork::kClose, 4, kWidePatch, true, false};
+inline constexpr LookKind kCloseMirrored = {LookNetwork::kClose, 4, kWidePatch, true, true};
 
 // What is looked at: a square around the middle of a box. It is upright where cosine and sine are
 // the direction of the rows, in 2^14ths.
@@ -51,6 +53,9 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
 
 // What the network answered of a view.
 Description Described(const View& view, const LookAnswers& answers);
+
+// Every number of it, a half up.
+Description MeanOf(const Description& a, const Description& b);
 
 // Whether the look at that view moved the box so little that another one would see the same.
 bool HasSettled(const View& view, const Description& face);

@@ -23,11 +23,13 @@ using orvo::find::Description;
 using orvo::find::FaceList;
 using orvo::find::FoundFace;
 using orvo::find::kClose;
+using orvo::find::kCloseMirrored;
 using orvo::find::kMostFaces;
 using orvo::find::kReportedProbability;
 using orvo::find::kWide;
 using orvo::find::LookAnswers;
 using orvo::find::LookKind;
+using orvo::find::MeanOf;
 using orvo::find::View;
 using orvo_reference::Grey;
 using orvo_reference::LookAnswersPlain;
@@ -45,6 +47,17 @@ Description AsDescription(const PlainFace& plain) {
         face.points[i] = narrow(plain.points[i]);
     }
     return face;
+}
+
+void ExpectSame(const Description& face, const PlainFace& expected) {
+    EXPECT_EQ(face.x, expected.x);
+    EXPECT_EQ(face.y, expected.y);
+    EXPECT_EQ(face.side, expected.side);
+    EXPECT_EQ(face.yaw, expected.yaw);
+    EXPECT_EQ(face.covered, expected.covered);
+    for (int n = 0; n < 10; ++n) {
+        EXPECT_EQ(face.points[n], expected.points[n]) << n;
+    }
 }
 
 // Points anywhere near the box, so that faces lean every way.
@@ -67,16 +80,24 @@ void ExpectSame(const View& view, const PlainView& expected) {
     EXPECT_EQ(view.cosine, expected.cosine);
     EXPECT_EQ(view.sine, expected.sine);
     EXPECT_EQ(view.kind.step, expected.step);
+    EXPECT_EQ(view.kind.isMirrored, expected.isMirrored);
 }
+
+PlainView PlainViewOf(const PlainFace& face, const LookKind& kind) {
+    PlainView view = orvo_reference::PlainViewOf(face, kind.step);
+    view.isMirrored = kind.isMirrored;
+    return view;
+}
+
+constexpr LookKind kKinds[] = {kWide, kClose, kCloseMirrored};
 
 TEST(Look, IsTurnedAsTheFaceLeans) {
     Random random(31);
     const Grey picture{200, 150, {}};
     for (int i = 0; i < 2000; ++i) {
         const PlainFace face = RandomFace(random, picture, 2400);
-        for (const LookKind& kind : {kWide, kClose}) {
-            ExpectSame(ViewOf(AsDescription(face), kind),
-                       orvo_reference::PlainViewOf(face, kind.step));
+        for (const LookKind& kind : kKinds) {
+            ExpectSame(ViewOf(AsDescription(face), kind), PlainViewOf(face, kind));
         }
     }
     Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
@@ -179,9 +200,8 @@ void ExpectLooks(const Grey& grey, GuardedBuffer::Place place, Random& random, i
     GuardedBuffer room(orvo::find::PatchRoomBytes(grey.width), place);
     for (int i = 0; i < 12; ++i) {
         const PlainFace face = RandomFace(random, grey, mostSide);
-        const LookKind& kind = i % 2 == 0 ? kWide : kClose;
-        const Grey look =
-            orvo_reference::PlainLook(grey, orvo_reference::PlainViewOf(face, kind.step));
+        const LookKind& kind = kKinds[i % 3];
+        const Grey look = orvo_reference::PlainLook(grey, PlainViewOf(face, kind));
         const std::vector<uint8_t> expected = orvo_reference::PatchesOf(look, kind.patch);
         GuardedBuffer patches(expected.size(), place);
         MakeLook(*picture, ViewOf(AsDescription(face), kind), pixels.bytes(), room.bytes(),
@@ -247,21 +267,53 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         const PlainFace face = RandomFace(random, picture, 6400);
         // With low logits all weights are small, down to none at all.
         const LookAnswersPlain answers = RandomAnswers(random, i % 3 == 0 ? -110 : 127);
-        const LookKind& kind = i % 2 == 0 ? kWide : kClose;
+        const LookKind& kind = kKinds[i % 3];
         const View view = ViewOf(AsDescription(face), kind);
         const LookAnswers given = {answers.heat.data(), answers.rest.data()};
-        const Description described = Described(view, given);
-        const PlainFace expected = orvo_reference::PlainDescribed(
-            face, orvo_reference::PlainViewOf(face, kind.step), answers);
-        EXPECT_EQ(described.x, expected.x);
-        EXPECT_EQ(described.y, expected.y);
-        EXPECT_EQ(described.side, expected.side);
-        EXPECT_EQ(described.yaw, expected.yaw);
-        EXPECT_EQ(described.covered, expected.covered);
-        for (int n = 0; n < 10; ++n) {
-            EXPECT_EQ(described.points[n], expected.points[n]) << n;
-        }
+        ExpectSame(Described(view, given),
+                   orvo_reference::PlainDescribed(face, PlainViewOf(face, kind), answers));
     }
+}
+
+TEST(LookAnswers, OfTwoLooksTheMeanCounts) {
+    Random random(36);
+    for (int i = 0; i < 500; ++i) {
+        PlainFace faces[2];
+        for (PlainFace& face : faces) {
+            face = RandomFace(random, Grey{500, 400, {}}, 6400);
+            face.yaw = random.Between(-128, 128);
+            face.covered = random.Between(-128, 127);
+        }
+        ExpectSame(MeanOf(AsDescription(faces[0]), AsDescription(faces[1])),
+                   orvo_reference::PlainMeanOf(faces[0], faces[1]));
+    }
+    const Description odd = MeanOf({3, -3, 9, {-7, 4}, -1, 2}, {4, -4, 10, {-8, 4}, 0, -3});
+    EXPECT_EQ(odd.x, 4);
+    EXPECT_EQ(odd.y, -3);
+    EXPECT_EQ(odd.side, 10);
+    EXPECT_EQ(odd.points[0], -7);
+    EXPECT_EQ(odd.points[1], 4);
+    EXPECT_EQ(odd.yaw, 0);
+    EXPECT_EQ(odd.covered, 0);
+}
+
+// What is to the left of a face lies to the right in its mirror image, and so do its pupils.
+TEST(LookAnswers, OfAMirrorImageAreTurnedBack) {
+    LookAnswersPlain answers;
+    answers.heat.assign(16 * 64, 0); // all cells alike: the middle
+    answers.rest.assign(16, 0);
+    answers.rest[1] = 8;  // the box: two pixels to the right
+    answers.rest[4] = 16; // the left pupil: eight, as the rest has it, and so four
+    answers.rest[10] = 32;
+    answers.rest[14] = 40;
+    const View view = {1000, 800, 256, 1 << 14, 0, kCloseMirrored};
+    const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
+    EXPECT_EQ(face.x, 1000 - 8);
+    EXPECT_EQ(face.points[0], 1000);
+    EXPECT_EQ(face.points[2], 1000 - 8);
+    EXPECT_EQ(face.points[6], 1000);
+    EXPECT_EQ(face.points[8], 1000 - 16);
+    EXPECT_EQ(face.yaw, -40);
 }
 
 TEST(LookAnswers, ScoresAreTheMeanOfTheFirstAndOfTheLooks) {

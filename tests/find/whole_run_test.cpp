@@ -11,6 +11,7 @@
 
 #include "find/plain_picture.h"
 #include "find/seeded_model.h"
+#include "find/settings.h"
 #include "orvo/orvo_find.h"
 #include "reference/reference_find_faces.h"
 #include "support/random.h"
@@ -96,33 +97,44 @@ TEST(WholeRun, IsTheReferencesOnPicturesOfEverySize) {
     EXPECT_GE(faces, kFewestFaces);
 }
 
+// The library's faces, which are the reference's.
+std::vector<PlainFace> FacesOf(const Model& model, const Grey& grey) {
+    const GuardedPicture picture(grey, grey.width);
+    const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, 20);
+    GuardedBuffer memory(size);
+    EXPECT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
+    const std::vector<PlainFace> expected = orvo_reference::PlainFind(model, grey, 20);
+    std::vector<OrvoFindFace> found(expected.size());
+    int32_t count = -1;
+    EXPECT_EQ(
+        OrvoFindRun(picture.get(), 20, found.data(), static_cast<int32_t>(found.size()), &count),
+        ORVO_FIND_OK);
+    EXPECT_EQ(static_cast<size_t>(count), expected.size());
+    for (size_t n = 0; n < expected.size(); ++n) {
+        ExpectSame(found[n], expected[n]);
+    }
+    return expected;
+}
+
+// Faces that both close looks leave where they were, that one alone moves, and that both do.
 struct Counts {
-    int stayed, moved;
+    int stayed, movedOnce, moved;
 };
 
-// How many faces a close look leaves where they were. All of them are the reference's.
 Counts LookedAtClosely(const Model& model) {
     Counts counts{};
     orvo_test::Install(model);
     for (const int side : {44, 72}) {
         const Grey grey = orvo_reference::SeededGrey(0, side, side);
-        const GuardedPicture picture(grey, grey.width);
-        const uint32_t size = OrvoFindGetMemorySize(grey.width, grey.height, 20);
-        GuardedBuffer memory(size);
-        EXPECT_EQ(OrvoFindSetMemory(memory.bytes(), size), ORVO_FIND_OK);
         const std::vector<PlainFace> before = orvo_reference::PlainFromAround(model, grey, 20);
-        const std::vector<PlainFace> expected = orvo_reference::PlainFind(model, grey, 20);
-        std::vector<OrvoFindFace> found(expected.size());
-        int32_t count = -1;
-        EXPECT_EQ(OrvoFindRun(picture.get(), 20, found.data(), static_cast<int32_t>(found.size()),
-                              &count),
-                  ORVO_FIND_OK);
-        EXPECT_EQ(static_cast<size_t>(count), expected.size());
+        const std::vector<PlainFace> expected = FacesOf(model, grey);
         for (size_t n = 0; n < expected.size(); ++n) {
-            ExpectSame(found[n], expected[n]);
+            const auto first = PlainSeenClosely(model, grey, before[n], false);
+            const bool isTwice = first && PlainSeenClosely(model, grey, *first, true);
+            (isTwice ? counts.moved : first ? counts.movedOnce : counts.stayed) += 1;
             const bool isThere = expected[n].x == before[n].x && expected[n].y == before[n].y &&
                                  expected[n].side == before[n].side;
-            (isThere ? counts.stayed : counts.moved) += 1;
+            EXPECT_EQ(isThere, !first);
         }
     }
     return counts;
@@ -140,8 +152,8 @@ void Answer(Model& model, int layer, std::initializer_list<size_t> numbers, Side
     }
 }
 
-// The points lie at the corners of a wide look, and the close one moves every box by half its side along
-// both of the look's axes, and so some out of the picture.
+// The points lie at the corners of a wide look, and a close one moves every box by half its side along
+// both of the look's axes, and so some out of the picture; that of the mirror image to the other side.
 TEST(WholeRun, AFaceStaysWhereItWasIfACloseLookWouldPutItOutside) {
     ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
     Model model = orvo_reference::SeededFindModel();
@@ -151,7 +163,7 @@ TEST(WholeRun, AFaceStaysWhereItWasIfACloseLookWouldPutItOutside) {
     Answer(model, 92, {1, 2}, kMost);
     const Counts counts = LookedAtClosely(model);
     EXPECT_GT(counts.stayed, 0);
-    EXPECT_GT(counts.moved, 0);
+    EXPECT_GT(counts.movedOnce, 0);
 }
 
 // All points lie far to the right in a wide look.
@@ -164,6 +176,24 @@ TEST(WholeRun, AFaceStaysWhereItWasIfTheBoxOfItsPointsCannotBeLookedAt) {
     const Counts counts = LookedAtClosely(model);
     EXPECT_GT(counts.stayed, 0);
     EXPECT_GT(counts.moved, 0);
+}
+
+// What stride 8 finds has that score everywhere, and looks say that nothing is a face: none is left of
+// those that were looked at.
+size_t FacesFoundWith(int score) {
+    Model model = orvo_reference::SeededFindModel();
+    Answer(model, 15, {0}, kMiddle);
+    model.at(15).bias[0] = score << 8;
+    Answer(model, 26, {0}, kLeast);
+    Answer(model, 59, {0}, kLeast);
+    orvo_test::Install(model);
+    return FacesOf(model, orvo_reference::SeededGrey(0, 44, 44)).size();
+}
+
+TEST(WholeRun, OnlyAFaceThatIsNotSureNeedsALookAroundIt) {
+    ASSERT_EQ(OrvoFindInit(), ORVO_FIND_OK);
+    EXPECT_EQ(FacesFoundWith(orvo::find::kSureWhenFound - 1), size_t{0});
+    EXPECT_GT(FacesFoundWith(orvo::find::kSureWhenFound), size_t{0});
 }
 
 bool IsZero(std::span<const uint8_t> bytes) {

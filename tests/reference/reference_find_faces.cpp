@@ -344,9 +344,12 @@ Grey PlainLook(const Grey& picture, const PlainView& view) {
     const int64_t gain =
         std::min<int64_t>(36 * 16 * 256 / std::max<int64_t>(distance / 1600, 1), 6 * 256);
     Grey look{64, 64, {}};
-    for (const int64_t value : fine) {
-        const int64_t tone = 128 + FloorDivide((value - mean) * gain + 2048, 4096);
-        look.pixels.push_back(static_cast<uint8_t>(std::clamp<int64_t>(tone, 0, 255)));
+    for (size_t i = 0; i < 64; ++i) {
+        for (size_t j = 0; j < 64; ++j) {
+            const int64_t value = fine[64 * i + (view.isMirrored ? 63 - j : j)];
+            const int64_t tone = 128 + FloorDivide((value - mean) * gain + 2048, 4096);
+            look.pixels.push_back(static_cast<uint8_t>(std::clamp<int64_t>(tone, 0, 255)));
+        }
     }
     return look;
 }
@@ -356,7 +359,9 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
     const auto o = [&](size_t i) -> int64_t { return answers.rest[i]; };
     PlainFace described = face;
     // Sixteenths of the look's pixels.
-    const auto place = [&](int64_t right, int64_t down, int64_t* x, int64_t* y) {
+    const int64_t sign = view.isMirrored ? -1 : 1;
+    const auto place = [&](int64_t toTheRight, int64_t down, int64_t* x, int64_t* y) {
+        const int64_t right = sign * toTheRight;
         const int64_t unit = int64_t{1} << 26;
         const int64_t scale = view.step * view.side;
         *x = view.x + Rounded(scale * (right * view.cosine - down * view.sine), unit);
@@ -378,11 +383,13 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
             y += weight * (64 * row - 224 + plane(10 + point));
         }
         weights = std::max<int64_t>(weights, 1);
+        // The left one of two is the mirror image's right one.
+        constexpr size_t kPartners[] = {1, 0, 2, 4, 3};
+        int64_t* const to = described.points + 2 * (view.isMirrored ? kPartners[point] : point);
         place(Rounded(x, weights) + 2 * o(4 + 2 * point),
-              Rounded(y, weights) + 2 * o(5 + 2 * point), &described.points[2 * point],
-              &described.points[2 * point + 1]);
+              Rounded(y, weights) + 2 * o(5 + 2 * point), to, to + 1);
     }
-    described.yaw = o(14);
+    described.yaw = sign * o(14);
     described.covered = o(15);
     return described;
 }
@@ -411,9 +418,13 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
     std::vector<PlainFace> looked;
     for (PlainFace face : faces) {
         const int first = face.score;
+        const bool isSure = first >= kSureWhenFound;
         std::vector<int> scores;
         bool isFace = true;
-        bool hasSettled = false;
+        bool hasSettled = isSure;
+        if (isSure) {
+            face.score = PlainScore(first, {127});
+        }
         for (int look = 0; look < kLooks && isFace && !hasSettled; ++look) {
             isFace =
                 PlainCanBeSeen(picture, face) && (look == 0 || face.score >= kLookedAtAgainScore);
@@ -435,15 +446,34 @@ std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
     return PlainWithoutRepeats(looked);
 }
 
-PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const PlainFace& face) {
-    const PlainView view = PlainViewOf(face, kCloseStep);
+std::optional<PlainFace> PlainSeenClosely(const Model& model, const Grey& picture,
+                                          const PlainFace& face, bool isMirrored) {
+    PlainView view = PlainViewOf(face, kCloseStep);
+    view.isMirrored = isMirrored;
     if (!PlainCanBeSeen(picture, view.x, view.y, view.side)) {
-        return face;
+        return std::nullopt;
     }
     const LookAnswersPlain answers =
         RunLook(LookKind::kClose, model, PlainLook(picture, view), Ignore);
     const PlainFace described = PlainDescribed(face, view, answers);
-    return PlainCanBeSeen(picture, described) ? described : face;
+    return PlainCanBeSeen(picture, described) ? std::optional(described) : std::nullopt;
+}
+
+PlainFace PlainMeanOf(PlainFace a, PlainFace b) {
+    for (size_t n = 0; n < NumbersOf(&a).size(); ++n) {
+        int64_t& number = *NumbersOf(&a)[n];
+        number = Rounded(number + *NumbersOf(&b)[n], 2);
+    }
+    return a;
+}
+
+PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const PlainFace& face) {
+    const auto first = PlainSeenClosely(model, picture, face, false);
+    if (!first) {
+        return face;
+    }
+    const auto second = PlainSeenClosely(model, picture, *first, true);
+    return second ? PlainMeanOf(*first, *second) : *first;
 }
 
 bool PlainHasSettled(const PlainView& view, const PlainFace& face) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "reference/reference_find_network.h"
@@ -47,6 +48,7 @@ std::vector<PlainFace> PlainFaces(std::vector<PlainFace> candidates);
 // that its points speak of.
 struct PlainView {
     int64_t x, y, side, cosine, sine, step;
+    bool isMirrored = false; // what the network sees
 };
 PlainView PlainViewOf(const PlainFace& face, int step);
 bool PlainCanBeSeen(const Grey& picture, const PlainFace& face);
@@ -60,7 +62,14 @@ bool PlainHasSettled(const PlainView& view, const PlainFace& face);
 std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                                      const std::vector<PlainFace>& faces);
 
-// Where a face lies that was looked at from close by.
+PlainFace PlainMeanOf(PlainFace a, PlainFace b);
+
+// What a look from close by, or at the mirror image, says. None where it has nothing to see, or
+// another one would then have nothing.
+std::optional<PlainFace> PlainSeenClosely(const Model& model, const Grey& picture,
+                                          const PlainFace& face, bool isMirrored);
+
+// Where a face lies that was looked at from close by, and once more at its mirror image.
 PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const PlainFace& face);
 
 // Of faces that overlap the best.

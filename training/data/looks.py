@@ -23,16 +23,18 @@ MOST_GAIN = 6
 PARTS = 0.3  # of the looks that are at no face
 PART_SIDES = (0.18, 0.6)  # over the face's
 COVERED = 0.15  # of the close looks get something before the face that the scenes do not have
-# By kind, pixels of a face's side: near them a fifth of the faces is taken, from 14 more on all of them.
-RARE = {WIDE.name: 6, CLOSE.name: 10}
-SELDOM = 0.2
-# By kind, usually and seldom: deviations of a box's place over the face's side, of the logarithm of its side,
-# and of its turn in degrees, beyond that of faces. Close ones as by the points that wide looks found in 689
-# unseen faces: of the sides' logarithms a quarter are below -0.043 or above 0.026 each, a hundredth below
-# -0.27 or above 0.19.
+# By kind: how boxes lie about faces. Each way with its share of the looks; deviations of a box's place over
+# the face's side, the mean and the deviation of the logarithm of its side, and the deviation of its turn in
+# degrees, beyond that of faces. Close ones as by the points that the first network, a wide look and a close
+# look found in 689 unseen faces, and far more seldom anyhow.
 SPREADS = {
-    WIDE.name: ((0.05, 0.09, 0), (0.1, 0.18, 0)),
-    CLOSE.name: ((0.017, 0.05, 2.8), (0.05, 0.13, 9)),
+    WIDE.name: ((0.8, 0.05, 0, 0.09, 0), (0.2, 0.1, 0, 0.18, 0)),
+    CLOSE.name: (
+        (0.27, 0.025, -0.05, 0.1, 4.5),
+        (0.27, 0.015, -0.01, 0.055, 2.7),
+        (0.38, 0.01, -0.005, 0.037, 1.8),
+        (0.08, 0.05, 0, 0.13, 9),
+    ),
 }
 # Columns of a goal: face (1), none (0) or not asked (-1); middle and side of the box and the points in
 # pixels of the look, from its middle; yaw; covered share; side of the true box in the picture.
@@ -148,7 +150,7 @@ class LookSource:
         at = np.argwhere(good)
         # Small ones are plenty, and tell little.
         side = faces[at[:, 0], at[:, 1], 3]
-        at = at[self.random.random(len(at)) < np.clip((side - RARE[self.kind.name]) / 14, 0.2, 1)]
+        at = at[self.random.random(len(at)) < np.clip((side - 10) / 14, 0.2, 1)]
         self.rows += [(shard, int(i), int(k)) for i, k in at]
 
     def _look_for_mined(self):
@@ -217,15 +219,21 @@ class LookSource:
     def _about(self, face):
         """As boxes lie before such a look, which is turned upright by the points known then."""
         random = self.random
-        place, size, lean = SPREADS[self.kind.name][random.random() < SELDOM]
-        about = by_points(face) if self.kind.is_close else Box(*face[1:4], self._turn_of(face))
+        ways = SPREADS[self.kind.name]
+        _, place, larger, size, lean = ways[random.choice(len(ways), p=[way[0] for way in ways])]
+        turn = self._turn_of(face, lean)
+        if self.kind.is_close:
+            about = by_points(face)
+        else:
+            about = Box(*face[1:4], turn)
         x, y = (v + place * about.side * random.normal() for v in (about.x, about.y))
-        turn = about.turn + lean * random.normal()
-        return Box(x, y, about.side * np.exp(size * random.normal()), turn)
+        return Box(x, y, about.side * np.exp(larger + size * random.normal()), turn)
 
-    def _turn_of(self, face):
-        """The first network's points may also be no help."""
+    def _turn_of(self, face, lean):
         random = self.random
+        if self.kind.is_close:
+            return roll(face) + lean * random.normal()
+        # The first network's points may also be no help.
         turn = self._turn()
         if random.random() < 0.93:
             turn += roll(face)

@@ -15,6 +15,7 @@ LEAST_SIDE = 18  # of a face in the first level
 LAST_LEVEL = 96  # a level with no longer side is the last one
 CANDIDATE = -16  # least score of a cell that counts
 LOOKED_AT = 302  # least probability of a face that is looked at once more, of 1024
+SURE_WHEN_FOUND = 40  # least score of a face that needs no look around it
 LOOKED_AT_AGAIN = -36  # least score of one that is looked at twice
 MOVED_PART = 8  # of a box's side: a look that moves it by less is the last
 SCORE_LESS = 24  # than the mean of the first network's scores and the looks'
@@ -169,13 +170,25 @@ def halvings(picture):
     return planes
 
 
+def _scored(first, looks, total):
+    """The score after so many looks, which had this in all."""
+    mean = (looks * first + total) // (2 * looks)
+    return int(np.clip(mean - SCORE_LESS, -128, 127))
+
+
+def _sure(face):
+    logit = _scored(face.logit, 1, 127)
+    return replace(face, logit=logit, score=int(PROBABILITY[logit + 128]))
+
+
 def looked_at(answers_of, picture, faces):
     """What is left of faces, and where they are, after another look or two; best first. answers_of: the
     second network's, of looks [n, 64, 64]."""
     planes = halvings(picture)
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
-    finds = {i: face.logit for i, face in enumerate(given)}
-    sums, settled = dict.fromkeys(finds, 0), []
+    given = [_sure(face) if face.logit >= SURE_WHEN_FOUND else face for face in given]
+    finds = {i: face.logit for i, face in enumerate(given) if face.logit < SURE_WHEN_FOUND}
+    sums, settled = dict.fromkeys(finds, 0), [i for i in range(len(given)) if i not in finds]
     for look in range(LOOKS):
         finds = {
             i: first for i, first in finds.items()
@@ -188,8 +201,7 @@ def looked_at(answers_of, picture, faces):
         answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
         for (i, first), heat, answer in zip(list(finds.items()), *answers):
             sums[i] += int(answer[0])
-            mean = ((look + 1) * first + sums[i]) // (2 * (look + 1))
-            logit = int(np.clip(mean - SCORE_LESS, -128, 127))
+            logit = _scored(first, look + 1, sums[i])
             given[i] = replace(
                 second_look.described(given[i], views[i], heat, answer),
                 logit=logit, score=int(PROBABILITY[logit + 128]),
@@ -206,21 +218,28 @@ def looked_at(answers_of, picture, faces):
     return kept
 
 
-def looked_at_closely(answers_of, picture, faces):
-    """The faces where a look from close by has them. answers_of: the third network's."""
-    planes = halvings(picture)
-    views = {i: second_look.view_of(face, look_net.CLOSE) for i, face in enumerate(faces)}
+def _seen_closely(answers_of, picture, planes, faces, mirrored):
+    """What a look from close by says of each; None where it, or the face then, has nothing to see."""
+    views = {i: replace(second_look.view_of(face, look_net.CLOSE), mirrored=mirrored)
+             for i, face in enumerate(faces) if face}  # fmt: skip
     views = {i: view for i, view in views.items()
              if second_look.can_be_seen(picture, view.x, view.y, view.side)}  # fmt: skip
-    if not views:
-        return faces
-    answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
-    closer = list(faces)
-    for (i, view), heat, answer in zip(views.items(), *answers):
-        face = second_look.described(faces[i], view, heat, answer)
-        if second_look.can_be_seen(picture, *face.middle, face.side):
-            closer[i] = face
-    return closer
+    seen = [None] * len(faces)
+    if views:
+        answers = answers_of(np.stack([second_look.look(planes, view) for view in views.values()]))
+        for (i, view), heat, answer in zip(views.items(), *answers):
+            face = second_look.described(faces[i], view, heat, answer)
+            seen[i] = face if second_look.can_be_seen(picture, *face.middle, face.side) else None
+    return seen
+
+
+def looked_at_closely(answers_of, picture, faces):
+    """The faces where a look from close by and one at the mirror image have them. answers_of: the third
+    network's."""
+    planes = halvings(picture)
+    first = _seen_closely(answers_of, picture, planes, faces, False)
+    second = _seen_closely(answers_of, picture, planes, first, True)
+    return [second_look.mean_of(a, b) if b else a or face for face, a, b in zip(faces, first, second)]
 
 
 def find(tensors, picture, smallest=SMALLEST, reported=REPORTED):

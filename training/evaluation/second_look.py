@@ -15,6 +15,7 @@ _MIDDLE = slice(12, 52)
 _FINE, _SPREAD, _MOST_GAIN = 16, 36, 6
 _HEAT = np.array([round(2**20 * math.exp((s - 127) / 16)) for s in range(-128, 128)], np.int64)
 _CELLS = SIDE // 8
+_SWAPPED = [1, 0, 2, 4, 3]  # points in a mirror image
 _SIDES = np.round(1024 * 2.0 ** (np.arange(-128, 128) / 64)).astype(np.int64)
 
 
@@ -28,6 +29,7 @@ class View:
     cosine: int
     sine: int
     step: int = WIDE.step  # from pixel to pixel, in 256ths of the side
+    mirrored: bool = False  # what the network sees
 
 
 def view_of(face, kind=WIDE):
@@ -96,7 +98,8 @@ def toned(fine):
 
 
 def look(planes, view):
-    return toned(fine_look(planes, view))
+    seen = toned(fine_look(planes, view))
+    return seen[:, ::-1] if view.mirrored else seen
 
 
 def points_of(heat):
@@ -117,13 +120,26 @@ def described(face, view, heat, answer):
     o = [int(v) for v in answer]
 
     def in_picture(right, down):  # sixteenths of the look's pixels
+        right = -right if view.mirrored else right
         x = (right * view.cosine - down * view.sine) * view.side * view.step
         y = (right * view.sine + down * view.cosine) * view.side * view.step
         return view.x + ((x + (1 << 25)) >> 26), view.y + ((y + (1 << 25)) >> 26)
 
     plain = zip(o[4:14:2], o[5:14:2])
     points = [in_picture(x + 2 * u, y + 2 * v) for (x, y), (u, v) in zip(points_of(heat), plain)]
+    yaw = o[14]
+    if view.mirrored:
+        points, yaw = [points[i] for i in _SWAPPED], -yaw
     return replace(
         face, middle=in_picture(4 * o[1], 4 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
-        points=np.array(points, np.int64), yaw=o[14], covered=o[15],
+        points=np.array(points, np.int64), yaw=yaw, covered=o[15],
+    )  # fmt: skip
+
+
+def mean_of(a, b):
+    """Of two looks at one face."""
+    x, y = ((u + v + 1) >> 1 for u, v in zip(a.middle, b.middle))
+    return replace(
+        a, middle=(x, y), side=(a.side + b.side + 1) >> 1, points=(a.points + b.points + 1) >> 1,
+        yaw=(a.yaw + b.yaw + 1) >> 1, covered=(a.covered + b.covered + 1) >> 1,
     )  # fmt: skip

@@ -84,20 +84,21 @@ def look_loss(heat, answers, goals, face):
     )
     about = goals[:, 3] > 0
     heat, given, goals = heat[about], answers[about], goals[about]
-    weight = (1 - 0.5 * goals[:, 15]) * torch.clamp(1.6 - goals[:, 14].abs() / 75, 0.3, 1.0)
+    seen = torch.clamp(1.6 - goals[:, 14].abs() / 75, 0.3, 1.0)
+    weight = (1 - 0.5 * goals[:, 15]) * seen
     side = goals[:, 3]
     plain, told = REACH * given[:, 4:14].reshape(-1, 5, 2), points_of(heat)
     hot, near = heat_loss(heat, goals)
-    points = 0.25 * (distances(plain, goals) + distances(told, goals))
+    points = 0.15 * (distances(plain, goals) + distances(told, goals))
     # What the library says is the mean of both.
-    points = (points + distances((plain + told) / 2, goals) + near + 0.02 * hot).sum(1)
+    points = (points + 1.4 * distances((plain + told) / 2, goals) + 0.5 * near + 0.01 * hot).sum(1)
     middle = ((REACH * given[:, 1:3] - goals[:, 1:3]).square().sum(1) + 1e-4).sqrt() / side
     size = F.smooth_l1_loss(
         2 * given[:, 3], torch.log2(side / (face * SIDE)), beta=0.02, reduction="none"
     )
     yaw = (given[:, 14] - (goals[:, 14] / YAW).clamp(-1, 0.99)).abs()
     cover = (0.5 * given[:, 15] + 0.5 - goals[:, 15]).abs()
-    place = weight * (points + middle + 0.7 * size + 0.3 * yaw + 0.2 * cover)
+    place = seen * points + weight * (0.7 * middle + 0.5 * size + 0.3 * yaw + 0.2 * cover)
     return score, place.mean()
 
 
