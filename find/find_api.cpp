@@ -179,21 +179,14 @@ LookAnswers LookAt(const OrvoFindPicture& picture, const View& view, const Parti
     return RunLookNetwork(view.kind.network, NetworkMemoryAt(memory.rest, LookOutputBytes()));
 }
 
-// A face that is surely one has the score that looks would have given it.
-bool IsSure(FoundFace* found) {
-    if (found->score < kSureWhenFound) {
-        return false;
-    }
-    found->score = LookedAtScore(found->score, 1, INT8_MAX);
-    found->probability = ProbabilityOf(found->score);
-    return true;
-}
-
-// Looks at a face once more unless it is surely one, and where it then lies elsewhere, twice: the second
-// look sees it upright and in the middle. False if it is no face.
+// Looks at a face once more, and where it then lies elsewhere, twice: the second look sees it upright and
+// in the middle. A face that is surely one has the score that looks would give it, without any. False if
+// it is no face.
 bool LookAgain(const OrvoFindPicture& picture, const Partition& memory, FoundFace* found) {
     const int32_t first = found->score;
-    if (IsSure(found)) {
+    if (first >= kSureWhenFound) {
+        found->score = LookedAtScore(first, 1, INT8_MAX);
+        found->probability = ProbabilityOf(found->score);
         return CanBeSeen(picture, found->face);
     }
     int32_t sum = 0;
