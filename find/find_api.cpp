@@ -229,9 +229,11 @@ bool LookCloselyOnce(const OrvoFindPicture& picture, LookKind kind, const Partit
         return false;
     }
     const Description seen = Described(view, LookAt(picture, view, memory));
-    const bool isSeen = CanBeSeen(picture, seen);
-    *face = isSeen ? seen : *face;
-    return isSeen;
+    if (!CanBeSeen(picture, seen)) {
+        return false;
+    }
+    *face = seen;
+    return true;
 }
 
 // Where everything is in a face that is known to be one: the mean of two looks, of which the second is of

@@ -180,6 +180,12 @@ void Sample(const OrvoFindPicture& picture, const View& view, uint8_t* pixels, u
     }
 }
 
+void Mirror(uint16_t* look) {
+    for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
+        std::reverse(look, look + kLookSide);
+    }
+}
+
 // Calls use(value) for the pixels in the middle of a look.
 template <typename Use>
 void ForTheMiddle(const uint16_t* look, Use use) {
@@ -208,12 +214,9 @@ struct Tone {
         const int32_t level = 128 + (((fine - mean) * gain + (1 << (kBits - 1))) >> kBits);
         return static_cast<uint8_t>(std::clamp(level, 0, 255));
     }
-    void Row(const uint16_t* look, bool isMirrored, uint8_t* row) const {
+    void Row(const uint16_t* look, uint8_t* row) const {
         for (int32_t x = 0; x < kLookSide; ++x) {
             row[x] = Of(look[x]);
-        }
-        if (isMirrored) {
-            std::reverse(row, row + kLookSide);
         }
     }
 };
@@ -223,10 +226,10 @@ static_assert(kThirdNetwork.front().inputs == kClose.patch * kClose.patch);
 
 constexpr int32_t kPlaneSide = kLookSide / kPatch;
 
-void Deal(const uint16_t* look, const Tone& tone, bool isMirrored, uint8_t* patches) {
+void Deal(const uint16_t* look, const Tone& tone, uint8_t* patches) {
     uint8_t row[kLookSide];
     for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
-        tone.Row(look, isMirrored, row);
+        tone.Row(look, row);
         DealRow(row, y, {kPlaneSide, kPlaneSide}, patches);
     }
 }
@@ -253,7 +256,7 @@ void DealRowWidely(const uint8_t* row, int32_t y, uint8_t* patches) {
 }
 
 // Beyond the look is grey.
-void DealWidely(const uint16_t* look, const Tone& tone, bool isMirrored, uint8_t* patches) {
+void DealWidely(const uint16_t* look, const Tone& tone, uint8_t* patches) {
     uint8_t row[kPatchMargin + kLookSide + kPatchMargin];
     std::memset(row, kGrey, sizeof row);
     for (int32_t y = 0; y < kPatchMargin; ++y) {
@@ -261,7 +264,7 @@ void DealWidely(const uint16_t* look, const Tone& tone, bool isMirrored, uint8_t
         DealRowWidely(row, kPatchMargin + kLookSide + y, patches);
     }
     for (int32_t y = 0; y < kLookSide; ++y, look += kLookSide) {
-        tone.Row(look, isMirrored, row + kPatchMargin);
+        tone.Row(look, row + kPatchMargin);
         DealRowWidely(row, kPatchMargin + y, patches);
     }
 }
@@ -350,11 +353,14 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
     auto* const look = reinterpret_cast<uint16_t*>(pixels);
     uint8_t* const around = pixels + kLookSide * kLookSide * sizeof(uint16_t);
     Sample(picture, view, around, room, look);
+    if (view.kind.isMirrored) {
+        Mirror(look);
+    }
     const Tone tone(look);
     if (view.kind.patch == kPatch) {
-        Deal(look, tone, view.kind.isMirrored, patches);
+        Deal(look, tone, patches);
     } else {
-        DealWidely(look, tone, view.kind.isMirrored, patches);
+        DealWidely(look, tone, patches);
     }
 }
 

@@ -10,6 +10,7 @@
 #include "find/answer_tables.h"
 #include "find/candidates.h"
 #include "find/merging.h"
+#include "find/plain_face.h"
 #include "reference/reference_find_faces.h"
 #include "support/random.h"
 
@@ -26,23 +27,13 @@ using orvo::find::Merger;
 using orvo::find::Size;
 using orvo_reference::FindAnswers;
 using orvo_reference::PlainFace;
+using orvo_test::ExpectSame;
 using orvo_test::Random;
 
 TEST(AnswerTables, AreWhatTheySay) {
     for (int i = -128; i < 128; ++i) {
         EXPECT_EQ(orvo::find::kProbability[i + 128], orvo_reference::PlainProbability(i)) << i;
         EXPECT_EQ(orvo::find::kSide[i + 128], orvo_reference::PlainSide(i)) << i;
-    }
-}
-
-void ExpectSame(const Description& face, const PlainFace& expected, const std::string& what) {
-    EXPECT_EQ(face.x, expected.x) << what;
-    EXPECT_EQ(face.y, expected.y) << what;
-    EXPECT_EQ(face.side, expected.side) << what;
-    EXPECT_EQ(face.yaw, expected.yaw) << what;
-    EXPECT_EQ(face.covered, expected.covered) << what;
-    for (int i = 0; i < 2 * kPoints; ++i) {
-        EXPECT_EQ(face.points[i], expected.points[i]) << what << ", point " << i;
     }
 }
 

@@ -13,6 +13,7 @@
 #include "find/look.h"
 #include "find/merging.h"
 #include "find/patches.h"
+#include "find/plain_face.h"
 #include "find/plain_picture.h"
 #include "reference/reference_find_faces.h"
 #include "support/random.h"
@@ -35,6 +36,7 @@ using orvo_reference::Grey;
 using orvo_reference::LookAnswersPlain;
 using orvo_reference::PlainFace;
 using orvo_reference::PlainView;
+using orvo_test::ExpectSame;
 using orvo_test::GuardedBuffer;
 using orvo_test::GuardedPicture;
 using orvo_test::Random;
@@ -47,17 +49,6 @@ Description AsDescription(const PlainFace& plain) {
         face.points[i] = narrow(plain.points[i]);
     }
     return face;
-}
-
-void ExpectSame(const Description& face, const PlainFace& expected) {
-    EXPECT_EQ(face.x, expected.x);
-    EXPECT_EQ(face.y, expected.y);
-    EXPECT_EQ(face.side, expected.side);
-    EXPECT_EQ(face.yaw, expected.yaw);
-    EXPECT_EQ(face.covered, expected.covered);
-    for (int n = 0; n < 10; ++n) {
-        EXPECT_EQ(face.points[n], expected.points[n]) << n;
-    }
 }
 
 // Points anywhere near the box, so that faces lean every way.
@@ -73,7 +64,7 @@ PlainFace RandomFace(Random& random, const Grey& picture, int mostSide) {
     return face;
 }
 
-void ExpectSame(const View& view, const PlainView& expected) {
+void ExpectView(const View& view, const PlainView& expected) {
     EXPECT_EQ(view.x, expected.x);
     EXPECT_EQ(view.y, expected.y);
     EXPECT_EQ(view.side, expected.side);
@@ -97,7 +88,7 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
     for (int i = 0; i < 2000; ++i) {
         const PlainFace face = RandomFace(random, picture, 2400);
         for (const LookKind& kind : kKinds) {
-            ExpectSame(ViewOf(AsDescription(face), kind), PlainViewOf(face, kind));
+            ExpectView(ViewOf(AsDescription(face), kind), PlainViewOf(face, kind));
         }
     }
     Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
@@ -108,7 +99,7 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
     EXPECT_EQ(ViewOf(turned, kWide).cosine, -(1 << 14));
     Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
     for (const LookKind& kind : {kWide, kClose}) {
-        ExpectSame(ViewOf(nowhere, kind), {400, 300, 100, 1 << 14, 0, kind.step});
+        ExpectView(ViewOf(nowhere, kind), {400, 300, 100, 1 << 14, 0, kind.step});
     }
 }
 
@@ -142,7 +133,7 @@ TEST(Look, FromCloseByKnowsTheBoxOfPointsAnywhere) {
         for (int64_t& place : face.points) {
             place += random.Between(-200'000, 200'000);
         }
-        ExpectSame(ViewOf(AsDescription(face), kClose),
+        ExpectView(ViewOf(AsDescription(face), kClose),
                    orvo_reference::PlainViewOf(face, kClose.step));
     }
 }
@@ -271,7 +262,8 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
         const View view = ViewOf(AsDescription(face), kind);
         const LookAnswers given = {answers.heat.data(), answers.rest.data()};
         ExpectSame(Described(view, given),
-                   orvo_reference::PlainDescribed(face, PlainViewOf(face, kind), answers));
+                   orvo_reference::PlainDescribed(face, PlainViewOf(face, kind), answers),
+                   std::to_string(i));
     }
 }
 
@@ -285,7 +277,7 @@ TEST(LookAnswers, OfTwoLooksTheMeanCounts) {
             face.covered = random.Between(-128, 127);
         }
         ExpectSame(MeanOf(AsDescription(faces[0]), AsDescription(faces[1])),
-                   orvo_reference::PlainMeanOf(faces[0], faces[1]));
+                   orvo_reference::PlainMeanOf(faces[0], faces[1]), std::to_string(i));
     }
     const Description odd = MeanOf({3, -3, 9, {-7, 4}, -1, 2}, {4, -4, 10, {-8, 4}, 0, -3});
     EXPECT_EQ(odd.x, 4);

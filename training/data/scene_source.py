@@ -5,7 +5,7 @@ from pathlib import Path
 import numpy as np
 import torch
 
-from .scenes import COLUMNS, MOST, _SWAPPED
+from .scenes import COLUMNS, MOST, SWAPPED
 
 _END = 128  # grey level of what lies beyond a picture's end
 
@@ -78,7 +78,7 @@ class SceneAugmenter:
 def mirrored(faces, side):
     faces = faces.copy()
     faces[:, 1] = side - faces[:, 1]
-    points = faces[:, 4:14].reshape(-1, 5, 2)[:, _SWAPPED]
+    points = faces[:, 4:14].reshape(-1, 5, 2)[:, SWAPPED]
     points[:, :, 0] = side - points[:, :, 0]
     faces[:, 4:14] = points.reshape(-1, 10)
     faces[:, 14] *= -1

@@ -26,7 +26,7 @@ MOST = 12
 COLUMNS = 20
 BACK = 105  # degrees of yaw behind which a head shows no face
 EXTENSION = 96  # rows of clothes below a cut-out
-_SWAPPED = [1, 0, 2, 4, 3]
+SWAPPED = [1, 0, 2, 4, 3]
 
 
 class Cutouts:
@@ -108,7 +108,7 @@ def _placed(cutout, points, labels, random, side, size):
     if flip:
         tones, cover = tones[:, ::-1], cover[:, ::-1]
         middle[0], points[:, 0] = width - middle[0], width - points[:, 0]
-        points, yaw, roll = points[_SWAPPED], -yaw, -roll
+        points, yaw, roll = points[SWAPPED], -yaw, -roll
     scale = side / box
     reduced = 1.0
     while scale / reduced < 0.6:

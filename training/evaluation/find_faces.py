@@ -186,9 +186,10 @@ def looked_at(answers_of, picture, faces):
     second network's, of looks [n, 64, 64]."""
     planes = halvings(picture)
     given, kept = [face for face in faces if face.score >= LOOKED_AT], []
-    given = [_sure(face) if face.logit >= SURE_WHEN_FOUND else face for face in given]
     finds = {i: face.logit for i, face in enumerate(given) if face.logit < SURE_WHEN_FOUND}
     sums, settled = dict.fromkeys(finds, 0), [i for i in range(len(given)) if i not in finds]
+    for i in settled:
+        given[i] = _sure(given[i])
     for look in range(LOOKS):
         finds = {
             i: first for i, first in finds.items()

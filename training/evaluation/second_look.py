@@ -6,6 +6,7 @@ from dataclasses import dataclass, replace
 
 import numpy as np
 
+from ..data.scenes import SWAPPED
 from ..networks.look_net import WIDE
 
 SIDE = 64
@@ -15,7 +16,6 @@ _MIDDLE = slice(12, 52)
 _FINE, _SPREAD, _MOST_GAIN = 16, 36, 6
 _HEAT = np.array([round(2**20 * math.exp((s - 127) / 16)) for s in range(-128, 128)], np.int64)
 _CELLS = SIDE // 8
-_SWAPPED = [1, 0, 2, 4, 3]  # points in a mirror image
 _SIDES = np.round(1024 * 2.0 ** (np.arange(-128, 128) / 64)).astype(np.int64)
 
 
@@ -129,7 +129,7 @@ def described(face, view, heat, answer):
     points = [in_picture(x + 2 * u, y + 2 * v) for (x, y), (u, v) in zip(points_of(heat), plain)]
     yaw = o[14]
     if view.mirrored:
-        points, yaw = [points[i] for i in _SWAPPED], -yaw
+        points, yaw = [points[i] for i in SWAPPED], -yaw
     return replace(
         face, middle=in_picture(4 * o[1], 4 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
         points=np.array(points, np.int64), yaw=yaw, covered=o[15],
