@@ -19,10 +19,8 @@ namespace {
 using orvo::find::AddCandidates;
 using orvo::find::Candidate;
 using orvo::find::CandidateList;
-using orvo::find::Description;
 using orvo::find::FoundFace;
 using orvo::find::kMostCandidates;
-using orvo::find::kPoints;
 using orvo::find::Merger;
 using orvo::find::Size;
 using orvo_reference::FindAnswers;
