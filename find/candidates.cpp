@@ -47,14 +47,14 @@ struct Cell {
 Candidate Describe(const Cell& cell, int32_t level) {
     Candidate candidate;
     Description& face = candidate.face;
-    const auto inPicture = [level](int32_t quarters) { return quarters * (1 << level); };
+    const auto inPicture = [level](int32_t place) { return place * (1 << level); };
     face.x = inPicture(cell.x(kCentre));
     face.y = inPicture(cell.y(kCentre));
     candidate.levelSide = cell.side();
     face.side = inPicture(candidate.levelSide);
     for (int32_t i = 0; i < 2 * kPoints; i += 2) {
-        face.points[i] = inPicture(cell.x(kFirstPoint + i));
-        face.points[i + 1] = inPicture(cell.y(kFirstPoint + i));
+        face.points[i] = kPointFineness * inPicture(cell.x(kFirstPoint + i));
+        face.points[i + 1] = kPointFineness * inPicture(cell.y(kFirstPoint + i));
     }
     face.yaw = cell.grid.at(kYaw, cell.index);
     face.covered = cell.grid.at(kCovered, cell.index);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// From the network's answers to places in the picture. Lengths are quarter pixels of the picture.
+// From the network's answers to places in the picture. Lengths are quarter pixels of the picture, but those of
+// points are finer.
 #pragma once
 
 #include <cstdint>
@@ -13,12 +14,15 @@ namespace orvo::find {
 
 inline constexpr int32_t kPoints = 5;
 
+// Places of points a quarter pixel: small faces' eyes are but a few pixels apart.
+inline constexpr int32_t kPointFineness = 4;
+
 // A face as the network, or several of its answers together, describe it.
 struct Description {
-    int32_t x, y, side; // middle and side of the box
-    int32_t points[2 * kPoints];
-    int32_t yaw;     // steps of 0.75 degrees
-    int32_t covered; // -128: nothing, 127: everything
+    int32_t x, y, side;          // middle and side of the box
+    int32_t points[2 * kPoints]; // sixteenths of pixels
+    int32_t yaw;                 // steps of 0.75 degrees
+    int32_t covered;             // -128: nothing, 127: everything
 };
 
 struct Candidate {

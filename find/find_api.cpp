@@ -245,7 +245,7 @@ void LookClosely(const OrvoFindPicture& picture, const Partition& memory, Descri
     }
     Description second = *face;
     if (LookCloselyOnce(picture, kCloseMirrored, memory, &second)) {
-        *face = MeanOf(*face, second);
+        *face = WeighedMeanOf(*face, second);
     }
 }
 
@@ -260,7 +260,8 @@ OrvoFindFace RecordOf(const FoundFace& found) {
     record.side = Quarters(face.side);
     record.score = static_cast<float>(found.probability) / 1024.0f;
     for (int32_t i = 0; i < kPoints; ++i) {
-        record.points[i] = {Quarters(face.points[2 * i]), Quarters(face.points[2 * i + 1])};
+        record.points[i] = {Quarters(face.points[2 * i]) / kPointFineness,
+                            Quarters(face.points[2 * i + 1]) / kPointFineness};
     }
     record.yaw = static_cast<float>(face.yaw) * 0.75f;
     record.roll = RollOf(AxisOf(record));

@@ -77,11 +77,13 @@ void TakeBoxOf(const int32_t* points, View* view) {
         squares += right * right + down * down;
     }
     constexpr int32_t kShare = kPointsSquaresUnit / (kPoints * kPoints);
-    view->side = static_cast<int32_t>(RootOf(kShare * squares / kPointsSquares));
+    constexpr int32_t kSquaresUnit = kPointFineness * kPointFineness * kPointsSquares;
+    view->side = static_cast<int32_t>(RootOf(kShare * squares / kSquaresUnit));
     constexpr int64_t kUnit = int64_t{kPointsBelowUnit} * kOne;
-    const int64_t below = int64_t{kPoints} * kPointsBelow * view->side;
-    view->x = RoundedQuotient(kUnit * x + below * view->sine, kPoints * kUnit);
-    view->y = RoundedQuotient(kUnit * y - below * view->cosine, kPoints * kUnit);
+    constexpr int64_t kAll = kPoints * kPointFineness * kUnit;
+    const int64_t below = int64_t{kPoints} * kPointFineness * kPointsBelow * view->side;
+    view->x = RoundedQuotient(kUnit * x + below * view->sine, kAll);
+    view->y = RoundedQuotient(kUnit * y - below * view->cosine, kAll);
 }
 
 bool CanBeSeenAt(const OrvoFindPicture& picture, int32_t x, int32_t y, int32_t side) {
@@ -301,14 +303,16 @@ Offset PointOf(const int8_t* heat, int32_t point) {
 // Which point it is in a mirror image.
 constexpr int32_t kOtherSide[kPoints] = {1, 0, 2, 4, 3};
 
-// From sixteenths of the look's pixels.
-void InPicture(const View& view, int64_t right, int64_t down, int32_t* x, int32_t* y) {
+// From sixteenths of the look's pixels to quarters of the picture's, or to `fineness` parts of a quarter.
+void InPicture(const View& view, int64_t right, int64_t down, int32_t fineness, int32_t* x,
+               int32_t* y) {
     right = view.kind.isMirrored ? -right : right;
-    const auto scaled = [&](int64_t offset) {
-        return static_cast<int32_t>((offset * view.side * view.kind.step + (1 << 25)) >> 26);
+    const int64_t step = int64_t{view.side} * view.kind.step * fineness;
+    const auto scaled = [step](int64_t offset) {
+        return static_cast<int32_t>((offset * step + (1 << 25)) >> 26);
     };
-    *x = view.x + scaled(right * view.cosine - down * view.sine);
-    *y = view.y + scaled(right * view.sine + down * view.cosine);
+    *x = fineness * view.x + scaled(right * view.cosine - down * view.sine);
+    *y = fineness * view.y + scaled(right * view.sine + down * view.cosine);
 }
 
 } // namespace
@@ -320,7 +324,7 @@ View ViewOf(const Description& face, LookKind kind) {
     const int64_t x = 2 * (int64_t{p[2]} - p[0]) + p[7] + p[9] - p[1] - p[3];
     const int64_t y = 2 * (int64_t{p[3]} - p[1]) - p[6] - p[8] + p[0] + p[2];
     const int64_t length = RootOf(x * x + y * y);
-    if (length < 8) { // a pixel, doubled
+    if (length < 8 * kPointFineness) { // a pixel, doubled
         return {face.x, face.y, face.side, kOne, 0, kind};
     }
     View view = {face.x,
@@ -369,7 +373,7 @@ Description Described(const View& view, const LookAnswers& answers) {
     const bool isMirrored = view.kind.isMirrored;
     Description face;
     // The rest's places are quarter pixels of the look.
-    InPicture(view, 4 * o[1], 4 * o[2], &face.x, &face.y);
+    InPicture(view, 4 * o[1], 4 * o[2], 1, &face.x, &face.y);
     face.side = static_cast<int32_t>((int64_t{kSide[o[3] + 128]} * view.side + 512) >> 10);
     for (int32_t i = 0; i < kPoints; ++i) {
         // The rest has the points, too: the mean of both is nearer than either.
@@ -377,16 +381,16 @@ Description Described(const View& view, const LookAnswers& answers) {
         const int32_t right = point.right + 2 * o[4 + 2 * i];
         const int32_t down = point.down + 2 * o[5 + 2 * i];
         int32_t* const place = face.points + ptrdiff_t{2} * (isMirrored ? kOtherSide[i] : i);
-        InPicture(view, right, down, place, place + 1);
+        InPicture(view, right, down, kPointFineness, place, place + 1);
     }
     face.yaw = isMirrored ? -o[14] : o[14];
     face.covered = o[15];
     return face;
 }
 
-Description MeanOf(const Description& a, const Description& b) {
+Description WeighedMeanOf(const Description& a, const Description& b) {
     const auto mean = [](int32_t first, int32_t second) {
-        return RoundedQuotient(int64_t{first} + second, 2);
+        return RoundedQuotient(int64_t{first} + 3 * int64_t{second}, 4);
     };
     Description face = {mean(a.x, b.x),       mean(a.y, b.y),
                         mean(a.side, b.side), {},

@@ -54,8 +54,9 @@ void MakeLook(const OrvoFindPicture& picture, const View& view, uint8_t* pixels,
 // What the network answered of a view.
 Description Described(const View& view, const LookAnswers& answers);
 
-// Every number of it, a half up.
-Description MeanOf(const Description& a, const Description& b);
+// Every number of it, a half up. The second counts three times: it was of the box that the first one gave,
+// and knows better.
+Description WeighedMeanOf(const Description& a, const Description& b);
 
 // Whether the look at that view moved the box so little that another one would see the same.
 bool HasSettled(const View& view, const Description& face);

@@ -72,7 +72,7 @@ struct WeightedSum {
 };
 
 // The more pixels a level gives a face, the better its answer knows the places. Sums of 512 stay
-// below 2^60: such a weight is below 2^30, a length below 2^20.
+// below 2^61: such a weight is below 2^30, a length below 2^22.
 int64_t WeightOf(const Candidate& candidate) {
     const int64_t probability = ProbabilityOf(candidate);
     return std::max<int64_t>(probability * probability >> 10, 1) * candidate.levelSide *

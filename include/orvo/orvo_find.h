@@ -84,7 +84,8 @@ typedef struct OrvoFindPoint {
     float x, y;
 } OrvoFindPoint;
 
-/** A face that was found. Lengths are pixels of the picture, and exact: whole eighths. */
+/** A face that was found. Lengths are pixels of the picture, and exact: whole eighths, of points
+ * whole sixteenths. */
 typedef struct OrvoFindFace {
     float left, top, side; /**< the square box; it may leave the picture */
     float score;           /**< how sure it is that this is a face, 0 to 1 */

@@ -30,8 +30,8 @@ using orvo::find::kReportedProbability;
 using orvo::find::kWide;
 using orvo::find::LookAnswers;
 using orvo::find::LookKind;
-using orvo::find::MeanOf;
 using orvo::find::View;
+using orvo::find::WeighedMeanOf;
 using orvo_reference::Grey;
 using orvo_reference::LookAnswersPlain;
 using orvo_reference::PlainFace;
@@ -59,7 +59,7 @@ PlainFace RandomFace(Random& random, const Grey& picture, int mostSide) {
     face.side = random.Between(4, mostSide);
     for (int i = 0; i < 10; ++i) {
         const auto reach = static_cast<int>(face.side / 2 + 2);
-        face.points[i] = (i % 2 == 0 ? face.x : face.y) + random.Between(-reach, reach);
+        face.points[i] = 4 * (i % 2 == 0 ? face.x : face.y) + random.Between(-4 * reach, 4 * reach);
     }
     return face;
 }
@@ -91,13 +91,16 @@ TEST(Look, IsTurnedAsTheFaceLeans) {
             ExpectView(ViewOf(AsDescription(face), kind), PlainViewOf(face, kind));
         }
     }
-    Description upright{400, 300, 100, {380, 280, 420, 280, 400, 300, 385, 320, 415, 320}, 0, 0};
+    Description upright{400, 300, 100, {1520, 1120, 1680, 1120, 1600, 1200, 1540, 1280, 1660, 1280},
+                        0,   0};
     EXPECT_EQ(ViewOf(upright, kWide).cosine, 1 << 14);
     EXPECT_EQ(ViewOf(upright, kWide).sine, 0);
     // Upside down; and where all points lie in one.
-    Description turned{400, 300, 100, {420, 320, 380, 320, 400, 300, 415, 280, 385, 280}, 0, 0};
+    Description turned{400, 300, 100, {1680, 1280, 1520, 1280, 1600, 1200, 1660, 1120, 1540, 1120},
+                       0,   0};
     EXPECT_EQ(ViewOf(turned, kWide).cosine, -(1 << 14));
-    Description nowhere{400, 300, 100, {400, 300, 400, 300, 400, 300, 400, 300, 400, 300}, 0, 0};
+    Description nowhere{400, 300, 100, {1600, 1200, 1600, 1200, 1600, 1200, 1600, 1200, 1600, 1200},
+                        0,   0};
     for (const LookKind& kind : {kWide, kClose}) {
         ExpectView(ViewOf(nowhere, kind), {400, 300, 100, 1 << 14, 0, kind.step});
     }
@@ -109,10 +112,10 @@ TEST(Look, FromCloseByIsOfTheBoxThatThePointsSpeakOf) {
     Description upright{0, 0, 1400, {}, 0, 0}; // as a head's box may lie
     Description leaning = upright;
     for (int i = 0; i < 10; i += 2) {
-        upright.points[i] = 3000 + mean[i];
-        upright.points[i + 1] = 2000 + mean[i + 1];
-        leaning.points[i] = 3000 - mean[i + 1];
-        leaning.points[i + 1] = 2000 + mean[i];
+        upright.points[i] = 4 * (3000 + mean[i]);
+        upright.points[i + 1] = 4 * (2000 + mean[i + 1]);
+        leaning.points[i] = 4 * (3000 - mean[i + 1]);
+        leaning.points[i + 1] = 4 * (2000 + mean[i]);
     }
     for (const Description& face : {upright, leaning}) {
         const View view = ViewOf(face, kClose);
@@ -131,7 +134,7 @@ TEST(Look, FromCloseByKnowsTheBoxOfPointsAnywhere) {
     for (int i = 0; i < 500; ++i) {
         PlainFace face = RandomFace(random, Grey{8192, 8192, {}}, 4 * 4 * 8192);
         for (int64_t& place : face.points) {
-            place += random.Between(-200'000, 200'000);
+            place += random.Between(-800'000, 800'000);
         }
         ExpectView(ViewOf(AsDescription(face), kClose),
                    orvo_reference::PlainViewOf(face, kClose.step));
@@ -267,7 +270,7 @@ TEST(LookAnswers, SayWhatTheReferenceReads) {
     }
 }
 
-TEST(LookAnswers, OfTwoLooksTheMeanCounts) {
+TEST(LookAnswers, OfTwoLooksTheSecondCountsThreeTimes) {
     Random random(36);
     for (int i = 0; i < 500; ++i) {
         PlainFace faces[2];
@@ -276,17 +279,17 @@ TEST(LookAnswers, OfTwoLooksTheMeanCounts) {
             face.yaw = random.Between(-128, 128);
             face.covered = random.Between(-128, 127);
         }
-        ExpectSame(MeanOf(AsDescription(faces[0]), AsDescription(faces[1])),
-                   orvo_reference::PlainMeanOf(faces[0], faces[1]), std::to_string(i));
+        ExpectSame(WeighedMeanOf(AsDescription(faces[0]), AsDescription(faces[1])),
+                   orvo_reference::PlainWeighedMeanOf(faces[0], faces[1]), std::to_string(i));
     }
-    const Description odd = MeanOf({3, -3, 9, {-7, 4}, -1, 2}, {4, -4, 10, {-8, 4}, 0, -3});
-    EXPECT_EQ(odd.x, 4);
-    EXPECT_EQ(odd.y, -3);
+    const Description odd = WeighedMeanOf({3, -3, 9, {-7, 4}, -1, 2}, {5, -5, 10, {-10, 4}, 0, -3});
+    EXPECT_EQ(odd.x, 5);  // from 4.5
+    EXPECT_EQ(odd.y, -4); // from -4.5
     EXPECT_EQ(odd.side, 10);
-    EXPECT_EQ(odd.points[0], -7);
+    EXPECT_EQ(odd.points[0], -9);
     EXPECT_EQ(odd.points[1], 4);
     EXPECT_EQ(odd.yaw, 0);
-    EXPECT_EQ(odd.covered, 0);
+    EXPECT_EQ(odd.covered, -2);
 }
 
 // What is to the left of a face lies to the right in its mirror image, and so do its pupils.
@@ -301,10 +304,10 @@ TEST(LookAnswers, OfAMirrorImageAreTurnedBack) {
     const View view = {1000, 800, 256, 1 << 14, 0, kCloseMirrored};
     const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
     EXPECT_EQ(face.x, 1000 - 8);
-    EXPECT_EQ(face.points[0], 1000);
-    EXPECT_EQ(face.points[2], 1000 - 8);
-    EXPECT_EQ(face.points[6], 1000);
-    EXPECT_EQ(face.points[8], 1000 - 16);
+    EXPECT_EQ(face.points[0], 4 * 1000);
+    EXPECT_EQ(face.points[2], 4 * (1000 - 8));
+    EXPECT_EQ(face.points[6], 4 * 1000);
+    EXPECT_EQ(face.points[8], 4 * (1000 - 16));
     EXPECT_EQ(face.yaw, -40);
 }
 
@@ -359,16 +362,16 @@ TEST(LookAnswers, APointLiesWhereItsOnlyHotCellSays) {
     answers.rest[8] = 4 * 13;
     answers.rest[9] = 4 * -6;
     const Description face = Described(view, {answers.heat.data(), answers.rest.data()});
-    EXPECT_EQ(face.points[4], 1000 + 4 * 13 * 3 / 2);
-    EXPECT_EQ(face.points[5], 800 - 4 * 6 * 3 / 2);
+    EXPECT_EQ(face.points[4], 16 * 250 + 16 * 13 * 3 / 2);
+    EXPECT_EQ(face.points[5], 16 * 200 - 16 * 6 * 3 / 2);
     EXPECT_EQ(face.side, 256);
     answers.rest[8] += 4 * 4;
     const Description other = Described(view, {answers.heat.data(), answers.rest.data()});
-    EXPECT_EQ(other.points[4], 1000 + 4 * 15 * 3 / 2);
+    EXPECT_EQ(other.points[4], 16 * 250 + 16 * 15 * 3 / 2);
     // From close by, the look's pixels are the picture's.
     const View close = {1000, 800, 256, 1 << 14, 0, kClose};
     EXPECT_EQ(Described(close, {answers.heat.data(), answers.rest.data()}).points[4],
-              1000 + 4 * 15);
+              16 * 250 + 16 * 15);
 }
 
 TEST(AnswerTables, HeatIsWhatItSays) {

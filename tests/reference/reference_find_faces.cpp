@@ -161,8 +161,8 @@ std::vector<PlainFace> PlainCandidates(const FindAnswers& answers, int level, in
                 face.levelSide = (PlainSide(static_cast<int>(o(3))) * stride * 4 + 128) / 256;
                 face.side = face.levelSide * unit;
                 for (int n = 0; n < 5; ++n) {
-                    face.points[2 * n] = x(4 + 2 * n) * unit;
-                    face.points[2 * n + 1] = y(5 + 2 * n) * unit;
+                    face.points[2 * n] = 4 * x(4 + 2 * n) * unit;
+                    face.points[2 * n + 1] = 4 * y(5 + 2 * n) * unit;
                 }
                 face.yaw = o(14);
                 face.covered = o(15);
@@ -263,9 +263,11 @@ PlainView PlainBoxOfPoints(const PlainFace& face, PlainView view) {
         squares += 25 * face.points[i] * face.points[i];
     }
     squares -= 5 * (sums[0] * sums[0] + sums[1] * sums[1]);
-    view.side = WholeRoot(FloorDivide(10 * squares, 76));
-    view.x = Rounded(sums[0] * (1 << 23) + 175 * view.side * view.sine, 5 * (1 << 23));
-    view.y = Rounded(sums[1] * (1 << 23) - 175 * view.side * view.cosine, 5 * (1 << 23));
+    // Of the root, quarters are whole, and points are sixteenths.
+    view.side = WholeRoot(FloorDivide(10 * squares, 16 * 76));
+    const int64_t unit = int64_t{5} * 4 * (1 << 23);
+    view.x = Rounded(sums[0] * (1 << 23) + 4 * 175 * view.side * view.sine, unit);
+    view.y = Rounded(sums[1] * (1 << 23) - 4 * 175 * view.side * view.cosine, unit);
     return view;
 }
 
@@ -279,7 +281,7 @@ PlainView PlainViewOf(const PlainFace& face, int step) {
     const int64_t x = 2 * (p[2] - p[0]) + downY;
     const int64_t y = 2 * (p[3] - p[1]) - downX;
     const int64_t length = WholeRoot(x * x + y * y);
-    if (length < 8) {
+    if (length < 2 * 16) { // a pixel
         return {face.x, face.y, face.side, 16384, 0, step};
     }
     const PlainView wide = {
@@ -358,16 +360,17 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
                          const LookAnswersPlain& answers) {
     const auto o = [&](size_t i) -> int64_t { return answers.rest[i]; };
     PlainFace described = face;
-    // Sixteenths of the look's pixels.
+    // From sixteenths of the look's pixels to so many parts of the picture's.
     const int64_t sign = view.isMirrored ? -1 : 1;
-    const auto place = [&](int64_t toTheRight, int64_t down, int64_t* x, int64_t* y) {
+    const auto place = [&](int64_t toTheRight, int64_t down, int64_t parts, int64_t* x,
+                           int64_t* y) {
         const int64_t right = sign * toTheRight;
-        const int64_t unit = int64_t{1} << 26;
-        const int64_t scale = view.step * view.side;
-        *x = view.x + Rounded(scale * (right * view.cosine - down * view.sine), unit);
-        *y = view.y + Rounded(scale * (right * view.sine + down * view.cosine), unit);
+        const int64_t unit = int64_t{1} << 28;
+        const int64_t scale = parts * view.step * view.side;
+        *x = parts / 4 * view.x + Rounded(scale * (right * view.cosine - down * view.sine), unit);
+        *y = parts / 4 * view.y + Rounded(scale * (right * view.sine + down * view.cosine), unit);
     };
-    place(4 * o(1), 4 * o(2), &described.x, &described.y);
+    place(4 * o(1), 4 * o(2), 4, &described.x, &described.y);
     described.side = (PlainSide(static_cast<int>(o(3))) * view.side + 512) / 1024;
     for (size_t point = 0; point < 5; ++point) {
         int64_t weights = 0;
@@ -387,7 +390,7 @@ PlainFace PlainDescribed(const PlainFace& face, const PlainView& view,
         constexpr size_t kPartners[] = {1, 0, 2, 4, 3};
         int64_t* const to = described.points + 2 * (view.isMirrored ? kPartners[point] : point);
         place(Rounded(x, weights) + 2 * o(4 + 2 * point),
-              Rounded(y, weights) + 2 * o(5 + 2 * point), to, to + 1);
+              Rounded(y, weights) + 2 * o(5 + 2 * point), 16, to, to + 1);
     }
     described.yaw = sign * o(14);
     described.covered = o(15);
@@ -459,10 +462,10 @@ std::optional<PlainFace> PlainSeenClosely(const Model& model, const Grey& pictur
     return PlainCanBeSeen(picture, described) ? std::optional(described) : std::nullopt;
 }
 
-PlainFace PlainMeanOf(PlainFace a, PlainFace b) {
+PlainFace PlainWeighedMeanOf(PlainFace a, PlainFace b) {
     for (size_t n = 0; n < NumbersOf(&a).size(); ++n) {
         int64_t& number = *NumbersOf(&a)[n];
-        number = Rounded(number + *NumbersOf(&b)[n], 2);
+        number = Rounded(number + 3 * *NumbersOf(&b)[n], 4);
     }
     return a;
 }
@@ -473,7 +476,7 @@ PlainFace PlainLookedAtClosely(const Model& model, const Grey& picture, const Pl
         return face;
     }
     const auto second = PlainSeenClosely(model, picture, *first, true);
-    return second ? PlainMeanOf(*first, *second) : *first;
+    return second ? PlainWeighedMeanOf(*first, *second) : *first;
 }
 
 bool PlainHasSettled(const PlainView& view, const PlainFace& face) {
@@ -493,7 +496,7 @@ PlainBox PlainRecord(const PlainFace& face) {
     const Rectangle box = BoxOf(face);
     PlainBox record{box.left / 4, box.top / 4, static_cast<double>(face.side) / 4, {}};
     for (int i = 0; i < 10; ++i) {
-        record.points[i] = static_cast<double>(face.points[i]) / 4;
+        record.points[i] = static_cast<double>(face.points[i]) / 16;
     }
     return record;
 }
@@ -603,10 +606,10 @@ PlainMeasures PlainMeasure(const PlainFace& face, int width, int height, const u
                                  kNosePlace);
     m.noseOff = whole > 0 ? m.noseOff : kTiltedRamp.none;
 
-    // Of the lengths in quarter pixels whole sixteenths count.
+    // Of the lengths whole 256ths of pixels count.
     const double* q = box.points;
-    const double eyes = std::floor(64 * std::hypot(q[2] - q[0], q[3] - q[1]));
-    const double mouth = std::floor(64 * std::hypot(q[8] - q[6], q[9] - q[7]));
+    const double eyes = std::floor(256 * std::hypot(q[2] - q[0], q[3] - q[1]));
+    const double mouth = std::floor(256 * std::hypot(q[8] - q[6], q[9] - q[7]));
     const double degrees = 0.75 * std::abs(static_cast<double>(face.yaw));
     const double counts = std::clamp(45 - degrees, 0.0, 15.0); // fifteenths
     if (eyes > 0) {

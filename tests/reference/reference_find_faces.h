@@ -19,7 +19,8 @@ Grey HalvedTimes(const Grey& picture, int times);
 // The levels that the network looks at.
 std::vector<int> FindLevels(int width, int height, int smallest);
 
-// Numbers of an answer or of a face. Lengths are quarter pixels of the picture.
+// Numbers of an answer or of a face. Lengths are quarter pixels of the picture, places of
+// points sixteenths.
 struct PlainFace {
     int64_t x, y, side;
     int64_t points[10];
@@ -62,7 +63,7 @@ bool PlainHasSettled(const PlainView& view, const PlainFace& face);
 std::vector<PlainFace> PlainLookedAt(const Model& model, const Grey& picture,
                                      const std::vector<PlainFace>& faces);
 
-PlainFace PlainMeanOf(PlainFace a, PlainFace b);
+PlainFace PlainWeighedMeanOf(PlainFace a, PlainFace b);
 
 // What a look from close by, or at the mirror image, says. None where it has nothing to see, or
 // another one would then have nothing.

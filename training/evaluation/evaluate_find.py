@@ -91,7 +91,7 @@ def judge(finder, scenes, reported):
                 hits.append((face.score, True))
                 if face.score >= reported:
                     found += 1
-                    given = face.points.ravel() / 4
+                    given = face.points.ravel() / 16
                     miss = np.hypot(*(given - rows[k, 4:14]).reshape(5, 2).T)
                     errors.append(miss / (PUPILS * rows[k, 3]))
                     real = np.hypot(*(rows[k, 4:6] - rows[k, 6:8]))

@@ -32,7 +32,7 @@ SIDE = np.round(1024 * 2.0 ** (_SCORES / 64)).astype(np.int64)
 
 @dataclass
 class Face:
-    """In quarter pixels of the picture, but for what has no length."""
+    """In quarter pixels of the picture, points in sixteenths, but for what has no length."""
 
     middle: tuple
     side: int
@@ -83,7 +83,7 @@ def filled(plane):
 
 def cell_candidates(answer, stride, level, shape, least=CANDIDATE):
     """Rows of [score, x, y, side, ten coordinates, yaw, covered, side in the level] in the order of the
-    cells; lengths in quarter pixels, all but the last of the picture. shape: of the level's plane."""
+    cells; lengths in quarter pixels, coordinates in sixteenths, all but the last of the picture. shape: of the level's plane."""
     o = answer.astype(np.int64)
     quarter = stride // 8
     rows, columns = np.nonzero(o[0] >= least)
@@ -91,7 +91,7 @@ def cell_candidates(answer, stride, level, shape, least=CANDIDATE):
     x0, y0 = (2 * columns + 1) * 16, (2 * rows + 1) * 16
     x, y = (x0 + o[1]) * quarter, (y0 + o[2]) * quarter
     side = (SIDE[o[3] + 128] * stride * 4 + 128) >> 8
-    points = [((x0, y0)[i % 2] + o[4 + i]) * quarter for i in range(10)]
+    points = [((x0, y0)[i % 2] + o[4 + i]) * quarter * second_look.FINENESS for i in range(10)]
     lengths = np.stack([x, y, side, *points])
     inside = (x >= 0) & (y >= 0) & (x < 4 * shape[1]) & (y < 4 * shape[0])
     table = np.concatenate([o[0][None], lengths << level, o[14:16], side[None]]).T

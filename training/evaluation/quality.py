@@ -50,7 +50,7 @@ def _nose_off(points, settings):
 
 
 def _mouth_off(points, yaw, settings):
-    """points in quarter pixels, yaw in quarter degrees."""
+    """points in sixteenths of pixels, yaw in quarter degrees."""
     def distance(a, b):
         return math.isqrt(256 * sum((int(b[k]) - int(a[k])) ** 2 for k in (0, 1)))
 
@@ -73,7 +73,7 @@ def score_of(probability):
 def measure(face, shape, crop, settings):
     """A row of MEASURES for a library's face in a picture of that shape; crop: the face upright."""
     side, yaw = int(4 * face.side), abs(int(4 * face.yaw))
-    points = [[4 * v for v in point] for point in face.points]
+    points = [[16 * v for v in point] for point in face.points]
     x, y = int(4 * face.left + 2 * face.side), int(4 * face.top + 2 * face.side)
     levels = np.sort(crop[_MARGIN:-_MARGIN, _MARGIN:-_MARGIN].ravel())
     whole = 4 * side * side

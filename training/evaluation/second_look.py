@@ -10,6 +10,7 @@ from ..data.scenes import SWAPPED
 from ..networks.look_net import WIDE
 
 SIDE = 64
+FINENESS = 4  # places of points a quarter pixel
 _ONE = 1 << 14
 _PLACE = 16  # bits behind the point of places in a level
 _MIDDLE = slice(12, 52)
@@ -39,7 +40,7 @@ def view_of(face, kind=WIDE):
     y = 2 * (p[1][1] - p[0][1]) - p[3][0] - p[4][0] + p[0][0] + p[1][0]
     length = math.isqrt(x * x + y * y)
     box = (int(face.middle[0]), int(face.middle[1]), int(face.side))
-    if length < 8:
+    if length < 8 * FINENESS:
         return View(*box, _ONE, 0, kind.step)
     cosine, sine = ((2 * v * _ONE + length) // (2 * length) for v in (x, y))
     if kind.is_close:
@@ -49,10 +50,11 @@ def view_of(face, kind=WIDE):
 
 def _box_of(points, cosine, sine):
     x, y = (sum(v) for v in zip(*points))
-    side = math.isqrt(10 * sum((5 * p - x) ** 2 + (5 * q - y) ** 2 for p, q in points) // 76)
-    unit, below = 512 * _ONE, 5 * 35 * side
-    places = unit * x + below * sine, unit * y - below * cosine
-    return *((2 * v + 5 * unit) // (10 * unit) for v in places), side
+    squares = sum((5 * p - x) ** 2 + (5 * q - y) ** 2 for p, q in points)
+    side = math.isqrt(10 * squares // (76 * FINENESS**2))
+    unit, below = 512 * _ONE, 5 * FINENESS * 35 * side
+    places, whole = (unit * x + below * sine, unit * y - below * cosine), 5 * FINENESS * unit
+    return *((2 * v + whole) // (2 * whole) for v in places), side
 
 
 def can_be_seen(picture, x, y, side):
@@ -119,27 +121,32 @@ def described(face, view, heat, answer):
     """The face as the answers have it."""
     o = [int(v) for v in answer]
 
-    def in_picture(right, down):  # sixteenths of the look's pixels
-        right = -right if view.mirrored else right
-        x = (right * view.cosine - down * view.sine) * view.side * view.step
-        y = (right * view.sine + down * view.cosine) * view.side * view.step
-        return view.x + ((x + (1 << 25)) >> 26), view.y + ((y + (1 << 25)) >> 26)
+    def in_picture(right, down, fineness):  # from sixteenths of the look's pixels
+        right, step = -right if view.mirrored else right, view.side * view.step * fineness
+        x = (right * view.cosine - down * view.sine) * step
+        y = (right * view.sine + down * view.cosine) * step
+        return tuple(fineness * at + ((off + (1 << 25)) >> 26) for at, off in ((view.x, x), (view.y, y)))
 
     plain = zip(o[4:14:2], o[5:14:2])
-    points = [in_picture(x + 2 * u, y + 2 * v) for (x, y), (u, v) in zip(points_of(heat), plain)]
+    told = zip(points_of(heat), plain)
+    points = [in_picture(x + 2 * u, y + 2 * v, FINENESS) for (x, y), (u, v) in told]
     yaw = o[14]
     if view.mirrored:
         points, yaw = [points[i] for i in SWAPPED], -yaw
     return replace(
-        face, middle=in_picture(4 * o[1], 4 * o[2]), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
+        face, middle=in_picture(4 * o[1], 4 * o[2], 1), side=(int(_SIDES[o[3] + 128]) * view.side + 512) >> 10,
         points=np.array(points, np.int64), yaw=yaw, covered=o[15],
     )  # fmt: skip
 
 
 def mean_of(a, b):
-    """Of two looks at one face."""
-    x, y = ((u + v + 1) >> 1 for u, v in zip(a.middle, b.middle))
+    """Of two looks at one face; the second, which was at a better box, counts three times."""
+
+    def mean(first, second):
+        return (first + 3 * second + 2) >> 2
+
+    x, y = map(mean, a.middle, b.middle)
     return replace(
-        a, middle=(x, y), side=(a.side + b.side + 1) >> 1, points=(a.points + b.points + 1) >> 1,
-        yaw=(a.yaw + b.yaw + 1) >> 1, covered=(a.covered + b.covered + 1) >> 1,
+        a, middle=(x, y), side=mean(a.side, b.side), points=mean(a.points, b.points),
+        yaw=mean(a.yaw, b.yaw), covered=mean(a.covered, b.covered),
     )  # fmt: skip

@@ -276,7 +276,7 @@ class Decoding(unittest.TestCase):
         x, y, side = 8 * (40 + 2), 8 * (24 - 4), 8 * 64
         self.assertEqual(row.shape, (1, 17))
         self.assertEqual(list(row[0, :4]), [40, x, y, side])
-        self.assertEqual(list(row[0, 4:8]), [8 * 40, 8 * 24 + 4, 8 * 40 + 8, 8 * 24 + 12])
+        self.assertEqual(list(row[0, 4:8]), [32 * 40, 32 * 24 + 16, 32 * 40 + 32, 32 * 24 + 48])
         self.assertEqual(list(row[0, 14:]), [40, -20, 4 * 64])
 
     def test_faces_beyond_the_picture_do_not_count(self):
@@ -333,7 +333,7 @@ class Decoding(unittest.TestCase):
         for face in found:
             row = min(faces[0, :2].numpy(), key=lambda row: abs(row[1] - face.middle[0] / 4))
             np.testing.assert_allclose(np.array([*face.middle, face.side]) / 4, row[1:4], atol=1)
-            np.testing.assert_allclose(face.points.ravel() / 4, row[4:14], atol=0.6)
+            np.testing.assert_allclose(face.points.ravel() / 16, row[4:14], atol=0.6)
             self.assertAlmostEqual(face.yaw * 0.75, 24, delta=1)
 
 
@@ -419,8 +419,8 @@ class SecondLook(unittest.TestCase):
         places = offsets + (100, 90)
         for x, y in places:
             cv2.circle(picture, (round(x), round(y)), 3, 255, -1)
-        quarters = np.round(4 * (places + 0.5)).astype(np.int64)
-        return find_faces.Face((402, 362), 240, quarters, 900, 0, -128, 1, 36)
+        points = np.round(16 * (places + 0.5)).astype(np.int64)
+        return find_faces.Face((402, 362), 240, points, 900, 0, -128, 1, 36)
 
     def test_it_sees_the_face_upright(self):
         for turn in (0, 30, -75, 90, 180):
@@ -444,10 +444,10 @@ class SecondLook(unittest.TestCase):
             np.testing.assert_allclose((view.x, view.y, view.side), (402, 362, 240), atol=2)
             self.assertEqual(second_look.view_of(face, look_net.WIDE).side, 300)
             # Training means the same by it, of any points.
-            face.points = face.points + random.integers(-30, 30, (5, 2))
+            face.points = face.points + random.integers(-120, 120, (5, 2))
             view = second_look.view_of(face, look_net.CLOSE)
             row = np.zeros(scenes.COLUMNS)
-            row[4:14] = face.points.ravel()
+            row[4:14] = face.points.ravel() / 4
             box = looks.by_points(row)
             np.testing.assert_allclose((view.x, view.y, view.side), (box.x, box.y, box.side), atol=2)
             angle = np.degrees(np.arctan2(view.sine, view.cosine))
@@ -524,7 +524,7 @@ class SecondLook(unittest.TestCase):
         view = replace(self._view(box, kind), mirrored=mirrored)
         found = second_look.described(blank, view, heat.astype(np.int8), rest.astype(np.int8))
         np.testing.assert_allclose(np.array([*found.middle, found.side]) / 4, [100, 90, 40], atol=0.6)
-        np.testing.assert_allclose(found.points / 4, points, atol=0.6)
+        np.testing.assert_allclose(found.points / 16, points, atol=0.6)
         self.assertEqual((found.yaw, found.covered), (32, -64))
 
     def test_finds_away_from_all_faces_are_mined(self):
@@ -682,7 +682,20 @@ class Training(unittest.TestCase):
         second = tensors.read(out / "look" / "look.safetensors")
         self.assertEqual(len(second), 2 * len(convolutions(find_layers.LOOK_PROGRAM)))
         self.assertTrue(any(not np.array_equal(first[name], second[name]) for name in first))
+        self._integers_alone_as_well(common, out, second)
         self._close_looks_as_well(common, out)
+
+    def _integers_alone_as_well(self, common, out, given):
+        """From a model's integers, which are as they were until the first step."""
+        model = out / "look" / "look.safetensors"
+        common = [*common, "--out", out / "alone", "--model", model]
+        self.run_training(*common, "--integer-views", 8, "--stop-after-minutes", 0, main=train_look.main)
+        self.assertFalse((out / "alone" / "float-checkpoint.pt").exists())
+        written = tensors.read(out / "alone" / "look.safetensors")
+        for name, values in given.items():
+            np.testing.assert_array_equal(written[name], values, name)
+        again = self.run_training(*common, "--integer-views", 8, main=train_look.main)
+        self.assertIn("resumed at 0 views", again)
 
     def _close_looks_as_well(self, common, out):
         """Begun with what the wide look came to, under numbers of its own."""

@@ -45,7 +45,7 @@ class FindLibraryEquality(unittest.TestCase):
             faces += len(found)
             for face, wanted in zip(found, expected):
                 np.testing.assert_array_equal([face.left, face.top, face.side], wanted.box())
-                np.testing.assert_array_equal(np.array(face.points), wanted.points / 4)
+                np.testing.assert_array_equal(np.array(face.points), wanted.points / 16)
                 self.assertEqual(face.score, wanted.score / 1024)
                 self.assertEqual(face.yaw, wanted.yaw * 0.75)
                 self.assertEqual(face.covered, np.float32(wanted.covered + 128) / np.float32(255))

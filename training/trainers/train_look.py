@@ -45,7 +45,13 @@ def parse_arguments():
     add("--held-out-data", nargs="+", help="the same of other people, to validate on")
     add("--out", type=Path, required=True, help="folder for checkpoints and curves")
     add("--close", action="store_true", help="the network that looks from close by")
-    add("--begin", type=Path, help="float-checkpoint.pt whose weights to begin with, of either")
+    start = parser.add_mutually_exclusive_group()
+    start.add_argument(
+        "--begin", type=Path, help="float-checkpoint.pt whose weights to begin with, of either"
+    )
+    start.add_argument(
+        "--model", type=Path, help="safetensors to go on from in integers, without a float training"
+    )
     add("--views", type=float, default=1e6, help="looks in float arithmetic (%(default).0f)")
     add("--integer-views", type=float, default=1e6, help="in integers (%(default).0f)")
     add("--batch", type=int, default=192, help="(%(default)s)")
@@ -259,7 +265,9 @@ class IntegerLookTrainer(IntegerStage, LookTrainer):
 def main():
     args = parse_arguments()
     begin(args)
-    train(args, LookTrainer, IntegerLookTrainer, QuantLookNet(CLOSE if args.close else WIDE))
+    kind = CLOSE if args.close else WIDE
+    given = QuantLookNet(kind).load(tensors.read(args.model)) if args.model else None
+    train(args, LookTrainer, IntegerLookTrainer, QuantLookNet(kind), given)
 
 
 if __name__ == "__main__":

@@ -41,11 +41,15 @@ class IntegerStage:
         return self.integer_groups(self.args.integer_rate)
 
 
-def train(args, float_stage, integer_stage, empty):
-    """Goes on wherever the checkpoints say. empty: a network for a checkpoint's integers."""
+def train(args, float_stage, integer_stage, empty, given=None):
+    """Goes on wherever the checkpoints say. empty: a network for a checkpoint's integers; given: one to begin
+    the integer stage with, without a float stage."""
     if (args.out / integer_stage.checkpoint_file).exists():
         trainer = integer_stage(args, empty)
         trainer.resume()
+    elif given:
+        trainer = integer_stage(args, given)
+        trainer.checkpoint()
     else:
         trainer = float_stage(args)
         trainer.resume()
