@@ -14,7 +14,7 @@ namespace orvo::find {
 
 inline constexpr int32_t kPoints = 5;
 
-// Places of points a quarter pixel: small faces' eyes are but a few pixels apart.
+// So many parts of a quarter pixel are what points are known to: small faces' eyes are but a few pixels apart.
 inline constexpr int32_t kPointFineness = 4;
 
 // A face as the network, or several of its answers together, describe it.

@@ -83,7 +83,8 @@ def filled(plane):
 
 def cell_candidates(answer, stride, level, shape, least=CANDIDATE):
     """Rows of [score, x, y, side, ten coordinates, yaw, covered, side in the level] in the order of the
-    cells; lengths in quarter pixels, coordinates in sixteenths, all but the last of the picture. shape: of the level's plane."""
+    cells; lengths in quarter pixels, coordinates in sixteenths, all but the last of the picture. shape: of
+    the level's plane."""
     o = answer.astype(np.int64)
     quarter = stride // 8
     rows, columns = np.nonzero(o[0] >= least)
@@ -240,7 +241,7 @@ def looked_at_closely(answers_of, picture, faces):
     planes = halvings(picture)
     first = _seen_closely(answers_of, picture, planes, faces, False)
     second = _seen_closely(answers_of, picture, planes, first, True)
-    return [second_look.mean_of(a, b) if b else a or face for face, a, b in zip(faces, first, second)]
+    return [second_look.weighed_mean_of(a, b) if b else a or face for face, a, b in zip(faces, first, second)]
 
 
 def find(tensors, picture, smallest=SMALLEST, reported=REPORTED):

@@ -10,7 +10,7 @@ from ..data.scenes import SWAPPED
 from ..networks.look_net import WIDE
 
 SIDE = 64
-FINENESS = 4  # places of points a quarter pixel
+FINENESS = 4  # so many parts of a quarter pixel are what points are known to
 _ONE = 1 << 14
 _PLACE = 16  # bits behind the point of places in a level
 _MIDDLE = slice(12, 52)
@@ -139,7 +139,7 @@ def described(face, view, heat, answer):
     )  # fmt: skip
 
 
-def mean_of(a, b):
+def weighed_mean_of(a, b):
     """Of two looks at one face; the second, which was at a better box, counts three times."""
 
     def mean(first, second):
